@@ -1,0 +1,49 @@
+# What every translation unit of this project is compiled with.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+   set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+find_program(PTPLIB_CCACHE ccache)
+if(PTPLIB_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+   set(CMAKE_CXX_COMPILER_LAUNCHER "${PTPLIB_CCACHE}")
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(PTPLIB_WERROR)
+   add_compile_options(-Werror)
+endif()
+
+# Calls inside a shared object need no indirection that only a preloaded replacement would use, and
+# inline functions stay out of the symbol table: faster code, and less to relocate at load.
+add_compile_options(-fno-semantic-interposition -fvisibility-inlines-hidden -fno-plt)
+
+# The generated code and the programs include from the root of the tree: "Kiv/Entity.h".
+include_directories("${CMAKE_CURRENT_SOURCE_DIR}")
+
+if(PTPLIB_SANITIZE)
+   add_compile_options(-fsanitize=${PTPLIB_SANITIZE} -fno-sanitize-recover=all
+                       -fno-omit-frame-pointer)
+   add_link_options(-fsanitize=${PTPLIB_SANITIZE})
+endif()
+if(PTPLIB_FUZZ)
+   # Coverage counters everywhere, so that the fuzzer sees into the libraries.
+   add_compile_options(-fsanitize=fuzzer-no-link)
+   add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+
+if(PTPLIB_LTO)
+   include(CheckIPOSupported)
+   check_ipo_supported()
+   set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+endif()

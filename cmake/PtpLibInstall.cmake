@@ -1,0 +1,60 @@
+# What `cmake --install` puts where. Headers get a directory of their own below include/, since
+# their top directories have short names.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+set(PTPLIB_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/ptplib")
+set(PTPLIB_INSTALL_KIVDIR "${CMAKE_INSTALL_DATADIR}/ptplib/kiv")
+set(PTPLIB_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/PtpLib")
+
+# Installed programs and libraries find the shared objects beside them, wherever the prefix is.
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" "$ORIGIN")
+
+function(ptplib_install)
+   get_property(libraries GLOBAL PROPERTY PTPLIB_INSTALLED_LIBRARIES)
+   get_property(dirs GLOBAL PROPERTY PTPLIB_INSTALLED_DIRS)
+   get_property(programs GLOBAL PROPERTY PTPLIB_INSTALLED_PROGRAMS)
+   if(NOT libraries)
+      return()
+   endif()
+
+   # kivc is exported too: KivcModule.cmake runs it for a user's own modules.
+   set(exported ${libraries})
+   if(kivc IN_LIST programs)
+      list(APPEND exported kivc)
+      list(REMOVE_ITEM programs kivc)
+   endif()
+   install(TARGETS ${exported} EXPORT PtpLibTargets
+      RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
+      LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+   if(programs)
+      install(TARGETS ${programs} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+   endif()
+   install(EXPORT PtpLibTargets NAMESPACE PtpLib:: DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
+
+   foreach(dir IN LISTS dirs)
+      foreach(root IN ITEMS "${PROJECT_SOURCE_DIR}" "${PTPLIB_GENERATED_DIR}")
+         install(DIRECTORY "${root}/${dir}" DESTINATION "${PTPLIB_INSTALL_INCLUDEDIR}" OPTIONAL
+            FILES_MATCHING PATTERN "*.h")
+      endforeach()
+      install(DIRECTORY "${PROJECT_SOURCE_DIR}/${dir}" DESTINATION "${PTPLIB_INSTALL_KIVDIR}"
+         OPTIONAL FILES_MATCHING PATTERN "*.kiv")
+   endforeach()
+
+   configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/PtpLibConfig.cmake.in"
+      "${CMAKE_BINARY_DIR}/PtpLibConfig.cmake"
+      INSTALL_DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}" PATH_VARS PTPLIB_INSTALL_KIVDIR)
+   write_basic_package_version_file("${CMAKE_BINARY_DIR}/PtpLibConfigVersion.cmake"
+      COMPATIBILITY SameMinorVersion)
+   install(FILES "${CMAKE_BINARY_DIR}/PtpLibConfig.cmake"
+                 "${CMAKE_BINARY_DIR}/PtpLibConfigVersion.cmake"
+      DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
+   install(FILES "${PROJECT_SOURCE_DIR}/cmake/KivcModule.cmake"
+      DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}" OPTIONAL)
+
+   file(RELATIVE_PATH PTPLIB_PREFIX_FROM_PC
+      "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+   string(REGEX REPLACE "/$" "" PTPLIB_PREFIX_FROM_PC "${PTPLIB_PREFIX_FROM_PC}")
+   configure_file("${PROJECT_SOURCE_DIR}/cmake/ptplib.pc.in" "${CMAKE_BINARY_DIR}/ptplib.pc" @ONLY)
+   install(FILES "${CMAKE_BINARY_DIR}/ptplib.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endfunction()

@@ -1,0 +1,32 @@
+# ptplib_test(DIR dir LINK library...)
+# One test program of all *Test.cpp in the directory: <directory name>_test.
+function(ptplib_test)
+   cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
+   if(NOT PTPLIB_TESTS)
+      return()
+   endif()
+   file(GLOB sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${arg_DIR}/*Test.cpp")
+   if(NOT sources)
+      return()
+   endif()
+   find_package(GTest REQUIRED)
+   cmake_path(GET arg_DIR FILENAME base)
+   set(name ${base}_test)
+   add_executable(${name} ${sources})
+   ptplib_link(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main)
+   ptplib_test_environment(${name})
+   add_test(NAME ${name} COMMAND ${name})
+   set_tests_properties(${name} PROPERTIES TIMEOUT 900)
+endfunction()
+
+# What a test may need to know of the tree: PTPLIB_SOURCE_DIR for data, PTPLIB_BIN_DIR for programs.
+function(ptplib_test_environment name)
+   target_compile_definitions(${name} PRIVATE
+      PTPLIB_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+      PTPLIB_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+   foreach(program IN ITEMS kivc ptpstate)
+      if(TARGET ${program})
+         add_dependencies(${name} ${program})
+      endif()
+   endforeach()
+endfunction()

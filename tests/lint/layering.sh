@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Includes point down only: each directory may include itself and what the table lists for it. The
+# libraries need nothing but the standard library and the operating system.
+set -u
+. "$(dirname "$0")/common.sh"
+
+platform="Dorn Bridging Brim Acl PtpPlatform"
+libraries="Sarn Kiv $platform PtpLib"
+
+# directory: what it may include beside itself
+table="
+Sarn:
+Kiv: Sarn
+Dorn: Sarn Kiv $platform
+Bridging: Sarn Kiv $platform
+Brim: Sarn Kiv $platform
+Acl: Sarn Kiv $platform
+PtpPlatform: Sarn Kiv $platform
+PtpLib: Sarn Kiv $platform
+KivTest: $libraries
+Kivc:
+tools/ptpstate: $libraries
+examples: $libraries
+bench: $libraries KivTest
+fuzz: $libraries KivTest
+tests: $libraries KivTest
+"
+
+own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include' |
+   awk -v table="$table" -v libraries="$libraries" '
+      BEGIN {
+         count = split(table, lines, "\n")
+         for (i = 1; i <= count; ++i) {
+            if (split(lines[i], parts, ":") < 1 || parts[1] == "") {
+               continue
+            }
+            known[parts[1]] = 1
+            may[parts[1], parts[1]] = 1
+            n = split(parts[2], names, " ")
+            for (j = 1; j <= n; ++j) {
+               may[parts[1], names[j]] = 1
+            }
+         }
+         n = split(libraries, names, " ")
+         for (j = 1; j <= n; ++j) {
+            library[names[j]] = 1
+         }
+      }
+      # The longest directory of the table that the path lies in.
+      function layer(path,   dir) {
+         dir = path
+         while (sub(/\/[^\/]*$/, "", dir)) {
+            if (dir in known) {
+               return dir
+            }
+         }
+         return ""
+      }
+      {
+         split($0, place, ":")
+         file = place[1]
+         where = place[1] ":" place[2]
+         from = layer(file)
+         # A consumer project includes what is installed, as any user does.
+         if (file ~ /^tests\/install\//) {
+            next
+         }
+         if (from == "") {
+            print where ": the directory has no place in the layering table of this script"
+            next
+         }
+         if (match($0, /"[^"]+"/)) {
+            path = substr($0, RSTART + 1, RLENGTH - 2)
+            to = layer(path)
+            if (to == "") {
+               print where ": includes \"" path "\", which is not written from the root of the tree"
+            } else if (!((from, to) in may)) {
+               print where ": " from " includes \"" path "\", but may not depend on " to
+            }
+         } else if (match($0, /<[^>]+>/) && (from in library) && file !~ /(Test|Bench)\.cpp$/) {
+            path = substr($0, RSTART + 1, RLENGTH - 2)
+            if (path ~ /^(gtest|gmock|benchmark|CLI|nlohmann|boost|fmt|absl)\//) {
+               print where ": a library includes <" path ">, which is not the standard library"
+            }
+         }
+      }' | fail_if_any

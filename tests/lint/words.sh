@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Texts that are true on one machine only: absolute paths of somebody's home or work directory.
+set -u
+. "$(dirname "$0")/common.sh"
+
+own_files '*' | grep -v '^LICENSE$' |
+   xargs -r grep -HnIE '(^|[^[:alnum:]_.])/(home|root|work|Users|mnt)/[[:alnum:]_.]' |
+   grep -v '^tests/lint/words\.sh:' | fail_if_any
