@@ -1,40 +1,48 @@
 #!/usr/bin/env bash
-# tidy.sh BUILD [FILE...]: clang-tidy over our own sources (or the files given) with the compile
-# commands of a build. A file is looked at again only if it, a header that it includes or the
-# configuration has changed since it was found clean.
+# tidy.sh BUILD [FILE...]: clang-tidy over what the libraries and programs are made of, or the files
+# given, with the compile commands of a build. A file is looked at again only if it, a file that it
+# includes or the configuration has changed since it was found clean.
 set -u
 . "$(dirname "$0")/common.sh"
 
-build=$1
+export build=$1
+export clean=$build/tidy
 shift
-clean=$build/tidy
 mkdir -p "$clean"
+if ! command -v clang-tidy >/dev/null; then
+   echo "clang-tidy is not installed"
+   exit 1
+fi
+
+# "SOURCE DEPENDENCY..." a line, as the compiler told the build; without what lies outside the tree.
+ninja -C "$build" -t deps | awk -v root="$PWD/" '
+   /^[^ ].*: #deps/ { if (line) print line; line = ""; next }
+   { path = $1 }
+   index(path, root) == 1 { line = line (line ? " " : "") substr(path, length(root) + 1) }
+   END { if (line) print line }' >"$clean/dependencies"
 
 check() {
-   local file=$1 stamp=$clean/$1.ok output
-   if [ -e "$stamp" ] && [ -z "$(find .clang-tidy $(cat "$stamp") -newer "$stamp" 2>&1)" ]; then
+   local file=$1 stamp=$clean/$1.ok
+   local files
+   read -r -a files < <(grep -m 1 "^$file\( \|$\)" "$clean/dependencies")
+   if [ -e "$stamp" ] && [ -z "$(find .clang-tidy "$file" "${files[@]}" -newer "$stamp" 2>&1)" ]; then
       return 0
    fi
    mkdir -p "$(dirname "$stamp")"
-   local start
-   start=$(mktemp)
+   touch "$stamp.started"
+   local output
    if output=$(clang-tidy -p "$build" --quiet "$file" 2>/dev/null); then
-      # The stamp lists what the file includes from this tree, and is as old as the look's start.
-      clang++ -std=c++20 -I. -I"$build/generated" -MM -MG "$file" 2>/dev/null | tr ' \\' '\n\n' |
-         grep -vE '^/usr|:$|^$' >"$stamp"
-      touch -r "$start" "$stamp"
-      rm -f "$start"
+      mv "$stamp.started" "$stamp"
       return 0
    fi
-   rm -f "$start"
-   printf '%s\n' "$output"
+   rm -f "$stamp" "$stamp.started"
+   printf '%s\n' "$output" | sed "s|$PWD/||"
    return 1
 }
 export -f check
-export build clean
 
 if [ $# -gt 0 ]; then
    printf '%s\n' "$@"
 else
    own_files '*.cpp' | grep -vE '(Test|Bench)\.cpp$|^tests/|^fuzz/|^bench/'
-fi | xargs -r -P "$(nproc)" -n 1 bash -c 'check "$1"' check
+fi | xargs -r -P "${PTPLIB_JOBS:-$(nproc)}" -n 1 bash -c 'check "$1"' check
