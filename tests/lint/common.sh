@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the lint scripts. Each prints one `file:line: what is wrong` per finding and fails if
 # there is any.
 
