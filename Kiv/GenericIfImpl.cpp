@@ -1,0 +1,166 @@
+#include "Kiv/GenericIfImpl.h"
+
+namespace Kiv {
+namespace GenericIfImpl {
+namespace {
+
+U8 wholeValueOp(TypeImpl const& type, void* result, void const* object, AttributeOp op,
+                void const* other) {
+   if (type.support == nullptr) {
+      return statusRefused;
+   }
+   switch (op) {
+      case AttributeOp::differsFromDefault:
+         *static_cast<U8*>(result) = type.support->differsFromDefault(object) ? 1 : 0;
+         return statusOk;
+      case AttributeOp::isEq:
+         *static_cast<U8*>(result) = type.support->isEq(object, other) ? 1 : 0;
+         return statusOk;
+      default:
+         return statusRefused;
+   }
+}
+
+U8 childOp(FieldDescriptor const& field, void* result, Entity& owner, AttributeOp op,
+           void const* argument) {
+   using Child = Sarn::Ptr<Entity>;
+   switch (op) {
+      case AttributeOp::read:
+         std::construct_at(static_cast<Child*>(result), field.ops->child->get(owner));
+         return statusOk;
+      case AttributeOp::write: {
+         auto const* const name = static_cast<Sarn::String const*>(argument);
+         bool const named = field.has(FieldDescriptor::named);
+         if (named && name == nullptr) {
+            return statusRefused;
+         }
+         std::construct_at(static_cast<Child*>(result),
+                           field.ops->child->is(owner, named ? std::string_view(*name) : ""));
+         return statusOk;
+      }
+      case AttributeOp::del:
+         std::construct_at(static_cast<Child*>(result), field.ops->child->del(owner));
+         return statusOk;
+      default:
+         return statusRefused;
+   }
+}
+
+}  // namespace
+
+U8 attributeOp(TypeImpl const& type, void* result, void* object, FieldDescriptor const* wanted,
+               U8 code, void const* other, void const* argument) {
+   auto const op = static_cast<AttributeOp>(code);
+   if (wanted == nullptr) {
+      return wholeValueOp(type, result, object, op, other);
+   }
+   if (wanted->fieldId == nameFieldId && type.named) {
+      if (op != AttributeOp::name) {
+         return statusRefused;
+      }
+      auto const& entity = static_cast<NamedEntity const&>(*static_cast<Entity const*>(object));
+      std::construct_at(static_cast<Sarn::String*>(result), entity.nameString());
+      return statusOk;
+   }
+   FieldDescriptor const* const field = type.field(wanted->fieldId);
+   if (field == nullptr) {
+      return statusUnknownField;
+   }
+   if (field->kind == MemberKind::child) {
+      return childOp(*field, result, *static_cast<Entity*>(object), op, argument);
+   }
+   if (field->kind != MemberKind::single) {
+      return statusRefused;
+   }
+   if (op == AttributeOp::read) {
+      field->ops->read(object, result);
+      return statusOk;
+   }
+   if (op == AttributeOp::write && field->ops->write != nullptr) {
+      field->ops->write(object, argument);
+      return statusOk;
+   }
+   return statusRefused;
+}
+
+bool iterator(Entity& object, IteratorStorage& storage, FieldDescriptor const& field,
+              IteratorOp op) {
+   if (op == IteratorOp::begin) {
+      return field.ops->collection->iterator(object, storage)->valid();
+   }
+   auto* const at = std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes));
+   if (op == IteratorOp::destroy) {
+      at->~CollectionIterator();
+      return false;
+   }
+   if (op == IteratorOp::next) {
+      at->next();
+   }
+   return at->valid();
+}
+
+void const* iterKey(FieldDescriptor const&, IteratorStorage& storage) {
+   return std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes))->key();
+}
+
+void const* iterObj(FieldDescriptor const& field, IteratorStorage& storage) {
+   auto* const at = std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes));
+   return field.kind == MemberKind::children ? at->child() : at->value();
+}
+
+bool iterDel(Entity& object, FieldDescriptor const& field, IteratorStorage& storage) {
+   return field.ops->collection->del(object, iterKey(field, storage));
+}
+
+}  // namespace GenericIfImpl
+
+FieldDescriptor const* TypeImpl::field(std::string_view wanted) const noexcept {
+   for (U16 i = 0; i != rowCount; ++i) {
+      if (rows[i].kind != MemberKind::none && wanted == rows[i].name) {
+         return &rows[i];
+      }
+   }
+   return base != nullptr ? base->field(wanted) : nullptr;
+}
+
+bool TypeImpl::isA(TypeImpl const& other) const noexcept {
+   for (TypeImpl const* at = this; at != nullptr; at = at->base) {
+      if (at == &other) {
+         return true;
+      }
+   }
+   return false;
+}
+
+void TypeImpl::genericIfConstructFromCtorArgs(void* dst, void const* const* args) const {
+   if (entity != nullptr) {
+      std::construct_at(static_cast<Sarn::Ptr<Entity>*>(dst),
+                        entity->genericIfConstructFromCtorArgs(args));
+   } else {
+      support->constructFromCtorArgs(dst, args);
+   }
+}
+
+U8 TypeImpl::genericIfAttributeOp(void* result, void* object, FieldDescriptor const* wanted, U8 op,
+                                  void const* other, void const* argument) const {
+   return GenericIfImpl::attributeOp(*this, result, object, wanted, op, other, argument);
+}
+
+Sarn::String TypeImpl::genericIfStrRep(void const* value) const {
+   Sarn::String out;
+   values->genericIfStrRep(out, value);
+   return out;
+}
+
+void TypeImpl::genericIfStrepToValue(void* dst, CharRange& text) const {
+   values->genericIfStrepToValue(dst, text);
+}
+
+Sarn::String attributeText(Entity const& entity, FieldDescriptor const& field) {
+   AnyValue value(*field.type);
+   field.ops->read(&entity, value.room());
+   value.constructed();
+   return field.type->genericIfStrRep(value.get());
+}
+
+}  // namespace Kiv

@@ -1,0 +1,359 @@
+#pragma once
+
+#include <type_traits>
+
+#include "Kiv/AllocTrack.h"
+#include "Kiv/Entity.h"
+#include "Kiv/HashMap2018.h"
+#include "Kiv/HashMap2018NodeInternalKey.h"
+#include "Kiv/RbTreeMap.h"
+#include "Kiv/ValueOps.h"
+#include "Sarn/RQueue.h"
+
+/// The members of generated entities: what their setters, creating and deleting accessors do.
+/// The generated function names the member, its id and its bounds; the steps stand here, once.
+/// Each function publishes on `owner` with the attribute id that it is given.
+namespace Kiv {
+
+/// The key comparison that goes with a change.
+template <class K>
+bool keysEqual(void const* a, void const* b) {
+   return *static_cast<K const*>(a) == *static_cast<K const*>(b);
+}
+
+// Single values
+
+/// Throws `RangeException(message)` unless `min <= v <= max`: one unsigned comparison.
+template <class T>
+inline void checkRange(T v, std::type_identity_t<T> min, std::type_identity_t<T> max,
+                       char const* message) {
+   if constexpr (std::is_integral_v<T>) {
+      using U = std::make_unsigned_t<T>;
+      if (static_cast<U>(static_cast<U>(v) - static_cast<U>(min)) >
+          static_cast<U>(static_cast<U>(max) - static_cast<U>(min))) [[unlikely]] {
+         throwRangeException(message);
+      }
+   } else if (!(v >= min && v <= max)) [[unlikely]] {
+      throwRangeException(message);
+   }
+}
+
+namespace Impl {
+/// The part of a string setter that somebody listens to: keeps the old string without an
+/// allocation as long as the strings' sizes stay what they were.
+void publishString(Entity& owner, AttributeId id, Sarn::String& stored, std::string_view v);
+}  // namespace Impl
+
+/// Stores a value that is known to differ and to be in range, and publishes the change.
+template <class T, class V>
+inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v) {
+   if (!owner.watched()) [[likely]] {
+      stored = v;
+   } else if constexpr (std::is_same_v<T, Sarn::String>) {
+      Impl::publishString(owner, id, stored, v);
+   } else {
+      T const old = stored;
+      stored = v;
+      owner.publishChangeRecursive(id, nullptr, &old, nullptr);
+   }
+}
+
+/// The setter without bounds: compare, store, publish.
+template <class T, class V>
+inline void attributeIs(Entity& owner, AttributeId id, T& stored, V const& v) {
+   if (!(stored == v)) {
+      attributeStore(owner, id, stored, v);
+   }
+}
+
+// Singleton children
+
+/// The attribute that holds a singleton child. Its death clears the child's parent link.
+template <class T>
+class ChildSlot {
+public:
+   ChildSlot() = default;
+   ChildSlot(ChildSlot const&) = delete;
+   ChildSlot& operator=(ChildSlot const&) = delete;
+   ~ChildSlot() {
+      if (child_) {
+         child_->parentIs(nullptr);
+      }
+   }
+
+   Sarn::Ptr<T> const& get() const noexcept { return child_; }
+   T* operator->() const noexcept { return child_.get(); }
+
+   /// Takes the child out and clears its parent link.
+   Sarn::Ptr<T> take() noexcept {
+      if (child_) {
+         child_->parentIs(nullptr);
+      }
+      return std::move(child_);
+   }
+   void put(Entity& owner, Sarn::Ptr<T> child) noexcept {
+      child->parentIs(&owner);
+      child_ = std::move(child);
+   }
+
+private:
+   Sarn::Ptr<T> child_;
+};
+
+/// *xIs()*: `make()` builds the child if there is none.
+template <class T, class Make>
+Sarn::Ptr<T> childIs(Entity& owner, AttributeId id, ChildSlot<T>& slot, Make&& make) {
+   if (slot.get()) {
+      return slot.get();
+   }
+   Sarn::Ptr<T> const child = make();
+   slot.put(owner, child);
+   owner.publishChangeRecursive(id, nullptr, nullptr, nullptr);
+   return child;
+}
+
+/// *xIs(name)*: a child of another name is replaced.
+template <class T, class Make>
+Sarn::Ptr<T> namedChildIs(Entity& owner, AttributeId id, ChildSlot<T>& slot, std::string_view name,
+                          Make&& make) {
+   if (slot.get() && slot->nameString() == name) {
+      return slot.get();
+   }
+   Sarn::Ptr<T> const child = make();
+   Sarn::Ptr<Entity> const old = slot.take();
+   slot.put(owner, child);
+   owner.publishChangeRecursive(id, nullptr, old ? &old : nullptr, nullptr);
+   return child;
+}
+
+/// *xDel()*: the removed child, null if there was none.
+template <class T>
+Sarn::Ptr<T> childDel(Entity& owner, AttributeId id, ChildSlot<T>& slot) {
+   Sarn::Ptr<T> const child = slot.take();
+   if (child) {
+      Sarn::Ptr<Entity> const old = child;
+      owner.publishChangeRecursive(id, nullptr, &old, nullptr);
+   }
+   return child;
+}
+
+// Iterating while the collection may change
+
+/// A hash map's iterator that survives changes: the map's own.
+template <class Map>
+requires requires(Map& map) {
+   map.iterator();
+}
+auto checkedIterator(Map& map) {
+   return map.iterator();
+}
+
+/// The same for an ordered map. It keeps the current key and finds its place again by it, so an
+/// element that is inserted behind it is met, and one before it is not.
+template <class Map>
+class OrderedMapIterator {
+public:
+   using Key = typename Map::Key;
+   using Value = typename Map::Value;
+
+   explicit OrderedMapIterator(Map& map) : map_(map) { take(map.begin()); }
+   explicit operator bool() const noexcept { return key_.has_value(); }
+   Key const& key() const noexcept { return *key_; }
+   /// REQUIRES: the element has not been erased.
+   Value& value() const noexcept { return *map_.find(*key_); }
+   bool markedForDeletion() const noexcept { return map_.find(*key_) == nullptr; }
+   OrderedMapIterator& operator++() {
+      take(map_.upperBound(*key_));
+      return *this;
+   }
+
+private:
+   void take(typename Map::Iterator at) {
+      if (at == map_.end()) {
+         key_.reset();
+      } else {
+         key_ = at->key;
+      }
+   }
+
+   Map& map_;
+   std::optional<Key> key_;
+};
+
+template <class K, class V>
+auto checkedIterator(RbTreeMap<K, V>& map) {
+   return OrderedMapIterator<RbTreeMap<K, V>>(map);
+}
+
+// Keyed collections of children
+
+/// An instantiating collection: `KeyFunktor` reads the child's own key. Its death clears the
+/// children's parent links.
+template <class T, class KeyFunktor, U32 seedConstant>
+class ChildMap : public HashMap2018NodeInternalKey<Sarn::Ptr<T>, KeyFunktor, seedConstant> {
+public:
+   using Child = T;
+   using Key = std::remove_cvref_t<decltype(KeyFunktor()(std::declval<Sarn::Ptr<T> const&>()))>;
+
+   ChildMap() = default;
+   ChildMap(ChildMap const&) = delete;
+   ChildMap& operator=(ChildMap const&) = delete;
+   ~ChildMap() { orphan(); }
+
+   void orphan() noexcept {
+      for (Sarn::Ptr<T> const& child : *this) {
+         child->parentIs(nullptr);
+      }
+   }
+   Sarn::Ptr<T> child(Key const& key) const {
+      Sarn::Ptr<T> const* const found = this->find(key);
+      return found != nullptr ? *found : Sarn::Ptr<T>();
+   }
+};
+
+/// *xIs(key, ...)* of a child that is not there: puts the fresh child in place and publishes.
+template <class Map>
+Sarn::Ptr<typename Map::Child> childrenAdd(Entity& owner, AttributeId id, Map& map,
+                                           typename Map::Key const& key,
+                                           Sarn::Ptr<typename Map::Child> child) {
+   map.insert(child);
+   child->parentIs(&owner);
+   owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<typename Map::Key>);
+   return child;
+}
+
+/// *xDel(key)*: the removed child, null if there was none.
+template <class Map>
+Sarn::Ptr<typename Map::Child> childrenDel(Entity& owner, AttributeId id, Map& map,
+                                           typename Map::Key const& givenKey) {
+   typename Map::Key const key = givenKey;  // the given one may be the child's own
+   std::optional<Sarn::Ptr<typename Map::Child>> taken = map.erase(key);
+   if (!taken) {
+      return {};
+   }
+   (*taken)->parentIs(nullptr);
+   if (owner.watched()) {
+      Sarn::Ptr<Entity> const old = *taken;
+      owner.publishChangeRecursive(id, &key, &old, &keysEqual<typename Map::Key>);
+   }
+   return *std::move(taken);
+}
+
+template <class Map>
+void childrenDelAll(Entity& owner, AttributeId id, Map& map) {
+   if (!owner.watched()) {
+      map.orphan();
+      map.clear();
+      return;
+   }
+   for (auto at = checkedIterator(map); at; ++at) {
+      childrenDel(owner, id, map, at.key());
+   }
+}
+
+namespace Impl {
+[[noreturn]] void throwMutatorReinstVal(Entity const& owner, AttributeId collection,
+                                        Entity const& child, AttributeId argument,
+                                        Sarn::String const& oldArgument,
+                                        Sarn::String const& newArgument);
+}  // namespace Impl
+
+/// Throws `MutatorReinstValException` unless an existing child's constant argument is the given.
+template <class T>
+void checkReinstVal(Entity const& owner, AttributeId collection, Entity const& child,
+                    AttributeId argument, T const& stored, T const& given) {
+   if (!(stored == given)) {
+      Impl::throwMutatorReinstVal(owner, collection, child, argument, strRep(stored),
+                                  strRep(given));
+   }
+}
+
+// Keyed collections of values. `Map` is `HashMap2018` or `RbTreeMap`.
+
+/// *xIs(key, value)*.
+template <class Map, class K, class V>
+void mapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value) {
+   V* const stored = map.find(key);
+   if (stored == nullptr) {
+      map.insert(key, value);
+      owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
+   } else if (!(*stored == value)) {
+      V const old = std::exchange(*stored, value);
+      owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
+   }
+}
+
+/// *xIs(value)* where the value contains its key.
+template <class Map, class K, class V>
+void internalKeyMapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value) {
+   V* const stored = map.find(key);
+   if (stored == nullptr) {
+      map.insert(value);
+      owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
+   } else if (!(*stored == value)) {
+      V const old = std::exchange(*stored, value);
+      owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
+   }
+}
+
+/// *xDel(key)*: the removed value, the default value if the key was absent.
+template <class V, class Map, class K>
+V mapDel(Entity& owner, AttributeId id, Map& map, K const& givenKey) {
+   K const key = givenKey;  // the given one may be the element's own
+   std::optional<V> taken = map.erase(key);
+   if (!taken) {
+      return defaultValue<V>();
+   }
+   owner.publishChangeRecursive(id, &key, &*taken, &keysEqual<K>);
+   return *std::move(taken);
+}
+
+/// *x(key)*: the value, the default value if the key is absent.
+template <class V, class Map, class K>
+V mapValue(Map const& map, K const& key) {
+   V const* const stored = map.find(key);
+   return stored != nullptr ? *stored : defaultValue<V>();
+}
+
+template <class V, class K, class Map>
+void mapDelAll(Entity& owner, AttributeId id, Map& map) {
+   if (!owner.watched()) {
+      map.clear();
+      return;
+   }
+   for (auto at = checkedIterator(map); at; ++at) {
+      mapDel<V, Map, K>(owner, id, map, at.key());
+   }
+}
+
+// Sequence-numbered queues
+
+template <class T>
+void queueEnq(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue, T const& value) {
+   U32 const sequence = queue.enq(value);
+   owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>);
+}
+
+template <class T>
+T queueDeq(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue) {
+   if (queue.empty()) {
+      return T();
+   }
+   U32 const sequence = queue.frontSequence();
+   T const value = queue.deq();
+   owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>);
+   return value;
+}
+
+template <class T>
+void queueDelAll(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue) {
+   if (!owner.watched()) {
+      queue.doClear();
+      return;
+   }
+   while (!queue.empty()) {
+      queueDeq(owner, id, queue);
+   }
+}
+
+}  // namespace Kiv

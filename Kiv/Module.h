@@ -1,0 +1,137 @@
+#pragma once
+
+#include "Kiv/TypeImpl.h"
+
+/// Module records: what each module hands over at load, laid out so that a program can walk it by
+/// the layout alone. All numbers are little-endian, as the machine's.
+namespace Kiv {
+
+/// 16 bytes a defined type, in name order.
+struct TypeRecord {
+   /// Bits 0-19 kind flags, bits 20-31 the offset of the name in the type-name table.
+   U32 kindAndName;
+   /// Bits 0-15 the size of a value or entity in memory, bits 16-23 its alignment.
+   U32 sizeFlags;
+   U16 memberCount;
+   U16 firstMember;
+   /// Bit 0: derived from another type; bit 1: made with a name.
+   U32 flags;
+
+   static constexpr U32 entityKind = 0x60;
+   /// An entity that is made without arguments.
+   static constexpr U32 plainEntityKind = 0x260;
+   static constexpr U32 valueKind = 0x21;
+   static constexpr U32 enumerationKind = 0x25;
+   static constexpr U32 kindMask = 0xfffff;
+
+   U32 kind() const noexcept { return kindAndName & kindMask; }
+   U32 nameOffset() const noexcept { return kindAndName >> 20; }
+};
+static_assert(sizeof(TypeRecord) == 16);
+
+/// 20 bytes a member or enumerator, grouped by type in type order.
+struct MemberRecord {
+   U16 id;
+   U16 kind;
+   /// Bytes 4-9: bits 0-11 the offset of the member's type in the type-name table (0xfff: none),
+   /// bits 28-43 the offset of its name in the member-name table.
+   U16 packed[3];
+   U16 owner;
+   U16 value;
+   U16 zero[3];
+
+   static constexpr U64 noType = 0xfff;
+
+   U64 packedBits() const noexcept {
+      return packed[0] | U64{packed[1]} << 16 | U64{packed[2]} << 32;
+   }
+   U32 nameOffset() const noexcept { return static_cast<U32>(packedBits() >> 28 & 0xffff); }
+   U32 typeNameOffset() const noexcept { return static_cast<U32>(packedBits() & 0xfff); }
+};
+static_assert(sizeof(MemberRecord) == 20);
+
+constexpr TypeRecord typeRecord(U32 kind, U32 nameOffset, std::size_t size, std::size_t alignment,
+                                U16 memberCount, U16 firstMember, U32 flags) {
+   return {kind | nameOffset << 20,
+           static_cast<U32>(size & 0xffff) | static_cast<U32>(alignment) << 16, memberCount,
+           firstMember, flags};
+}
+
+constexpr MemberRecord memberRecord(U16 id, U16 kind, U64 nameOffset, U64 typeNameOffset,
+                                    U16 owner = 0, U16 value = 0) {
+   U64 const bits = typeNameOffset | nameOffset << 28;
+   return {id,
+           kind,
+           {static_cast<U16>(bits), static_cast<U16>(bits >> 16), static_cast<U16>(bits >> 32)},
+           owner,
+           value,
+           {0, 0, 0}};
+}
+
+/// Four counts a type.
+struct TypeCounts {
+   U32 members;
+   /// Members that travel in the attribute log.
+   U32 streamed;
+   U32 collections;
+   U32 operations;
+};
+static_assert(sizeof(TypeCounts) == 16);
+
+/// A module's further descriptor data.
+struct ModuleData {
+   char const* name;
+   /// A fixed part of the module's identity; both ends of a stream must agree on it.
+   U32 hash;
+   U32 dependsOnCount;
+   /// Names of the modules that this one depends on.
+   char const* const* dependsOn;
+   /// The type data, in the order of the type records.
+   TypeImpl const* const* types;
+   /// The registry's link, and whether the module is in it.
+   KivModule const* next;
+   bool registered;
+};
+
+struct KivModule {
+   TypeRecord const* typeRecords;
+   MemberRecord const* memberRecords;
+   ModuleData* data;
+   char const* typeNames;
+   char const* memberNames;
+   TypeCounts const* counts;
+   /// A type's function table: `EntityFunctions` or `ValueFunctions`, null for an enumeration.
+   void const* const* functions;
+   U32 typeCount;
+
+   char const* name() const noexcept { return data->name; }
+   U32 hash() const noexcept { return data->hash; }
+};
+
+/// Adds a module to the process's registry, behind those there. Called by each module's
+/// initializer at load. Allocates nothing.
+void kivModuleIs(KivModule const& module) noexcept;
+/// Takes it out again, when the library that holds it is unloaded.
+void kivModuleDel(KivModule const& module) noexcept;
+
+/// The registered modules, in the order of registration: first, then `data->next`.
+KivModule const* firstModule() noexcept;
+KivModule const* moduleByName(std::string_view name) noexcept;
+/// A defined type by its qualified name ("Ptp::Config"), or null. O(modules * log types).
+TypeImpl const* typeByName(std::string_view name) noexcept;
+
+/// Registers a module for as long as the library that holds this object is loaded.
+class ModuleRegistration {
+public:
+   explicit ModuleRegistration(KivModule const& module) noexcept : module_(module) {
+      kivModuleIs(module);
+   }
+   ModuleRegistration(ModuleRegistration const&) = delete;
+   ModuleRegistration& operator=(ModuleRegistration const&) = delete;
+   ~ModuleRegistration() { kivModuleDel(module_); }
+
+private:
+   KivModule const& module_;
+};
+
+}  // namespace Kiv

@@ -1,0 +1,277 @@
+#include "Kiv/Text.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace Kiv {
+namespace {
+
+bool isBlank(char c) {
+   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+bool isDigit(char c) {
+   return c >= '0' && c <= '9';
+}
+
+bool isWordChar(char c) {
+   return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+/// The run of digits at the cursor; throws if there is none.
+std::string_view digits(CharRange& text, std::string_view type) {
+   std::string_view const rest = text.rest();
+   std::size_t n = 0;
+   while (n < rest.size() && isDigit(rest[n])) {
+      ++n;
+   }
+   if (n == 0 || (n < rest.size() && (isWordChar(rest[n]) || rest[n] == '.'))) {
+      text.fail("expected a number of type " + Sarn::String(type));
+   }
+   text.advance(n);
+   return rest.substr(0, n);
+}
+
+[[noreturn]] void outOfRange(Sarn::String const& value, std::string_view type,
+                             Sarn::String const& min, Sarn::String const& max) {
+   throwRangeException(value + " does not fit " + Sarn::String(type) + " (" + min + " to " + max +
+                       ")");
+}
+
+template <class T>
+T parseFloating(CharRange& text, std::string_view type) {
+   text.skipBlanks();
+   std::string_view const rest = text.rest();
+   T v{};
+   // from_chars takes "infinity" and "nan(...)" too; the text form has the two short words only.
+   auto const [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), v);
+   auto const size = static_cast<std::size_t>(end - rest.data());
+   std::string_view const taken = rest.substr(0, size);
+   if (error == std::errc::result_out_of_range) {
+      throwRangeException(Sarn::String(taken) + " does not fit " + Sarn::String(type));
+   }
+   bool const wordy = error == std::errc() && !std::isfinite(v);
+   if (error != std::errc() ||
+       (wordy && taken != "inf" && taken != "-inf" && taken != "nan" && taken != "-nan") ||
+       (size < rest.size() && (isWordChar(rest[size]) || rest[size] == '('))) {
+      text.fail("expected a number of type " + Sarn::String(type));
+   }
+   text.advance(size);
+   return v;
+}
+
+template <class T>
+void printFloating(Sarn::String& out, T v) {
+   if (std::isnan(v)) {
+      out += "nan";
+      return;
+   }
+   if (std::isinf(v)) {
+      out += v < 0 ? "-inf" : "inf";
+      return;
+   }
+   char buffer[64];
+   auto const [end, error] = std::to_chars(buffer, buffer + sizeof buffer, v);
+   (void)error;
+   out.append(buffer, end);
+}
+
+int hexValue(char c) {
+   if (isDigit(c)) {
+      return c - '0';
+   }
+   if (c >= 'a' && c <= 'f') {
+      return c - 'a' + 10;
+   }
+   if (c >= 'A' && c <= 'F') {
+      return c - 'A' + 10;
+   }
+   return -1;
+}
+
+}  // namespace
+
+void CharRange::skipBlanks() noexcept {
+   while (!atEnd() && isBlank(text_[at_])) {
+      ++at_;
+   }
+}
+
+bool CharRange::accept(std::string_view token) noexcept {
+   skipBlanks();
+   if (!rest().starts_with(token)) {
+      return false;
+   }
+   at_ += token.size();
+   return true;
+}
+
+void CharRange::expect(std::string_view token) {
+   if (!accept(token)) {
+      fail("expected \"" + Sarn::String(token) + "\"");
+   }
+}
+
+std::string_view CharRange::word(std::string_view extra) noexcept {
+   skipBlanks();
+   std::size_t n = 0;
+   while (at_ + n < text_.size() &&
+          (isWordChar(text_[at_ + n]) || extra.find(text_[at_ + n]) != std::string_view::npos)) {
+      ++n;
+   }
+   std::string_view const taken = text_.substr(at_, n);
+   at_ += n;
+   return taken;
+}
+
+void CharRange::expectEnd() {
+   skipBlanks();
+   if (!atEnd()) {
+      fail("text follows the value");
+   }
+}
+
+S64 parseSigned(CharRange& text, S64 min, S64 max, std::string_view type) {
+   text.skipBlanks();
+   bool const negative = text.peek() == '-';
+   if (negative) {
+      text.advance(1);
+   }
+   std::string_view const run = digits(text, type);
+   U64 magnitude = 0;
+   auto const error = std::from_chars(run.data(), run.data() + run.size(), magnitude).ec;
+   U64 const limit = negative ? U64(0) - static_cast<U64>(min) : static_cast<U64>(max);
+   if (error != std::errc() || magnitude > limit) {
+      outOfRange((negative ? "-" : "") + Sarn::String(run), type, std::to_string(min),
+                 std::to_string(max));
+   }
+   return static_cast<S64>(negative ? U64(0) - magnitude : magnitude);
+}
+
+U64 parseUnsigned(CharRange& text, U64 max, std::string_view type) {
+   text.skipBlanks();
+   bool const negative = text.peek() == '-';
+   if (negative) {
+      text.advance(1);
+   }
+   std::string_view const run = digits(text, type);
+   U64 v = 0;
+   auto const error = std::from_chars(run.data(), run.data() + run.size(), v).ec;
+   if (error != std::errc() || v > max || (negative && v != 0)) {
+      outOfRange((negative ? "-" : "") + Sarn::String(run), type, "0", std::to_string(max));
+   }
+   return v;
+}
+
+bool parseBool(CharRange& text) {
+   text.skipBlanks();
+   CharRange const before = text;
+   std::string_view const word = text.word();
+   if (word == "true") {
+      return true;
+   }
+   if (word != "false") {
+      before.fail("expected true or false");
+   }
+   return false;
+}
+
+double parseDouble(CharRange& text) {
+   return parseFloating<double>(text, "double");
+}
+
+float parseFloat(CharRange& text) {
+   return parseFloating<float>(text, "float");
+}
+
+Sarn::String parseString(CharRange& text) {
+   text.expect("\"");
+   Sarn::String v;
+   for (;;) {
+      if (text.atEnd()) {
+         text.fail("expected the closing \" of a string");
+      }
+      char const c = text.peek();
+      if (c == '"') {
+         text.advance(1);
+         return v;
+      }
+      if (c != '\\') {
+         v += c;
+         text.advance(1);
+         continue;
+      }
+      std::string_view const rest = text.rest();
+      char const kind = rest.size() > 1 ? rest[1] : '\0';
+      if (kind == 'x' && rest.size() >= 4 && hexValue(rest[2]) >= 0 && hexValue(rest[3]) >= 0) {
+         v += static_cast<char>(hexValue(rest[2]) * 16 + hexValue(rest[3]));
+         text.advance(4);
+         continue;
+      }
+      static constexpr std::string_view letters = "\"\\nrt";
+      std::size_t const which = letters.find(kind);
+      if (kind == '\0' || which == std::string_view::npos) {
+         text.fail("unknown escape in a string; there are \\\" \\\\ \\n \\r \\t and \\xHH");
+      }
+      v += "\"\\\n\r\t"[which];
+      text.advance(2);
+   }
+}
+
+void printSigned(Sarn::String& out, S64 v) {
+   char buffer[24];
+   out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, v).ptr);
+}
+
+void printUnsigned(Sarn::String& out, U64 v) {
+   char buffer[24];
+   out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, v).ptr);
+}
+
+void printBool(Sarn::String& out, bool v) {
+   out += v ? "true" : "false";
+}
+
+void printDouble(Sarn::String& out, double v) {
+   printFloating(out, v);
+}
+
+void printFloat(Sarn::String& out, float v) {
+   printFloating(out, v);
+}
+
+void printString(Sarn::String& out, std::string_view v) {
+   static constexpr char hex[] = "0123456789abcdef";
+   out += '"';
+   for (char const c : v) {
+      auto const byte = static_cast<U8>(c);
+      switch (c) {
+         case '"':
+            out += "\\\"";
+            break;
+         case '\\':
+            out += "\\\\";
+            break;
+         case '\n':
+            out += "\\n";
+            break;
+         case '\r':
+            out += "\\r";
+            break;
+         case '\t':
+            out += "\\t";
+            break;
+         default:
+            if (byte < 0x20 || byte == 0x7f) {
+               out += "\\x";
+               out += hex[byte >> 4];
+               out += hex[byte & 15];
+            } else {
+               out += c;
+            }
+      }
+   }
+   out += '"';
+}
+
+}  // namespace Kiv

@@ -1,0 +1,204 @@
+#pragma once
+
+#include "Kiv/Exception.h"
+#include "Sarn/Ptr.h"
+#include "Sarn/String.h"
+#include "Sarn/Types.h"
+
+/// Types as data: what every generated and built-in type tells about itself, so that a program can
+/// drive it without knowing it. The generic interface (`TypeImpl::genericIf...`) stands on this.
+namespace Kiv {
+
+class AllocTrackTypeInfo;
+class CharRange;
+class Entity;
+class TypeImpl;
+struct AttrOps;
+struct KivModule;
+namespace NboAttrLog {
+class FlowOut;
+class In;
+class Out;
+class Sa;
+}  // namespace NboAttrLog
+
+enum class TypeKind : U8 { scalar, enumeration, value, entity };
+
+/// What a member of an entity or value type is.
+enum class MemberKind : U8 {
+   none,       ///< an id that nobody has: reserved, or the first of a queue's two
+   single,     ///< a value: attribute, field, key, constant, derived member
+   child,      ///< a singleton child entity
+   children,   ///< an instantiating collection of child entities
+   map,        ///< a hash map of values
+   ordered,    ///< an ordered map of values
+   queue,      ///< a sequence-numbered queue
+   operation,  ///< a hand-written operation
+};
+
+/// One member as the generic interface and the stream see it: a row of its type's table, found by
+/// `id - firstId`. Rows are constant data.
+struct FieldDescriptor {
+   enum Flag : U16 {
+      streamed = 1,    ///< travels in the attribute log
+      given = 2,       ///< its first value is a constructor argument
+      constant = 4,    ///< set at construction for good, or a constant of the type
+      named = 8,       ///< a singleton child that is made with a name
+      keyInside = 16,  ///< the map's key is a field of its value
+      instantiation1 = 32,
+      instantiation2 = 64,
+      instantiation3 = 128,
+   };
+
+   AttributeId fieldId = 0;
+   U16 kindWord = 0;
+   U16 flags = 0;
+   MemberKind kind = MemberKind::none;
+   char const* name = nullptr;
+   /// Of the value, the element or the child entity; of an optional member its `Kiv::Optional`.
+   TypeImpl const* type = nullptr;
+   TypeImpl const* keyType = nullptr;
+   AttrOps const* ops = nullptr;
+
+   bool has(Flag flag) const noexcept { return (flags & flag) != 0; }
+};
+
+/// The fixed field id of a root entity's name in the generic interface.
+inline constexpr AttributeId nameFieldId = 154;
+
+/// Results of the generic attribute operation.
+enum Status : U8 { statusOk = 0, statusRefused = 1, statusUnknownField = 2 };
+
+/// Per value type: the functions that its module record points to. `value`, `dst` and `src` are
+/// addresses of values of the type; `genericIfConstruct` and `genericIfStrepToValue` build a value
+/// in raw storage.
+struct ValueFunctions {
+   void (*genericIfConstruct)(void* dst, void const* src);
+   void (*genericIfDestruct)(void* value);
+   void (*genericIfStrepToValue)(void* dst, CharRange& text);
+   void (*genericIfStrRep)(Sarn::String& out, void const* value);
+   void (*unused4)();
+   void (*unused5)();
+   U32 (*genericIfHash)(void const* value, U32 seed);
+   void (*genericIfVoidPtrIs)(void* dst, void const* src);
+};
+
+/// What the framework needs of a value type beyond its module record's functions.
+struct ValueSupport {
+   void (*construct)(void* dst);
+   bool (*isEq)(void const* a, void const* b);
+   bool (*differsFromDefault)(void const* value);
+   std::size_t (*encodedSize)(void const* value);
+   void (*encode)(NboAttrLog::Out& out, void const* value);
+   void (*decode)(void* dst, NboAttrLog::In& in);
+   void (*constructFromCtorArgs)(void* dst, void const* const* args);
+};
+
+/// The position of `genericIfIterator`.
+enum class IteratorOp : U8 { begin, next, valid, destroy };
+
+/// Room for any collection's checked iterator, so that iterating allocates nothing.
+struct alignas(16) IteratorStorage {
+   unsigned char bytes[96];
+};
+
+/// Per entity type: how the attribute log makes, writes and applies it.
+struct StreamFunctions {
+   Sarn::Ptr<Entity> (*newEntityForAttrLog)(NboAttrLog::In& in);
+   NboAttrLog::FlowOut* (*newFlowOut)(NboAttrLog::Sa& adapter, bool replayAll, AttributeId from);
+   void (*unused2)();
+   std::size_t (*attrLogSizeCtorParams)(Entity const& entity);
+   void (*serializeConstructorParams)(NboAttrLog::Out& out, Entity const& entity);
+   void (*unused5)();
+   S32 (*handleAttrFlowOut)
+   (NboAttrLog::Sa& adapter, AttributeId from, NboAttrLog::FlowOut& flowOut);
+   void (*unused7)();
+   void (*doHandleAttrDeserialization)(NboAttrLog::Sa& adapter, AttributeId id, bool flag,
+                                       U32 count, NboAttrLog::In& in);
+   U8 (*streamAdapterOnAttribute)(NboAttrLog::Sa& adapter, AttributeId id, void const* value);
+};
+
+/// Per entity type: the functions that its module record points to.
+struct EntityFunctions {
+   Sarn::Ptr<Entity> (*genericIfConstructFromCtorArgs)(void const* const* args);
+   U8 (*genericIfAttributeOp)
+   (void* result, void* object, FieldDescriptor const* field, U8 op, void const* other,
+    void const* argument);
+   /// Null when the type has no collection.
+   bool (*genericIfIterator)(Entity& object, IteratorStorage& iterator,
+                             FieldDescriptor const& field, IteratorOp op);
+   StreamFunctions const* stream;
+};
+
+/// A type. One constant object a type, alive as long as the library that defines it.
+class TypeImpl {
+public:
+   char const* name;
+   TypeKind kind;
+   U16 alignment;
+   U32 size;
+   /// Null for an entity, or for an enumeration's names.
+   ValueFunctions const* values;
+   ValueSupport const* support;
+   /// Null but for an entity.
+   EntityFunctions const* entity;
+   /// The type that an entity type is derived from, or null.
+   TypeImpl const* base;
+   /// Own members: `rows[id - firstId]`.
+   FieldDescriptor const* rows;
+   AttributeId firstId;
+   U16 rowCount;
+   /// The module that defines it (null for a built-in type) and its place in the type records.
+   KivModule const* module;
+   U16 index;
+   /// Whether an entity of this type is made with a name (a root or a named child).
+   bool named;
+   AllocTrackTypeInfo* tracker;
+
+   /// The member with this id, own or inherited; null if there is none. O(depth of derivation).
+   FieldDescriptor const* field(AttributeId id) const noexcept {
+      auto const at = static_cast<U32>(id) - firstId;
+      if (at < rowCount) [[likely]] {
+         return rows[at].kind != MemberKind::none ? &rows[at] : nullptr;
+      }
+      return base != nullptr && id < firstId ? base->field(id) : nullptr;
+   }
+   /// The member with this name, or null; linear.
+   FieldDescriptor const* field(std::string_view name) const noexcept;
+   /// Whether this is `other` or derived from it.
+   bool isA(TypeImpl const& other) const noexcept;
+
+   // The generic interface. A value of another type than the operation's is a programming error
+   // where only an address is given; where the framework can tell, it throws TypeException.
+
+   /// Copy-constructs a value in raw storage.
+   void genericIfConstruct(void* dst, void const* src) const {
+      values->genericIfConstruct(dst, src);
+   }
+   /// Builds a value in raw storage from the addresses of its constructor arguments, in
+   /// declaration order; for an entity the storage gets a `Sarn::Ptr<Entity>`.
+   void genericIfConstructFromCtorArgs(void* dst, void const* const* args) const;
+   /// See `docs/generic-interface.md` for the op codes. `result` is raw storage.
+   U8 genericIfAttributeOp(void* result, void* object, FieldDescriptor const* field, U8 op,
+                           void const* other, void const* argument) const;
+   Sarn::String genericIfStrRep(void const* value) const;
+   void genericIfStrepToValue(void* dst, CharRange& text) const;
+   U32 genericIfHash(void const* value, U32 seed) const {
+      return values->genericIfHash(value, seed);
+   }
+};
+
+/// Calls `visit(row)` for every member, inherited ones first, in id order.
+template <class Visit>
+void forEachField(TypeImpl const& type, Visit&& visit) {
+   if (type.base != nullptr) {
+      forEachField(*type.base, visit);
+   }
+   for (U16 i = 0; i != type.rowCount; ++i) {
+      if (type.rows[i].kind != MemberKind::none) {
+         visit(type.rows[i]);
+      }
+   }
+}
+
+}  // namespace Kiv

@@ -1,0 +1,214 @@
+#include "Sarn/Publisher.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstddef>
+#include <new>
+
+namespace Sarn {
+
+/// The registrations of one publisher:
+///
+///     | size | capacity | slot 0 | slot 1 | ... |
+///
+/// A slot is an observer's address with bit 0 set for a subtree observer, or 0 for a hole that a
+/// removal left while a publication was running.
+struct Publisher::List {
+   U32 size;
+   U32 capacity;
+   std::uintptr_t slots[1];
+
+   static constexpr std::uintptr_t subtreeBit = 1;
+
+   static List* make(U32 capacity) {
+      void* const room = ::operator new(offsetof(List, slots) + capacity * sizeof(std::uintptr_t));
+      return new (room) List{0, capacity, {0}};
+   }
+   static void destroy(List* list) noexcept { ::operator delete(list); }
+   static std::uintptr_t slot(Observer const& observer, Scope scope) noexcept {
+      return reinterpret_cast<std::uintptr_t>(&observer) |
+             (scope == Scope::subtree ? subtreeBit : 0);
+   }
+   std::uintptr_t* find(std::uintptr_t wanted) noexcept {
+      std::uintptr_t* const end = slots + size;
+      std::uintptr_t* const at = std::find(slots, end, wanted);
+      return at == end ? nullptr : at;
+   }
+};
+
+/// One running publication. The frames of a thread form a stack; a publication that begins while
+/// others run first brings those to their end, oldest first, which keeps changes in order for
+/// everybody. A frame whose publisher died, or that somebody above brought to its end, is done:
+/// `at` is null.
+struct Publisher::Frame {
+   Frame* outer;
+   Change change;
+   Publisher* at;
+   U32 next;
+   U32 end;
+
+   void enter(Publisher* publisher) noexcept {
+      at = publisher;
+      next = 0;
+      end = publisher->list_ != nullptr ? publisher->list_->size : 0;
+   }
+   void finish() noexcept {
+      at = nullptr;
+      next = end = 0;
+   }
+};
+
+namespace {
+
+// A fixed offset from the thread pointer instead of a call for every publication.
+[[gnu::tls_model("initial-exec")]] constinit thread_local void* topFrame = nullptr;
+
+}  // namespace
+
+Publisher::~Publisher() {
+   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
+      if (frame->at == this || &frame->change.source == this) {
+         frame->finish();
+      }
+   }
+   if (list_ != nullptr) {
+      List::destroy(list_);
+   }
+}
+
+void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
+                        KeyCompare keyCompare) {
+   auto* const outer = static_cast<Frame*>(topFrame);
+   Frame frame{outer, {*this, attributeId, key, oldValue, keyCompare}, nullptr, 0, 0};
+   frame.enter(this);
+   struct Pop {
+      Frame* outer;
+      ~Pop() { topFrame = outer; }
+   } const pop{outer};
+   topFrame = &frame;
+   if (outer != nullptr) [[unlikely]] {
+      drain(outer);
+   }
+   run(frame);
+}
+
+void Publisher::drain(Frame* frame) {
+   if (frame->outer != nullptr) {
+      drain(frame->outer);
+   }
+   if (frame->at != nullptr) {
+      run(*frame);
+   }
+}
+
+void Publisher::run(Frame& frame) {
+   while (frame.at != nullptr) {
+      while (frame.next != frame.end) {
+         std::uintptr_t const slot = frame.at->list_->slots[frame.next++];
+         if (slot == 0 || (frame.at != &frame.change.source && (slot & List::subtreeBit) == 0)) {
+            continue;
+         }
+         reinterpret_cast<Observer*>(slot & ~List::subtreeBit)->onChange(frame.change);
+      }
+      if (frame.at == nullptr) {
+         return;
+      }
+      Publisher* higher = frame.at->parent_;
+      if ((frame.at->watch_ & Publisher::aboveBit) == 0) {
+         higher = nullptr;
+      }
+      while (higher != nullptr && higher->list_ == nullptr) {
+         higher = higher->parent_;
+      }
+      if (higher == nullptr) {
+         frame.finish();
+         return;
+      }
+      frame.enter(higher);
+   }
+}
+
+bool Publisher::running(List const* list) noexcept {
+   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
+      if (frame->at != nullptr && frame->at->list_ == list) {
+         return true;
+      }
+   }
+   return false;
+}
+
+bool Publisher::hasSubtreeObserver() const noexcept {
+   if (list_ == nullptr) {
+      return false;
+   }
+   return std::any_of(list_->slots, list_->slots + list_->size,
+                      [](std::uintptr_t slot) { return (slot & List::subtreeBit) != 0; });
+}
+
+bool Publisher::hasObserver(Observer const& observer, Scope scope) const noexcept {
+   return list_ != nullptr && list_->find(List::slot(observer, scope)) != nullptr;
+}
+
+void Publisher::add(Observer& observer, Scope scope, bool first) {
+   assert(!hasObserver(observer, scope));
+   if (list_ == nullptr) {
+      list_ = List::make(2);
+   }
+   if (!running(list_)) {
+      compact();
+   }
+   if (list_->size == list_->capacity) {
+      List* const wider = List::make(list_->capacity * 2);
+      std::copy(list_->slots, list_->slots + list_->size, wider->slots);
+      wider->size = list_->size;
+      replaceList(wider);
+   }
+   std::uintptr_t* const end = list_->slots + list_->size++;
+   *end = List::slot(observer, scope);
+   if (first) {
+      std::rotate(list_->slots, end, end + 1);
+      // A running publication has gone past the first place: its position moves with the others.
+      for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
+         if (frame->at == this) {
+            ++frame->next;
+            ++frame->end;
+         }
+      }
+   }
+   watch_ |= ownBit;
+}
+
+bool Publisher::remove(Observer& observer, Scope scope) noexcept {
+   std::uintptr_t* const slot =
+         list_ != nullptr ? list_->find(List::slot(observer, scope)) : nullptr;
+   if (slot == nullptr) {
+      return false;
+   }
+   *slot = 0;
+   if (!running(list_)) {
+      compact();
+   }
+   bool const empty = std::all_of(list_->slots, list_->slots + list_->size,
+                                  [](std::uintptr_t s) { return s == 0; });
+   if (empty) {
+      watch_ = static_cast<U8>(watch_ & aboveBit);
+      if (!running(list_)) {
+         List::destroy(list_);
+         list_ = nullptr;
+      }
+   }
+   return true;
+}
+
+void Publisher::compact() noexcept {
+   std::uintptr_t* const end =
+         std::remove(list_->slots, list_->slots + list_->size, std::uintptr_t(0));
+   list_->size = static_cast<U32>(end - list_->slots);
+}
+
+void Publisher::replaceList(List* list) noexcept {
+   List::destroy(list_);
+   list_ = list;
+}
+
+}  // namespace Sarn

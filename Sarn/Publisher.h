@@ -1,0 +1,119 @@
+#pragma once
+
+#include "Sarn/Types.h"
+
+namespace Sarn {
+
+class Publisher;
+
+/// Tells whether the two keys of a collection, given by address, are equal.
+using KeyCompare = bool (*)(void const*, void const*);
+
+/// One change of one attribute, as an observer gets it. Everything is by reference and valid only
+/// during the call.
+struct Change {
+   /// Whose attribute changed. `Kiv::entityOf(change)` gives the entity.
+   Publisher& source;
+   U16 attributeId;
+   /// The collection's key, or the queue's `U32` sequence number; null for a single attribute.
+   void const* key;
+   /// The value before; null for an insertion and where there was none.
+   void const* oldValue;
+   /// Compares keys of this collection; null without a key.
+   KeyCompare keyCompare;
+};
+
+/// Somebody who is told of changes. It must be removed from every publisher before it dies.
+///
+/// Inside `onChange` anything is allowed: add and remove observers, this one included; call
+/// setters; drop the last reference to the entity. A change that is made inside is told to every
+/// observer after the change that is being told, so that all see changes in the order they were
+/// made; an observer that reads the entity then reads the newest value.
+class Observer {
+public:
+   virtual void onChange(Change const& change) = 0;
+
+protected:
+   Observer() = default;
+   Observer(Observer const&) = default;
+   Observer& operator=(Observer const&) = default;
+   ~Observer() = default;
+};
+
+/// What an observer watches.
+enum class Scope : U8 {
+   entity,   ///< the publisher's own changes
+   subtree,  ///< its own and those of every publisher below it
+};
+
+/// The observers of one entity, and its place in the tree that changes climb.
+///
+/// A publisher without observers is a null list and a byte of flags. The list comes with the
+/// first observer and goes with the last. Publishing with nobody listening, here or above, is a
+/// load and a branch.
+///
+/// Invariants:
+/// - `watch_ & ownBit` exactly when the list holds an observer;
+/// - `watch_ & aboveBit` exactly when this publisher or one above it has a subtree observer
+/// (whoever
+///   changes the tree keeps this up: `subtreeWatchedIs`);
+/// - a list on which a publication is running is never compacted nor freed: removal leaves a hole.
+///
+/// Threads: one thread owns a tree of publishers.
+class Publisher {
+public:
+   Publisher() noexcept = default;
+   Publisher(Publisher const&) = delete;
+   Publisher& operator=(Publisher const&) = delete;
+   ~Publisher();
+
+   /// Tells everybody: this publisher's observers in the order of their registration, then the
+   /// subtree observers of its parent, and so on to the root. What an observer throws ends the
+   /// telling and comes out here.
+   void publishChangeRecursive(U16 attributeId, void const* key, void const* oldValue,
+                               KeyCompare keyCompare) {
+      if (watch_ != 0) [[unlikely]] {
+         publish(attributeId, key, oldValue, keyCompare);
+      }
+   }
+
+   /// Whether a change here would be told to anybody.
+   bool watched() const noexcept { return watch_ != 0; }
+   /// Whether this publisher or one above it has a subtree observer.
+   bool subtreeWatched() const noexcept { return (watch_ & aboveBit) != 0; }
+   /// Whether this publisher itself has a subtree observer.
+   bool hasSubtreeObserver() const noexcept;
+   bool hasObserver(Observer const& observer, Scope scope) const noexcept;
+
+protected:
+   /// Adds an observer behind the others, or before them when `first`. REQUIRES: it is not
+   /// registered here with this scope already.
+   void add(Observer& observer, Scope scope, bool first);
+   /// Removes it. Returns false if it was not registered here with this scope.
+   bool remove(Observer& observer, Scope scope) noexcept;
+
+   Publisher* parentPublisher() const noexcept { return parent_; }
+   void parentPublisherIs(Publisher* parent) noexcept { parent_ = parent; }
+   void subtreeWatchedIs(bool watched) noexcept {
+      watch_ = static_cast<U8>(watched ? (watch_ | aboveBit) : (watch_ & ownBit));
+   }
+
+private:
+   struct List;
+   struct Frame;
+   static constexpr U8 ownBit = 1;
+   static constexpr U8 aboveBit = 2;
+
+   void publish(U16 attributeId, void const* key, void const* oldValue, KeyCompare keyCompare);
+   static void run(Frame& frame);
+   static void drain(Frame* frame);
+   static bool running(List const* list) noexcept;
+   void compact() noexcept;
+   void replaceList(List* list) noexcept;
+
+   List* list_ = nullptr;
+   Publisher* parent_ = nullptr;
+   U8 watch_ = 0;
+};
+
+}  // namespace Sarn
