@@ -1,0 +1,71 @@
+#include "Kivc/Driver.h"
+
+#include <exception>
+
+#include "Kivc/Check.h"
+#include "Kivc/EmitManifest.h"
+#include "Kivc/EmitReference.h"
+#include "Kivc/Loader.h"
+#include "Kivc/Output.h"
+
+namespace kivc {
+
+namespace {
+
+/// A path as make and ninja read it.
+std::string escaped(std::string const& path) {
+   std::string out;
+   for (char const c : path) {
+      if (c == ' ' || c == '#') {
+         out += '\\';
+      }
+      out += c == '$' ? "$$" : std::string(1, c);
+   }
+   return out;
+}
+
+std::string dependencies(std::string const& depfile, std::vector<std::string> const& files) {
+   auto target = depfile;
+   if (target.ends_with(".d")) {
+      target.resize(target.size() - 2);
+   }
+   auto out = escaped(target) + ":";
+   for (auto const& file : files) {
+      out += " \\\n  " + escaped(file);
+   }
+   return out + "\n";
+}
+
+}  // namespace
+
+int run(Options const& options, std::ostream& errors) {
+   Diagnostics diagnostics;
+   Loader loader(options.roots, diagnostics);
+   auto const* main = loader.load(options.input);
+   for (auto const& module : loader.modules()) {
+      check(*module, diagnostics);
+   }
+   if (main == nullptr || !diagnostics.empty()) {
+      errors << diagnostics.render();
+      return 1;
+   }
+   Output output;
+   if (!options.manifest.empty()) {
+      output.add(options.manifest, emitManifest(*main));
+   }
+   if (!options.reference.empty()) {
+      output.add(options.reference, emitReference(*main));
+   }
+   if (!options.depfile.empty()) {
+      output.add(options.depfile, dependencies(options.depfile, loader.files()));
+   }
+   try {
+      output.write();
+   } catch (std::exception const& error) {
+      errors << "error: " << error.what() << "\n";
+      return 1;
+   }
+   return 0;
+}
+
+}  // namespace kivc

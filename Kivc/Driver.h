@@ -1,0 +1,24 @@
+// One run of the compiler, as a function.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace kivc {
+
+struct Options {
+   std::string input;
+   std::vector<std::string> roots;  ///< -I
+   std::string out;                 ///< --out; empty: no C++ is written
+   std::string manifest;            ///< --manifest; empty: none
+   std::string reference;           ///< --reference; empty: none
+   /// --depfile; its target is the path without ".d". Empty: none.
+   std::string depfile;
+};
+
+/// Compiles one module. Messages go to `errors`. Returns the exit status: 0, or 1 after an error,
+/// in which case nothing has been written.
+int run(Options const& options, std::ostream& errors);
+
+}  // namespace kivc

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "Kivc/Model.h"
+
+namespace kivc {
+
+/// The module's reference page in Markdown: each type with its documentation and a table of its
+/// members.
+std::string emitReference(Module const& module);
+
+}  // namespace kivc

@@ -1,0 +1,32 @@
+// kivc: compiles a module's declarations (*.kiv) to C++.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "Kivc/Driver.h"
+
+int main(int argc, char** argv) {
+   CLI::App app{"Compiles the declarations of a module to C++."};
+   app.footer("Example:\n  kivc -I . --out build/gen --depfile build/Demo.stamp.d Demo/Demo.kiv");
+   kivc::Options options;
+   app.add_option(
+            "-I", options.roots,
+            "Include root: modules named by 'use' are looked for here and one directory below")
+         ->type_name("DIR")
+         ->allow_extra_args(false);
+   app.add_option("--out", options.out, "Write C++ below this directory")->type_name("DIR");
+   app.add_option("--manifest", options.manifest, "Write the list of ids")->type_name("FILE");
+   app.add_option("--reference", options.reference, "Write the reference page, in Markdown")
+         ->type_name("FILE");
+   app.add_option("--depfile", options.depfile,
+                  "Write the files read, for make; the target is FILE without '.d'")
+         ->type_name("FILE");
+   app.add_option("file", options.input, "Module to compile")->required()->type_name("FILE.kiv");
+   CLI11_PARSE(app, argc, argv);
+   try {
+      return kivc::run(options, std::cerr);
+   } catch (std::exception const& error) {
+      std::cerr << "kivc: internal error: " << error.what() << "\n";
+      return 2;
+   }
+}
