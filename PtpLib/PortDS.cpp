@@ -1,0 +1,79 @@
+#include "PtpLib/PtpStatusStatedbTypes/PortDS.h"
+
+#include "Kiv/System.h"
+
+namespace Ptp {
+
+namespace {
+
+/// The `logMessageInterval` of messages that have none (IEEE 1588-2008, table 24).
+constexpr S16 noInterval = 0x7F;
+
+}  // namespace
+
+U8 PortDS::versionNumber() const {
+   return 2;
+}
+
+S16 PortDS::getLogMessageInterval(MessageTypeNumber messageType, bool intervalKnown) const {
+   if (messageType == MessageTypeNumber::announce) {
+      return logAnnounceInterval();
+   }
+   if (!intervalKnown) {
+      return noInterval;
+   }
+   switch (messageType) {
+      case MessageTypeNumber::sync:
+      case MessageTypeNumber::followUp:
+         return logSyncInterval();
+      case MessageTypeNumber::delayResp:
+         return logMinDelayReqInterval();
+      default:
+         return noInterval;
+   }
+}
+
+bool PortDS::isManagementPktForwardingState() const {
+   switch (portState()) {
+      case PortState::preMaster:
+      case PortState::master:
+      case PortState::uncalibrated:
+      case PortState::slave:
+         return true;
+      default:
+         return false;
+   }
+}
+
+void PortDS::receiveSyncMessage() {
+   // One more is always a change, even where the counter wraps.
+   syncMessageReceivedInc(1);
+}
+
+void PortDS::maybeClearCounters() {
+   // Not `<=`: with a NaN on either side the counters are cleared.
+   if (!initialized() || lastClearTime() > clearCountersRequestTime()) {
+      return;
+   }
+   // Not a reset: readers take the step of this counter for the sign that a clear is under way.
+   syncMessageReceivedInc(1);
+   stpDiscardedRxMessagesCountIs(0);
+   stpDiscardedTxMessagesCountIs(0);
+   ucastNegRequestTlvsReceivedIs(0);
+   ucastNegRequestTlvsSentIs(0);
+   ucastNegGrantTlvsReceivedIs(0);
+   ucastNegGrantTlvsSentIs(0);
+   ucastNegCancelTlvsReceivedIs(0);
+   ucastNegCancelTlvsSentIs(0);
+   ucastNegAckCancelTlvsReceivedIs(0);
+   ucastNegAckCancelTlvsSentIs(0);
+   ptpDiscardedTxArpExpireCountIs(0);
+   corruptedRxManagementMessagesCountIs(0);
+   lastClearTimeIs(Kiv::System::currentTime());
+}
+
+void PortDS::updateClearCountersRequestTime() {
+   clearCountersRequestTimeIs(Kiv::System::currentTime());
+}
+
+}  // namespace Ptp
