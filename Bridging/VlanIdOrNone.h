@@ -1,0 +1,58 @@
+#pragma once
+
+#include <compare>
+
+#include "Kiv/Hash.h"
+#include "Kiv/NboAttrLog.h"
+#include "Kiv/Text.h"
+
+namespace Bridging {
+
+/// An IEEE 802.1Q VLAN id, from 1 to 4094, or none. None is first in the order.
+///
+/// Text: the number, or `none`. In the stream: U16, none as 0.
+class VlanIdOrNone {
+public:
+   static constexpr char const* kivTypeName = "Bridging::VlanIdOrNone";
+   static constexpr std::size_t kivMaxEncodedSize = 2;
+   static constexpr U16 min = 1;
+   static constexpr U16 max = 4094;
+
+   /// None.
+   constexpr VlanIdOrNone() noexcept = default;
+   /// `id`: from 1 to 4094, or 0 for none; anything else throws `RangeException`.
+   constexpr explicit VlanIdOrNone(U16 id) : id_(id) {
+      if (id > max) {
+         throwRange(id);
+      }
+   }
+   /// The id that all of `text` is, blanks around it allowed.
+   explicit VlanIdOrNone(std::string_view text);
+   /// Reads an id or `none` at the cursor. A number that is no id, 0 included: a `RangeException`;
+   /// neither number nor `none`: a `ParseException`.
+   explicit VlanIdOrNone(Kiv::CharRange& text);
+   VlanIdOrNone(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
+
+   constexpr bool isNone() const noexcept { return id_ == 0; }
+   /// The id; 0 if none.
+   constexpr U16 value() const noexcept { return id_; }
+
+   constexpr bool operator==(VlanIdOrNone const&) const noexcept = default;
+   constexpr std::strong_ordering operator<=>(VlanIdOrNone const&) const noexcept = default;
+   constexpr bool isEq(VlanIdOrNone const& other) const noexcept { return *this == other; }
+   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, id_); }
+
+   void print(Sarn::String& out) const;
+   constexpr std::size_t kivEncodedSize() const noexcept { return kivMaxEncodedSize; }
+   friend Kiv::NboAttrLog::Out& operator<<(Kiv::NboAttrLog::Out& out, VlanIdOrNone const& v) {
+      out.writeU16(v.id_);
+      return out;
+   }
+
+private:
+   [[noreturn]] static void throwRange(U64 id);
+
+   U16 id_ = 0;
+};
+
+}  // namespace Bridging

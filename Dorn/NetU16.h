@@ -1,0 +1,52 @@
+#pragma once
+
+#include <compare>
+
+#include "Kiv/Hash.h"
+#include "Kiv/NboAttrLog.h"
+#include "Kiv/Text.h"
+
+namespace Dorn {
+
+/// A 16-bit unsigned number that is kept in network byte order, so that a packet's field can be
+/// copied to it and from it as bytes. Ordered and printed as the number; nothing converts
+/// implicitly, so that no arithmetic happens on swapped bytes.
+class NetU16 {
+public:
+   static constexpr char const* kivTypeName = "Dorn::NetU16";
+   static constexpr std::size_t kivMaxEncodedSize = 2;
+
+   /// 0.
+   constexpr NetU16() noexcept = default;
+   /// `value`: in the host's byte order.
+   constexpr explicit NetU16(U16 value) noexcept
+         : networkOrder_(Kiv::NboAttrLog::byteSwapped(value)) {}
+   /// The number that all of `text` is in decimal, blanks around it allowed.
+   explicit NetU16(std::string_view text);
+   /// Reads a decimal number at the cursor. Too large: a `RangeException`; no number: a
+   /// `ParseException`.
+   explicit NetU16(Kiv::CharRange& text);
+   NetU16(Kiv::NboAttrLog::In* in, Kiv::StreamBogon) : NetU16(in->nextU16()) {}
+
+   /// The number, in the host's byte order.
+   constexpr U16 value() const noexcept { return Kiv::NboAttrLog::byteSwapped(networkOrder_); }
+
+   constexpr bool operator==(NetU16 const&) const noexcept = default;
+   constexpr std::strong_ordering operator<=>(NetU16 const& other) const noexcept {
+      return value() <=> other.value();
+   }
+   constexpr bool isEq(NetU16 const& other) const noexcept { return *this == other; }
+   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, value()); }
+
+   void print(Sarn::String& out) const { Kiv::printUnsigned(out, value()); }
+   constexpr std::size_t kivEncodedSize() const noexcept { return kivMaxEncodedSize; }
+   friend Kiv::NboAttrLog::Out& operator<<(Kiv::NboAttrLog::Out& out, NetU16 const& v) {
+      out.writeU16(v.value());
+      return out;
+   }
+
+private:
+   U16 networkOrder_ = 0;
+};
+
+}  // namespace Dorn
