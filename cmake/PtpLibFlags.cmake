@@ -20,6 +20,10 @@ if(PTPLIB_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+   # g++ 12 warns of overlapping copies inside std::string that cannot happen (GCC bug 105651).
+   add_compile_options(-Wno-restrict)
+endif()
 if(PTPLIB_WERROR)
    add_compile_options(-Werror)
 endif()

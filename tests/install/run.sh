@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# run.sh BUILD: installs a build into a directory of its own, moves that elsewhere, and uses it from
+# there as a stranger would: with find_package, with a module of one's own, and with pkg-config.
+set -eu
+cd "$(dirname "$0")/../.."
+build=$PWD/$1
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fail() {
+   echo "$*"
+   exit 1
+}
+
+cmake --install "$build" --prefix "$scratch/first" >"$scratch/install.log"
+mv "$scratch/first" "$scratch/prefix"
+prefix=$scratch/prefix
+
+echo "--- what is installed"
+(cd "$prefix" && find . -type d | LC_ALL=C sort)
+for library in Kiv PtpPlatform PtpLib; do
+   [ -f "$prefix/lib/lib$library.so.0.1.0" ] || fail "lib$library.so.0.1.0 is missing"
+   [ -L "$prefix/lib/lib$library.so.0" ] || fail "lib$library.so.0 is missing"
+   [ -L "$prefix/lib/lib$library.so" ] || fail "lib$library.so is missing"
+done
+! find "$prefix" -name '*_test' -o -name '*_bench' -o -name '*KivTest*' | grep . ||
+   fail "what only tests need is installed"
+! grep -rIl -e "$PWD" "$prefix" || fail "these files name the directory of the sources"
+! find "$prefix" -type d -empty | grep . || fail "these directories are empty"
+
+echo "--- the programs run from there"
+"$prefix/bin/kivc" --help >/dev/null
+"$prefix/bin/ptpstate" --help >/dev/null
+
+echo "--- find_package and a module of one's own"
+cp -r tests/install/consumer "$scratch/consumer"
+cmake -G Ninja -S "$scratch/consumer" -B "$scratch/consumer/build" \
+   -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix"
+cmake --build "$scratch/consumer/build"
+"$scratch/consumer/build/consumer" | tee "$scratch/output"
+diff -u "$scratch/consumer/expected.txt" "$scratch/output"
+
+echo "--- pkg-config"
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+pkg-config --print-errors --atleast-version=0.1.0 ptplib
+# shellcheck disable=SC2046
+g++ $(pkg-config --cflags ptplib) tests/install/mirror.cpp -o "$scratch/mirror" \
+   $(pkg-config --libs ptplib) -Wl,-rpath,"$prefix/lib"
+"$scratch/mirror"
