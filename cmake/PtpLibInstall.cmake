@@ -35,7 +35,7 @@ function(ptplib_install)
    foreach(dir IN LISTS dirs)
       foreach(root IN ITEMS "${PROJECT_SOURCE_DIR}" "${PTPLIB_GENERATED_DIR}")
          install(DIRECTORY "${root}/${dir}" DESTINATION "${PTPLIB_INSTALL_INCLUDEDIR}" OPTIONAL
-            FILES_MATCHING PATTERN "*.h")
+            FILES_MATCHING PATTERN "*.h" PATTERN "*Test*.h" EXCLUDE)
       endforeach()
       install(DIRECTORY "${PROJECT_SOURCE_DIR}/${dir}" DESTINATION "${PTPLIB_INSTALL_KIVDIR}"
          OPTIONAL FILES_MATCHING PATTERN "*.kiv")

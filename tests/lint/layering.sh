@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Includes point down only: each directory may include itself and what the table lists for it. The
-# libraries need nothing but the standard library and the operating system.
+# libraries need nothing but the standard library and the operating system. Tests, benchmarks and
+# headers for them, which have Test in their names, may use what is made for tests as well.
 set -u
 . "$(dirname "$0")/common.sh"
 
 platform="Dorn Bridging Brim Acl PtpPlatform"
 libraries="Sarn Kiv $platform PtpLib"
+for_tests="KivTest tests"
 
 # directory: what it may include beside itself
 table="
@@ -21,13 +23,13 @@ KivTest: $libraries
 Kivc:
 tools/ptpstate: $libraries
 examples: $libraries
-bench: $libraries KivTest
-fuzz: $libraries KivTest
-tests: $libraries KivTest
+bench: $libraries $for_tests
+fuzz: $libraries $for_tests
+tests: $libraries $for_tests
 "
 
 own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include' |
-   awk -v table="$table" -v libraries="$libraries" '
+   awk -v table="$table" -v libraries="$libraries" -v for_tests="$for_tests" '
       BEGIN {
          count = split(table, lines, "\n")
          for (i = 1; i <= count; ++i) {
@@ -44,6 +46,10 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
          n = split(libraries, names, " ")
          for (j = 1; j <= n; ++j) {
             library[names[j]] = 1
+         }
+         n = split(for_tests, names, " ")
+         for (j = 1; j <= n; ++j) {
+            helper[names[j]] = 1
          }
       }
       # The longest directory of the table that the path lies in.
@@ -65,6 +71,7 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
          if (file ~ /^tests\/install\//) {
             next
          }
+         is_test = file ~ /(Test|Bench)\.cpp$/ || file ~ /Test[^\/]*\.h$/
          if (from == "") {
             print where ": the directory has no place in the layering table of this script"
             next
@@ -74,10 +81,10 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
             to = layer(path)
             if (to == "") {
                print where ": includes \"" path "\", which is not written from the root of the tree"
-            } else if (!((from, to) in may)) {
+            } else if (!((from, to) in may) && !(is_test && (to in helper))) {
                print where ": " from " includes \"" path "\", but may not depend on " to
             }
-         } else if (match($0, /<[^>]+>/) && (from in library) && file !~ /(Test|Bench)\.cpp$/) {
+         } else if (match($0, /<[^>]+>/) && (from in library) && !is_test) {
             path = substr($0, RSTART + 1, RLENGTH - 2)
             if (path ~ /^(gtest|gmock|benchmark|CLI|nlohmann|boost|fmt|absl)\//) {
                print where ": a library includes <" path ">, which is not the standard library"

@@ -10,7 +10,7 @@
 namespace {
 
 class Printer : public Sarn::Observer {
- public:
+public:
    void onChange(Sarn::Change const& change) override {
       std::cout << "attribute " << change.attributeId << " changed\n";
    }

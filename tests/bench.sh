@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# bench.sh BIN [PATTERN]: runs the benchmark programs of a build (those whose names match) and prints
+# one table: each figure beside its baseline from the same run. A figure is the median of five
+# repetitions, taken in random order so that a slow moment hits all alike.
+#
+# A baseline does the same work: its name differs in the template argument (<Std>, <Bare...>,
+# <Baseline...>), or in the word Baseline, only.
+set -u
+bin=$1
+pattern=${2:-.}
+
+lscpu 2>/dev/null | sed -n 's/^Model name: */CPU: /p' | head -n 1
+printf 'CPUs: %s, load before: %s\n' "$(nproc)" "$(cut -d ' ' -f 1 /proc/loadavg)"
+
+status=0
+for program in "$bin"/*_bench; do
+   [ -x "$program" ] && [[ ${program##*/} =~ $pattern ]] || continue
+   printf '\n%s\n' "${program##*/}"
+   "$program" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+      --benchmark_enable_random_interleaving=true --benchmark_min_time=0.1 \
+      --benchmark_format=csv 2>/dev/null | awk '
+      function scaled(ns) {
+         return ns < 1e3 ? sprintf("%.2f ns", ns) : ns < 1e6 ? sprintf("%.2f us", ns / 1e3) \
+            : ns < 1e9 ? sprintf("%.2f ms", ns / 1e6) : sprintf("%.2f s", ns / 1e9)
+      }
+      /^"/ {
+         name = $0
+         sub(/^"/, "", name)
+         rest = name
+         sub(/".*/, "", name)
+         sub(/^[^"]*",/, "", rest)
+         if (name !~ /_median$/) {
+            next
+         }
+         sub(/_median$/, "", name)
+         split(rest, field, ",")
+         unit = field[4]
+         ns = field[3] * (unit == "us" ? 1e3 : unit == "ms" ? 1e6 : unit == "s" ? 1e9 : 1)
+         work = name
+         isBaseline = name ~ /<(Std|Bare|Baseline)|Baseline/
+         gsub(/<[^>]*>|Baseline/, "", work)
+         if (isBaseline) {
+            baseline[work] = ns
+         } else {
+            order[++count] = name
+            workOf[name] = work
+            time[name] = ns
+         }
+      }
+      END {
+         printf "   %-52s %12s %12s %8s\n", "", "time", "baseline", "ratio"
+         for (i = 1; i <= count; ++i) {
+            name = order[i]
+            work = workOf[name]
+            printf "   %-52s %12s", name, scaled(time[name])
+            if (work in baseline) {
+               printf " %12s %8.2f", scaled(baseline[work]), time[name] / baseline[work]
+            }
+            printf "\n"
+         }
+         exit count == 0
+      }' || {
+      echo "   failed"
+      status=1
+   }
+done
+
+for program in "$bin"/bench_*; do
+   [ -x "$program" ] && [[ ${program##*/} =~ $pattern ]] || continue
+   printf '\n%s\n' "${program##*/}"
+   "$program" || {
+      echo "   failed"
+      status=1
+   }
+done
+exit $status

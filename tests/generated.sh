@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# generated.sh BUILD [--update]: compares what kivc writes of our own modules with what is checked
+# in: the pages of docs/reference, and the lists of ids in tests/golden, so that a changed id is
+# seen in a review. With --update, writes them anew.
+set -u
+cd "$(dirname "$0")/.." || exit 1
+kivc=$1/bin/kivc
+update=${2:-}
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+mkdir -p "$scratch/docs/reference" "$scratch/tests/golden"
+
+index=$scratch/docs/reference/README.md
+{
+   printf '# Reference\n\n'
+   printf 'One page a module, generated from its declarations.\n\n'
+   printf '| module | types |\n|---|---|\n'
+} >"$index"
+for kiv in PtpLib/*.kiv PtpPlatform/*.kiv Dorn/*.kiv Bridging/*.kiv Brim/*.kiv Acl/*.kiv; do
+   [ -e "$kiv" ] || continue
+   module=$(basename "$kiv" .kiv)
+   "$kivc" -I . --reference "$scratch/docs/reference/$module.md" \
+      --manifest "$scratch/tests/golden/$module.ids" "$kiv" || exit 1
+   types=$(awk '$1 ~ /^(entity|value|enum)$/ { list = list (list ? ", " : "") "`" $2 "`" }
+                END { print list }' "$kiv")
+   printf '| [%s](%s.md) | %s |\n' "$module" "$module" "$types" >>"$index"
+done
+
+status=0
+while IFS= read -r file; do
+   if [ "$update" = --update ]; then
+      cmp -s "$scratch/$file" "$file" || {
+         mkdir -p "$(dirname "$file")"
+         cp "$scratch/$file" "$file"
+         echo "$file: written"
+      }
+   elif ! diff -u "$file" "$scratch/$file"; then
+      echo "$file: not what kivc writes; ./dev docs brings it up to date"
+      status=1
+   fi
+done < <(cd "$scratch" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
+
+# What belongs to no module any more.
+for file in docs/reference/*.md tests/golden/*.ids; do
+   [ -e "$file" ] && [ ! -e "$scratch/$file" ] || continue
+   if [ "$update" = --update ]; then
+      rm "$file"
+      echo "$file: removed"
+   else
+      echo "$file: belongs to no module; ./dev docs removes it"
+      status=1
+   fi
+done
+exit $status
