@@ -87,7 +87,8 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
          } else if (match($0, /<[^>]+>/) && (from in library) && !is_test) {
             path = substr($0, RSTART + 1, RLENGTH - 2)
             if (path ~ /^(gtest|gmock|benchmark|CLI|nlohmann|boost|fmt|absl)\//) {
-               print where ": a library includes <" path ">, which is not the standard library"
+               print where ": a library includes <" path ">; if only its tests do, the name of the " \
+                  "header should say Test"
             }
          }
       }' | fail_if_any
