@@ -1,0 +1,175 @@
+#pragma once
+
+#include <atomic>
+#include <bit>
+#include <concepts>
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+#include "Sarn/String.h"
+#include "Sarn/Types.h"
+
+/// Hashing of keys: 32 bits, seeded, and well mixed in all of them, since the hash tables take the
+/// slot from the upper bits and a tag from the lower.
+///
+/// A composite value hashes its fields in declaration order, in one line:
+///
+///     U32 PortDSKey::hash(U32 seed) const { return Kiv::hashFields(seed, intf_, vlanId_); }
+///
+/// The seed differs from process to process, and with it the order of every hash table; a peer
+/// that chooses keys cannot know which ones collide.
+namespace Kiv {
+
+/// The process-wide seed.
+class HashHelper {
+public:
+   /// The seed of this process: random, never 0, the same for the life of the process. A collection
+   /// hashes with this seed exclusive-or its own constant. Any thread may ask.
+   static U32 hashSeed32() noexcept {
+      U32 const seed = seed_.load(std::memory_order_relaxed);
+      return seed != 0 ? seed : makeSeed();
+   }
+
+   /// Fixes the seed, so that a test sees the same order in every run.
+   /// REQUIRES: `seed` is not 0, and nothing has been hashed with another seed yet.
+   static void hashSeed32Is(U32 seed) noexcept;
+
+private:
+   static U32 makeSeed() noexcept;
+
+   inline static constinit std::atomic<U32> seed_{0};
+};
+
+namespace Impl {
+
+__extension__ using U128 = unsigned __int128;
+
+inline constexpr U64 hashMultiplier = 0x9E6C63D0876A9A47;
+inline constexpr U64 hashMultiplier2 = 0xB5026F5AA96619E9;
+
+/// Both halves of the 128-bit product, folded together: each bit of the result depends on each bit
+/// of both factors.
+constexpr U64 foldedMultiply(U64 a, U64 b) {
+   U128 const product = static_cast<U128>(a) * b;
+   return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
+}
+
+/// A seed in all 64 bits. The multiplier is not symmetric, so that folding does not cancel it.
+constexpr U64 spreadSeed(U32 seed) {
+   return seed * hashMultiplier2;
+}
+
+/// Between two fields: differences go down to the lower bits, and by the product up again.
+constexpr U64 hashStep(U64 state) {
+   return (state ^ state >> 32) * hashMultiplier;
+}
+/// A running state as 32 bits, each depending on each of the state's.
+constexpr U32 hashFinish(U64 state) {
+   state = hashStep(state);
+   return static_cast<U32>(((state ^ state >> 29) * hashMultiplier2) >> 32);
+}
+
+constexpr U32 hashWord(U32 seed, U64 v) {
+   return hashFinish(v ^ spreadSeed(seed));
+}
+
+U32 hashLongBytes(U32 seed, char const* bytes, std::size_t size) noexcept;
+
+template <class T>
+T loadUnaligned(char const* p) {
+   T v;
+   std::memcpy(&v, p, sizeof v);
+   return v;
+}
+
+inline U32 hashBytes(U32 seed, char const* p, std::size_t size) noexcept {
+   U64 a = 0;
+   U64 b = 0;
+   if (size > 16) {
+      return hashLongBytes(seed, p, size);
+   }
+   if (size >= 8) {
+      a = loadUnaligned<U64>(p);
+      b = loadUnaligned<U64>(p + size - 8);
+   } else if (size >= 4) {
+      a = loadUnaligned<U32>(p);
+      b = loadUnaligned<U32>(p + size - 4);
+   } else if (size > 0) {
+      a = static_cast<U8>(p[0]);
+      b = U64{static_cast<U8>(p[size / 2])} << 8 | static_cast<U8>(p[size - 1]);
+   }
+   // The seed goes into both factors: whoever could make one of them zero would find collisions.
+   U64 const s = spreadSeed(seed);
+   return hashFinish(foldedMultiply(a ^ s, b ^ hashStep(s)) + size);
+}
+
+}  // namespace Impl
+
+/// The hash of one integer, bool, enumerator, floating value (0.0 and -0.0 hash alike, as they are
+/// equal), string or value type; one to two nanoseconds for anything up to eight bytes.
+template <class T>
+requires std::integral<T> || std::is_enum_v<T>
+constexpr U32 hashSingleAttr(U32 seed, T v) noexcept {
+   return Impl::hashWord(seed, static_cast<U64>(v));
+}
+template <std::floating_point T>
+constexpr U32 hashSingleAttr(U32 seed, T v) noexcept {
+   double const wide = static_cast<double>(v == 0 ? T{0} : v);
+   return Impl::hashWord(seed, std::bit_cast<U64>(wide));
+}
+inline U32 hashSingleAttr(U32 seed, std::string_view v) noexcept {
+   return Impl::hashBytes(seed, v.data(), v.size());
+}
+template <class T>
+requires requires(T const& v, U32 seed) {
+   { v.hash(seed) } -> std::same_as<U32>;
+}
+constexpr U32 hashSingleAttr(U32 seed, T const& v) {
+   return v.hash(seed);
+}
+template <class T>
+constexpr U32 hashSingleAttr(U32 seed, std::optional<T> const& v) {
+   return v ? hashSingleAttr(seed, *v) : Impl::hashWord(seed, Impl::hashMultiplier2);
+}
+
+/// Mixes the hash of one more part into a running hash. Not symmetric: order counts.
+constexpr U32 hashMix(U32 seed, U32 h) noexcept {
+   return Impl::hashWord(seed, h);
+}
+
+namespace Impl {
+
+template <class T>
+constexpr U64 hashField(U64 state, T const& field) {
+   if constexpr (std::integral<T> || std::is_enum_v<T>) {
+      return state ^ static_cast<U64>(field);
+   } else {
+      return state ^ hashSingleAttr(static_cast<U32>(state >> 32), field);
+   }
+}
+
+}  // namespace Impl
+
+/// The hash of several fields in declaration order: what a value type's `hash(seed)` returns.
+template <class First, class... Rest>
+constexpr U32 hashFields(U32 seed, First const& first, Rest const&... rest) {
+   U64 state = Impl::hashField(Impl::spreadSeed(seed), first);
+   ((state = Impl::hashField(Impl::hashStep(state), rest)), ...);
+   return Impl::hashFinish(state);
+}
+
+/// How a key of type `K` is handed to a lookup: a string as a view, so that none is made for it.
+template <class K>
+using LookupKey = std::conditional_t<
+      std::is_same_v<K, Sarn::String>, std::string_view,
+      std::conditional_t<std::is_trivially_copyable_v<K> && sizeof(K) <= 8, K, K const&>>;
+
+/// Hashes keys of type `K` with a given seed.
+template <class K>
+struct Hash {
+   constexpr U32 operator()(LookupKey<K> key, U32 seed) const { return hashSingleAttr(seed, key); }
+};
+
+}  // namespace Kiv

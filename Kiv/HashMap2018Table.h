@@ -1,0 +1,367 @@
+#pragma once
+
+#include <cassert>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "Kiv/Hash.h"
+#include "Kiv/HashMap2018Array.h"
+#include "Kiv/HashMap2018Iterator.h"
+
+namespace Kiv::Impl {
+
+/// The hash table that the hash maps and the hash set are made of; `HashMap2018Array.h` shows its
+/// memory. Its own size is that of a pointer, null until the first insertion.
+///
+/// `Policy` says what lies in a slot:
+///
+///     using Slot = ...;                         what is stored, such as key and value
+///     using Key = ...;
+///     static constexpr U32 seedConstant;        what tells this collection's hashes from another's
+///     static Key const& keyOf(Slot const&);     or Key
+///     static Value const& valueOf(Slot const&);  what iterators show as the value
+///
+/// Invalidation: any insertion, removal or reservation moves elements, and with it ends the life
+/// of pointers to them; checked iterators follow. Replacing a value in place moves nothing.
+///
+/// Threads: a table belongs to one thread; several may read it by `find` and by unsafe iterators
+/// while none changes it. Elements must move without exceptions; if a copy or an allocation
+/// throws, the table is as it was.
+template <class Policy>
+class HashTable {
+public:
+   using Slot = typename Policy::Slot;
+   using Key = typename Policy::Key;
+   using PolicyType = Policy;
+   /// A reference to the key, or the key itself where it is made by the key functor.
+   using KeyResult = decltype(Policy::keyOf(std::declval<Slot const&>()));
+   /// What lookups take: see `Kiv::LookupKey`.
+   using LookupKey = Kiv::LookupKey<Key>;
+   using Iterator = HashMap2018Iterator<HashTable>;
+   using UnsafeIterator = HashMap2018UnsafeIteratorConstGeneric<HashTable>;
+
+   HashTable() noexcept = default;
+   HashTable(HashTable const&) = delete;
+   HashTable& operator=(HashTable const&) = delete;
+   HashTable(HashTable&& other) noexcept : array_(std::exchange(other.array_, nullptr)) {}
+   HashTable& operator=(HashTable&& other) noexcept {
+      if (this != &other) {
+         clear();
+         array_ = std::exchange(other.array_, nullptr);
+      }
+      return *this;
+   }
+   ~HashTable() { clear(); }
+
+   U32 size() const noexcept { return array_ != nullptr ? array_->count : 0; }
+   bool empty() const noexcept { return size() == 0; }
+   bool has(LookupKey key) const { return findSlot(key) != nullptr; }
+
+   /// Changes with every structural change; the same version means that no element has come, gone
+   /// or moved.
+   U64 version() const noexcept { return array_ != nullptr ? array_->version : 0; }
+
+   /// Makes room for `count` elements in all, so that no insertion up to there allocates. A later
+   /// removal may give the room back.
+   void reserve(std::size_t count) {
+      if (count > (array_ != nullptr ? array_->limit : 0)) {
+         rebuild(HashSizeStep::forCount(count));
+      }
+   }
+
+   /// Removes every element, and gives the memory back. The elements are destroyed after they have
+   /// left the table: what their destructors see of it is empty.
+   void clear() noexcept;
+
+   /// Bytes of the bucket array, for measurements.
+   std::size_t memoryUsed() const noexcept {
+      return array_ == nullptr
+                   ? 0
+                   : BucketArray::blockSize(array_->slotCount, sizeof(Slot), alignof(Slot));
+   }
+
+   /// The checked iterator: survives every change of the table (see there).
+   Iterator iterator() const { return Iterator(array_, 0); }
+   /// A checked iterator at the element of `key`, or at the end.
+   Iterator iteratorAt(LookupKey key) const {
+      Slot const* const slot = findSlot(key);
+      return slot != nullptr ? Iterator(array_, slotIndex(slot)) : Iterator();
+   }
+
+   /// The fast iterator of range-for: the table must not change structurally meanwhile.
+   UnsafeIterator begin() const noexcept { return UnsafeIterator(*this); }
+   std::default_sentinel_t end() const noexcept { return {}; }
+
+protected:
+   static U32 hashOf(LookupKey key) {
+      return Hash<Key>()(key, HashHelper::hashSeed32() ^ Policy::seedConstant);
+   }
+
+   Slot* findSlot(LookupKey key) const { return findSlot(key, hashOf(key)); }
+   Slot* findSlot(LookupKey key, U32 hash) const;
+
+   /// Finds the slot of `key`, or makes one from `make(void*)`, which constructs a `Slot` of that
+   /// key. The key may be a reference into this table, and so may what `make` reads.
+   template <class Make>
+   std::pair<Slot*, bool> insertSlot(LookupKey key, Make&& make);
+
+   /// Takes the element out of the table, after `take(Slot&)` has moved out what is wanted of it.
+   template <class Take>
+   void eraseSlot(Slot* slot, Take&& take);
+
+   Slot* slotOf(Iterator const& it) const noexcept {
+      assert(it.array_ == array_ && !it.erased_);
+      return slots(array_) + it.slot_;
+   }
+
+private:
+   friend Iterator;
+   friend UnsafeIterator;
+
+   static Slot* slots(BucketArray* array) noexcept {
+      return reinterpret_cast<Slot*>(array->slotBase);
+   }
+   U32 slotIndex(Slot const* slot) const noexcept { return static_cast<U32>(slot - slots(array_)); }
+   static AllocTrackTypeInfo& tracker() noexcept {
+      return allocTrackerOf<typename Policy::Collection>;
+   }
+   static void releaseArray(BucketArray* array) noexcept {
+      array->release(tracker(), sizeof(Slot), alignof(Slot));
+   }
+   static void moveByOne(BucketArray* array, U32 to, U32 from) noexcept;
+   static void eachIterator(BucketArray* array, auto&& visit) {
+      for (HashIteratorBase* it = array->iterators; it != nullptr; it = it->nextOnArray_) {
+         visit(static_cast<Iterator&>(*it));
+      }
+   }
+
+   void rebuild(HashSizeStep step, U32 slotsWanted = 0);
+   void moveIterators(BucketArray* from, BucketArray* to) noexcept;
+   U32 openSlot(U32 hash);
+   void closeSlot(U32 slot) noexcept;
+
+   BucketArray* array_ = nullptr;
+};
+
+template <class Policy>
+auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* {
+   if (array_ == nullptr) {
+      return nullptr;
+   }
+   std::size_t const home = array_->home(hash);
+   U8 const* tags = array_->tags() + home;
+   Slot* slot = slots(array_) + home;
+   // Fetched beside the tags, not after them.
+   __builtin_prefetch(slot);
+   U8 const tag = hashTag(hash);
+   for (;;) {
+      TagWindow const window(tags);
+      for (U32 match = window.match(tag); match != 0; match &= match - 1) {
+         Slot* const candidate = slot + std::countr_zero(match);
+         if (Policy::keyOf(*candidate) == key) [[likely]] {
+            return candidate;
+         }
+      }
+      if (window.free() != 0) [[likely]] {
+         return nullptr;
+      }
+      tags += TagWindow::width;
+      slot += TagWindow::width;
+   }
+}
+
+template <class Policy>
+template <class Make>
+auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot*, bool> {
+   U32 const hash = hashOf(key);
+   if (array_ != nullptr) {
+      __builtin_prefetch(array_->hashes() + array_->home(hash));
+      if (Slot* const found = findSlot(key, hash); found != nullptr) {
+         return {found, false};
+      }
+   }
+   // Made aside first: it may throw, or read from an element that is about to move.
+   union Pending {
+      Pending() noexcept {}
+      ~Pending() {}
+      Slot slot;
+   } pending;
+   make(static_cast<void*>(&pending.slot));
+   U32 index;
+   try {
+      index = openSlot(hash);
+   } catch (...) {
+      std::destroy_at(&pending.slot);
+      throw;
+   }
+   Slot* const slot = slots(array_) + index;
+   relocate(slot, &pending.slot);
+   array_->tags()[index] = hashTag(hash);
+   array_->hashes()[index] = hash;
+   ++array_->count;
+   ++array_->version;
+   return {slot, true};
+}
+
+/// Makes the slot free at which an element of this hash, the latest of its equals, belongs.
+template <class Policy>
+U32 HashTable<Policy>::openSlot(U32 hash) {
+   if (array_ == nullptr || array_->count == array_->limit) {
+      rebuild(array_ == nullptr ? HashSizeStep() : array_->step.next());
+   }
+   U32 at;
+   U32 free;
+   for (;;) {
+      U8 const* const tags = array_->tags();
+      U32 const* const hashes = array_->hashes();
+      at = static_cast<U32>(array_->home(hash));
+      while (tags[at] != 0 && hashes[at] <= hash) {
+         ++at;
+      }
+      for (free = at; tags[free] != 0;) {
+         ++free;
+      }
+      if (free < array_->slotCount) [[likely]] {
+         break;
+      }
+      // The tail is full: few keys, or a hash that does not spread them.
+      rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
+   }
+   for (U32 to = free; to > at; --to) {
+      moveByOne(array_, to, to - 1);
+   }
+   if (array_->iterators != nullptr) [[unlikely]] {
+      eachIterator(array_, [&](Iterator& it) {
+         // After a removal, what lies before `slot_` has been visited, and stays so.
+         it.slot_ +=
+               it.erased_ ? at < it.slot_ && it.slot_ <= free : at <= it.slot_ && it.slot_ < free;
+      });
+   }
+   return at;
+}
+
+template <class Policy>
+template <class Take>
+void HashTable<Policy>::eraseSlot(Slot* slot, Take&& take) {
+   U32 const index = slotIndex(slot);
+   if (array_->iterators != nullptr) [[unlikely]] {
+      eachIterator(array_, [&](Iterator& it) {
+         if (!it.erased_ && it.slot_ == index) {
+            it.keepKey(Policy::keyOf(*slot));
+         }
+      });
+   }
+   take(*slot);
+   std::destroy_at(slot);
+   closeSlot(index);
+   --array_->count;
+   ++array_->version;
+   if (array_->count == 0) {
+      clear();
+   } else if (array_->step.tooLargeFor(array_->count)) {
+      rebuild(HashSizeStep::forCount(std::size_t{array_->count} * 2));
+   }
+}
+
+/// Moves back by one slot each element that the one in `slot`, destroyed now, has pushed on.
+template <class Policy>
+void HashTable<Policy>::closeSlot(U32 slot) noexcept {
+   U8* const tags = array_->tags();
+   U32 const* const hashes = array_->hashes();
+   U32 end = slot + 1;
+   for (; tags[end] != 0 && array_->home(hashes[end]) != end; ++end) {
+      moveByOne(array_, end - 1, end);
+   }
+   tags[end - 1] = 0;
+   if (array_->iterators != nullptr) [[unlikely]] {
+      eachIterator(array_, [&](Iterator& it) { it.slot_ -= slot < it.slot_ && it.slot_ < end; });
+   }
+}
+
+template <class Policy>
+void HashTable<Policy>::moveByOne(BucketArray* array, U32 to, U32 from) noexcept {
+   [[maybe_unused]] U32 const slotsToShift = to > from ? to - from : from - to;
+   assert(slotsToShift == 1);
+   relocate(slots(array) + to, slots(array) + from);
+   array->tags()[to] = array->tags()[from];
+   array->hashes()[to] = array->hashes()[from];
+}
+
+template <class Policy>
+void HashTable<Policy>::rebuild(HashSizeStep step, U32 slotsWanted) {
+   if (step.homes() > U32{1} << 30) {
+      throw std::length_error("hash table: more elements than a 32-bit hash tells apart");
+   }
+   BucketArray* const old = array_;
+   U32 slotCount = std::max(step.slots(), slotsWanted);
+   if (old != nullptr) {
+      slotCount = std::max(slotCount, old->slotsNeeded(step));
+   }
+   BucketArray* const made =
+         BucketArray::create(tracker(), step, slotCount,
+                             old != nullptr ? old->version + 1 : BucketArray::freshVersion(),
+                             sizeof(Slot), alignof(Slot));
+   array_ = made;
+   if (old == nullptr) {
+      return;
+   }
+   U8* const tags = made->tags();
+   U32* const hashes = made->hashes();
+   U32 next = 0;
+   for (U32 from = old->occupiedFrom(0); from < old->slotCount;
+        from = old->occupiedFrom(from + 1)) {
+      U32 const hash = old->hashes()[from];
+      U32 const to = std::max(next, static_cast<U32>(made->home(hash)));
+      relocate(slots(made) + to, slots(old) + from);
+      tags[to] = hashTag(hash);
+      hashes[to] = hash;
+      next = to + 1;
+   }
+   made->count = old->count;
+   if (old->iterators != nullptr) [[unlikely]] {
+      moveIterators(old, made);
+   }
+   releaseArray(old);
+}
+
+/// An iterator stays at its element, or where it was between elements: the order is the same.
+template <class Policy>
+void HashTable<Policy>::moveIterators(BucketArray* from, BucketArray* to) noexcept {
+   eachIterator(from, [&](Iterator& it) {
+      it.slot_ = to->slotOfRank(from->rankOf(it.slot_));
+      it.array_ = to;
+      ++to->users;
+      --from->users;
+   });
+   to->iterators = std::exchange(from->iterators, nullptr);
+   to->iterators->link_ = &to->iterators;
+}
+
+template <class Policy>
+void HashTable<Policy>::clear() noexcept {
+   BucketArray* const array = std::exchange(array_, nullptr);
+   if (array == nullptr) {
+      return;
+   }
+   if (array->iterators != nullptr) [[unlikely]] {
+      eachIterator(array, [&](Iterator& it) {
+         if (!it.erased_) {
+            it.keepKey(Policy::keyOf(slots(array)[it.slot_]));
+         }
+         it.slot_ = array->slotCount;
+      });
+   }
+   if constexpr (!std::is_trivially_destructible_v<Slot>) {
+      for (U32 i = array->occupiedFrom(0); i < array->slotCount; i = array->occupiedFrom(i + 1)) {
+         std::destroy_at(slots(array) + i);
+      }
+   }
+   array->count = 0;
+   ++array->version;
+   releaseArray(array);
+}
+
+}  // namespace Kiv::Impl
