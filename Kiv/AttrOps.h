@@ -22,6 +22,13 @@ public:
    virtual Entity* child() { return nullptr; }
 };
 
+/// What became of a dirty key that was to be written.
+enum class DirtyKeyResult : U8 {
+   written,         ///< drop it, go on
+   writtenAndStop,  ///< drop it, something else comes first
+   full,            ///< keep it, stop
+};
+
 /// Keys of one collection that a connection has still to be told of.
 class DirtyKeys {
 public:
@@ -30,10 +37,10 @@ public:
    virtual void insert(void const* key, bool erased) = 0;
    virtual void remove(void const* key) = 0;
    virtual std::size_t size() const = 0;
-   /// Calls `write(context, key, erased)` for key after key, in the set's order, and drops each
-   /// that it returns true for; stops at the first false. Returns whether the set is empty then.
+   /// Calls `write(context, key, erased)` for key after key, in the set's order, and does with
+   /// each key as it says. Returns whether the set is empty at the end.
    virtual bool flush(void* context,
-                      bool (*write)(void* context, void const* key, bool erased)) = 0;
+                      DirtyKeyResult (*write)(void* context, void const* key, bool erased)) = 0;
 };
 
 struct CollectionOps {
@@ -61,8 +68,8 @@ struct CollectionOps {
    void (*encodeElement)(NboAttrLog::Out& out, void const* key, void const* value);
    /// Applies a received insertion or update; `seen`, if not null, is told of the key.
    void (*applyElement)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
-   /// Applies a received deletion.
-   void (*applyDelete)(Entity& owner, NboAttrLog::In& in);
+   /// Applies a received deletion; gives a removed child back, null for values.
+   Sarn::Ptr<Entity> (*applyDelete)(Entity& owner, NboAttrLog::In& in);
    /// Creates or finds the child that a received creation names. An existing child with other
    /// constant arguments is replaced.
    Sarn::Ptr<Entity> (*applyCreate)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);

@@ -48,7 +48,6 @@ protected:
    ~Entity() override;
 
 private:
-   friend class NboAttrLog::Sa;
    friend class EntityStreamAccess;
 
    void observerAddAt(Observer& observer, Scope scope, bool first);

@@ -3,6 +3,7 @@
 #include "Kiv/GenericIfImpl.h"
 #include "Kiv/MemberOps.h"
 #include "Kiv/Module.h"
+#include "Kiv/ValueType.h"
 
 /// The functions of an entity type's module record, made from the type's factory and rows.
 namespace Kiv {

@@ -113,14 +113,18 @@ public:
    }
    bool has(K const& key) const { return keys_.has(key); }
    std::size_t size() const override { return keys_.size(); }
-   bool flush(void* context, bool (*write)(void*, void const*, bool)) override {
+   bool flush(void* context, DirtyKeyResult (*write)(void*, void const*, bool)) override {
       for (auto at = keys_.iterator(); at; ++at) {
          K const key = at.key();
-         if (!write(context, &key, erased_.has(key))) {
+         DirtyKeyResult const result = write(context, &key, erased_.has(key));
+         if (result == DirtyKeyResult::full) {
             return false;
          }
          keys_.erase(at);
          erased_.erase(key);
+         if (result == DirtyKeyResult::writtenAndStop) {
+            return keys_.size() == 0;
+         }
       }
       return true;
    }
@@ -145,16 +149,20 @@ public:
    void remove(void const* key) override { keys_.erase(*static_cast<K const*>(key)); }
    bool has(K const& key) const { return keys_.find(key) != nullptr; }
    std::size_t size() const override { return keys_.size(); }
-   bool flush(void* context, bool (*write)(void*, void const*, bool)) override {
+   bool flush(void* context, DirtyKeyResult (*write)(void*, void const*, bool)) override {
       while (keys_.size() != 0) {
          auto const at = keys_.begin();
          K const key = at->key;
-         if (!write(context, &key, at->value)) {
+         DirtyKeyResult const result = write(context, &key, at->value);
+         if (result == DirtyKeyResult::full) {
             return false;
          }
          keys_.erase(key);
+         if (result == DirtyKeyResult::writtenAndStop) {
+            break;
+         }
       }
-      return true;
+      return keys_.size() == 0;
    }
 
 private:
@@ -219,10 +227,15 @@ struct KeyedOps {
       Self::erase(owner, keyOf<typename Self::K>(key));
       return there;
    }
-   static void applyDelete(Entity& owner, NboAttrLog::In& in) {
+   static Sarn::Ptr<Entity> applyDelete(Entity& owner, NboAttrLog::In& in) {
       typename Self::K const key = ValueOps<typename Self::K>::decode(in);
       in.expectEnd();
-      Self::erase(owner, key);
+      if constexpr (std::is_void_v<Child>) {
+         Self::erase(owner, key);
+         return {};
+      } else {
+         return Self::erase(owner, key);
+      }
    }
    static void delUnseen(Entity& owner, DirtyKeys* seen) {
       auto const* const keys = static_cast<typename Self::Keys const*>(seen);
@@ -380,7 +393,9 @@ struct ChildrenOps
 
    static M& map(Entity& owner) { return static_cast<Owner&>(owner).*Map; }
    static M const& map(Entity const& owner) { return static_cast<Owner const&>(owner).*Map; }
-   static void erase(Entity& owner, K const& key) { (static_cast<Owner&>(owner).*Del)(key); }
+   static Sarn::Ptr<Entity> erase(Entity& owner, K const& key) {
+      return (static_cast<Owner&>(owner).*Del)(key);
+   }
    static void delAll(Entity& owner) { childrenDelAll(owner, id, map(owner)); }
 
    static Entity* findChild(Entity const& owner, void const* key) {

@@ -1,0 +1,480 @@
+// Applying: what comes from the peer, checked before anything of it takes effect.
+#include <cassert>
+
+#include "Kiv/Module.h"
+#include "Kiv/NboAttrLogSa.h"
+#include "Kiv/NboAttrLogSession.h"
+#include "Kiv/Path.h"
+
+namespace Kiv::NboAttrLog {
+
+void Session::received(U8 const* bytes, std::size_t size) {
+   stats_.bytesIn += size;
+   // Whatever an observer throws, what was not looked at yet is kept for the next call.
+   if (in_.empty()) {
+      struct Keep {
+         Session& session;
+         U8 const* bytes;
+         std::size_t size;
+         ~Keep() {
+            session.in_.assign(bytes + session.consumed_, bytes + size);
+            session.consumed_ = 0;
+         }
+      } const keep{*this, bytes, size};
+      parse(bytes, size);
+   } else {
+      in_.insert(in_.end(), bytes, bytes + size);
+      struct Drop {
+         Session& session;
+         ~Drop() {
+            session.in_.erase(session.in_.begin(),
+                              session.in_.begin() + static_cast<std::ptrdiff_t>(session.consumed_));
+            session.consumed_ = 0;
+         }
+      } const drop{*this};
+      parse(in_.data(), in_.size());
+   }
+   if (closed_) {
+      in_.clear();
+   }
+   pump();
+}
+
+void Session::parse(U8 const* bytes, std::size_t size) {
+   while (size - consumed_ >= headerSize && !closed_) {
+      In head(bytes + consumed_, bytes + consumed_ + headerSize);
+      U32 const word = head.nextU32();
+      U32 const handle = head.nextU32();
+      Header const header{static_cast<Opcode>(word >> 24), word & 0xffffff, handle, head.nextU16()};
+      if (header.bodySize > hub_.limits_.longestMessage) [[unlikely]] {
+         close(describe(header) + ": a message of " + std::to_string(header.bodySize) +
+               " bytes exceeds the bound of " + std::to_string(hub_.limits_.longestMessage));
+         return;
+      }
+      std::size_t const total = headerSize + header.bodySize;
+      if (size - consumed_ < total) {
+         return;
+      }
+      U8 const* const body = bytes + consumed_ + headerSize;
+      consumed_ += total;
+      ++stats_.messagesIn;
+      In in(body, body + header.bodySize);
+      try {
+         apply(header, in);
+      } catch (Exception const& error) {
+         hub_.applying_ = {};
+         close(describe(header) + ": " + error.what());
+      } catch (...) {
+         hub_.applying_ = {};
+         throw;
+      }
+   }
+}
+
+Sarn::String Session::describe(Header const& header) const {
+   U32 const place = HandleTable::place(header.handle);
+   if (place < incoming_.size() && incoming_[place].handle == header.handle &&
+       incoming_[place].entity) {
+      Entity const& entity = *incoming_[place].entity;
+      FieldDescriptor const* const field = entity.kivType().field(header.attribute);
+      return entityPath(entity) + "." + (field != nullptr ? field->name : "?") + " (" +
+             entity.kivType().name + ", " + std::to_string(header.attribute) + ")";
+   }
+   return "message " + std::to_string(static_cast<unsigned>(header.opcode)) + " for entity " +
+          std::to_string(header.handle) + ", attribute " + std::to_string(header.attribute);
+}
+
+void Session::apply(Header const& header, In& in) {
+   if (!greeted_ && header.opcode != Opcode::hello) [[unlikely]] {
+      in.fault("the peer does not begin with a greeting");
+   }
+   switch (header.opcode) {
+      case Opcode::set:
+      case Opcode::element:
+      case Opcode::erase:
+      case Opcode::create:
+      case Opcode::enqueue:
+      case Opcode::front:
+      case Opcode::collectionBegin:
+      case Opcode::collectionEnd:
+         ++changesReceived_;
+         applyToEntity(header, in);
+         return;
+      case Opcode::hello:
+         applyHello(in);
+         return;
+      case Opcode::bye: {
+         Sarn::String const reason = "closed by the peer: " + Sarn::String(in.nextString());
+         in.expectEnd();
+         close(reason, false);
+         return;
+      }
+      case Opcode::mount:
+         applyMount(in);
+         return;
+      case Opcode::bind:
+         applyBind(header, in);
+         return;
+      case Opcode::ack:
+         changesAcked_ = in.nextU32();
+         in.expectEnd();
+         return;
+      case Opcode::sync: {
+         U32 const token = in.nextU32();
+         in.expectEnd();
+         if (pending_.size() > hub_.limits_.nesting) {
+            in.fault("more than " + std::to_string(hub_.limits_.nesting) +
+                     " requests wait for an answer");
+         }
+         pendingEnq(Opcode::synced, token, {}, 0);
+         return;
+      }
+      case Opcode::synced: {
+         U32 const token = in.nextU32();
+         in.expectEnd();
+         if (listener_ != nullptr) {
+            listener_->onSynced(*this, token);
+         }
+         return;
+      }
+      case Opcode::refused:
+      case Opcode::replayBegin:
+      case Opcode::replayEnd:
+      case Opcode::rootGone:
+         applyMountState(header, in);
+         return;
+   }
+   in.fault("there is no message of this kind");
+}
+
+void Session::applyToEntity(Header const& header, In& in) {
+   U32 const place = HandleTable::place(header.handle);
+   if (place >= incoming_.size() || incoming_[place].handle != header.handle) [[unlikely]] {
+      in.fault("the peer has not introduced this entity");
+   }
+   Incoming& target = incoming_[place];
+   if (!target.entity) [[unlikely]] {
+      return;  // it was deleted here while the message was on its way
+   }
+   Entity& entity = *target.entity;
+   // A setter has done its work when observers run; what takes several steps keeps the entity.
+   Sarn::Ptr<Entity> const keep =
+         header.opcode == Opcode::set ? Sarn::Ptr<Entity>() : target.entity;
+   FieldDescriptor const* const field = entity.kivType().field(header.attribute);
+   if (field == nullptr || !field->has(FieldDescriptor::streamed)) [[unlikely]] {
+      Sa::doBaseKivNboAttrLogSaMsg(entity, header.attribute, in);
+   }
+   if (!target.writable && !Sa::allowWriteFromReadOnlyRemote(header.attribute)) {
+      Sa::throwWriteUpdateFromReadOnlyProxyException(entity, header.attribute);
+   }
+   struct Applying {
+      Hub& hub;
+      ~Applying() { hub.applying_ = {}; }
+   } const applying{hub_};
+   hub_.applying_ = {this, &entity, header.attribute};
+   MemberKind const kind = field->kind;
+   bool const keyed = kind == MemberKind::map || kind == MemberKind::ordered;
+   bool const entities = kind == MemberKind::child || kind == MemberKind::children;
+   switch (header.opcode) {
+      case Opcode::set:
+         if (kind == MemberKind::single && field->ops->apply != nullptr) [[likely]] {
+            field->ops->apply(entity, in);
+            return;
+         }
+         break;
+      case Opcode::element:
+         if (keyed) {
+            field->ops->collection->applyElement(entity, in, seenKeys(entity, *field));
+            return;
+         }
+         break;
+      case Opcode::erase:
+         if (keyed || entities) {
+            applyErase(entity, *field, in);
+            return;
+         }
+         break;
+      case Opcode::create:
+         if (entities) {
+            applyCreate(target, *field, in);
+            return;
+         }
+         break;
+      case Opcode::enqueue:
+      case Opcode::front:
+         if (kind == MemberKind::queue) {
+            U32 const sequence = in.nextU32();
+            if (header.opcode == Opcode::enqueue) {
+               field->ops->queue->applyEnq(entity, sequence, in);
+            } else {
+               in.expectEnd();
+               field->ops->queue->applyFront(entity, sequence);
+            }
+            return;
+         }
+         break;
+      default:
+         if (keyed || kind == MemberKind::children) {
+            applyCollectionMarker(entity, *field, header, in);
+            return;
+         }
+   }
+   in.fault("a message of kind " + std::to_string(static_cast<unsigned>(header.opcode)) +
+            " does not fit the attribute");
+}
+
+void Session::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
+   Sarn::Ptr<Entity> removed;
+   if (field.kind == MemberKind::child) {
+      in.expectEnd();
+      removed = field.ops->child->del(entity);
+   } else {
+      removed = field.ops->collection->applyDelete(entity, in);
+   }
+   if (removed) {
+      unmapTree(*removed);
+   }
+}
+
+void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in) {
+   Sarn::Ptr<Entity> const owner = target.entity;
+   bool const writable = target.writable;
+   U32 const handle = in.nextU32();
+   checkHandle(handle, in);
+   Sarn::Ptr<Entity> child;
+   if (field.kind == MemberKind::children) {
+      child = field.ops->collection->applyCreate(*owner, in, seenKeys(*owner, field));
+   } else if (field.has(FieldDescriptor::named)) {
+      std::string_view const name = in.nextString();
+      in.expectEnd();
+      child = field.ops->child->is(*owner, name);
+   } else {
+      in.expectEnd();
+      child = field.ops->child->is(*owner, {});
+   }
+   map(handle, child.get(), writable);
+}
+
+DirtyKeys* Session::seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept {
+   for (std::size_t i = open_.size(); i-- != 0;) {
+      if (open_[i].entity == &entity && open_[i].field == &field) {
+         return open_[i].seen;
+      }
+   }
+   return nullptr;
+}
+
+void Session::applyCollectionMarker(Entity& entity, FieldDescriptor const& field,
+                                    Header const& header, In& in) {
+   in.expectEnd();
+   std::size_t at = 0;
+   while (at != open_.size() && !(open_[at].entity == &entity && open_[at].field == &field)) {
+      ++at;
+   }
+   if (header.opcode == Opcode::collectionBegin) {
+      if (at != open_.size()) {
+         in.fault("the collection's replay has begun already");
+      }
+      if (open_.size() >= hub_.limits_.nesting) {
+         in.fault("replays are nested deeper than " + std::to_string(hub_.limits_.nesting));
+      }
+      // What is empty has nothing that could be left over at the end.
+      bool const empty = field.ops->collection->size(entity) == 0;
+      open_.push_back({Sarn::Ptr<Entity>(&entity), &field,
+                       empty ? nullptr : field.ops->collection->newDirtyKeys()});
+      return;
+   }
+   if (at == open_.size()) {
+      in.fault("the collection's replay has not begun");
+   }
+   DirtyKeys* const seen = open_[at].seen;
+   open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(at));
+   if (seen != nullptr) {
+      field.ops->collection->delUnseen(entity, seen);
+   }
+}
+
+void Session::applyHello(In& in) {
+   if (greeted_) {
+      in.fault("the peer greets twice");
+   }
+   if (std::memcmp(in.nextBytes(8), helloMagic, 8) != 0) {
+      in.fault("the peer does not speak the attribute log", 8);
+   }
+   U32 const version = in.nextU32();
+   if (version != protocolVersion) {
+      in.fault("the peer speaks version " + std::to_string(version) +
+                     " of the attribute log, not " + std::to_string(protocolVersion),
+               4);
+   }
+   for (U32 left = in.nextU32(); left != 0; --left) {
+      std::string_view const name = in.nextString();
+      U32 const hash = in.nextU32();
+      KivModule const* const module = moduleByName(name);
+      if (module != nullptr && module->hash() != hash) {
+         auto const hex = [](U32 v) {
+            char text[16];
+            std::snprintf(text, sizeof text, "%x", v);
+            return Sarn::String(text);
+         };
+         in.fault("module " + Sarn::String(name) + " has hash " + hex(hash) + " at the peer, " +
+                        hex(module->hash()) + " here",
+                  4);
+      }
+   }
+   in.expectEnd();
+   greeted_ = true;
+}
+
+void Session::applyMount(In& in) {
+   U32 const id = in.nextU32();
+   U8 const mode = in.nextU8();
+   if (mode > static_cast<U8>(MountMode::writer)) {
+      in.fault("there is no mount mode " + std::to_string(mode), 1);
+   }
+   std::string_view const type = in.nextString();
+   std::string_view const name = in.nextString();
+   in.expectEnd();
+   if (served_.size() + pending_.size() > hub_.limits_.nesting) {
+      in.fault("more than " + std::to_string(hub_.limits_.nesting) + " mounts");
+   }
+   Hub::Root* const root = hub_.findOffered(type, name);
+   if (root == nullptr) {
+      pendingEnq(Opcode::refused, id,
+                 "there is no " + Sarn::String(type) + " named " + Sarn::String(name), 0);
+      return;
+   }
+   for (Served const& served : served_) {
+      if (served.root == root) {
+         pendingEnq(Opcode::refused, id, Sarn::String(name) + " is mounted already", 0);
+         return;
+      }
+   }
+   U32 const handle = root->entity().streamHandle();
+   if (!write(Opcode::replayBegin, 4, handle, 0, [id](Out& out) { out.writeU32(id); })) {
+      pendingEnq(Opcode::refused, id, "the connection is not read", 0);
+      return;
+   }
+   introducedIs(handle, true);
+   served_.push_back({root, id, static_cast<MountMode>(mode)});
+   root->subscribers.push_back(this);
+   ++root->users;
+   descendInto(root->entity(), false);
+}
+
+void Session::applyMountState(Header const& header, In& in) {
+   U32 const id = in.nextU32();
+   if (id == 0 || id > mounts_.size()) {
+      in.fault("there is no mount " + std::to_string(id), 4);
+   }
+   Mount& mount = mounts_[id - 1];
+   Mount::State const state = mount.state_;
+   std::string_view reason;
+   if (header.opcode == Opcode::refused) {
+      reason = in.nextString();
+   }
+   in.expectEnd();
+   switch (header.opcode) {
+      case Opcode::refused:
+         if (state == Mount::State::asked) {
+            mount.reason_ = reason;
+            mountStateIs(mount, Mount::State::refused);
+            return;
+         }
+         break;
+      case Opcode::replayBegin:
+         if (state == Mount::State::asked) {
+            checkHandle(header.handle, in);
+            map(header.handle, mount.root_.get(), true);
+            mountStateIs(mount, Mount::State::replaying);
+            return;
+         }
+         break;
+      case Opcode::replayEnd:
+         if (state == Mount::State::replaying) {
+            mountStateIs(mount, Mount::State::complete);
+            return;
+         }
+         break;
+      default:
+         if (state == Mount::State::replaying || state == Mount::State::complete) {
+            mountStateIs(mount, Mount::State::gone);
+            return;
+         }
+   }
+   in.fault("the message does not fit the mount's state");
+}
+
+void Session::applyBind(Header const& header, In& in) {
+   U32 const ours = in.nextU32();
+   in.expectEnd();
+   checkHandle(header.handle, in);
+   if (!hub_.handles_.known(ours)) {
+      in.fault("we have introduced no entity " + std::to_string(ours), 4);
+   }
+   Entity* const entity = hub_.handles_.find(ours);
+   if (entity == nullptr) {
+      map(header.handle, nullptr, true);  // deleted while the message was on its way
+      return;
+   }
+   Entity const* root = entity;
+   while (root->parent() != nullptr) {
+      root = root->parent();
+   }
+   bool writer = false;
+   for (Served const& served : served_) {
+      writer = writer || (&served.root->entity() == root && served.mode == MountMode::writer);
+   }
+   for (Mount const& mount : mounts_) {
+      writer = writer || mount.root_.get() == root;  // the source has found out which child we made
+   }
+   if (!writer) {
+      Sa::throwWriteUpdateFromReadOnlyProxyException(*entity, header.attribute);
+   }
+   map(header.handle, entity, true);
+}
+
+void Session::checkHandle(U32 handle, In const& in) const {
+   if (HandleTable::place(handle) >= hub_.limits_.entities || handle >> 24 == 0) {
+      in.fault("the handle " + std::to_string(handle) + " exceeds the bound of " +
+               std::to_string(hub_.limits_.entities) + " entities");
+   }
+}
+
+void Session::map(U32 handle, Entity* entity, bool writable) {
+   U32 const place = HandleTable::place(handle);
+   if (place >= incoming_.size()) {
+      incoming_.resize(std::max<std::size_t>(place + 1, incoming_.size() * 2));
+   }
+   Incoming& entry = incoming_[place];
+   if (entry.entity) {
+      U64 const before = reinterpret_cast<U64>(entry.entity.get());
+      U32 const* const known = incomingHandles_.find(before);
+      if (known != nullptr && *known == entry.handle) {
+         incomingHandles_.erase(before);
+      }
+   }
+   entry.handle = handle;
+   entry.writable = writable;
+   entry.entity = Sarn::Ptr<Entity>(entity);
+   if (entity != nullptr) {
+      U64 const key = reinterpret_cast<U64>(entity);
+      if (U32* const known = incomingHandles_.find(key)) {
+         *known = handle;
+      } else {
+         incomingHandles_.insert(key, handle);
+      }
+   }
+}
+
+void Session::unmapTree(Entity& entity) {
+   U64 const key = reinterpret_cast<U64>(&entity);
+   if (U32 const* const handle = incomingHandles_.find(key)) {
+      incoming_[HandleTable::place(*handle)].entity.reset();
+      incomingHandles_.erase(key);
+   }
+   forEachChild(entity,
+                [this](Entity& child, FieldDescriptor const&, void const*) { unmapTree(child); });
+}
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,136 @@
+#include "Kiv/NboAttrLogConnection.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+namespace Kiv::NboAttrLog {
+namespace {
+
+Sarn::String errorText(char const* what, int error) {
+   return Sarn::String(what) + ": " + std::generic_category().message(error);
+}
+
+bool wouldBlock(int error) {
+   return error == EAGAIN || error == EWOULDBLOCK;
+}
+
+}  // namespace
+
+FdConnection::FdConnection(Hub& hub, int fd, SessionListener* listener)
+      : session_(hub, listener), fd_(fd) {
+   int const flags = fcntl(fd, F_GETFL);
+   fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+   fcntl(fd, F_SETFD, FD_CLOEXEC);
+}
+
+FdConnection::~FdConnection() {
+   if (fd_ >= 0) {
+      ::close(fd_);
+   }
+}
+
+short FdConnection::events() const noexcept {
+   if (done()) {
+      return 0;
+   }
+   auto events = static_cast<short>(session_.closed() ? 0 : POLLIN);
+   if (session_.output().size != 0 || session_.closed()) {
+      events = static_cast<short>(events | POLLOUT);
+   }
+   return events;
+}
+
+void FdConnection::onReady(short revents) {
+   if (done()) {
+      return;
+   }
+   if ((revents & (POLLIN | POLLHUP | POLLERR)) != 0 && !session_.closed()) {
+      read();
+   }
+   if (!done()) {
+      write();
+   }
+}
+
+void FdConnection::flush() {
+   if (!done()) {
+      write();
+   }
+}
+
+void FdConnection::close(Sarn::String const& reason) {
+   if (!done()) {
+      session_.close(reason);
+      write();
+      end(reason);
+   }
+}
+
+void FdConnection::read() {
+   // On the stack: a connection that is idle costs no buffer, and one that is busy reads into
+   // memory that is warm.
+   std::array<U8, std::size_t(1) << 16> bytes;
+   for (std::size_t taken = 0; taken < turnBytes && !session_.closed();) {
+      ssize_t const count = ::read(fd_, bytes.data(), bytes.size());
+      if (count > 0) {
+         taken += static_cast<std::size_t>(count);
+         session_.received(bytes.data(), static_cast<std::size_t>(count));
+         if (static_cast<std::size_t>(count) < bytes.size()) {
+            return;
+         }
+      } else if (count == 0) {
+         end("the peer has closed the connection");
+         return;
+      } else if (errno != EINTR) {
+         if (!wouldBlock(errno)) {
+            end(errorText("cannot read", errno));
+         }
+         return;
+      }
+   }
+}
+
+void FdConnection::write() {
+   for (;;) {
+      CircularBuffer::Piece const first = session_.output();
+      CircularBuffer::Piece const second = session_.outputBehind();
+      if (first.size == 0) {
+         break;
+      }
+      std::array<iovec, 2> const pieces{{{const_cast<U8*>(first.begin), first.size},
+                                         {const_cast<U8*>(second.begin), second.size}}};
+      msghdr message{};
+      message.msg_iov = const_cast<iovec*>(pieces.data());
+      message.msg_iovlen = second.size != 0 ? 2 : 1;
+      ssize_t count = ::sendmsg(fd_, &message, MSG_NOSIGNAL);
+      if (count < 0 && errno == ENOTSOCK) {
+         count = ::writev(fd_, pieces.data(), static_cast<int>(message.msg_iovlen));
+      }
+      if (count >= 0) {
+         session_.sent(static_cast<std::size_t>(count));
+      } else if (errno != EINTR) {
+         if (!wouldBlock(errno)) {
+            end(errorText("cannot write", errno));
+         }
+         return;
+      }
+   }
+   if (session_.closed()) {
+      end(session_.closeReason());
+   }
+}
+
+void FdConnection::end(Sarn::String const& reason) {
+   session_.close(reason, false);
+   ::close(fd_);
+   fd_ = -1;
+}
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,129 @@
+#include "Kiv/NboAttrLogFlow.h"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+namespace Kiv::NboAttrLog {
+
+void FlowOut::Bits::reset(std::size_t count) {
+   std::size_t const words = (count + 63) / 64;
+   if (words > 2) {
+      more_.assign(words, 0);
+   } else {
+      more_.clear();
+      few_[0] = few_[1] = 0;
+   }
+}
+
+void FlowOut::Bits::set(U32 place, bool value) {
+   U64 const bit = U64(1) << place % 64;
+   U64& word = words()[place / 64];
+   word = value ? word | bit : word & ~bit;
+}
+
+bool FlowOut::Bits::any() const noexcept {
+   if (more_.empty()) {
+      return (few_[0] | few_[1]) != 0;
+   }
+   return std::any_of(more_.begin(), more_.end(), [](U64 word) { return word != 0; });
+}
+
+FlowOut::~FlowOut() {
+   freeResyncState();
+}
+
+void FlowOut::reset(Entity& entity, bool replayAll) {
+   freeResyncState();
+   entity_ = &entity;
+   handle = entity.streamHandle();
+   std::size_t count = 0;
+   for (TypeImpl const* type = &entity.kivType(); type != nullptr; type = type->base) {
+      count += type->rowCount;
+   }
+   dirty_.reset(count);
+   synced_.reset(count);
+   whole_.reset(count);
+   erased_.reset(count);
+   collections_.clear();
+   queues_.clear();
+   bookmark_ = 0;
+   if (replayAll) {
+      forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
+         if (field.has(FieldDescriptor::streamed)) {
+            kivIsDirtyIs(field.fieldId, true);
+            wholeCollectionIs(field.fieldId, true);
+         }
+      });
+   }
+}
+
+U32 FlowOut::place(AttributeId id) const noexcept {
+   // Own members last: a derived type's flags stand behind those of its base.
+   TypeImpl const* type = &entity_->kivType();
+   while (id < type->firstId && type->base != nullptr) {
+      type = type->base;
+   }
+   U32 place = static_cast<U32>(id - type->firstId);
+   for (TypeImpl const* base = type->base; base != nullptr; base = base->base) {
+      place += base->rowCount;
+   }
+   return place;
+}
+
+bool FlowOut::hasDirtyCollKeys(AttributeId id) const noexcept {
+   return std::any_of(collections_.begin(), collections_.end(),
+                      [id](Collection const& c) { return c.id == id && c.keys->size() != 0; });
+}
+
+DirtyKeys* FlowOut::dirtyKeys(FieldDescriptor const& field, bool create) {
+   for (Collection const& collection : collections_) {
+      if (collection.id == field.fieldId) {
+         return collection.keys.get();
+      }
+   }
+   if (!create) {
+      return nullptr;
+   }
+   collections_.push_back(
+         {field.fieldId, std::unique_ptr<DirtyKeys>(field.ops->collection->newDirtyKeys())});
+   return collections_.back().keys.get();
+}
+
+bool FlowOut::queueIsKnown(AttributeId id) const noexcept {
+   return std::any_of(queues_.begin(), queues_.end(), [id](Queue const& q) { return q.id == id; });
+}
+
+U32& FlowOut::toldSequence(AttributeId id, U32 next_) {
+   for (Queue& queue : queues_) {
+      if (queue.id == id) {
+         return queue.told;
+      }
+   }
+   queues_.push_back({id, next_});
+   return queues_.back().told;
+}
+
+void FlowOut::kivFlowOutBookmarkEnq(AttributeId id) {
+   assert(bookmark_ == 0);
+   bookmark_ = id;
+}
+
+AttributeId FlowOut::kivFlowOutBookmarkDeq() noexcept {
+   return std::exchange(bookmark_, AttributeId(0));
+}
+
+CollectionIterator* FlowOut::resyncIteratorIs(FieldDescriptor const& field) {
+   freeResyncState();
+   iterator_ = field.ops->collection->iterator(*entity_, storage_);
+   return iterator_;
+}
+
+void FlowOut::freeResyncState() noexcept {
+   if (iterator_ != nullptr) {
+      iterator_->~CollectionIterator();
+      iterator_ = nullptr;
+   }
+}
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "Kiv/AttrOps.h"
+
+namespace Kiv::NboAttrLog {
+
+/// What one connection has still to be told of one entity: a flag for each attribute, the dirty
+/// keys of each collection, how far each queue was told, and where a replay stopped.
+///
+/// Made when a change meets a connection that cannot take it, or to replay an entity whole; gone
+/// when everything has been told. Its size does not depend on the number of changes.
+///
+///     dirty  | 258 259 260 ...      one bit an attribute
+///     synced | 258 259 260 ...      written at least once by this object
+///     collections: id -> set of dirty keys        queues: id -> first sequence not told
+class FlowOut {
+public:
+   /// `replayAll`: every streamed attribute is dirty, collections with all their keys.
+   FlowOut(Entity& entity, bool replayAll) { reset(entity, replayAll); }
+   ~FlowOut();
+   FlowOut(FlowOut const&) = delete;
+   FlowOut& operator=(FlowOut const&) = delete;
+
+   /// Starts anew, for another entity; keeps the room.
+   void reset(Entity& entity, bool replayAll);
+
+   Entity& entity() const noexcept { return *entity_; }
+
+   void kivIsDirtyIs(AttributeId id, bool dirty) { dirty_.set(place(id), dirty); }
+   bool kivIsDirty(AttributeId id) const { return dirty_.get(place(id)); }
+   void kivHasSyncedIs(AttributeId id, bool synced) { synced_.set(place(id), synced); }
+   bool kivHasSynced(AttributeId id) const { return synced_.get(place(id)); }
+   /// Whether single keys of the collection are dirty.
+   bool hasDirtyCollKeys(AttributeId id) const noexcept;
+   /// Whether the collection is to be replayed whole.
+   bool wholeCollection(AttributeId id) const { return whole_.get(place(id)); }
+   void wholeCollectionIs(AttributeId id, bool whole) { whole_.set(place(id), whole); }
+   /// The dirty keys of a collection; made when `create`, else null if there are none.
+   DirtyKeys* dirtyKeys(FieldDescriptor const& field, bool create);
+   /// The first sequence of a queue that the reader was not told; made with `next` if there is
+   /// none.
+   U32& toldSequence(AttributeId id, U32 next);
+   bool queueIsKnown(AttributeId id) const noexcept;
+   /// Whether a singleton child was removed since the reader was last told.
+   bool erased(AttributeId id) const { return erased_.get(place(id)); }
+   void erasedIs(AttributeId id, bool erased) { erased_.set(place(id), erased); }
+
+   /// Whether anything is dirty.
+   bool dirty() const noexcept { return dirty_.any(); }
+
+   /// Where a replay stopped: the attribute to go on with. A second one must not be set.
+   void kivFlowOutBookmarkEnq(AttributeId id);
+   /// Takes the bookmark back; 0 if there is none.
+   AttributeId kivFlowOutBookmarkDeq() noexcept;
+   AttributeId bookmark() const noexcept { return bookmark_; }
+   /// The iterator of the collection at the bookmark, and room for it.
+   CollectionIterator* resyncIterator() const noexcept { return iterator_; }
+   CollectionIterator* resyncIteratorIs(FieldDescriptor const& field);
+   /// Ends the replay of a collection.
+   void freeResyncState() noexcept;
+
+   // The connection's list of these, oldest first.
+   FlowOut* next = nullptr;
+   FlowOut* previous = nullptr;
+   U64 sequence = 0;
+   U32 handle = 0;
+   bool queued = false;
+
+private:
+   /// A flag for each attribute; two words reach for most types.
+   class Bits {
+   public:
+      void reset(std::size_t count);
+      bool get(U32 place) const { return (words()[place / 64] >> place % 64 & 1) != 0; }
+      void set(U32 place, bool value);
+      bool any() const noexcept;
+
+   private:
+      U64* words() noexcept { return more_.empty() ? few_ : more_.data(); }
+      U64 const* words() const noexcept { return more_.empty() ? few_ : more_.data(); }
+
+      U64 few_[2] = {0, 0};
+      std::vector<U64> more_;
+   };
+   struct Collection {
+      AttributeId id;
+      std::unique_ptr<DirtyKeys> keys;
+   };
+   struct Queue {
+      AttributeId id;
+      U32 told;
+   };
+
+   U32 place(AttributeId id) const noexcept;
+
+   Entity* entity_ = nullptr;
+   Bits dirty_;
+   Bits synced_;
+   Bits whole_;
+   Bits erased_;
+   std::vector<Collection> collections_;
+   std::vector<Queue> queues_;
+   CollectionIterator* iterator_ = nullptr;
+   IteratorStorage storage_;
+   AttributeId bookmark_ = 0;
+};
+
+}  // namespace Kiv::NboAttrLog

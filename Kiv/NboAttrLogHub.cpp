@@ -1,0 +1,272 @@
+#include "Kiv/NboAttrLogHub.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include "Kiv/AttrOps.h"
+#include "Kiv/NboAttrLogSession.h"
+
+namespace Kiv {
+
+/// What the log alone may do with an entity.
+class EntityStreamAccess {
+public:
+   static void tagIs(Entity& entity, U32 handle) noexcept { entity.tag_ = handle; }
+   /// Before all other observers, so that the log keeps the order in which changes were made.
+   static void observeFirst(Entity& root, Observer& observer) {
+      root.observerAddAt(observer, Scope::subtree, true);
+   }
+};
+
+}  // namespace Kiv
+
+namespace Kiv::NboAttrLog {
+
+U32 HandleTable::add(Entity& entity) {
+   if (freeCount_ > resting || (firstFree_ != none && entries_.size() >= limit_)) {
+      U32 const at = firstFree_;
+      Entry& entry = entries_[at];
+      firstFree_ = entry.nextFree;
+      if (firstFree_ == none) {
+         lastFree_ = none;
+      }
+      --freeCount_;
+      U32 const turn = (entry.handle >> 24) % 255 + 1;
+      entry = {turn << 24 | at, none, &entity};
+      return entry.handle;
+   }
+   if (entries_.size() >= limit_) {
+      return 0;
+   }
+   auto const at = static_cast<U32>(entries_.size());
+   entries_.push_back({U32(1) << 24 | at, none, &entity});
+   return entries_.back().handle;
+}
+
+void HandleTable::remove(U32 handle) noexcept {
+   U32 const at = place(handle);
+   assert(find(handle) != nullptr);
+   entries_[at].entity = nullptr;
+   entries_[at].nextFree = none;
+   (lastFree_ != none ? entries_[lastFree_].nextFree : firstFree_) = at;
+   lastFree_ = at;
+   ++freeCount_;
+}
+
+Hub::Hub(Limits const& limits)
+      : limits_(limits), handles_(std::min(limits.entities, HandleTable::placeMask)) {}
+
+Hub::~Hub() {
+   assert(sessions_.empty());
+   for (auto const& root : roots_) {
+      unregisterTree(root->entity());
+   }
+}
+
+void Hub::tagIs(Entity& entity, U32 handle) noexcept {
+   EntityStreamAccess::tagIs(entity, handle);
+}
+
+bool Hub::registerTree(Entity& entity) {
+   if (entity.streamHandle() != 0) {
+      return true;
+   }
+   U32 const handle = handles_.add(entity);
+   if (handle == 0) {
+      return false;
+   }
+   tagIs(entity, handle);
+   bool all = true;
+   forEachChild(entity, [&](Entity& child, FieldDescriptor const&, void const*) {
+      all = registerTree(child) && all;
+   });
+   return all;
+}
+
+Sarn::String Hub::tooManyEntities() const {
+   return "more than " + std::to_string(limits_.entities) + " entities cannot be streamed";
+}
+
+void Hub::unregisterTree(Entity& entity) {
+   U32 const handle = entity.streamHandle();
+   if (handle == 0) {
+      return;
+   }
+   for (Session* const session : sessions_) {
+      session->forget(entity, handle);
+   }
+   handles_.remove(handle);
+   tagIs(entity, 0);
+   forEachChild(entity, [this](Entity& child, FieldDescriptor const&, void const*) {
+      unregisterTree(child);
+   });
+}
+
+Hub::Root* Hub::find(std::string_view type, std::string_view name) const noexcept {
+   for (auto const& root : roots_) {
+      if (root->entity().kivType().name == type && root->entity().nameString() == name) {
+         return root.get();
+      }
+   }
+   return nullptr;
+}
+
+Hub::Root* Hub::findOffered(std::string_view type, std::string_view name) const noexcept {
+   Root* const root = find(type, name);
+   return root != nullptr && root->offered ? root : nullptr;
+}
+
+Hub::Root& Hub::adopt(Sarn::Ptr<NamedEntity> const& entity, bool offered) {
+   Root* root = find(entity->kivType().name, entity->nameString());
+   if (root != nullptr && (&root->entity() != entity.get() || (offered && root->offered))) {
+      throw Exception(Sarn::String(entity->kivType().name) + " " + entity->nameString() +
+                      " is a root of this hub already");
+   }
+   if (root == nullptr) {
+      if (!registerTree(*entity)) {
+         unregisterTree(*entity);
+         throw Exception(tooManyEntities());
+      }
+      roots_.push_back(std::make_unique<Root>(*this, entity, offered));
+      root = roots_.back().get();
+   }
+   root->offered = root->offered || offered;
+   ++root->users;
+   return *root;
+}
+
+void Hub::release(Root& root) {
+   if (--root.users != 0) {
+      return;
+   }
+   unregisterTree(root.entity());
+   std::erase_if(roots_, [&root](auto const& at) { return at.get() == &root; });
+}
+
+void Hub::rootIs(Sarn::Ptr<NamedEntity> const& root) {
+   adopt(root, true);
+}
+
+Sarn::Ptr<NamedEntity> Hub::rootDel(std::string_view type, std::string_view name) {
+   Root* const root = findOffered(type, name);
+   if (root == nullptr) {
+      return {};
+   }
+   Sarn::Ptr<NamedEntity> const entity(&root->entity());
+   std::vector<Session*> const sessions = sessions_;
+   for (Session* const session : sessions) {
+      session->rootGone(*root);
+   }
+   root->offered = false;
+   release(*root);
+   return entity;
+}
+
+NamedEntity* Hub::root(std::string_view type, std::string_view name) const noexcept {
+   Root* const root = findOffered(type, name);
+   return root != nullptr ? &root->entity() : nullptr;
+}
+
+std::vector<NamedEntity*> Hub::roots() const {
+   std::vector<NamedEntity*> offered;
+   for (auto const& root : roots_) {
+      if (root->offered) {
+         offered.push_back(&root->entity());
+      }
+   }
+   return offered;
+}
+
+Hub::Root::Root(Hub& hub, Sarn::Ptr<NamedEntity> entity, bool isOffered)
+      : offered(isOffered), hub_(hub), entity_(std::move(entity)) {
+   EntityStreamAccess::observeFirst(*entity_, *this);
+}
+
+Hub::Root::~Root() {
+   entity_->observerDel(*this, Scope::subtree);
+}
+
+void Hub::Root::onChange(Change const& change) {
+   Entity& entity = entityOf(change);
+   if (entity.streamHandle() == 0) {
+      return;
+   }
+   FieldDescriptor const* const field = entity.kivType().field(change.attributeId);
+   if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
+      return;
+   }
+   if (field->kind == MemberKind::single) {
+      onSingle(entity, *field);
+   } else {
+      onOther(entity, *field, change);
+   }
+   if (hub_.applying_.entity == &entity && hub_.applying_.attribute == change.attributeId) {
+      hub_.applying_ = {};
+   }
+}
+
+bool Hub::Root::skips(Session& session, Entity const& entity,
+                      AttributeId attribute) const noexcept {
+   Applying const& applying = hub_.applying_;
+   return applying.session == &session && applying.entity == &entity &&
+          applying.attribute == attribute && !session.behindPeer();
+}
+
+void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field) {
+   U8 const* encoded = nullptr;
+   std::size_t size = 0;
+   for (Session* const session : subscribers) {
+      if (session->closed() || skips(*session, entity, field.fieldId)) {
+         continue;
+      }
+      if (session->live() && session->reach(entity)) {
+         if (encoded != nullptr) {
+            if (session->copy(encoded, size)) {
+               continue;
+            }
+         } else {
+            std::size_t const body = field.ops->encodedSize(entity);
+            U8* const at =
+                  session->reserve(Opcode::set, body, entity.streamHandle(), field.fieldId);
+            if (at != nullptr) {
+               Out out(at + headerSize, body);
+               field.ops->encode(entity, out);
+               size = headerSize + body;
+               session->commit(size);
+               encoded = at;
+               continue;
+            }
+         }
+      }
+      session->markDirty(entity, field, nullptr, false);
+   }
+}
+
+void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change const& change) {
+   bool const holdsEntities = field.kind == MemberKind::child || field.kind == MemberKind::children;
+   Entity* removed = nullptr;
+   if (holdsEntities) {
+      if (change.oldValue != nullptr) {
+         removed = static_cast<Sarn::Ptr<Entity> const*>(change.oldValue)->get();
+      }
+      Entity* const present = field.kind == MemberKind::child
+                                    ? field.ops->child->get(entity)
+                                    : field.ops->collection->findChild(entity, change.key);
+      if (present != nullptr && !hub_.registerTree(*present)) {
+         // A mirror without the entity would be wrong for good, and the setter has done its work.
+         for (Session* const session : subscribers) {
+            session->fail(hub_.tooManyEntities());
+         }
+      }
+   }
+   for (Session* const session : subscribers) {
+      if (!session->closed() && !skips(*session, entity, field.fieldId)) {
+         session->onChange(entity, field, change.key, removed);
+      }
+   }
+   if (removed != nullptr) {
+      hub_.unregisterTree(*removed);
+   }
+}
+
+}  // namespace Kiv::NboAttrLog

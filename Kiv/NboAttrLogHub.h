@@ -1,0 +1,142 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "Kiv/Entity.h"
+#include "Kiv/NboAttrLogWire.h"
+
+namespace Kiv::NboAttrLog {
+
+class Session;
+
+/// The numbers by which entities are known in the log. A handle is a place in the table and, in
+/// its upper byte, how often the place was taken before, so that a late message for an entity that
+/// is gone is told from one for the entity that has its place now.
+///
+///     31 .. 24    23 .. 0
+///     | turn 1..255 | place |
+///
+/// Freed places are taken again in the order in which they were freed.
+class HandleTable {
+public:
+   static constexpr U32 placeMask = 0xffffff;
+
+   explicit HandleTable(U32 limit) : limit_(limit) {}
+
+   static U32 place(U32 handle) noexcept { return handle & placeMask; }
+   /// 0 when the table is full.
+   U32 add(Entity& entity);
+   void remove(U32 handle) noexcept;
+   /// The entity with exactly this handle, or null.
+   Entity* find(U32 handle) const noexcept {
+      U32 const at = place(handle);
+      return at < entries_.size() && entries_[at].handle == handle ? entries_[at].entity : nullptr;
+   }
+   /// Whether this handle was ever given out.
+   bool known(U32 handle) const noexcept { return place(handle) < entries_.size(); }
+   std::size_t places() const noexcept { return entries_.size(); }
+
+private:
+   struct Entry {
+      U32 handle;
+      U32 nextFree;
+      Entity* entity;
+   };
+   static constexpr U32 none = ~U32(0);
+   /// A freed place rests until so many others were freed after it.
+   static constexpr U32 resting = 1024;
+
+   std::vector<Entry> entries_;
+   U32 limit_;
+   U32 firstFree_ = none;
+   U32 lastFree_ = none;
+   U32 freeCount_ = 0;
+};
+
+/// The place where roots and connections meet: roots that are offered to peers or mirrored from
+/// them, and the sessions with those peers.
+///
+///     Kiv::NboAttrLog::Hub hub;
+///     hub.rootIs(Ptp::configFactory("ptp/config"));
+///     Kiv::NboAttrLog::FdConnection connection(hub, acceptedSocket);
+///
+/// Every change below a root reaches the hub's adapter there, which writes it once and hands the
+/// bytes to all sessions that mirror the root. Has no thread and no loop, and never blocks.
+///
+/// Ownership: holds its roots. REQUIRES: its sessions are destroyed before it. An entity is below
+/// at most one hub's root.
+/// Threads: everything below a hub belongs to one thread.
+class Hub {
+public:
+   explicit Hub(Limits const& limits = {});
+   ~Hub();
+   Hub(Hub const&) = delete;
+   Hub& operator=(Hub const&) = delete;
+
+   Limits const& limits() const noexcept { return limits_; }
+
+   /// Offers a root to peers under its type and name. Throws `Exception` if another root of that
+   /// type and name is there, or if there are more entities than the hub may number.
+   void rootIs(Sarn::Ptr<NamedEntity> const& root);
+   /// Gives a root up: peers that mirror it are told. Null if there is none.
+   Sarn::Ptr<NamedEntity> rootDel(std::string_view type, std::string_view name);
+   NamedEntity* root(std::string_view type, std::string_view name) const noexcept;
+   /// The offered roots, in the order they came.
+   std::vector<NamedEntity*> roots() const;
+   std::vector<Session*> const& sessions() const noexcept { return sessions_; }
+
+private:
+   friend class Session;
+   class Root;
+
+   Root& adopt(Sarn::Ptr<NamedEntity> const& root, bool offered);
+   Root* find(std::string_view type, std::string_view name) const noexcept;
+   Root* findOffered(std::string_view type, std::string_view name) const noexcept;
+   void release(Root& root);
+   /// Numbers an entity and all below it; false when the table is full.
+   bool registerTree(Entity& entity);
+   Sarn::String tooManyEntities() const;
+   void unregisterTree(Entity& entity);
+   static void tagIs(Entity& entity, U32 handle) noexcept;
+
+   /// The change that a session is applying right now; told to everybody but that session.
+   struct Applying {
+      Session* session = nullptr;
+      Entity* entity = nullptr;
+      AttributeId attribute = 0;
+   };
+
+   Limits limits_;
+   HandleTable handles_;
+   std::vector<std::unique_ptr<Root>> roots_;
+   std::vector<Session*> sessions_;
+   Applying applying_;
+};
+
+/// A root with the adapter that watches it.
+class Hub::Root final : public Observer {
+public:
+   Root(Hub& hub, Sarn::Ptr<NamedEntity> entity, bool offered);
+   ~Root();
+
+   void onChange(Change const& change) override;
+
+   NamedEntity& entity() const noexcept { return *entity_; }
+
+   /// Sessions that are told of changes here.
+   std::vector<Session*> subscribers;
+   bool offered;
+   /// Mounts and the hub's offer hold the root.
+   U32 users = 0;
+
+private:
+   void onSingle(Entity& entity, FieldDescriptor const& field);
+   void onOther(Entity& entity, FieldDescriptor const& field, Change const& change);
+   bool skips(Session& session, Entity const& entity, AttributeId attribute) const noexcept;
+
+   Hub& hub_;
+   Sarn::Ptr<NamedEntity> entity_;
+};
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,378 @@
+#include "Kiv/NboAttrLogSession.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include "Kiv/Module.h"
+#include "Kiv/Path.h"
+
+namespace Kiv::NboAttrLog {
+namespace {
+
+/// Messages that both ends count, so that a writer can say what it had seen when it wrote.
+bool isChange(Opcode opcode) noexcept {
+   return opcode >= Opcode::set && opcode <= Opcode::collectionEnd;
+}
+
+}  // namespace
+
+Session::Session(Hub& hub, SessionListener* listener)
+      : hub_(hub), listener_(listener), out_(hub.limits().outputBuffer) {
+   hub_.sessions_.push_back(this);
+   hello();
+}
+
+Session::~Session() {
+   listener_ = nullptr;
+   close("the session is destroyed", false);
+   for (OpenCollection const& open : open_) {
+      delete open.seen;
+   }
+   std::erase(hub_.sessions_, this);
+}
+
+// Room in the output. A message is counted when it is committed.
+
+U8* Session::reserve(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute) {
+   std::size_t const bound =
+         std::min(hub_.limits_.longestMessage, out_.capacity() - headerSize - 1);
+   if (bodySize > bound) [[unlikely]] {
+      Entity const* const entity = hub_.handles_.find(handle);
+      FieldDescriptor const* const field =
+            entity != nullptr ? entity->kivType().field(attribute) : nullptr;
+      fail((entity != nullptr ? entityPath(*entity) + "." : Sarn::String()) +
+           (field != nullptr ? field->name : "message") + " (" + std::to_string(attribute) +
+           "): a message of " + std::to_string(bodySize) + " bytes exceeds the bound of " +
+           std::to_string(bound));
+      return nullptr;
+   }
+   U8* const at = out_.reserve(headerSize + bodySize);
+   if (at != nullptr) {
+      Out out(at, headerSize);
+      writeHeader(out, {opcode, static_cast<U32>(bodySize), handle, attribute});
+      changesSent_ += isChange(opcode) ? 1 : 0;
+   }
+   return at;
+}
+
+void Session::commit(std::size_t size) noexcept {
+   out_.commit(size);
+   ++stats_.messagesOut;
+   stats_.bytesOut += size;
+}
+
+bool Session::copy(U8 const* message, std::size_t size) {
+   U8* const at = out_.reserve(size);
+   if (at == nullptr) {
+      return false;
+   }
+   std::memcpy(at, message, size);
+   ++changesSent_;
+   commit(size);
+   return true;
+}
+
+void Session::hello() {
+   std::size_t size = 8 + 4 + 4;
+   U32 count = 0;
+   for (KivModule const* at = firstModule(); at != nullptr; at = at->data->next) {
+      size += 4 + std::strlen(at->name()) + 4;
+      ++count;
+   }
+   write(Opcode::hello, size, 0, 0, [count](Out& out) {
+      out.writeBytes(helloMagic, 8);
+      out.writeU32(protocolVersion);
+      out.writeU32(count);
+      for (KivModule const* at = firstModule(); at != nullptr; at = at->data->next) {
+         out.writeString(at->name());
+         out.writeU32(at->hash());
+      }
+   });
+}
+
+void Session::pendingEnq(Opcode opcode, U32 token, Sarn::String text, U64 after) {
+   pending_.push_back({opcode, token, std::move(text), after});
+}
+
+bool Session::writePending() {
+   while (!pending_.empty()) {
+      Pending const& next = pending_.front();
+      if (firstDirty_ != nullptr && firstDirty_->sequence <= next.after) {
+         return true;
+      }
+      bool const withText = next.opcode == Opcode::refused;
+      std::size_t const size = 4 + (withText ? 4 + next.text.size() : 0);
+      bool const done = write(next.opcode, size, 0, 0, [&](Out& out) {
+         out.writeU32(next.token);
+         if (withText) {
+            out.writeString(next.text);
+         }
+      });
+      if (!done) {
+         return false;
+      }
+      pending_.pop_front();
+   }
+   return true;
+}
+
+// What the peer knows.
+
+void Session::introducedIs(U32 handle, bool introduced) {
+   U32 const at = HandleTable::place(handle);
+   if (at / 64 >= introduced_.size()) {
+      if (!introduced) {
+         return;
+      }
+      introduced_.resize(std::max<std::size_t>(at / 64 + 1, introduced_.size() * 2));
+   }
+   U64 const bit = U64(1) << at % 64;
+   U64& word = introduced_[at / 64];
+   word = introduced ? word | bit : word & ~bit;
+}
+
+bool Session::acknowledge() {
+   if (!writesBack_ || acknowledged_ == changesReceived_) {
+      return true;
+   }
+   if (!write(Opcode::ack, 4, 0, 0, [this](Out& out) { out.writeU32(changesReceived_); })) {
+      return false;
+   }
+   acknowledged_ = changesReceived_;
+   return true;
+}
+
+bool Session::reach(Entity& entity) {
+   if (!acknowledge()) [[unlikely]] {
+      return false;
+   }
+   U32 const handle = entity.streamHandle();
+   if (introduced(handle)) [[likely]] {
+      return true;
+   }
+   U32 const* const theirs = incomingHandles_.find(reinterpret_cast<U64>(&entity));
+   if (theirs == nullptr ||
+       !write(Opcode::bind, 4, handle, 0, [&](Out& out) { out.writeU32(*theirs); })) {
+      return false;
+   }
+   introducedIs(handle, true);
+   return true;
+}
+
+void Session::forget(Entity& entity, U32 handle) {
+   introducedIs(handle, false);
+   flowOutDel(HandleTable::place(handle));
+   if (U32 const* const theirs = incomingHandles_.find(reinterpret_cast<U64>(&entity))) {
+      incoming_[HandleTable::place(*theirs)].entity.reset();
+      incomingHandles_.erase(reinterpret_cast<U64>(&entity));
+   }
+}
+
+// One change of a child, a collection or a queue, told at once or left to a FlowOut.
+
+void Session::onChange(Entity& entity, FieldDescriptor const& field, void const* key,
+                       Entity* removed) {
+   bool const wasKnown = removed != nullptr && removed->streamHandle() != 0 &&
+                         (introduced(removed->streamHandle()) ||
+                          incomingHandles_.find(reinterpret_cast<U64>(removed)) != nullptr);
+   if (!live() || !reach(entity)) {
+      markDirty(entity, field, key, wasKnown);
+      return;
+   }
+   Write result = Write::done;
+   bool erased = wasKnown;
+   if (field.kind == MemberKind::child || field.kind == MemberKind::children) {
+      if (wasKnown) {
+         result = writeErase(entity, field, key);
+         erased = result != Write::done;
+      }
+      Entity* const present = field.kind == MemberKind::child
+                                    ? field.ops->child->get(entity)
+                                    : field.ops->collection->findChild(entity, key);
+      if (result == Write::done && present != nullptr && !introduced(present->streamHandle())) {
+         result = writeCreate(entity, field, *present);
+         if (result == Write::done && descendInto(*present, true)) {
+            fill();
+         }
+      }
+   } else if (field.kind == MemberKind::queue) {
+      QueueOps const& queue = *field.ops->queue;
+      U32 const sequence = *static_cast<U32 const*>(key);
+      bool const here =
+            queue.size(entity) != 0 && sequence - queue.frontSequence(entity) < queue.size(entity);
+      if (here) {
+         void const* const value = queue.at(entity, sequence);
+         result = write(Opcode::enqueue, 4 + queue.elementSize(value), entity.streamHandle(),
+                        field.fieldId,
+                        [&](Out& out) {
+                           out.writeU32(sequence);
+                           queue.encodeElement(out, value);
+                        })
+                        ? Write::done
+                        : Write::full;
+      } else {
+         result = write(Opcode::front, 4, entity.streamHandle(), field.fieldId,
+                        [&](Out& out) { out.writeU32(queue.frontSequence(entity)); })
+                        ? Write::done
+                        : Write::full;
+      }
+   } else {
+      void const* const value = field.ops->collection->find(entity, key);
+      result = value != nullptr ? writeElement(entity, field, key, value)
+                                : writeErase(entity, field, key);
+   }
+   if (result == Write::full) {
+      markDirty(entity, field, key, erased);
+   }
+}
+
+Session::Write Session::writeElement(Entity& entity, FieldDescriptor const& field, void const* key,
+                                     void const* value) {
+   CollectionOps const& ops = *field.ops->collection;
+   return write(Opcode::element, ops.elementSize(key, value), entity.streamHandle(), field.fieldId,
+                [&](Out& out) { ops.encodeElement(out, key, value); })
+                ? Write::done
+                : Write::full;
+}
+
+Session::Write Session::writeErase(Entity& entity, FieldDescriptor const& field, void const* key) {
+   bool const keyed = key != nullptr;
+   std::size_t const size = keyed ? field.ops->collection->keySize(key) : 0;
+   return write(Opcode::erase, size, entity.streamHandle(), field.fieldId,
+                [&](Out& out) {
+                   if (keyed) {
+                      field.ops->collection->encodeKey(out, key);
+                   }
+                })
+                ? Write::done
+                : Write::full;
+}
+
+Session::Write Session::writeCreate(Entity& owner, FieldDescriptor const& field, Entity& child) {
+   StreamFunctions const& stream = *child.kivType().entity->stream;
+   bool const written = write(Opcode::create, 4 + stream.attrLogSizeCtorParams(child),
+                              owner.streamHandle(), field.fieldId, [&](Out& out) {
+                                 out.writeU32(child.streamHandle());
+                                 stream.serializeConstructorParams(out, child);
+                              });
+   if (!written) {
+      return Write::full;
+   }
+   introducedIs(child.streamHandle(), true);
+   return Write::done;
+}
+
+// Mounts and the session's end.
+
+Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
+   mounts_.emplace_back();
+   Mount& mount = mounts_.back();
+   mount.root_ = root;
+   mount.mode_ = mode;
+   mount.id_ = static_cast<U32>(mounts_.size());
+   if (closed_) {
+      mount.state_ = Mount::State::lost;
+      return mount;
+   }
+   if (mode == MountMode::writer) {
+      hub_.adopt(root, false).subscribers.push_back(this);
+      writesBack_ = true;
+   }
+   std::string_view const type = root->kivType().name;
+   std::string_view const name = root->nameString();
+   write(Opcode::mount, 4 + 1 + 4 + type.size() + 4 + name.size(), 0, 0, [&](Out& out) {
+      out.writeU32(mount.id_);
+      out.writeU8(static_cast<U8>(mode));
+      out.writeString(type);
+      out.writeString(name);
+   });
+   return mount;
+}
+
+void Session::syncIs(U32 token) {
+   if (!closed_) {
+      pendingEnq(Opcode::sync, token, {}, dirtySequence_);
+      pump();
+   }
+}
+
+void Session::rootGone(Hub::Root& root) {
+   for (auto at = served_.begin(); at != served_.end();) {
+      if (at->root == &root) {
+         pendingEnq(Opcode::rootGone, at->id, {}, dirtySequence_);
+         std::erase(root.subscribers, this);
+         --root.users;
+         at = served_.erase(at);
+      } else {
+         ++at;
+      }
+   }
+   pump();
+}
+
+void Session::unsubscribe() {
+   for (Served const& served : served_) {
+      std::erase(served.root->subscribers, this);
+      hub_.release(*served.root);
+   }
+   served_.clear();
+   for (Mount const& mount : mounts_) {
+      if (mount.mode_ == MountMode::writer) {
+         if (Hub::Root* const root = hub_.find(mount.root_->kivType().name, mount.root_->name())) {
+            std::erase(root->subscribers, this);
+            hub_.release(*root);
+         }
+      }
+   }
+}
+
+void Session::fail(Sarn::String reason) {
+   if (!closed_) {
+      closed_ = true;
+      closeReason_ = std::move(reason);
+   }
+}
+
+void Session::close(Sarn::String const& reason, bool tell) {
+   fail(reason);
+   if (told_) {
+      return;
+   }
+   told_ = true;
+   if (tell) {
+      std::string_view const text = std::string_view(closeReason_).substr(0, 1000);
+      write(Opcode::bye, 4 + text.size(), 0, 0, [text](Out& out) { out.writeString(text); });
+   }
+   unsubscribe();
+   walkDepth_ = 0;
+   walk_.clear();
+   flowOuts_.clear();
+   firstDirty_ = lastDirty_ = nullptr;
+   dirtyCount_ = 0;
+   incoming_.clear();
+   incomingHandles_.clear();
+   for (Mount& mount : mounts_) {
+      if (mount.state_ == Mount::State::asked || mount.state_ == Mount::State::replaying ||
+          mount.state_ == Mount::State::complete) {
+         mount.reason_ = closeReason_;
+         mountStateIs(mount, Mount::State::lost);
+      }
+   }
+   if (listener_ != nullptr) {
+      listener_->onClosed(*this, closeReason_);
+   }
+}
+
+void Session::mountStateIs(Mount& mount, Mount::State state) {
+   mount.state_ = state;
+   if (listener_ != nullptr) {
+      listener_->onMount(*this, mount);
+   }
+}
+
+void Session::sent(std::size_t size) {
+   out_.consume(size);
+   pump();
+}
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,276 @@
+#pragma once
+
+#include <deque>
+#include <optional>
+
+#include "Kiv/HashMap2018.h"
+#include "Kiv/NboAttrLogCircularBuffer.h"
+#include "Kiv/NboAttrLogFlow.h"
+#include "Kiv/NboAttrLogHub.h"
+
+namespace Kiv::NboAttrLog {
+
+class Session;
+
+/// What a peer may do to a root that it mounts.
+enum class MountMode : U8 {
+   reader = 0,  ///< a read-only mirror
+   writer = 1,  ///< a mirror whose changes go back to the source
+};
+
+/// A root of the peer's that is mirrored here.
+class Mount {
+public:
+   enum class State : U8 {
+      asked,      ///< the peer has not answered
+      replaying,  ///< between the replay's beginning and its end
+      complete,   ///< the mirror has all that the source had when the replay ended, and follows it
+      refused,    ///< see `reason()`
+      gone,       ///< the source has given the root up; the mirror stays as it is
+      lost,       ///< the connection is closed; the mirror stays as it is
+   };
+
+   NamedEntity& root() const noexcept { return *root_; }
+   MountMode mode() const noexcept { return mode_; }
+   State state() const noexcept { return state_; }
+   /// Whether the mirror is complete.
+   bool complete() const noexcept { return state_ == State::complete; }
+   Sarn::String const& reason() const noexcept { return reason_; }
+
+private:
+   friend class Session;
+   Sarn::Ptr<NamedEntity> root_;
+   MountMode mode_ = MountMode::reader;
+   State state_ = State::asked;
+   Sarn::String reason_;
+   U32 id_ = 0;
+};
+
+/// Who is told what becomes of a session. Calls come from inside `received`, `sent` or `close`;
+/// the session must not be destroyed inside one.
+class SessionListener {
+public:
+   /// The mount's state has changed.
+   virtual void onMount(Session&, Mount&) {}
+   /// The session is closed. `reason` is for a person; of a fault it names entity, attribute,
+   /// offset and bound.
+   virtual void onClosed(Session&, Sarn::String const& reason) { (void)reason; }
+   /// Everything written here before `syncIs(token)` has been applied by the peer.
+   virtual void onSynced(Session&, U32 token) { (void)token; }
+
+protected:
+   ~SessionListener() = default;
+};
+
+struct SessionStats {
+   U64 messagesIn = 0;
+   U64 messagesOut = 0;
+   U64 bytesIn = 0;
+   U64 bytesOut = 0;
+   /// Changes that were left to a later replay since the peer could not take them.
+   U64 changesDeferred = 0;
+};
+
+/// One peer: the attribute log in both directions, as bytes. It knows nothing of sockets: whoever
+/// carries the bytes calls `received` with what came, sends what `output` gives, and says `sent`.
+///
+/// A change goes into the output at once when the peer is up to date and there is room; else it is
+/// remembered as a flag or a key in the entity's `FlowOut`, and its latest value is written when
+/// there is room again. The memory of a peer that reads nothing is bounded by its buffer, a flag
+/// an attribute and an entry a dirty key.
+///
+/// What comes in is checked; the first message that breaks a rule closes the session with a
+/// reason, and nothing of that message is applied.
+class Session {
+public:
+   explicit Session(Hub& hub, SessionListener* listener = nullptr);
+   ~Session();
+   Session(Session const&) = delete;
+   Session& operator=(Session const&) = delete;
+
+   /// Asks the peer for a root and mirrors it in `root`, whose type and name say which. In
+   /// `MountMode::writer` local changes go to the peer as well.
+   Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode = MountMode::reader);
+   /// The peer answers with `onSynced(token)` when it has applied everything written so far.
+   void syncIs(U32 token);
+
+   // Bytes.
+
+   /// Takes and applies bytes from the peer; any split is fine. What an observer throws comes out
+   /// here, after the message that caused it; the rest is applied by the next call.
+   void received(U8 const* bytes, std::size_t size);
+   /// The bytes to be sent next; empty when there are none.
+   CircularBuffer::Piece output() const noexcept { return out_.first(); }
+   CircularBuffer::Piece outputBehind() const noexcept { return out_.second(); }
+   /// `size` bytes of the output have been sent. Fills the freed room.
+   void sent(std::size_t size);
+
+   /// Ends the session; the peer is told if `tell`. Harmless when it is closed.
+   void close(Sarn::String const& reason, bool tell = true);
+   bool closed() const noexcept { return closed_; }
+   Sarn::String const& closeReason() const noexcept { return closeReason_; }
+
+   /// Whether every change so far has been written into the output.
+   bool upToDate() const noexcept { return walkDepth_ == 0 && firstDirty_ == nullptr; }
+   SessionStats const& stats() const noexcept { return stats_; }
+   /// Entities with something still to be told.
+   std::size_t dirtyEntities() const noexcept { return dirtyCount_; }
+   bool handshakeDone() const noexcept { return greeted_; }
+   std::deque<Mount> const& mounts() const noexcept { return mounts_; }
+
+private:
+   friend class Hub;
+   friend class Hub::Root;
+   friend class Sa;
+
+   enum class Write : U8 { done, full, descend };
+
+   /// A root of ours that the peer mirrors.
+   struct Served {
+      Hub::Root* root;
+      U32 id;
+      MountMode mode;
+      bool walked = false;
+      bool ended = false;
+      U64 endAfter = 0;
+   };
+   /// An entity that the peer has introduced.
+   struct Incoming {
+      U32 handle = 0;
+      bool writable = false;
+      Sarn::Ptr<Entity> entity;
+   };
+   /// A reply or marker that waits for room, or for all dirty entities up to `after`.
+   struct Pending {
+      Opcode opcode;
+      U32 token;
+      Sarn::String text;
+      U64 after;
+   };
+   struct OpenCollection {
+      Sarn::Ptr<Entity> entity;
+      FieldDescriptor const* field;
+      DirtyKeys* seen;
+   };
+
+   // Writing: NboAttrLogSession.cpp
+   /// A change of a child, a collection or a queue. `removed`: the child that was there before.
+   void onChange(Entity& entity, FieldDescriptor const& field, void const* key, Entity* removed);
+   void rootGone(Hub::Root& root);
+   void commit(std::size_t size) noexcept;
+   U8* reserve(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute);
+   template <class Body>
+   bool write(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute,
+              Body const& body);
+   void hello();
+   void pendingEnq(Opcode opcode, U32 token, Sarn::String text, U64 after);
+   bool writePending();
+   /// Marks the session closed from inside the writing of a change, where nobody may be called.
+   void fail(Sarn::String reason);
+   void unsubscribe();
+   bool introduced(U32 handle) const noexcept {
+      U32 const at = HandleTable::place(handle);
+      return at / 64 < introduced_.size() && (introduced_[at / 64] >> at % 64 & 1) != 0;
+   }
+   void introducedIs(U32 handle, bool introduced);
+   /// Whether the peer knows the entity, after a `bind` if it introduced it itself.
+   bool reach(Entity& entity);
+   bool acknowledge();
+   bool live() const noexcept { return upToDate() && !closed_; }
+   bool copy(U8 const* message, std::size_t size);
+   /// Whether the peer may not know yet what it overwrites.
+   bool behindPeer() const noexcept { return changesSent_ != changesAcked_ || !upToDate(); }
+
+   // Catching up: NboAttrLogReplay.cpp
+   FlowOut& flowOut(Entity& entity);
+   void flowOutDel(U32 place) noexcept;
+   void markDirty(Entity& entity, FieldDescriptor const& field, void const* key, bool erased);
+   void pump();
+   void fill();
+   bool runReplay(FlowOut& flowOut);
+   Write flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const& field);
+   Write replaySingle(FlowOut& flowOut, FieldDescriptor const& field);
+   Write replayChild(FlowOut& flowOut, FieldDescriptor const& field);
+   Write replayCollection(FlowOut& flowOut, FieldDescriptor const& field);
+   Write replayDirtyKeys(FlowOut& flowOut, FieldDescriptor const& field);
+   Write reserveMarker(Opcode opcode, FlowOut const& flowOut, FieldDescriptor const& field);
+   DirtyKeyResult writeDirtyKey(FlowOut& flowOut, FieldDescriptor const& field, void const* key,
+                                bool erased);
+   Write replayQueue(FlowOut& flowOut, FieldDescriptor const& field);
+   Write writeElement(Entity& entity, FieldDescriptor const& field, void const* key,
+                      void const* value);
+   Write writeErase(Entity& entity, FieldDescriptor const& field, void const* key);
+   Write writeCreate(Entity& owner, FieldDescriptor const& field, Entity& child);
+   bool writeReplayEnds();
+   bool descendInto(Entity& entity, bool fresh);
+   void forget(Entity& entity, U32 handle);
+
+   // Applying: NboAttrLogApply.cpp
+   void parse(U8 const* bytes, std::size_t size);
+   void apply(Header const& header, In& in);
+   void applyToEntity(Header const& header, In& in);
+   void applyErase(Entity& entity, FieldDescriptor const& field, In& in);
+   void applyCreate(Incoming& target, FieldDescriptor const& field, In& in);
+   void applyCollectionMarker(Entity& entity, FieldDescriptor const& field, Header const& header,
+                              In& in);
+   void applyHello(In& in);
+   void applyMount(In& in);
+   void applyBind(Header const& header, In& in);
+   void applyMountState(Header const& header, In& in);
+   void checkHandle(U32 handle, In const& in) const;
+   /// The peer calls `entity` by this handle from now on; null if it is gone already.
+   void map(U32 handle, Entity* entity, bool writable);
+   void unmapTree(Entity& entity);
+   void mountStateIs(Mount& mount, Mount::State state);
+   DirtyKeys* seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept;
+   Sarn::String describe(Header const& header) const;
+
+   Hub& hub_;
+   SessionListener* listener_;
+   CircularBuffer out_;
+   std::vector<U8> in_;
+   SessionStats stats_;
+
+   std::vector<U64> introduced_;
+   std::vector<std::unique_ptr<FlowOut>> flowOuts_;
+   FlowOut* firstDirty_ = nullptr;
+   FlowOut* lastDirty_ = nullptr;
+   std::size_t dirtyCount_ = 0;
+   U64 dirtySequence_ = 0;
+   std::vector<std::unique_ptr<FlowOut>> walk_;
+   std::size_t walkDepth_ = 0;
+   bool filling_ = false;
+
+   std::deque<Served> served_;
+   std::deque<Mount> mounts_;
+   std::vector<Incoming> incoming_;
+   HashMap2018<U64, U32, 1> incomingHandles_;
+   std::vector<OpenCollection> open_;
+   std::deque<Pending> pending_;
+   std::size_t consumed_ = 0;
+   bool told_ = false;
+
+   U32 changesSent_ = 0;
+   U32 changesAcked_ = 0;
+   U32 changesReceived_ = 0;
+   U32 acknowledged_ = 0;
+   bool writesBack_ = false;
+   bool greeted_ = false;
+   bool closed_ = false;
+   Sarn::String closeReason_;
+};
+
+template <class Body>
+bool Session::write(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute,
+                    Body const& body) {
+   U8* const at = reserve(opcode, bodySize, handle, attribute);
+   if (at == nullptr) {
+      return false;
+   }
+   Out out(at + headerSize, bodySize);
+   body(out);
+   commit(headerSize + bodySize);
+   return true;
+}
+
+}  // namespace Kiv::NboAttrLog

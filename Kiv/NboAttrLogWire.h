@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Kiv/NboAttrLog.h"
+
+/// The attribute log's messages. `docs/attribute-log.md` has the grammar and worked bytes.
+///
+///      byte 0       1 .. 3        4 .. 7     8 .. 9        10 ..
+///     | opcode | body length |   handle   | attribute |    body    |
+///
+/// A handle is the sender's number for an entity. Both ends number the entities that they
+/// introduce themselves; 0 is nobody.
+namespace Kiv::NboAttrLog {
+
+inline constexpr U32 protocolVersion = 1;
+inline constexpr std::size_t headerSize = 10;
+/// The most that the length field can say.
+inline constexpr std::size_t longestBody = 0xffffff;
+inline constexpr char helloMagic[9] = "KivNboAL";
+
+enum class Opcode : U8 {
+   hello = 1,    ///< magic, version, then each module's name and hash
+   bye,          ///< the reason for closing
+   mount,        ///< U32 mount, U8 mode, type name, root name
+   refused,      ///< U32 mount, reason
+   replayBegin,  ///< handle of the root; U32 mount
+   replayEnd,    ///< U32 mount: the mirror is complete
+   rootGone,     ///< U32 mount: the source has given the root up
+   set,          ///< value
+   element,      ///< key and value, or a value that contains its key
+   erase,        ///< key; empty for a singleton child
+   create,       ///< U32 handle of the child, then key and constructor arguments, or a child's name
+   enqueue,      ///< U32 sequence, value
+   front,        ///< U32 sequence of the first element that is left
+   collectionBegin,
+   collectionEnd,  ///< keys that were not named since the beginning are gone
+   bind,           ///< U32: the receiver's handle for the entity that the sender calls `handle`
+   ack,            ///< U32: changes received so far on this connection
+   sync,           ///< U32 token, comes back as
+   synced,         ///< U32 token
+   last_ = synced,
+};
+
+/// What one connection may cost, on either side. Both ends of a connection should agree on
+/// `longestMessage`.
+struct Limits {
+   /// Bytes that wait to be sent, per connection.
+   std::size_t outputBuffer = std::size_t(1) << 20;
+   /// The longest body of a message, sent or received.
+   std::size_t longestMessage = std::size_t(1) << 18;
+   /// Entities that a peer may introduce, and that a hub may number.
+   U32 entities = U32(1) << 20;
+   /// Nested replays of collections.
+   U32 nesting = 64;
+};
+
+struct Header {
+   Opcode opcode;
+   U32 bodySize;
+   U32 handle;
+   AttributeId attribute;
+};
+
+inline void writeHeader(Out& out, Header const& header) {
+   out.writeU32(static_cast<U32>(header.opcode) << 24 | header.bodySize);
+   out.writeU32(header.handle);
+   out.writeU16(header.attribute);
+}
+
+}  // namespace Kiv::NboAttrLog
