@@ -119,8 +119,9 @@ private:
       if (member.upper) {
          bound(*member.upper, type);
       }
+      static constexpr decltype(member.lower->integer) open;
       auto const& low = member.lower->integer;
-      auto const high = member.upper ? member.upper->integer : std::nullopt;
+      auto const& high = member.upper ? member.upper->integer : open;
       if (low && high && *low > *high) {
          diagnostics_.error(member.lower->span.to(member.upper->span),
                             "the range is empty: " + decimal(*low) + " is above " + decimal(*high));
