@@ -3,8 +3,13 @@
 #include <exception>
 
 #include "Kivc/Check.h"
+#include "Kivc/EmitEntity.h"
+#include "Kivc/EmitEnum.h"
 #include "Kivc/EmitManifest.h"
+#include "Kivc/EmitRecord.h"
 #include "Kivc/EmitReference.h"
+#include "Kivc/EmitValue.h"
+#include "Kivc/Layout.h"
 #include "Kivc/Loader.h"
 #include "Kivc/Output.h"
 
@@ -36,6 +41,33 @@ std::string dependencies(std::string const& depfile, std::vector<std::string> co
    return out + "\n";
 }
 
+/// The module's C++: two files a type (an enumeration has a header only), one header for all, and
+/// the record.
+void addCpp(Module const& module, std::string const& directory, Output& output) {
+   auto const base = directory + "/" + module.outputPath();
+   auto const add = [&](std::string const& suffix, std::string const& text) {
+      output.add(base + suffix, fitToPage(text));
+   };
+   for (auto const& type : module.types) {
+      if (type->origin != Origin::declared) {
+         continue;
+      }
+      auto const file = "/" + type->name.text;
+      if (type->kind == TypeKind::enumeration) {
+         add(file + ".h", emitEnumHeader(*type));
+      } else if (type->kind == TypeKind::value) {
+         add(file + ".h", emitValueHeader(*type));
+         add(file + ".cpp", emitValueSource(*type));
+      } else {
+         add(file + ".h", emitEntityHeader(*type));
+         add(file + ".cpp", emitEntitySource(*type));
+      }
+   }
+   add(".h", emitUmbrella(module));
+   add("Record.h", emitRecordHeader(module));
+   add("Record.cpp", emitRecordSource(module));
+}
+
 }  // namespace
 
 int run(Options const& options, std::ostream& errors) {
@@ -45,11 +77,17 @@ int run(Options const& options, std::ostream& errors) {
    for (auto const& module : loader.modules()) {
       check(*module, diagnostics);
    }
+   if (main != nullptr && diagnostics.empty()) {
+      checkRecordLimits(*main, diagnostics);
+   }
    if (main == nullptr || !diagnostics.empty()) {
       errors << diagnostics.render();
       return 1;
    }
    Output output;
+   if (!options.out.empty()) {
+      addCpp(*main, options.out, output);
+   }
    if (!options.manifest.empty()) {
       output.add(options.manifest, emitManifest(*main));
    }

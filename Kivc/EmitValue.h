@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "Kivc/Model.h"
+
+namespace kivc {
+
+/// A value type's header and source.
+std::string emitValueHeader(Type const& type);
+std::string emitValueSource(Type const& type);
+
+}  // namespace kivc
