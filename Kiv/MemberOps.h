@@ -1,6 +1,7 @@
 #pragma once
 
 #include <tuple>
+#include <variant>
 
 #include "Kiv/AttrOps.h"
 #include "Kiv/HSet.h"
@@ -180,7 +181,13 @@ public:
       return static_cast<bool>(at_);
    }
    void next() override { ++at_; }
-   void const* key() override { return &at_.key(); }
+   void const* key() override {
+      if constexpr (std::is_lvalue_reference_v<KeyResult>) {
+         return &at_.key();
+      } else {
+         return &key_.emplace(at_.key());
+      }
+   }
    void const* value() override {
       if constexpr (std::is_void_v<Child>) {
          return &at_.value();
@@ -197,7 +204,13 @@ public:
    }
 
 private:
+   using KeyResult = decltype(std::declval<Iterator const&>().key());
+
    Iterator at_;
+   /// Holds the current key where the map gives keys by value only.
+   [[no_unique_address]] std::conditional_t<std::is_lvalue_reference_v<KeyResult>, std::monostate,
+                                            std::optional<std::remove_cvref_t<KeyResult>>>
+         key_;
 };
 
 /// What all keyed collections share. `Self` has `K`, `Keys` and `map(owner)`.
@@ -246,7 +259,8 @@ struct KeyedOps {
       }
       delete seen;
    }
-   static void saw(DirtyKeys* seen, typename Self::K const& key) {
+   template <class K>
+   static void saw(DirtyKeys* seen, K const& key) {
       if (seen != nullptr) {
          seen->insert(&key, false);
       }
@@ -336,7 +350,7 @@ struct InternalKeyMapOps : KeyedOps<InternalKeyMapOps<Owner, Map, id>, void> {
       return map(owner).find(*static_cast<K const*>(key));
    }
    static void set(Entity& owner, V const& value) {
-      K const key = M::keyOf(value);
+      K const key = M::PolicyType::keyOf(value);
       internalKeyMapIs<M, K, V>(owner, id, map(owner), key, value);
    }
    static void is(Entity& owner, void const*, void const* value) {
@@ -351,7 +365,7 @@ struct InternalKeyMapOps : KeyedOps<InternalKeyMapOps<Owner, Map, id>, void> {
    static void applyElement(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen) {
       V const value = ValueOps<V>::decode(in);
       in.expectEnd();
-      Base::saw(seen, M::keyOf(value));
+      Base::saw(seen, M::PolicyType::keyOf(value));
       set(owner, value);
    }
 

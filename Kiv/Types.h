@@ -51,6 +51,21 @@ inline constexpr auto optionalName = [] {
 }();
 
 template <class T>
+struct OptionalInner;
+template <class T>
+struct OptionalInner<std::optional<T>> {
+   using Type = T;
+};
+template <class T>
+requires requires {
+   typename OptionalInner<T>::Type;
+}
+constexpr std::string_view typeName() {
+   auto const& name = optionalName<typename OptionalInner<T>::Type>;
+   return {name.data(), name.size() - 1};
+}
+
+template <class T>
 void construct(void* dst, void const* src) {
    std::construct_at(static_cast<T*>(dst), *static_cast<T const*>(src));
 }

@@ -145,14 +145,13 @@ namespace Impl {
 /// Builds a value in raw storage from the addresses of its fields' values.
 template <class T, class... F>
 void constructFromFields(void* dst, void const* const* args) {
-   std::size_t at = 0;
-   for (std::size_t i = 0; i != sizeof...(F); ++i) {
-      if (args == nullptr || args[i] == nullptr) {
+   [&]<std::size_t... i>(std::index_sequence<i...>) {
+      if (args == nullptr || (... || (args[i] == nullptr))) {
          throwNewEntityArgsException(T::kivTypeName);
       }
+      std::construct_at(static_cast<T*>(dst), T(*static_cast<F const*>(args[i])...));
    }
-   // Braces: arguments are evaluated in order.
-   std::construct_at(static_cast<T*>(dst), T{*static_cast<F const*>(args[at++])...});
+   (std::make_index_sequence<sizeof...(F)>());
 }
 }  // namespace Impl
 

@@ -62,6 +62,8 @@ public:
    };
    class Iterator;
 
+   using Value = T;
+
    constexpr RQueue() noexcept = default;
    RQueue(RQueue const&) = delete;
    RQueue& operator=(RQueue const&) = delete;
