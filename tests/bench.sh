@@ -18,10 +18,16 @@ for program in "$bin"/*_bench; do
    printf '\n%s\n' "${program##*/}"
    "$program" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
       --benchmark_enable_random_interleaving=true --benchmark_min_time=0.1 \
-      --benchmark_format=csv 2>/dev/null | awk '
+      --benchmark_format=csv 2>/dev/null |
+      cat <("$program" --benchmark_list_tests) - | awk '
       function scaled(ns) {
          return ns < 1e3 ? sprintf("%.2f ns", ns) : ns < 1e6 ? sprintf("%.2f us", ns / 1e3) \
             : ns < 1e9 ? sprintf("%.2f ms", ns / 1e6) : sprintf("%.2f s", ns / 1e9)
+      }
+      # The list of names comes first and gives the order.
+      !/[",]/ && NF == 1 {
+         names[++count] = $0
+         next
       }
       /^"/ {
          name = $0
@@ -36,29 +42,45 @@ for program in "$bin"/*_bench; do
          split(rest, field, ",")
          unit = field[4]
          ns = field[3] * (unit == "us" ? 1e3 : unit == "ms" ? 1e6 : unit == "s" ? 1e9 : 1)
-         work = name
-         isBaseline = name ~ /<(Std|Bare|Baseline)|Baseline/
-         gsub(/<[^>]*>|Baseline/, "", work)
-         if (isBaseline) {
-            baseline[work] = ns
-         } else {
-            order[++count] = name
-            workOf[name] = work
-            time[name] = ns
+         time[name] = ns
+         if (field[6] > 0) {
+            item[name] = 1e9 / field[6]
          }
       }
+      function isBaseline(name) {
+         return name ~ /<(Std|Bare|Baseline)|Baseline/
+      }
+      function work(name) {
+         gsub(/<[^>]*>|Baseline/, "", name)
+         return name
+      }
       END {
-         printf "   %-52s %12s %12s %8s\n", "", "time", "baseline", "ratio"
          for (i = 1; i <= count; ++i) {
-            name = order[i]
-            work = workOf[name]
-            printf "   %-52s %12s", name, scaled(time[name])
-            if (work in baseline) {
-               printf " %12s %8.2f", scaled(baseline[work]), time[name] / baseline[work]
+            if (isBaseline(names[i])) {
+               baseline[work(names[i])] = names[i]
+            }
+         }
+         printf "   %-48s %10s %10s %10s %7s\n", "", "time", "an item", "baseline", "ratio"
+         for (i = 1; i <= count; ++i) {
+            name = names[i]
+            if (isBaseline(name)) {
+               continue
+            }
+            if (!(name in time)) {
+               printf "   %-48s %10s\n", name, "failed"
+               failed = 1
+               continue
+            }
+            ++shown
+            printf "   %-48s %10s %10s", name, scaled(time[name]), \
+               name in item ? scaled(item[name]) : ""
+            base = baseline[work(name)]
+            if (base in time) {
+               printf " %10s %7.2f", scaled(time[base]), time[name] / time[base]
             }
             printf "\n"
          }
-         exit count == 0
+         exit failed || !shown
       }' || {
       echo "   failed"
       status=1
