@@ -76,6 +76,17 @@ Publisher::~Publisher() {
    }
 }
 
+/// The observers of the publisher that the frame stands on.
+inline void Publisher::tell(Frame& frame) {
+   bool const atSource = frame.at == &frame.change.source;
+   while (frame.next != frame.end) {
+      std::uintptr_t const slot = frame.at->list_->slots[frame.next++];
+      if (slot != 0 && (atSource || (slot & List::subtreeBit) != 0)) {
+         reinterpret_cast<Observer*>(slot & ~List::subtreeBit)->onChange(frame.change);
+      }
+   }
+}
+
 void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
    auto* const outer = static_cast<Frame*>(topFrame);
@@ -89,7 +100,11 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
    if (outer != nullptr) [[unlikely]] {
       drain(outer);
    }
-   run(frame);
+   tell(frame);
+   // The frame's own word, since the publisher may be gone.
+   if (frame.at != nullptr && (frame.at->watch_ & aboveBit) != 0 && climb(frame)) {
+      run(frame);
+   }
 }
 
 void Publisher::drain(Frame* frame) {
@@ -103,29 +118,27 @@ void Publisher::drain(Frame* frame) {
 
 void Publisher::run(Frame& frame) {
    while (frame.at != nullptr) {
-      while (frame.next != frame.end) {
-         std::uintptr_t const slot = frame.at->list_->slots[frame.next++];
-         if (slot == 0 || (frame.at != &frame.change.source && (slot & List::subtreeBit) == 0)) {
-            continue;
-         }
-         reinterpret_cast<Observer*>(slot & ~List::subtreeBit)->onChange(frame.change);
-      }
-      if (frame.at == nullptr) {
+      tell(frame);
+      if (frame.at == nullptr || !climb(frame)) {
          return;
       }
+   }
+}
+
+/// On to the next publisher above that may have a subtree observer; false, and done, if none has.
+bool Publisher::climb(Frame& frame) noexcept {
+   if ((frame.at->watch_ & aboveBit) != 0) {
       Publisher* higher = frame.at->parent_;
-      if ((frame.at->watch_ & Publisher::aboveBit) == 0) {
-         higher = nullptr;
-      }
       while (higher != nullptr && higher->list_ == nullptr) {
          higher = higher->parent_;
       }
-      if (higher == nullptr) {
-         frame.finish();
-         return;
+      if (higher != nullptr) {
+         frame.enter(higher);
+         return true;
       }
-      frame.enter(higher);
    }
+   frame.finish();
+   return false;
 }
 
 bool Publisher::running(List const* list) noexcept {

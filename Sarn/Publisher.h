@@ -106,6 +106,8 @@ private:
 
    void publish(U16 attributeId, void const* key, void const* oldValue, KeyCompare keyCompare);
    static void run(Frame& frame);
+   static void tell(Frame& frame);
+   static bool climb(Frame& frame) noexcept;
    static void drain(Frame* frame);
    static bool running(List const* list) noexcept;
    void compact() noexcept;
