@@ -69,8 +69,7 @@ IntfId::IntfId(Kiv::CharRange& text) {
 
 std::optional<IntfId> IntfId::fromBits(U64 bits) noexcept {
    IntfIdImpl::NameBuffer buffer;
-   Encoded const encoded = IntfIdImpl::encode(IntfIdImpl::decode(bits, buffer));
-   if (encoded.result != Encoded::Result::ok || encoded.bits != bits) {
+   if (bits != 0 && IntfIdImpl::decode(bits, buffer).empty()) {
       return std::nullopt;
    }
    IntfId id;

@@ -16,6 +16,15 @@ constexpr bool isLower(char c) {
    return c >= 'a' && c <= 'z';
 }
 
+/// Where a number may stand, by the first six bits.
+constexpr unsigned leadingZero = 0b000100;
+constexpr bool isNumberCode(unsigned bits) {
+   return bits >= 0b000110 && bits < 0b100000;
+}
+constexpr unsigned letterCode(char c) {
+   return 0b100100 + static_cast<unsigned>(c - 'a');
+}
+
 constexpr int hexValue(char c) {
    return isDigit(c) ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
@@ -65,6 +74,28 @@ private:
    U64 bits_;
 };
 
+/// The words that come before `name` or begin it. REQUIRES: ASCII.
+std::size_t wordsUpTo(std::string_view name) noexcept {
+   if (name.empty()) {
+      return 0;
+   }
+   // A word with another first character needs no comparison.
+   auto const first = static_cast<U8>(name.front());
+   auto const above = std::upper_bound(words.begin() + wordTable.firstOf[first],
+                                       words.begin() + wordTable.firstOf[first + 1u], name);
+   return static_cast<std::size_t>(above - words.begin());
+}
+
+/// The longest word that begins `name`; `upTo`: of `wordsUpTo`.
+U8 wordOf(std::string_view name, std::size_t upTo) noexcept {
+   // A word that begins `name` begins all words between itself and `name`.
+   U8 word = upTo == 0 ? noWord : static_cast<U8>(upTo - 1);
+   while (word != noWord && !name.starts_with(words[word])) {
+      word = wordTable.parent[word];
+   }
+   return word;
+}
+
 /// The number of the `word` field, and how much of the name it covers.
 struct Place {
    std::size_t number;
@@ -72,16 +103,20 @@ struct Place {
 };
 
 Place placeOf(std::string_view name) noexcept {
-   auto const above = std::upper_bound(words.begin(), words.end(), name);
-   auto const count = static_cast<std::size_t>(above - words.begin());
-   U8 word = count == 0 ? noWord : static_cast<U8>(count - 1);
-   while (word != noWord && !name.starts_with(words[word])) {
-      word = wordTable.parent[word];
-   }
+   std::size_t const upTo = wordsUpTo(name);
+   U8 const word = wordOf(name, upTo);
    if (word == noWord) {
-      return {2 * count, 0};
+      return {2 * upTo, 0};
    }
-   return {2 * count - wordTable.depth[word], words[word].size()};
+   return {2 * upTo - wordTable.depth[word], words[word].size()};
+}
+
+/// Whether `number`, for which the table has `word`, is the one of `name`.
+bool isPlaceOf(std::size_t number, U8 word, std::string_view name) noexcept {
+   std::size_t const depth = word == noWord ? 0 : wordTable.depth[word];
+   std::size_t const upTo = (number + depth) / 2;
+   return (upTo == 0 || words[upTo - 1] <= name) && (upTo == words.size() || name < words[upTo]) &&
+          wordOf(name, upTo) == word;
 }
 
 constexpr bool isNameChar(char c) {
@@ -92,7 +127,7 @@ constexpr bool isNameChar(char c) {
 /// Writes the digits from `at` on and moves behind them. False if the number is too large.
 bool putNumber(BitWriter& out, std::string_view name, std::size_t& at) noexcept {
    while (name[at] == '0' && at + 1 < name.size() && isDigit(name[at + 1])) {
-      out.put(0b000100, 6);
+      out.put(leadingZero, 6);
       ++at;
    }
    U64 number = 0;
@@ -129,7 +164,7 @@ void putCharacter(BitWriter& out, std::string_view name, std::size_t& at,
    }
    auto letter = static_cast<unsigned>(c - 'a');
    if (!afterNumber) {
-      out.put(36 + letter, 6);
+      out.put(letterCode(c), 6);
       return;
    }
    if (c == 'n' && at < name.size() && name[at] >= 'p') {
@@ -265,8 +300,17 @@ void readAfterNumber(BitReader& in, NameWriter& out) noexcept {
    in.take(letterTable.bits[letter]);
    if (letter == np) {
       out.put("np");
-   } else {
-      out.put(letter == nAfter ? 'n' : static_cast<char>('a' + letter));
+      return;
+   }
+   char const c = letter == nAfter ? 'n' : static_cast<char>('a' + letter);
+   out.put(c);
+   if (c == 'n') {
+      // Which of its codes, or that of "np", is the right one hangs on the next letter.
+      unsigned const next = in.peek(6);
+      bool const isAfter = next > letterCode('p') && next <= letterCode('z');
+      if (next == letterCode('p') || isAfter != (letter == nAfter)) {
+         out.fail();
+      }
    }
 }
 
@@ -304,7 +348,7 @@ bool readTail(BitReader& in, NameWriter& out) noexcept {
 /// Reads one thing where a number may stand. True if it was one.
 bool readElsewhere(BitReader& in, NameWriter& out) noexcept {
    unsigned const next = in.peek(6);
-   if (next >= 6 && next < 32) {
+   if (isNumberCode(next)) {
       readNumber(in, out);
       return true;
    }
@@ -316,10 +360,14 @@ bool readElsewhere(BitReader& in, NameWriter& out) noexcept {
    in.take(6);
    if (next >= 1 && next <= 3) {
       out.put("-./"[next - 1]);
-   } else if (next == 4) {
+   } else if (next == leadingZero) {
       out.put('0');
-   } else if (next >= 36 && next < 62) {
-      out.put(static_cast<char>('a' + (next - 36)));
+      unsigned const digit = in.peek(6);
+      if (digit != leadingZero && !isNumberCode(digit)) {
+         out.fail();
+      }
+   } else if (next >= letterCode('a') && next <= letterCode('z')) {
+      out.put(static_cast<char>('a' + (next - letterCode('a'))));
    } else {
       out.fail();
    }
@@ -365,7 +413,10 @@ std::string_view decode(U64 bits, NameBuffer& buffer) noexcept {
       out.put(words[word]);
    }
    if (readTail(in, out)) {
-      return out.name();
+      // Right only for what does not fit otherwise, which takes trying.
+      Encoded const encoded = encode(out.name());
+      bool const right = encoded.result == Encoded::Result::ok && encoded.bits == bits;
+      return right ? out.name() : std::string_view();
    }
    bool afterNumber = false;
    while (in.left() != 0 && !out.bad()) {
@@ -376,7 +427,8 @@ std::string_view decode(U64 bits, NameBuffer& buffer) noexcept {
          afterNumber = readElsewhere(in, out);
       }
    }
-   return out.name();
+   std::string_view const name = out.name();
+   return isPlaceOf(number, word, name) ? name : std::string_view();
 }
 
 }  // namespace Dorn::IntfIdImpl

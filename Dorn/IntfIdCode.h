@@ -32,8 +32,7 @@ Encoded encode(std::string_view name) noexcept;
 /// Room for the longest name that 64 bits can stand for.
 using NameBuffer = std::array<char, 96>;
 
-/// The name of `bits`, in `buffer`. Bits that `encode` gives to no name may yield any name, or a
-/// null view; `encode` tells.
+/// The name that `encode` gives `bits` for, in `buffer`; empty if there is none, and for 0.
 std::string_view decode(U64 bits, NameBuffer& buffer) noexcept;
 
 }  // namespace Dorn::IntfIdImpl

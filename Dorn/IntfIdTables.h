@@ -52,8 +52,15 @@ struct WordTable {
    /// How many words a word begins with, itself included.
    std::array<U8, words.size()> depth{};
    std::array<U8, 2 * words.size() + 1> wordOf{};
+   /// The first word that begins with a character or a later one.
+   std::array<U8, 129> firstOf{};
 
    constexpr WordTable() {
+      for (std::size_t c = 0; c < firstOf.size(); ++c) {
+         while (firstOf[c] < words.size() && static_cast<U8>(words[firstOf[c]].front()) < c) {
+            ++firstOf[c];
+         }
+      }
       std::size_t number = 0;
       U8 top = noWord;
       wordOf[0] = noWord;
