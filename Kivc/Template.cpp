@@ -55,7 +55,8 @@ std::string const& Template::look(std::string const& key, std::string_view line)
          return at->second.value;
       }
    }
-   throw TemplateError("unknown key '" + key + "' in: " + std::string(line));
+   throw TemplateError("unknown key '" + key +
+                       "' in: " + std::string(line.substr(indentationOf(line))));
 }
 
 void Template::appendLine(std::string_view line) {

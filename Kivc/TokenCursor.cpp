@@ -124,6 +124,7 @@ void TokenCursor::recover() {
          --depth;
       }
       if (depth == 0 && (token.is(";") || token.is("}"))) {
+         accept(";");
          return;
       }
    }

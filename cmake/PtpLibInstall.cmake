@@ -33,7 +33,7 @@ function(ptplib_install)
    install(EXPORT PtpLibTargets NAMESPACE PtpLib:: DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
 
    foreach(dir IN LISTS dirs)
-      foreach(root IN ITEMS "${PROJECT_SOURCE_DIR}" "${PTPLIB_GENERATED_DIR}")
+      foreach(root IN ITEMS "${PROJECT_SOURCE_DIR}" "${KIVC_GENERATED_DIR}")
          install(DIRECTORY "${root}/${dir}" DESTINATION "${PTPLIB_INSTALL_INCLUDEDIR}" OPTIONAL
             FILES_MATCHING PATTERN "*.h" PATTERN "*Test*.h" EXCLUDE)
       endforeach()

@@ -1,0 +1,29 @@
+#include "KivTest/TestTypes/Root.h"
+
+namespace KivTest {
+
+U64 Root::total() const {
+   return U64{count8()} + count32();
+}
+
+U32 Root::left() const {
+   return pair().first();
+}
+
+void Root::reset() {
+   count8Is(0);
+   count32Is(0);
+}
+
+bool Root::above(Level level, U32 bound) const {
+   switch (level) {
+      case Level::low:
+         return count8() > bound;
+      case Level::middle:
+         return count32() > bound;
+      default:
+         return total() > bound;
+   }
+}
+
+}  // namespace KivTest

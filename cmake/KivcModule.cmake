@@ -1,0 +1,76 @@
+# kivc_module(target file.kiv [ROOTS dir...])
+# Makes a module of declarations part of a target: kivc writes the module's C++ below
+# KIVC_GENERATED_DIR when the target is built, and again when the declarations, those of the modules
+# that they use, or the compiler change. Files whose content stays the same are left alone, so that
+# only what is affected is compiled again.
+#
+#    find_package(PtpLib REQUIRED)
+#    add_library(Demo Demo/Operations.cpp)
+#    target_link_libraries(Demo PUBLIC PtpLib::PtpLib)
+#    kivc_module(Demo Demo/Demo.kiv)            # #include "Demo/Demo/SomeType.h"
+#
+# The directory in which the file lies below the current source directory (or below one of ROOTS) is
+# the directory by which its headers are included. Used modules are looked for in the same places,
+# one directory below them, and among the installed declarations.
+
+if(NOT DEFINED KIVC_GENERATED_DIR)
+   set(KIVC_GENERATED_DIR "${CMAKE_BINARY_DIR}/generated")
+endif()
+
+function(kivc_module target file)
+   cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "ROOTS")
+   cmake_path(ABSOLUTE_PATH file BASE_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}" NORMALIZE)
+   set(roots "${CMAKE_CURRENT_SOURCE_DIR}" ${arg_ROOTS} ${PtpLib_KIV_DIR})
+   if(TARGET PtpLib::kivc)
+      set(kivc PtpLib::kivc)
+   else()
+      set(kivc kivc)
+   endif()
+
+   # Where the compiler puts the module's files: by the first root that the file is in.
+   cmake_path(GET file STEM module)
+   cmake_path(GET file PARENT_PATH directory)
+   set(prefix)
+   foreach(root IN LISTS roots)
+      cmake_path(IS_PREFIX root "${directory}" NORMALIZE inside)
+      if(inside)
+         cmake_path(RELATIVE_PATH directory BASE_DIRECTORY "${root}" OUTPUT_VARIABLE prefix)
+         break()
+      endif()
+   endforeach()
+   set(base "${KIVC_GENERATED_DIR}/${prefix}/${module}")
+   cmake_path(NORMAL_PATH base)
+
+   # The files that there will be follow from the types: two each, but enumerations have no source.
+   set(headers "${base}.h" "${base}Record.h")
+   set(sources "${base}Record.cpp")
+   file(STRINGS "${file}" types REGEX "^[ \t]*(enum|value|entity)[ \t]+[A-Za-z0-9_]+[^=;]*$")
+   foreach(type IN LISTS types)
+      string(REGEX MATCH "(enum|value|entity)[ \t]+([A-Za-z0-9_]+)" _ "${type}")
+      list(APPEND headers "${base}/${CMAKE_MATCH_2}.h")
+      if(NOT CMAKE_MATCH_1 STREQUAL "enum")
+         list(APPEND sources "${base}/${CMAKE_MATCH_2}.cpp")
+      endif()
+   endforeach()
+   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${file}")
+
+   # The stamp tells when the compiler ran last; the files keep their times unless they change.
+   set(stamp "${base}.stamp")
+   set(options)
+   foreach(root IN LISTS roots)
+      list(APPEND options -I "${root}")
+   endforeach()
+   cmake_path(GET stamp PARENT_PATH stampDirectory)
+   file(MAKE_DIRECTORY "${stampDirectory}")
+   add_custom_command(OUTPUT "${stamp}"
+      BYPRODUCTS ${headers} ${sources}
+      COMMAND ${kivc} ${options} --out "${KIVC_GENERATED_DIR}" --depfile "${stamp}.d" "${file}"
+      COMMAND "${CMAKE_COMMAND}" -E touch "${stamp}"
+      DEPENDS "${file}" ${kivc}
+      DEPFILE "${stamp}.d"
+      COMMENT "Compiling the declarations of ${module}"
+      VERBATIM)
+   set_source_files_properties(${headers} ${sources} PROPERTIES GENERATED TRUE)
+   target_sources(${target} PRIVATE "${file}" "${stamp}" ${headers} ${sources})
+   target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${KIVC_GENERATED_DIR}>")
+endfunction()
