@@ -31,14 +31,14 @@ namespace Impl {
 U32 hashLongBytes(U32 seed, char const* p, std::size_t size) noexcept {
    // As for short strings the seed goes into both factors.
    U64 const s = spreadSeed(seed);
-   U64 mixed = hashStep(s);
+   U64 mixed = s ^ hashMultiplier;
    char const* const last = p + size - 16;
    for (; p < last; p += 16) {
       mixed = foldedMultiply(loadUnaligned<U64>(p) ^ s, loadUnaligned<U64>(p + 8) ^ mixed);
    }
    // The last 16 bytes may overlap the ones before.
    mixed = foldedMultiply(loadUnaligned<U64>(last) ^ s, loadUnaligned<U64>(last + 8) ^ mixed);
-   return hashFinish(mixed + size);
+   return hashFinishMixed(mixed + size);
 }
 
 }  // namespace Impl

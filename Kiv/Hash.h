@@ -61,14 +61,18 @@ constexpr U64 spreadSeed(U32 seed) {
    return seed * hashMultiplier2;
 }
 
-/// Between two fields: differences go down to the lower bits, and by the product up again.
+/// Takes differences down to the lower bits, and by the product up again.
 constexpr U64 hashStep(U64 state) {
    return (state ^ state >> 32) * hashMultiplier;
 }
-/// A running state as 32 bits, each depending on each of the state's.
+/// A state as 32 bits, each depending on each of the state's, however they came about.
 constexpr U32 hashFinish(U64 state) {
    state = hashStep(state);
    return static_cast<U32>(((state ^ state >> 29) * hashMultiplier2) >> 32);
+}
+/// The same for a state whose bits are mixed already.
+constexpr U32 hashFinishMixed(U64 state) {
+   return static_cast<U32>(hashStep(state) >> 32);
 }
 
 constexpr U32 hashWord(U32 seed, U64 v) {
@@ -102,7 +106,7 @@ inline U32 hashBytes(U32 seed, char const* p, std::size_t size) noexcept {
    }
    // The seed goes into both factors: whoever could make one of them zero would find collisions.
    U64 const s = spreadSeed(seed);
-   return hashFinish(foldedMultiply(a ^ s, b ^ hashStep(s)) + size);
+   return hashFinishMixed(foldedMultiply(a ^ s, b ^ s ^ hashMultiplier) + size);
 }
 
 }  // namespace Impl
@@ -139,25 +143,52 @@ constexpr U32 hashMix(U32 seed, U32 h) noexcept {
    return Impl::hashWord(seed, h);
 }
 
+/// A value type that is no more than a few bits gives them as they are, when it is a field: then
+/// the whole is hashed at once.
+template <class T>
+concept HasHashWord = requires(T const& v) {
+   { v.hashWord() } -> std::same_as<U64>;
+};
+
 namespace Impl {
 
 template <class T>
-constexpr U64 hashField(U64 state, T const& field) {
+constexpr U64 hashField(U32 seed, T const& field) {
    if constexpr (std::integral<T> || std::is_enum_v<T>) {
-      return state ^ static_cast<U64>(field);
+      return static_cast<U64>(field);
+   } else if constexpr (HasHashWord<T>) {
+      return field.hashWord();
    } else {
-      return state ^ hashSingleAttr(static_cast<U32>(state >> 32), field);
+      return hashSingleAttr(seed, field);
    }
+}
+
+/// Two fields at a time: the seed is in both factors, so that nobody can make one of them zero.
+constexpr U64 hashRest(U64 state) {
+   return state;
+}
+template <class A>
+constexpr U64 hashRest(U64 state, A const& a) {
+   return foldedMultiply(state ^ hashField(static_cast<U32>(state), a), hashMultiplier);
+}
+template <class A, class B, class... Rest>
+constexpr U64 hashRest(U64 state, A const& a, B const& b, Rest const&... rest) {
+   U32 const seed = static_cast<U32>(state);
+   return hashRest(
+         foldedMultiply(state ^ hashField(seed, a), state ^ hashMultiplier ^ hashField(seed, b)),
+         rest...);
 }
 
 }  // namespace Impl
 
-/// The hash of several fields in declaration order: what a value type's `hash(seed)` returns.
+/// The hash of one or more fields in declaration order: what a value type's `hash(seed)` returns.
 template <class First, class... Rest>
 constexpr U32 hashFields(U32 seed, First const& first, Rest const&... rest) {
-   U64 state = Impl::hashField(Impl::spreadSeed(seed), first);
-   ((state = Impl::hashField(Impl::hashStep(state), rest)), ...);
-   return Impl::hashFinish(state);
+   if constexpr (sizeof...(Rest) == 0) {
+      return Impl::hashWord(seed, Impl::hashField(seed, first));
+   } else {
+      return Impl::hashFinishMixed(Impl::hashRest(Impl::spreadSeed(seed), first, rest...));
+   }
 }
 
 /// How a key of type `K` is handed to a lookup: a string as a view, so that none is made for it.

@@ -49,9 +49,9 @@ U32 BucketArray::slotsNeeded(HashSizeStep newStep) noexcept {
    U32 const* const hash = hashes();
    U8 const newShift = newStep.shift();
    U32 next = 0;
-   for (U32 slot = occupiedFrom(0); slot < slotCount; slot = occupiedFrom(slot + 1)) {
+   eachOccupied([&](U32 slot) {
       next = std::max(next, static_cast<U32>(U64{hash[slot]} >> newShift)) + 1;
-   }
+   });
    return next;
 }
 

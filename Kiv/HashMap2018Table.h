@@ -35,6 +35,7 @@ class HashTable {
 public:
    using Slot = typename Policy::Slot;
    using Key = typename Policy::Key;
+   using Value = std::remove_cvref_t<decltype(Policy::valueOf(std::declval<Slot const&>()))>;
    using PolicyType = Policy;
    /// A reference to the key, or the key itself where it is made by the key functor.
    using KeyResult = decltype(Policy::keyOf(std::declval<Slot const&>()));
@@ -96,12 +97,11 @@ public:
    std::default_sentinel_t end() const noexcept { return {}; }
 
 protected:
-   static U32 hashOf(LookupKey key) {
-      return Hash<Key>()(key, HashHelper::hashSeed32() ^ Policy::seedConstant);
+   Slot* findSlot(LookupKey key) const {
+      return array_ != nullptr ? findSlot(key, Hash<Key>()(key, array_->seed)) : nullptr;
    }
-
-   Slot* findSlot(LookupKey key) const { return findSlot(key, hashOf(key)); }
    Slot* findSlot(LookupKey key, U32 hash) const;
+   [[gnu::noinline]] Slot* findFurther(LookupKey key, U32 hash, std::size_t home, U32 match) const;
 
    /// Finds the slot of `key`, or makes one from `make(void*)`, which constructs a `Slot` of that
    /// key. The key may be a reference into this table, and so may what `make` reads.
@@ -128,6 +128,7 @@ private:
    static AllocTrackTypeInfo& tracker() noexcept {
       return allocTrackerOf<typename Policy::Collection>;
    }
+   static U32 seed() noexcept { return HashHelper::hashSeed32() ^ Policy::seedConstant; }
    static void releaseArray(BucketArray* array) noexcept {
       array->release(tracker(), sizeof(Slot), alignof(Slot));
    }
@@ -146,37 +147,51 @@ private:
    BucketArray* array_ = nullptr;
 };
 
+/// Nearly every lookup ends in the first window, at the first slot whose tag agrees or for want of
+/// one; that much is inlined.
 template <class Policy>
-auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* {
-   if (array_ == nullptr) {
+inline auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* {
+   BucketArray* const array = array_;
+   std::size_t const home = array->home(hash);
+   TagWindow const window(array->tags() + home);
+   U32 const match = window.match(hashTag(hash));
+   if (match != 0) {
+      Slot* const candidate = slots(array) + (home + static_cast<U32>(std::countr_zero(match)));
+      if (Policy::keyOf(*candidate) == key) [[likely]] {
+         return candidate;
+      }
+   } else if (window.free() != 0) [[likely]] {
       return nullptr;
    }
-   std::size_t const home = array_->home(hash);
+   return findFurther(key, hash, home, match & (match - 1));
+}
+
+/// Goes on with the remaining candidates of the window at `home`.
+template <class Policy>
+auto HashTable<Policy>::findFurther(LookupKey key, U32 hash, std::size_t home, U32 match) const
+      -> Slot* {
    U8 const* tags = array_->tags() + home;
    Slot* slot = slots(array_) + home;
-   // Fetched beside the tags, not after them.
-   __builtin_prefetch(slot);
-   U8 const tag = hashTag(hash);
    for (;;) {
-      TagWindow const window(tags);
-      for (U32 match = window.match(tag); match != 0; match &= match - 1) {
+      for (; match != 0; match &= match - 1) {
          Slot* const candidate = slot + std::countr_zero(match);
-         if (Policy::keyOf(*candidate) == key) [[likely]] {
+         if (Policy::keyOf(*candidate) == key) {
             return candidate;
          }
       }
-      if (window.free() != 0) [[likely]] {
+      if (TagWindow(tags).free() != 0) {
          return nullptr;
       }
       tags += TagWindow::width;
       slot += TagWindow::width;
+      match = TagWindow(tags).match(hashTag(hash));
    }
 }
 
 template <class Policy>
 template <class Make>
 auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot*, bool> {
-   U32 const hash = hashOf(key);
+   U32 const hash = Hash<Key>()(key, seed());
    if (array_ != nullptr) {
       __builtin_prefetch(array_->hashes() + array_->home(hash));
       if (Slot* const found = findSlot(key, hash); found != nullptr) {
@@ -212,26 +227,18 @@ U32 HashTable<Policy>::openSlot(U32 hash) {
    if (array_ == nullptr || array_->count == array_->limit) {
       rebuild(array_ == nullptr ? HashSizeStep() : array_->step.next());
    }
-   U32 at;
-   U32 free;
-   for (;;) {
-      U8 const* const tags = array_->tags();
-      U32 const* const hashes = array_->hashes();
-      at = static_cast<U32>(array_->home(hash));
-      while (tags[at] != 0 && hashes[at] <= hash) {
-         ++at;
+   U32 home = static_cast<U32>(array_->home(hash));
+   U32 free = array_->freeFrom(home);
+   while (free == array_->slotCount)
+      [[unlikely]] {
+         // The tail is full: few keys, or a hash that does not spread them.
+         rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
+         home = static_cast<U32>(array_->home(hash));
+         free = array_->freeFrom(home);
       }
-      for (free = at; tags[free] != 0;) {
-         ++free;
-      }
-      if (free < array_->slotCount) [[likely]] {
-         break;
-      }
-      // The tail is full: few keys, or a hash that does not spread them.
-      rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
-   }
-   for (U32 to = free; to > at; --to) {
-      moveByOne(array_, to, to - 1);
+   U32 at = free;
+   for (U32 const* const hashes = array_->hashes(); at > home && hashes[at - 1] > hash; --at) {
+      moveByOne(array_, at, at - 1);
    }
    if (array_->iterators != nullptr) [[unlikely]] {
       eachIterator(array_, [&](Iterator& it) {
@@ -298,28 +305,31 @@ void HashTable<Policy>::rebuild(HashSizeStep step, U32 slotsWanted) {
    BucketArray* const old = array_;
    U32 slotCount = std::max(step.slots(), slotsWanted);
    if (old != nullptr) {
-      slotCount = std::max(slotCount, old->slotsNeeded(step));
+      // Where the homes double, the tail holds no more than before; where they become fewer, it
+      // may.
+      slotCount = step.homes() < old->step.homes()
+                        ? std::max(slotCount, old->slotsNeeded(step))
+                        : std::max(slotCount, step.homes() + old->slotCount - old->step.homes());
    }
    BucketArray* const made =
          BucketArray::create(tracker(), step, slotCount,
                              old != nullptr ? old->version + 1 : BucketArray::freshVersion(),
                              sizeof(Slot), alignof(Slot));
+   made->seed = seed();
    array_ = made;
    if (old == nullptr) {
       return;
    }
-   U8* const tags = made->tags();
-   U32* const hashes = made->hashes();
    U32 next = 0;
-   for (U32 from = old->occupiedFrom(0); from < old->slotCount;
-        from = old->occupiedFrom(from + 1)) {
-      U32 const hash = old->hashes()[from];
-      U32 const to = std::max(next, static_cast<U32>(made->home(hash)));
-      relocate(slots(made) + to, slots(old) + from);
-      tags[to] = hashTag(hash);
-      hashes[to] = hash;
-      next = to + 1;
-   }
+   old->eachOccupied(
+         [&, tags = made->tags(), hashes = made->hashes(), oldHashes = old->hashes()](U32 from) {
+            U32 const hash = oldHashes[from];
+            U32 const to = std::max(next, static_cast<U32>(made->home(hash)));
+            relocate(slots(made) + to, slots(old) + from);
+            tags[to] = hashTag(hash);
+            hashes[to] = hash;
+            next = to + 1;
+         });
    made->count = old->count;
    if (old->iterators != nullptr) [[unlikely]] {
       moveIterators(old, made);
@@ -355,9 +365,7 @@ void HashTable<Policy>::clear() noexcept {
       });
    }
    if constexpr (!std::is_trivially_destructible_v<Slot>) {
-      for (U32 i = array->occupiedFrom(0); i < array->slotCount; i = array->occupiedFrom(i + 1)) {
-         std::destroy_at(slots(array) + i);
-      }
+      array->eachOccupied([&](U32 slot) { std::destroy_at(slots(array) + slot); });
    }
    array->count = 0;
    ++array->version;
