@@ -73,9 +73,8 @@ std::weak_ordering valueOrder(T const& a, T const& b) noexcept {
 
 template <class T>
 U32 valueHash(U32 seed, T const& v) {
-   std::apply([&](auto const&... f) { ((seed = hashSingleAttr(seed, v.*f.member)), ...); },
-              T::kivFields());
-   return seed;
+   return std::apply([&](auto const&... f) { return hashFields(seed, v.*f.member...); },
+                     T::kivFields());
 }
 
 template <class T>
