@@ -1,5 +1,7 @@
 #include "Kiv/HashMap2018Array.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace Kiv::Impl {

@@ -12,18 +12,11 @@
 
 #include "Sarn/AllocTrack.h"
 #include "Sarn/IntrusiveLinkedTailQueue.h"
+#include "Sarn/RQueueChunk.h"
 #include "Sarn/Slab.h"
 #include "Sarn/Types.h"
 
 namespace Sarn {
-
-/// The number of an element of an `RQueue`. Numbers wrap around; of two, the later is the one that
-/// the other reaches by adding no more than 2147483647.
-using RQueueSequence = U32;
-
-constexpr bool isPowerOfTwo(U32 i) noexcept {
-   return std::has_single_bit(i);
-}
 
 /// A queue without a bound whose elements are numbered: the first that is ever enqueued has number
 /// 1, each further one the next, also after the queue has been empty.
@@ -50,7 +43,7 @@ constexpr bool isPowerOfTwo(U32 i) noexcept {
 /// Threads: belongs to one thread; several may read while none changes it.
 template <class T>
 class RQueue {
-   struct Chunk;
+   using Chunk = Impl::RQueueChunk<T>;
 
 public:
    static constexpr U32 smallestChunk = 4;
@@ -120,36 +113,8 @@ public:
    std::default_sentinel_t end() const noexcept { return {}; }
 
 private:
-   struct Chunk {
-      Chunk* next;
-      /// The number that belongs to the first slot.
-      RQueueSequence firstSequence;
-      /// The occupied slots are [first, end).
-      U32 first : 14;
-      U32 end : 14;
-      U32 log2Size : 4;
-
-      U32 size() const noexcept { return U32{1} << log2Size; }
-      T* slot(U32 index) noexcept {
-         return std::launder(reinterpret_cast<T*>(reinterpret_cast<std::byte*>(this) + slotsAt)) +
-                index;
-      }
-      T const* slot(U32 index) const noexcept { return const_cast<Chunk*>(this)->slot(index); }
-   };
-
-   static constexpr std::size_t alignment = std::max(alignof(Chunk), alignof(T));
-   static constexpr std::size_t slotsAt =
-         (sizeof(Chunk) + alignof(T) - 1) / alignof(T) * alignof(T);
-   static std::size_t bytes(U32 slots) noexcept { return slotsAt + slots * sizeof(T); }
-
    static bool isLater(RQueueSequence a, RQueueSequence b) noexcept {
       return static_cast<S32>(a - b) > 0;
-   }
-   static U32 log2Of(U32 i) noexcept {
-      // clang-format off
-      assert( isPowerOfTwo( i ) );
-      // clang-format on
-      return static_cast<U32>(std::countr_zero(i));
    }
    static AllocTrackRecord& tracker() noexcept {
       static constinit AllocTrackRecord record{typeNameOf<RQueue>()};
@@ -183,10 +148,10 @@ auto RQueue<T>::chunkForNext() -> Chunk* {
    }
    U32 const above = std::bit_ceil(std::min(size_, largestChunk - 1) + 1);
    U32 const slots = std::clamp(above, smallestChunk, largestChunk);
-   U32 const log2Size = log2Of(slots);
-   std::size_t const size = bytes(slots);
-   void* const memory = slabAllocate(size, alignment);
-   tracker().allocated(size, alignment);
+   U32 const log2Size = Impl::log2Of(slots);
+   std::size_t const size = Chunk::bytes(slots);
+   void* const memory = slabAllocate(size, Chunk::alignment);
+   tracker().allocated(size, Chunk::alignment);
    auto* const chunk = new (memory) Chunk{nullptr, nextSequence_, 0, 0, log2Size & 15};
    chunks_.enq(chunk);
    return chunk;
@@ -244,9 +209,9 @@ void RQueue<T>::doClear() noexcept {
 
 template <class T>
 void RQueue<T>::release(Chunk* chunk) noexcept {
-   std::size_t const size = bytes(chunk->size());
+   std::size_t const size = Chunk::bytes(chunk->size());
    tracker().released(size);
-   slabFree(chunk, size, alignment);
+   slabFree(chunk, size, Chunk::alignment);
 }
 
 /// Goes through a queue from front to back.

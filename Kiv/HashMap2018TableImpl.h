@@ -1,0 +1,217 @@
+#pragma once
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "Kiv/HashMap2018Table.h"
+
+/// The longer functions of `HashTable`; included by its header.
+namespace Kiv::Impl {
+
+/// Goes on with the remaining candidates of the window at `home`.
+template <class Policy>
+auto HashTable<Policy>::findFurther(LookupKey key, U32 hash, std::size_t home, U32 match) const
+      -> Slot* {
+   U8 const* tags = array_->tags() + home;
+   Slot* slot = slots(array_) + home;
+   for (;;) {
+      for (; match != 0; match &= match - 1) {
+         Slot* const candidate = slot + std::countr_zero(match);
+         if (Policy::keyOf(*candidate) == key) {
+            return candidate;
+         }
+      }
+      if (TagWindow(tags).free() != 0) {
+         return nullptr;
+      }
+      tags += TagWindow::width;
+      slot += TagWindow::width;
+      match = TagWindow(tags).match(hashTag(hash));
+   }
+}
+
+template <class Policy>
+template <class Make>
+auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot*, bool> {
+   U32 const hash = Hash<Key>()(key, array_ != nullptr ? array_->seed : newSeed());
+   if (array_ != nullptr) {
+      __builtin_prefetch(array_->hashes() + array_->home(hash));
+      if (Slot* const found = findSlot(key, hash); found != nullptr) {
+         return {found, false};
+      }
+   }
+   // Made aside first: it may throw, or read from an element that is about to move.
+   union Pending {
+      Pending() noexcept {}
+      ~Pending() {}
+      Slot slot;
+   } pending;
+   make(static_cast<void*>(&pending.slot));
+   U32 index;
+   try {
+      index = openSlot(hash);
+   } catch (...) {
+      std::destroy_at(&pending.slot);
+      throw;
+   }
+   Slot* const slot = slots(array_) + index;
+   relocate(slot, &pending.slot);
+   array_->tags()[index] = hashTag(hash);
+   array_->hashes()[index] = hash;
+   ++array_->count;
+   ++array_->version;
+   return {slot, true};
+}
+
+/// Makes the slot free at which an element of this hash, the latest of its equals, belongs.
+template <class Policy>
+U32 HashTable<Policy>::openSlot(U32 hash) {
+   if (array_ == nullptr || array_->count == array_->limit) {
+      rebuild(array_ == nullptr ? HashSizeStep() : array_->step.next());
+   }
+   U32 home = static_cast<U32>(array_->home(hash));
+   U32 free = array_->freeFrom(home);
+   while (free == array_->slotCount)
+      [[unlikely]] {
+         // The tail is full: few keys, or a hash that does not spread them.
+         rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
+         home = static_cast<U32>(array_->home(hash));
+         free = array_->freeFrom(home);
+      }
+   U32 at = free;
+   for (U32 const* const hashes = array_->hashes(); at > home && hashes[at - 1] > hash; --at) {
+      moveByOne(array_, at, at - 1);
+   }
+   if (array_->iterators != nullptr) [[unlikely]] {
+      eachIterator(array_, [&](Iterator& it) {
+         // After a removal, what lies before `slot_` has been visited, and stays so.
+         it.slot_ +=
+               it.erased_ ? at < it.slot_ && it.slot_ <= free : at <= it.slot_ && it.slot_ < free;
+      });
+   }
+   return at;
+}
+
+template <class Policy>
+template <class Take>
+void HashTable<Policy>::eraseSlot(Slot* slot, Take&& take) {
+   U32 const index = slotIndex(slot);
+   if (array_->iterators != nullptr) [[unlikely]] {
+      eachIterator(array_, [&](Iterator& it) {
+         if (!it.erased_ && it.slot_ == index) {
+            it.keepKey(Policy::keyOf(*slot));
+         }
+      });
+   }
+   take(*slot);
+   std::destroy_at(slot);
+   closeSlot(index);
+   --array_->count;
+   ++array_->version;
+   if (array_->count == 0) {
+      clear();
+   } else if (array_->step.tooLargeFor(array_->count)) {
+      rebuild(HashSizeStep::forCount(std::size_t{array_->count} * 2));
+   }
+}
+
+/// Moves back by one slot each element that the one in `slot`, destroyed now, has pushed on.
+template <class Policy>
+void HashTable<Policy>::closeSlot(U32 slot) noexcept {
+   U8* const tags = array_->tags();
+   U32 const* const hashes = array_->hashes();
+   U32 end = slot + 1;
+   for (; tags[end] != 0 && array_->home(hashes[end]) != end; ++end) {
+      moveByOne(array_, end - 1, end);
+   }
+   tags[end - 1] = 0;
+   if (array_->iterators != nullptr) [[unlikely]] {
+      eachIterator(array_, [&](Iterator& it) { it.slot_ -= slot < it.slot_ && it.slot_ < end; });
+   }
+}
+
+template <class Policy>
+void HashTable<Policy>::moveByOne(BucketArray* array, U32 to, U32 from) noexcept {
+   [[maybe_unused]] U32 const slotsToShift = to > from ? to - from : from - to;
+   assert(slotsToShift == 1);
+   relocate(slots(array) + to, slots(array) + from);
+   array->tags()[to] = array->tags()[from];
+   array->hashes()[to] = array->hashes()[from];
+}
+
+template <class Policy>
+void HashTable<Policy>::rebuild(HashSizeStep step, U32 slotsWanted) {
+   if (step.homes() > U32{1} << 30) {
+      throw std::length_error("hash table: more elements than a 32-bit hash tells apart");
+   }
+   BucketArray* const old = array_;
+   U32 slotCount = std::max(step.slots(), slotsWanted);
+   if (old != nullptr) {
+      // Where the homes double, the tail holds no more than before; where they become fewer, it
+      // may.
+      slotCount = step.homes() < old->step.homes()
+                        ? std::max(slotCount, old->slotsNeeded(step))
+                        : std::max(slotCount, step.homes() + old->slotCount - old->step.homes());
+   }
+   BucketArray* const made =
+         BucketArray::create(tracker(), step, slotCount,
+                             old != nullptr ? old->version + 1 : BucketArray::freshVersion(),
+                             sizeof(Slot), alignof(Slot));
+   made->seed = old != nullptr ? old->seed : newSeed();
+   array_ = made;
+   if (old == nullptr) {
+      return;
+   }
+   U32 next = 0;
+   old->eachOccupied(
+         [&, tags = made->tags(), hashes = made->hashes(), oldHashes = old->hashes()](U32 from) {
+            U32 const hash = oldHashes[from];
+            U32 const to = std::max(next, static_cast<U32>(made->home(hash)));
+            relocate(slots(made) + to, slots(old) + from);
+            tags[to] = hashTag(hash);
+            hashes[to] = hash;
+            next = to + 1;
+         });
+   made->count = old->count;
+   if (old->iterators != nullptr) [[unlikely]] {
+      moveIterators(old, made);
+   }
+   releaseArray(old);
+}
+
+/// An iterator stays at its element, or where it was between elements: the order is the same.
+template <class Policy>
+void HashTable<Policy>::moveIterators(BucketArray* from, BucketArray* to) noexcept {
+   eachIterator(from, [&](Iterator& it) {
+      it.slot_ = to->slotOfRank(from->rankOf(it.slot_));
+      it.array_ = to;
+      ++to->users;
+      --from->users;
+   });
+   to->iterators = std::exchange(from->iterators, nullptr);
+   to->iterators->link_ = &to->iterators;
+}
+
+template <class Policy>
+void HashTable<Policy>::clear() noexcept {
+   BucketArray* const array = std::exchange(array_, nullptr);
+   if (array == nullptr) {
+      return;
+   }
+   if (array->iterators != nullptr) [[unlikely]] {
+      eachIterator(array, [&](Iterator& it) {
+         if (!it.erased_) {
+            it.keepKey(Policy::keyOf(slots(array)[it.slot_]));
+         }
+         it.slot_ = array->slotCount;
+      });
+   }
+   if constexpr (!std::is_trivially_destructible_v<Slot>) {
+      array->eachOccupied([&](U32 slot) { std::destroy_at(slots(array) + slot); });
+   }
+   array->count = 0;
+   ++array->version;
+   releaseArray(array);
+}
+
+}  // namespace Kiv::Impl
