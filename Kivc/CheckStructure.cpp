@@ -97,6 +97,7 @@ private:
          case MemberKind::child:
             if (type != nullptr) {
                singleton(member, *type);
+               endlessConstruction(member, owner);
             }
             break;
          case MemberKind::children:
@@ -171,6 +172,31 @@ private:
                                                    listed(args))
                .note(type.name.span, "declared here");
       }
+   }
+
+   /// A type whose construction makes children must not make itself by that.
+   void endlessConstruction(Member const& member, Type const& owner) {
+      std::set<Type const*> seen;
+      if (member.creationName && member.type.type != nullptr &&
+          makes(*member.type.type, owner, seen)) {
+         diagnostics_.error(member.name.span,
+                            "making '" + owner.name.text + "' would make children without end");
+      }
+   }
+
+   static bool makes(Type const& type, Type const& wanted, std::set<Type const*>& seen) {
+      if (&type == &wanted) {
+         return true;
+      }
+      if (!seen.insert(&type).second) {
+         return false;
+      }
+      bool const byBase = type.baseType() != nullptr && makes(*type.baseType(), wanted, seen);
+      return byBase ||
+             std::any_of(type.members.begin(), type.members.end(), [&](Member const& member) {
+                return member.creationName && member.type.type != nullptr &&
+                       makes(*member.type.type, wanted, seen);
+             });
    }
 
    void children(Member const& member, Type const& type) {

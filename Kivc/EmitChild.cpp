@@ -9,6 +9,10 @@ MemberCode MemberEmitter::child() const {
    auto const child = names_.type(type());
    auto const factory = (type().nameSpace == owner_.nameSpace ? "" : type().nameSpace + "::") +
                         factoryName(type());
+   auto const slot = "*this, " + std::to_string(member_.id) + ", " + member_.name.text + "_, ";
+   auto const make = member_.named ? "Kiv::namedChildIs(" + slot + "name, [&] { return " + factory +
+                                           "(name); })"
+                                   : "Kiv::childIs(" + slot + factory + ")";
    std::string made = "a child, none until it is made";
    if (member_.creationName) {
       made = "a child, made with its parent";
@@ -43,11 +47,7 @@ MemberCode MemberEmitter::child() const {
          )",
          {{"child", child},
           {"param", member_.named ? "std::string_view name" : ""},
-          {"make", member_.named ? fill("Kiv::namedChildIs(*this, @id@, @name@_, name, [&] { "
-                                        "return @factory@(name); })",
-                                        {{"factory", factory}})
-                                 : fill("Kiv::childIs(*this, @id@, @name@_, @factory@)",
-                                        {{"factory", factory}})}});
+          {"make", make}});
    if (member_.creationName) {
       code.constructorBody = fill("@name@Is(@made@);\n", {{"made", member_.creationName->text}});
    }

@@ -165,7 +165,8 @@ std::string constructorUses(Type const& type) {
 
 struct HeaderParts {
    Includes includes;
-   std::string forward;
+   std::string forward;      ///< declarations of types in other namespaces
+   std::string forwardNear;  ///< and of those in the same
    Includes behind;
 };
 
@@ -174,6 +175,11 @@ HeaderParts headerParts(Type const& type) {
    parts.includes.add("Kiv/Members.h");
    for (auto const& member : type.members) {
       parts.includes.addValuesOf(member);
+      if (member.kind == MemberKind::children) {
+         for (auto const& param : member.type.type->constructorParams) {
+            parts.includes.add(param.type.type);
+         }
+      }
    }
    for (auto const& param : type.constructorParams) {
       parts.includes.add(param.type.type);
@@ -184,9 +190,14 @@ HeaderParts headerParts(Type const& type) {
          continue;
       }
       parts.behind.add(entity);
-      parts.forward += entity->nameSpace.empty() ? "class " + entity->name.text + ";\n"
-                                                 : "namespace " + entity->nameSpace + " {\nclass " +
-                                                         entity->name.text + ";\n}\n";
+      auto const declared = "class " + entity->name.text + ";\n";
+      if (entity->nameSpace == type.nameSpace) {
+         parts.forwardNear += declared;
+      } else if (entity->nameSpace.empty()) {
+         parts.forward += declared;
+      } else {
+         parts.forward += "namespace " + entity->nameSpace + " {\n" + declared + "}\n";
+      }
    }
    parts.includes.remove(type.header);
    return parts;
@@ -217,6 +228,7 @@ std::string emitEntityHeader(Type const& type) {
          .set("includes", parts.includes.text())
          .set("forward", parts.forward.empty() ? "" : "\n" + parts.forward)
          .set("open", namespaceOpening(type.nameSpace))
+         .set("forwardNear", parts.forwardNear.empty() ? "" : parts.forwardNear + "\n")
          .set("close", namespaceClosing(type.nameSpace))
          .set("doc", docComment(join(type.doc, "\n")))
          .set("Type", type.name.text)
@@ -248,6 +260,7 @@ std::string emitEntityHeader(Type const& type) {
       @forward@
 
       @open@
+      @forwardNear@
       @doc@
       class @Type@ : public @Base@ {
       public:

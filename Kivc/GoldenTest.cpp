@@ -86,5 +86,69 @@ TEST(ErrorGoldens, EachHasItsDeclarations) {
    EXPECT_GE(stems(testdata() / "errors", ".kiv").size(), 50U);
 }
 
+/// Files below a directory, by their relative paths.
+std::vector<std::string> filesBelow(fs::path const& directory) {
+   std::vector<std::string> result;
+   for (auto const& entry : fs::recursive_directory_iterator(directory)) {
+      if (entry.is_regular_file()) {
+         result.push_back(fs::relative(entry.path(), directory).generic_string());
+      }
+   }
+   std::sort(result.begin(), result.end());
+   return result;
+}
+
+void generateSample(fs::path const& out) {
+   fs::remove_all(out);
+   auto const good = testdata() / "good";
+   Options options;
+   options.roots = {good.string()};
+   options.input = (good / "Sample.kiv").string();
+   options.out = out.string();
+   options.manifest = (out / "Sample.ids").string();
+   options.reference = (out / "Sample.md").string();
+   std::ostringstream errors;
+   EXPECT_EQ(run(options, errors), 0);
+   EXPECT_EQ(errors.str(), "");
+}
+
+TEST(OutputGolden, SampleIsWrittenAsExpected) {
+   auto const out = fs::path(testing::TempDir()) / "kivc_sample";
+   generateSample(out);
+   auto const expected = testdata() / "good" / "expected";
+   auto names = filesBelow(out);
+   for (auto& name : names) {
+      fs::create_directories((expected / name).parent_path());
+      expectGolden(expected / (name + ".txt"), contentOf(out / name));
+      name += ".txt";
+   }
+   EXPECT_EQ(filesBelow(expected), names);
+}
+
+TEST(OutputGolden, TwoRunsAreAlikeToTheByte) {
+   auto const first = fs::path(testing::TempDir()) / "kivc_first";
+   auto const second = fs::path(testing::TempDir()) / "kivc_second";
+   generateSample(first);
+   generateSample(second);
+   EXPECT_EQ(filesBelow(first), filesBelow(second));
+   for (auto const& name : filesBelow(first)) {
+      EXPECT_EQ(contentOf(first / name), contentOf(second / name)) << name;
+   }
+}
+
+TEST(OutputGolden, LinesFitThePage) {
+   auto const out = fs::path(testing::TempDir()) / "kivc_width";
+   generateSample(out);
+   for (auto const& name : filesBelow(out)) {
+      if (name.ends_with(".h") || name.ends_with(".cpp")) {
+         std::istringstream lines(contentOf(out / name));
+         for (std::string line; std::getline(lines, line);) {
+            EXPECT_LE(line.size(), 100U) << name << ": " << line;
+            EXPECT_FALSE(line.ends_with(' ')) << name << ": " << line;
+         }
+      }
+   }
+}
+
 }  // namespace
 }  // namespace kivc
