@@ -122,13 +122,18 @@ void Session::apply(Header const& header, In& in) {
       case Opcode::sync: {
          U32 const token = in.nextU32();
          in.expectEnd();
-         if (pending_.size() > hub_.limits_.nesting) {
-            in.fault("more than " + std::to_string(hub_.limits_.nesting) +
-                     " requests wait for an answer");
-         }
+         checkRoomForAnswer(in);
          pendingEnq(Opcode::synced, token, {}, 0);
          return;
       }
+      case Opcode::listRoots:
+         in.expectEnd();
+         checkRoomForAnswer(in);
+         pendingEnq(Opcode::roots, 0, {}, 0);
+         return;
+      case Opcode::roots:
+         applyRoots(in);
+         return;
       case Opcode::synced: {
          U32 const token = in.nextU32();
          in.expectEnd();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 
 #include "Kiv/Module.h"
 #include "Kiv/Path.h"
@@ -25,9 +26,6 @@ Session::Session(Hub& hub, SessionListener* listener)
 Session::~Session() {
    listener_ = nullptr;
    close("the session is destroyed", false);
-   for (OpenCollection const& open : open_) {
-      delete open.seen;
-   }
    std::erase(hub_.sessions_, this);
 }
 
@@ -101,19 +99,39 @@ bool Session::writePending() {
          return true;
       }
       bool const withText = next.opcode == Opcode::refused;
-      std::size_t const size = 4 + (withText ? 4 + next.text.size() : 0);
-      bool const done = write(next.opcode, size, 0, 0, [&](Out& out) {
-         out.writeU32(next.token);
-         if (withText) {
-            out.writeString(next.text);
-         }
-      });
+      bool done = false;
+      if (next.opcode == Opcode::roots) {
+         done = writeRoots();
+      } else if (next.opcode == Opcode::mount) {
+         done = writeMount(mounts_[next.token - 1]);
+      } else if (next.opcode == Opcode::listRoots) {
+         done = write(next.opcode, 0, 0, 0, [](Out&) {});
+      } else {
+         std::size_t const size = 4 + (withText ? 4 + next.text.size() : 0);
+         done = write(next.opcode, size, 0, 0, [&](Out& out) {
+            out.writeU32(next.token);
+            if (withText) {
+               out.writeString(next.text);
+            }
+         });
+      }
       if (!done) {
          return false;
       }
       pending_.pop_front();
    }
    return true;
+}
+
+bool Session::writeMount(Mount const& mount) {
+   std::string_view const type = mount.root().kivType().name;
+   std::string_view const name = mount.root().nameString();
+   return write(Opcode::mount, 4 + 1 + 4 + type.size() + 4 + name.size(), 0, 0, [&](Out& out) {
+      out.writeU32(mount.id_);
+      out.writeU8(static_cast<U8>(mount.mode_));
+      out.writeString(type);
+      out.writeString(name);
+   });
 }
 
 // What the peer knows.
@@ -159,9 +177,28 @@ bool Session::reach(Entity& entity) {
    return true;
 }
 
+bool Session::mustEcho(Hub::Root const& root) const noexcept {
+   bool const serves = std::any_of(served_.begin(), served_.end(),
+                                   [&root](Served const& s) { return s.root == &root; });
+   return serves && (changesSent_ != changesAcked_ || !upToDate());
+}
+
+void Session::created(Entity& child) {
+   if (createHandle_ != 0) {
+      map(std::exchange(createHandle_, 0), &child, true);
+   }
+}
+
+void Session::vanished(Entity& entity, FieldDescriptor const& field, void const* key) {
+   if (!live() || !reach(entity) || writeErase(entity, field, key) == Write::full) {
+      markDirty(entity, field, key, true);
+   }
+}
+
 void Session::forget(Entity& entity, U32 handle) {
    introducedIs(handle, false);
    flowOutDel(HandleTable::place(handle));
+   std::erase_if(open_, [&entity](OpenCollection const& open) { return open.entity == &entity; });
    if (U32 const* const theirs = incomingHandles_.find(reinterpret_cast<U64>(&entity))) {
       incoming_[HandleTable::place(*theirs)].entity.reset();
       incomingHandles_.erase(reinterpret_cast<U64>(&entity));
@@ -172,9 +209,7 @@ void Session::forget(Entity& entity, U32 handle) {
 
 void Session::onChange(Entity& entity, FieldDescriptor const& field, void const* key,
                        Entity* removed) {
-   bool const wasKnown = removed != nullptr && removed->streamHandle() != 0 &&
-                         (introduced(removed->streamHandle()) ||
-                          incomingHandles_.find(reinterpret_cast<U64>(removed)) != nullptr);
+   bool const wasKnown = removed != nullptr && known(*removed);
    if (!live() || !reach(entity)) {
       markDirty(entity, field, key, wasKnown);
       return;
@@ -189,7 +224,7 @@ void Session::onChange(Entity& entity, FieldDescriptor const& field, void const*
       Entity* const present = field.kind == MemberKind::child
                                     ? field.ops->child->get(entity)
                                     : field.ops->collection->findChild(entity, key);
-      if (result == Write::done && present != nullptr && !introduced(present->streamHandle())) {
+      if (result == Write::done && present != nullptr && !known(*present)) {
          result = writeCreate(entity, field, *present);
          if (result == Write::done && descendInto(*present, true)) {
             fill();
@@ -198,10 +233,7 @@ void Session::onChange(Entity& entity, FieldDescriptor const& field, void const*
    } else if (field.kind == MemberKind::queue) {
       QueueOps const& queue = *field.ops->queue;
       U32 const sequence = *static_cast<U32 const*>(key);
-      bool const here =
-            queue.size(entity) != 0 && sequence - queue.frontSequence(entity) < queue.size(entity);
-      if (here) {
-         void const* const value = queue.at(entity, sequence);
+      if (void const* const value = queue.at(entity, sequence)) {
          result = write(Opcode::enqueue, 4 + queue.elementSize(value), entity.streamHandle(),
                         field.fieldId,
                         [&](Out& out) {
@@ -249,6 +281,10 @@ Session::Write Session::writeErase(Entity& entity, FieldDescriptor const& field,
 }
 
 Session::Write Session::writeCreate(Entity& owner, FieldDescriptor const& field, Entity& child) {
+   if (child.streamHandle() == 0 && !hub_.registerTree(child)) {
+      fail(hub_.tooManyEntities());
+      return Write::full;
+   }
    StreamFunctions const& stream = *child.kivType().entity->stream;
    bool const written = write(Opcode::create, 4 + stream.attrLogSizeCtorParams(child),
                               owner.streamHandle(), field.fieldId, [&](Out& out) {
@@ -265,27 +301,31 @@ Session::Write Session::writeCreate(Entity& owner, FieldDescriptor const& field,
 // Mounts and the session's end.
 
 Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
+   if (root->nameString().size() > longestName) {
+      throw Exception("a root's name of " + std::to_string(root->nameString().size()) +
+                      " bytes exceeds the bound of " + std::to_string(longestName));
+   }
+   bool const adopt = mode == MountMode::writer && !closed_;
+   if (adopt) {
+      std::vector<Session*>& subscribers = hub_.adopt(root, false).subscribers;
+      if (std::find(subscribers.begin(), subscribers.end(), this) == subscribers.end()) {
+         subscribers.push_back(this);
+      }
+      writesBack_ = true;
+   }
    mounts_.emplace_back();
    Mount& mount = mounts_.back();
    mount.root_ = root;
    mount.mode_ = mode;
    mount.id_ = static_cast<U32>(mounts_.size());
+   mount.adopted_ = adopt;
    if (closed_) {
       mount.state_ = Mount::State::lost;
+      mount.reason_ = closeReason_;
       return mount;
    }
-   if (mode == MountMode::writer) {
-      hub_.adopt(root, false).subscribers.push_back(this);
-      writesBack_ = true;
-   }
-   std::string_view const type = root->kivType().name;
-   std::string_view const name = root->nameString();
-   write(Opcode::mount, 4 + 1 + 4 + type.size() + 4 + name.size(), 0, 0, [&](Out& out) {
-      out.writeU32(mount.id_);
-      out.writeU8(static_cast<U8>(mode));
-      out.writeString(type);
-      out.writeString(name);
-   });
+   pendingEnq(Opcode::mount, mount.id_, {}, 0);
+   fill();
    return mount;
 }
 
@@ -299,7 +339,11 @@ void Session::syncIs(U32 token) {
 void Session::rootGone(Hub::Root& root) {
    for (auto at = served_.begin(); at != served_.end();) {
       if (at->root == &root) {
-         pendingEnq(Opcode::rootGone, at->id, {}, dirtySequence_);
+         if (at->begun) {
+            pendingEnq(Opcode::rootGone, at->id, {}, 0);
+         } else {
+            pendingEnq(Opcode::refused, at->id, root.entity().nameString() + " is gone", 0);
+         }
          std::erase(root.subscribers, this);
          --root.users;
          at = served_.erase(at);
@@ -316,12 +360,11 @@ void Session::unsubscribe() {
       hub_.release(*served.root);
    }
    served_.clear();
-   for (Mount const& mount : mounts_) {
-      if (mount.mode_ == MountMode::writer) {
-         if (Hub::Root* const root = hub_.find(mount.root_->kivType().name, mount.root_->name())) {
-            std::erase(root->subscribers, this);
-            hub_.release(*root);
-         }
+   for (Mount& mount : mounts_) {
+      if (std::exchange(mount.adopted_, false)) {
+         Hub::Root& root = *hub_.find(mount.root_->kivType().name, mount.root_->name());
+         std::erase(root.subscribers, this);
+         hub_.release(root);
       }
    }
 }
@@ -351,7 +394,10 @@ void Session::close(Sarn::String const& reason, bool tell) {
    dirtyCount_ = 0;
    incoming_.clear();
    incomingHandles_.clear();
-   for (Mount& mount : mounts_) {
+   open_.clear();
+   pending_.clear();
+   for (std::size_t i = 0; i != mounts_.size(); ++i) {  // the listener may ask for more
+      Mount& mount = mounts_[i];
       if (mount.state_ == Mount::State::asked || mount.state_ == Mount::State::replaying ||
           mount.state_ == Mount::State::complete) {
          mount.reason_ = closeReason_;

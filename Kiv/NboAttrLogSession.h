@@ -44,6 +44,14 @@ private:
    State state_ = State::asked;
    Sarn::String reason_;
    U32 id_ = 0;
+   /// Whether the hub holds the root for this mount.
+   bool adopted_ = false;
+};
+
+/// A root that a peer offers.
+struct OfferedRoot {
+   Sarn::String type;
+   Sarn::String name;
 };
 
 /// Who is told what becomes of a session. Calls come from inside `received`, `sent` or `close`;
@@ -57,6 +65,8 @@ public:
    virtual void onClosed(Session&, Sarn::String const& reason) { (void)reason; }
    /// Everything written here before `syncIs(token)` has been applied by the peer.
    virtual void onSynced(Session&, U32 token) { (void)token; }
+   /// The answer to `rootsAsk()`: what the peer offers, in its order.
+   virtual void onRoots(Session&, std::vector<OfferedRoot> const& roots) { (void)roots; }
 
 protected:
    ~SessionListener() = default;
@@ -93,6 +103,8 @@ public:
    Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode = MountMode::reader);
    /// The peer answers with `onSynced(token)` when it has applied everything written so far.
    void syncIs(U32 token);
+   /// The peer answers with `onRoots` what roots it offers.
+   void rootsAsk();
 
    // Bytes.
 
@@ -130,6 +142,7 @@ private:
       Hub::Root* root;
       U32 id;
       MountMode mode;
+      bool begun = false;
       bool walked = false;
       bool ended = false;
       U64 endAfter = 0;
@@ -147,10 +160,12 @@ private:
       Sarn::String text;
       U64 after;
    };
+   /// A collection of ours that the peer is replaying.
    struct OpenCollection {
-      Sarn::Ptr<Entity> entity;
+      Entity* entity;
       FieldDescriptor const* field;
-      DirtyKeys* seen;
+      /// The keys that were named; null if the collection was empty when the replay began.
+      std::unique_ptr<DirtyKeys> seen;
    };
 
    // Writing: NboAttrLogSession.cpp
@@ -165,6 +180,8 @@ private:
    void hello();
    void pendingEnq(Opcode opcode, U32 token, Sarn::String text, U64 after);
    bool writePending();
+   bool writeMount(Mount const& mount);
+   bool writeRoots();
    /// Marks the session closed from inside the writing of a change, where nobody may be called.
    void fail(Sarn::String reason);
    void unsubscribe();
@@ -173,16 +190,28 @@ private:
       return at / 64 < introduced_.size() && (introduced_[at / 64] >> at % 64 & 1) != 0;
    }
    void introducedIs(U32 handle, bool introduced);
+   /// Whether the peer knows the entity, by our handle or by its own.
+   bool known(Entity const& entity) const noexcept {
+      return (entity.streamHandle() != 0 && introduced(entity.streamHandle())) ||
+             incomingHandles_.find(reinterpret_cast<U64>(&entity)) != nullptr;
+   }
    /// Whether the peer knows the entity, after a `bind` if it introduced it itself.
    bool reach(Entity& entity);
    bool acknowledge();
    bool live() const noexcept { return upToDate() && !closed_; }
    bool copy(U8 const* message, std::size_t size);
-   /// Whether the peer may not know yet what it overwrites.
-   bool behindPeer() const noexcept { return changesSent_ != changesAcked_ || !upToDate(); }
+   /// Whether the peer may not know yet what it overwrites: then it is told of its own change as
+   /// well, so that both ends have seen the same one last. Only who serves the root does so.
+   bool mustEcho(Hub::Root const& root) const noexcept;
+   /// A message's child is in place, and nobody has been told yet.
+   void created(Entity& child);
+   /// A message's child was removed again before the log was told of it.
+   void vanished(Entity& entity, FieldDescriptor const& field, void const* key);
 
    // Catching up: NboAttrLogReplay.cpp
    FlowOut& flowOut(Entity& entity);
+   FlowOut* flowOutOf(Entity const& entity) const noexcept;
+   bool isDirtyKey(Entity const& entity, FieldDescriptor const& field, void const* key);
    void flowOutDel(U32 place) noexcept;
    void markDirty(Entity& entity, FieldDescriptor const& field, void const* key, bool erased);
    void pump();
@@ -202,6 +231,8 @@ private:
    Write writeErase(Entity& entity, FieldDescriptor const& field, void const* key);
    Write writeCreate(Entity& owner, FieldDescriptor const& field, Entity& child);
    bool writeReplayEnds();
+   Served* nextReplay() noexcept;
+   bool beginReplay(Served& served);
    bool descendInto(Entity& entity, bool fresh);
    void forget(Entity& entity, U32 handle);
 
@@ -211,12 +242,15 @@ private:
    void applyToEntity(Header const& header, In& in);
    void applyErase(Entity& entity, FieldDescriptor const& field, In& in);
    void applyCreate(Incoming& target, FieldDescriptor const& field, In& in);
+   void applyToNobody(Header const& header, In& in);
    void applyCollectionMarker(Entity& entity, FieldDescriptor const& field, Header const& header,
                               In& in);
    void applyHello(In& in);
    void applyMount(In& in);
    void applyBind(Header const& header, In& in);
    void applyMountState(Header const& header, In& in);
+   void applyRoots(In& in);
+   void checkRoomForAnswer(In const& in) const;
    void checkHandle(U32 handle, In const& in) const;
    /// The peer calls `entity` by this handle from now on; null if it is gone already.
    void map(U32 handle, Entity* entity, bool writable);
@@ -249,7 +283,12 @@ private:
    std::deque<Pending> pending_;
    std::size_t consumed_ = 0;
    bool told_ = false;
+   /// The publication inside which bytes are received, and the handle of the child that is being
+   /// created.
+   void const* inside_ = nullptr;
+   U32 createHandle_ = 0;
 
+   U32 rootsAsked_ = 0;
    U32 changesSent_ = 0;
    U32 changesAcked_ = 0;
    U32 changesReceived_ = 0;

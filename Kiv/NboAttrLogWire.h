@@ -16,6 +16,8 @@ inline constexpr std::size_t headerSize = 10;
 /// The most that the length field can say.
 inline constexpr std::size_t longestBody = 0xffffff;
 inline constexpr char helloMagic[9] = "KivNboAL";
+/// The most bytes of a root's type name or name, and of a module's name.
+inline constexpr std::size_t longestName = 1024;
 
 enum class Opcode : U8 {
    hello = 1,    ///< magic, version, then each module's name and hash
@@ -37,7 +39,9 @@ enum class Opcode : U8 {
    ack,            ///< U32: changes received so far on this connection
    sync,           ///< U32 token, comes back as
    synced,         ///< U32 token
-   last_ = synced,
+   listRoots,      ///< nothing; asks for
+   roots,          ///< U32 count, then each offered root's type name and name
+   last_ = roots,
 };
 
 /// What one connection may cost, on either side. Both ends of a connection should agree on
