@@ -52,6 +52,9 @@ struct CollectionOps {
    void (*is)(Entity& owner, void const* key, void const* value);
    /// Creates or finds a child through the setter; `args`: the key and the constructor arguments.
    Sarn::Ptr<Entity> (*childIs)(Entity& owner, void const* const* args);
+   /// The types of those arguments.
+   TypeImpl const* const* childArgTypes;
+   std::size_t childArgCount;
    /// Removes through the setter; false if the key was absent.
    bool (*del)(Entity& owner, void const* key);
    void (*delAll)(Entity& owner);

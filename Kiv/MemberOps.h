@@ -421,6 +421,10 @@ struct ChildrenOps
       return std::apply([&](auto const&... a) { return (static_cast<Owner&>(owner).*Is)(a...); },
                         args);
    }
+   static constexpr auto childArgTypes = []<std::size_t... i>(std::index_sequence<i...>) {
+      return std::array<TypeImpl const*, sizeof...(i)>{&typeOf<std::tuple_element_t<i, Args>>()...};
+   }
+   (std::make_index_sequence<std::tuple_size_v<Args>>());
    static Sarn::Ptr<Entity> childIs(Entity& owner, void const* const* given) {
       return [&]<std::size_t... i>(std::index_sequence<i...>)->Sarn::Ptr<Entity> {
          if (given == nullptr || (... || (given[i] == nullptr))) {
@@ -454,6 +458,8 @@ struct ChildrenOps
       ops.find = &find;
       ops.findChild = &findChild;
       ops.childIs = &childIs;
+      ops.childArgTypes = childArgTypes.data();
+      ops.childArgCount = childArgTypes.size();
       ops.applyCreate = &applyCreate;
       return ops;
    }();
