@@ -1,0 +1,193 @@
+#include "PtpLib/PtpStatusStatedbTypes/Status.h"
+
+#include <gtest/gtest.h>
+
+#include "KivTest/Recorder.h"
+
+namespace Ptp {
+namespace {
+
+using KivTest::Recorder;
+
+class StatusTest : public testing::Test {
+protected:
+   PortDSKey const key{Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone(10)};
+   Sarn::Ptr<Status> status = statusFactory("ptp");
+};
+
+TEST_F(StatusTest, DataSetIsMadeOnceAndPublishedOnce) {
+   Recorder published(*status);
+   auto const dataSet = status->defaultDSIs();
+   EXPECT_EQ(status->defaultDSIs(), dataSet);
+   EXPECT_EQ(dataSet->parent(), status.get());
+   EXPECT_EQ(published.changes(), "defaultDS was nothing");
+   EXPECT_EQ(status->defaultDSDel(), dataSet);
+   EXPECT_EQ(published.changes(), "defaultDS was Ptp::DefaultDS");
+   EXPECT_EQ(status->defaultDSDel(), nullptr);
+   EXPECT_EQ(published.ids(), "");
+}
+
+TEST_F(StatusTest, EverySingletonPublishesItsOwnId) {
+   Recorder published(*status);
+   status->defaultDSIs();
+   status->currentDSIs();
+   status->parentDSIs();
+   status->timePropertiesDSIs();
+   status->domainStatusIs();
+   status->ptpMibDataIs();
+   EXPECT_EQ(published.ids(), "263 264 265 266 273 274");
+   status->defaultDSDel();
+   status->currentDSDel();
+   status->parentDSDel();
+   status->timePropertiesDSDel();
+   status->domainStatusDel();
+   status->ptpMibDataDel();
+   EXPECT_EQ(published.ids(), "263 264 265 266 273 274");
+}
+
+TEST_F(StatusTest, VlanStatusOfAKnownPortOnlyBringsItsFlagsToTheGivenValues) {
+   auto const vlan = status->vlanStatusIs(key, true, true);
+   Recorder ofStatus(*status);
+   Recorder ofVlan(*vlan);
+   EXPECT_EQ(status->vlanStatusIs(key, true, false), vlan);
+   EXPECT_EQ(ofVlan.ids(), "262");
+   EXPECT_EQ(status->vlanStatusIs(key, false, true), vlan);
+   EXPECT_EQ(ofVlan.ids(), "261 262");
+   EXPECT_EQ(ofStatus.ids(), "");
+}
+
+TEST_F(StatusTest, VlanStatusShowsTheInterfaceAndVlanOfItsKey) {
+   auto const vlan = vlanStatusFactory(key, true, false);
+   EXPECT_EQ(vlan->intf(), Dorn::IntfId("Ethernet1"));
+   EXPECT_EQ(vlan->vlanId(), Bridging::VlanIdOrNone(10));
+   EXPECT_TRUE(vlan->trunkAllowed());
+   EXPECT_FALSE(vlan->vlanCreated());
+   Recorder published(*vlan);
+   vlan->vlanCreatedIs(false);
+   EXPECT_EQ(published.ids(), "");
+}
+
+TEST_F(StatusTest, PortDSOfAKnownPortTakesTheGivenIdentity) {
+   PortIdentity const first(ClockIdentity(), 1);
+   PortIdentity const second(ClockIdentity(), 2);
+   Recorder ofStatus(*status);
+   auto const port = status->portDSIs(key, first);
+   EXPECT_EQ(ofStatus.ids(), "275");
+   Recorder ofPort(*port);
+   EXPECT_EQ(status->portDSIs(key, first), port);
+   EXPECT_EQ(ofPort.ids(), "");
+   EXPECT_EQ(status->portDSIs(key, second), port);
+   EXPECT_EQ(ofPort.ids(), "259");
+   EXPECT_EQ(ofStatus.ids(), "");
+   EXPECT_EQ(status->portDSDel(key), port);
+   EXPECT_EQ(port->parent(), nullptr);
+   EXPECT_EQ(status->portDS(key), nullptr);
+}
+
+TEST_F(StatusTest, AclServiceOfAnotherNameReplacesTheFirst) {
+   Recorder published(*status);
+   auto const x = status->aclStatusServiceIs("x");
+   status->aclStatusServiceIs("x");
+   EXPECT_EQ(published.ids(), "277");
+   status->aclStatusServiceIs("y");
+   EXPECT_EQ(published.ids(), "277");
+   EXPECT_EQ(x->parent(), nullptr);
+}
+
+TEST_F(StatusTest, DeletingAllPortsPublishesEachOfThem) {
+   status->intfStatusIs(key);
+   status->intfStatusIs(PortDSKey(Dorn::IntfId("Ethernet2"), Bridging::VlanIdOrNone()));
+   Recorder published(*status);
+   status->intfStatusDelAll();
+   EXPECT_EQ(published.ids(), "271 271");
+   EXPECT_EQ(status->intfStatus(key), nullptr);
+}
+
+// ---- Ports ----
+
+class IntfStatusTest : public testing::Test {
+protected:
+   Sarn::Ptr<IntfStatus> port =
+         intfStatusFactory(PortDSKey(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone()));
+};
+
+TEST_F(IntfStatusTest, ReasonIsInWordsUnlessMpassRuns) {
+   char const* const words[] = {
+         "MPASS not configured",         "Interface not part of MLAG",
+         "PTP not enabled on interface", "PTP not enabled on MLAG peer-link",
+         "PTP not in boundary mode",     "Delay mechanism not end to end",
+         "Unicast negotiation enabled",  "MLAG interface disabled",
+   };
+   EXPECT_EQ(port->disabledReasonString(), words[0]);
+   for (unsigned reason = 0; reason <= 255; ++reason) {
+      port->mpassDisabledReasonIs(static_cast<Mpass::DisabledReason>(reason));
+      port->mpassEnabledIs(false);
+      EXPECT_EQ(port->disabledReasonString(), words[reason < 7 ? reason : 7]) << reason;
+      port->mpassEnabledIs(true);
+      EXPECT_EQ(port->disabledReasonString(), "") << reason;
+   }
+}
+
+TEST_F(IntfStatusTest, ForeignMastersAreNotBoundedByTheLimitInForce) {
+   PortIdentity const master(ClockIdentity(), 7);
+   EXPECT_EQ(port->maxForeignRecords(), 0);
+   Recorder published(*port);
+   auto const record = port->foreignMasterDSIs(master);
+   ASSERT_NE(record, nullptr);
+   EXPECT_EQ(port->foreignMasterDSIs(master), record);
+   EXPECT_EQ(published.ids(), "259");
+   EXPECT_EQ(record->foreignMasterAnnounceMessages(), 1u);
+   EXPECT_EQ(record->foreignMasterIpAddr(), Dorn::IpGenAddr("0.0.0.0"));
+   EXPECT_EQ(port->foreignMasterDSDel(PortIdentity(ClockIdentity(), 8)), nullptr);
+   EXPECT_EQ(published.ids(), "");
+   EXPECT_EQ(port->foreignMasterDSDel(master), record);
+   EXPECT_EQ(published.ids(), "259");
+}
+
+// ---- The rest ----
+
+TEST(DefaultDS, IsSlaveOnlyWithClockClass255) {
+   auto const dataSet = defaultDSFactory();
+   EXPECT_FALSE(dataSet->slaveOnly());
+   dataSet->clockQualityIs(ClockQuality(255, 254, Dorn::NetU16(65535)));
+   EXPECT_TRUE(dataSet->slaveOnly());
+}
+
+TEST(ParentDS, FreshOneHasAnIp4ParentAndNoStatistics) {
+   auto const dataSet = parentDSFactory();
+   EXPECT_EQ(dataSet->parentSourceAddrs(),
+             ParentSourceAddresses(PortIdentity(), Dorn::IpGenAddr("0.0.0.0"), Dorn::EthAddr()));
+   EXPECT_EQ(dataSet->observedParentOffsetScaledLogVariance(), 0xffff);
+   EXPECT_EQ(dataSet->observedParentClockPhaseChangeRate(), 0x7fffffff);
+}
+
+TEST(DomainNumberInfo, AbsentDomainAndDomain0AreDifferent) {
+   PortDSKey const key(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone());
+   auto const info = domainNumberInfoFactory();
+   Recorder published(*info);
+   info->intfDomainNumberInfoIs(IntfDomainNumberInfo(key, std::nullopt));
+   info->intfDomainNumberInfoIs(IntfDomainNumberInfo(key, std::nullopt));
+   EXPECT_EQ(published.ids(), "259");
+   info->intfDomainNumberInfoIs(IntfDomainNumberInfo(key, U8{0}));
+   EXPECT_EQ(published.ids(), "259");
+   EXPECT_EQ(info->intfDomainNumberInfo(key).activeRegionDomain(), U8{0});
+   info->intfDomainNumberInfoDel(key);
+   info->intfDomainNumberInfoDel(key);
+   EXPECT_EQ(published.ids(), "259");
+}
+
+TEST(PtpMibData, PortsAreMadeOnceAndDomainsFollowThePorts) {
+   PortDSKey const key(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone());
+   auto const data = ptpMibDataFactory();
+   EXPECT_EQ(data->clockState(), ClockStateType::freerun);
+   EXPECT_EQ(data->domainTotal(), 0u);
+   Recorder published(*data);
+   auto const port = data->ptpMibPortDataIs(key);
+   EXPECT_EQ(data->ptpMibPortDataIs(key), port);
+   EXPECT_EQ(published.ids(), "263");
+   data->numClockPortsIs(2);
+   EXPECT_EQ(data->domainTotal(), 1u);
+}
+
+}  // namespace
+}  // namespace Ptp
