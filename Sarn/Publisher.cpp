@@ -46,15 +46,31 @@ struct Publisher::Frame {
    Publisher* at;
    U32 next;
    U32 end;
+   /// A removal has left holes in the list of `at`.
+   bool holes;
 
    void enter(Publisher* publisher) noexcept {
       at = publisher;
       next = 0;
       end = publisher->list_ != nullptr ? publisher->list_->size : 0;
+      holes = false;
    }
    void finish() noexcept {
       at = nullptr;
       next = end = 0;
+      holes = false;
+   }
+   /// Goes on to `higher`, or ends here if that is null.
+   void leave(Publisher* higher) noexcept {
+      Publisher* const left = holes ? at : nullptr;
+      if (higher != nullptr) {
+         enter(higher);
+      } else {
+         finish();
+      }
+      if (left != nullptr) [[unlikely]] {
+         left->tidy();
+      }
    }
 };
 
@@ -90,20 +106,39 @@ inline void Publisher::tell(Frame& frame) {
 void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
    auto* const outer = static_cast<Frame*>(topFrame);
-   Frame frame{outer, {*this, attributeId, key, oldValue, keyCompare}, nullptr, 0, 0};
+   Frame frame{outer, {*this, attributeId, key, oldValue, keyCompare}, nullptr, 0, 0, false};
    frame.enter(this);
    struct Pop {
       Frame* outer;
       ~Pop() { topFrame = outer; }
    } const pop{outer};
    topFrame = &frame;
-   if (outer != nullptr) [[unlikely]] {
-      drain(outer);
+   try {
+      if (outer != nullptr) [[unlikely]] {
+         drain(outer);
+      }
+      tell(frame);
+      // The frame's own word, since the publisher may be gone.
+      if (frame.at != nullptr && ((frame.at->watch_ & aboveBit) != 0 || frame.holes) &&
+          climb(frame)) {
+         run(frame);
+      }
+   } catch (...) {
+      tellRest(&frame);
+      throw;
    }
-   tell(frame);
-   // The frame's own word, since the publisher may be gone.
-   if (frame.at != nullptr && (frame.at->watch_ & aboveBit) != 0 && climb(frame)) {
-      run(frame);
+}
+
+/// Brings every running publication to its end, oldest first, whatever is thrown.
+void Publisher::tellRest(Frame* frame) noexcept {
+   if (frame->outer != nullptr) {
+      tellRest(frame->outer);
+   }
+   while (frame->at != nullptr) {
+      try {
+         run(*frame);
+      } catch (...) {  // the first exception is on its way already
+      }
    }
 }
 
@@ -133,21 +168,24 @@ bool Publisher::climb(Frame& frame) noexcept {
          higher = higher->parent_;
       }
       if (higher != nullptr) {
-         frame.enter(higher);
+         frame.leave(higher);
          return true;
       }
    }
-   frame.finish();
+   frame.leave(nullptr);
    return false;
 }
 
-bool Publisher::running(List const* list) noexcept {
-   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
-      if (frame->at != nullptr && frame->at->list_ == list) {
-         return true;
-      }
+void const* Publisher::running() noexcept {
+   return topFrame;
+}
+
+void const* Publisher::madeInside(Change const& change) noexcept {
+   auto const* frame = static_cast<Frame const*>(topFrame);
+   while (&frame->change != &change) {
+      frame = frame->outer;
    }
-   return false;
+   return frame->outer;
 }
 
 bool Publisher::hasSubtreeObserver() const noexcept {
@@ -166,9 +204,6 @@ void Publisher::add(Observer& observer, Scope scope, bool first) {
    assert(!hasObserver(observer, scope));
    if (list_ == nullptr) {
       list_ = List::make(2);
-   }
-   if (!running(list_)) {
-      compact();
    }
    if (list_->size == list_->capacity) {
       List* const wider = List::make(list_->capacity * 2);
@@ -198,25 +233,33 @@ bool Publisher::remove(Observer& observer, Scope scope) noexcept {
       return false;
    }
    *slot = 0;
-   if (!running(list_)) {
-      compact();
-   }
-   bool const empty = std::all_of(list_->slots, list_->slots + list_->size,
-                                  [](std::uintptr_t s) { return s == 0; });
-   if (empty) {
+   if (std::all_of(list_->slots, list_->slots + list_->size,
+                   [](std::uintptr_t s) { return s == 0; })) {
       watch_ = static_cast<U8>(watch_ & aboveBit);
-      if (!running(list_)) {
-         List::destroy(list_);
-         list_ = nullptr;
-      }
    }
+   tidy();
    return true;
 }
 
-void Publisher::compact() noexcept {
+/// Closes the holes in the list, and frees it if nothing else is in it: at once, or when the last
+/// publication that runs on it leaves.
+void Publisher::tidy() noexcept {
+   bool running = false;
+   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
+      if (frame->at == this) {
+         frame->holes = true;
+         running = true;
+      }
+   }
+   if (running) {
+      return;
+   }
    std::uintptr_t* const end =
          std::remove(list_->slots, list_->slots + list_->size, std::uintptr_t(0));
    list_->size = static_cast<U32>(end - list_->slots);
+   if (list_->size == 0) {
+      replaceList(nullptr);
+   }
 }
 
 void Publisher::replaceList(List* list) noexcept {

@@ -28,7 +28,8 @@ struct Change {
 /// Inside `onChange` anything is allowed: add and remove observers, this one included; call
 /// setters; drop the last reference to the entity. A change that is made inside is told to every
 /// observer after the change that is being told, so that all see changes in the order they were
-/// made; an observer that reads the entity then reads the newest value.
+/// made; an observer that reads the entity then reads the newest value. An observer that is added
+/// inside is not told of the change that its publisher is telling just then.
 class Observer {
 public:
    virtual void onChange(Change const& change) = 0;
@@ -54,10 +55,10 @@ enum class Scope : U8 {
 ///
 /// Invariants:
 /// - `watch_ & ownBit` exactly when the list holds an observer;
-/// - `watch_ & aboveBit` exactly when this publisher or one above it has a subtree observer
-/// (whoever
-///   changes the tree keeps this up: `subtreeWatchedIs`);
-/// - a list on which a publication is running is never compacted nor freed: removal leaves a hole.
+/// - `watch_ & aboveBit` exactly when this publisher or one above it has a subtree observer:
+///   whoever changes the tree keeps this up (`subtreeWatchedIs`);
+/// - a list on which a publication is running is neither compacted nor freed: a removal leaves a
+///   hole, which the last publication that leaves the list closes.
 ///
 /// Threads: one thread owns a tree of publishers.
 class Publisher {
@@ -68,8 +69,9 @@ public:
    ~Publisher();
 
    /// Tells everybody: this publisher's observers in the order of their registration, then the
-   /// subtree observers of its parent, and so on to the root. What an observer throws ends the
-   /// telling and comes out here.
+   /// subtree observers of its parent, and so on to the root. What an observer throws comes out
+   /// here when all have been told, so that no mirror misses a change; of several exceptions, the
+   /// first.
    void publishChangeRecursive(U16 attributeId, void const* key, void const* oldValue,
                                KeyCompare keyCompare) {
       if (watch_ != 0) [[unlikely]] {
@@ -84,6 +86,12 @@ public:
    /// Whether this publisher itself has a subtree observer.
    bool hasSubtreeObserver() const noexcept;
    bool hasObserver(Observer const& observer, Scope scope) const noexcept;
+
+   /// The innermost publication that runs on this thread, or null; only to be compared.
+   static void const* running() noexcept;
+   /// The publication from inside which `change` was made, or null. REQUIRES: `change` is being
+   /// told on this thread.
+   static void const* madeInside(Change const& change) noexcept;
 
 protected:
    /// Adds an observer behind the others, or before them when `first`. REQUIRES: it is not
@@ -109,8 +117,8 @@ private:
    static void tell(Frame& frame);
    static bool climb(Frame& frame) noexcept;
    static void drain(Frame* frame);
-   static bool running(List const* list) noexcept;
-   void compact() noexcept;
+   static void tellRest(Frame* frame) noexcept;
+   void tidy() noexcept;
    void replaceList(List* list) noexcept;
 
    List* list_ = nullptr;

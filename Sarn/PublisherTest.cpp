@@ -1,0 +1,314 @@
+#include "Sarn/Publisher.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+
+#include "Sarn/PublisherTestSupport.h"
+
+namespace {
+
+using Sarn::Change;
+using Sarn::Scope;
+using SarnTest::Scripted;
+using SarnTest::Source;
+
+/// Three observers, a root, and a child with a child of its own.
+class Publisher : public testing::Test {
+protected:
+   Publisher() {
+      child.parentIs(&root);
+      leaf.parentIs(&child);
+   }
+
+   /// What was told since the last call.
+   std::string told() {
+      std::string all;
+      for (std::string const& one : log_) {
+         all += (all.empty() ? "" : " ") + one;
+      }
+      log_.clear();
+      return all;
+   }
+
+private:
+   std::vector<std::string> log_;
+
+protected:
+   Scripted a{"a", log_};
+   Scripted b{"b", log_};
+   Scripted c{"c", log_};
+   Source root{"root"};
+   Source child{"child"};
+   Source leaf{"leaf"};
+};
+
+TEST_F(Publisher, TellsNobodyWithoutObservers) {
+   EXPECT_FALSE(root.watched());
+   root.change(258);
+   EXPECT_EQ(told(), "");
+}
+
+TEST_F(Publisher, HandsOverSourceIdKeyOldValueAndComparison) {
+   int key = 0;
+   int old = 0;
+   Sarn::KeyCompare const compare = [](void const*, void const*) { return true; };
+   a.script = [&](Change const& change) {
+      EXPECT_EQ(&change.source, &child);
+      EXPECT_EQ(change.attributeId, 300);
+      EXPECT_EQ(change.key, &key);
+      EXPECT_EQ(change.oldValue, &old);
+      EXPECT_EQ(change.keyCompare, compare);
+   };
+   child.observerAdd(a);
+   child.publishChangeRecursive(300, &key, &old, compare);
+   EXPECT_EQ(told(), "a:child.300");
+}
+
+TEST_F(Publisher, TellsInTheOrderOfRegistration) {
+   root.observerAdd(b);
+   root.observerAdd(a);
+   root.observerAdd(c);
+   root.change(1);
+   EXPECT_EQ(told(), "b:root.1 a:root.1 c:root.1");
+   EXPECT_TRUE(root.observerDel(a));
+   EXPECT_FALSE(root.observerDel(a));
+   root.observerAdd(a, Scope::entity, true);
+   root.change(2);
+   EXPECT_EQ(told(), "a:root.2 b:root.2 c:root.2");
+}
+
+TEST_F(Publisher, ReachesSubtreeObserversFromTheSourceUpwards) {
+   root.observerAdd(a, Scope::subtree);
+   child.observerAdd(b, Scope::subtree);
+   leaf.observerAdd(c);
+   leaf.change(1);
+   EXPECT_EQ(told(), "c:leaf.1 b:leaf.1 a:leaf.1");
+   child.change(2);
+   EXPECT_EQ(told(), "b:child.2 a:child.2");
+   root.change(3);
+   EXPECT_EQ(told(), "a:root.3");
+}
+
+TEST_F(Publisher, AnEntityObserverHearsNothingFromBelow) {
+   root.observerAdd(a);
+   child.observerAdd(b);
+   leaf.change(1);
+   EXPECT_EQ(told(), "");
+   EXPECT_FALSE(leaf.watched());
+   child.change(1);
+   EXPECT_EQ(told(), "b:child.1");
+}
+
+TEST_F(Publisher, TellsOneObserverOnceForEachScope) {
+   root.observerAdd(a);
+   root.observerAdd(a, Scope::subtree);
+   root.change(1);
+   EXPECT_EQ(told(), "a:root.1 a:root.1");
+   child.change(2);
+   EXPECT_EQ(told(), "a:child.2");
+   EXPECT_TRUE(root.observerDel(a));
+   EXPECT_FALSE(root.hasObserver(a, Scope::entity));
+   EXPECT_TRUE(root.hasObserver(a, Scope::subtree));
+   root.change(3);
+   EXPECT_EQ(told(), "a:root.3");
+}
+
+TEST_F(Publisher, IsWatchedOnlyAsLongAsSomebodyWatches) {
+   leaf.observerAdd(a);
+   EXPECT_TRUE(leaf.watched());
+   leaf.observerDel(a);
+   EXPECT_FALSE(leaf.watched());
+   root.observerAdd(a, Scope::subtree);
+   EXPECT_TRUE(leaf.watched());
+   EXPECT_TRUE(leaf.subtreeWatched());
+   child.parentIs(nullptr);
+   EXPECT_FALSE(leaf.watched());
+   EXPECT_TRUE(root.watched());
+}
+
+TEST_F(Publisher, AnObserverMayRemoveItself) {
+   a.script = [&](Change const&) { root.observerDel(a); };
+   root.observerAdd(a);
+   root.observerAdd(b);
+   root.change(1);
+   root.change(2);
+   EXPECT_EQ(told(), "a:root.1 b:root.1 b:root.2");
+}
+
+TEST_F(Publisher, TheLastObserverMayRemoveItself) {
+   a.script = [&](Change const&) { root.observerDel(a); };
+   root.observerAdd(a);
+   root.change(1);
+   root.change(2);
+   EXPECT_EQ(told(), "a:root.1");
+   EXPECT_FALSE(root.watched());
+}
+
+TEST_F(Publisher, AnObserverThatWasRemovedInsideIsNotTold) {
+   a.script = [&](Change const&) {
+      root.observerDel(b);
+      child.observerDel(c, Scope::subtree);
+   };
+   root.observerAdd(a, Scope::subtree);
+   root.observerAdd(b, Scope::subtree);
+   root.change(1);
+   EXPECT_EQ(told(), "a:root.1 b:root.1");
+   root.observerDel(b, Scope::subtree);
+   root.observerAdd(b);
+   child.observerAdd(c, Scope::subtree);
+   root.change(2);
+   EXPECT_EQ(told(), "a:root.2");
+   leaf.change(3);
+   EXPECT_EQ(told(), "a:leaf.3");
+}
+
+TEST_F(Publisher, AnObserverThatWasAddedInsideIsToldOfLaterChanges) {
+   a.script = [&](Change const& change) {
+      if (change.attributeId == 1) {
+         root.observerAdd(b, Scope::entity, true);
+         root.observerAdd(c);
+         root.change(2);
+      }
+   };
+   root.observerAdd(a);
+   root.change(1);
+   EXPECT_EQ(told(), "a:root.1 b:root.2 a:root.2 c:root.2");
+}
+
+TEST_F(Publisher, ManyComeAndGoInsideOneNotification) {
+   std::vector<std::string> log;
+   std::vector<std::unique_ptr<Scripted>> crowd;
+   a.script = [&](Change const&) {
+      for (int i = 0; i != 100; ++i) {
+         crowd.push_back(std::make_unique<Scripted>("x", log));
+         root.observerAdd(*crowd.back(), Scope::entity, i % 2 == 0);
+      }
+      for (auto const& one : crowd) {
+         root.observerDel(*one);
+      }
+   };
+   root.observerAdd(a);
+   root.observerAdd(b);
+   root.change(1);
+   EXPECT_EQ(told(), "a:root.1 b:root.1");
+   EXPECT_TRUE(log.empty());
+}
+
+TEST_F(Publisher, AChangeMadeInsideIsToldAfterTheChangeBeingTold) {
+   b.script = [&](Change const& change) {
+      if (change.attributeId == 1) {
+         root.change(2);
+         root.change(3);
+      }
+   };
+   root.observerAdd(a);
+   root.observerAdd(b);
+   root.observerAdd(c);
+   root.change(1);
+   EXPECT_EQ(told(),
+             "a:root.1 b:root.1 c:root.1 a:root.2 b:root.2 c:root.2 "
+             "a:root.3 b:root.3 c:root.3");
+}
+
+TEST_F(Publisher, TheOrderHoldsAcrossTheEntitiesOfATree) {
+   a.script = [&](Change const& change) {
+      if (&change.source == &leaf) {
+         child.change(2);
+      }
+   };
+   b.script = [&](Change const& change) {
+      if (&change.source == &child) {
+         root.change(3);
+      }
+   };
+   leaf.observerAdd(a);
+   child.observerAdd(b, Scope::subtree);
+   root.observerAdd(c, Scope::subtree);
+   leaf.change(1);
+   EXPECT_EQ(told(), "a:leaf.1 b:leaf.1 c:leaf.1 b:child.2 c:child.2 c:root.3");
+}
+
+TEST_F(Publisher, MayDieInsideItsOwnNotification) {
+   auto gone = std::make_unique<Source>("gone");
+   gone->parentIs(&root);
+   a.script = [&](Change const&) { gone.reset(); };
+   root.observerAdd(c, Scope::subtree);
+   gone->observerAdd(a);
+   gone->observerAdd(b);
+   gone->change(1);
+   EXPECT_EQ(told(), "a:gone.1");
+}
+
+TEST_F(Publisher, MayLoseItsParentInsideItsNotification) {
+   auto above = std::make_unique<Source>("above");
+   Source below("below");
+   below.parentIs(above.get());
+   a.script = [&](Change const&) { above.reset(); };
+   below.observerAdd(a);
+   below.observerAdd(b);
+   above->observerAdd(c, Scope::subtree);
+   below.change(1);
+   EXPECT_EQ(told(), "a:below.1 b:below.1");
+   EXPECT_EQ(below.parent(), nullptr);
+   EXPECT_FALSE(below.subtreeWatched());
+}
+
+TEST_F(Publisher, TheParentMayDieWhileItsObserversAreTold) {
+   auto above = std::make_unique<Source>("above");
+   above->parentIs(&root);
+   Source below("below");
+   below.parentIs(above.get());
+   a.script = [&](Change const&) { above.reset(); };
+   above->observerAdd(a, Scope::subtree);
+   above->observerAdd(b, Scope::subtree);
+   root.observerAdd(c, Scope::subtree);
+   below.change(1);
+   EXPECT_EQ(told(), "a:below.1");
+}
+
+TEST_F(Publisher, TellsEverybodyThoughOneThrows) {
+   a.script = [](Change const& change) {
+      throw std::runtime_error("a" + std::to_string(change.attributeId));
+   };
+   b.script = [](Change const&) { throw std::runtime_error("b"); };
+   leaf.observerAdd(a);
+   leaf.observerAdd(b);
+   root.observerAdd(c, Scope::subtree);
+   try {
+      leaf.change(1);
+      FAIL() << "nothing came out";
+   } catch (std::runtime_error const& error) {
+      EXPECT_STREQ(error.what(), "a1");
+   }
+   EXPECT_EQ(told(), "a:leaf.1 b:leaf.1 c:leaf.1");
+   EXPECT_THROW(leaf.change(2), std::runtime_error);
+   EXPECT_EQ(told(), "a:leaf.2 b:leaf.2 c:leaf.2");
+}
+
+/// The inner change is made by the first observer while the second has still to be told of the
+/// outer one, and throws then.
+TEST_F(Publisher, AnExceptionSwallowsNoChangeMadeInside) {
+   std::string inside;
+   a.script = [&](Change const& change) {
+      if (change.attributeId == 1) {
+         try {
+            root.change(2);
+         } catch (std::runtime_error const& error) {
+            inside = error.what();
+         }
+      }
+   };
+   b.script = [](Change const& change) {
+      throw std::runtime_error("b" + std::to_string(change.attributeId));
+   };
+   root.observerAdd(a);
+   root.observerAdd(b);
+   root.observerAdd(c);
+   root.change(1);
+   EXPECT_EQ(inside, "b1");
+   EXPECT_EQ(told(), "a:root.1 b:root.1 c:root.1 a:root.2 b:root.2 c:root.2");
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+// Publishers in a tree and observers that can be scripted, for tests.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Sarn/Publisher.h"
+
+namespace SarnTest {
+
+/// A publisher with a name, for tests that hang publishers into trees themselves.
+class Source : public Sarn::Publisher {
+public:
+   explicit Source(std::string sourceName) : name(std::move(sourceName)) {}
+   ~Source() {
+      parentIs(nullptr);
+      while (!children_.empty()) {
+         children_.back()->parentIs(nullptr);
+      }
+   }
+
+   void parentIs(Source* parent) {
+      if (Source* const old = this->parent()) {
+         std::erase(old->children_, this);
+      }
+      parentPublisherIs(parent);
+      if (parent != nullptr) {
+         parent->children_.push_back(this);
+      }
+      renew();
+   }
+   Source* parent() const { return static_cast<Source*>(parentPublisher()); }
+
+   void observerAdd(Sarn::Observer& observer, Sarn::Scope scope = Sarn::Scope::entity,
+                    bool first = false) {
+      add(observer, scope, first);
+      renew();
+   }
+   bool observerDel(Sarn::Observer& observer, Sarn::Scope scope = Sarn::Scope::entity) {
+      bool const removed = remove(observer, scope);
+      renew();
+      return removed;
+   }
+   void change(U16 id) { publishChangeRecursive(id, nullptr, nullptr, nullptr); }
+
+   std::string name;
+
+private:
+   void renew() {
+      subtreeWatchedIs(hasSubtreeObserver() || (parent() != nullptr && parent()->subtreeWatched()));
+      for (Source* const child : children_) {
+         child->renew();
+      }
+   }
+
+   std::vector<Source*> children_;
+};
+
+/// Writes "observer:source.id" to a log, then does what it was told to do.
+class Scripted final : public Sarn::Observer {
+public:
+   using Script = std::function<void(Sarn::Change const&)>;
+
+   Scripted(std::string name, std::vector<std::string>& log) : name_(std::move(name)), log_(log) {}
+
+   void onChange(Sarn::Change const& change) override {
+      log_.push_back(name_ + ":" + static_cast<Source&>(change.source).name + "." +
+                     std::to_string(change.attributeId));
+      if (script) {
+         script(change);
+      }
+   }
+
+   Script script;
+
+private:
+   std::string name_;
+   std::vector<std::string>& log_;
+};
+
+}  // namespace SarnTest
