@@ -1,0 +1,200 @@
+#include "Kiv/HashMap2018.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <random>
+#include <unordered_map>
+#include <vector>
+
+/// `HashMap2018` beside `std::unordered_map` with the same hash function, keyed by ten significant
+/// bytes in sixteen, as a port's key is. Arguments are numbers of elements; times are per element.
+namespace {
+
+struct PortKey {
+   U64 intf = 0;
+   U16 vlan = 0;
+
+   bool operator==(PortKey const&) const = default;
+   U32 hash(U32 seed) const { return Kiv::hashFields(seed, intf, vlan); }
+};
+
+struct StdHash {
+   std::size_t operator()(PortKey const& key) const noexcept {
+      return key.hash(Kiv::HashHelper::hashSeed32());
+   }
+};
+
+struct Std {
+   std::unordered_map<PortKey, U64, StdHash> map;
+
+   bool insert(PortKey const& key, U64 value) { return map.emplace(key, value).second; }
+   U64 const* find(PortKey const& key) const {
+      auto const it = map.find(key);
+      return it != map.end() ? &it->second : nullptr;
+   }
+   bool erase(PortKey const& key) { return map.erase(key) != 0; }
+   U64 sum() const {
+      U64 total = 0;
+      for (auto const& [key, value] : map) {
+         total += value;
+      }
+      return total;
+   }
+};
+
+struct Kiv2018 {
+   Kiv::HashMap2018<PortKey, U64, 0x5B266113> map;
+
+   bool insert(PortKey const& key, U64 value) { return map.insert(key, value).second; }
+   U64 const* find(PortKey const& key) const { return map.find(key); }
+   bool erase(PortKey const& key) { return map.erase(key).has_value(); }
+   U64 sum() const {
+      U64 total = 0;
+      for (auto const& [key, value] : map) {
+         total += value;
+      }
+      return total;
+   }
+};
+
+/// Different keys that look like real ones: interface numbers close together, some with VLANs.
+/// The first half is for insertion, the other half for misses; both in random order.
+std::vector<PortKey> makeKeys(std::size_t count) {
+   std::vector<PortKey> keys;
+   keys.reserve(count);
+   for (std::size_t i = 0; i < count; ++i) {
+      keys.push_back({0x0301'0000'0000 + i / 4 * 0x100, static_cast<U16>(i % 4 * 100)});
+   }
+   std::shuffle(keys.begin(), keys.end(), std::mt19937_64(20));
+   return keys;
+}
+
+template <class Map>
+Map filled(std::vector<PortKey> const& keys) {
+   Map m;
+   U64 value = 0;
+   for (PortKey const& key : keys) {
+      m.insert(key, ++value);
+   }
+   return m;
+}
+
+/// Looks up by keys in an order other than that of insertion. The lookups are independent, as they
+/// are when changes to many ports come in.
+template <class Map>
+void lookUp(benchmark::State& state, bool present) {
+   auto const count = static_cast<std::size_t>(state.range(0));
+   std::vector<PortKey> keys = makeKeys(count * 2);
+   std::vector<PortKey> absent(keys.begin() + static_cast<std::ptrdiff_t>(count), keys.end());
+   keys.resize(count);
+   Map const map = filled<Map>(keys);
+   std::vector<PortKey>& wanted = present ? keys : absent;
+   std::shuffle(wanted.begin(), wanted.end(), std::mt19937_64(7));
+   std::size_t found = 0;
+   for (auto _ : state) {
+      for (PortKey const& key : wanted) {
+         found += map.find(key) != nullptr;
+      }
+   }
+   benchmark::DoNotOptimize(found);
+   if (found != (present ? count * state.iterations() : 0)) {
+      state.SkipWithError("wrong number of hits");
+   }
+   state.SetItemsProcessed(static_cast<std::int64_t>(count * state.iterations()));
+}
+
+template <class Map>
+void BM_Hit(benchmark::State& state) {
+   lookUp<Map>(state, true);
+}
+
+template <class Map>
+void BM_Miss(benchmark::State& state) {
+   lookUp<Map>(state, false);
+}
+
+/// From empty, growing on the way, and all at once away again.
+template <class Map>
+void BM_Insert(benchmark::State& state) {
+   auto const keys = makeKeys(static_cast<std::size_t>(state.range(0)));
+   for (auto _ : state) {
+      Map const map = filled<Map>(keys);
+      benchmark::DoNotOptimize(&map);
+      benchmark::ClobberMemory();
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
+/// From empty, and in another order one by one until empty again.
+template <class Map>
+void BM_InsertErase(benchmark::State& state) {
+   auto const keys = makeKeys(static_cast<std::size_t>(state.range(0)));
+   auto order = keys;
+   std::shuffle(order.begin(), order.end(), std::mt19937_64(3));
+   for (auto _ : state) {
+      Map map = filled<Map>(keys);
+      for (PortKey const& key : order) {
+         map.erase(key);
+      }
+      benchmark::DoNotOptimize(&map);
+      benchmark::ClobberMemory();
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
+/// One element out and another in, at constant size.
+template <class Map>
+void BM_Replace(benchmark::State& state) {
+   auto const count = static_cast<std::size_t>(state.range(0));
+   std::vector<PortKey> const keys = makeKeys(count * 2);
+   Map map = filled<Map>({keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(count)});
+   std::size_t next = 0;
+   for (auto _ : state) {
+      map.erase(keys[next]);
+      map.insert(keys[(next + count) % keys.size()], next);
+      next = (next + 1) % keys.size();
+   }
+}
+
+template <class Map>
+void BM_Iterate(benchmark::State& state) {
+   Map const map = filled<Map>(makeKeys(static_cast<std::size_t>(state.range(0))));
+   for (auto _ : state) {
+      benchmark::DoNotOptimize(map.sum());
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
+/// The checked iterator, which may be kept across changes.
+void BM_IterateChecked(benchmark::State& state) {
+   auto const map = filled<Kiv2018>(makeKeys(static_cast<std::size_t>(state.range(0))));
+   for (auto _ : state) {
+      U64 total = 0;
+      for (auto it = map.map.iterator(); it; ++it) {
+         total += it.value();
+      }
+      benchmark::DoNotOptimize(total);
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
+void sizes(benchmark::internal::Benchmark* b) {
+   b->Arg(64)->Arg(10'000)->Arg(1'000'000);
+}
+
+BENCHMARK(BM_Hit<Std>)->Apply(sizes);
+BENCHMARK(BM_Hit<Kiv2018>)->Apply(sizes);
+BENCHMARK(BM_Miss<Std>)->Apply(sizes);
+BENCHMARK(BM_Miss<Kiv2018>)->Apply(sizes);
+BENCHMARK(BM_Insert<Std>)->Apply(sizes);
+BENCHMARK(BM_Insert<Kiv2018>)->Apply(sizes);
+BENCHMARK(BM_InsertErase<Std>)->Apply(sizes);
+BENCHMARK(BM_InsertErase<Kiv2018>)->Apply(sizes);
+BENCHMARK(BM_Replace<Std>)->Apply(sizes);
+BENCHMARK(BM_Replace<Kiv2018>)->Apply(sizes);
+BENCHMARK(BM_Iterate<Std>)->Apply(sizes);
+BENCHMARK(BM_Iterate<Kiv2018>)->Apply(sizes);
+BENCHMARK(BM_IterateChecked)->Apply(sizes);
+
+}  // namespace
