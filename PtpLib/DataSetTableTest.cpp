@@ -145,7 +145,7 @@ TEST(DataSetTable, PortDS) {
 297 dc00 netSyncMonitorDelayRespMessagesSent : U32 = 0
 298 dc00 netSyncMonitorSyncMessagesSent : U32 = 0
 299 dc00 netSyncMonitorFollowUpMessagesSent : U32 = 0
-301 dc01 peerPathDelay : double (queue)
+301 dc01 peerPathDelay : double (queue by U32)
 302 0810 isManagementPktForwardingState (op) local
 303 dc00 transportMode : Ptp::TransportMode = layer2
 304 0810 getLogMessageInterval (op) local
