@@ -78,7 +78,7 @@ TEST(EthAddr, OrdersAsANumber) {
 }
 
 TEST_F(EthAddrProperties, EveryAddressRoundTripsInEverySpelling) {
-   for (int i = 0; i < 5000; ++i) {
+   for (int i = 0; i < 1500; ++i) {
       EthAddr const v = any();
       ASSERT_NO_FATAL_FAILURE(expectRoundTrips(v));
       auto const& b = v.bytes();

@@ -151,7 +151,7 @@ void putCharacter(BitWriter& out, std::string_view name, std::size_t& at,
    char const c = name[at++];
    if (c == '-' || c == '.' || c == '/') {
       if (!afterNumber) {
-         out.put(static_cast<U64>(c - '-' + 1), 6);
+         out.put(c == '-' ? 1 : c == '.' ? 2 : 3, 6);
       } else {
          out.put(1, c == '-' ? 4 : c == '.' ? 3 : 2);
       }

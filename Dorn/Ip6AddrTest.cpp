@@ -127,7 +127,7 @@ TEST(Ip6Addr, RefusesEveryOtherSpelling) {
 }
 
 TEST_F(Ip6AddrProperties, EveryAddressRoundTripsAndAgreesWithTheSystem) {
-   for (int i = 0; i < 10000; ++i) {
+   for (int i = 0; i < 3000; ++i) {
       Ip6Addr const v = i % 5 == 0 ? Ip6Addr(random(), random()) : any();
       ASSERT_NO_FATAL_FAILURE(expectRoundTrips(v));
       if (v.high() != 0 || v.low() >> 32 != 0) {
@@ -138,7 +138,7 @@ TEST_F(Ip6AddrProperties, EveryAddressRoundTripsAndAgreesWithTheSystem) {
 }
 
 TEST_F(Ip6AddrProperties, Ipv4MappedAddressesAgreeWithTheSystem) {
-   for (int i = 0; i < 5000; ++i) {
+   for (int i = 0; i < 1500; ++i) {
       Ip6Addr const v(0, U64{0xffff} << 32 | (random() & 0xffffffff));
       ASSERT_EQ(printed(v), systemText(v));
       ASSERT_NO_FATAL_FAILURE(expectRoundTrips(v));

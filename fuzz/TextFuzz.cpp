@@ -1,3 +1,4 @@
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -10,6 +11,10 @@
 #include "Dorn/NetU64.h"
 #include "Kiv/ValueOps.h"
 #include "PtpPlatform/ClockIdentity.h"
+#include "PtpPlatform/PtpDataSetTypes/ClockQuality.h"
+#include "PtpPlatform/PtpDataSetTypes/PortDSKey.h"
+#include "PtpPlatform/PtpDataSetTypes/PortIdentity.h"
+#include "PtpPlatform/PtpDataSetTypes/PortState.h"
 
 // Text of any bytes is either refused with one of the two exceptions or is a value whose own text
 // and stream forms give an equal value back. The first byte chooses the type, and whether the rest
@@ -31,7 +36,7 @@ void require(bool holds, char const* what, std::string_view type, std::string_vi
 template <class T>
 bool alike(T const& a, T const& b) {
    if constexpr (std::is_floating_point_v<T>) {
-      return a == b || (a != a && b != b);
+      return a == b || (std::isnan(a) && std::isnan(b));
    } else {
       return a == b;
    }
@@ -139,6 +144,10 @@ constexpr Target targets[] = {
       target<Brim::Generation>("Generation"),
       target<Ptp::ClockIdentity>("ClockIdentity"),
       target<Dorn::IntfId>("IntfId"),
+      target<Ptp::PortDSKey>("PortDSKey"),
+      target<Ptp::PortIdentity>("PortIdentity"),
+      target<Ptp::ClockQuality>("ClockQuality"),
+      target<Ptp::PortState>("PortState"),
 };
 
 }  // namespace
