@@ -37,8 +37,8 @@ function(ptplib_install)
          install(DIRECTORY "${root}/${dir}" DESTINATION "${PTPLIB_INSTALL_INCLUDEDIR}" OPTIONAL
             FILES_MATCHING PATTERN "*.h" PATTERN "*Test*.h" EXCLUDE)
       endforeach()
-      install(DIRECTORY "${PROJECT_SOURCE_DIR}/${dir}" DESTINATION "${PTPLIB_INSTALL_KIVDIR}"
-         OPTIONAL FILES_MATCHING PATTERN "*.kiv")
+      file(GLOB kivs CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/*.kiv")
+      install(FILES ${kivs} DESTINATION "${PTPLIB_INSTALL_KIVDIR}/${dir}")
    endforeach()
 
    configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/PtpLibConfig.cmake.in"

@@ -29,7 +29,7 @@ int main() {
 
    auto const plot = Garden::plotFactory("front");
    auto const bed = plot->bedIs(1, intf);
-   bed->cropIs(Garden::beans);
+   bed->cropIs(Garden::Crop::beans);
    std::cout << "bed 1: " << stringValue(bed->crop()) << ", " << bed->litres() << " litres\n";
    try {
       bed->litresIs(81);
