@@ -7,6 +7,7 @@
 #include "Kivc/CppNames.h"
 #include "Kivc/EmitEntity.h"
 #include "Kivc/EmitEnum.h"
+#include "Kivc/Layout.h"
 #include "Kivc/NameTable.h"
 #include "Kivc/Template.h"
 #include "Kivc/Words.h"
@@ -223,21 +224,22 @@ private:
       std::size_t enumerators = 0;
       for (std::size_t index = 0; index < types_.size(); ++index) {
          auto const& type = *types_[index];
-         out += "// " + type.qualifiedName() + "\n";
+         std::string rows;
          for (auto const& member : type.members) {
             if (!isRecorded(member)) {
                continue;
             }
             bool const isEnumerator = member.kind == MemberKind::enumerator;
             auto const id = isEnumerator ? enumerators++ : member.id;
-            out += "Kiv::memberRecord(" + std::to_string(id) + ", " +
-                   (isEnumerator ? "0x0001" : hexWord(member.kindWord())) + ", " +
-                   std::to_string(memberNames_.offset(member.name.text)) + ", " +
-                   typeOffset(type, member) +
-                   (isEnumerator ? ", " + std::to_string(index) + ", " + std::to_string(member.id)
-                                 : "") +
-                   "),  // " + member.name.text + "\n";
+            rows += "Kiv::memberRecord(" + std::to_string(id) + ", " +
+                    (isEnumerator ? "0x0001" : hexWord(member.kindWord())) + ", " +
+                    std::to_string(memberNames_.offset(member.name.text)) + ", " +
+                    typeOffset(type, member) +
+                    (isEnumerator ? ", " + std::to_string(index) + ", " + std::to_string(member.id)
+                                  : "") +
+                    "),  // " + member.name.text + "\n";
          }
+         out += "// " + type.qualifiedName() + "\n" + alignRemarks(rows);
       }
       return out;
    }
@@ -266,7 +268,7 @@ private:
                 std::to_string(streamed) + ", " + std::to_string(collections) + ", " +
                 std::to_string(operations) + "},  // " + type->qualifiedName() + "\n";
       }
-      return out;
+      return alignRemarks(out);
    }
 
    std::string functions() const {

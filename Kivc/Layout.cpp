@@ -98,6 +98,11 @@ std::vector<Break> breaksOf(std::string_view line, bool isTail) {
    auto const indent = indentationOf(line);
    Brackets brackets(line);
    for (auto i = indent; i < line.size(); ++i) {
+      // The result of a function, if nothing else helps.
+      if (line[i] == ' ' && brackets.isOutside() && indent == 0 && !isTail && line.ends_with('{') &&
+          breaks.empty()) {
+         breaks.push_back({i + 1, 0, 100, false});
+      }
       brackets.step(i);
       char const c = line[i];
       char const next = i + 1 < line.size() ? line[i + 1] : '\0';
@@ -111,7 +116,8 @@ std::vector<Break> breaksOf(std::string_view line, bool isTail) {
       } else if (c == '=' && next == ' ' && line[i - 1] == ' ') {
          breaks.push_back({i + 2, indent + continuation, 15, false});
       } else if ((c == '(' || c == '{') && next != ')' && next != '}' && next != '\0') {
-         breaks.push_back({i + 1, outer, 20 + 10 * brackets.depth(), false});
+         // The bracket itself is open already.
+         breaks.push_back({i + 1, outer, 8 + 10 * brackets.depth(), false});
       }
    }
    return breaks;
@@ -131,24 +137,25 @@ Lines bestLines(std::string_view line, bool isTail) {
    // Costs more than any number of breaks, the less the shorter the line.
    Lines best{1000 * (line.size() - pageWidth), std::string(line) + "\n"};
    for (auto const& candidate : breaksOf(line, isTail)) {
-      // The blank at the break is dropped; the closing quote of a split text is added.
-      bool const fits = candidate.at <= pageWidth + 1 - (candidate.inText ? 2 : 0);
-      auto const cost = candidate.penalty + lineCost;
-      if (!fits || candidate.at <= candidate.column || cost > best.cost) {
-         continue;
-      }
       auto head = std::string(line.substr(0, candidate.at));
-      auto tail = blanks(candidate.column);
+      // The blank at the break is dropped, but not within a text, which is closed and opened anew.
       if (candidate.inText) {
          head += '"';
-         tail += '"';
+      } else {
+         head.resize(head.find_last_not_of(' ') + 1);
       }
+      bool const fits = head.size() <= pageWidth;
+      auto const cost = candidate.penalty + lineCost;
+      if (!fits || (candidate.at <= candidate.column && candidate.column != 0) ||
+          cost > best.cost) {
+         continue;
+      }
+      auto tail = blanks(candidate.column) + (candidate.inText ? "\"" : "");
       tail += line.substr(candidate.at);
       auto lines = bestLines(tail, true);
       lines.cost += cost;
       // Of equal ways the one with the longest first line.
       if (lines.cost <= best.cost) {
-         head.resize(head.find_last_not_of(' ') + 1);
          best = {lines.cost, head + "\n" + lines.text};
       }
    }
@@ -237,6 +244,33 @@ std::string fitToPage(std::string_view text) {
          appendCode(out, line, false);
       }
       text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+   }
+   return out;
+}
+
+std::string alignRemarks(std::string_view text) {
+   struct Line {
+      std::string_view code;
+      std::string_view remark;
+   };
+   std::vector<Line> lines;
+   std::size_t width = 0;
+   while (!text.empty()) {
+      auto const end = text.find('\n');
+      auto const line = text.substr(0, end);
+      auto const remark = line.rfind("  // ");
+      bool const hasRemark = remark != std::string_view::npos;
+      lines.push_back({line.substr(0, remark), hasRemark ? line.substr(remark) : ""});
+      width = hasRemark ? std::max(width, remark) : width;
+      text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+   }
+   std::string out;
+   for (auto const& line : lines) {
+      out.append(line.code);
+      if (!line.remark.empty()) {
+         out.append(width - line.code.size(), ' ').append(line.remark);
+      }
+      out += '\n';
    }
    return out;
 }

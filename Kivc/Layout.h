@@ -14,6 +14,9 @@ inline constexpr std::size_t pageWidth = 100;
 /// that is too long by itself is split in two.
 std::string fitToPage(std::string_view text);
 
+/// Puts the `// ...` at the ends of lines below each other.
+std::string alignRemarks(std::string_view text);
+
 /// `lines` as `///` comment lines.
 std::string docComment(std::string_view lines);
 

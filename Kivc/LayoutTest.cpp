@@ -65,6 +65,17 @@ TEST(Layout, WhatCannotBeBrokenStaysWhole) {
    EXPECT_EQ(fitToPage(line), line);
 }
 
+TEST(Layout, LongNameGoesBelowItsResult) {
+   auto const type = std::string(45, 'T');
+   EXPECT_EQ(fitToPage("Sarn::Ptr<Type> " + type + "::" + type + "() {\n"),
+             "Sarn::Ptr<Type>\n" + type + "::" + type + "() {\n");
+}
+
+TEST(Layout, RemarksAreAligned) {
+   EXPECT_EQ(alignRemarks("a,  // one\nlonger,  // two\n// none\n"),
+             "a,       // one\nlonger,  // two\n// none\n");
+}
+
 TEST(DocComment, PutsSlashesInFrontOfEachLine) {
    EXPECT_EQ(docComment("One.\n\nTwo."), "/// One.\n///\n/// Two.\n");
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "Kivc/Layout.h"
+
 namespace kivc {
 
 std::size_t NameTable::add(std::string const& name) {
@@ -32,7 +34,7 @@ std::string NameTable::literals() const {
       out += "\"" + entry.name + "\\0\"" + (isLast ? ";" : "") + "  // " +
              std::to_string(entry.offset) + "\n";
    }
-   return out;
+   return alignRemarks(out);
 }
 
 }  // namespace kivc
