@@ -42,16 +42,20 @@ void Includes::addValuesOf(Member const& member) {
    }
 }
 
+std::string includeLine(std::string const& header) {
+   return "#include " + (header.starts_with('<') ? header : "\"" + header + "\"") + "\n";
+}
+
 std::string Includes::text() const {
    std::string out;
    for (auto const& header : standard_) {
-      out += "#include " + header + "\n";
+      out += includeLine(header);
    }
    if (!standard_.empty() && !headers_.empty()) {
       out += "\n";
    }
    for (auto const& header : headers_) {
-      out += "#include \"" + header + "\"\n";
+      out += includeLine(header);
    }
    return out;
 }

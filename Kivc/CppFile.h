@@ -29,6 +29,9 @@ private:
    std::set<std::string> headers_;
 };
 
+/// The line that includes one header.
+std::string includeLine(std::string const& header);
+
 /// "namespace X {" and an empty line, or nothing for the global namespace.
 std::string namespaceOpening(std::string const& nameSpace);
 std::string namespaceClosing(std::string const& nameSpace);

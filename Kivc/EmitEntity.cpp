@@ -311,7 +311,7 @@ std::string emitEntitySource(Type const& type) {
 
    Template text;
    text.set("banner", banner(*type.module))
-         .set("header", type.header)
+         .set("include", includeLine(type.header))
          .set("includes", includes.text())
          .set("version", versionCheck())
          .set("open", namespaceOpening(type.nameSpace))
@@ -349,7 +349,7 @@ std::string emitEntitySource(Type const& type) {
    text.set("rows", rows);
    text.append(R"(
       @banner@
-      #include "@header@"
+      @include@
 
       @includes@
 

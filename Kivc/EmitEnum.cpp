@@ -14,8 +14,12 @@ std::string emitEnumHeader(Type const& type) {
                      std::to_string(member.id) + ",\n";
    }
    auto const qualified = type.qualifiedName();
+   Includes includes;
+   includes.add("<iosfwd>");
+   includes.add("Kiv/EnumType.h");
    Template text;
    text.set("banner", banner(*type.module))
+         .set("includes", includes.text())
          .set("open", namespaceOpening(type.nameSpace))
          .set("close", namespaceClosing(type.nameSpace))
          .set("doc", docComment(join(type.doc, "\n")))
@@ -27,9 +31,7 @@ std::string emitEnumHeader(Type const& type) {
       @banner@
       #pragma once
 
-      #include <iosfwd>
-
-      #include "Kiv/EnumType.h"
+      @includes@
 
       @open@
       @doc@

@@ -80,6 +80,7 @@ public:
 
    std::string run() const {
       Includes includes;
+      includes.add("<ostream>");
       includes.add("Kiv/Provider.h");
       for (auto const& type : module_.types) {
          includes.add(type.get());
@@ -94,7 +95,7 @@ public:
       bool const isEmpty = types_.empty();
       Template text;
       text.set("banner", banner(module_))
-            .set("header", recordHeader(module_))
+            .set("include", includeLine(recordHeader(module_)))
             .set("includes", includes.text())
             .set("version", versionCheck())
             .set("limits", limits())
@@ -113,9 +114,7 @@ public:
             .set("record", module_.recordSymbol());
       text.append(R"(
          @banner@
-         #include "@header@"
-
-         #include <ostream>
+         @include@
 
          @includes@
 
@@ -351,13 +350,14 @@ private:
 std::string emitRecordHeader(Module const& module) {
    Template text;
    text.set("banner", banner(module))
+         .set("include", includeLine("Kiv/Module.h"))
          .set("record", module.recordSymbol())
          .set("name", module.name.text);
    text.append(R"(
       @banner@
       #pragma once
 
-      #include "Kiv/Module.h"
+      @include@
 
       /// The record of module @name@.
       extern Kiv::KivModule const @record@;

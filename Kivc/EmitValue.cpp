@@ -163,14 +163,17 @@ std::string emitValueHeader(Type const& type) {
 
 std::string emitValueSource(Type const& type) {
    CppNames const names(type.nameSpace);
+   Includes includes;
+   includes.add("Kiv/Provider.h");
+   includes.add(recordHeader(*type.module));
    std::string rows;
    for (auto const& field : type.members) {
       rows += fieldCode(type, field, names).row;
    }
    Template text;
    text.set("banner", banner(*type.module))
-         .set("header", type.header)
-         .set("recordHeader", recordHeader(*type.module))
+         .set("include", includeLine(type.header))
+         .set("includes", includes.text())
          .set("version", versionCheck())
          .set("open", namespaceOpening(type.nameSpace))
          .set("close", namespaceClosing(type.nameSpace))
@@ -182,10 +185,9 @@ std::string emitValueSource(Type const& type) {
          .set("index", std::to_string(recordIndex(type)));
    text.append(R"(
       @banner@
-      #include "@header@"
+      @include@
 
-      #include "@recordHeader@"
-      #include "Kiv/Provider.h"
+      @includes@
 
       @version@
 
