@@ -170,7 +170,7 @@ TEST_F(IntfIdProperties, EverySlotNameInItsRangesFits) {
 
 TEST_F(IntfIdProperties, BitsAreAcceptedOnlyIfANameHasThem) {
    int accepted = 0;
-   for (int i = 0; i < 300000; ++i) {
+   for (int i = 0; i < 100000; ++i) {
       U64 bits = random();
       if (i % 2 == 0) {
          // Near a name's: a few bits changed.
@@ -196,7 +196,7 @@ TEST_F(IntfIdProperties, BitsAreAcceptedOnlyIfANameHasThem) {
          ASSERT_THROW(decoded<IntfId>(bytes), Kiv::NboAttrLog::FaultException);
       }
    }
-   EXPECT_GT(accepted, 10000);
+   EXPECT_GT(accepted, 4000);
 }
 
 TEST_F(IntfIdProperties, DifferentNamesHaveDifferentIds) {

@@ -41,7 +41,11 @@ TEST(NetU16, EveryValueRoundTripsAndOrdersAsTheNumber) {
       NetU16 const v(static_cast<U16>(i));
       ASSERT_EQ(v.value(), i);
       ASSERT_EQ(printed(v), std::to_string(i));
-      ASSERT_NO_FATAL_FAILURE(expectRoundTrips(v));
+      ASSERT_EQ(NetU16(std::string_view(printed(v))), v);
+      ASSERT_EQ(decoded<NetU16>(encoded(v)), v);
+      if (i % 64 < 2) {
+         ASSERT_NO_FATAL_FAILURE(expectRoundTrips(v));
+      }
       ASSERT_TRUE(i == 0 || NetU16(static_cast<U16>(i - 1)) < v);
    }
 }
