@@ -63,12 +63,9 @@ public:
 
    /// Adds the element unless the key is there; then nothing changes, and `second` is false. The
    /// value is read from or moved from only if it is added. Amortised O(1).
-   template <class V = Value>
-   std::pair<Value*, bool> insert(LookupKey key, V&& value) {
-      auto const [slot, added] = this->insertSlot(key, [&](void* where) {
-         new (where) Slot{Key(key), Value(std::forward<V>(value))};
-      });
-      return {&slot->value, added};
+   std::pair<Value*, bool> insert(LookupKey key, Value const& value) { return add(key, value); }
+   std::pair<Value*, bool> insert(LookupKey key, Value&& value) {
+      return add(key, std::move(value));
    }
 
    /// Removes the element and gives its value back, or nothing if there is none. O(1).
@@ -81,6 +78,14 @@ public:
    std::optional<Value> erase(Iterator const& it) { return take(this->slotOf(it)); }
 
 private:
+   template <class V>
+   std::pair<Value*, bool> add(LookupKey key, V&& value) {
+      auto const [slot, added] = this->insertSlot(key, [&](void* where) {
+         new (where) Slot{Key(key), std::forward<V>(value)};
+      });
+      return {&slot->value, added};
+   }
+
    std::optional<Value> take(Slot* slot) {
       std::optional<Value> value;
       this->eraseSlot(slot, [&](Slot& s) { value.emplace(std::move(s.value)); });

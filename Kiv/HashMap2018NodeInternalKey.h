@@ -50,11 +50,8 @@ public:
 
    /// Adds the value unless its key is there; then nothing changes, and `second` is false. The
    /// value is copied or moved from only if it is added. Amortised O(1).
-   template <class V = Value>
-   std::pair<Value*, bool> insert(V&& value) {
-      return this->insertSlot(KeyFunktor()(value),
-                              [&](void* where) { new (where) Value(std::forward<V>(value)); });
-   }
+   std::pair<Value*, bool> insert(Value const& value) { return add(value); }
+   std::pair<Value*, bool> insert(Value&& value) { return add(std::move(value)); }
 
    /// Removes the element and gives it back, or nothing if there is none. O(1).
    std::optional<Value> erase(LookupKey key) {
@@ -66,6 +63,12 @@ public:
    std::optional<Value> erase(Iterator const& it) { return take(this->slotOf(it)); }
 
 private:
+   template <class V>
+   std::pair<Value*, bool> add(V&& value) {
+      return this->insertSlot(KeyFunktor()(value),
+                              [&](void* where) { new (where) Value(std::forward<V>(value)); });
+   }
+
    std::optional<Value> take(Value* slot) {
       std::optional<Value> value;
       this->eraseSlot(slot, [&](Value& v) { value.emplace(std::move(v)); });

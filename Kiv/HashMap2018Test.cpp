@@ -261,7 +261,7 @@ TEST(HashMap2018, EqualSeedsAndKeysGiveEqualOrderWhateverTheHistory) {
 }
 
 TEST(HashMap2018UnsafeIterator, VisitsEachElementOnce) {
-   for (U64 const count : {0, 1, 2, 3, 8, 9, 16, 17, 1000}) {
+   for (U64 const count : std::vector<U64>{0, 1, 2, 3, 8, 9, 16, 17, 1000}) {
       Map map;
       for (U64 i = 0; i < count; ++i) {
          map.insert(i, i * 2);

@@ -76,8 +76,10 @@ public:
 
    /// Adds the element unless the key is there; then nothing changes, and `second` is false. The
    /// value is copied or moved from only if it is added.
-   template <class V = Value>
-   std::pair<Value*, bool> insert(LookupKey key, V&& value);
+   std::pair<Value*, bool> insert(LookupKey key, Value const& value) { return add(key, value); }
+   std::pair<Value*, bool> insert(LookupKey key, Value&& value) {
+      return add(key, std::move(value));
+   }
 
    /// Removes the element and gives its value back, or nothing if there is none.
    std::optional<Value> erase(LookupKey key) {
@@ -119,9 +121,12 @@ public:
 private:
    struct Node : Impl::RbNode {
       template <class V>
-      Node(LookupKey key, V&& value) : entry{Key(key), Value(std::forward<V>(value))} {}
+      Node(LookupKey key, V&& value) : entry{Key(key), std::forward<V>(value)} {}
       Entry entry;
    };
+
+   template <class V>
+   std::pair<Value*, bool> add(LookupKey key, V&& value);
 
    static AllocTrackTypeInfo& tracker() noexcept { return allocTrackerOf<RbTreeMap>; }
    static Node* nodeOf(Impl::RbNode* node) noexcept { return static_cast<Node*>(node); }
@@ -171,7 +176,7 @@ private:
 
 template <class Key, class Value>
 template <class V>
-std::pair<Value*, bool> RbTreeMap<Key, Value>::insert(LookupKey key, V&& value) {
+std::pair<Value*, bool> RbTreeMap<Key, Value>::add(LookupKey key, V&& value) {
    Impl::RbNode* parent = nullptr;
    Impl::RbNode* notBelow = nullptr;
    bool below = false;
@@ -226,16 +231,8 @@ public:
       node_ = node_ != nullptr ? Impl::rbNeighbour(node_, 0) : Impl::rbOutermost(map_->root_, 1);
       return *this;
    }
-   IteratorTo operator++(int) noexcept {
-      IteratorTo const old = *this;
-      ++*this;
-      return old;
-   }
-   IteratorTo operator--(int) noexcept {
-      IteratorTo const old = *this;
-      --*this;
-      return old;
-   }
+   IteratorTo operator++(int) noexcept { return std::exchange(*this, std::next(*this)); }
+   IteratorTo operator--(int) noexcept { return std::exchange(*this, std::prev(*this)); }
 
    bool operator==(IteratorTo const& other) const noexcept { return node_ == other.node_; }
 

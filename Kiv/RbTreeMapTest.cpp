@@ -25,7 +25,7 @@ std::vector<U64> keysOf(Map const& map) {
 
 TEST(RbTreeMap, IteratesInAscendingOrderBothWays) {
    Map map;
-   for (U64 const k : {5, 1, 9, 3, 7}) {
+   for (U64 const k : std::vector<U64>{5, 1, 9, 3, 7}) {
       map.insert(k, k);
    }
    EXPECT_EQ(keysOf(map), (std::vector<U64>{1, 3, 5, 7, 9}));

@@ -37,10 +37,8 @@ namespace Sarn {
 /// - A chunk whose last element has been taken is released: an empty queue holds no memory.
 ///
 /// Sixteen bytes while empty. Enqueuing and dequeuing take O(1), reaching an element by its number
-/// O(chunks), which is O(log n) up to sixteen thousand elements. References to elements are good
-/// until the element is taken. If allocation or a copy throws, nothing has changed.
-///
-/// Threads: belongs to one thread; several may read while none changes it.
+/// O(chunks). References are good until their element is taken. If allocation or a copy throws,
+/// nothing has changed. Belongs to one thread; several may read while none changes it.
 template <class T>
 class RQueue {
    using Chunk = Impl::RQueueChunk<T>;
@@ -54,7 +52,6 @@ public:
       T const& value;
    };
    class Iterator;
-
    using Value = T;
 
    constexpr RQueue() noexcept = default;
@@ -72,7 +69,6 @@ public:
 
    /// Takes the front element and returns it; `T()` if the queue is empty.
    T deq();
-
    /// The first and the last value; `T()` if the queue is empty.
    T front() const { return empty() ? T() : *chunks_.front()->slot(chunks_.front()->first); }
    T back() const { return empty() ? T() : *chunks_.back()->slot(chunks_.back()->end - 1u); }
@@ -240,7 +236,6 @@ public:
 
 private:
    friend RQueue;
-
    explicit Iterator(RQueue const& queue) noexcept : queue_(&queue) { take(queue.chunks_.front()); }
    void take(Chunk const* chunk) noexcept {
       chunk_ = chunk;
