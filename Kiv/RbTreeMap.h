@@ -137,7 +137,7 @@ private:
    Impl::RbNode* lowerNode(LookupKey key) const {
       Impl::RbNode* found = nullptr;
       for (Impl::RbNode* node = root_; node != nullptr;) {
-         // No branch on the comparison: half of the guesses would be wrong.
+         // No branch on the comparison: of keys in random order half would be guessed wrong.
          bool const below = keyOf(node) < key;
          found = below ? found : node;
          node = node->child[below];
