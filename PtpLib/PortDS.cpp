@@ -55,7 +55,7 @@ void PortDS::maybeClearCounters() {
    if (!initialized() || lastClearTime() > clearCountersRequestTime()) {
       return;
    }
-   // Not a reset: readers take the step of this counter for the sign that a clear is under way.
+   // Deliberate: this counter is stepped by a clear, not reset by it.
    syncMessageReceivedInc(1);
    stpDiscardedRxMessagesCountIs(0);
    stpDiscardedTxMessagesCountIs(0);
