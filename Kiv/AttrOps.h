@@ -36,6 +36,7 @@ public:
    /// `erased`: the key's former element was removed since the reader was last told.
    virtual void insert(void const* key, bool erased) = 0;
    virtual void remove(void const* key) = 0;
+   virtual bool has(void const* key) const = 0;
    virtual std::size_t size() const = 0;
    /// Calls `write(context, key, erased)` for key after key, in the set's order, and does with
    /// each key as it says. Returns whether the set is empty at the end.
@@ -76,8 +77,8 @@ struct CollectionOps {
    /// Creates or finds the child that a received creation names. An existing child with other
    /// constant arguments is replaced.
    Sarn::Ptr<Entity> (*applyCreate)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
-   /// Removes every element whose key is not in `seen`; takes `seen` over.
-   void (*delUnseen)(Entity& owner, DirtyKeys* seen);
+   /// Removes every element whose key is not in `seen` when its turn comes.
+   void (*delUnseen)(Entity& owner, DirtyKeys const& seen);
 };
 
 struct ChildOps {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <exception>
+#include <memory>
 #include <tuple>
 #include <variant>
 
@@ -97,6 +99,30 @@ struct SingleOps {
    }();
 };
 
+/// Keeps the first exception of several steps that must all be taken: those of observers, which
+/// come when a step has done its work.
+class FirstException {
+public:
+   template <class Step>
+   void attempt(Step&& step) {
+      try {
+         step();
+      } catch (...) {
+         if (first_ == nullptr) {
+            first_ = std::current_exception();
+         }
+      }
+   }
+   void rethrow() const {
+      if (first_ != nullptr) {
+         std::rethrow_exception(first_);
+      }
+   }
+
+private:
+   std::exception_ptr first_;
+};
+
 /// A set of dirty keys: which ones, and of each whether its former element was removed.
 template <class K>
 class DirtyKeySet final : public DirtyKeys {
@@ -112,7 +138,7 @@ public:
       keys_.erase(*static_cast<K const*>(key));
       erased_.erase(*static_cast<K const*>(key));
    }
-   bool has(K const& key) const { return keys_.has(key); }
+   bool has(void const* key) const override { return keys_.has(*static_cast<K const*>(key)); }
    std::size_t size() const override { return keys_.size(); }
    bool flush(void* context, DirtyKeyResult (*write)(void*, void const*, bool)) override {
       for (auto at = keys_.iterator(); at; ++at) {
@@ -148,7 +174,9 @@ public:
       }
    }
    void remove(void const* key) override { keys_.erase(*static_cast<K const*>(key)); }
-   bool has(K const& key) const { return keys_.find(key) != nullptr; }
+   bool has(void const* key) const override {
+      return keys_.find(*static_cast<K const*>(key)) != nullptr;
+   }
    std::size_t size() const override { return keys_.size(); }
    bool flush(void* context, DirtyKeyResult (*write)(void*, void const*, bool)) override {
       while (keys_.size() != 0) {
@@ -250,14 +278,15 @@ struct KeyedOps {
          return Self::erase(owner, key);
       }
    }
-   static void delUnseen(Entity& owner, DirtyKeys* seen) {
-      auto const* const keys = static_cast<typename Self::Keys const*>(seen);
+   static void delUnseen(Entity& owner, DirtyKeys const& seen) {
+      FirstException thrown;
       for (auto at = checkedIterator(Self::map(owner)); at; ++at) {
-         if (!keys->has(at.key())) {
-            Self::erase(owner, at.key());
+         typename Self::K const key = at.key();
+         if (!seen.has(&key)) {
+            thrown.attempt([&] { Self::erase(owner, key); });
          }
       }
-      delete seen;
+      thrown.rethrow();
    }
    template <class K>
    static void saw(DirtyKeys* seen, K const& key) {
@@ -447,10 +476,13 @@ struct ChildrenOps
       try {
          return make(owner, args);
       } catch (MutatorReinstValException const&) {
-         // The source has another child under this key than the mirror: it replaces ours.
-         erase(owner, std::get<0>(args));
-         return make(owner, args);
       }
+      // The source has another child under this key than the mirror: it replaces ours.
+      FirstException thrown;
+      thrown.attempt([&] { erase(owner, std::get<0>(args)); });
+      Sarn::Ptr<Entity> child = make(owner, args);
+      thrown.rethrow();
+      return child;
    }
 
    static constexpr CollectionOps collection = [] {
@@ -521,22 +553,34 @@ struct QueueMemberOps {
       T const value = ValueOps<T>::decode(in);
       in.expectEnd();
       Q& q = queue(owner);
+      FirstException thrown;
       if (q.nextSequence() != sequence) {
-         queueDelAll(owner, id, q);
+         dropTo(owner, q.nextSequence(), thrown);
          q.forceSequenceNumber(sequence);
       }
-      queueEnq(owner, id, q, value);
+      thrown.attempt([&] { queueEnq(owner, id, q, value); });
+      thrown.rethrow();
    }
    static void applyFront(Entity& owner, U32 sequence) {
       Q& q = queue(owner);
-      while (!q.empty() && static_cast<S32>(sequence - q.frontSequence()) > 0) {
-         queueDeq(owner, id, q);
-      }
+      FirstException thrown;
+      dropTo(owner, sequence, thrown);
       if (!q.empty() && q.frontSequence() != sequence) {
-         queueDelAll(owner, id, q);
+         dropTo(owner, q.nextSequence(), thrown);
       }
-      if (q.empty()) {
+      if (q.empty() && q.nextSequence() != sequence) {
          q.forceSequenceNumber(sequence);
+         thrown.attempt([&] {
+            owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>);
+         });
+      }
+      thrown.rethrow();
+   }
+   /// Takes out the elements before `sequence`.
+   static void dropTo(Entity& owner, U32 sequence, FirstException& thrown) {
+      Q& q = queue(owner);
+      while (!q.empty() && static_cast<S32>(sequence - q.frontSequence()) > 0) {
+         thrown.attempt([&] { queueDeq(owner, id, q); });
       }
    }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <type_traits>
 
 #include "Kiv/AllocTrack.h"
@@ -246,6 +247,7 @@ void childrenDelAll(Entity& owner, AttributeId id, Map& map) {
       map.clear();
       return;
    }
+   Sarn::Ptr<Entity> const alive(&owner);  // an observer may drop the last reference
    for (auto at = checkedIterator(map); at; ++at) {
       childrenDel(owner, id, map, at.key());
    }
@@ -270,6 +272,22 @@ void checkReinstVal(Entity const& owner, AttributeId collection, Entity const& c
 
 // Keyed collections of values. `Map` is `HashMap2018` or `RbTreeMap`.
 
+namespace Impl {
+/// Publishes the update of an element. A key that lies in the element, as an iterator gives it, is
+/// copied: an observer may remove the element while others are still to be told.
+template <class Map, class K, class V>
+void publishUpdate(Entity& owner, AttributeId id, K const& key, V const* stored, V const& old) {
+   auto const distance =
+         reinterpret_cast<std::uintptr_t>(stored) - reinterpret_cast<std::uintptr_t>(&key);
+   if (distance < sizeof(typename Map::Entry)) [[unlikely]] {
+      K const own = key;
+      owner.publishChangeRecursive(id, &own, &old, &keysEqual<K>);
+   } else {
+      owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
+   }
+}
+}  // namespace Impl
+
 /// *xIs(key, value)*.
 template <class Map, class K, class V>
 void mapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value) {
@@ -279,7 +297,7 @@ void mapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value
       owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
    } else if (!(*stored == value)) {
       V const old = std::exchange(*stored, value);
-      owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
+      Impl::publishUpdate<Map>(owner, id, key, stored, old);
    }
 }
 
@@ -321,6 +339,7 @@ void mapDelAll(Entity& owner, AttributeId id, Map& map) {
       map.clear();
       return;
    }
+   Sarn::Ptr<Entity> const alive(&owner);
    for (auto at = checkedIterator(map); at; ++at) {
       mapDel<V, Map, K>(owner, id, map, at.key());
    }
@@ -351,6 +370,7 @@ void queueDelAll(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue) {
       queue.doClear();
       return;
    }
+   Sarn::Ptr<Entity> const alive(&owner);
    while (!queue.empty()) {
       queueDeq(owner, id, queue);
    }

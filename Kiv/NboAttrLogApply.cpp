@@ -10,6 +10,7 @@ namespace Kiv::NboAttrLog {
 
 void Session::received(U8 const* bytes, std::size_t size) {
    stats_.bytesIn += size;
+   inside_ = Sarn::Publisher::running();
    // Whatever an observer throws, what was not looked at yet is kept for the next call.
    if (in_.empty()) {
       struct Keep {
@@ -46,6 +47,10 @@ void Session::parse(U8 const* bytes, std::size_t size) {
       U32 const word = head.nextU32();
       U32 const handle = head.nextU32();
       Header const header{static_cast<Opcode>(word >> 24), word & 0xffffff, handle, head.nextU16()};
+      if (!greeted_ && header.opcode != Opcode::hello) [[unlikely]] {
+         close("the peer does not begin with the attribute log's greeting");
+         return;
+      }
       if (header.bodySize > hub_.limits_.longestMessage) [[unlikely]] {
          close(describe(header) + ": a message of " + std::to_string(header.bodySize) +
                " bytes exceeds the bound of " + std::to_string(hub_.limits_.longestMessage));
@@ -62,11 +67,7 @@ void Session::parse(U8 const* bytes, std::size_t size) {
       try {
          apply(header, in);
       } catch (Exception const& error) {
-         hub_.applying_ = {};
          close(describe(header) + ": " + error.what());
-      } catch (...) {
-         hub_.applying_ = {};
-         throw;
       }
    }
 }
@@ -85,9 +86,6 @@ Sarn::String Session::describe(Header const& header) const {
 }
 
 void Session::apply(Header const& header, In& in) {
-   if (!greeted_ && header.opcode != Opcode::hello) [[unlikely]] {
-      in.fault("the peer does not begin with a greeting");
-   }
    switch (header.opcode) {
       case Opcode::set:
       case Opcode::element:
@@ -123,7 +121,7 @@ void Session::apply(Header const& header, In& in) {
          U32 const token = in.nextU32();
          in.expectEnd();
          checkRoomForAnswer(in);
-         pendingEnq(Opcode::synced, token, {}, 0);
+         pendingEnq(Opcode::synced, token, {}, dirtySequence_);
          return;
       }
       case Opcode::listRoots:
@@ -159,7 +157,8 @@ void Session::applyToEntity(Header const& header, In& in) {
    }
    Incoming& target = incoming_[place];
    if (!target.entity) [[unlikely]] {
-      return;  // it was deleted here while the message was on its way
+      applyToNobody(header, in);
+      return;
    }
    Entity& entity = *target.entity;
    // A setter has done its work when observers run; what takes several steps keeps the entity.
@@ -174,9 +173,10 @@ void Session::applyToEntity(Header const& header, In& in) {
    }
    struct Applying {
       Hub& hub;
-      ~Applying() { hub.applying_ = {}; }
-   } const applying{hub_};
-   hub_.applying_ = {this, &entity, header.attribute};
+      Hub::Applying outer;
+      ~Applying() { hub.applying_ = outer; }
+   } const applying{hub_, hub_.applying_};
+   hub_.applying_ = {this, inside_};
    MemberKind const kind = field->kind;
    bool const keyed = kind == MemberKind::map || kind == MemberKind::ordered;
    bool const entities = kind == MemberKind::child || kind == MemberKind::children;
@@ -205,20 +205,14 @@ void Session::applyToEntity(Header const& header, In& in) {
             return;
          }
          break;
-      case Opcode::enqueue:
-      case Opcode::front:
+      default:
          if (kind == MemberKind::queue) {
-            U32 const sequence = in.nextU32();
-            if (header.opcode == Opcode::enqueue) {
-               field->ops->queue->applyEnq(entity, sequence, in);
-            } else {
-               in.expectEnd();
-               field->ops->queue->applyFront(entity, sequence);
-            }
+            applyToQueue(entity, *field, header, in);
             return;
          }
-         break;
-      default:
+         if (header.opcode != Opcode::collectionBegin && header.opcode != Opcode::collectionEnd) {
+            break;
+         }
          if (keyed || kind == MemberKind::children) {
             applyCollectionMarker(entity, *field, header, in);
             return;
@@ -226,6 +220,80 @@ void Session::applyToEntity(Header const& header, In& in) {
    }
    in.fault("a message of kind " + std::to_string(static_cast<unsigned>(header.opcode)) +
             " does not fit the attribute");
+}
+
+/// Who serves a queue gives the numbers: what a writer has done to a queue that was another
+/// meanwhile is done as well as it can be, and the writer gets the whole queue.
+void Session::applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header,
+                           In& in) {
+   QueueOps const& queue = *field.ops->queue;
+   bool const ours = serves(entity);
+   if (header.opcode == Opcode::collectionEnd) {
+      in.expectEnd();
+      if (!ours) {
+         in.fault("the peer asks for a queue that it serves itself");
+      }
+      markWhole(entity, field);
+      return;
+   }
+   if (ours) {
+      bool const behind = changesSent_ != changesAcked_ || !upToDate();
+      if (!applyToServedQueue(entity, queue, header, in) || behind) {
+         markWhole(entity, field);
+      }
+      return;
+   }
+   FlowOut const* const flow = flowOutOf(entity);
+   bool const changed = flow != nullptr && flow->kivIsDirty(field.fieldId);
+   if ((!applyToMirroredQueue(entity, queue, header, in) || changed) && writes(entity)) {
+      markWhole(entity, field);
+   }
+}
+
+/// False unless the queue is now what the peer's was when it wrote.
+bool Session::applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header,
+                                 In& in) {
+   U32 const sequence = in.nextU32();
+   U32 const next = queue.nextSequence(entity);
+   if (header.opcode == Opcode::enqueue) {
+      queue.applyEnq(entity, next, in);
+      return sequence == next;
+   }
+   in.expectEnd();
+   if (header.opcode == Opcode::collectionBegin) {
+      queue.applyFront(entity, next);
+   }
+   if (static_cast<S32>(sequence - queue.frontSequence(entity)) > 0) {
+      queue.applyFront(entity, sequence);
+   }
+   return sequence == queue.frontSequence(entity);
+}
+
+bool Session::applyToMirroredQueue(Entity& entity, QueueOps const& queue, Header const& header,
+                                   In& in) {
+   U32 const sequence = in.nextU32();
+   U32 const next = queue.nextSequence(entity);
+   if (header.opcode == Opcode::enqueue) {
+      queue.applyEnq(entity, sequence, in);
+      return sequence == next;
+   }
+   in.expectEnd();
+   U32 const front = queue.frontSequence(entity);
+   if (header.opcode == Opcode::collectionBegin) {
+      queue.applyFront(entity, next);
+   }
+   queue.applyFront(entity, sequence);
+   return header.opcode == Opcode::collectionBegin || sequence - front <= next - front;
+}
+
+/// The entity was deleted here while the message was on its way. What the message introduces is
+/// nobody too.
+void Session::applyToNobody(Header const& header, In& in) {
+   if (header.opcode == Opcode::create) {
+      U32 const handle = in.nextU32();
+      checkHandle(handle, in);
+      map(handle, nullptr, true);
+   }
 }
 
 void Session::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
@@ -246,6 +314,11 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
    bool const writable = target.writable;
    U32 const handle = in.nextU32();
    checkHandle(handle, in);
+   struct Creating {
+      Session& session;
+      ~Creating() { session.createHandle_ = 0; }
+   } const creating{*this};
+   createHandle_ = handle;
    Sarn::Ptr<Entity> child;
    if (field.kind == MemberKind::children) {
       child = field.ops->collection->applyCreate(*owner, in, seenKeys(*owner, field));
@@ -257,13 +330,16 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
       in.expectEnd();
       child = field.ops->child->is(*owner, {});
    }
-   map(handle, child.get(), writable);
+   if (!closed_) {
+      bool const there = child->parent() == owner.get();  // an observer may have removed it
+      map(handle, there ? child.get() : nullptr, writable);
+   }
 }
 
 DirtyKeys* Session::seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept {
    for (std::size_t i = open_.size(); i-- != 0;) {
       if (open_[i].entity == &entity && open_[i].field == &field) {
-         return open_[i].seen;
+         return open_[i].seen.get();
       }
    }
    return nullptr;
@@ -285,17 +361,26 @@ void Session::applyCollectionMarker(Entity& entity, FieldDescriptor const& field
       }
       // What is empty has nothing that could be left over at the end.
       bool const empty = field.ops->collection->size(entity) == 0;
-      open_.push_back({Sarn::Ptr<Entity>(&entity), &field,
-                       empty ? nullptr : field.ops->collection->newDirtyKeys()});
+      open_.push_back({&entity, &field,
+                       std::shared_ptr<DirtyKeys>(
+                             empty ? nullptr : field.ops->collection->newDirtyKeys())});
       return;
    }
    if (at == open_.size()) {
       in.fault("the collection's replay has not begun");
    }
-   DirtyKeys* const seen = open_[at].seen;
-   open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(at));
-   if (seen != nullptr) {
-      field.ops->collection->delUnseen(entity, seen);
+   // It stays open meanwhile: what observers add must not be taken for left over.
+   if (std::shared_ptr<DirtyKeys> const seen = open_[at].seen) {
+      struct Close {
+         std::vector<OpenCollection>& open;
+         DirtyKeys const* seen;
+         ~Close() {
+            std::erase_if(open, [this](OpenCollection const& o) { return o.seen.get() == seen; });
+         }
+      } const close{open_, seen.get()};
+      field.ops->collection->delUnseen(entity, *seen);
+   } else {
+      open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(at));
    }
 }
 
@@ -313,7 +398,7 @@ void Session::applyHello(In& in) {
                4);
    }
    for (U32 left = in.nextU32(); left != 0; --left) {
-      std::string_view const name = in.nextString();
+      std::string_view const name = in.nextValidString(longestName);
       U32 const hash = in.nextU32();
       KivModule const* const module = moduleByName(name);
       if (module != nullptr && module->hash() != hash) {
@@ -337,8 +422,8 @@ void Session::applyMount(In& in) {
    if (mode > static_cast<U8>(MountMode::writer)) {
       in.fault("there is no mount mode " + std::to_string(mode), 1);
    }
-   std::string_view const type = in.nextString();
-   std::string_view const name = in.nextString();
+   std::string_view const type = in.nextValidString(longestName);
+   std::string_view const name = in.nextValidString(longestName);
    in.expectEnd();
    if (served_.size() + pending_.size() > hub_.limits_.nesting) {
       in.fault("more than " + std::to_string(hub_.limits_.nesting) + " mounts");
@@ -355,16 +440,8 @@ void Session::applyMount(In& in) {
          return;
       }
    }
-   U32 const handle = root->entity().streamHandle();
-   if (!write(Opcode::replayBegin, 4, handle, 0, [id](Out& out) { out.writeU32(id); })) {
-      pendingEnq(Opcode::refused, id, "the connection is not read", 0);
-      return;
-   }
-   introducedIs(handle, true);
    served_.push_back({root, id, static_cast<MountMode>(mode)});
-   root->subscribers.push_back(this);
    ++root->users;
-   descendInto(root->entity(), false);
 }
 
 void Session::applyMountState(Header const& header, In& in) {
@@ -430,8 +507,10 @@ void Session::applyBind(Header const& header, In& in) {
    for (Served const& served : served_) {
       writer = writer || (&served.root->entity() == root && served.mode == MountMode::writer);
    }
-   for (Mount const& mount : mounts_) {
-      writer = writer || mount.root_.get() == root;  // the source has found out which child we made
+   for (Mount const& mount : mounts_) {  // the source tells its own handle for a child of ours
+      bool const followed =
+            mount.state_ == Mount::State::replaying || mount.state_ == Mount::State::complete;
+      writer = writer || (followed && mount.root_.get() == root);
    }
    if (!writer) {
       Sa::throwWriteUpdateFromReadOnlyProxyException(*entity, header.attribute);
@@ -449,14 +528,16 @@ void Session::checkHandle(U32 handle, In const& in) const {
 void Session::map(U32 handle, Entity* entity, bool writable) {
    U32 const place = HandleTable::place(handle);
    if (place >= incoming_.size()) {
-      incoming_.resize(std::max<std::size_t>(place + 1, incoming_.size() * 2));
+      std::size_t const wanted = std::max<std::size_t>(place + 1, incoming_.size() * 2);
+      incoming_.resize(std::min<std::size_t>(wanted, hub_.limits_.entities));
    }
    Incoming& entry = incoming_[place];
-   if (entry.entity) {
+   if (entry.entity && entry.entity.get() != entity) {
       U64 const before = reinterpret_cast<U64>(entry.entity.get());
       U32 const* const known = incomingHandles_.find(before);
       if (known != nullptr && *known == entry.handle) {
          incomingHandles_.erase(before);
+         closeCollections(*entry.entity);
       }
    }
    entry.handle = handle;
@@ -472,12 +553,18 @@ void Session::map(U32 handle, Entity* entity, bool writable) {
    }
 }
 
+/// What is gone, or the peer's no longer, is not replayed to its end.
+void Session::closeCollections(Entity const& entity) noexcept {
+   std::erase_if(open_, [&entity](OpenCollection const& open) { return open.entity == &entity; });
+}
+
 void Session::unmapTree(Entity& entity) {
    U64 const key = reinterpret_cast<U64>(&entity);
    if (U32 const* const handle = incomingHandles_.find(key)) {
       incoming_[HandleTable::place(*handle)].entity.reset();
       incomingHandles_.erase(key);
    }
+   closeCollections(entity);
    forEachChild(entity,
                 [this](Entity& child, FieldDescriptor const&, void const*) { unmapTree(child); });
 }

@@ -98,6 +98,9 @@ void FdConnection::read() {
 }
 
 void FdConnection::write() {
+   if (session_.closed()) {
+      session_.close(session_.closeReason());  // a change that could not be written closed it
+   }
    for (;;) {
       CircularBuffer::Piece const first = session_.output();
       CircularBuffer::Piece const second = session_.outputBehind();

@@ -195,28 +195,28 @@ void Hub::Root::onChange(Change const& change) {
    if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
       return;
    }
+   Session* const from = hub_.applying_.session != nullptr ? madeBy(change) : nullptr;
+   // Of queues the session keeps account itself, since their changes build on each other.
+   bool const skips =
+         from != nullptr && (field->kind == MemberKind::queue || !from->mustEcho(*this));
+   Session* const skipped = skips ? from : nullptr;
    if (field->kind == MemberKind::single) {
-      onSingle(entity, *field);
+      onSingle(entity, *field, skipped);
    } else {
-      onOther(entity, *field, change);
-   }
-   if (hub_.applying_.entity == &entity && hub_.applying_.attribute == change.attributeId) {
-      hub_.applying_ = {};
+      onOther(entity, *field, change, from, skipped);
    }
 }
 
-bool Hub::Root::skips(Session& session, Entity const& entity,
-                      AttributeId attribute) const noexcept {
-   Applying const& applying = hub_.applying_;
-   return applying.session == &session && applying.entity == &entity &&
-          applying.attribute == attribute && !session.behindPeer();
+Session* Hub::Root::madeBy(Change const& change) const noexcept {
+   bool const direct = Sarn::Publisher::madeInside(change) == hub_.applying_.inside;
+   return direct ? hub_.applying_.session : nullptr;
 }
 
-void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field) {
+void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field, Session const* skipped) {
    U8 const* encoded = nullptr;
    std::size_t size = 0;
    for (Session* const session : subscribers) {
-      if (session->closed() || skips(*session, entity, field.fieldId)) {
+      if (session->closed() || session == skipped) {
          continue;
       }
       if (session->live() && session->reach(entity)) {
@@ -242,7 +242,8 @@ void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field) {
    }
 }
 
-void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change const& change) {
+void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change const& change,
+                        Session* from, Session* skipped) {
    bool const holdsEntities = field.kind == MemberKind::child || field.kind == MemberKind::children;
    Entity* removed = nullptr;
    if (holdsEntities) {
@@ -258,9 +259,17 @@ void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change con
             session->fail(hub_.tooManyEntities());
          }
       }
+      if (from != nullptr && change.oldValue == nullptr) {
+         if (present == nullptr) {
+            from->vanished(entity, field, change.key);
+         } else if (skipped != nullptr) {
+            skipped->created(*present);
+         }
+      }
    }
    for (Session* const session : subscribers) {
-      if (!session->closed() && !skips(*session, entity, field.fieldId)) {
+      if (!session->closed() && session != skipped) {
+         session->saw(entity, field, change.key);
          session->onChange(entity, field, change.key, removed);
       }
    }

@@ -100,11 +100,13 @@ private:
    void unregisterTree(Entity& entity);
    static void tagIs(Entity& entity, U32 handle) noexcept;
 
-   /// The change that a session is applying right now; told to everybody but that session.
+   /// The session that is applying a message right now. What the message changes is told to
+   /// everybody but that session; what observers change meanwhile, inside a publication of their
+   /// own, is told to it as well.
    struct Applying {
       Session* session = nullptr;
-      Entity* entity = nullptr;
-      AttributeId attribute = 0;
+      /// The publication inside which the message is applied; null as a rule.
+      void const* inside = nullptr;
    };
 
    Limits limits_;
@@ -131,9 +133,11 @@ public:
    U32 users = 0;
 
 private:
-   void onSingle(Entity& entity, FieldDescriptor const& field);
-   void onOther(Entity& entity, FieldDescriptor const& field, Change const& change);
-   bool skips(Session& session, Entity const& entity, AttributeId attribute) const noexcept;
+   void onSingle(Entity& entity, FieldDescriptor const& field, Session const* skipped);
+   void onOther(Entity& entity, FieldDescriptor const& field, Change const& change, Session* from,
+                Session* skipped);
+   /// The session whose message made `change`, or null.
+   Session* madeBy(Change const& change) const noexcept;
 
    Hub& hub_;
    Sarn::Ptr<NamedEntity> entity_;

@@ -17,6 +17,18 @@ FlowOut& Session::flowOut(Entity& entity) {
    return *flowOuts_[place];
 }
 
+FlowOut* Session::flowOutOf(Entity const& entity) const noexcept {
+   U32 const place = HandleTable::place(entity.streamHandle());
+   bool const any = entity.streamHandle() != 0 && place < flowOuts_.size();
+   return any ? flowOuts_[place].get() : nullptr;
+}
+
+bool Session::isDirtyKey(Entity const& entity, FieldDescriptor const& field, void const* key) {
+   FlowOut* const flow = flowOutOf(entity);
+   DirtyKeys const* const keys = flow != nullptr ? flow->dirtyKeys(field, false) : nullptr;
+   return keys != nullptr && keys->has(key);
+}
+
 void Session::flowOutDel(U32 place) noexcept {
    if (place >= flowOuts_.size() || flowOuts_[place] == nullptr) {
       return;
@@ -36,25 +48,42 @@ void Session::markDirty(Entity& entity, FieldDescriptor const& field, void const
       return;
    }
    // An entity that the peer does not know yet is replayed whole when it is introduced.
-   if (!introduced(entity.streamHandle()) &&
-       incomingHandles_.find(reinterpret_cast<U64>(&entity)) == nullptr) {
+   if (!known(entity)) {
       return;
    }
    ++stats_.changesDeferred;
    FlowOut& flow = flowOut(entity);
-   if (field.kind == MemberKind::queue && !flow.queueIsKnown(field.fieldId)) {
+   if (field.kind == MemberKind::queue) {
       QueueOps const& queue = *field.ops->queue;
       U32 const sequence = *static_cast<U32 const*>(key);
-      U32 const next = queue.nextSequence(entity);
-      // Up to this change the reader knows all: it misses this element, or nothing.
-      bool const enqueued = sequence == next - 1 && queue.size(entity) != 0;
-      flow.toldSequence(field.fieldId, enqueued ? sequence : next);
+      U32& told = flow.toldSequence(field.fieldId, queue.nextSequence(entity));
+      // An element that is here now is one that the reader misses. Others may be here already of
+      // which nobody has been told yet, so the last number says nothing.
+      if (queue.at(entity, sequence) != nullptr && static_cast<S32>(sequence - told) < 0) {
+         told = sequence;
+      } else if (sequence == queue.nextSequence(entity)) {  // numbered anew
+         flow.wholeCollectionIs(field.fieldId, true);
+      }
    } else if (field.kind == MemberKind::child) {
       flow.erasedIs(field.fieldId, flow.erased(field.fieldId) || erased);
-   } else if (key != nullptr && field.kind != MemberKind::queue) {
+   } else if (key != nullptr) {
       flow.dirtyKeys(field, true)->insert(key, erased);
    }
    flow.kivIsDirtyIs(field.fieldId, true);
+   queueDirty(flow);
+}
+
+void Session::markWhole(Entity& entity, FieldDescriptor const& field) {
+   if (closed_ || entity.streamHandle() == 0 || !known(entity)) {
+      return;
+   }
+   FlowOut& flow = flowOut(entity);
+   flow.wholeCollectionIs(field.fieldId, true);
+   flow.kivIsDirtyIs(field.fieldId, true);
+   queueDirty(flow);
+}
+
+void Session::queueDirty(FlowOut& flow) noexcept {
    if (!flow.queued) {
       flow.queued = true;
       flow.next = nullptr;
@@ -83,7 +112,13 @@ void Session::fill() {
          if (!runReplay(*walk_[walkDepth_ - 1])) {
             break;
          }
-      } else if (!writeReplayEnds() || !writePending()) {
+      } else if (!writeReplayEnds()) {
+         break;
+      } else if (Served* const next = nextReplay()) {
+         if (!beginReplay(*next)) {
+            break;
+         }
+      } else if (!writePending()) {
          break;
       } else if (firstDirty_ != nullptr) {
          if (!acknowledge() || !runReplay(*firstDirty_)) {
@@ -101,8 +136,9 @@ bool Session::runReplay(FlowOut& flow) {
    std::size_t const depth = walkDepth_;
    bool const walking = depth != 0 && walk_[depth - 1].get() == &flow;
    S32 rest = 0;
-   if (hub_.handles_.find(flow.handle) != nullptr) {
-      Entity& entity = flow.entity();
+   // What was removed from the tree while it was walked has nothing more to say.
+   if (Entity* const there = hub_.handles_.find(flow.handle)) {
+      Entity& entity = *there;
       if (!walking && !reach(entity)) {
          return false;
       }
@@ -111,6 +147,9 @@ bool Session::runReplay(FlowOut& flow) {
                                                                 flow.kivFlowOutBookmarkDeq(), flow);
    }
    assert(rest >= 0);
+   if (closed_) {
+      return false;
+   }
    if (rest != 0) {
       flow.kivFlowOutBookmarkEnq(static_cast<AttributeId>(rest));
       return walkDepth_ > depth;
@@ -126,8 +165,33 @@ bool Session::runReplay(FlowOut& flow) {
    return true;
 }
 
+Session::Served* Session::nextReplay() noexcept {
+   for (Served& served : served_) {
+      if (!served.begun) {
+         return &served;
+      }
+   }
+   return nullptr;
+}
+
+bool Session::beginReplay(Served& served) {
+   Entity& root = served.root->entity();
+   if (!write(Opcode::replayBegin, 4, root.streamHandle(), 0,
+              [&served](Out& out) { out.writeU32(served.id); })) {
+      return false;
+   }
+   served.begun = true;
+   introducedIs(root.streamHandle(), true);
+   served.root->subscribers.push_back(this);
+   descendInto(root, false);
+   return true;
+}
+
 bool Session::writeReplayEnds() {
    for (Served& served : served_) {
+      if (!served.begun) {
+         continue;
+      }
       if (!served.walked) {
          served.walked = true;
          served.endAfter = dirtySequence_;
@@ -212,16 +276,16 @@ Session::Write Session::replaySingle(FlowOut& flow, FieldDescriptor const& field
 
 Session::Write Session::replayChild(FlowOut& flow, FieldDescriptor const& field) {
    Entity* const child = field.ops->child->get(flow.entity());
-   bool const known = child != nullptr && introduced(child->streamHandle());
+   bool const told = child != nullptr && peerHas(*child);
    // A whole replay says that there is none, too: the mirror may hold one from before.
-   if ((child == nullptr || flow.erased(field.fieldId)) && !known) {
+   if ((child == nullptr || flow.erased(field.fieldId)) && !told) {
       if (writeErase(flow.entity(), field, nullptr) == Write::full) {
          return Write::full;
       }
       flow.erasedIs(field.fieldId, false);
    }
    bool descend = false;
-   if (child != nullptr && !known) {
+   if (child != nullptr && !told) {
       if (writeCreate(flow.entity(), field, *child) == Write::full) {
          return Write::full;
       }
@@ -249,7 +313,10 @@ Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& f
          continue;
       }
       Entity& child = *at->child();
-      if (introduced(child.streamHandle())) {
+      if (isDirtyKey(entity, field, at->key())) {
+         continue;  // erased and made since the replay began: both are told later
+      }
+      if (peerHas(child)) {
          // Known to the peer, which must not take it for gone at the collection's end.
          if (writeCreate(entity, field, child) == Write::full) {
             return Write::full;
@@ -310,7 +377,7 @@ DirtyKeyResult Session::writeDirtyKey(FlowOut& flow, FieldDescriptor const& fiel
    bool const children = field.kind == MemberKind::children;
    void const* const value = field.ops->collection->find(entity, key);
    Entity* const child = children ? field.ops->collection->findChild(entity, key) : nullptr;
-   if (child != nullptr && introduced(child->streamHandle())) {
+   if (child != nullptr && peerHas(*child)) {
       return DirtyKeyResult::written;
    }
    if ((value == nullptr || erased) && writeErase(entity, field, key) == Write::full) {
@@ -335,16 +402,31 @@ Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field)
    QueueOps const& queue = *field.ops->queue;
    U32 const front = queue.frontSequence(entity);
    U32 const next = queue.nextSequence(entity);
+   FlowOut* const own = flowOutOf(entity);
+   if (flow.wholeCollection(field.fieldId) && own == &flow && !serves(entity)) {
+      if (reserveMarker(Opcode::collectionEnd, flow, field) == Write::full) {
+         return Write::full;
+      }
+      flow.wholeCollectionIs(field.fieldId, false);
+      flow.toldSequence(field.fieldId, next) = next;
+      flow.kivIsDirtyIs(field.fieldId, false);
+      return Write::done;
+   }
    U32& told = flow.toldSequence(field.fieldId, front);
-   if (!write(Opcode::front, 4, flow.handle, field.fieldId,
+   bool const whole = flow.wholeCollection(field.fieldId);
+   if (!write(whole ? Opcode::collectionBegin : Opcode::front, 4, flow.handle, field.fieldId,
               [front](Out& out) { out.writeU32(front); })) {
       return Write::full;
    }
-   if (static_cast<S32>(told - front) < 0) {
+   flow.wholeCollectionIs(field.fieldId, false);
+   if (whole || static_cast<S32>(told - front) < 0) {
       told = front;
    }
    for (; told != next; ++told) {
       void const* const value = queue.at(entity, told);
+      if (value == nullptr) {
+         continue;
+      }
       bool const written = write(Opcode::enqueue, 4 + queue.elementSize(value), flow.handle,
                                  field.fieldId, [&](Out& out) {
                                     out.writeU32(told);
@@ -356,6 +438,12 @@ Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field)
    }
    flow.kivIsDirtyIs(field.fieldId, false);
    flow.kivHasSyncedIs(field.fieldId, true);
+   // An element must not be told twice: what changed during a whole replay has been told by it.
+   if (own != nullptr && own != &flow) {
+      own->toldSequence(field.fieldId, next) = next;
+      own->wholeCollectionIs(field.fieldId, false);
+      own->kivIsDirtyIs(field.fieldId, false);
+   }
    return Write::done;
 }
 

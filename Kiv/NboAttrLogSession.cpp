@@ -15,6 +15,14 @@ bool isChange(Opcode opcode) noexcept {
    return opcode >= Opcode::set && opcode <= Opcode::collectionEnd;
 }
 
+Entity const* rootOf(Entity const& entity) noexcept {
+   Entity const* at = &entity;
+   while (at->parent() != nullptr) {
+      at = at->parent();
+   }
+   return at;
+}
+
 }  // namespace
 
 Session::Session(Hub& hub, SessionListener* listener)
@@ -177,6 +185,20 @@ bool Session::reach(Entity& entity) {
    return true;
 }
 
+bool Session::serves(Entity const& entity) const noexcept {
+   Entity const* const root = rootOf(entity);
+   return std::any_of(served_.begin(), served_.end(),
+                      [root](Served const& s) { return &s.root->entity() == root; });
+}
+
+bool Session::writes(Entity const& entity) const noexcept {
+   Entity const* const root = rootOf(entity);
+   return std::any_of(mounts_.begin(), mounts_.end(), [root](Mount const& m) {
+      bool const follows = m.state_ == Mount::State::replaying || m.complete();
+      return follows && m.mode_ == MountMode::writer && m.root_.get() == root;
+   });
+}
+
 bool Session::mustEcho(Hub::Root const& root) const noexcept {
    bool const serves = std::any_of(served_.begin(), served_.end(),
                                    [&root](Served const& s) { return s.root == &root; });
@@ -198,7 +220,7 @@ void Session::vanished(Entity& entity, FieldDescriptor const& field, void const*
 void Session::forget(Entity& entity, U32 handle) {
    introducedIs(handle, false);
    flowOutDel(HandleTable::place(handle));
-   std::erase_if(open_, [&entity](OpenCollection const& open) { return open.entity == &entity; });
+   closeCollections(entity);
    if (U32 const* const theirs = incomingHandles_.find(reinterpret_cast<U64>(&entity))) {
       incoming_[HandleTable::place(*theirs)].entity.reset();
       incomingHandles_.erase(reinterpret_cast<U64>(&entity));
@@ -224,7 +246,7 @@ void Session::onChange(Entity& entity, FieldDescriptor const& field, void const*
       Entity* const present = field.kind == MemberKind::child
                                     ? field.ops->child->get(entity)
                                     : field.ops->collection->findChild(entity, key);
-      if (result == Write::done && present != nullptr && !known(*present)) {
+      if (result == Write::done && present != nullptr && !peerHas(*present)) {
          result = writeCreate(entity, field, *present);
          if (result == Write::done && descendInto(*present, true)) {
             fill();
@@ -242,6 +264,9 @@ void Session::onChange(Entity& entity, FieldDescriptor const& field, void const*
                         })
                         ? Write::done
                         : Write::full;
+      } else if (sequence == queue.nextSequence(entity)) {  // numbered anew
+         markWhole(entity, field);
+         fill();
       } else {
          result = write(Opcode::front, 4, entity.streamHandle(), field.fieldId,
                         [&](Out& out) { out.writeU32(queue.frontSequence(entity)); })
@@ -332,7 +357,7 @@ Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
 void Session::syncIs(U32 token) {
    if (!closed_) {
       pendingEnq(Opcode::sync, token, {}, dirtySequence_);
-      pump();
+      fill();
    }
 }
 
@@ -351,7 +376,7 @@ void Session::rootGone(Hub::Root& root) {
          ++at;
       }
    }
-   pump();
+   fill();
 }
 
 void Session::unsubscribe() {

@@ -101,7 +101,8 @@ public:
    /// Asks the peer for a root and mirrors it in `root`, whose type and name say which. In
    /// `MountMode::writer` local changes go to the peer as well.
    Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode = MountMode::reader);
-   /// The peer answers with `onSynced(token)` when it has applied everything written so far.
+   /// The peer answers with `onSynced(token)` when it has applied everything written so far. What
+   /// it had to tell by then arrives before its answer.
    void syncIs(U32 token);
    /// The peer answers with `onRoots` what roots it offers.
    void rootsAsk();
@@ -165,7 +166,7 @@ private:
       Entity* entity;
       FieldDescriptor const* field;
       /// The keys that were named; null if the collection was empty when the replay began.
-      std::unique_ptr<DirtyKeys> seen;
+      std::shared_ptr<DirtyKeys> seen;
    };
 
    // Writing: NboAttrLogSession.cpp
@@ -200,6 +201,16 @@ private:
    bool acknowledge();
    bool live() const noexcept { return upToDate() && !closed_; }
    bool copy(U8 const* message, std::size_t size);
+   /// Whether this session serves the root above the entity.
+   bool serves(Entity const& entity) const noexcept;
+   /// Whether changes of the entity go to the peer that serves it.
+   bool writes(Entity const& entity) const noexcept;
+   /// Whether the peer need not be told of a child. What it made itself it is told of again by who
+   /// serves the root, if at all, since others may have changed it meanwhile.
+   bool peerHas(Entity const& child) const noexcept {
+      return child.streamHandle() != 0 &&
+             (introduced(child.streamHandle()) || (known(child) && !serves(child)));
+   }
    /// Whether the peer may not know yet what it overwrites: then it is told of its own change as
    /// well, so that both ends have seen the same one last. Only who serves the root does so.
    bool mustEcho(Hub::Root const& root) const noexcept;
@@ -214,6 +225,9 @@ private:
    bool isDirtyKey(Entity const& entity, FieldDescriptor const& field, void const* key);
    void flowOutDel(U32 place) noexcept;
    void markDirty(Entity& entity, FieldDescriptor const& field, void const* key, bool erased);
+   /// The queue is to be told from the beginning, or asked for where the peer serves it.
+   void markWhole(Entity& entity, FieldDescriptor const& field);
+   void queueDirty(FlowOut& flow) noexcept;
    void pump();
    void fill();
    bool runReplay(FlowOut& flowOut);
@@ -240,6 +254,9 @@ private:
    void parse(U8 const* bytes, std::size_t size);
    void apply(Header const& header, In& in);
    void applyToEntity(Header const& header, In& in);
+   void applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header, In& in);
+   bool applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in);
+   bool applyToMirroredQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in);
    void applyErase(Entity& entity, FieldDescriptor const& field, In& in);
    void applyCreate(Incoming& target, FieldDescriptor const& field, In& in);
    void applyToNobody(Header const& header, In& in);
@@ -255,8 +272,17 @@ private:
    /// The peer calls `entity` by this handle from now on; null if it is gone already.
    void map(U32 handle, Entity* entity, bool writable);
    void unmapTree(Entity& entity);
+   void closeCollections(Entity const& entity) noexcept;
    void mountStateIs(Mount& mount, Mount::State state);
    DirtyKeys* seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept;
+   /// A key that was changed here while the peer replays the collection stays.
+   void saw(Entity const& entity, FieldDescriptor const& field, void const* key) {
+      if (!open_.empty()) {
+         if (DirtyKeys* const seen = seenKeys(entity, field)) {
+            seen->insert(key, false);
+         }
+      }
+   }
    Sarn::String describe(Header const& header) const;
 
    Hub& hub_;
