@@ -99,6 +99,27 @@ private:
                                             member.type.type->kind == TypeKind::floating);
       if (value && value->kind == Expr::Kind::name && isNumber && !isWord(value->text)) {
          constant(owner, *value);
+      } else if (value) {
+         constantsWithin(owner, *value);
+      }
+   }
+
+   /// Names among a value's arguments may be constants, or anything else that the argument's type
+   /// will tell.
+   void constantsWithin(Type const& owner, Expr& call) {
+      for (auto& arg : call.args) {
+         constantsWithin(owner, arg);
+         if (arg.kind != Expr::Kind::name || isWord(arg.text)) {
+            continue;
+         }
+         auto const qualifier = qualifierOf(arg.text);
+         auto const* scope = qualifier.empty() ? &owner : scope_.lookUp(qualifier, owner.nameSpace);
+         auto const* found =
+               scope == nullptr ? nullptr : scope->findInherited(lastPartOf(arg.text));
+         if (found != nullptr && found->kind == MemberKind::constant) {
+            arg.scope = qualifier.empty() ? declarerOf(owner, *found) : scope;
+            arg.target = found;
+         }
       }
    }
 

@@ -203,14 +203,9 @@ private:
       }
       if (expr.integer) {
          mustFit(expr, *expr.integer, type);
-      } else if (expr.kind != Expr::Kind::name || isWord(expr)) {
+      } else if (expr.scope == nullptr) {
          expected(expr, "a whole number of type " + type.name.text);
       }
-   }
-
-   /// Names of constants were reported, if unknown, when they were looked up.
-   static bool isWord(Expr const& expr) {
-      return expr.text == "true" || expr.text == "false" || expr.text == "infinity";
    }
 
    void mustFit(Expr const& expr, WideInteger number, Type const& type) {
@@ -228,7 +223,7 @@ private:
          followName(expr);
       } else if (isNumber) {
          expr.integer = wholeNumber(expr.text);
-      } else if (expr.kind != Expr::Kind::name || expr.text == "true" || expr.text == "false") {
+      } else if (expr.text != "infinity") {
          expected(expr, "a number or infinity");
       }
    }

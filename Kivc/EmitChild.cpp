@@ -2,13 +2,19 @@
 
 #include "Kivc/EmitMember.h"
 #include "Kivc/Layout.h"
+#include "Kivc/Scope.h"
 
 namespace kivc {
 
+/// The child's factory, as the owner's namespace sees it.
+std::string MemberEmitter::childFactory() const {
+   auto const qualifier = qualifierOf(names_.type(type()));
+   return (qualifier.empty() ? "" : qualifier + "::") + factoryName(type());
+}
+
 MemberCode MemberEmitter::child() const {
    auto const child = names_.type(type());
-   auto const factory = (type().nameSpace == owner_.nameSpace ? "" : type().nameSpace + "::") +
-                        factoryName(type());
+   auto const factory = childFactory();
    auto const slot = "*this, " + std::to_string(member_.id) + ", " + member_.name.text + "_, ";
    auto const make = member_.named ? "Kiv::namedChildIs(" + slot + "name, [&] { return " + factory +
                                            "(name); })"
@@ -68,8 +74,7 @@ MemberCode MemberEmitter::children() const {
    auto const child = names_.type(type());
    auto const key = elementParam(keyType());
    auto const upper = capitalized(member_.name.text);
-   auto const factory = (type().nameSpace == owner_.nameSpace ? "" : type().nameSpace + "::") +
-                        factoryName(type());
+   auto const factory = childFactory();
    auto const keyResult = names_.result(*type().keyMember());
 
    MemberCode code;

@@ -41,6 +41,7 @@ private:
    // EmitChild.cpp
    MemberCode child() const;
    MemberCode children() const;
+   std::string childFactory() const;
    std::string updateExisting() const;
    // EmitCollection.cpp
    MemberCode map() const;
