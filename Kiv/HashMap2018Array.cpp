@@ -57,15 +57,6 @@ U32 BucketArray::slotsNeeded(HashSizeStep newStep) noexcept {
    return next;
 }
 
-U32 BucketArray::occupiedFrom(U32 slot) const noexcept {
-   for (; slot < slotCount; slot += TagWindow::width) {
-      if (U32 const occupied = TagWindow(tags() + slot).occupied(); occupied != 0) {
-         return slot + static_cast<U32>(std::countr_zero(occupied));
-      }
-   }
-   return slotCount;
-}
-
 U32 BucketArray::rankOf(U32 slot) const noexcept {
    U32 rank = 0;
    for (U32 i = 0; i < slot; ++i) {

@@ -72,7 +72,14 @@ struct BucketArray {
       return static_cast<std::size_t>(U64{hash} >> shift);
    }
    /// The first occupied slot from `slot` on, or `slotCount`.
-   U32 occupiedFrom(U32 slot) const noexcept;
+   U32 occupiedFrom(U32 slot) const noexcept {
+      for (; slot < slotCount; slot += TagWindow::width) {
+         if (U32 const bits = TagWindow(tags() + slot).occupied(); bits != 0) {
+            return slot + static_cast<U32>(std::countr_zero(bits));
+         }
+      }
+      return slotCount;
+   }
    /// The first free slot from `slot` on, or `slotCount`.
    U32 freeFrom(U32 slot) const noexcept {
       U32 free = TagWindow(tags() + slot).free();

@@ -3,9 +3,12 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <memory>
 #include <random>
 #include <unordered_map>
 #include <vector>
+
+#include "Kiv/HashMap2018NodeInternalKey.h"
 
 /// `HashMap2018` beside `std::unordered_map` with the same hash function, keyed by ten significant
 /// bytes in sixteen, as a port's key is. Arguments are numbers of elements; times are per element.
@@ -80,8 +83,8 @@ Map filled(std::vector<PortKey> const& keys) {
    return m;
 }
 
-/// Looks up by keys in an order other than that of insertion. The lookups are independent, as they
-/// are when changes to many ports come in.
+/// Looks up in random order, by so many keys that no branch predictor learns them by heart. The
+/// lookups are independent, as they are when changes to many ports come in.
 template <class Map>
 void lookUp(benchmark::State& state, bool present) {
    auto const count = static_cast<std::size_t>(state.range(0));
@@ -89,19 +92,21 @@ void lookUp(benchmark::State& state, bool present) {
    std::vector<PortKey> absent(keys.begin() + static_cast<std::ptrdiff_t>(count), keys.end());
    keys.resize(count);
    Map const map = filled<Map>(keys);
-   std::vector<PortKey>& wanted = present ? keys : absent;
-   std::shuffle(wanted.begin(), wanted.end(), std::mt19937_64(7));
+   std::mt19937_64 random(7);
+   std::vector<PortKey> wanted(std::max<std::size_t>(count, 16'384));
+   for (PortKey& key : wanted) {
+      key = (present ? keys : absent)[random() % count];
+   }
    std::size_t found = 0;
    for (auto _ : state) {
       for (PortKey const& key : wanted) {
          found += map.find(key) != nullptr;
       }
    }
-   benchmark::DoNotOptimize(found);
-   if (found != (present ? count * state.iterations() : 0)) {
+   if (found != (present ? wanted.size() * state.iterations() : 0)) {
       state.SkipWithError("wrong number of hits");
    }
-   state.SetItemsProcessed(static_cast<std::int64_t>(count * state.iterations()));
+   state.SetItemsProcessed(static_cast<std::int64_t>(wanted.size() * state.iterations()));
 }
 
 template <class Map>
@@ -179,6 +184,89 @@ void BM_IterateChecked(benchmark::State& state) {
    state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
 }
 
+/// What a map of children points to: each found at its own place in memory, in no order of the
+/// map's.
+struct Object {
+   U64 key = 0;
+   U64 members[47] = {};
+
+   U64 sum() const { return key + members[7] + members[15] + members[23] + members[31]; }
+};
+struct ObjectKeyFunktor {
+   U64 operator()(std::unique_ptr<Object> const& object) const { return object->key; }
+};
+
+template <class Insert>
+void fillWithObjects(std::int64_t count, Insert&& insert) {
+   for (std::int64_t i = 0; i < count; ++i) {
+      auto object = std::make_unique<Object>();
+      object->key = static_cast<U64>(i);
+      insert(std::move(object));
+   }
+}
+
+/// Reads something of every child: what bringing a new reader up to date begins with.
+void BM_WalkChildrenStd(benchmark::State& state) {
+   std::unordered_map<U64, std::unique_ptr<Object>> map;
+   fillWithObjects(state.range(0), [&](std::unique_ptr<Object> object) {
+      U64 const key = object->key;
+      map.emplace(Kiv::hashSingleAttr(1, key), std::move(object));
+   });
+   for (auto _ : state) {
+      U64 total = 0;
+      for (auto const& [key, object] : map) {
+         total += object->sum();
+      }
+      benchmark::DoNotOptimize(total);
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
+/// The bare minimum: the objects in an array of pointers, walked in the order of memory.
+void BM_WalkChildrenInOrder(benchmark::State& state) {
+   std::vector<std::unique_ptr<Object>> objects;
+   fillWithObjects(state.range(0),
+                   [&](std::unique_ptr<Object> object) { objects.push_back(std::move(object)); });
+   for (auto _ : state) {
+      U64 total = 0;
+      for (auto const& object : objects) {
+         total += object->sum();
+      }
+      benchmark::DoNotOptimize(total);
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
+using Children = Kiv::HashMap2018NodeInternalKey<std::unique_ptr<Object>, ObjectKeyFunktor, 1>;
+
+void BM_WalkChildren(benchmark::State& state) {
+   Children map;
+   fillWithObjects(state.range(0),
+                   [&](std::unique_ptr<Object> object) { map.insert(std::move(object)); });
+   for (auto _ : state) {
+      U64 total = 0;
+      for (auto const& object : map) {
+         total += object->sum();
+      }
+      benchmark::DoNotOptimize(total);
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
+void BM_WalkChildrenChecked(benchmark::State& state) {
+   Children map;
+   fillWithObjects(state.range(0),
+                   [&](std::unique_ptr<Object> object) { map.insert(std::move(object)); });
+   for (auto _ : state) {
+      U64 total = 0;
+      for (auto it = map.iterator(); it; ++it) {
+         total += it.value()->sum();
+      }
+      benchmark::DoNotOptimize(total);
+   }
+   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
+}
+
 void sizes(benchmark::internal::Benchmark* b) {
    b->Arg(64)->Arg(10'000)->Arg(1'000'000);
 }
@@ -196,5 +284,9 @@ BENCHMARK(BM_Replace<Kiv2018>)->Apply(sizes);
 BENCHMARK(BM_Iterate<Std>)->Apply(sizes);
 BENCHMARK(BM_Iterate<Kiv2018>)->Apply(sizes);
 BENCHMARK(BM_IterateChecked)->Apply(sizes);
+BENCHMARK(BM_WalkChildrenInOrder)->Arg(10'000)->Arg(100'000);
+BENCHMARK(BM_WalkChildrenStd)->Arg(10'000)->Arg(100'000);
+BENCHMARK(BM_WalkChildren)->Arg(10'000)->Arg(100'000);
+BENCHMARK(BM_WalkChildrenChecked)->Arg(10'000)->Arg(100'000);
 
 }  // namespace

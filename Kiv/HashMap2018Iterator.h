@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cassert>
 #include <cstddef>
 #include <iterator>
@@ -173,6 +174,7 @@ public:
          tags_ = map.array_->tags();
          window_ = Table::slots(map.array_);
          occupied_ = Impl::TagWindow(tags_).occupied();
+         prefetchNextWindow();
          findWindow();
       }
    }
@@ -197,10 +199,27 @@ public:
 
 private:
    void findWindow() noexcept {
-      while (occupied_ == 0) {
-         tags_ += Impl::TagWindow::width;
-         window_ += Impl::TagWindow::width;
-         occupied_ = Impl::TagWindow(tags_).occupied();
+      if (occupied_ == 0) {
+         do {
+            tags_ += Impl::TagWindow::width;
+            window_ += Impl::TagWindow::width;
+            occupied_ = Impl::TagWindow(tags_).occupied();
+         } while (occupied_ == 0);
+         prefetchNextWindow();
+      }
+   }
+
+   /// At the start of a window has the objects fetched that the next one's pointers point to.
+   void prefetchNextWindow() const noexcept {
+      using Value = std::remove_cvref_t<decltype(Table::PolicyType::valueOf(*window_))>;
+      if constexpr (Impl::PointsToObject<Value>) {
+         if (left_ > static_cast<U32>(std::popcount(occupied_))) {
+            U32 bits = Impl::TagWindow(tags_ + Impl::TagWindow::width).occupied();
+            for (; bits != 0; bits &= bits - 1) {
+               Impl::prefetchObject(Table::PolicyType::valueOf(
+                     window_[Impl::TagWindow::width + static_cast<U32>(std::countr_zero(bits))]));
+            }
+         }
       }
    }
 
