@@ -570,9 +570,8 @@ struct QueueMemberOps {
       }
       if (q.empty() && q.nextSequence() != sequence) {
          q.forceSequenceNumber(sequence);
-         thrown.attempt([&] {
-            owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>);
-         });
+         thrown.attempt(
+               [&] { owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>); });
       }
       thrown.rethrow();
    }

@@ -361,9 +361,9 @@ void Session::applyCollectionMarker(Entity& entity, FieldDescriptor const& field
       }
       // What is empty has nothing that could be left over at the end.
       bool const empty = field.ops->collection->size(entity) == 0;
-      open_.push_back({&entity, &field,
-                       std::shared_ptr<DirtyKeys>(
-                             empty ? nullptr : field.ops->collection->newDirtyKeys())});
+      open_.push_back(
+            {&entity, &field,
+             std::shared_ptr<DirtyKeys>(empty ? nullptr : field.ops->collection->newDirtyKeys())});
       return;
    }
    if (at == open_.size()) {

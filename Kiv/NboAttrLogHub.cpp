@@ -102,6 +102,29 @@ void Hub::unregisterTree(Entity& entity) {
    });
 }
 
+void Hub::unregisterUntold() {
+   struct Context {
+      Hub& hub;
+      bool any;
+   } context{*this, true};
+   while (context.any) {  // what is found may have lost children itself
+      context.any = false;
+      Sarn::Publisher::forEachRunning(&context, [](void* c, Change const& change) {
+         auto& [hub, any] = *static_cast<Context*>(c);
+         Entity const& owner = entityOf(change);
+         FieldDescriptor const* const field = owner.kivType().field(change.attributeId);
+         bool const ofEntities = field != nullptr && (field->kind == MemberKind::child ||
+                                                      field->kind == MemberKind::children);
+         if (!ofEntities || change.oldValue == nullptr || owner.streamHandle() != 0) {
+            return;
+         }
+         Entity& removed = **static_cast<Sarn::Ptr<Entity> const*>(change.oldValue);
+         any = any || removed.streamHandle() != 0;
+         hub.unregisterTree(removed);
+      });
+   }
+}
+
 Hub::Root* Hub::find(std::string_view type, std::string_view name) const noexcept {
    for (auto const& root : roots_) {
       if (root->entity().kivType().name == type && root->entity().nameString() == name) {
@@ -140,6 +163,7 @@ void Hub::release(Root& root) {
       return;
    }
    unregisterTree(root.entity());
+   unregisterUntold();
    std::erase_if(roots_, [&root](auto const& at) { return at.get() == &root; });
 }
 
@@ -275,6 +299,7 @@ void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change con
    }
    if (removed != nullptr) {
       hub_.unregisterTree(*removed);
+      hub_.unregisterUntold();
    }
 }
 

@@ -98,6 +98,9 @@ private:
    bool registerTree(Entity& entity);
    Sarn::String tooManyEntities() const;
    void unregisterTree(Entity& entity);
+   /// The same for children that were taken out of what has been unregistered meanwhile: nobody
+   /// was told of that, since the change had no way up any more.
+   void unregisterUntold();
    static void tagIs(Entity& entity, U32 handle) noexcept;
 
    /// The session that is applying a message right now. What the message changes is told to

@@ -33,17 +33,18 @@ enum class Opcode : U8 {
    create,       ///< U32 handle of the child, then key and constructor arguments, or a child's name
    enqueue,      ///< U32 sequence, value
    front,        ///< U32 sequence of the first element that is left
-   /// A collection's replay begins. Of a queue: all its elements are gone; U32 sequence of the next.
+   /// A collection's replay begins. Of a queue: all its elements are gone; U32 sequence of the
+   /// next.
    collectionBegin,
    /// Keys that were not named since the beginning are gone. Of a queue: asks who serves it to
    /// replay it.
    collectionEnd,
-   bind,           ///< U32: the receiver's handle for the entity that the sender calls `handle`
-   ack,            ///< U32: changes received so far on this connection
-   sync,           ///< U32 token, comes back as
-   synced,         ///< U32 token
-   listRoots,      ///< nothing; asks for
-   roots,          ///< U32 count, then each offered root's type name and name
+   bind,       ///< U32: the receiver's handle for the entity that the sender calls `handle`
+   ack,        ///< U32: changes received so far on this connection
+   sync,       ///< U32 token, comes back as
+   synced,     ///< U32 token
+   listRoots,  ///< nothing; asks for
+   roots,      ///< U32 count, then each offered root's type name and name
    last_ = roots,
 };
 

@@ -48,6 +48,7 @@ struct Publisher::Frame {
    U32 end;
    /// A removal has left holes in the list of `at`.
    bool holes;
+   bool sourceGone;
 
    void enter(Publisher* publisher) noexcept {
       at = publisher;
@@ -86,6 +87,7 @@ Publisher::~Publisher() {
       if (frame->at == this || &frame->change.source == this) {
          frame->finish();
       }
+      frame->sourceGone = frame->sourceGone || &frame->change.source == this;
    }
    if (list_ != nullptr) {
       List::destroy(list_);
@@ -106,7 +108,7 @@ inline void Publisher::tell(Frame& frame) {
 void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
    auto* const outer = static_cast<Frame*>(topFrame);
-   Frame frame{outer, {*this, attributeId, key, oldValue, keyCompare}, nullptr, 0, 0, false};
+   Frame frame{outer, {*this, attributeId, key, oldValue, keyCompare}, nullptr, 0, 0, false, false};
    frame.enter(this);
    struct Pop {
       Frame* outer;
@@ -186,6 +188,14 @@ void const* Publisher::madeInside(Change const& change) noexcept {
       frame = frame->outer;
    }
    return frame->outer;
+}
+
+void Publisher::forEachRunning(void* context, void (*visit)(void* context, Change const& change)) {
+   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
+      if (!frame->sourceGone) {
+         visit(context, frame->change);
+      }
+   }
 }
 
 bool Publisher::hasSubtreeObserver() const noexcept {

@@ -92,6 +92,9 @@ public:
    /// The publication from inside which `change` was made, or null. REQUIRES: `change` is being
    /// told on this thread.
    static void const* madeInside(Change const& change) noexcept;
+   /// Calls `visit(context, change)` for each change that is being told on this thread, or has been
+   /// told to all but whose publication has not returned; not for those whose source is gone.
+   static void forEachRunning(void* context, void (*visit)(void* context, Change const& change));
 
 protected:
    /// Adds an observer behind the others, or before them when `first`. REQUIRES: it is not

@@ -1,0 +1,67 @@
+// Mirrors in one process, joined by pipes that carry as many bytes as chance allows.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Kiv/NboAttrLogSession.h"
+#include "KivTest/SimulationChange.h"
+
+namespace KivTest {
+
+/// A new root of a registered type that is made with a name alone.
+Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string_view type, std::string_view name);
+
+/// What is simulated beside changes, transport and drops.
+struct SimulationPlan {
+   /// The root's type, by name.
+   std::string type;
+   std::size_t readers = 1;
+   /// Mirrors that change the tree, too.
+   std::size_t writers = 0;
+   /// A mirror of the first reader's mirror.
+   bool relay = false;
+   /// Observers that make changes while they are told of some.
+   bool meddlers = false;
+   std::size_t steps = 150;
+};
+
+/// A source of a tree, and mirrors of it: random changes on every side that may make them, pipes
+/// that take 0 to n bytes at a time between small output buffers, ends that stop reading,
+/// connections that break at any byte and are made again. Whenever all have come to rest, every
+/// mirror must equal the source, all connections must be there and all mounts complete.
+///
+///    EXPECT_EQ(Simulation(plan, seed).run(), "");
+class Simulation {
+public:
+   Simulation(SimulationPlan const& plan, U64 seed);
+   ~Simulation();
+   Simulation(Simulation const&) = delete;
+   Simulation& operator=(Simulation const&) = delete;
+
+   /// What went wrong first; empty if nothing did.
+   std::string run();
+
+private:
+   struct Link;
+   struct Site;
+   class Meddler;
+
+   void linkIs(std::size_t server, std::size_t client, Kiv::NboAttrLog::MountMode mode);
+   void step();
+   void transport(Link& link, std::size_t most);
+   std::size_t carry(Kiv::NboAttrLog::Session& from, Kiv::NboAttrLog::Session& to,
+                     std::size_t most);
+   std::string rest();
+   std::string check();
+
+   SimulationPlan plan_;
+   Chance chance_;
+   Kiv::NboAttrLog::Limits limits_;
+   std::vector<std::unique_ptr<Site>> sites_;
+   std::vector<std::unique_ptr<Link>> links_;
+   std::size_t writable_ = 0;
+};
+
+}  // namespace KivTest

@@ -1,0 +1,243 @@
+#include "KivTest/SimulationChange.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Kiv/Types.h"
+
+namespace KivTest {
+
+namespace {
+
+using Kiv::AnyValue;
+using Kiv::Entity;
+using Kiv::FieldDescriptor;
+using Kiv::MemberKind;
+using Kiv::TypeImpl;
+
+/// Text forms of values of types whose encoded bytes are seldom good by chance.
+std::vector<std::string> const* textsOf(std::string_view type) {
+   static std::map<std::string, std::vector<std::string>, std::less<>> const all = {
+         {"Dorn::IntfId", {"\"\"", "Ethernet1", "Ethernet2", "Ethernet3/1", "Vlan7", "eth0"}},
+   };
+   auto const found = all.find(type);
+   return found == all.end() ? nullptr : &found->second;
+}
+
+class Changer {
+public:
+   explicit Changer(Chance& chance) : chance_(chance) {}
+
+   void change(Entity& root) {
+      std::vector<Entity*> all;
+      gather(root, all);
+      // The root has most of the members; half of the changes happen below it all the same.
+      Entity& entity = chance_.oneIn(2) ? root : *all[chance_.below(all.size())];
+      std::vector<FieldDescriptor const*> fields;
+      Kiv::forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
+         if (field.ops != nullptr && !field.has(FieldDescriptor::constant)) {
+            fields.push_back(&field);
+         }
+      });
+      if (!fields.empty()) {
+         Sarn::Ptr<Entity> const keep(&entity);  // an observer may remove it
+         change(entity, *fields[chance_.below(fields.size())]);
+      }
+   }
+
+private:
+   static void gather(Entity& entity, std::vector<Entity*>& all) {
+      all.push_back(&entity);
+      Kiv::forEachChild(entity, [&all](Entity& child, FieldDescriptor const&, void const*) {
+         gather(child, all);
+      });
+   }
+
+   /// Bytes that are often a good encoding of something small.
+   std::vector<U8> bytes(std::size_t size) {
+      std::vector<U8> all(size);
+      for (U8& byte : all) {
+         switch (chance_.below(8)) {
+            case 0:
+               byte = static_cast<U8>(chance_.below(256));
+               break;
+            case 1:
+            case 2:
+               byte = static_cast<U8>(chance_.below(5));
+               break;
+            default:
+               byte = 0;
+         }
+      }
+      return all;
+   }
+
+   /// Fills `value` with a random value of its type; the default one if chance gives none.
+   void draw(AnyValue& value) {
+      TypeImpl const& type = value.type();
+      if (std::vector<std::string> const* const texts = textsOf(type.name)) {
+         std::string const& text = (*texts)[chance_.below(texts->size())];
+         Kiv::CharRange range(text);
+         type.genericIfStrepToValue(value.room(), range);
+         value.constructed();
+         return;
+      }
+      for (int attempt = 0; attempt != 8; ++attempt) {
+         std::vector<U8> const encoded = bytes(64);
+         Kiv::NboAttrLog::In in(encoded.data(), encoded.data() + encoded.size());
+         try {
+            type.support->decode(value.room(), in);
+            value.constructed();
+            return;
+         } catch (Kiv::Exception const&) {
+         }
+      }
+      type.support->construct(value.room());
+      value.constructed();
+   }
+
+   /// The key of an element that is there, or with some luck of one that is not.
+   void drawKey(Entity& entity, FieldDescriptor const& field, AnyValue& key) {
+      Kiv::CollectionOps const& ops = *field.ops->collection;
+      std::size_t const size = ops.size(entity);
+      if (size == 0 || (size < most && chance_.oneIn(3))) {
+         draw(key);
+         return;
+      }
+      Kiv::IteratorStorage storage;
+      Kiv::CollectionIterator* const at = ops.iterator(entity, storage);
+      for (std::size_t left = chance_.below(size); left != 0; --left) {
+         at->next();
+      }
+      field.keyType->genericIfConstruct(key.room(), at->key());
+      key.constructed();
+      at->~CollectionIterator();
+   }
+
+   void change(Entity& entity, FieldDescriptor const& field) {
+      try {
+         switch (field.kind) {
+            case MemberKind::single:
+               changeSingle(entity, field);
+               break;
+            case MemberKind::child:
+               changeChild(entity, field);
+               break;
+            case MemberKind::children:
+            case MemberKind::map:
+            case MemberKind::ordered:
+               changeCollection(entity, field);
+               break;
+            case MemberKind::queue:
+               changeQueue(entity, field);
+               break;
+            case MemberKind::none:
+            case MemberKind::operation:
+               break;
+         }
+      } catch (Kiv::RangeException const&) {
+      }
+   }
+
+   void changeSingle(Entity& entity, FieldDescriptor const& field) {
+      if (field.ops->write != nullptr) {
+         AnyValue value(*field.type);
+         draw(value);
+         field.ops->write(&entity, value.get());
+      }
+   }
+
+   void changeChild(Entity& entity, FieldDescriptor const& field) {
+      static constexpr char const* names[] = {"one", "two", ""};
+      if (chance_.oneIn(2)) {
+         field.ops->child->del(entity);
+      }
+      if (!chance_.oneIn(3)) {
+         field.ops->child->is(entity, names[chance_.below(std::size(names))]);
+      }
+   }
+
+   void changeCollection(Entity& entity, FieldDescriptor const& field) {
+      Kiv::CollectionOps const& ops = *field.ops->collection;
+      if (chance_.oneIn(16)) {
+         ops.delAll(entity);
+         return;
+      }
+      AnyValue key(*field.keyType);
+      drawKey(entity, field, key);
+      std::size_t const action = chance_.below(8);
+      if (action < 2) {
+         ops.del(entity, key.get());
+      } else if (field.kind == MemberKind::children) {
+         if (action == 2) {
+            ops.del(entity, key.get());
+         }
+         create(entity, field, key.get());
+      } else {
+         AnyValue value(*field.type);
+         draw(value);
+         ops.is(entity, key.get(), value.get());
+      }
+   }
+
+   /// Through a creation message, since that is where the constructor's arguments are untyped. A
+   /// child with other constant arguments is replaced.
+   void create(Entity& entity, FieldDescriptor const& field, void const* key) {
+      Kiv::CollectionOps const& ops = *field.ops->collection;
+      std::size_t const keySize = ops.keySize(key);
+      // The size of the other arguments is found once, by attempt; they have a fixed size.
+      static std::map<FieldDescriptor const*, std::size_t> sizes;
+      auto const known = sizes.find(&field);
+      std::size_t size = known != sizes.end() ? known->second : 0;
+      for (; size != 64; ++size) {
+         std::vector<U8> message(keySize + size);
+         Kiv::NboAttrLog::Out out(message.data(), keySize);
+         ops.encodeKey(out, key);
+         for (std::size_t i = keySize; known != sizes.end() && i != message.size(); ++i) {
+            message[i] = static_cast<U8>(chance_.below(2));
+         }
+         Kiv::NboAttrLog::In in(message.data(), message.data() + message.size());
+         try {
+            ops.applyCreate(entity, in, nullptr);
+            sizes.emplace(&field, size);
+            return;
+         } catch (Kiv::NboAttrLog::FaultException const&) {
+            if (known != sizes.end()) {
+               return;
+            }
+         }
+      }
+   }
+
+   void changeQueue(Entity& entity, FieldDescriptor const& field) {
+      Kiv::QueueOps const& queue = *field.ops->queue;
+      if (chance_.oneIn(12)) {
+         queue.delAll(entity);
+      } else if (chance_.oneIn(3)) {
+         queue.deq(entity);
+      } else {
+         for (std::size_t left = 1 + chance_.below(3); left != 0; --left) {
+            AnyValue value(*field.type);
+            draw(value);
+            queue.enq(entity, value.get());
+         }
+         while (queue.size(entity) > most) {
+            queue.deq(entity);
+         }
+      }
+   }
+
+   /// Elements of a collection.
+   static constexpr std::size_t most = 6;
+
+   Chance& chance_;
+};
+
+}  // namespace
+
+void changeAtRandom(Entity& root, Chance& chance) {
+   Changer(chance).change(root);
+}
+
+}  // namespace KivTest

@@ -1,0 +1,127 @@
+// Mirrors are equal to their source whatever happens on the way. PTPLIB_TEST_SEED runs one seed,
+// PTPLIB_TEST_SEEDS so many of them, each in every plan.
+#include "KivTest/Simulation.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "KivTest/SimulationTree.h"
+#include "PtpLib/PtpStatusStatedbTypes.h"
+
+using KivTest::Chance;
+using KivTest::changeAtRandom;
+using KivTest::firstDifference;
+using KivTest::rootOf;
+using KivTest::Simulation;
+using KivTest::SimulationPlan;
+
+namespace {
+
+U64 number(char const* variable, U64 otherwise) {
+   char const* const text = std::getenv(variable);
+   return text != nullptr ? std::strtoull(text, nullptr, 10) : otherwise;
+}
+
+void simulate(SimulationPlan const& plan, U64 seeds) {
+   U64 const wanted = number("PTPLIB_TEST_SEED", ~U64(0));
+   U64 const first = wanted != ~U64(0) ? wanted : 0;
+   U64 const count = wanted != ~U64(0) ? 1 : number("PTPLIB_TEST_SEEDS", seeds);
+   for (U64 seed = first; seed != first + count; ++seed) {
+      ASSERT_EQ(Simulation(plan, seed).run(), "") << "PTPLIB_TEST_SEED=" << seed;
+   }
+}
+
+SimulationPlan planOf(char const* type) {
+   SimulationPlan plan;
+   plan.type = type;
+   return plan;
+}
+
+TEST(Simulation, AReaderEqualsTheSource) {
+   simulate(planOf("KivTest::Root"), 300);
+}
+
+TEST(Simulation, SeveralReadersEqualTheSource) {
+   SimulationPlan plan = planOf("KivTest::Root");
+   plan.readers = 3;
+   simulate(plan, 100);
+}
+
+TEST(Simulation, AReaderOfDerivedEntitiesEqualsTheSource) {
+   simulate(planOf("KivTest::Hedge"), 300);
+}
+
+TEST(Simulation, AWriterAndAReaderEqualTheSource) {
+   SimulationPlan plan = planOf("KivTest::Root");
+   plan.writers = 1;
+   simulate(plan, 200);
+}
+
+TEST(Simulation, AWriterOfDerivedEntitiesEqualsTheSource) {
+   SimulationPlan plan = planOf("KivTest::Hedge");
+   plan.readers = 0;
+   plan.writers = 1;
+   simulate(plan, 300);
+}
+
+TEST(Simulation, TwoWritersThatDisagreeEndWithTheSame) {
+   SimulationPlan plan = planOf("KivTest::Hedge");
+   plan.writers = 2;
+   simulate(plan, 200);
+   plan.type = "KivTest::Root";
+   simulate(plan, 100);
+}
+
+TEST(Simulation, AMirrorOfAMirrorEqualsTheSource) {
+   SimulationPlan plan = planOf("KivTest::Root");
+   plan.relay = true;
+   simulate(plan, 150);
+}
+
+TEST(Simulation, ChangesFromInsideNotificationsArriveToo) {
+   SimulationPlan plan = planOf("KivTest::Root");
+   plan.meddlers = true;
+   simulate(plan, 150);
+   plan.type = "KivTest::Hedge";
+   plan.writers = 2;
+   simulate(plan, 150);
+}
+
+TEST(Simulation, PtpConfigEqualsTheSource) {
+   SimulationPlan plan = planOf("Ptp::Config");
+   plan.writers = 1;
+   simulate(plan, 150);
+}
+
+class SimulationOf : public testing::TestWithParam<char const*> {};
+
+TEST_P(SimulationOf, EveryMirrorEqualsTheSource) {
+   SimulationPlan plan = planOf(GetParam());
+   plan.writers = 1;
+   simulate(plan, 40);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryRoot, SimulationOf,
+                         testing::Values("Ptp::Status", "Ptp::HwConfig", "Ptp::HwStatus",
+                                         "Ptp::HwTime", "Ptp::SystemClockConfig"));
+
+TEST(FirstDifference, NamesTheAttributeAndBothValues) {
+   // Two trees that chance has made different are found to be so, and each equals itself.
+   Chance chance(1);
+   auto const config = Ptp::configFactory("ptp/config");
+   auto const other = Ptp::configFactory("ptp/config");
+   EXPECT_EQ(firstDifference(*config, *other), "");
+   other->driftLimitIs(499);
+   EXPECT_EQ(firstDifference(*config, *other), "ptp/config.driftLimit: 499, not 500000000");
+   auto const a = rootOf("KivTest::Root", "a");
+   auto const b = rootOf("KivTest::Root", "b");
+   for (int i = 0; i != 200; ++i) {
+      changeAtRandom(*a, chance);
+   }
+   EXPECT_NE(firstDifference(*a, *b), "");
+   EXPECT_NE(firstDifference(*b, *a), "");
+   EXPECT_EQ(firstDifference(*a, *a), "");
+}
+
+}  // namespace
