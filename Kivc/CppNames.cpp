@@ -73,10 +73,9 @@ std::string join(std::vector<std::string> const& parts, std::string_view separat
 }
 
 std::string joinNames(std::vector<Parameter> const& params) {
-   std::vector<std::string> names;
-   for (auto const& param : params) {
-      names.push_back(param.name.text);
-   }
+   std::vector<std::string> names(params.size());
+   std::transform(params.begin(), params.end(), names.begin(),
+                  [](Parameter const& param) { return param.name.text; });
    return join(names, ", ");
 }
 
@@ -160,7 +159,6 @@ std::string CppNames::initializer(Member const& member) const {
       case TypeKind::boolean:
          return " = false";
       case TypeKind::integer:
-         return " = 0";
       case TypeKind::floating:
          return " = 0";
       case TypeKind::enumeration:

@@ -170,11 +170,13 @@ std::string MemberEmitter::updateExisting() const {
       auto const* attribute = type().findInherited(name);
       if (attribute->kind == MemberKind::constArg) {
          bool const isText = params[i].type.type->kind == TypeKind::string;
-         compared += "Kiv::checkReinstVal(*this, " + std::to_string(member_.id) + ", *child, " +
-                     std::to_string(attribute->id) + ", child->" + name + "(), " +
-                     (isText ? "Sarn::String(" + name + ")" : name) + ");\n";
+         compared +=
+               fill("Kiv::checkReinstVal(*this, @id@, *child, @argId@, child->@arg@(), @given@);\n",
+                    {{"argId", std::to_string(attribute->id)},
+                     {"arg", name},
+                     {"given", isText ? "Sarn::String(" + name + ")" : name}});
       } else {
-         set += "child->" + name + "Is(" + name + ");\n";
+         set += fill("child->@arg@Is(@arg@);\n", {{"arg", name}});
       }
    }
    return compared + set;

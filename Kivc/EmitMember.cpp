@@ -101,7 +101,7 @@ std::string MemberEmitter::flags() const {
       }
    }
    for (auto& flag : flags) {
-      flag = "Flag::" + flag;
+      flag.insert(0, "Flag::");
    }
    return flags.empty() ? "0" : join(flags, " | ");
 }

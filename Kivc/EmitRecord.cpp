@@ -194,14 +194,19 @@ private:
       std::size_t first = 0;
       for (auto const* type : types_) {
          auto const members = countMembers(*type, isRecorded);
-         auto const cppName = "::" + type->qualifiedName();
          bool const isDerived = type->baseType() != nullptr;
          bool const isNamed = type->kind == TypeKind::entity && type->isNamedRoot();
-         out += "Kiv::typeRecord(Kiv::TypeRecord::" + kindOf(*type) + ", " +
-                std::to_string(typeNames_.offset(type->recordName())) + ", sizeof(" + cppName +
-                "), alignof(" + cppName + "), " + std::to_string(members) + ", " +
-                std::to_string(first) + ", " +
-                std::to_string((isDerived ? 1 : 0) + (isNamed ? 2 : 0)) + "),\n";
+         Template row;
+         row.set("kind", kindOf(*type))
+               .set("name", std::to_string(typeNames_.offset(type->recordName())))
+               .set("type", "::" + type->qualifiedName())
+               .set("members", std::to_string(members))
+               .set("first", std::to_string(first))
+               .set("flags", std::to_string((isDerived ? 1 : 0) + (isNamed ? 2 : 0)));
+         row.append(
+               "Kiv::typeRecord(Kiv::TypeRecord::@kind@, @name@, sizeof(@type@), "
+               "alignof(@type@), @members@, @first@, @flags@),\n");
+         out += row.finish();
          first += members;
       }
       return out;
@@ -279,10 +284,13 @@ private:
          } else if (type->kind == TypeKind::value) {
             out += "&Kiv::Impl::valueFunctions<" + cppName + ">,\n";
          } else {
-            auto const factory = "&" + (type->nameSpace.empty() ? "" : "::" + type->nameSpace) +
-                                 "::" + factoryName(*type);
-            out += "&Kiv::entityFunctions<" + cppName + ", " + factory + ", " +
-                   (hasCollection(*type) ? "true" : "false") + ">,\n";
+            Template row;
+            row.set("type", cppName)
+                  .set("scope", type->nameSpace.empty() ? "" : "::" + type->nameSpace)
+                  .set("factory", factoryName(*type))
+                  .set("hasCollection", hasCollection(*type) ? "true" : "false");
+            row.append("&Kiv::entityFunctions<@type@, &@scope@::@factory@, @hasCollection@>,\n");
+            out += row.finish();
          }
       }
       return out;

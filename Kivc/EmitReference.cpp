@@ -43,7 +43,7 @@ std::string anchor(Type const& type) {
 
 /// A type's name that leads to its table, where it has one.
 std::string link(Type const& type, Module const& from) {
-   auto const name = code(type.qualifiedName());
+   auto name = code(type.qualifiedName());
    if (type.origin != Origin::declared) {
       return name;
    }

@@ -26,7 +26,7 @@ std::string contentOf(fs::path const& path) {
 }
 
 bool isUpdating() {
-   char const* update = std::getenv("KIVC_UPDATE");
+   char const* update = std::getenv("KIVC_UPDATE");  // NOLINT(concurrency-mt-unsafe): one thread
    return update != nullptr && std::string(update) == "1";
 }
 

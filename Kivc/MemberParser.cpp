@@ -33,10 +33,9 @@ constexpr std::array<Keyword, 15> entityKeywords{{
 }};
 
 std::vector<std::string> entityKeywordNames() {
-   std::vector<std::string> names;
-   for (auto const& keyword : entityKeywords) {
-      names.emplace_back(keyword.word);
-   }
+   std::vector<std::string> names(entityKeywords.size());
+   std::transform(entityKeywords.begin(), entityKeywords.end(), names.begin(),
+                  [](Keyword const& keyword) { return std::string(keyword.word); });
    return names;
 }
 
