@@ -14,6 +14,9 @@ U8 wholeValueOp(TypeImpl const& type, void* result, void const* object, Attribut
          *static_cast<U8*>(result) = type.support->differsFromDefault(object) ? 1 : 0;
          return statusOk;
       case AttributeOp::isEq:
+         if (other == nullptr) {
+            throwTypeException(type.name);
+         }
          *static_cast<U8*>(result) = type.support->isEq(object, other) ? 1 : 0;
          return statusOk;
       default:
@@ -77,6 +80,9 @@ U8 attributeOp(TypeImpl const& type, void* result, void* object, FieldDescriptor
       return statusOk;
    }
    if (op == AttributeOp::write && field->ops->write != nullptr) {
+      if (argument == nullptr) {
+         throwTypeException(field->type->name);
+      }
       field->ops->write(object, argument);
       return statusOk;
    }
