@@ -1,7 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "Kiv/HashMap2018Table.h"
 
@@ -41,21 +45,18 @@ auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot
       }
    }
    // Made aside first: it may throw, or read from an element that is about to move.
-   union Pending {
-      Pending() noexcept {}
-      ~Pending() {}
-      Slot slot;
-   } pending;
-   make(static_cast<void*>(&pending.slot));
+   alignas(Slot) std::byte memory[sizeof(Slot)];
+   make(static_cast<void*>(memory));
+   auto* const pending = std::launder(reinterpret_cast<Slot*>(memory));
    U32 index;
    try {
       index = openSlot(hash);
    } catch (...) {
-      std::destroy_at(&pending.slot);
+      std::destroy_at(pending);
       throw;
    }
    Slot* const slot = slots(array_) + index;
-   relocate(slot, &pending.slot);
+   relocate(slot, pending);
    array_->tags()[index] = hashTag(hash);
    array_->hashes()[index] = hash;
    ++array_->count;

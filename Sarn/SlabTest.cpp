@@ -55,6 +55,7 @@ TEST(Slab, KeepsOneEmptyChunkAndGivesTheOthersBack) {
    Slab slab(2048);
    EXPECT_EQ(slab.chunks(), 0u);
    std::vector<void*> slots;
+   slots.reserve(200);
    for (int i = 0; i < 200; ++i) {
       slots.push_back(slab.allocate());
    }
@@ -74,6 +75,7 @@ TEST(Slab, KeepsOneEmptyChunkAndGivesTheOthersBack) {
 TEST(Slab, AChunkThatWasEmptiedIsInOrderAgain) {
    Slab slab(64);
    std::vector<void*> slots;
+   slots.reserve(100);
    for (int i = 0; i < 100; ++i) {
       slots.push_back(slab.allocate());
    }
@@ -146,6 +148,7 @@ TEST(Slab, MayBeUsedFromSeveralThreads) {
    };
    bool good[4] = {};
    std::vector<std::thread> threads;
+   threads.reserve(4);
    for (unsigned i = 0; i < 4; ++i) {
       threads.emplace_back([&, i] { good[i] = work(static_cast<unsigned char>(i + 1)); });
    }
@@ -225,6 +228,7 @@ TEST(AllocTrackRecord, IsForgottenWithItsSharedObject) {
 TEST(AllocTrackRecord, CountsExactlyFromSeveralThreads) {
    static Sarn::AllocTrackRecord record("Shared");
    std::vector<std::thread> threads;
+   threads.reserve(4);
    for (int i = 0; i < 4; ++i) {
       threads.emplace_back([] {
          for (int n = 0; n < 10'000; ++n) {
