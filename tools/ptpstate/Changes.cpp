@@ -1,0 +1,139 @@
+#include "tools/ptpstate/Changes.h"
+
+#include <algorithm>
+
+#include "Kiv/Path.h"
+#include "tools/ptpstate/Failure.h"
+#include "tools/ptpstate/Values.h"
+
+namespace Ptpstate {
+
+using Kiv::Entity;
+using Kiv::FieldDescriptor;
+using Kiv::MemberKind;
+using Kiv::TypeImpl;
+
+namespace {
+
+/// "enabled=true, mpassEnabled=false": what a child was made with besides its key.
+Sarn::String givenText(Entity const& child, bool keyed) {
+   Sarn::String text;
+   bool skip = keyed;
+   forEachField(child.kivType(), [&](FieldDescriptor const& field) {
+      if (field.kind != MemberKind::single || !field.has(FieldDescriptor::given)) {
+         return;
+      }
+      if (!skip) {
+         text += text.empty() ? "" : ", ";
+         text += Sarn::String(field.name) + "=" + attributeText(child, field);
+      }
+      skip = false;
+   });
+   return text;
+}
+
+Sarn::String entityWhat(Entity const* present, bool keyed) {
+   if (present == nullptr) {
+      return " deleted";
+   }
+   Sarn::String const given = givenText(*present, keyed);
+   return given.empty() ? " created" : " created: " + given;
+}
+
+Sarn::String elementWhat(FieldDescriptor const& field, void const* old, void const* now) {
+   Sarn::String const oldText = old != nullptr ? field.type->genericIfStrRep(old) : "";
+   if (now == nullptr) {
+      return old != nullptr ? " deleted: was " + oldText : " deleted";
+   }
+   Sarn::String const nowText = field.type->genericIfStrRep(now);
+   return old != nullptr ? ": " + oldText + " -> " + nowText : " created: " + nowText;
+}
+
+void const* queueElement(Entity const& entity, FieldDescriptor const& field, void const* key) {
+   Kiv::QueueOps const& queue = *field.ops->queue;
+   U32 const sequence = *static_cast<U32 const*>(key);
+   U32 const place = sequence - queue.frontSequence(entity);
+   return place < queue.size(entity) ? queue.at(entity, sequence) : nullptr;
+}
+
+Sarn::String whatOf(Kiv::Change const& change, Entity const& entity, FieldDescriptor const& field) {
+   switch (field.kind) {
+      case MemberKind::child:
+         return entityWhat(field.ops->child->get(entity), false);
+      case MemberKind::children:
+         return entityWhat(field.ops->collection->findChild(entity, change.key), true);
+      case MemberKind::map:
+      case MemberKind::ordered:
+         return elementWhat(field, change.oldValue,
+                            field.ops->collection->find(entity, change.key));
+      case MemberKind::queue:
+         return elementWhat(field, nullptr, queueElement(entity, field, change.key));
+      default:
+         return ": " + field.type->genericIfStrRep(change.oldValue) + " -> " +
+                attributeText(entity, field);
+   }
+}
+
+}  // namespace
+
+ChangeText changeText(Kiv::Change const& change) {
+   Entity const& entity = Kiv::entityOf(change);
+   Sarn::String path = entityPath(entity);
+   FieldDescriptor const* const field = entity.kivType().field(change.attributeId);
+   if (field == nullptr || field->type == nullptr) {
+      return {path + "." + std::to_string(change.attributeId), " changed"};
+   }
+   path += '.';
+   path += field->name;
+   if (change.key != nullptr) {
+      path += "[" + field->keyType->genericIfStrRep(change.key) + "]";
+   }
+   return {path, whatOf(change, entity, *field)};
+}
+
+ChangeObserver::ChangeObserver(Sarn::Ptr<Entity> root, Sarn::String below, Tell tell)
+      : root_(std::move(root)), below_(std::move(below)), tell_(std::move(tell)) {
+   root_->observerAdd(*this, Kiv::Scope::subtree);
+}
+
+ChangeObserver::~ChangeObserver() {
+   root_->observerDel(*this, Kiv::Scope::subtree);
+}
+
+void ChangeObserver::onChange(Kiv::Change const& change) {
+   ChangeText const text = changeText(change);
+   std::string_view const rest =
+         std::string_view(text.path).substr(std::min(text.path.size(), below_.size()));
+   bool const inside = text.path.starts_with(below_) &&
+                       (rest.empty() || rest.front() == '.' || rest.front() == '[');
+   // What is told of a whole that holds the watched part: its creation and its deletion.
+   bool const holds = below_.size() > text.path.size() && below_.starts_with(text.path) &&
+                      (below_[text.path.size()] == '.');
+   if (inside || holds) {
+      tell_(text);
+   }
+}
+
+Sarn::String canonicalPath(TypeImpl const& rootType, Path const& path) {
+   Sarn::String text = path.root.name;
+   TypeImpl const* type = &rootType;
+   for (PathStep const& step : path.steps) {
+      FieldDescriptor const* const field = type->field(std::string_view(step.name));
+      if (field == nullptr || field->type == nullptr) {
+         throw Failure(text + ": " + type->name + " has no attribute '" + step.name + "'");
+      }
+      text += "." + step.name;
+      if (step.key) {
+         if (field->keyType == nullptr) {
+            throw Failure(text + " is no collection; it takes no key");
+         }
+         Kiv::AnyValue key(*field->keyType);
+         parseValue(*step.key, key);
+         text += "[" + valueText(key) + "]";
+      }
+      type = field->type;
+   }
+   return text;
+}
+
+}  // namespace Ptpstate

@@ -1,0 +1,51 @@
+// What happens in a state, a line a change.
+#pragma once
+
+#include <functional>
+
+#include "Kiv/Entity.h"
+#include "tools/ptpstate/Path.h"
+
+namespace Ptpstate {
+
+/// A change as text, without its time:
+///
+///     ptp/config.priority1: 128 -> 100
+///     ptp/config.intfConfig[Ethernet1] created: enabled=true, mpassEnabled=false
+///     ptp/config.intfConfig[Ethernet1] deleted
+///     ptp/config.missingSequenceThresholds[sync] created: 5
+///     ptp/config.missingSequenceThresholds[sync] deleted: was 5
+struct ChangeText {
+   /// Of the attribute or element.
+   Sarn::String path;
+   /// What follows the path.
+   Sarn::String what;
+};
+
+/// REQUIRES: called from an observer, with the change that it is told.
+ChangeText changeText(Kiv::Change const& change);
+
+/// Tells of every change below an entity, or below a path there.
+class ChangeObserver final : public Kiv::Observer {
+public:
+   using Tell = std::function<void(ChangeText const&)>;
+
+   /// `below`: a path as `canonicalPath` gives it; its own changes and those below it are told.
+   ChangeObserver(Sarn::Ptr<Kiv::Entity> root, Sarn::String below, Tell tell);
+   ~ChangeObserver();
+   ChangeObserver(ChangeObserver const&) = delete;
+   ChangeObserver& operator=(ChangeObserver const&) = delete;
+
+   void onChange(Kiv::Change const& change) override;
+
+private:
+   Sarn::Ptr<Kiv::Entity> root_;
+   Sarn::String below_;
+   Tell tell_;
+};
+
+/// The path that changes at `path` are told with, whether or not there is anything now. Throws
+/// `Failure` if the root's type has no such attribute, or a key cannot be read.
+Sarn::String canonicalPath(Kiv::TypeImpl const& rootType, Path const& path);
+
+}  // namespace Ptpstate

@@ -1,0 +1,128 @@
+#include "tools/ptpstate/Client.h"
+
+#include <poll.h>
+
+#include <cerrno>
+
+#include "Kiv/Module.h"
+#include "tools/ptpstate/Failure.h"
+#include "tools/ptpstate/Socket.h"
+
+namespace Ptpstate {
+
+using std::chrono::milliseconds;
+
+Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const& name) {
+   Kiv::TypeImpl const* const found = Kiv::typeByName(type);
+   if (found == nullptr) {
+      throw Failure("there is no type '" + type + "'");
+   }
+   bool args = false;
+   forEachField(*found, [&](Kiv::FieldDescriptor const& field) {
+      args = args || field.has(Kiv::FieldDescriptor::given);
+   });
+   if (found->kind != Kiv::TypeKind::entity || !found->named || args) {
+      throw Failure(type + " is no type of a root, which is an entity that is made with a name");
+   }
+   void const* const arguments[] = {&name};
+   Sarn::Ptr<Kiv::Entity> const root = found->entity->genericIfConstructFromCtorArgs(arguments);
+   return Sarn::Ptr<Kiv::NamedEntity>(static_cast<Kiv::NamedEntity*>(root.get()));
+}
+
+Client::Client(Sarn::String const& socket, milliseconds patience)
+      : socket_(socket),
+        patience_(patience),
+        connection_(std::make_unique<Kiv::NboAttrLog::FdConnection>(
+              hub_, connectTo(socket), static_cast<Kiv::NboAttrLog::SessionListener*>(this))) {}
+
+Client::~Client() {
+   onMountState = nullptr;
+   connection_->close("done");
+}
+
+void Client::onMount(Kiv::NboAttrLog::Session&, Mount& mount) {
+   if (onMountState) {
+      onMountState(mount);
+   }
+}
+
+void Client::onSynced(Kiv::NboAttrLog::Session&, U32 token) {
+   synced_ = token;
+}
+
+void Client::onRoots(Kiv::NboAttrLog::Session&, std::vector<OfferedRoot> const& roots) {
+   roots_ = roots;
+   rootsKnown_ = true;
+}
+
+bool Client::turn(int otherFd, milliseconds timeout) {
+   connection_->flush();
+   pollfd polled[2] = {{connection_->fd(), connection_->events(), 0}, {otherFd, POLLIN, 0}};
+   int const count = ::poll(polled, 2, static_cast<int>(timeout.count()));
+   if (count < 0) {
+      if (errno != EINTR) {
+         throw Failure("cannot wait for the server", Exit::connection);
+      }
+      return false;
+   }
+   connection_->onReady(polled[0].revents);
+   return polled[1].revents != 0;
+}
+
+/// Runs the connection until `done()`; gives up when nothing comes for too long.
+template <class Done>
+void Client::waitFor(char const* what, Done&& done) {
+   U64 heard = connection_->session().stats().bytesIn;
+   Clock::time_point since = Clock::now();
+   while (!done()) {
+      if (over()) {
+         throw Failure(socket_ + ": the connection is lost: " + closeReason(), Exit::connection);
+      }
+      U64 const now = connection_->session().stats().bytesIn;
+      if (now != heard) {
+         heard = now;
+         since = Clock::now();
+      }
+      auto const left = std::chrono::duration_cast<milliseconds>(since + patience_ - Clock::now());
+      if (left <= milliseconds::zero()) {
+         throw Failure(socket_ + ": the server does not answer (" + what +
+                             "); wait longer with --timeout, or look after it",
+                       Exit::connection);
+      }
+      turn(-1, left);
+   }
+}
+
+std::vector<OfferedRoot> const& Client::roots() {
+   if (!rootsKnown_) {
+      connection_->session().rootsAsk();
+      waitFor("asked for its roots", [this] { return rootsKnown_; });
+   }
+   return roots_;
+}
+
+Mount& Client::mountIs(OfferedRoot const& root, MountMode mode) {
+   return connection_->session().mountIs(newRoot(root.type, root.name), mode);
+}
+
+void Client::waitComplete(Mount const& mount) {
+   waitFor("asked for a mirror", [&mount] {
+      return mount.state() != Mount::State::asked && mount.state() != Mount::State::replaying;
+   });
+   if (mount.state() == Mount::State::lost) {
+      throw Failure(socket_ + ": the connection is lost: " + mount.reason(), Exit::connection);
+   }
+   if (!mount.complete()) {
+      throw Failure(socket_ + ": the server refuses a mirror: " +
+                          (mount.reason().empty() ? "the root is gone" : mount.reason()),
+                    Exit::connection);
+   }
+}
+
+void Client::sync() {
+   U32 const token = ++token_;
+   connection_->session().syncIs(token);
+   waitFor("asked whether it has everything", [this, token] { return synced_ == token; });
+}
+
+}  // namespace Ptpstate

@@ -1,0 +1,71 @@
+// A connection to a server of states.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include "Kiv/NboAttrLogConnection.h"
+#include "tools/ptpstate/Path.h"
+
+namespace Ptpstate {
+
+using Kiv::NboAttrLog::Mount;
+using Kiv::NboAttrLog::MountMode;
+
+using Clock = std::chrono::steady_clock;
+
+/// An empty root of a type known by name. Throws `Failure` if there is no such type, or if it is
+/// not made with a name alone.
+Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const& name);
+
+/// Mirrors roots of a server. What goes wrong with the connection is a `Failure` with
+/// `Exit::connection`.
+class Client final : Kiv::NboAttrLog::SessionListener {
+public:
+   /// `patience`: how long the server may be silent while something is waited for.
+   Client(Sarn::String const& socket, std::chrono::milliseconds patience);
+   ~Client();
+   Client(Client const&) = delete;
+   Client& operator=(Client const&) = delete;
+
+   /// What the server offers. Asks and waits.
+   std::vector<OfferedRoot> const& roots();
+
+   /// Begins to mirror a root. The mount lives as long as the client.
+   Mount& mountIs(OfferedRoot const& root, MountMode mode);
+   /// Waits for a mirror to be complete. Throws `Failure` if the server refuses it.
+   void waitComplete(Mount const& mount);
+   /// Waits until the server has applied all that was changed here, and all is here that it had
+   /// to tell.
+   void sync();
+
+   /// Waits for the server or `otherFd`, for so long at most, and does what there is to do.
+   /// Whether `otherFd` is readable. `otherFd` -1: none.
+   bool turn(int otherFd, std::chrono::milliseconds timeout);
+   /// Whether the connection is over; `connection().closeReason()` says why.
+   bool over() const noexcept { return connection_->done(); }
+   Sarn::String const& closeReason() const noexcept { return connection_->closeReason(); }
+
+   /// Called when the state of a mount changes, in its place among the changes.
+   std::function<void(Mount&)> onMountState;
+
+private:
+   void onMount(Kiv::NboAttrLog::Session& session, Mount& mount) override;
+   void onSynced(Kiv::NboAttrLog::Session& session, U32 token) override;
+   void onRoots(Kiv::NboAttrLog::Session& session, std::vector<OfferedRoot> const& roots) override;
+
+   template <class Done>
+   void waitFor(char const* what, Done&& done);
+
+   Sarn::String socket_;
+   std::chrono::milliseconds patience_;
+   Kiv::NboAttrLog::Hub hub_;
+   std::unique_ptr<Kiv::NboAttrLog::FdConnection> connection_;
+   std::vector<OfferedRoot> roots_;
+   bool rootsKnown_ = false;
+   U32 token_ = 0;
+   U32 synced_ = 0;
+};
+
+}  // namespace Ptpstate

@@ -1,0 +1,93 @@
+// dump, get
+#include <iostream>
+
+#include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/Dump.h"
+
+namespace Ptpstate {
+namespace {
+
+struct ReadOptions : ClientOptions {
+   std::string path;
+   bool summary = false;
+};
+
+Exit dumpPath(ReadOptions const& options) {
+   Opened opened(options, options.path, MountMode::reader);
+   Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
+                     opened.path.steps);
+   if (!place.isCollection() && place.entity() == nullptr) {
+      place.text();  // a value that is not there is refused before anything is written
+   }
+   Dump dump = options.summary ? Dump() : Dump(std::cout);
+   dump.place(place);
+   if (options.summary) {
+      printSummary(std::cout, dump);
+   }
+   return Exit::ok;
+}
+
+Exit dumpAll(ReadOptions const& options) {
+   Client client(options.socket, options.patience());
+   std::vector<Kiv::NamedEntity*> roots;
+   for (OfferedRoot const& root : client.roots()) {
+      Mount& mount = client.mountIs(root, MountMode::reader);
+      client.waitComplete(mount);
+      roots.push_back(&mount.root());
+   }
+   if (!options.summary) {
+      dumpRoots(std::cout, roots);
+      return Exit::ok;
+   }
+   Dump dump;
+   for (Kiv::NamedEntity const* const root : roots) {
+      dump.entity(*root, root->nameString());
+   }
+   printSummary(std::cout, dump);
+   return Exit::ok;
+}
+
+Exit get(ReadOptions const& options) {
+   Opened opened(options, options.path, MountMode::reader);
+   Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
+                     opened.path.steps);
+   if (place.isCollection() || place.entity() != nullptr) {
+      Dump(std::cout).place(place);
+   } else {
+      std::cout << place.text() << '\n';
+   }
+   return Exit::ok;
+}
+
+}  // namespace
+
+void addDump(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<ReadOptions>();
+   CLI::App& command = *app.add_subcommand(
+         "dump", "Print every entity and attribute, in an order that makes dumps comparable");
+   addClientOptions(command, *options);
+   command.add_option("path", options->path, "Only what is there and below it")->type_name("PATH");
+   command.add_flag("--summary", options->summary, "Only count, by type");
+   command.footer(
+         "Example:\n"
+         "  ptpstate dump --socket /tmp/ptp\n"
+         "  ptpstate dump --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]");
+   command.callback([options, &run] {
+      run = [options] { return options->path.empty() ? dumpAll(*options) : dumpPath(*options); };
+   });
+}
+
+void addGet(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<ReadOptions>();
+   CLI::App& command = *app.add_subcommand(
+         "get", "Print a value; of an entity or a collection, everything below it");
+   addClientOptions(command, *options);
+   command.add_option("path", options->path, "What to print")->type_name("PATH")->required();
+   command.footer(
+         "Example:\n"
+         "  ptpstate get --socket /tmp/ptp ptp/config.priority1\n"
+         "  ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass");
+   command.callback([options, &run] { run = [options] { return get(*options); }; });
+}
+
+}  // namespace Ptpstate

@@ -1,0 +1,119 @@
+// serve: the one command that knows a type of the model, to load a daemon's configuration into it.
+#include <iostream>
+#include <system_error>
+
+#include "tools/ptpstate/Client.h"
+#include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/Ptp4lLoad.h"
+#include "tools/ptpstate/Server.h"
+#include "tools/ptpstate/Signals.h"
+
+namespace Ptpstate {
+namespace {
+
+struct ServeOptions {
+   std::string socket;
+   std::vector<std::string> roots;
+   std::string ptp4lConf;
+   std::string dump;
+   bool quiet = false;
+};
+
+Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string const& text) {
+   std::size_t const equals = text.find('=');
+   if (equals == std::string::npos || equals + 1 == text.size()) {
+      throw Failure("--root " + text + ": TYPE=NAME is wanted, such as Ptp::Config=ptp/config");
+   }
+   return newRoot(text.substr(0, equals), text.substr(equals + 1));
+}
+
+/// Loads the file into the first root of the type that it belongs into.
+void loadConf(std::string const& file, std::vector<Kiv::NamedEntity*> const& roots) {
+   Ptp::Config* config = nullptr;
+   for (Kiv::NamedEntity* const root : roots) {
+      if (config == nullptr && root->kivType().isA(Ptp::Config::kivTypeImpl)) {
+         config = static_cast<Ptp::Config*>(root);
+      }
+   }
+   if (config == nullptr) {
+      throw Failure(file + ": there is no root to load it into; add --root Ptp::Config=NAME");
+   }
+   Ptp4lConf conf;
+   try {
+      conf = readPtp4lConf(file);
+   } catch (std::system_error const& error) {
+      throw Failure(error.what());
+   }
+   Ptp4lOutcome const outcome = loadPtp4lConf(conf, *config);
+   for (Ptp4lRemark const& note : outcome.notes) {
+      std::cout << "note: " << remarkText(conf.file, note) << '\n';
+   }
+   if (outcome.errors.empty()) {
+      std::cout << "loaded " << conf.file << std::endl;
+      return;
+   }
+   for (Ptp4lRemark const& error : outcome.errors) {
+      std::cerr << "ptpstate: " << remarkText(conf.file, error) << std::endl;
+   }
+   throw Failure(conf.file + ": not loaded, and nothing is served; correct the " +
+                 (outcome.errors.size() == 1 ? "line" : "lines") + " above");
+}
+
+Exit serve(ServeOptions const& options) {
+   StopSignals stop;
+   std::vector<Sarn::Ptr<Kiv::NamedEntity>> roots;
+   std::vector<Kiv::NamedEntity*> plain;
+   for (std::string const& root : options.roots) {
+      roots.push_back(rootOf(root));
+      plain.push_back(roots.back().get());
+   }
+   if (!options.ptp4lConf.empty()) {
+      loadConf(options.ptp4lConf, plain);
+   }
+   Server server(options.socket, options.quiet ? nullptr : &std::cout);
+   for (auto const& root : roots) {
+      try {
+         server.rootIs(root);
+      } catch (Kiv::Exception const& error) {
+         throw Failure(error.what());
+      }
+      std::cout << "serving " << root->nameString() << " (" << root->kivType().name << ") at "
+                << options.socket << std::endl;
+   }
+   server.run(stop.fd());
+   server.closeAll("the server has ended");
+   if (!options.dump.empty()) {
+      writeFile(options.dump, [&](std::ostream& out) { dumpRoots(out, plain); });
+   }
+   return Exit::ok;
+}
+
+}  // namespace
+
+void addServe(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<ServeOptions>();
+   options->roots = {"Ptp::Config=ptp/config"};
+   CLI::App& command = *app.add_subcommand(
+         "serve", "Hold a state for others to watch and to change, until interrupted");
+   addSocketOption(command, options->socket);
+   command
+         .add_option("--root", options->roots,
+                     "A root to hold, by type and name (Ptp::Config=ptp/config); repeatable")
+         ->type_name("TYPE=NAME")
+         ->allow_extra_args(false);
+   command
+         .add_option("--ptp4l-conf", options->ptp4lConf,
+                     "Load a ptp4l(8) configuration file into the configuration root")
+         ->type_name("FILE");
+   command.add_option("--dump", options->dump, "At the end, write a dump; - for standard output")
+         ->type_name("FILE");
+   command.add_flag("--quiet", options->quiet, "Say nothing of connections");
+   command.footer(
+         "Example:\n"
+         "  ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf\n"
+         "  ptpstate serve --socket /tmp/ptp --root Ptp::Config=ptp/config "
+         "--root Ptp::Status=ptp/status");
+   command.callback([options, &run] { run = [options] { return serve(*options); }; });
+}
+
+}  // namespace Ptpstate

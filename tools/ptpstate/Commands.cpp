@@ -1,0 +1,121 @@
+#include "tools/ptpstate/Commands.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+
+#include "tools/ptpstate/Dump.h"
+
+namespace Ptpstate {
+namespace {
+
+constexpr char guard = '\x01';
+
+/// "-3" and "-inf" are values and no options; the parser must not see their sign first.
+bool isNegativeNumber(std::string const& argument) {
+   return argument.size() > 1 && argument[0] == '-' &&
+          ((argument[1] >= '0' && argument[1] <= '9') || argument[1] == '.' ||
+           argument.compare(1, std::string::npos, "inf") == 0);
+}
+
+}  // namespace
+
+std::string plainArgument(std::string const& argument) {
+   return !argument.empty() && argument[0] == guard ? argument.substr(1) : argument;
+}
+
+void addSocketOption(CLI::App& command, std::string& socket) {
+   command.add_option("--socket", socket, "Path of the server's socket")
+         ->type_name("PATH")
+         ->envname("PTPSTATE_SOCKET")
+         ->required();
+}
+
+void addClientOptions(CLI::App& command, ClientOptions& options) {
+   addSocketOption(command, options.socket);
+   command
+         .add_option("--timeout", options.timeout,
+                     "Give up when the server is silent for so many seconds (10)")
+         ->type_name("SECONDS")
+         ->check(CLI::Range(0.001, 1e6));
+}
+
+void addCommands(CLI::App& app, Run& run) {
+   app.require_subcommand(1);
+   app.footer(
+         "Exit status: 0 done; 1 refused, nothing was changed; 2 wrong command line;\n"
+         "3 no server, or the connection was lost.\n\n"
+         "Example:\n"
+         "  ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf &\n"
+         "  ptpstate set --socket /tmp/ptp ptp/config.priority1 100");
+   addServe(app, run);
+   addWatch(app, run);
+   addDump(app, run);
+   addGet(app, run);
+   addSet(app, run);
+   addAdd(app, run);
+   addDel(app, run);
+}
+
+Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors) {
+   CLI::App app{"Holds, shows and changes the state of a PTP agent over a UNIX socket.",
+                "ptpstate"};
+   Run run;
+   addCommands(app, run);
+   std::vector<std::string> reversed;
+   for (std::string const& argument : args) {
+      reversed.push_back(isNegativeNumber(argument) ? guard + argument : argument);
+   }
+   std::reverse(reversed.begin(), reversed.end());
+   try {
+      app.parse(std::move(reversed));
+      return run();
+   } catch (CLI::ParseError const& error) {
+      if (error.get_exit_code() == 0) {
+         app.exit(error, out, errors);  // help was asked for
+         return Exit::ok;
+      }
+      std::string message = error.what();
+      std::replace(message.begin(), message.end(), '\n', ' ');
+      std::erase(message, guard);
+      auto const commands = app.get_subcommands();
+      errors << "ptpstate: " << message << "; see 'ptpstate "
+             << (commands.empty() ? "" : commands[0]->get_name() + " ") << "--help'" << std::endl;
+      return Exit::usage;
+   } catch (Failure const& error) {
+      errors << "ptpstate: " << error.what() << std::endl;
+      return error.status();
+   }
+}
+
+Opened::Opened(ClientOptions const& options, std::string const& text, MountMode mode)
+      : client(options.socket, options.patience()), path(parsePath(text, client.roots())) {
+   mount = &client.mountIs(path.root, mode);
+   client.waitComplete(*mount);
+}
+
+void writeFile(std::string const& path, std::function<void(std::ostream&)> const& write) {
+   if (path == "-") {
+      write(std::cout);
+      std::cout.flush();
+      return;
+   }
+   std::ofstream file(path, std::ios::binary | std::ios::trunc);
+   if (file) {
+      write(file);
+      file.close();
+   }
+   if (!file) {
+      throw Failure(path + ": cannot be written");
+   }
+}
+
+void dumpRoots(std::ostream& out, std::vector<Kiv::NamedEntity*> const& roots) {
+   Dump dump(out);
+   for (Kiv::NamedEntity const* const root : roots) {
+      dump.entity(*root, root->nameString());
+   }
+   out << "# " << tallyText(dump.total()) << '\n';
+}
+
+}  // namespace Ptpstate

@@ -1,0 +1,63 @@
+// The commands: each adds itself to the command line.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <functional>
+#include <ostream>
+
+#include "tools/ptpstate/Client.h"
+#include "tools/ptpstate/Failure.h"
+
+namespace Ptpstate {
+
+/// What is to be run once the command line has been read.
+using Run = std::function<Exit()>;
+
+void addServe(CLI::App& app, Run& run);
+void addWatch(CLI::App& app, Run& run);
+void addDump(CLI::App& app, Run& run);
+void addGet(CLI::App& app, Run& run);
+void addSet(CLI::App& app, Run& run);
+void addAdd(CLI::App& app, Run& run);
+void addDel(CLI::App& app, Run& run);
+
+/// What every client takes.
+struct ClientOptions {
+   std::string socket;
+   double timeout = 10;
+
+   std::chrono::milliseconds patience() const {
+      return std::chrono::milliseconds(static_cast<S64>(timeout * 1000));
+   }
+};
+
+void addSocketOption(CLI::App& command, std::string& socket);
+void addClientOptions(CLI::App& command, ClientOptions& options);
+
+/// The program's command line: fills `app` with all commands.
+void addCommands(CLI::App& app, Run& run);
+
+/// Reads the command line and runs the command. What goes wrong is one line on `errors`.
+Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors);
+
+/// A complete mirror of a root, and the path's place in it.
+struct Opened {
+   Client client;
+   Mount* mount = nullptr;
+   Path path;
+
+   Opened(ClientOptions const& options, std::string const& path, MountMode mode);
+};
+
+/// An argument as the user wrote it: see `runCommandLine`.
+std::string plainArgument(std::string const& argument);
+
+/// Writes a file through `write`, or to standard output for "-". Throws `Failure` if it cannot be
+/// written.
+void writeFile(std::string const& path, std::function<void(std::ostream&)> const& write);
+
+/// Roots whole, one after the other, and how much it was.
+void dumpRoots(std::ostream& out, std::vector<Kiv::NamedEntity*> const& roots);
+
+}  // namespace Ptpstate
