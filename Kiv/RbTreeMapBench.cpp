@@ -11,7 +11,7 @@
 /// elements; times are per element.
 namespace {
 
-struct Std {
+struct StdTree {
    std::map<U64, U64> map;
 
    void insert(U64 key, U64 value) { map.emplace(key, value); }
@@ -83,18 +83,18 @@ void lookUp(benchmark::State& state, U64 offset) {
 }
 
 template <class Map>
-void BM_Hit(benchmark::State& state) {
+void BM_TreeHit(benchmark::State& state) {
    lookUp<Map>(state, 0);
 }
 
 template <class Map>
-void BM_Miss(benchmark::State& state) {
+void BM_TreeMiss(benchmark::State& state) {
    lookUp<Map>(state, 1);
 }
 
 /// From empty, and in another order one by one until empty again.
 template <class Map>
-void BM_InsertErase(benchmark::State& state) {
+void BM_TreeInsertErase(benchmark::State& state) {
    std::vector<U64> const keys = makeKeys(state.range(0));
    std::vector<U64> order = keys;
    std::shuffle(order.begin(), order.end(), std::mt19937_64(3));
@@ -110,7 +110,7 @@ void BM_InsertErase(benchmark::State& state) {
 }
 
 template <class Map>
-void BM_Iterate(benchmark::State& state) {
+void BM_TreeIterate(benchmark::State& state) {
    Map const map = filled<Map>(makeKeys(state.range(0)));
    for (auto _ : state) {
       benchmark::DoNotOptimize(map.sum());
@@ -122,13 +122,13 @@ void sizes(benchmark::internal::Benchmark* b) {
    b->Arg(8)->Arg(64)->Arg(10'000)->Arg(100'000);
 }
 
-BENCHMARK(BM_Hit<Std>)->Apply(sizes);
-BENCHMARK(BM_Hit<KivTree>)->Apply(sizes);
-BENCHMARK(BM_Miss<Std>)->Apply(sizes);
-BENCHMARK(BM_Miss<KivTree>)->Apply(sizes);
-BENCHMARK(BM_InsertErase<Std>)->Apply(sizes);
-BENCHMARK(BM_InsertErase<KivTree>)->Apply(sizes);
-BENCHMARK(BM_Iterate<Std>)->Apply(sizes);
-BENCHMARK(BM_Iterate<KivTree>)->Apply(sizes);
+BENCHMARK(BM_TreeHit<StdTree>)->Apply(sizes);
+BENCHMARK(BM_TreeHit<KivTree>)->Apply(sizes);
+BENCHMARK(BM_TreeMiss<StdTree>)->Apply(sizes);
+BENCHMARK(BM_TreeMiss<KivTree>)->Apply(sizes);
+BENCHMARK(BM_TreeInsertErase<StdTree>)->Apply(sizes);
+BENCHMARK(BM_TreeInsertErase<KivTree>)->Apply(sizes);
+BENCHMARK(BM_TreeIterate<StdTree>)->Apply(sizes);
+BENCHMARK(BM_TreeIterate<KivTree>)->Apply(sizes);
 
 }  // namespace
