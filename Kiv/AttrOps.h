@@ -74,6 +74,8 @@ struct CollectionOps {
    void (*applyElement)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
    /// Applies a received deletion; gives a removed child back, null for values.
    Sarn::Ptr<Entity> (*applyDelete)(Entity& owner, NboAttrLog::In& in);
+   /// The child that is there already under the key of a received creation, or null.
+   Entity* (*findForCreate)(Entity const& owner, NboAttrLog::In in);
    /// Creates or finds the child that a received creation names. An existing child with other
    /// constant arguments is replaced.
    Sarn::Ptr<Entity> (*applyCreate)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
@@ -115,6 +117,8 @@ struct AttrOps {
    void (*write)(void* object, void const* value);
 
    // Single values in the attribute log.
+   /// The encoded size where it is the same for every value, else 0.
+   std::size_t fixedSize;
    std::size_t (*encodedSize)(Entity const& entity);
    void (*encode)(Entity const& entity, NboAttrLog::Out& out);
    /// Decodes the whole value, then goes through the setter.

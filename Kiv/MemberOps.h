@@ -89,6 +89,7 @@ struct SingleOps {
          all.write = &write;
       }
       if constexpr (std::is_base_of_v<Entity, Owner>) {
+         all.fixedSize = fixedEncodedSize<T>;
          all.encodedSize = &encodedSize;
          all.encode = &encode;
          if constexpr (settable) {
@@ -241,6 +242,12 @@ private:
          key_;
 };
 
+constexpr AttrOps collectionOps(CollectionOps const& collection) {
+   AttrOps all{};
+   all.collection = &collection;
+   return all;
+}
+
 /// What all keyed collections share. `Self` has `K`, `Keys` and `map(owner)`.
 template <class Self, class Child>
 struct KeyedOps {
@@ -356,8 +363,7 @@ struct MapOps : KeyedOps<MapOps<Owner, Map, id>, void> {
       ops.applyElement = &applyElement;
       return ops;
    }();
-   static constexpr AttrOps ops{nullptr, nullptr, nullptr,     nullptr,
-                                nullptr, nullptr, &collection, nullptr};
+   static constexpr AttrOps ops = collectionOps(collection);
 };
 
 /// A hash map of values that contain their keys.
@@ -407,8 +413,7 @@ struct InternalKeyMapOps : KeyedOps<InternalKeyMapOps<Owner, Map, id>, void> {
       ops.applyElement = &applyElement;
       return ops;
    }();
-   static constexpr AttrOps ops{nullptr, nullptr, nullptr,     nullptr,
-                                nullptr, nullptr, &collection, nullptr};
+   static constexpr AttrOps ops = collectionOps(collection);
 };
 
 /// The parameters of a creating accessor, without reference and const.
@@ -464,6 +469,10 @@ struct ChildrenOps
       }
       (std::make_index_sequence<std::tuple_size_v<Args>>());
    }
+   static Entity* findForCreate(Entity const& owner, NboAttrLog::In in) {
+      K const key = ValueOps<K>::decode(in);
+      return findChild(owner, &key);
+   }
    static Sarn::Ptr<Entity> applyCreate(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen) {
       Args args;
       std::apply(
@@ -492,11 +501,11 @@ struct ChildrenOps
       ops.childIs = &childIs;
       ops.childArgTypes = childArgTypes.data();
       ops.childArgCount = childArgTypes.size();
+      ops.findForCreate = &findForCreate;
       ops.applyCreate = &applyCreate;
       return ops;
    }();
-   static constexpr AttrOps ops{nullptr, nullptr, nullptr,     nullptr,
-                                nullptr, nullptr, &collection, nullptr};
+   static constexpr AttrOps ops = collectionOps(collection);
 };
 
 /// A singleton child. `Is` takes a name where the child has one.
@@ -516,8 +525,11 @@ struct SingletonOps {
    static Sarn::Ptr<Entity> del(Entity& owner) { return (static_cast<Owner&>(owner).*Del)(); }
 
    static constexpr ChildOps child{&get, &is, &del};
-   static constexpr AttrOps ops{nullptr, nullptr, nullptr, nullptr,
-                                nullptr, &child,  nullptr, nullptr};
+   static constexpr AttrOps ops = [] {
+      AttrOps all{};
+      all.child = &child;
+      return all;
+   }();
 };
 
 template <class Owner, auto Queue, AttributeId id>
@@ -586,8 +598,11 @@ struct QueueMemberOps {
    static constexpr QueueOps queueOps{&size,          &frontSequence, &nextSequence, &at,
                                       &enq,           &deq,           &delAll,       &elementSize,
                                       &encodeElement, &applyEnq,      &applyFront};
-   static constexpr AttrOps ops{nullptr, nullptr, nullptr, nullptr,
-                                nullptr, nullptr, nullptr, &queueOps};
+   static constexpr AttrOps ops = [] {
+      AttrOps all{};
+      all.queue = &queueOps;
+      return all;
+   }();
 };
 
 }  // namespace Impl

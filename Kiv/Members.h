@@ -55,7 +55,7 @@ inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v)
    } else {
       T const old = stored;
       stored = v;
-      owner.publishChangeRecursive(id, nullptr, &old, nullptr);
+      owner.publishToWatchers(id, nullptr, &old, nullptr);
    }
 }
 

@@ -319,6 +319,13 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
       ~Creating() { session.createHandle_ = 0; }
    } const creating{*this};
    createHandle_ = handle;
+   // What is there already is known from now on, before an observer can change it again.
+   Entity* const there = field.kind == MemberKind::children
+                               ? field.ops->collection->findForCreate(*owner, in)
+                               : field.ops->child->get(*owner);
+   if (there != nullptr) {
+      map(handle, there, writable);
+   }
    Sarn::Ptr<Entity> child;
    if (field.kind == MemberKind::children) {
       child = field.ops->collection->applyCreate(*owner, in, seenKeys(*owner, field));
@@ -331,8 +338,8 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
       child = field.ops->child->is(*owner, {});
    }
    if (!closed_) {
-      bool const there = child->parent() == owner.get();  // an observer may have removed it
-      map(handle, there ? child.get() : nullptr, writable);
+      bool const stays = child->parent() == owner.get();  // an observer may have removed it
+      map(handle, stays ? child.get() : nullptr, writable);
    }
 }
 
@@ -532,6 +539,9 @@ void Session::map(U32 handle, Entity* entity, bool writable) {
       incoming_.resize(std::min<std::size_t>(wanted, hub_.limits_.entities));
    }
    Incoming& entry = incoming_[place];
+   if (entry.entity.get() == entity && entry.handle == handle) {
+      return;
+   }
    if (entry.entity && entry.entity.get() != entity) {
       U64 const before = reinterpret_cast<U64>(entry.entity.get());
       U32 const* const known = incomingHandles_.find(before);

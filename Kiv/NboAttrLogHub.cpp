@@ -237,29 +237,25 @@ Session* Hub::Root::madeBy(Change const& change) const noexcept {
 }
 
 void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field, Session const* skipped) {
+   std::size_t const fixed = field.ops->fixedSize;
+   std::size_t const body = fixed != 0 ? fixed : field.ops->encodedSize(entity);
    U8 const* encoded = nullptr;
-   std::size_t size = 0;
    for (Session* const session : subscribers) {
       if (session->closed() || session == skipped) {
          continue;
       }
-      if (session->live() && session->reach(entity)) {
+      if (session->live() && session->reach(entity)) [[likely]] {
          if (encoded != nullptr) {
-            if (session->copy(encoded, size)) {
+            if (session->copy(encoded, headerSize + body)) {
                continue;
             }
-         } else {
-            std::size_t const body = field.ops->encodedSize(entity);
-            U8* const at =
-                  session->reserve(Opcode::set, body, entity.streamHandle(), field.fieldId);
-            if (at != nullptr) {
-               Out out(at + headerSize, body);
-               field.ops->encode(entity, out);
-               size = headerSize + body;
-               session->commit(size);
-               encoded = at;
-               continue;
-            }
+         } else if (U8* const at = session->reserve(Opcode::set, body, entity.streamHandle(),
+                                                    field.fieldId)) [[likely]] {
+            Out out(at + headerSize, body);
+            field.ops->encode(entity, out);
+            session->commit(headerSize + body);
+            encoded = at;
+            continue;
          }
       }
       session->markDirty(entity, field, nullptr, false);
@@ -283,12 +279,10 @@ void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change con
             session->fail(hub_.tooManyEntities());
          }
       }
-      if (from != nullptr && change.oldValue == nullptr) {
-         if (present == nullptr) {
-            from->vanished(entity, field, change.key);
-         } else if (skipped != nullptr) {
-            skipped->created(*present);
-         }
+      if (present != nullptr && skipped != nullptr) {
+         skipped->created(*present);
+      } else if (present == nullptr && from != nullptr && change.oldValue == nullptr) {
+         from->vanished(entity, field, change.key);
       }
    }
    for (Session* const session : subscribers) {

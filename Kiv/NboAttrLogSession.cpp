@@ -10,11 +10,6 @@
 namespace Kiv::NboAttrLog {
 namespace {
 
-/// Messages that both ends count, so that a writer can say what it had seen when it wrote.
-bool isChange(Opcode opcode) noexcept {
-   return opcode >= Opcode::set && opcode <= Opcode::collectionEnd;
-}
-
 Entity const* rootOf(Entity const& entity) noexcept {
    Entity const* at = &entity;
    while (at->parent() != nullptr) {
@@ -26,7 +21,10 @@ Entity const* rootOf(Entity const& entity) noexcept {
 }  // namespace
 
 Session::Session(Hub& hub, SessionListener* listener)
-      : hub_(hub), listener_(listener), out_(hub.limits().outputBuffer) {
+      : hub_(hub),
+        listener_(listener),
+        out_(hub.limits().outputBuffer),
+        longestBody_(std::min(hub.limits().longestMessage, out_.capacity() - headerSize - 1)) {
    hub_.sessions_.push_back(this);
    hello();
 }
@@ -39,32 +37,14 @@ Session::~Session() {
 
 // Room in the output. A message is counted when it is committed.
 
-U8* Session::reserve(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute) {
-   std::size_t const bound =
-         std::min(hub_.limits_.longestMessage, out_.capacity() - headerSize - 1);
-   if (bodySize > bound) [[unlikely]] {
-      Entity const* const entity = hub_.handles_.find(handle);
-      FieldDescriptor const* const field =
-            entity != nullptr ? entity->kivType().field(attribute) : nullptr;
-      fail((entity != nullptr ? entityPath(*entity) + "." : Sarn::String()) +
-           (field != nullptr ? field->name : "message") + " (" + std::to_string(attribute) +
-           "): a message of " + std::to_string(bodySize) + " bytes exceeds the bound of " +
-           std::to_string(bound));
-      return nullptr;
-   }
-   U8* const at = out_.reserve(headerSize + bodySize);
-   if (at != nullptr) {
-      Out out(at, headerSize);
-      writeHeader(out, {opcode, static_cast<U32>(bodySize), handle, attribute});
-      changesSent_ += isChange(opcode) ? 1 : 0;
-   }
-   return at;
-}
-
-void Session::commit(std::size_t size) noexcept {
-   out_.commit(size);
-   ++stats_.messagesOut;
-   stats_.bytesOut += size;
+void Session::tooLong(std::size_t bodySize, U32 handle, AttributeId attribute) {
+   Entity const* const entity = hub_.handles_.find(handle);
+   FieldDescriptor const* const field =
+         entity != nullptr ? entity->kivType().field(attribute) : nullptr;
+   fail((entity != nullptr ? entityPath(*entity) + "." : Sarn::String()) +
+        (field != nullptr ? field->name : "message") + " (" + std::to_string(attribute) +
+        "): a message of " + std::to_string(bodySize) + " bytes exceeds the bound of " +
+        std::to_string(longestBody_));
 }
 
 bool Session::copy(U8 const* message, std::size_t size) {
@@ -168,7 +148,7 @@ bool Session::acknowledge() {
    return true;
 }
 
-bool Session::reach(Entity& entity) {
+bool Session::reachAfterBind(Entity& entity) {
    if (!acknowledge()) [[unlikely]] {
       return false;
    }

@@ -173,7 +173,11 @@ private:
    /// A change of a child, a collection or a queue. `removed`: the child that was there before.
    void onChange(Entity& entity, FieldDescriptor const& field, void const* key, Entity* removed);
    void rootGone(Hub::Root& root);
-   void commit(std::size_t size) noexcept;
+   void commit(std::size_t size) noexcept {
+      out_.commit(size);
+      ++stats_.messagesOut;
+      stats_.bytesOut += size;
+   }
    U8* reserve(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute);
    template <class Body>
    bool write(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute,
@@ -197,8 +201,13 @@ private:
              incomingHandles_.find(reinterpret_cast<U64>(&entity)) != nullptr;
    }
    /// Whether the peer knows the entity, after a `bind` if it introduced it itself.
-   bool reach(Entity& entity);
+   bool reach(Entity& entity) {
+      bool const said = !writesBack_ || acknowledged_ == changesReceived_;
+      return (said && introduced(entity.streamHandle())) || reachAfterBind(entity);
+   }
+   bool reachAfterBind(Entity& entity);
    bool acknowledge();
+   void tooLong(std::size_t bodySize, U32 handle, AttributeId attribute);
    bool live() const noexcept { return upToDate() && !closed_; }
    bool copy(U8 const* message, std::size_t size);
    /// Whether this session serves the root above the entity.
@@ -288,6 +297,7 @@ private:
    Hub& hub_;
    SessionListener* listener_;
    CircularBuffer out_;
+   std::size_t longestBody_;
    std::vector<U8> in_;
    SessionStats stats_;
 
@@ -324,6 +334,28 @@ private:
    bool closed_ = false;
    Sarn::String closeReason_;
 };
+
+/// Messages that both ends count, so that a writer can say what it had seen when it wrote.
+inline bool isChange(Opcode opcode) noexcept {
+   return opcode >= Opcode::set && opcode <= Opcode::collectionEnd;
+}
+
+/// Room for a message, with its header written, or null when there is none now. A change is
+/// counted here.
+inline U8* Session::reserve(Opcode opcode, std::size_t bodySize, U32 handle,
+                            AttributeId attribute) {
+   if (bodySize > longestBody_) [[unlikely]] {
+      tooLong(bodySize, handle, attribute);
+      return nullptr;
+   }
+   U8* const at = out_.reserve(headerSize + bodySize);
+   if (at != nullptr) [[likely]] {
+      Out out(at, headerSize);
+      writeHeader(out, {opcode, static_cast<U32>(bodySize), handle, attribute});
+      changesSent_ += isChange(opcode) ? 1 : 0;
+   }
+   return at;
+}
 
 template <class Body>
 bool Session::write(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute,

@@ -193,6 +193,16 @@ struct ValueOps<std::optional<T>> {
    }
 };
 
+/// The encoded size where every value has the same, else 0: that of scalars and enumerations.
+template <class T>
+inline constexpr std::size_t fixedEncodedSize = [] {
+   if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) {
+      return ValueOps<T>::maxSize;
+   } else {
+      return std::size_t(0);
+   }
+}();
+
 /// A type's default value: of an enumeration the one that it states, else the value-initialised.
 template <class T>
 constexpr T defaultValue() {

@@ -109,7 +109,13 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
    auto* const outer = static_cast<Frame*>(topFrame);
    Frame frame{outer, {*this, attributeId, key, oldValue, keyCompare}, nullptr, 0, 0, false, false};
-   frame.enter(this);
+   // To the nearest that has observers at once: this one or, since somebody is listening, one
+   // above. But what runs already is told first, and may change who that is.
+   Publisher* nearest = this;
+   while (outer == nullptr && nearest->list_ == nullptr) {
+      nearest = nearest->parent_;
+   }
+   frame.enter(nearest);
    struct Pop {
       Frame* outer;
       ~Pop() { topFrame = outer; }
@@ -121,8 +127,9 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
       }
       tell(frame);
       // The frame's own word, since the publisher may be gone.
-      if (frame.at != nullptr && ((frame.at->watch_ & aboveBit) != 0 || frame.holes) &&
-          climb(frame)) {
+      bool const more = frame.at != nullptr && (frame.at->watch_ & aboveBit) != 0 &&
+                        frame.at->parent_ != nullptr;
+      if ((more || frame.holes) && climb(frame)) {
          run(frame);
       }
    } catch (...) {

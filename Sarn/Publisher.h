@@ -79,6 +79,12 @@ public:
       }
    }
 
+   /// The same where the caller has asked `watched()` already.
+   void publishToWatchers(U16 attributeId, void const* key, void const* oldValue,
+                          KeyCompare keyCompare) {
+      publish(attributeId, key, oldValue, keyCompare);
+   }
+
    /// Whether a change here would be told to anybody.
    bool watched() const noexcept { return watch_ != 0; }
    /// Whether this publisher or one above it has a subtree observer.
