@@ -1,0 +1,400 @@
+// Updates from process to process through a socket, beside the bare mirror: the same records
+// through the same kind of socket into plain structs.
+#include <cstring>
+
+#include "Kiv/NboAttrLogConnection.h"
+#include "PtpLib/PtpStatusStatedbTypes/Config.h"
+#include "bench/Baseline.h"
+#include "bench/Harness.h"
+
+namespace {
+
+using namespace Harness;
+using namespace Kiv::NboAttrLog;
+
+constexpr U32 entities = 10000;
+constexpr int batch = 1000;
+
+// The bare mirror
+
+/// Reads records into structs until the socket ends; answers each `mark` record with a byte.
+void bareReader(int fd) {
+   std::vector<Baseline::Intf> intfs(entities);
+   std::vector<U8> in(1 << 16);
+   std::size_t kept = 0;
+   for (;;) {
+      ssize_t const count = read(fd, in.data() + kept, in.size() - kept);
+      if (count <= 0) {
+         return;
+      }
+      std::size_t const size = kept + static_cast<std::size_t>(count);
+      std::size_t at = 0;
+      while (size - at >= Baseline::headerSize) {
+         U32 const word = Baseline::get32(in.data() + at);
+         std::size_t const total = Baseline::headerSize + (word & 0xffffff);
+         if (size - at < total) {
+            break;
+         }
+         U32 const handle = Baseline::get32(in.data() + at + 4);
+         U16 const attribute = Baseline::get16(in.data() + at + 8);
+         if (handle >= entities) {
+            if (handle == ~U32(0)) {
+               U8 const mark = 1;
+               writeAll(fd, &mark, 1);
+            } else {
+               return;
+            }
+         } else if (attribute == 284) {
+            intfs[handle].linkDelayThreshold = Baseline::get64(in.data() + at + 10);
+         } else if (attribute != 0) {
+            reinterpret_cast<U8*>(&intfs[handle])[attribute % sizeof(Baseline::Intf)] = in[at + 10];
+         }
+         at += total;
+      }
+      kept = size - at;
+      std::memmove(in.data(), in.data() + at, kept);
+   }
+}
+
+struct BareWriter {
+   std::vector<Baseline::Intf> intfs = std::vector<Baseline::Intf>(entities);
+   std::vector<U8> out = std::vector<U8>(1 << 20);
+   std::size_t used = 0;
+
+   void set(U32 handle, U64 v) {
+      Baseline::Intf& intf = intfs[handle];
+      if (intf.linkDelayThreshold != v) {
+         intf.linkDelayThreshold = v;
+         used += Baseline::putRecord64(out.data() + used, handle, 284, v);
+      }
+   }
+   void mark() { used += Baseline::putRecord64(out.data() + used, ~U32(0), 0, 0); }
+   void flush(std::vector<int> const& fds) {
+      for (int const fd : fds) {
+         writeAll(fd, out.data(), used);
+      }
+      used = 0;
+   }
+};
+
+double bareUpdates(U64 updates, int changesAWrite, int readers) {
+   std::vector<Child> children;
+   std::vector<int> fds;
+   for (int i = 0; i != readers; ++i) {
+      children.emplace_back([&fds](int fd) {
+         for (int const other : fds) {
+            close(other);
+         }
+         bareReader(fd);
+      });
+      fds.push_back(children.back().fd);
+   }
+   BareWriter writer;
+   double const begin = now();
+   U32 next = 0;
+   for (U64 i = 0; i != updates;) {
+      for (int k = 0; k != changesAWrite; ++k, ++i) {
+         writer.set(next, i + 1);
+         next = next + 1 == entities ? 0 : next + 1;
+      }
+      writer.flush(fds);
+   }
+   writer.mark();
+   writer.flush(fds);
+   for (int const fd : fds) {
+      U8 mark;
+      readAll(fd, &mark, 1);
+   }
+   double const seconds = now() - begin;
+   for (int const fd : fds) {
+      close(fd);
+   }
+   return static_cast<double>(updates) / seconds;
+}
+
+// Ours
+
+Sarn::Ptr<Ptp::Config> makeConfig(U32 count) {
+   Sarn::Ptr<Ptp::Config> const config = Ptp::configFactory("ptp/config");
+   for (U32 i = 0; i != count; ++i) {
+      config->intfConfigIs(Dorn::IntfId("Ethernet" + std::to_string(i + 1)), true, false);
+   }
+   return config;
+}
+
+void turn(FdConnection& connection) {
+   waitFor(connection.fd(), connection.events());
+   connection.onReady(POLLIN | POLLOUT);
+}
+
+/// Mirrors the configuration until the source goes.
+void mirror(int fd) {
+   Hub hub;
+   FdConnection connection(hub, fd);
+   Sarn::Ptr<Ptp::Config> const config = Ptp::configFactory("ptp/config");
+   connection.session().mountIs(config);
+   while (!connection.done()) {
+      turn(connection);
+   }
+}
+
+class Syncs final : public SessionListener {
+public:
+   void onSynced(Session&, U32) override { ++count; }
+   U32 count = 0;
+};
+
+/// A source with readers that are all up to date.
+struct Source {
+   Hub hub;
+   Sarn::Ptr<Ptp::Config> config;
+   std::vector<Ptp::IntfConfig*> intfs;
+   Syncs syncs;
+   std::vector<std::unique_ptr<FdConnection>> connections;
+
+   explicit Source(std::vector<Child> const& children) : config(makeConfig(entities)) {
+      hub.rootIs(config);
+      for (U32 i = 0; i != entities; ++i) {
+         intfs.push_back(
+               config->intfConfig(Dorn::IntfId("Ethernet" + std::to_string(i + 1))).get());
+      }
+      for (Child const& child : children) {
+         connections.push_back(std::make_unique<FdConnection>(hub, child.fd, &syncs));
+      }
+      while (!ready()) {
+         for (auto const& connection : connections) {
+            turn(*connection);
+         }
+      }
+      sync();
+   }
+   ~Source() { connections.clear(); }
+   bool ready() const {
+      return std::all_of(connections.begin(), connections.end(), [](auto const& connection) {
+         return connection->session().handshakeDone() &&
+                connection->session().stats().messagesOut > entities &&
+                connection->session().upToDate();
+      });
+   }
+   void flush() {
+      for (auto const& connection : connections) {
+         connection->flush();
+         while (connection->session().output().size != 0 && !connection->done()) {
+            waitFor(connection->fd(), POLLOUT);
+            connection->flush();
+         }
+      }
+   }
+   /// Waits until every reader has applied everything.
+   void sync() {
+      U32 const wanted = syncs.count + static_cast<U32>(connections.size());
+      for (auto const& connection : connections) {
+         connection->session().syncIs(1);
+      }
+      flush();
+      while (syncs.count != wanted) {
+         for (auto const& connection : connections) {
+            if (syncs.count != wanted) {
+               turn(*connection);
+            }
+         }
+      }
+   }
+};
+
+double ourUpdates(U64 updates, int changesAWrite, int readers) {
+   std::vector<Child> children;
+   for (int i = 0; i != readers; ++i) {
+      children.emplace_back([&children](int fd) {
+         for (Child const& other : children) {
+            close(other.fd);
+         }
+         mirror(fd);
+      });
+   }
+   Source source(children);
+   double const begin = now();
+   U32 next = 0;
+   for (U64 i = 0; i != updates;) {
+      for (int k = 0; k != changesAWrite; ++k, ++i) {
+         source.intfs[next]->linkDelayThresholdIs(i + 1);
+         next = next + 1 == entities ? 0 : next + 1;
+      }
+      source.flush();
+   }
+   source.sync();
+   double const seconds = now() - begin;
+   for (auto const& connection : source.connections) {
+      if (connection->session().stats().changesDeferred != 0) {
+         std::fprintf(stderr, "changes were coalesced: the figure would not count all\n");
+         std::exit(1);
+      }
+   }
+   return static_cast<double>(updates) / seconds;
+}
+
+// Latency of one change: the value is the time it was set at.
+
+U64 nanoseconds() {
+   return static_cast<U64>(now() * 1e9);
+}
+
+double bareLatency(int rounds) {
+   Child const child([](int fd) {
+      for (;;) {
+         U8 record[18];
+         ssize_t const count = read(fd, record, sizeof record);
+         if (count != sizeof record) {
+            return;
+         }
+         U64 const late = nanoseconds() - Baseline::get64(record + 10);
+         writeAll(fd, &late, sizeof late);
+      }
+   });
+   std::vector<double> times;
+   for (int i = 0; i != rounds; ++i) {
+      U8 record[18];
+      Baseline::putRecord64(record, 5, 284, nanoseconds());
+      writeAll(child.fd, record, sizeof record);
+      U64 late;
+      readAll(child.fd, &late, sizeof late);
+      times.push_back(static_cast<double>(late) * 1e-9);
+   }
+   close(child.fd);
+   return median(times);
+}
+
+class Lateness final : public Kiv::Observer {
+public:
+   explicit Lateness(int fd) : fd_(fd) {}
+   void onChange(Kiv::Change const& change) override {
+      if (change.attributeId == 284) {
+         auto const& intf = static_cast<Ptp::IntfConfig const&>(Kiv::entityOf(change));
+         U64 const late = nanoseconds() - intf.linkDelayThreshold();
+         writeAll(fd_, &late, sizeof late);
+      }
+   }
+
+private:
+   int fd_;
+};
+
+double ourLatency(int rounds) {
+   int answers[2];
+   if (socketpair(AF_UNIX, SOCK_STREAM, 0, answers) != 0) {
+      die("socketpair");
+   }
+   std::vector<Child> children;
+   children.emplace_back([&answers](int fd) {
+      Hub hub;
+      FdConnection connection(hub, fd);
+      Sarn::Ptr<Ptp::Config> const config = Ptp::configFactory("ptp/config");
+      Mount const& mount = connection.session().mountIs(config);
+      Lateness lateness(answers[1]);
+      bool watching = false;
+      while (!connection.done()) {
+         turn(connection);
+         if (mount.complete() && !watching) {
+            watching = true;
+            config->observerAdd(lateness, Kiv::Scope::subtree);
+         }
+      }
+      config->observerDel(lateness, Kiv::Scope::subtree);
+   });
+   Source source(children);
+   std::vector<double> times;
+   for (int i = 0; i != rounds; ++i) {
+      source.intfs[5]->linkDelayThresholdIs(nanoseconds());
+      source.flush();
+      U64 late;
+      readAll(answers[0], &late, sizeof late);
+      times.push_back(static_cast<double>(late) * 1e-9);
+   }
+   close(answers[0]);
+   close(answers[1]);
+   return median(times);
+}
+
+// A new reader brought up to date.
+
+double bareCatchUp() {
+   Child const child([](int fd) { bareReader(fd); });
+   BareWriter writer;
+   double const begin = now();
+   for (U32 i = 0; i != entities; ++i) {
+      for (U16 attribute = 258; attribute != 298; ++attribute) {
+         if (writer.out.size() - writer.used < 64) {
+            writer.flush({child.fd});
+         }
+         U8* const at = writer.out.data() + writer.used;
+         Baseline::put32(at, U32(8) << 24 | 1);
+         Baseline::put32(at + 4, i);
+         Baseline::put16(at + 8, attribute == 284 ? U16(283) : attribute);
+         at[10] = reinterpret_cast<U8 const*>(&writer.intfs[i])[attribute % 64];
+         writer.used += 11;
+      }
+   }
+   writer.mark();
+   writer.flush({child.fd});
+   U8 mark;
+   readAll(child.fd, &mark, 1);
+   double const seconds = now() - begin;
+   close(child.fd);
+   return seconds;
+}
+
+double ourCatchUp(Source& source) {
+   std::vector<Child> children;
+   children.emplace_back([](int fd) { mirror(fd); });
+   double const begin = now();
+   Syncs syncs;
+   FdConnection connection(source.hub, children[0].fd, &syncs);
+   while (connection.session().stats().messagesOut < 10 || !connection.session().upToDate()) {
+      turn(connection);
+   }
+   connection.session().syncIs(1);
+   while (syncs.count == 0) {
+      turn(connection);
+   }
+   return now() - begin;
+}
+
+void all(char const* where) {
+   std::printf("%s\n", where);
+   heading();
+   compare(
+         "updates a second, 1000 a turn, one reader", "M/s", 1e-6, ">= 0.1 (goal 0.25)",
+         [] { return bareUpdates(10000000, batch, 1); },
+         [] { return ourUpdates(10000000, batch, 1); });
+   compare(
+         "updates a second, 1000 a turn, four readers", "M/s", 1e-6, ">= 0.1",
+         [] { return bareUpdates(2000000, batch, 4); },
+         [] { return ourUpdates(2000000, batch, 4); });
+   compare(
+         "the same: one reader of ours, four of ours", "M/s", 1e-6, ">= 0.15",
+         [] { return ourUpdates(2000000, batch, 1); },
+         [] { return ourUpdates(2000000, batch, 4); });
+   compare(
+         "updates a second, one change a write", "M/s", 1e-6, ">= 0.67",
+         [] { return bareUpdates(300000, 1, 1); }, [] { return ourUpdates(300000, 1, 1); });
+   compare(
+         "latency of one change, median", "us", 1e6, "<= 1.3", [] { return bareLatency(20000); },
+         [] { return ourLatency(20000); });
+   Source source({});
+   compare("a new reader of 10 000 interfaces up to date", "ms", 1e3, "<= 4", bareCatchUp,
+           [&source] { return ourCatchUp(source); });
+}
+
+}  // namespace
+
+int main() {
+   cpu_set_t everywhere;
+   if (sched_getaffinity(0, sizeof everywhere, &everywhere) != 0) {
+      die("sched_getaffinity");
+   }
+   pin(firstCpu(everywhere));
+   all("One CPU");
+   pin(everywhere);
+   std::printf("\n");
+   all("All CPUs");
+}
