@@ -185,27 +185,30 @@ private:
    /// child with other constant arguments is replaced.
    void create(Entity& entity, FieldDescriptor const& field, void const* key) {
       Kiv::CollectionOps const& ops = *field.ops->collection;
-      std::size_t const keySize = ops.keySize(key);
-      // The size of the other arguments is found once, by attempt; they have a fixed size.
+      std::vector<U8> message(ops.keySize(key));
+      Kiv::NboAttrLog::Out out(message.data(), message.size());
+      ops.encodeKey(out, key);
+      std::size_t const arguments = argumentsSize(field, message);
+      for (std::size_t left = arguments; left != 0; --left) {
+         message.push_back(static_cast<U8>(chance_.below(2)));
+      }
+      Kiv::NboAttrLog::In in(message.data(), message.data() + message.size());
+      ops.applyCreate(entity, in, nullptr);
+   }
+
+   /// The size of a child's arguments behind its key, which is fixed, found by attempt.
+   static std::size_t argumentsSize(FieldDescriptor const& field, std::vector<U8> message) {
       static std::map<FieldDescriptor const*, std::size_t> sizes;
       auto const known = sizes.find(&field);
-      std::size_t size = known != sizes.end() ? known->second : 0;
-      for (; size != 64; ++size) {
-         std::vector<U8> message(keySize + size);
-         Kiv::NboAttrLog::Out out(message.data(), keySize);
-         ops.encodeKey(out, key);
-         for (std::size_t i = keySize; known != sizes.end() && i != message.size(); ++i) {
-            message[i] = static_cast<U8>(chance_.below(2));
-         }
+      if (known != sizes.end()) {
+         return known->second;
+      }
+      for (std::size_t size = 0;; ++size, message.push_back(0)) {
          Kiv::NboAttrLog::In in(message.data(), message.data() + message.size());
          try {
-            ops.applyCreate(entity, in, nullptr);
-            sizes.emplace(&field, size);
-            return;
+            field.type->entity->stream->newEntityForAttrLog(in);
+            return sizes[&field] = size;
          } catch (Kiv::NboAttrLog::FaultException const&) {
-            if (known != sizes.end()) {
-               return;
-            }
          }
       }
    }

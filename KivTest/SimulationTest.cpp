@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 
+#include "Kiv/Hash.h"
 #include "KivTest/SimulationTree.h"
 #include "PtpLib/PtpStatusStatedbTypes.h"
 
@@ -17,6 +18,12 @@ using KivTest::Simulation;
 using KivTest::SimulationPlan;
 
 namespace {
+
+/// A seed must do the same in every run, and hash maps are walked in the order of the hashes.
+[[maybe_unused]] bool const sameHashes = [] {
+   Kiv::HashHelper::hashSeed32Is(1);
+   return true;
+}();
 
 U64 number(char const* variable, U64 otherwise) {
    char const* const text = std::getenv(variable);
