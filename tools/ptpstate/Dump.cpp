@@ -120,7 +120,7 @@ void Dump::queue(Entity const& entity, FieldDescriptor const& field, Sarn::Strin
       value(path + "[" + std::to_string(sequence) + "]",
             field.type->genericIfStrRep(ops.at(entity, sequence)));
    }
-   if (next != 0) {
+   if (next != 1) {  // the number of a queue's first element
       values_.emplace_back(path, "next " + std::to_string(next));
    }
 }

@@ -1,0 +1,72 @@
+// Drives the real program from tests: runs it, keeps it running, reads what it says.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace Ptpstate {
+
+/// What came of a run.
+struct Outcome {
+   int status = -1;  ///< the exit status; 128 and the signal's number if it was killed
+   std::string out;
+   std::string err;
+};
+
+/// A running `ptpstate`. Killed at the end if it still runs.
+class Program {
+public:
+   /// `uid`: run as this user, if we are root.
+   explicit Program(std::vector<std::string> const& args, uid_t uid = 0);
+   ~Program();
+   Program(Program const&) = delete;
+   Program& operator=(Program const&) = delete;
+
+   pid_t pid() const noexcept { return pid_; }
+   void signal(int number) const;
+   /// Waits until its output has `text` so many times, for ten seconds at most. Whether it has.
+   bool says(std::string const& text, int times = 1);
+   /// All of its output so far.
+   std::string const& out() const noexcept { return outcome_.out; }
+   /// Waits until it has ended, for twenty seconds at most; then kills it.
+   Outcome const& finish();
+
+private:
+   /// Reads what is there, waiting so long at most. False when both outputs have ended.
+   bool read(std::chrono::milliseconds wait);
+
+   pid_t pid_ = -1;
+   int outFd_ = -1;
+   int errFd_ = -1;
+   Outcome outcome_;
+};
+
+/// Runs it to its end.
+Outcome run(std::vector<std::string> const& args, uid_t uid = 0);
+
+/// A directory of its own, removed with all that is in it.
+class Scratch {
+public:
+   Scratch();
+   ~Scratch();
+   Scratch(Scratch const&) = delete;
+   Scratch& operator=(Scratch const&) = delete;
+
+   std::string const& path() const noexcept { return path_; }
+   std::string file(std::string const& name) const { return path_ + "/" + name; }
+
+private:
+   std::string path_;
+};
+
+std::string readFile(std::string const& path);
+
+/// With `from` replaced by `to`, everywhere.
+std::string replaced(std::string text, std::string const& from, std::string const& to);
+/// With the time at the beginning of lines replaced by "TIME".
+std::string withoutTimes(std::string const& text);
+
+}  // namespace Ptpstate
