@@ -47,3 +47,22 @@ pkg-config --print-errors --atleast-version=0.1.0 ptplib
 g++ $(pkg-config --cflags ptplib) tests/install/tree.cpp -o "$scratch/tree" \
    $(pkg-config --libs ptplib) -Wl,-rpath,"$prefix/lib"
 "$scratch/tree"
+
+echo "--- the first minutes, as the README tells them"
+# block START LANGUAGE: the first fenced block of the language below the line START.
+block() {
+   awk -v start="$1" -v fence="\`\`\`$2" '
+      index($0, start) == 1 { below = 1 }
+      inside && /^```$/ { exit }
+      inside { print }
+      below && $0 == fence { inside = 1 }' README.md
+}
+minutes=$scratch/minutes
+mkdir "$minutes"
+block "## The first five minutes" cmake >"$minutes/CMakeLists.txt"
+block "It prints" "" >"$minutes/expected.txt"
+cp examples/firstMinutes.cpp "$minutes"
+cmake -G Ninja -S "$minutes" -B "$minutes/build" -DCMAKE_PREFIX_PATH="$prefix"
+cmake --build "$minutes/build"
+"$minutes/build/firstMinutes" >"$scratch/output"
+diff -u "$minutes/expected.txt" "$scratch/output"
