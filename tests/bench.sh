@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # bench.sh BIN [PATTERN]: runs the benchmark programs of a build (those whose names match) and prints
-# one table: each figure beside its baseline from the same run. A figure is the median of five
-# repetitions, taken in random order so that a slow moment hits all alike.
+# one table: each figure beside its baseline from the same run. A figure is the median CPU time of
+# five repetitions, taken in random order so that a slow moment hits all alike.
 #
-# A baseline does the same work: its name differs in the template argument (<Std>, <Bare...>,
-# <Baseline...>), or in the word Baseline, only.
+# A baseline does the same work: its name differs in a template argument with Std or Bare in it, in
+# the words Std or Baseline, or in ByInet... for the C library's functions, only.
 set -u
 bin=$1
 pattern=${2:-.}
@@ -48,10 +48,10 @@ for program in "$bin"/*_bench; do
          }
       }
       function isBaseline(name) {
-         return name ~ /<(Std|Bare|Baseline)|Baseline/
+         return name ~ /<Bare|Baseline|Std|ByInet/
       }
       function work(name) {
-         gsub(/<[^>]*>|Baseline/, "", name)
+         gsub(/<[^>]*>|_?Baseline|Std|ByInet[A-Za-z]*/, "", name)
          return name
       }
       END {
@@ -88,7 +88,7 @@ for program in "$bin"/*_bench; do
 done
 
 for program in "$bin"/bench_*; do
-   [ -x "$program" ] && [[ ${program##*/} =~ $pattern ]] || continue
+   [[ $program != *_bench && ${program##*/} =~ $pattern ]] && [ -x "$program" ] || continue
    printf '\n%s\n' "${program##*/}"
    "$program" || {
       echo "   failed"
