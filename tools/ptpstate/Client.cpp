@@ -89,7 +89,10 @@ void Client::waitFor(char const* what, Done&& done) {
                              "); wait longer with --timeout, or look after it",
                        Exit::connection);
       }
-      turn(-1, left);
+      if (turn(interruptFd, left)) {
+         throw Failure(socket_ + ": interrupted before the server has answered (" + what + ")",
+                       Exit::connection);
+      }
    }
 }
 

@@ -49,6 +49,8 @@ public:
 
    /// Called when the state of a mount changes, in its place among the changes.
    std::function<void(Mount&)> onMountState;
+   /// Ends all waiting with a `Failure` once it is readable; -1 for none.
+   int interruptFd = -1;
 
 private:
    void onMount(Kiv::NboAttrLog::Session& session, Mount& mount) override;

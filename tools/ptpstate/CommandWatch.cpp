@@ -39,7 +39,9 @@ std::string timeText() {
 class Watch {
 public:
    explicit Watch(WatchOptions const& options)
-         : options_(options), client_(options.socket, options.patience()) {}
+         : options_(options), client_(options.socket, options.patience()) {
+      client_.interruptFd = stop_.fd();
+   }
 
    Exit run();
 
@@ -142,6 +144,7 @@ void Watch::finish() {
    if (client_.over()) {
       say("-- connection lost: " + client_.closeReason());
    } else {
+      stop_.taken();  // a second signal ends the waiting, too
       client_.sync();
    }
    std::cout.flush();

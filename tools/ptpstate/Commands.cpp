@@ -69,7 +69,12 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
    std::reverse(reversed.begin(), reversed.end());
    try {
       app.parse(std::move(reversed));
-      return run();
+      Exit const status = run();
+      out.flush();
+      if (!out) {
+         throw Failure("the output cannot be written");
+      }
+      return status;
    } catch (CLI::ParseError const& error) {
       if (error.get_exit_code() == 0) {
          app.exit(error, out, errors);  // help was asked for

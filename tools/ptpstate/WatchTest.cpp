@@ -1,5 +1,6 @@
 // What a watcher prints while others change a state, and what it has at the end.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <memory>
@@ -114,6 +115,25 @@ TEST_F(WatchTest, SaysThatTheConnectionIsLostAndWritesWhatItHas) {
                                 ": the connection is lost; watch again when the server is back\n");
    EXPECT_TRUE(std::regex_search(readFile(dump), std::regex("\nptp/config.priority1 += 7\n")))
          << readFile(dump);
+}
+
+TEST_F(WatchTest, CanBeInterruptedWhileTheServerDoesNotAnswer) {
+   auto const watcher = watch();
+   server->signal(SIGSTOP);
+   Program beginning({"watch", "--socket", socket, "--timeout", "60"});
+   ::usleep(100000);
+   beginning.signal(SIGINT);
+   Outcome const& outcome = beginning.finish();
+   // On a slow machine the signal comes before it is waited for, and ends the program itself.
+   EXPECT_TRUE(outcome.status == 3 || outcome.status == 128 + SIGINT) << outcome.status;
+   watcher->signal(SIGINT);
+   ::usleep(50000);
+   watcher->signal(SIGINT);
+   EXPECT_EQ(watcher->finish().status, 3);
+   EXPECT_NE(watcher->finish().err.find("interrupted before the server has answered"),
+             std::string::npos)
+         << watcher->finish().err;
+   server->signal(SIGCONT);
 }
 
 TEST_F(WatchTest, HasAtTheEndWhatTheServerHas) {
