@@ -161,10 +161,17 @@ void Session::applyToEntity(Header const& header, In& in) {
       return;
    }
    Entity& entity = *target.entity;
+   FieldDescriptor const* const field = entity.kivType().field(header.attribute);
+   // By far the most: a value for an entity that no adapter here watches.
+   if (header.opcode == Opcode::set && field != nullptr && target.writable &&
+       entity.streamHandle() == 0 && field->kind == MemberKind::single &&
+       field->has(FieldDescriptor::streamed) && field->ops->apply != nullptr) [[likely]] {
+      field->ops->apply(entity, in);
+      return;
+   }
    // A setter has done its work when observers run; what takes several steps keeps the entity.
    Sarn::Ptr<Entity> const keep =
          header.opcode == Opcode::set ? Sarn::Ptr<Entity>() : target.entity;
-   FieldDescriptor const* const field = entity.kivType().field(header.attribute);
    if (field == nullptr || !field->has(FieldDescriptor::streamed)) [[unlikely]] {
       Sa::doBaseKivNboAttrLogSaMsg(entity, header.attribute, in);
    }

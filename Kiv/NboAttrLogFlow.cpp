@@ -33,34 +33,46 @@ FlowOut::~FlowOut() {
    freeResyncState();
 }
 
+void FlowOut::typeIs(TypeImpl const& type) {
+   type_ = &type;
+   firstId_ = type.firstId;
+   plain_ = type.base == nullptr;
+   count_ = 0;
+   for (TypeImpl const* at = &type; at != nullptr; at = at->base) {
+      count_ += at->rowCount;
+   }
+   streamed_.reset(count_);
+   forEachField(type, [&](FieldDescriptor const& field) {
+      if (field.has(FieldDescriptor::streamed)) {
+         streamed_.set(place(field.fieldId), true);
+      }
+   });
+}
+
 void FlowOut::reset(Entity& entity, bool replayAll) {
    freeResyncState();
    entity_ = &entity;
    handle = entity.streamHandle();
-   std::size_t count = 0;
-   for (TypeImpl const* type = &entity.kivType(); type != nullptr; type = type->base) {
-      count += type->rowCount;
+   if (type_ != &entity.kivType()) {
+      typeIs(entity.kivType());
    }
-   dirty_.reset(count);
-   synced_.reset(count);
-   whole_.reset(count);
-   erased_.reset(count);
+   synced_.reset(count_);
+   erased_.reset(count_);
+   if (replayAll) {
+      dirty_ = streamed_;
+      whole_ = streamed_;
+   } else {
+      dirty_.reset(count_);
+      whole_.reset(count_);
+   }
    collections_.clear();
    queues_.clear();
    bookmark_ = 0;
-   if (replayAll) {
-      forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
-         if (field.has(FieldDescriptor::streamed)) {
-            kivIsDirtyIs(field.fieldId, true);
-            wholeCollectionIs(field.fieldId, true);
-         }
-      });
-   }
 }
 
-U32 FlowOut::place(AttributeId id) const noexcept {
+U32 FlowOut::placeInDerived(AttributeId id) const noexcept {
    // Own members last: a derived type's flags stand behind those of its base.
-   TypeImpl const* type = &entity_->kivType();
+   TypeImpl const* type = type_;
    while (id < type->firstId && type->base != nullptr) {
       type = type->base;
    }

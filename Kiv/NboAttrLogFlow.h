@@ -94,9 +94,20 @@ private:
       U32 told;
    };
 
-   U32 place(AttributeId id) const noexcept;
+   U32 place(AttributeId id) const noexcept {
+      return plain_ ? static_cast<U32>(id - firstId_) : placeInDerived(id);
+   }
+   U32 placeInDerived(AttributeId id) const noexcept;
+   void typeIs(TypeImpl const& type);
 
    Entity* entity_ = nullptr;
+   TypeImpl const* type_ = nullptr;
+   /// Of a type that is not derived from another, whose flags lie in the order of its ids.
+   AttributeId firstId_ = 0;
+   bool plain_ = false;
+   U32 count_ = 0;
+   /// What a whole replay has to tell.
+   Bits streamed_;
    Bits dirty_;
    Bits synced_;
    Bits whole_;

@@ -21,7 +21,7 @@ namespace Sarn {
 
 namespace {
 
-/// A chunk leaves this much of its 64 KiB to the system allocator's own header, so that consecutive
+/// A chunk leaves this much of its 32 KiB to the system allocator's own header, so that consecutive
 /// chunks need not skip an alignment step between them.
 constexpr std::size_t allocatorOverhead = 64;
 constexpr std::size_t chunkBytes = Slab::chunkSize - allocatorOverhead;

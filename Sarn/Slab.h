@@ -9,10 +9,10 @@
 /// chunks. Use `slabAllocate` and `slabFree`; a `Slab` of one's own is for tests.
 ///
 /// Sizes are rounded up to 16 bytes; each of the 128 sizes up to 2 KiB has a slab of its own, and
-/// what is larger goes to operator new. A slab is a set of 64 KiB chunks, each aligned to its size,
+/// what is larger goes to operator new. A slab is a set of 32 KiB chunks, each aligned to its size,
 /// so that a slot finds its chunk by masking its address:
 ///
-///     64 KiB boundary
+///     32 KiB boundary
 ///     | chunk header | slot 0 | slot 1 | slot 2 | ...                    | never used ...
 ///                                 ^ freed: first word links to the next freed slot
 ///                                                                        ^ fresh_
@@ -63,7 +63,7 @@ void slabFree(void* p, std::size_t size, std::size_t alignment = slabAlignment) 
 /// The slab of one size.
 class Slab {
 public:
-   static constexpr std::size_t chunkSize = std::size_t{64} * 1024;
+   static constexpr std::size_t chunkSize = std::size_t{32} * 1024;
 
    /// REQUIRES: `slotSize` is a multiple of 16, and between 16 and `slabMaxSize`.
    constexpr explicit Slab(U32 slotSize) noexcept : slotSize_(slotSize) {}

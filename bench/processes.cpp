@@ -138,6 +138,20 @@ void mirror(int fd) {
    }
 }
 
+/// Waits until one of them is ready, and serves those that are.
+void turn(std::vector<std::unique_ptr<FdConnection>> const& connections) {
+   std::vector<pollfd> polls;
+   for (auto const& connection : connections) {
+      polls.push_back({connection->fd(), connection->events(), 0});
+   }
+   if (poll(polls.data(), polls.size(), -1) < 0 && errno != EINTR) {
+      die("poll");
+   }
+   for (std::size_t i = 0; i != polls.size(); ++i) {
+      connections[i]->onReady(polls[i].revents);
+   }
+}
+
 class Syncs final : public SessionListener {
 public:
    void onSynced(Session&, U32) override { ++count; }
@@ -162,13 +176,10 @@ struct Source {
          connections.push_back(std::make_unique<FdConnection>(hub, child.fd, &syncs));
       }
       while (!ready()) {
-         for (auto const& connection : connections) {
-            turn(*connection);
-         }
+         turn(connections);
       }
       sync();
    }
-   ~Source() { connections.clear(); }
    bool ready() const {
       return std::all_of(connections.begin(), connections.end(), [](auto const& connection) {
          return connection->session().handshakeDone() &&
@@ -193,11 +204,7 @@ struct Source {
       }
       flush();
       while (syncs.count != wanted) {
-         for (auto const& connection : connections) {
-            if (syncs.count != wanted) {
-               turn(*connection);
-            }
-         }
+         turn(connections);
       }
    }
 };
