@@ -110,7 +110,7 @@ struct StreamFunctions {
    std::size_t (*attrLogSizeCtorParams)(Entity const& entity);
    void (*serializeConstructorParams)(NboAttrLog::Out& out, Entity const& entity);
    void (*unused5)();
-   S32 (*handleAttrFlowOut)
+   S32(*handleAttrFlowOut)
    (NboAttrLog::Sa& adapter, AttributeId from, NboAttrLog::FlowOut& flowOut);
    void (*unused7)();
    void (*doHandleAttrDeserialization)(NboAttrLog::Sa& adapter, AttributeId id, bool flag,
@@ -121,7 +121,7 @@ struct StreamFunctions {
 /// Per entity type: the functions that its module record points to.
 struct EntityFunctions {
    Sarn::Ptr<Entity> (*genericIfConstructFromCtorArgs)(void const* const* args);
-   U8 (*genericIfAttributeOp)
+   U8(*genericIfAttributeOp)
    (void* result, void* object, FieldDescriptor const* field, U8 op, void const* other,
     void const* argument);
    /// Null when the type has no collection.
