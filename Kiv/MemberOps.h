@@ -482,17 +482,23 @@ struct ChildrenOps
             args);
       in.expectEnd();
       Base::saw(seen, std::get<0>(args));
-      try {
-         return make(owner, args);
-      } catch (MutatorReinstValException const&) {
-      }
-      // The source has another child under this key than the mirror: it replaces ours.
       FirstException thrown;
-      thrown.attempt([&] { erase(owner, std::get<0>(args)); });
-      Sarn::Ptr<Entity> child = make(owner, args);
-      thrown.rethrow();
-      return child;
+      for (int left = mostReplacements;; --left) {
+         try {
+            Sarn::Ptr<Entity> const child = make(owner, args);
+            thrown.rethrow();
+            return child;
+         } catch (MutatorReinstValException const&) {
+            if (left == 0) {
+               throw;
+            }
+         }
+         // The source has another child under this key than the mirror: it replaces ours, and what
+         // an observer puts in its place.
+         thrown.attempt([&] { erase(owner, std::get<0>(args)); });
+      }
    }
+   static constexpr int mostReplacements = 8;
 
    static constexpr CollectionOps collection = [] {
       CollectionOps ops = Base::common();

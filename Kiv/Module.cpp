@@ -1,10 +1,35 @@
 #include "Kiv/Module.h"
 
+#include <link.h>
+
+#include "Kiv/AllocTrack.h"
+
 namespace Kiv {
 namespace {
 
 constinit KivModule const* first = nullptr;
 constinit KivModule const* last = nullptr;
+
+/// Forgets the allocation counters that lie in the same shared object as `address`.
+int forgetCounters(dl_phdr_info* object, std::size_t, void* address) {
+   auto const segments = [object](auto&& visit) {
+      for (int i = 0; i != object->dlpi_phnum; ++i) {
+         ElfW(Phdr) const& segment = object->dlpi_phdr[i];
+         if (segment.p_type == PT_LOAD) {
+            auto const begin = object->dlpi_addr + segment.p_vaddr;
+            visit(reinterpret_cast<char*>(begin), reinterpret_cast<char*>(begin + segment.p_memsz));
+         }
+      }
+   };
+   bool within = false;
+   segments([&](char* begin, char* end) {
+      within = within || (static_cast<char*>(address) >= begin && address < end);
+   });
+   if (within) {
+      segments([](char* begin, char* end) { Sarn::AllocTrackRecord::forget(begin, end); });
+   }
+   return within ? 1 : 0;
+}
 
 }  // namespace
 
@@ -31,6 +56,11 @@ void kivModuleDel(KivModule const& module) noexcept {
          return;
       }
    }
+}
+
+ModuleRegistration::~ModuleRegistration() {
+   kivModuleDel(module_);
+   dl_iterate_phdr(&forgetCounters, module_.data);
 }
 
 KivModule const* firstModule() noexcept {

@@ -128,7 +128,9 @@ public:
    }
    ModuleRegistration(ModuleRegistration const&) = delete;
    ModuleRegistration& operator=(ModuleRegistration const&) = delete;
-   ~ModuleRegistration() { kivModuleDel(module_); }
+   /// Takes the module out of the registry, and the library's allocation counters out of the list
+   /// of those: both are about to be unmapped.
+   ~ModuleRegistration();
 
 private:
    KivModule const& module_;

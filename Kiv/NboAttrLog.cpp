@@ -3,7 +3,8 @@
 namespace Kiv::NboAttrLog {
 
 std::string_view In::nextString() {
-   return nextValidString(readableBytes());
+   std::size_t const left = readableBytes();
+   return nextValidString(left < 4 ? 0 : left - 4);
 }
 
 std::string_view In::nextValidString(std::size_t bound) {

@@ -122,12 +122,14 @@ void Session::apply(Header const& header, In& in) {
          in.expectEnd();
          checkRoomForAnswer(in);
          pendingEnq(Opcode::synced, token, {}, dirtySequence_);
+         fill();
          return;
       }
       case Opcode::listRoots:
          in.expectEnd();
          checkRoomForAnswer(in);
          pendingEnq(Opcode::roots, 0, {}, 0);
+         fill();
          return;
       case Opcode::roots:
          applyRoots(in);

@@ -153,8 +153,7 @@ TEST(In, StringsAreCheckedAgainstMessageAndBound) {
    EXPECT_EQ(fault(bytes, [](In& bad) { bad.nextValidString(1); }),
              "a string of 2 bytes exceeds the bound of 1 at offset 0");
    EXPECT_EQ(fault({0, 0, 0, 3, 'a', 'b'}, [](In& bad) { bad.nextString(); }),
-             "bytes <= readableBytes(): a value of 3 bytes stands where the message has 2 left at "
-             "offset 4");
+             "a string of 3 bytes exceeds the bound of 2 at offset 0");
    EXPECT_THROW(over({0, 0, 0}).nextString(), FaultException);
    for (U8 const first : Bytes{0x01, 0x7f, 0x80, 0xff}) {
       Bytes const huge{first, 0xff, 0xff, 0xff, 'a'};

@@ -1,0 +1,200 @@
+// Two ends of the attribute log in one process, whose bytes a test carries, reads as lines and
+// forges.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Kiv/NboAttrLogSa.h"
+#include "KivTest/Recorder.h"
+#include "KivTest/SimulationTree.h"
+#include "KivTest/TestTypes.h"
+
+namespace StreamTesting {
+
+using Kiv::NboAttrLog::Hub;
+using Kiv::NboAttrLog::Limits;
+using Kiv::NboAttrLog::Mount;
+using Kiv::NboAttrLog::MountMode;
+using Kiv::NboAttrLog::Opcode;
+using Kiv::NboAttrLog::Session;
+using Kiv::NboAttrLog::SessionListener;
+using KivTest::Root;
+using Bytes = std::vector<U8>;
+
+/// "set 01000000.258 01": opcode, handle, attribute and body of one message.
+inline std::string line(U8 const* header, U8 const* body, std::size_t size) {
+   static constexpr char const* names[] = {"?",
+                                           "hello",
+                                           "bye",
+                                           "mount",
+                                           "refused",
+                                           "replayBegin",
+                                           "replayEnd",
+                                           "rootGone",
+                                           "set",
+                                           "element",
+                                           "erase",
+                                           "create",
+                                           "enqueue",
+                                           "front",
+                                           "collectionBegin",
+                                           "collectionEnd",
+                                           "bind",
+                                           "ack",
+                                           "sync",
+                                           "synced",
+                                           "listRoots",
+                                           "roots"};
+   static constexpr char const* digits = "0123456789abcdef";
+   auto const hex = [](U8 v) { return std::string{digits[v >> 4], digits[v & 15]}; };
+   std::string text = header[0] < std::size(names) ? names[header[0]] : "?";
+   text += " ";
+   for (int i = 4; i != 8; ++i) {
+      text += hex(header[i]);
+   }
+   text += "." + std::to_string(header[8] << 8 | header[9]);
+   for (std::size_t i = 0; i != size; ++i) {
+      text += (i == 0 ? " " : "") + hex(body[i]);
+   }
+   return text;
+}
+
+/// The whole messages in `bytes`, a line each.
+inline std::vector<std::string> lines(Bytes const& bytes) {
+   std::vector<std::string> all;
+   for (std::size_t at = 0; at + 10 <= bytes.size();) {
+      U8 const* const header = bytes.data() + at;
+      std::size_t const size =
+            std::size_t(header[1]) << 16 | std::size_t(header[2]) << 8 | header[3];
+      EXPECT_LE(at + 10 + size, bytes.size());
+      all.push_back(line(header, header + 10, size));
+      at += 10 + size;
+   }
+   return all;
+}
+
+inline std::string joined(std::vector<std::string> const& all) {
+   std::string text;
+   for (std::string const& one : all) {
+      text += (text.empty() ? "" : "; ") + one;
+   }
+   return text;
+}
+
+/// A message as it goes over the wire.
+inline Bytes message(Opcode opcode, U32 handle, U16 attribute, Bytes const& body) {
+   Bytes bytes(10 + body.size());
+   Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
+   Kiv::NboAttrLog::writeHeader(out, {opcode, static_cast<U32>(body.size()), handle, attribute});
+   out.writeBytes(body.data(), body.size());
+   return bytes;
+}
+
+inline Bytes u32(U32 v) {
+   return {static_cast<U8>(v >> 24), static_cast<U8>(v >> 16), static_cast<U8>(v >> 8),
+           static_cast<U8>(v)};
+}
+
+/// The bytes after those of the first argument, and so on.
+template <class... More>
+Bytes concat(Bytes first, More const&... more) {
+   (first.insert(first.end(), more.begin(), more.end()), ...);
+   return first;
+}
+
+inline Bytes text(std::string_view v) {
+   return concat(u32(static_cast<U32>(v.size())), Bytes(v.begin(), v.end()));
+}
+
+/// One end: a hub with one session, whose listener keeps what it was told.
+struct End : SessionListener {
+   explicit End(Limits const& limits = {}) : hub(limits) { connect(); }
+
+   void connect() {
+      session.reset();
+      session = std::make_unique<Session>(hub, this);
+   }
+   /// Takes all bytes that wait to be sent.
+   Bytes take() {
+      Bytes bytes;
+      if (session->closed()) {
+         session->close(session->closeReason());  // as a connection does
+      }
+      while (session->output().size != 0) {
+         auto const piece = session->output();
+         bytes.insert(bytes.end(), piece.begin, piece.begin + piece.size);
+         session->sent(piece.size);
+      }
+      return bytes;
+   }
+   /// The same as one line of text.
+   std::string sent() { return joined(lines(take())); }
+   void receive(Bytes const& bytes) { session->received(bytes.data(), bytes.size()); }
+
+   void onMount(Session&, Mount& mount) override {
+      static constexpr char const* names[] = {"asked",   "replaying", "complete",
+                                              "refused", "gone",      "lost"};
+      events.push_back(names[static_cast<int>(mount.state())]);
+   }
+   void onClosed(Session&, Sarn::String const& reason) override {
+      events.push_back("closed: " + reason);
+   }
+   void onSynced(Session&, U32 token) override {
+      events.push_back("synced " + std::to_string(token));
+   }
+   /// What the listener was told since the last call.
+   std::string told() {
+      std::string const all = joined(events);
+      events.clear();
+      return all;
+   }
+
+   Hub hub;
+   std::unique_ptr<Session> session;
+   std::vector<std::string> events;
+};
+
+/// A source with a root, and a mirror of it.
+class StreamTest : public testing::Test {
+protected:
+   explicit StreamTest(Limits const& limits = {}) : source(limits), mirror(limits) {
+      source.hub.rootIs(root);
+   }
+   ~StreamTest() override {
+      mirror.session.reset();
+      source.session.reset();
+   }
+
+   /// Carries everything both ways until there is nothing left.
+   void carry() {
+      for (bool moved = true; moved;) {
+         Bytes const forth = source.take();
+         Bytes const back = mirror.take();
+         moved = !forth.empty() || !back.empty();
+         mirror.receive(forth);
+         source.receive(back);
+      }
+   }
+   Mount& mount(MountMode mode = MountMode::reader) {
+      Mount& made = mirror.session->mountIs(copy, mode);
+      carry();
+      return made;
+   }
+   void expectEqual() { EXPECT_EQ(KivTest::firstDifference(*root, *copy), ""); }
+   /// What the mirror says when it receives a message, after the other side's greeting.
+   std::string fault(Bytes const& bytes) {
+      mirror.receive(bytes);
+      return mirror.session->closeReason();
+   }
+
+   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
+   Sarn::Ptr<Root> copy = KivTest::rootFactory("test");
+   End source;
+   End mirror;
+};
+
+}  // namespace StreamTesting
