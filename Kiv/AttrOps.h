@@ -74,11 +74,10 @@ struct CollectionOps {
    void (*applyElement)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
    /// Applies a received deletion; gives a removed child back, null for values.
    Sarn::Ptr<Entity> (*applyDelete)(Entity& owner, NboAttrLog::In& in);
-   /// The child that is there already under the key of a received creation, or null.
-   Entity* (*findForCreate)(Entity const& owner, NboAttrLog::In in);
-   /// Creates or finds the child that a received creation names. An existing child with other
-   /// constant arguments is replaced.
-   Sarn::Ptr<Entity> (*applyCreate)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
+   /// Creates or finds the child that a received creation names. An existing child is first given
+   /// to `found(context, child)`; one with other constant arguments is then replaced.
+   Sarn::Ptr<Entity> (*applyCreate)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
+                                    void* context, void (*found)(void* context, Entity& child));
    /// Removes every element whose key is not in `seen` when its turn comes.
    void (*delUnseen)(Entity& owner, DirtyKeys const& seen);
 };

@@ -42,6 +42,10 @@ public:
 
    /// The number that the attribute log knows this entity by; 0 when it is not streamed.
    U32 streamHandle() const noexcept { return tag_; }
+   /// Where nobody listens but the attribute log, and one connection is up to date and has room: a
+   /// message that sets a streamed attribute, complete but for its `size` bytes of value, which the
+   /// caller encodes at the address that this returns. Else null: the change is to be published.
+   U8* logRoom(AttributeId id, std::size_t size) noexcept;
 
 protected:
    Entity() noexcept = default;

@@ -469,11 +469,8 @@ struct ChildrenOps
       }
       (std::make_index_sequence<std::tuple_size_v<Args>>());
    }
-   static Entity* findForCreate(Entity const& owner, NboAttrLog::In in) {
-      K const key = ValueOps<K>::decode(in);
-      return findChild(owner, &key);
-   }
-   static Sarn::Ptr<Entity> applyCreate(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen) {
+   static Sarn::Ptr<Entity> applyCreate(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
+                                        void* context, void (*found)(void*, Entity&)) {
       Args args;
       std::apply(
             [&](auto&... a) {
@@ -482,6 +479,9 @@ struct ChildrenOps
             args);
       in.expectEnd();
       Base::saw(seen, std::get<0>(args));
+      if (Entity* const there = findChild(owner, &std::get<0>(args))) {
+         found(context, *there);
+      }
       FirstException thrown;
       for (int left = mostReplacements;; --left) {
          try {
@@ -507,7 +507,6 @@ struct ChildrenOps
       ops.childIs = &childIs;
       ops.childArgTypes = childArgTypes.data();
       ops.childArgCount = childArgTypes.size();
-      ops.findForCreate = &findForCreate;
       ops.applyCreate = &applyCreate;
       return ops;
    }();

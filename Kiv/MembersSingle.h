@@ -4,6 +4,7 @@
 
 #include "Kiv/Entity.h"
 #include "Kiv/Exception.h"
+#include "Kiv/ValueOps.h"
 
 /// Members that hold one thing: attributes, and singleton children. See `Kiv/Members.h`.
 namespace Kiv {
@@ -31,12 +32,27 @@ namespace Impl {
 void publishString(Entity& owner, AttributeId id, Sarn::String& stored, std::string_view v);
 }  // namespace Impl
 
+/// Whether an attribute travels in the attribute log.
+enum class Streamed : bool { no, yes };
+
 /// Stores a value that is known to differ and to be in range, and publishes the change.
-template <class T, class V>
+template <Streamed streamed = Streamed::yes, class T, class V>
 inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v) {
    if (!owner.watched()) [[likely]] {
       stored = v;
-   } else if constexpr (std::is_same_v<T, Sarn::String>) {
+      return;
+   }
+   constexpr std::size_t size = fixedEncodedSize<T>;
+   if constexpr (streamed == Streamed::yes && size != 0) {
+      U8* const room = owner.mayHaveSoleRecorder() ? owner.logRoom(id, size) : nullptr;
+      if (room != nullptr) {
+         stored = v;
+         NboAttrLog::Out out(room, size);
+         ValueOps<T>::encode(out, stored);
+         return;
+      }
+   }
+   if constexpr (std::is_same_v<T, Sarn::String>) {
       Impl::publishString(owner, id, stored, v);
    } else {
       T const old = stored;
@@ -46,10 +62,10 @@ inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v)
 }
 
 /// The setter without bounds: compare, store, publish.
-template <class T, class V>
+template <Streamed streamed = Streamed::yes, class T, class V>
 inline void attributeIs(Entity& owner, AttributeId id, T& stored, V const& v) {
    if (!(stored == v)) {
-      attributeStore(owner, id, stored, v);
+      attributeStore<streamed>(owner, id, stored, v);
    }
 }
 

@@ -43,10 +43,7 @@ void Session::received(U8 const* bytes, std::size_t size) {
 
 void Session::parse(U8 const* bytes, std::size_t size) {
    while (size - consumed_ >= headerSize && !closed_) {
-      In head(bytes + consumed_, bytes + consumed_ + headerSize);
-      U32 const word = head.nextU32();
-      U32 const handle = head.nextU32();
-      Header const header{static_cast<Opcode>(word >> 24), word & 0xffffff, handle, head.nextU16()};
+      Header const header = readHeader(bytes + consumed_);
       if (!greeted_ && header.opcode != Opcode::hello) [[unlikely]] {
          close("the peer does not begin with the attribute log's greeting");
          return;
@@ -65,7 +62,9 @@ void Session::parse(U8 const* bytes, std::size_t size) {
       ++stats_.messagesIn;
       In in(body, body + header.bodySize);
       try {
-         apply(header, in);
+         if (header.opcode != Opcode::set || !applySet(header, in)) [[unlikely]] {
+            apply(header, in);
+         }
       } catch (Exception const& error) {
          close(describe(header) + ": " + error.what());
       }
@@ -152,6 +151,29 @@ void Session::apply(Header const& header, In& in) {
    in.fault("there is no message of this kind");
 }
 
+/// By far the most: a value for an entity that no adapter here watches. False, and nothing is done,
+/// for everything else.
+inline bool Session::applySet(Header const& header, In& in) {
+   U32 const place = HandleTable::place(header.handle);
+   if (place >= incoming_.size()) {
+      return false;
+   }
+   Incoming const& target = incoming_[place];
+   Entity* const entity = target.entity.get();
+   if (target.handle != header.handle || entity == nullptr || !target.writable ||
+       entity->streamHandle() != 0) {
+      return false;
+   }
+   FieldDescriptor const* const field = entity->kivType().field(header.attribute);
+   if (field == nullptr || field->kind != MemberKind::single ||
+       !field->has(FieldDescriptor::streamed) || field->ops->apply == nullptr) {
+      return false;
+   }
+   ++changesReceived_;
+   field->ops->apply(*entity, in);
+   return true;
+}
+
 void Session::applyToEntity(Header const& header, In& in) {
    U32 const place = HandleTable::place(header.handle);
    if (place >= incoming_.size() || incoming_[place].handle != header.handle) [[unlikely]] {
@@ -164,13 +186,6 @@ void Session::applyToEntity(Header const& header, In& in) {
    }
    Entity& entity = *target.entity;
    FieldDescriptor const* const field = entity.kivType().field(header.attribute);
-   // By far the most: a value for an entity that no adapter here watches.
-   if (header.opcode == Opcode::set && field != nullptr && target.writable &&
-       entity.streamHandle() == 0 && field->kind == MemberKind::single &&
-       field->has(FieldDescriptor::streamed) && field->ops->apply != nullptr) [[likely]] {
-      field->ops->apply(entity, in);
-      return;
-   }
    // A setter has done its work when observers run; what takes several steps keeps the entity.
    Sarn::Ptr<Entity> const keep =
          header.opcode == Opcode::set ? Sarn::Ptr<Entity>() : target.entity;
@@ -306,6 +321,13 @@ void Session::applyToNobody(Header const& header, In& in) {
 }
 
 void Session::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
+   if (field.kind != MemberKind::child && in.readableBytes() == 0) {
+      if (field.ops->collection->size(entity) != 0) {  // a replay that names no key
+         openCollection(entity, field, in);
+         closeCollection(entity, field, in);
+      }
+      return;
+   }
    Sarn::Ptr<Entity> removed;
    if (field.kind == MemberKind::child) {
       in.expectEnd();
@@ -328,16 +350,23 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
       ~Creating() { session.createHandle_ = 0; }
    } const creating{*this};
    createHandle_ = handle;
+   struct Found {
+      Session& session;
+      U32 handle;
+      bool writable;
+   } found{*this, handle, writable};
    // What is there already is known from now on, before an observer can change it again.
-   Entity* const there = field.kind == MemberKind::children
-                               ? field.ops->collection->findForCreate(*owner, in)
-                               : field.ops->child->get(*owner);
-   if (there != nullptr) {
-      map(handle, there, writable);
+   auto const know = [](void* context, Entity& there) {
+      auto const& [session, itsHandle, isWritable] = *static_cast<Found*>(context);
+      session.map(itsHandle, &there, isWritable);
+   };
+   if (Entity* const there =
+             field.kind == MemberKind::child ? field.ops->child->get(*owner) : nullptr) {
+      know(&found, *there);
    }
    Sarn::Ptr<Entity> child;
    if (field.kind == MemberKind::children) {
-      child = field.ops->collection->applyCreate(*owner, in, seenKeys(*owner, field));
+      child = field.ops->collection->applyCreate(*owner, in, seenKeys(*owner, field), &found, know);
    } else if (field.has(FieldDescriptor::named)) {
       std::string_view const name = in.nextString();
       in.expectEnd();
@@ -353,35 +382,44 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
 }
 
 DirtyKeys* Session::seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept {
-   for (std::size_t i = open_.size(); i-- != 0;) {
-      if (open_[i].entity == &entity && open_[i].field == &field) {
-         return open_[i].seen.get();
-      }
-   }
-   return nullptr;
+   std::size_t const at = findOpen(entity, field);
+   return at != open_.size() ? open_[at].seen.get() : nullptr;
 }
 
 void Session::applyCollectionMarker(Entity& entity, FieldDescriptor const& field,
                                     Header const& header, In& in) {
    in.expectEnd();
+   if (header.opcode == Opcode::collectionBegin) {
+      openCollection(entity, field, in);
+   } else {
+      closeCollection(entity, field, in);
+   }
+}
+
+std::size_t Session::findOpen(Entity const& entity, FieldDescriptor const& field) const noexcept {
    std::size_t at = 0;
    while (at != open_.size() && !(open_[at].entity == &entity && open_[at].field == &field)) {
       ++at;
    }
-   if (header.opcode == Opcode::collectionBegin) {
-      if (at != open_.size()) {
-         in.fault("the collection's replay has begun already");
-      }
-      if (open_.size() >= hub_.limits_.nesting) {
-         in.fault("replays are nested deeper than " + std::to_string(hub_.limits_.nesting));
-      }
-      // What is empty has nothing that could be left over at the end.
-      bool const empty = field.ops->collection->size(entity) == 0;
-      open_.push_back(
-            {&entity, &field,
-             std::shared_ptr<DirtyKeys>(empty ? nullptr : field.ops->collection->newDirtyKeys())});
-      return;
+   return at;
+}
+
+void Session::openCollection(Entity& entity, FieldDescriptor const& field, In const& in) {
+   if (findOpen(entity, field) != open_.size()) {
+      in.fault("the collection's replay has begun already");
    }
+   if (open_.size() >= hub_.limits_.nesting) {
+      in.fault("replays are nested deeper than " + std::to_string(hub_.limits_.nesting));
+   }
+   // What is empty has nothing that could be left over at the end.
+   bool const empty = field.ops->collection->size(entity) == 0;
+   open_.push_back(
+         {&entity, &field,
+          std::shared_ptr<DirtyKeys>(empty ? nullptr : field.ops->collection->newDirtyKeys())});
+}
+
+void Session::closeCollection(Entity& entity, FieldDescriptor const& field, In const& in) {
+   std::size_t const at = findOpen(entity, field);
    if (at == open_.size()) {
       in.fault("the collection's replay has not begun");
    }

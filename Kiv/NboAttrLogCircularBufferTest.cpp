@@ -111,7 +111,7 @@ TEST(CircularBuffer, ClearsAll) {
 }
 
 TEST_F(CircularBufferProperties, GivesBackTheBytesThatWereWrittenInTheirOrder) {
-   for (std::size_t const capacity : {1, 2, 7, 64, 1000}) {
+   for (std::size_t const capacity : {1U, 2U, 7U, 64U, 1000U}) {
       CircularBuffer buffer(capacity);
       std::deque<U8> expected;
       U8 next = 0;

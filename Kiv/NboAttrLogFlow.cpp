@@ -16,12 +16,6 @@ void FlowOut::Bits::reset(std::size_t count) {
    }
 }
 
-void FlowOut::Bits::set(U32 place, bool value) {
-   U64 const bit = U64(1) << place % 64;
-   U64& word = words()[place / 64];
-   word = value ? word | bit : word & ~bit;
-}
-
 bool FlowOut::Bits::any() const noexcept {
    if (more_.empty()) {
       return (few_[0] | few_[1]) != 0;

@@ -33,6 +33,12 @@ public:
    bool kivIsDirty(AttributeId id) const { return dirty_.get(place(id)); }
    void kivHasSyncedIs(AttributeId id, bool synced) { synced_.set(place(id), synced); }
    bool kivHasSynced(AttributeId id) const { return synced_.get(place(id)); }
+   /// The reader has been told of the attribute.
+   void told(AttributeId id) {
+      U32 const at = place(id);
+      dirty_.set(at, false);
+      synced_.set(at, true);
+   }
    /// Whether single keys of the collection are dirty.
    bool hasDirtyCollKeys(AttributeId id) const noexcept;
    /// Whether the collection is to be replayed whole.
@@ -75,7 +81,11 @@ private:
    public:
       void reset(std::size_t count);
       bool get(U32 place) const { return (words()[place / 64] >> place % 64 & 1) != 0; }
-      void set(U32 place, bool value);
+      void set(U32 place, bool value) {
+         U64 const bit = U64(1) << place % 64;
+         U64& word = words()[place / 64];
+         word = value ? word | bit : word & ~bit;
+      }
       bool any() const noexcept;
 
    private:

@@ -176,7 +176,7 @@ Sarn::Ptr<NamedEntity> Hub::rootDel(std::string_view type, std::string_view name
    if (root == nullptr) {
       return {};
    }
-   Sarn::Ptr<NamedEntity> const entity(&root->entity());
+   Sarn::Ptr<NamedEntity> entity(&root->entity());
    std::vector<Session*> const sessions = sessions_;
    for (Session* const session : sessions) {
       session->rootGone(*root);
@@ -297,4 +297,31 @@ void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change con
    }
 }
 
+inline U8* Hub::Root::room(Entity const& entity, AttributeId id, std::size_t size) {
+   if (subscribers.size() != 1 || hub_.applying_.session != nullptr) {
+      return nullptr;
+   }
+   Session& session = *subscribers.front();
+   U32 const handle = entity.streamHandle();
+   if (handle == 0 || !session.live() || session.writesBack_ || !session.introduced(handle)) {
+      return nullptr;
+   }
+   U8* const at = session.reserve(Opcode::set, size, handle, id);
+   if (at == nullptr) {
+      return nullptr;
+   }
+   session.commit(headerSize + size);
+   return at + headerSize;
+}
+
 }  // namespace Kiv::NboAttrLog
+
+namespace Kiv {
+
+U8* Entity::logRoom(AttributeId id, std::size_t size) noexcept {
+   Observer* const recorder = soleRecorder();
+   return recorder != nullptr ? static_cast<NboAttrLog::Hub::Root*>(recorder)->room(*this, id, size)
+                              : nullptr;
+}
+
+}  // namespace Kiv

@@ -88,6 +88,7 @@ public:
 
 private:
    friend class Session;
+   friend class Kiv::Entity;
    class Root;
 
    Root& adopt(Sarn::Ptr<NamedEntity> const& root, bool offered);
@@ -126,6 +127,9 @@ public:
    ~Root();
 
    void onChange(Change const& change) override;
+
+   /// See `Entity::logRoom`.
+   U8* room(Entity const& entity, AttributeId id, std::size_t size);
 
    NamedEntity& entity() const noexcept { return *entity_; }
 

@@ -236,6 +236,22 @@ bool Session::descendInto(Entity& entity, bool fresh) {
    return true;
 }
 
+// The most frequent step comes first, to be compiled into the one that takes it.
+inline Session::Write Session::replaySingle(FlowOut& flow, FieldDescriptor const& field) {
+   Entity const& entity = flow.entity();
+   std::size_t const fixed = field.ops->fixedSize;
+   std::size_t const size = fixed != 0 ? fixed : field.ops->encodedSize(entity);
+   U8* const at = reserve(Opcode::set, size, flow.handle, field.fieldId);
+   if (at == nullptr) {
+      return Write::full;
+   }
+   commit(headerSize + size);
+   flow.told(field.fieldId);
+   Out out(at + headerSize, size);
+   field.ops->encode(entity, out);
+   return Write::done;
+}
+
 Session::Write Session::flowOutOnAttributeForConnection(FlowOut& flow,
                                                         FieldDescriptor const& field) {
    Write result = Write::done;
@@ -259,21 +275,6 @@ Session::Write Session::flowOutOnAttributeForConnection(FlowOut& flow,
    return result;
 }
 
-Session::Write Session::replaySingle(FlowOut& flow, FieldDescriptor const& field) {
-   Entity const& entity = flow.entity();
-   std::size_t const size = field.ops->encodedSize(entity);
-   U8* const at = reserve(Opcode::set, size, flow.handle, field.fieldId);
-   if (at == nullptr) {
-      return Write::full;
-   }
-   Out out(at + headerSize, size);
-   field.ops->encode(entity, out);
-   commit(headerSize + size);
-   flow.kivIsDirtyIs(field.fieldId, false);
-   flow.kivHasSyncedIs(field.fieldId, true);
-   return Write::done;
-}
-
 Session::Write Session::replayChild(FlowOut& flow, FieldDescriptor const& field) {
    Entity* const child = field.ops->child->get(flow.entity());
    bool const told = child != nullptr && peerHas(*child);
@@ -291,14 +292,20 @@ Session::Write Session::replayChild(FlowOut& flow, FieldDescriptor const& field)
       }
       descend = descendInto(*child, false);
    }
-   flow.kivIsDirtyIs(field.fieldId, false);
-   flow.kivHasSyncedIs(field.fieldId, true);
+   flow.told(field.fieldId);
    return descend ? Write::descend : Write::done;
 }
 
 Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& field) {
    Entity& entity = flow.entity();
    CollectionIterator* at = flow.resyncIterator();
+   if (at == nullptr && field.ops->collection->size(entity) == 0) {
+      if (reserveMarker(Opcode::erase, flow, field) == Write::full) {
+         return Write::full;
+      }
+      collectionIsTold(flow, field);
+      return Write::done;
+   }
    if (at == nullptr) {
       if (reserveMarker(Opcode::collectionBegin, flow, field) == Write::full) {
          return Write::full;
@@ -334,10 +341,14 @@ Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& f
       return Write::full;
    }
    flow.freeResyncState();
+   collectionIsTold(flow, field);
+   return Write::done;
+}
+
+void Session::collectionIsTold(FlowOut& flow, FieldDescriptor const& field) {
    flow.wholeCollectionIs(field.fieldId, false);
    flow.kivIsDirtyIs(field.fieldId, flow.hasDirtyCollKeys(field.fieldId));
    flow.kivHasSyncedIs(field.fieldId, true);
-   return Write::done;
 }
 
 Session::Write Session::reserveMarker(Opcode opcode, FlowOut const& flow,
@@ -362,8 +373,7 @@ Session::Write Session::replayDirtyKeys(FlowOut& flow, FieldDescriptor const& fi
       return session.writeDirtyKey(flowOut, collection, key, erased);
    });
    if (all) {
-      flow.kivIsDirtyIs(field.fieldId, false);
-      flow.kivHasSyncedIs(field.fieldId, true);
+      flow.told(field.fieldId);
    }
    if (walkDepth_ > depth) {
       return Write::descend;
@@ -436,8 +446,7 @@ Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field)
          return Write::full;
       }
    }
-   flow.kivIsDirtyIs(field.fieldId, false);
-   flow.kivHasSyncedIs(field.fieldId, true);
+   flow.told(field.fieldId);
    // An element must not be told twice: what changed during a whole replay has been told by it.
    if (own != nullptr && own != &flow) {
       own->toldSequence(field.fieldId, next) = next;
@@ -445,6 +454,36 @@ Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field)
       own->kivIsDirtyIs(field.fieldId, false);
    }
    return Write::done;
+}
+
+namespace {
+
+/// In id order, inherited attributes first; stops at the first that cannot be written.
+S32 flowOutFields(TypeImpl const& type, Sa& adapter, AttributeId from, FlowOut& flowOut) {
+   if (type.base != nullptr && from < type.firstId) {
+      if (S32 const rest = flowOutFields(*type.base, adapter, from, flowOut); rest != 0) {
+         return rest;
+      }
+   }
+   for (U16 i = from > type.firstId ? static_cast<U16>(from - type.firstId) : U16(0);
+        i < type.rowCount; ++i) {
+      FieldDescriptor const& field = type.rows[i];
+      if (field.kind != MemberKind::none && field.has(FieldDescriptor::streamed) &&
+          flowOut.kivIsDirty(field.fieldId) &&
+          !adapter.flowOutOnAttributeForConnection(flowOut, field)) {
+         return field.fieldId;
+      }
+   }
+   return 0;
+}
+
+}  // namespace
+
+S32 handleAttrFlowOut(TypeImpl const& type, Sa& adapter, AttributeId from, FlowOut& flowOut) {
+   if (from != 0 && type.field(from) == nullptr) {
+      return -1;
+   }
+   return flowOutFields(type, adapter, from, flowOut);
 }
 
 }  // namespace Kiv::NboAttrLog

@@ -3,28 +3,6 @@
 #include "Kiv/Path.h"
 
 namespace Kiv::NboAttrLog {
-namespace {
-
-/// In id order, inherited attributes first; stops at the first that cannot be written.
-S32 flowOutFields(TypeImpl const& type, Sa& adapter, AttributeId from, FlowOut& flowOut) {
-   if (type.base != nullptr && from < type.firstId) {
-      if (S32 const rest = flowOutFields(*type.base, adapter, from, flowOut); rest != 0) {
-         return rest;
-      }
-   }
-   for (U16 i = from > type.firstId ? static_cast<U16>(from - type.firstId) : U16(0);
-        i < type.rowCount; ++i) {
-      FieldDescriptor const& field = type.rows[i];
-      if (field.kind != MemberKind::none && field.has(FieldDescriptor::streamed) &&
-          flowOut.kivIsDirty(field.fieldId) &&
-          !adapter.flowOutOnAttributeForConnection(flowOut, field)) {
-         return field.fieldId;
-      }
-   }
-   return 0;
-}
-
-}  // namespace
 
 void Sa::throwWriteUpdateFromReadOnlyProxyException(Entity const& entity, AttributeId id) {
    FieldDescriptor const* const field = entity.kivType().field(id);
@@ -63,13 +41,6 @@ FlowOut* newFlowOut(Sa& adapter, bool replayAll, AttributeId from) {
    return flowOut;
 }
 
-S32 handleAttrFlowOut(TypeImpl const& type, Sa& adapter, AttributeId from, FlowOut& flowOut) {
-   if (from != 0 && type.field(from) == nullptr) {
-      return -1;
-   }
-   return flowOutFields(type, adapter, from, flowOut);
-}
-
 void doHandleAttrDeserialization(TypeImpl const& type, Sa& adapter, AttributeId id, bool erase,
                                  U32 count, In& in) {
    Entity& entity = adapter.entity();
@@ -99,7 +70,8 @@ void doHandleAttrDeserialization(TypeImpl const& type, Sa& adapter, AttributeId 
          if (erase) {
             field->ops->collection->applyDelete(entity, in);
          } else if (field->kind == MemberKind::children) {
-            field->ops->collection->applyCreate(entity, in, nullptr);
+            field->ops->collection->applyCreate(entity, in, nullptr, nullptr,
+                                                [](void*, Entity&) {});
          } else {
             field->ops->collection->applyElement(entity, in, nullptr);
          }

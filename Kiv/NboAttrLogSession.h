@@ -244,6 +244,7 @@ private:
    Write replaySingle(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayChild(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayCollection(FlowOut& flowOut, FieldDescriptor const& field);
+   static void collectionIsTold(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayDirtyKeys(FlowOut& flowOut, FieldDescriptor const& field);
    Write reserveMarker(Opcode opcode, FlowOut const& flowOut, FieldDescriptor const& field);
    DirtyKeyResult writeDirtyKey(FlowOut& flowOut, FieldDescriptor const& field, void const* key,
@@ -262,6 +263,7 @@ private:
    // Applying: NboAttrLogApply.cpp
    void parse(U8 const* bytes, std::size_t size);
    void apply(Header const& header, In& in);
+   bool applySet(Header const& header, In& in);
    void applyToEntity(Header const& header, In& in);
    void applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header, In& in);
    bool applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in);
@@ -271,6 +273,9 @@ private:
    void applyToNobody(Header const& header, In& in);
    void applyCollectionMarker(Entity& entity, FieldDescriptor const& field, Header const& header,
                               In& in);
+   std::size_t findOpen(Entity const& entity, FieldDescriptor const& field) const noexcept;
+   void openCollection(Entity& entity, FieldDescriptor const& field, In const& in);
+   void closeCollection(Entity& entity, FieldDescriptor const& field, In const& in);
    void applyHello(In& in);
    void applyMount(In& in);
    void applyBind(Header const& header, In& in);

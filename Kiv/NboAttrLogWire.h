@@ -29,7 +29,7 @@ enum class Opcode : U8 {
    rootGone,     ///< U32 mount: the source has given the root up
    set,          ///< value
    element,      ///< key and value, or a value that contains its key
-   erase,        ///< key; empty for a singleton child
+   erase,        ///< key; empty for a singleton child, or for all that is in a collection
    create,       ///< U32 handle of the child, then key and constructor arguments, or a child's name
    enqueue,      ///< U32 sequence, value
    front,        ///< U32 sequence of the first element that is left
@@ -67,6 +67,19 @@ struct Header {
    U32 handle;
    AttributeId attribute;
 };
+
+/// The header of a message of which at least `headerSize` bytes are here.
+inline Header readHeader(U8 const* at) noexcept {
+   U32 word;
+   U32 handle;
+   U16 attribute;
+   std::memcpy(&word, at, sizeof word);
+   std::memcpy(&handle, at + 4, sizeof handle);
+   std::memcpy(&attribute, at + 8, sizeof attribute);
+   word = byteSwapped(word);
+   return {static_cast<Opcode>(word >> 24), word & 0xffffff, byteSwapped(handle),
+           byteSwapped(attribute)};
+}
 
 inline void writeHeader(Out& out, Header const& header) {
    out.writeU32(static_cast<U32>(header.opcode) << 24 | header.bodySize);

@@ -193,7 +193,7 @@ private:
          message.push_back(static_cast<U8>(chance_.below(2)));
       }
       Kiv::NboAttrLog::In in(message.data(), message.data() + message.size());
-      ops.applyCreate(entity, in, nullptr);
+      ops.applyCreate(entity, in, nullptr, nullptr, [](void*, Kiv::Entity&) {});
    }
 
    /// The size of a child's arguments behind its key, which is fixed, found by attempt.

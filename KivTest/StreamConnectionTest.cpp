@@ -38,7 +38,9 @@ protected:
       return true;
    }
    void run() {
-      while (turn(*server) | turn(*client)) {
+      for (bool moved = true; moved;) {
+         moved = turn(*server);
+         moved = turn(*client) || moved;
       }
    }
 

@@ -246,6 +246,59 @@ TEST_F(StreamReplay, ATreeThatDoesNotFitIsReplayedPieceByPiece) {
    expectEqual();
 }
 
+/// A mirror that holds what the source has no more, when the source comes back.
+class StreamLeftovers : public StreamTest {
+protected:
+   StreamLeftovers() {
+      copy->byNumberIs(1, "one");
+      copy->byNumberIs(2, "two");
+      copy->leafIs(1, true, KivTest::Opaque(1));
+      copy->sortedIs(-1, "");
+   }
+   static std::string at(char const* opcode, std::string_view name) {
+      return std::string(opcode) + " 01000000." +
+             std::to_string(Root::kivTypeImpl.field(name)->fieldId);
+   }
+};
+
+TEST_F(StreamLeftovers, OfAnEmptyCollectionAreErasedByOneMessage) {
+   mirror.session->mountIs(copy);
+   source.receive(mirror.take());
+   Bytes const bytes = source.take();
+   auto const all = lines(bytes);
+   for (char const* const name : {"byNumber", "leaf", "sorted"}) {
+      EXPECT_EQ(std::count(all.begin(), all.end(), at("erase", name)), 1) << name;
+      EXPECT_EQ(std::count(all.begin(), all.end(), at("collectionBegin", name)), 0) << name;
+   }
+   auto const leaf = copy->leaf(1);
+   mirror.receive(bytes);
+   EXPECT_EQ(mirror.session->closeReason(), "");
+   expectEqual();
+   EXPECT_EQ(leaf->parent(), nullptr);
+}
+
+TEST_F(StreamLeftovers, AreErasedOneByOneAndWhatAWritersObserverAddsMeanwhileStays) {
+   struct Adds final : Kiv::Observer {
+      void onChange(Kiv::Change const& change) override {
+         auto& of = static_cast<Root&>(Kiv::entityOf(change));
+         if (change.attributeId == Root::kivTypeImpl.field(std::string_view("byNumber"))->fieldId &&
+             change.oldValue != nullptr) {
+            ++erased;
+            of.byNumberIs(3, "three");
+         }
+      }
+      int erased = 0;
+   } adds;
+   copy->observerAdd(adds);
+   mount(MountMode::writer);
+   copy->observerDel(adds);
+   EXPECT_EQ(adds.erased, 2);
+   EXPECT_FALSE(copy->byNumberHas(1));
+   EXPECT_FALSE(copy->byNumberHas(2));
+   EXPECT_TRUE(copy->byNumberHas(3));
+   expectEqual();
+}
+
 TEST_F(StreamReplay, RepliesAfterTheChangesThatItFollows) {
    stop();
    root->u32Is(5);

@@ -195,6 +195,31 @@ TEST_F(StreamWire, OwnAttributesThatAreNotStreamedWriteNothing) {
    EXPECT_EQ(source.sent(), "");
 }
 
+TEST_F(StreamWire, OwnAttributesThatAreNotStreamedWriteNothingWithObserversToo) {
+   KivTest::Recorder recorder(*root);
+   root->secretIs(4);
+   EXPECT_EQ(source.sent(), "");
+   EXPECT_EQ(recorder.changes(), "secret was 0");
+}
+
+TEST_F(StreamWire, AChangeMadeInsideAnObserverIsWrittenAfterTheOneThatItWasToldOf) {
+   struct Answer final : Kiv::Observer {
+      explicit Answer(Root& answering) : root(answering) {}
+      void onChange(Kiv::Change const&) override { root.u16Is(root.u8()); }
+      Root& root;
+   } answer(*root);
+   auto const leaf = root->leafIs(1, true, KivTest::Opaque(1));
+   carry();
+   leaf->observerAdd(answer);
+   root->u8Is(7);
+   leaf->ticksIs(3);
+   std::string const sent = source.sent();
+   leaf->observerDel(answer);
+   EXPECT_EQ(sent, "set 01000000." + std::to_string(idOf("u8")) +
+                         " 07; set 01000002.261 0003; set 01000000." + std::to_string(idOf("u16")) +
+                         " 0007");
+}
+
 TEST_F(StreamWire, AnUnchangedValueWritesNothing) {
    root->u8Is(root->u8());
    root->byNumberDel(1);

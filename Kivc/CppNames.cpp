@@ -132,7 +132,7 @@ std::string CppNames::literal(Expr const& expr, Type const& type) const {
          return this->type(type) + "::" + expr.target->name.text;
       case TypeKind::value: {
          if (expr.kind == Expr::Kind::text) {
-            return "Kiv::fromText<" + this->type(type) + ">(" + expr.text + ")";
+            return "Kiv::textConstant<" + this->type(type) + ", " + expr.text + ">()";
          }
          std::vector<std::string> args;
          for (std::size_t i = 0; i < expr.args.size(); ++i) {

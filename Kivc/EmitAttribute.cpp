@@ -62,15 +62,20 @@ MemberCode MemberEmitter::attribute() const {
       code.inlineBodies = fill(
             R"(
             inline void @Owner@::@name@Is(@param@ v) {
-               Kiv::attributeIs(*this, @id@, @name@_, v);
+               Kiv::attributeIs@streamed@(*this, @id@, @name@_, v);
             }
             )",
-            {{"param", param}});
+            {{"param", param}, {"streamed", streamedArgument()}});
    }
    code.row = fill(
          "Kiv::single<@Owner@, &@Owner@::@name@, &@Owner@::@name@Is>(@id@, @kind@, \"@name@\", "
          "@flags@),\n");
    return code;
+}
+
+/// What tells a setter's steps that the attribute log has no place for the change.
+std::string MemberEmitter::streamedArgument() const {
+   return member_.local ? "<Kiv::Streamed::no>" : "";
 }
 
 /// The parts of a bounded attribute: message, checking setter, check of the initial value.
@@ -92,10 +97,13 @@ void MemberEmitter::range(MemberCode& code) const {
                return;
             }
             Kiv::checkRange(v, @low@, @high@, @name@Range_);
-            Kiv::attributeStore(*this, @id@, @name@_, v);
+            Kiv::attributeStore@streamed@(*this, @id@, @name@_, v);
          }
          )",
-         {{"param", names_.param(member_)}, {"low", names_.bound(*member_.lower)}, {"high", high}});
+         {{"param", names_.param(member_)},
+          {"streamed", streamedArgument()},
+          {"low", names_.bound(*member_.lower)},
+          {"high", high}});
 }
 
 MemberCode MemberEmitter::constant() const {

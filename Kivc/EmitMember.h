@@ -37,6 +37,7 @@ private:
    MemberCode constant() const;
    MemberCode derived() const;
    MemberCode operation() const;
+   std::string streamedArgument() const;
    void range(MemberCode& code) const;
    // EmitChild.cpp
    MemberCode child() const;

@@ -11,14 +11,16 @@ namespace Sarn {
 ///
 ///     | size | capacity | slot 0 | slot 1 | ... |
 ///
-/// A slot is an observer's address with bit 0 set for a subtree observer, or 0 for a hole that a
-/// removal left while a publication was running.
+/// A slot is an observer's address with bit 0 set for a subtree observer and bit 1 for a recorder,
+/// or 0 for a hole that a removal left while a publication was running.
 struct Publisher::List {
    U32 size;
    U32 capacity;
    std::uintptr_t slots[1];
 
    static constexpr std::uintptr_t subtreeBit = 1;
+   static constexpr std::uintptr_t recorderBit = 2;
+   static constexpr std::uintptr_t flagBits = subtreeBit | recorderBit;
 
    static List* make(U32 capacity) {
       void* const room = ::operator new(offsetof(List, slots) + capacity * sizeof(std::uintptr_t));
@@ -31,7 +33,8 @@ struct Publisher::List {
    }
    std::uintptr_t* find(std::uintptr_t wanted) noexcept {
       std::uintptr_t* const end = slots + size;
-      std::uintptr_t* const at = std::find(slots, end, wanted);
+      std::uintptr_t* const at = std::find_if(
+            slots, end, [wanted](std::uintptr_t s) { return (s & ~recorderBit) == wanted; });
       return at == end ? nullptr : at;
    }
 };
@@ -100,7 +103,7 @@ inline void Publisher::tell(Frame& frame) {
    while (frame.next != frame.end) {
       std::uintptr_t const slot = frame.at->list_->slots[frame.next++];
       if (slot != 0 && (atSource || (slot & List::subtreeBit) != 0)) {
-         reinterpret_cast<Observer*>(slot & ~List::subtreeBit)->onChange(frame.change);
+         reinterpret_cast<Observer*>(slot & ~List::flagBits)->onChange(frame.change);
       }
    }
 }
@@ -185,6 +188,23 @@ bool Publisher::climb(Frame& frame) noexcept {
    return false;
 }
 
+Observer* Publisher::soleRecorder() const noexcept {
+   if (topFrame != nullptr) {
+      return nullptr;
+   }
+   Publisher const* at = this;
+   while (at->list_ == nullptr) {
+      at = at->parent_;
+      if (at == nullptr) {
+         return nullptr;
+      }
+   }
+   std::uintptr_t const slot = at->list_->slots[0];
+   bool const sole =
+         at->list_->size == 1 && at->parent_ == nullptr && (slot & List::recorderBit) != 0;
+   return sole ? reinterpret_cast<Observer*>(slot & ~List::flagBits) : nullptr;
+}
+
 void const* Publisher::running() noexcept {
    return topFrame;
 }
@@ -230,6 +250,12 @@ void Publisher::add(Observer& observer, Scope scope, bool first) {
    }
    std::uintptr_t* const end = list_->slots + list_->size++;
    *end = List::slot(observer, scope);
+   bool const recorder = first && scope == Scope::subtree;
+   if (recorder) {
+      *end |= List::recorderBit;
+   } else {
+      watch_ |= ownBit;
+   }
    if (first) {
       std::rotate(list_->slots, end, end + 1);
       // A running publication has gone past the first place: its position moves with the others.
@@ -240,7 +266,6 @@ void Publisher::add(Observer& observer, Scope scope, bool first) {
          }
       }
    }
-   watch_ |= ownBit;
 }
 
 bool Publisher::remove(Observer& observer, Scope scope) noexcept {
@@ -251,7 +276,7 @@ bool Publisher::remove(Observer& observer, Scope scope) noexcept {
    }
    *slot = 0;
    if (std::all_of(list_->slots, list_->slots + list_->size,
-                   [](std::uintptr_t s) { return s == 0; })) {
+                   [](std::uintptr_t s) { return s == 0 || (s & List::recorderBit) != 0; })) {
       watch_ = static_cast<U8>(watch_ & aboveBit);
    }
    tidy();

@@ -54,7 +54,7 @@ enum class Scope : U8 {
 /// load and a branch.
 ///
 /// Invariants:
-/// - `watch_ & ownBit` exactly when the list holds an observer;
+/// - `watch_ & ownBit` exactly when the list holds an observer that is no recorder;
 /// - `watch_ & aboveBit` exactly when this publisher or one above it has a subtree observer:
 ///   whoever changes the tree keeps this up (`subtreeWatchedIs`);
 /// - a list on which a publication is running is neither compacted nor freed: a removal leaves a
@@ -85,6 +85,13 @@ public:
       publish(attributeId, key, oldValue, keyCompare);
    }
 
+   /// The one observer that a change here would be told to, if it was registered as the first of a
+   /// root and nobody else listens on the way up; null too while a publication is running on this
+   /// thread. Such an observer may be told in a way of its own, without a publication: no other can
+   /// see the difference.
+   Observer* soleRecorder() const noexcept;
+   /// Whether `soleRecorder` may find somebody.
+   bool mayHaveSoleRecorder() const noexcept { return watch_ == aboveBit; }
    /// Whether a change here would be told to anybody.
    bool watched() const noexcept { return watch_ != 0; }
    /// Whether this publisher or one above it has a subtree observer.
@@ -103,8 +110,8 @@ public:
    static void forEachRunning(void* context, void (*visit)(void* context, Change const& change));
 
 protected:
-   /// Adds an observer behind the others, or before them when `first`. REQUIRES: it is not
-   /// registered here with this scope already.
+   /// Adds an observer behind the others, or as the recorder before them when `first`. REQUIRES: it
+   /// is not registered here with this scope already.
    void add(Observer& observer, Scope scope, bool first);
    /// Removes it. Returns false if it was not registered here with this scope.
    bool remove(Observer& observer, Scope scope) noexcept;

@@ -268,6 +268,46 @@ TEST_F(Publisher, TheParentMayDieWhileItsObserversAreTold) {
    EXPECT_EQ(told(), "a:below.1");
 }
 
+TEST_F(Publisher, HasASoleRecorderOnlyWhileNobodyElseListensOnTheWayUp) {
+   EXPECT_FALSE(leaf.mayHaveSoleRecorder());
+   root.observerAdd(a, Scope::subtree, true);
+   EXPECT_EQ(leaf.soleRecorder(), &a);
+   EXPECT_EQ(root.soleRecorder(), &a);
+   EXPECT_TRUE(leaf.mayHaveSoleRecorder());
+   EXPECT_TRUE(root.mayHaveSoleRecorder());
+
+   for (Source* const at : {&root, &child, &leaf}) {
+      at->observerAdd(b);
+      EXPECT_EQ(at->soleRecorder(), nullptr) << at->name;
+      EXPECT_FALSE(at->mayHaveSoleRecorder()) << at->name;
+      at->observerDel(b);
+      EXPECT_EQ(leaf.soleRecorder(), &a) << at->name;
+   }
+   child.observerAdd(b, Scope::subtree);
+   EXPECT_EQ(leaf.soleRecorder(), nullptr);
+   EXPECT_EQ(root.soleRecorder(), &a);
+   child.observerDel(b, Scope::subtree);
+
+   Source above("above");
+   root.parentIs(&above);
+   EXPECT_EQ(leaf.soleRecorder(), nullptr) << "somebody above may listen";
+   root.parentIs(nullptr);
+   root.observerDel(a, Scope::subtree);
+   EXPECT_FALSE(leaf.watched());
+}
+
+TEST_F(Publisher, HasNoSoleRecorderInsideANotification) {
+   root.observerAdd(a, Scope::subtree, true);
+   bool asked = false;
+   a.script = [&](Sarn::Change const&) {
+      asked = true;
+      EXPECT_EQ(root.soleRecorder(), nullptr);
+   };
+   root.change(1);
+   EXPECT_TRUE(asked);
+   EXPECT_EQ(root.soleRecorder(), &a);
+}
+
 TEST_F(Publisher, TellsEverybodyThoughOneThrows) {
    a.script = [](Change const& change) {
       throw std::runtime_error("a" + std::to_string(change.attributeId));

@@ -1,11 +1,8 @@
 // Updates from process to process through a socket, beside the bare mirror: the same records
 // through the same kind of socket into plain structs.
-#include <cstring>
-
 #include "Kiv/NboAttrLogConnection.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
-#include "bench/Baseline.h"
-#include "bench/Harness.h"
+#include "bench/BareMirror.h"
 
 namespace {
 
@@ -17,66 +14,6 @@ constexpr int batch = 1000;
 
 // The bare mirror
 
-/// Reads records into structs until the socket ends; answers each `mark` record with a byte.
-void bareReader(int fd) {
-   std::vector<Baseline::Intf> intfs(entities);
-   std::vector<U8> in(1 << 16);
-   std::size_t kept = 0;
-   for (;;) {
-      ssize_t const count = read(fd, in.data() + kept, in.size() - kept);
-      if (count <= 0) {
-         return;
-      }
-      std::size_t const size = kept + static_cast<std::size_t>(count);
-      std::size_t at = 0;
-      while (size - at >= Baseline::headerSize) {
-         U32 const word = Baseline::get32(in.data() + at);
-         std::size_t const total = Baseline::headerSize + (word & 0xffffff);
-         if (size - at < total) {
-            break;
-         }
-         U32 const handle = Baseline::get32(in.data() + at + 4);
-         U16 const attribute = Baseline::get16(in.data() + at + 8);
-         if (handle >= entities) {
-            if (handle == ~U32(0)) {
-               U8 const mark = 1;
-               writeAll(fd, &mark, 1);
-            } else {
-               return;
-            }
-         } else if (attribute == 284) {
-            intfs[handle].linkDelayThreshold = Baseline::get64(in.data() + at + 10);
-         } else if (attribute != 0) {
-            reinterpret_cast<U8*>(&intfs[handle])[attribute % sizeof(Baseline::Intf)] = in[at + 10];
-         }
-         at += total;
-      }
-      kept = size - at;
-      std::memmove(in.data(), in.data() + at, kept);
-   }
-}
-
-struct BareWriter {
-   std::vector<Baseline::Intf> intfs = std::vector<Baseline::Intf>(entities);
-   std::vector<U8> out = std::vector<U8>(1 << 20);
-   std::size_t used = 0;
-
-   void set(U32 handle, U64 v) {
-      Baseline::Intf& intf = intfs[handle];
-      if (intf.linkDelayThreshold != v) {
-         intf.linkDelayThreshold = v;
-         used += Baseline::putRecord64(out.data() + used, handle, 284, v);
-      }
-   }
-   void mark() { used += Baseline::putRecord64(out.data() + used, ~U32(0), 0, 0); }
-   void flush(std::vector<int> const& fds) {
-      for (int const fd : fds) {
-         writeAll(fd, out.data(), used);
-      }
-      used = 0;
-   }
-};
-
 double bareUpdates(U64 updates, int changesAWrite, int readers) {
    std::vector<Child> children;
    std::vector<int> fds;
@@ -85,16 +22,16 @@ double bareUpdates(U64 updates, int changesAWrite, int readers) {
          for (int const other : fds) {
             close(other);
          }
-         bareReader(fd);
+         Baseline::mirror(fd, entities);
       });
       fds.push_back(children.back().fd);
    }
-   BareWriter writer;
+   Baseline::Writer writer(entities);
    double const begin = now();
    U32 next = 0;
    for (U64 i = 0; i != updates;) {
       for (int k = 0; k != changesAWrite; ++k, ++i) {
-         writer.set(next, i + 1);
+         writer.linkDelayThresholdIs(next, i + 1);
          next = next + 1 == entities ? 0 : next + 1;
       }
       writer.flush(fds);
@@ -325,22 +262,10 @@ double ourLatency(int rounds) {
 // A new reader brought up to date.
 
 double bareCatchUp() {
-   Child const child([](int fd) { bareReader(fd); });
-   BareWriter writer;
+   Child const child([](int fd) { Baseline::mirror(fd, entities); });
+   Baseline::Writer writer(entities);
    double const begin = now();
-   for (U32 i = 0; i != entities; ++i) {
-      for (U16 attribute = 258; attribute != 298; ++attribute) {
-         if (writer.out.size() - writer.used < 64) {
-            writer.flush({child.fd});
-         }
-         U8* const at = writer.out.data() + writer.used;
-         Baseline::put32(at, U32(8) << 24 | 1);
-         Baseline::put32(at + 4, i);
-         Baseline::put16(at + 8, attribute == 284 ? U16(283) : attribute);
-         at[10] = reinterpret_cast<U8 const*>(&writer.intfs[i])[attribute % 64];
-         writer.used += 11;
-      }
-   }
+   writer.replay(child.fd);
    writer.mark();
    writer.flush({child.fd});
    U8 mark;
@@ -348,6 +273,30 @@ double bareCatchUp() {
    double const seconds = now() - begin;
    close(child.fd);
    return seconds;
+}
+
+/// The bare mirror is a fair baseline only while its records are those of the log.
+void verifyBareMirror() {
+   Hub source;
+   Hub mirrored;
+   Sarn::Ptr<Ptp::Config> const config = makeConfig(1);
+   source.rootIs(config);
+   Session writer(source);
+   Session reader(mirrored);
+   reader.mountIs(Ptp::configFactory("ptp/config"));
+   CircularBuffer::Piece const asked = reader.output();
+   writer.received(asked.begin, asked.size);
+   CircularBuffer::Piece const told = writer.output();
+   Baseline::Intf intf;
+   intf.intf = Dorn::IntfId("Ethernet1").bits();
+   intf.enabled = true;
+   U8 room[1024];
+   U8 const* const bytes = room;
+   U8 const* const end = Baseline::putIntf(room, Baseline::handleOf(0), intf);
+   if (std::search(told.begin, told.begin + told.size, bytes, end) == told.begin + told.size) {
+      std::fprintf(stderr, "the bare mirror's records are not those of the attribute log\n");
+      std::exit(1);
+   }
 }
 
 double ourCatchUp(Source& source) {
@@ -395,6 +344,7 @@ void all(char const* where) {
 }  // namespace
 
 int main() {
+   verifyBareMirror();
    cpu_set_t everywhere;
    if (sched_getaffinity(0, sizeof everywhere, &everywhere) != 0) {
       die("sched_getaffinity");
