@@ -3,6 +3,7 @@
 #include "Kiv/AllocTrack.h"
 #include "Kiv/MembersKeyed.h"
 #include "Kiv/MembersSingle.h"
+#include "Kiv/TextConstant.h"
 
 /// The members of generated entities: what their setters, creating and deleting accessors do.
 ///

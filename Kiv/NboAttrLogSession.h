@@ -276,6 +276,18 @@ private:
    std::size_t findOpen(Entity const& entity, FieldDescriptor const& field) const noexcept;
    void openCollection(Entity& entity, FieldDescriptor const& field, In const& in);
    void closeCollection(Entity& entity, FieldDescriptor const& field, In const& in);
+   DirtyKeys* seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept;
+   /// A key that was changed here while the peer replays the collection stays.
+   void saw(Entity const& entity, FieldDescriptor const& field, void const* key) {
+      if (!open_.empty()) {
+         if (DirtyKeys* const seen = seenKeys(entity, field)) {
+            seen->insert(key, false);
+         }
+      }
+   }
+   Sarn::String describe(Header const& header) const;
+
+   // Greeting, mounts and handles: NboAttrLogMounts.cpp; the list of roots: NboAttrLogRoots.cpp
    void applyHello(In& in);
    void applyMount(In& in);
    void applyBind(Header const& header, In& in);
@@ -288,16 +300,6 @@ private:
    void unmapTree(Entity& entity);
    void closeCollections(Entity const& entity) noexcept;
    void mountStateIs(Mount& mount, Mount::State state);
-   DirtyKeys* seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept;
-   /// A key that was changed here while the peer replays the collection stays.
-   void saw(Entity const& entity, FieldDescriptor const& field, void const* key) {
-      if (!open_.empty()) {
-         if (DirtyKeys* const seen = seenKeys(entity, field)) {
-            seen->insert(key, false);
-         }
-      }
-   }
-   Sarn::String describe(Header const& header) const;
 
    Hub& hub_;
    SessionListener* listener_;

@@ -230,25 +230,6 @@ T fromText(std::string_view text) {
    return v;
 }
 
-/// A value's text as a template argument.
-template <std::size_t size>
-struct TextLiteral {
-   char text[size] = {};
-
-   consteval TextLiteral(char const (&literal)[size]) {
-      for (std::size_t i = 0; i != size; ++i) {
-         text[i] = literal[i];
-      }
-   }
-};
-
-/// The value with this text form, read once a process.
-template <class T, TextLiteral literal>
-T const& textConstant() {
-   static T const value = fromText<T>(literal.text);
-   return value;
-}
-
 /// Reads "`name`=value" of a field. A `RangeException` comes out with the field's name before it.
 template <class T>
 T deserializeAttr(CharRange& text, std::string_view name) {

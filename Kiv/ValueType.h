@@ -4,6 +4,7 @@
 #include <ostream>
 #include <tuple>
 
+#include "Kiv/TextConstant.h"
 #include "Kiv/Types.h"
 
 /// What generated value types are made of. Such a type lists its fields once

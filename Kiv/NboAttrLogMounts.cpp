@@ -1,0 +1,197 @@
+// What ends say of themselves: who they are, which roots they mirror, and by which handles they
+// know the entities in them.
+#include "Kiv/Module.h"
+#include "Kiv/NboAttrLogSa.h"
+#include "Kiv/NboAttrLogSession.h"
+
+namespace Kiv::NboAttrLog {
+
+void Session::applyHello(In& in) {
+   if (greeted_) {
+      in.fault("the peer greets twice");
+   }
+   if (std::memcmp(in.nextBytes(8), helloMagic, 8) != 0) {
+      in.fault("the peer does not speak the attribute log", 8);
+   }
+   U32 const version = in.nextU32();
+   if (version != protocolVersion) {
+      in.fault("the peer speaks version " + std::to_string(version) +
+                     " of the attribute log, not " + std::to_string(protocolVersion),
+               4);
+   }
+   for (U32 left = in.nextU32(); left != 0; --left) {
+      std::string_view const name = in.nextValidString(longestName);
+      U32 const hash = in.nextU32();
+      KivModule const* const module = moduleByName(name);
+      if (module != nullptr && module->hash() != hash) {
+         auto const hex = [](U32 v) {
+            char text[16];
+            std::snprintf(text, sizeof text, "%x", v);
+            return Sarn::String(text);
+         };
+         in.fault("module " + Sarn::String(name) + " has hash " + hex(hash) + " at the peer, " +
+                        hex(module->hash()) + " here",
+                  4);
+      }
+   }
+   in.expectEnd();
+   greeted_ = true;
+}
+
+void Session::applyMount(In& in) {
+   U32 const id = in.nextU32();
+   U8 const mode = in.nextU8();
+   if (mode > static_cast<U8>(MountMode::writer)) {
+      in.fault("there is no mount mode " + std::to_string(mode), 1);
+   }
+   std::string_view const type = in.nextValidString(longestName);
+   std::string_view const name = in.nextValidString(longestName);
+   in.expectEnd();
+   if (served_.size() + pending_.size() > hub_.limits_.nesting) {
+      in.fault("more than " + std::to_string(hub_.limits_.nesting) + " mounts");
+   }
+   Hub::Root* const root = hub_.findOffered(type, name);
+   if (root == nullptr) {
+      pendingEnq(Opcode::refused, id,
+                 "there is no " + Sarn::String(type) + " named " + Sarn::String(name), 0);
+      return;
+   }
+   for (Served const& served : served_) {
+      if (served.root == root) {
+         pendingEnq(Opcode::refused, id, Sarn::String(name) + " is mounted already", 0);
+         return;
+      }
+   }
+   served_.push_back({root, id, static_cast<MountMode>(mode)});
+   ++root->users;
+}
+
+void Session::applyMountState(Header const& header, In& in) {
+   U32 const id = in.nextU32();
+   if (id == 0 || id > mounts_.size()) {
+      in.fault("there is no mount " + std::to_string(id), 4);
+   }
+   Mount& mount = mounts_[id - 1];
+   Mount::State const state = mount.state_;
+   std::string_view reason;
+   if (header.opcode == Opcode::refused) {
+      reason = in.nextString();
+   }
+   in.expectEnd();
+   switch (header.opcode) {
+      case Opcode::refused:
+         if (state == Mount::State::asked) {
+            mount.reason_ = reason;
+            mountStateIs(mount, Mount::State::refused);
+            return;
+         }
+         break;
+      case Opcode::replayBegin:
+         if (state == Mount::State::asked) {
+            checkHandle(header.handle, in);
+            map(header.handle, mount.root_.get(), true);
+            mountStateIs(mount, Mount::State::replaying);
+            return;
+         }
+         break;
+      case Opcode::replayEnd:
+         if (state == Mount::State::replaying) {
+            mountStateIs(mount, Mount::State::complete);
+            return;
+         }
+         break;
+      default:
+         if (state == Mount::State::replaying || state == Mount::State::complete) {
+            mountStateIs(mount, Mount::State::gone);
+            return;
+         }
+   }
+   in.fault("the message does not fit the mount's state");
+}
+
+void Session::applyBind(Header const& header, In& in) {
+   U32 const ours = in.nextU32();
+   in.expectEnd();
+   checkHandle(header.handle, in);
+   if (!hub_.handles_.known(ours)) {
+      in.fault("we have introduced no entity " + std::to_string(ours), 4);
+   }
+   Entity* const entity = hub_.handles_.find(ours);
+   if (entity == nullptr) {
+      map(header.handle, nullptr, true);  // deleted while the message was on its way
+      return;
+   }
+   Entity const* root = entity;
+   while (root->parent() != nullptr) {
+      root = root->parent();
+   }
+   bool writer = false;
+   for (Served const& served : served_) {
+      writer = writer || (&served.root->entity() == root && served.mode == MountMode::writer);
+   }
+   for (Mount const& mount : mounts_) {  // the source tells its own handle for a child of ours
+      bool const followed =
+            mount.state_ == Mount::State::replaying || mount.state_ == Mount::State::complete;
+      writer = writer || (followed && mount.root_.get() == root);
+   }
+   if (!writer) {
+      Sa::throwWriteUpdateFromReadOnlyProxyException(*entity, header.attribute);
+   }
+   map(header.handle, entity, true);
+}
+
+void Session::checkHandle(U32 handle, In const& in) const {
+   if (HandleTable::place(handle) >= hub_.limits_.entities || handle >> 24 == 0) {
+      in.fault("the handle " + std::to_string(handle) + " exceeds the bound of " +
+               std::to_string(hub_.limits_.entities) + " entities");
+   }
+}
+
+void Session::map(U32 handle, Entity* entity, bool writable) {
+   U32 const place = HandleTable::place(handle);
+   if (place >= incoming_.size()) {
+      std::size_t const wanted = std::max<std::size_t>(place + 1, incoming_.size() * 2);
+      incoming_.resize(std::min<std::size_t>(wanted, hub_.limits_.entities));
+   }
+   Incoming& entry = incoming_[place];
+   if (entry.entity.get() == entity && entry.handle == handle) {
+      return;
+   }
+   if (entry.entity && entry.entity.get() != entity) {
+      U64 const before = reinterpret_cast<U64>(entry.entity.get());
+      U32 const* const known = incomingHandles_.find(before);
+      if (known != nullptr && *known == entry.handle) {
+         incomingHandles_.erase(before);
+         closeCollections(*entry.entity);
+      }
+   }
+   entry.handle = handle;
+   entry.writable = writable;
+   entry.entity = Sarn::Ptr<Entity>(entity);
+   if (entity != nullptr) {
+      U64 const key = reinterpret_cast<U64>(entity);
+      if (U32* const known = incomingHandles_.find(key)) {
+         *known = handle;
+      } else {
+         incomingHandles_.insert(key, handle);
+      }
+   }
+}
+
+/// What is gone, or the peer's no longer, is not replayed to its end.
+void Session::closeCollections(Entity const& entity) noexcept {
+   std::erase_if(open_, [&entity](OpenCollection const& open) { return open.entity == &entity; });
+}
+
+void Session::unmapTree(Entity& entity) {
+   U64 const key = reinterpret_cast<U64>(&entity);
+   if (U32 const* const handle = incomingHandles_.find(key)) {
+      incoming_[HandleTable::place(*handle)].entity.reset();
+      incomingHandles_.erase(key);
+   }
+   closeCollections(entity);
+   forEachChild(entity,
+                [this](Entity& child, FieldDescriptor const&, void const*) { unmapTree(child); });
+}
+
+}  // namespace Kiv::NboAttrLog
