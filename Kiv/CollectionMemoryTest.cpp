@@ -31,19 +31,19 @@ void* allocate(std::size_t size) {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
    return allocate(size);
 }
 void* operator new[](std::size_t size) {
    return allocate(size);
 }
-void operator delete(void* p) noexcept {
+[[gnu::noinline]] void operator delete(void* p) noexcept {
    std::free(p);
 }
 void operator delete[](void* p) noexcept {
    std::free(p);
 }
-void operator delete(void* p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
    std::free(p);
 }
 void operator delete[](void* p, std::size_t) noexcept {

@@ -24,13 +24,14 @@ void* allocate(std::size_t size) {
 }  // namespace
 
 // NOLINTBEGIN(misc-new-delete-overloads): the sized and aligned forms end up here as well
-void* operator new(std::size_t size) {
+// Not inlined: the compiler would take the pairs for mismatched.
+[[gnu::noinline]] void* operator new(std::size_t size) {
    return allocate(size);
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
    std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
    std::free(memory);
 }
 // NOLINTEND(misc-new-delete-overloads)

@@ -51,7 +51,12 @@ struct Publisher::Frame {
    U32 end;
    /// A removal has left holes in the list of `at`.
    bool holes;
-   bool sourceGone;
+   bool sourceGone = false;
+
+   Frame(Frame* outerFrame, Change const& made, Publisher* first) noexcept
+         : outer(outerFrame), change(made) {
+      enter(first);
+   }
 
    void enter(Publisher* publisher) noexcept {
       at = publisher;
@@ -108,26 +113,33 @@ inline void Publisher::tell(Frame& frame) {
    }
 }
 
+/// Puts a frame on top of the thread's stack as long as it lives.
+class Publisher::Running {
+public:
+   explicit Running(Frame& frame) noexcept : outer_(frame.outer) { topFrame = &frame; }
+   ~Running() { topFrame = outer_; }
+   Running(Running const&) = delete;
+   Running& operator=(Running const&) = delete;
+
+private:
+   Frame* outer_;
+};
+
 void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
-   auto* const outer = static_cast<Frame*>(topFrame);
-   Frame frame{outer, {*this, attributeId, key, oldValue, keyCompare}, nullptr, 0, 0, false, false};
+   if (topFrame != nullptr) [[unlikely]] {
+      publishInside(attributeId, key, oldValue, keyCompare);
+      return;
+   }
    // To the nearest that has observers at once: this one or, since somebody is listening, one
-   // above. But what runs already is told first, and may change who that is.
+   // above.
    Publisher* nearest = this;
-   while (outer == nullptr && nearest->list_ == nullptr) {
+   while (nearest->list_ == nullptr) {
       nearest = nearest->parent_;
    }
-   frame.enter(nearest);
-   struct Pop {
-      Frame* outer;
-      ~Pop() { topFrame = outer; }
-   } const pop{outer};
-   topFrame = &frame;
+   Frame frame(nullptr, {*this, attributeId, key, oldValue, keyCompare}, nearest);
+   Running const running(frame);
    try {
-      if (outer != nullptr) [[unlikely]] {
-         drain(outer);
-      }
       tell(frame);
       // The frame's own word, since the publisher may be gone.
       bool const more = frame.at != nullptr && (frame.at->watch_ & aboveBit) != 0 &&
@@ -135,6 +147,22 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
       if ((more || frame.holes) && climb(frame)) {
          run(frame);
       }
+   } catch (...) {
+      tellRest(&frame);
+      throw;
+   }
+}
+
+/// A change that is made while others are told: those first, which may change who is to be told of
+/// this one.
+void Publisher::publishInside(U16 attributeId, void const* key, void const* oldValue,
+                              KeyCompare keyCompare) {
+   auto* const outer = static_cast<Frame*>(topFrame);
+   Frame frame(outer, {*this, attributeId, key, oldValue, keyCompare}, this);
+   Running const running(frame);
+   try {
+      drain(outer);
+      run(frame);
    } catch (...) {
       tellRest(&frame);
       throw;

@@ -128,7 +128,11 @@ private:
    static constexpr U8 ownBit = 1;
    static constexpr U8 aboveBit = 2;
 
+   class Running;
+
    void publish(U16 attributeId, void const* key, void const* oldValue, KeyCompare keyCompare);
+   void publishInside(U16 attributeId, void const* key, void const* oldValue,
+                      KeyCompare keyCompare);
    static void run(Frame& frame);
    static void tell(Frame& frame);
    static bool climb(Frame& frame) noexcept;

@@ -32,19 +32,19 @@ void release(void* p) noexcept {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
    return allocate(size);
 }
 void* operator new[](std::size_t size) {
    return allocate(size);
 }
-void operator delete(void* p) noexcept {
+[[gnu::noinline]] void operator delete(void* p) noexcept {
    release(p);
 }
 void operator delete[](void* p) noexcept {
    release(p);
 }
-void operator delete(void* p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
    release(p);
 }
 void operator delete[](void* p, std::size_t) noexcept {
