@@ -42,12 +42,12 @@ void Session::parse(U8 const* bytes, std::size_t size) {
    while (size - consumed_ >= headerSize && !closed_) {
       Header const header = readHeader(bytes + consumed_);
       if (!greeted_ && header.opcode != Opcode::hello) [[unlikely]] {
-         close("the peer does not begin with the attribute log's greeting");
+         closeFor("the peer does not begin with the attribute log's greeting");
          return;
       }
       if (header.bodySize > hub_.limits_.longestMessage) [[unlikely]] {
-         close(describe(header) + ": a message of " + std::to_string(header.bodySize) +
-               " bytes exceeds the bound of " + std::to_string(hub_.limits_.longestMessage));
+         closeFor(describe(header) + ": a message of " + std::to_string(header.bodySize) +
+                  " bytes exceeds the bound of " + std::to_string(hub_.limits_.longestMessage));
          return;
       }
       std::size_t const total = headerSize + header.bodySize;
@@ -63,9 +63,14 @@ void Session::parse(U8 const* bytes, std::size_t size) {
             apply(header, in);
          }
       } catch (Exception const& error) {
-         close(describe(header) + ": " + error.what());
+         closeFor(describe(header) + ": " + error.what());
       }
    }
+}
+
+void Session::closeFor(Sarn::String const& fault) {
+   fail(fault);
+   close(fault);
 }
 
 Sarn::String Session::describe(Header const& header) const {
@@ -100,6 +105,7 @@ void Session::apply(Header const& header, In& in) {
       case Opcode::bye: {
          Sarn::String const reason = "closed by the peer: " + Sarn::String(in.nextString());
          in.expectEnd();
+         fail(reason, Ending::peer);
          close(reason, false);
          return;
       }
@@ -129,6 +135,15 @@ void Session::apply(Header const& header, In& in) {
          return;
       case Opcode::roots:
          applyRoots(in);
+         return;
+      case Opcode::listSessions:
+         in.expectEnd();
+         checkRoomForAnswer(in);
+         pendingEnq(Opcode::sessions, 0, {}, 0);
+         fill();
+         return;
+      case Opcode::sessions:
+         applySessions(in);
          return;
       case Opcode::synced: {
          U32 const token = in.nextU32();

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 
 namespace Kiv::NboAttrLog {
@@ -17,17 +18,50 @@ Sarn::String errorText(char const* what, int error) {
    return Sarn::String(what) + ": " + std::generic_category().message(error);
 }
 
+/// The name that the kernel has for a process; empty if it is gone.
+Sarn::String programName(U32 pid) {
+   char path[32];
+   std::snprintf(path, sizeof path, "/proc/%u/comm", pid);
+   int const fd = ::open(path, O_RDONLY | O_CLOEXEC);
+   if (fd < 0) {
+      return {};
+   }
+   char bytes[64];
+   ssize_t const count = ::read(fd, bytes, sizeof bytes);
+   ::close(fd);
+   Sarn::String name(bytes, count > 0 ? static_cast<std::size_t>(count) : 0);
+   std::erase(name, '\n');
+   for (char& c : name) {
+      c = c >= ' ' && c <= '~' ? c : '?';
+   }
+   return name;
+}
+
 bool wouldBlock(int error) {
    return error == EAGAIN || error == EWOULDBLOCK;
 }
 
 }  // namespace
 
+PeerIdentity peerIdentity(int fd) {
+   PeerIdentity peer;
+   ucred credentials{};
+   socklen_t size = sizeof credentials;
+   if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 && credentials.pid > 0) {
+      peer.pid = static_cast<U32>(credentials.pid);
+      peer.uid = credentials.uid;
+      peer.gid = credentials.gid;
+      peer.program = programName(peer.pid);
+   }
+   return peer;
+}
+
 FdConnection::FdConnection(Hub& hub, int fd, SessionListener* listener)
       : session_(hub, listener), fd_(fd) {
    int const flags = fcntl(fd, F_GETFL);
    fcntl(fd, F_SETFL, flags | O_NONBLOCK);
    fcntl(fd, F_SETFD, FD_CLOEXEC);
+   session_.peerIs(peerIdentity(fd));
 }
 
 FdConnection::~FdConnection() {
@@ -119,7 +153,9 @@ void FdConnection::write() {
       if (count >= 0) {
          session_.sent(static_cast<std::size_t>(count));
       } else if (errno != EINTR) {
-         if (!wouldBlock(errno)) {
+         if (wouldBlock(errno)) {
+            session_.blocked();
+         } else {
             end(errorText("cannot write", errno));
          }
          return;

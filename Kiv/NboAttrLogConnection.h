@@ -4,6 +4,10 @@
 
 namespace Kiv::NboAttrLog {
 
+/// Who has connected a UNIX socket, by the credentials at that moment, and what the process is
+/// called now. Unknown for other descriptors.
+PeerIdentity peerIdentity(int fd);
+
 /// A session over a connected stream socket (UNIX or TCP), or any pair of pollable descriptors
 /// that read and write bytes. It has no loop of its own and never blocks: the owner's loop asks
 /// what it waits for and tells it what is ready.

@@ -1,6 +1,7 @@
 #include "Kiv/NboAttrLogFlow.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 #include <utility>
 
@@ -21,6 +22,14 @@ bool FlowOut::Bits::any() const noexcept {
       return (few_[0] | few_[1]) != 0;
    }
    return std::any_of(more_.begin(), more_.end(), [](U64 word) { return word != 0; });
+}
+
+std::size_t FlowOut::Bits::count() const noexcept {
+   std::size_t count = static_cast<std::size_t>(std::popcount(few_[0]) + std::popcount(few_[1]));
+   for (U64 const word : more_) {
+      count += static_cast<std::size_t>(std::popcount(word));
+   }
+   return count;
 }
 
 FlowOut::~FlowOut() {
@@ -94,6 +103,14 @@ DirtyKeys* FlowOut::dirtyKeys(FieldDescriptor const& field, bool create) {
    collections_.push_back(
          {field.fieldId, std::unique_ptr<DirtyKeys>(field.ops->collection->newDirtyKeys())});
    return collections_.back().keys.get();
+}
+
+std::size_t FlowOut::dirtyCollKeys() const noexcept {
+   std::size_t count = 0;
+   for (Collection const& collection : collections_) {
+      count += collection.keys->size();
+   }
+   return count;
 }
 
 bool FlowOut::queueIsKnown(AttributeId id) const noexcept {

@@ -56,6 +56,9 @@ public:
 
    /// Whether anything is dirty.
    bool dirty() const noexcept { return dirty_.any(); }
+   /// How many attributes are dirty, and how many keys of collections.
+   std::size_t dirtyAttributes() const noexcept { return dirty_.count(); }
+   std::size_t dirtyCollKeys() const noexcept;
 
    /// Where a replay stopped: the attribute to go on with. A second one must not be set.
    void kivFlowOutBookmarkEnq(AttributeId id);
@@ -87,6 +90,7 @@ private:
          word = value ? word | bit : word & ~bit;
       }
       bool any() const noexcept;
+      std::size_t count() const noexcept;
 
    private:
       U64* words() noexcept { return more_.empty() ? few_ : more_.data(); }

@@ -167,6 +167,21 @@ void Hub::release(Root& root) {
    std::erase_if(roots_, [&root](auto const& at) { return at.get() == &root; });
 }
 
+Session const* Hub::inTheWay(Root const& root, MountMode mode) const noexcept {
+   if (!writesBack(mode)) {
+      return nullptr;
+   }
+   for (Session const* const session : sessions_) {
+      for (Session::Served const& served : session->served_) {
+         bool const claimed = mode == MountMode::owner || served.mode == MountMode::owner;
+         if (served.root == &root && writesBack(served.mode) && claimed) {
+            return session;
+         }
+      }
+   }
+   return nullptr;
+}
+
 void Hub::rootIs(Sarn::Ptr<NamedEntity> const& root) {
    adopt(root, true);
 }

@@ -9,6 +9,7 @@
 namespace Kiv::NboAttrLog {
 
 class Session;
+enum class MountMode : U8;
 
 /// The numbers by which entities are known in the log. A handle is a place in the table and, in
 /// its upper byte, how often the place was taken before, so that a late message for an entity that
@@ -86,6 +87,12 @@ public:
    std::vector<NamedEntity*> roots() const;
    std::vector<Session*> const& sessions() const noexcept { return sessions_; }
 
+   /// A clock in nanoseconds that never goes back, for telling how long peers are there and behind.
+   /// It is asked when one comes, falls behind, or is asked about. Null, as at first: none.
+   void clockIs(U64 (*clock)() noexcept) noexcept { clock_ = clock; }
+   /// 0 without a clock.
+   U64 now() const noexcept { return clock_ != nullptr ? clock_() : 0; }
+
 private:
    friend class Session;
    friend class Kiv::Entity;
@@ -95,6 +102,8 @@ private:
    Root* find(std::string_view type, std::string_view name) const noexcept;
    Root* findOffered(std::string_view type, std::string_view name) const noexcept;
    void release(Root& root);
+   /// Who mounts the root in a way that does not go with such a mount of another; null if nobody.
+   Session const* inTheWay(Root const& root, MountMode mode) const noexcept;
    /// Numbers an entity and all below it; false when the table is full.
    bool registerTree(Entity& entity);
    Sarn::String tooManyEntities() const;
@@ -117,6 +126,8 @@ private:
    HandleTable handles_;
    std::vector<std::unique_ptr<Root>> roots_;
    std::vector<Session*> sessions_;
+   U64 sessionsMade_ = 0;
+   U64 (*clock_)() noexcept = nullptr;
    Applying applying_;
 };
 

@@ -1,5 +1,7 @@
 // What ends say of themselves: who they are, which roots they mirror, and by which handles they
 // know the entities in them.
+#include <algorithm>
+
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogSa.h"
 #include "Kiv/NboAttrLogSession.h"
@@ -41,29 +43,52 @@ void Session::applyHello(In& in) {
 void Session::applyMount(In& in) {
    U32 const id = in.nextU32();
    U8 const mode = in.nextU8();
-   if (mode > static_cast<U8>(MountMode::writer)) {
+   if (mode > static_cast<U8>(MountMode::owner)) {
       in.fault("there is no mount mode " + std::to_string(mode), 1);
    }
-   std::string_view const type = in.nextValidString(longestName);
-   std::string_view const name = in.nextValidString(longestName);
+   OfferedRoot asked{Sarn::String(in.nextValidString(longestName)), {}};
+   asked.name = in.nextValidString(longestName);
    in.expectEnd();
    if (served_.size() + pending_.size() > hub_.limits_.nesting) {
       in.fault("more than " + std::to_string(hub_.limits_.nesting) + " mounts");
    }
-   Hub::Root* const root = hub_.findOffered(type, name);
-   if (root == nullptr) {
-      pendingEnq(Opcode::refused, id,
-                 "there is no " + Sarn::String(type) + " named " + Sarn::String(name), 0);
-      return;
-   }
-   for (Served const& served : served_) {
-      if (served.root == root) {
-         pendingEnq(Opcode::refused, id, Sarn::String(name) + " is mounted already", 0);
-         return;
+   Hub::Root* const root = hub_.findOffered(asked.type, asked.name);
+   Sarn::String reason = refusal(root, asked, static_cast<MountMode>(mode));
+   if (!reason.empty()) {
+      if (listener_ != nullptr) {
+         listener_->onMountRefused(*this, asked, reason);
       }
+      reason.resize(std::min(reason.size(), longestName));
+      pendingEnq(Opcode::refused, id, std::move(reason), 0);
+      return;
    }
    served_.push_back({root, id, static_cast<MountMode>(mode)});
    ++root->users;
+}
+
+/// Why a mount is refused; empty if it is not.
+Sarn::String Session::refusal(Hub::Root const* root, OfferedRoot const& asked, MountMode mode) {
+   if (root == nullptr) {
+      return "there is no " + asked.type + " named " + asked.name;
+   }
+   for (Served const& served : served_) {
+      if (served.root == root) {
+         return asked.name + " is mounted already";
+      }
+   }
+   if (listener_ != nullptr) {
+      Sarn::String reason = listener_->onMountAsked(*this, root->entity(), mode);
+      if (!reason.empty()) {
+         return reason;
+      }
+   }
+   if (Session const* const other = hub_.inTheWay(*root, mode)) {
+      return asked.name +
+             (mode == MountMode::owner ? " cannot be claimed: it is written by "
+                                       : " is claimed by ") +
+             peerText(other->peer_);
+   }
+   return {};
 }
 
 void Session::applyMountState(Header const& header, In& in) {
@@ -127,7 +152,7 @@ void Session::applyBind(Header const& header, In& in) {
    }
    bool writer = false;
    for (Served const& served : served_) {
-      writer = writer || (&served.root->entity() == root && served.mode == MountMode::writer);
+      writer = writer || (&served.root->entity() == root && writesBack(served.mode));
    }
    for (Mount const& mount : mounts_) {  // the source tells its own handle for a child of ours
       bool const followed =

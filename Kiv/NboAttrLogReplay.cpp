@@ -53,6 +53,11 @@ void Session::markDirty(Entity& entity, FieldDescriptor const& field, void const
    }
    ++stats_.changesDeferred;
    FlowOut& flow = flowOut(entity);
+   DirtyKeys* const keys =
+         key != nullptr && field.kind != MemberKind::queue ? flow.dirtyKeys(field, true) : nullptr;
+   // Every element of a queue is told, unless it is gone by then.
+   bool const waits = keys != nullptr ? keys->has(key) : flow.kivIsDirty(field.fieldId);
+   stats_.changesCoalesced += waits && field.kind != MemberKind::queue ? 1 : 0;
    if (field.kind == MemberKind::queue) {
       QueueOps const& queue = *field.ops->queue;
       U32 const sequence = *static_cast<U32 const*>(key);
@@ -66,8 +71,8 @@ void Session::markDirty(Entity& entity, FieldDescriptor const& field, void const
       }
    } else if (field.kind == MemberKind::child) {
       flow.erasedIs(field.fieldId, flow.erased(field.fieldId) || erased);
-   } else if (key != nullptr) {
-      flow.dirtyKeys(field, true)->insert(key, erased);
+   } else if (keys != nullptr) {
+      keys->insert(key, erased);
    }
    flow.kivIsDirtyIs(field.fieldId, true);
    queueDirty(flow);
@@ -85,6 +90,7 @@ void Session::markWhole(Entity& entity, FieldDescriptor const& field) {
 
 void Session::queueDirty(FlowOut& flow) noexcept {
    if (!flow.queued) {
+      fallBehind();
       flow.queued = true;
       flow.next = nullptr;
       flow.previous = lastDirty_;

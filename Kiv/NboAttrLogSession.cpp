@@ -24,7 +24,9 @@ Session::Session(Hub& hub, SessionListener* listener)
       : hub_(hub),
         listener_(listener),
         out_(hub.limits().outputBuffer),
-        longestBody_(std::min(hub.limits().longestMessage, out_.capacity() - headerSize - 1)) {
+        longestBody_(std::min(hub.limits().longestMessage, out_.capacity() - headerSize - 1)),
+        number_(++hub.sessionsMade_),
+        openedAt_(hub.now()) {
    hub_.sessions_.push_back(this);
    hello();
 }
@@ -92,7 +94,9 @@ bool Session::writePending() {
          done = writeRoots();
       } else if (next.opcode == Opcode::mount) {
          done = writeMount(mounts_[next.token - 1]);
-      } else if (next.opcode == Opcode::listRoots) {
+      } else if (next.opcode == Opcode::sessions) {
+         done = writeSessions();
+      } else if (next.opcode == Opcode::listRoots || next.opcode == Opcode::listSessions) {
          done = write(next.opcode, 0, 0, 0, [](Out&) {});
       } else {
          std::size_t const size = 4 + (withText ? 4 + next.text.size() : 0);
@@ -175,7 +179,7 @@ bool Session::writes(Entity const& entity) const noexcept {
    Entity const* const root = rootOf(entity);
    return std::any_of(mounts_.begin(), mounts_.end(), [root](Mount const& m) {
       bool const follows = m.state_ == Mount::State::replaying || m.complete();
-      return follows && m.mode_ == MountMode::writer && m.root_.get() == root;
+      return follows && writesBack(m.mode_) && m.root_.get() == root;
    });
 }
 
@@ -310,7 +314,7 @@ Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
       throw Exception("a root's name of " + std::to_string(root->nameString().size()) +
                       " bytes exceeds the bound of " + std::to_string(longestName));
    }
-   bool const adopt = mode == MountMode::writer && !closed_;
+   bool const adopt = writesBack(mode) && !closed_;
    if (adopt) {
       std::vector<Session*>& subscribers = hub_.adopt(root, false).subscribers;
       if (std::find(subscribers.begin(), subscribers.end(), this) == subscribers.end()) {
@@ -374,15 +378,16 @@ void Session::unsubscribe() {
    }
 }
 
-void Session::fail(Sarn::String reason) {
+void Session::fail(Sarn::String reason, Ending ending) {
    if (!closed_) {
       closed_ = true;
+      ending_ = ending;
       closeReason_ = std::move(reason);
    }
 }
 
 void Session::close(Sarn::String const& reason, bool tell) {
-   fail(reason);
+   fail(reason, Ending::here);
    if (told_) {
       return;
    }
@@ -424,6 +429,9 @@ void Session::mountStateIs(Mount& mount, Mount::State state) {
 void Session::sent(std::size_t size) {
    out_.consume(size);
    pump();
+   if (out_.empty() && upToDate()) {
+      behindSince_ = 0;
+   }
 }
 
 }  // namespace Kiv::NboAttrLog

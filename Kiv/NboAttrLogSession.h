@@ -7,52 +7,10 @@
 #include "Kiv/NboAttrLogCircularBuffer.h"
 #include "Kiv/NboAttrLogFlow.h"
 #include "Kiv/NboAttrLogHub.h"
+#include "Kiv/NboAttrLogMount.h"
+#include "Kiv/NboAttrLogStatus.h"
 
 namespace Kiv::NboAttrLog {
-
-class Session;
-
-/// What a peer may do to a root that it mounts.
-enum class MountMode : U8 {
-   reader = 0,  ///< a read-only mirror
-   writer = 1,  ///< a mirror whose changes go back to the source
-};
-
-/// A root of the peer's that is mirrored here.
-class Mount {
-public:
-   enum class State : U8 {
-      asked,      ///< the peer has not answered
-      replaying,  ///< between the replay's beginning and its end
-      complete,   ///< the mirror has all that the source had when the replay ended, and follows it
-      refused,    ///< see `reason()`
-      gone,       ///< the source has given the root up; the mirror stays as it is
-      lost,       ///< the connection is closed; the mirror stays as it is
-   };
-
-   NamedEntity& root() const noexcept { return *root_; }
-   MountMode mode() const noexcept { return mode_; }
-   State state() const noexcept { return state_; }
-   /// Whether the mirror is complete.
-   bool complete() const noexcept { return state_ == State::complete; }
-   Sarn::String const& reason() const noexcept { return reason_; }
-
-private:
-   friend class Session;
-   Sarn::Ptr<NamedEntity> root_;
-   MountMode mode_ = MountMode::reader;
-   State state_ = State::asked;
-   Sarn::String reason_;
-   U32 id_ = 0;
-   /// Whether the hub holds the root for this mount.
-   bool adopted_ = false;
-};
-
-/// A root that a peer offers.
-struct OfferedRoot {
-   Sarn::String type;
-   Sarn::String name;
-};
 
 /// Who is told what becomes of a session. Calls come from inside `received`, `sent` or `close`;
 /// the session must not be destroyed inside one.
@@ -67,18 +25,26 @@ public:
    virtual void onSynced(Session&, U32 token) { (void)token; }
    /// The answer to `rootsAsk()`: what the peer offers, in its order.
    virtual void onRoots(Session&, std::vector<OfferedRoot> const& roots) { (void)roots; }
+   /// The answer to `sessionsAsk()`: the peer's sessions, oldest first. `total`: how many it has; a
+   /// message may not hold them all.
+   virtual void onSessions(Session&, std::vector<SessionStatus> const& sessions, U32 total) {
+      (void)sessions;
+      (void)total;
+   }
+   /// The peer asks for a root of ours. A text refuses it, and is what the peer is told.
+   virtual Sarn::String onMountAsked(Session&, NamedEntity const& root, MountMode mode) {
+      (void)root;
+      (void)mode;
+      return {};
+   }
+   /// A root that the peer has asked for is refused, for whatever reason; not all exist.
+   virtual void onMountRefused(Session&, OfferedRoot const& root, Sarn::String const& reason) {
+      (void)root;
+      (void)reason;
+   }
 
 protected:
    ~SessionListener() = default;
-};
-
-struct SessionStats {
-   U64 messagesIn = 0;
-   U64 messagesOut = 0;
-   U64 bytesIn = 0;
-   U64 bytesOut = 0;
-   /// Changes that were left to a later replay since the peer could not take them.
-   U64 changesDeferred = 0;
 };
 
 /// One peer: the attribute log in both directions, as bytes. It knows nothing of sockets: whoever
@@ -106,6 +72,11 @@ public:
    void syncIs(U32 token);
    /// The peer answers with `onRoots` what roots it offers.
    void rootsAsk();
+   /// The peer answers with `onSessions` what connections it has.
+   void sessionsAsk();
+   /// Who the peer is, as its carrier knows; others are told when it has what they want.
+   void peerIs(PeerIdentity peer) { peer_ = std::move(peer); }
+   PeerIdentity const& peer() const noexcept { return peer_; }
 
    // Bytes.
 
@@ -117,15 +88,21 @@ public:
    CircularBuffer::Piece outputBehind() const noexcept { return out_.second(); }
    /// `size` bytes of the output have been sent. Fills the freed room.
    void sent(std::size_t size);
+   /// The carrier takes no more for now: from here on the peer counts as behind.
+   void blocked() noexcept { fallBehind(); }
 
    /// Ends the session; the peer is told if `tell`. Harmless when it is closed.
    void close(Sarn::String const& reason, bool tell = true);
    bool closed() const noexcept { return closed_; }
    Sarn::String const& closeReason() const noexcept { return closeReason_; }
+   /// Who ended the session.
+   Ending ending() const noexcept { return ending_; }
 
    /// Whether every change so far has been written into the output.
    bool upToDate() const noexcept { return walkDepth_ == 0 && firstDirty_ == nullptr; }
    SessionStats const& stats() const noexcept { return stats_; }
+   /// What `sessionsAsk()` tells of this one. O(entities with something still to be told).
+   SessionStatus status() const;
    /// Entities with something still to be told.
    std::size_t dirtyEntities() const noexcept { return dirtyCount_; }
    bool handshakeDone() const noexcept { return greeted_; }
@@ -187,8 +164,9 @@ private:
    bool writePending();
    bool writeMount(Mount const& mount);
    bool writeRoots();
+   bool writeSessions();
    /// Marks the session closed from inside the writing of a change, where nobody may be called.
-   void fail(Sarn::String reason);
+   void fail(Sarn::String reason, Ending ending = Ending::fault);
    void unsubscribe();
    bool introduced(U32 handle) const noexcept {
       U32 const at = HandleTable::place(handle);
@@ -237,6 +215,11 @@ private:
    /// The queue is to be told from the beginning, or asked for where the peer serves it.
    void markWhole(Entity& entity, FieldDescriptor const& field);
    void queueDirty(FlowOut& flow) noexcept;
+   void fallBehind() noexcept {
+      if (behindSince_ == 0) {
+         behindSince_ = hub_.now();
+      }
+   }
    void pump();
    void fill();
    bool runReplay(FlowOut& flowOut);
@@ -286,13 +269,18 @@ private:
       }
    }
    Sarn::String describe(Header const& header) const;
+   /// Ends the session since the peer broke a rule.
+   void closeFor(Sarn::String const& fault);
 
-   // Greeting, mounts and handles: NboAttrLogMounts.cpp; the list of roots: NboAttrLogRoots.cpp
+   // Greeting, mounts and handles: NboAttrLogMounts.cpp; answers to questions: NboAttrLogRoots.cpp
+   // and NboAttrLogStatus.cpp
    void applyHello(In& in);
    void applyMount(In& in);
    void applyBind(Header const& header, In& in);
    void applyMountState(Header const& header, In& in);
+   Sarn::String refusal(Hub::Root const* root, OfferedRoot const& asked, MountMode mode);
    void applyRoots(In& in);
+   void applySessions(In& in);
    void checkRoomForAnswer(In const& in) const;
    void checkHandle(U32 handle, In const& in) const;
    /// The peer calls `entity` by this handle from now on; null if it is gone already.
@@ -331,7 +319,13 @@ private:
    void const* inside_ = nullptr;
    U32 createHandle_ = 0;
 
+   U64 const number_;
+   PeerIdentity peer_;
+   U64 const openedAt_;
+   /// 0: the peer has taken everything.
+   U64 behindSince_ = 0;
    U32 rootsAsked_ = 0;
+   U32 sessionsAsked_ = 0;
    U32 changesSent_ = 0;
    U32 changesAcked_ = 0;
    U32 changesReceived_ = 0;
@@ -339,6 +333,7 @@ private:
    bool writesBack_ = false;
    bool greeted_ = false;
    bool closed_ = false;
+   Ending ending_ = Ending::open;
    Sarn::String closeReason_;
 };
 

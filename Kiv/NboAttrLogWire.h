@@ -39,13 +39,15 @@ enum class Opcode : U8 {
    /// Keys that were not named since the beginning are gone. Of a queue: asks who serves it to
    /// replay it.
    collectionEnd,
-   bind,       ///< U32: the receiver's handle for the entity that the sender calls `handle`
-   ack,        ///< U32: changes received so far on this connection
-   sync,       ///< U32 token, comes back as
-   synced,     ///< U32 token
-   listRoots,  ///< nothing; asks for
-   roots,      ///< U32 count, then each offered root's type name and name
-   last_ = roots,
+   bind,          ///< U32: the receiver's handle for the entity that the sender calls `handle`
+   ack,           ///< U32: changes received so far on this connection
+   sync,          ///< U32 token, comes back as
+   synced,        ///< U32 token
+   listRoots,     ///< nothing; asks for
+   roots,         ///< U32 count, then each offered root's type name and name
+   listSessions,  ///< nothing; asks for
+   sessions,      ///< U32 of all, U32 count, then each session's status
+   last_ = sessions,
 };
 
 /// What one connection may cost, on either side. Both ends of a connection should agree on

@@ -131,7 +131,8 @@ public:
                receive(in.bytes(in.word()));
                break;
             case 1: {
-               auto const opcode = static_cast<Opcode>(in.byte() % 24);
+               auto const opcode =
+                     static_cast<Opcode>(in.byte() % (static_cast<U8>(Opcode::last_) + 2));
                U8 const handle = in.byte();
                U16 const attribute = static_cast<U16>(257 + in.byte() % 64);
                receive(message(opcode, handle == 0 ? 0 : firstHandle + handle % 16 - 1, attribute,

@@ -55,6 +55,13 @@ void Client::onRoots(Kiv::NboAttrLog::Session&, std::vector<OfferedRoot> const& 
    rootsKnown_ = true;
 }
 
+void Client::onSessions(Kiv::NboAttrLog::Session&,
+                        std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions, U32 total) {
+   sessions_ = sessions;
+   sessionsTotal_ = total;
+   sessionsKnown_ = true;
+}
+
 bool Client::turn(int otherFd, milliseconds timeout) {
    connection_->flush();
    pollfd polled[2] = {{connection_->fd(), connection_->events(), 0}, {otherFd, POLLIN, 0}};
@@ -104,6 +111,13 @@ std::vector<OfferedRoot> const& Client::roots() {
    return roots_;
 }
 
+std::vector<Kiv::NboAttrLog::SessionStatus> const& Client::sessions() {
+   sessionsKnown_ = false;
+   connection_->session().sessionsAsk();
+   waitFor("asked for its connections", [this] { return sessionsKnown_; });
+   return sessions_;
+}
+
 Mount& Client::mountIs(OfferedRoot const& root, MountMode mode) {
    return connection_->session().mountIs(newRoot(root.type, root.name), mode);
 }
@@ -114,6 +128,10 @@ void Client::waitComplete(Mount const& mount) {
    });
    if (mount.state() == Mount::State::lost) {
       throw Failure(socket_ + ": the connection is lost: " + mount.reason(), Exit::connection);
+   }
+   if (mount.state() == Mount::State::refused && writesBack(mount.mode())) {
+      throw Failure(mount.root().nameString() +
+                    ": the server takes no changes from here: " + mount.reason());
    }
    if (!mount.complete()) {
       throw Failure(socket_ + ": the server refuses a mirror: " +

@@ -32,6 +32,11 @@ public:
    /// What the server offers. Asks and waits.
    std::vector<OfferedRoot> const& roots();
 
+   /// How the server's connections are. Asks and waits.
+   std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions();
+   /// How many it had, more perhaps than it has told of.
+   U32 sessionsTotal() const noexcept { return sessionsTotal_; }
+
    /// Begins to mirror a root. The mount lives as long as the client.
    Mount& mountIs(OfferedRoot const& root, MountMode mode);
    /// Waits for a mirror to be complete. Throws `Failure` if the server refuses it.
@@ -57,6 +62,9 @@ private:
    void onSynced(Kiv::NboAttrLog::Session& session, U32 token) override;
    void onRoots(Kiv::NboAttrLog::Session& session, std::vector<OfferedRoot> const& roots) override;
 
+   void onSessions(Kiv::NboAttrLog::Session& session,
+                   std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions, U32 total) override;
+
    template <class Done>
    void waitFor(char const* what, Done&& done);
 
@@ -66,6 +74,9 @@ private:
    std::unique_ptr<Kiv::NboAttrLog::FdConnection> connection_;
    std::vector<OfferedRoot> roots_;
    bool rootsKnown_ = false;
+   std::vector<Kiv::NboAttrLog::SessionStatus> sessions_;
+   U32 sessionsTotal_ = 0;
+   bool sessionsKnown_ = false;
    U32 token_ = 0;
    U32 synced_ = 0;
 };

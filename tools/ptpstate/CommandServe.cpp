@@ -17,7 +17,28 @@ struct ServeOptions {
    std::string ptp4lConf;
    std::string dump;
    bool quiet = false;
+   std::string mode;
+   std::string owner;
+   std::vector<std::string> writers;
+
+   Server::Options server() const;
 };
+
+Server::Options ServeOptions::server() const {
+   Server::Options server;
+   server.socket = socket;
+   if (!mode.empty()) {
+      server.mode = parseMode(mode);
+   }
+   if (!owner.empty()) {
+      server.owner = parseOwner(owner);
+   }
+   if (!writers.empty()) {
+      server.writers = Writers({writers.begin(), writers.end()});
+   }
+   server.log = quiet ? nullptr : &std::cout;
+   return server;
+}
 
 Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string const& text) {
    std::size_t const equals = text.find('=');
@@ -70,7 +91,7 @@ Exit serve(ServeOptions const& options) {
    if (!options.ptp4lConf.empty()) {
       loadConf(options.ptp4lConf, plain);
    }
-   Server server(options.socket, options.quiet ? nullptr : &std::cout);
+   Server server(options.server());
    for (auto const& root : roots) {
       try {
          server.rootIs(root);
@@ -107,12 +128,28 @@ void addServe(CLI::App& app, Run& run) {
          ->type_name("FILE");
    command.add_option("--dump", options->dump, "At the end, write a dump; - for standard output")
          ->type_name("FILE");
+   command
+         .add_option("--mode", options->mode,
+                     "Permissions of the socket, in octal (what the umask leaves)")
+         ->type_name("MODE");
+   command
+         .add_option("--owner", options->owner,
+                     "Give the socket to a user, a group, or both: USER, :GROUP, USER:GROUP")
+         ->type_name("OWNER");
+   command
+         .add_option("--writers", options->writers,
+                     "Who may change something: users, or groups with a colon before them; all "
+                     "others only read. Without it everybody who may connect writes")
+         ->type_name("USER|:GROUP,...")
+         ->delimiter(',')
+         ->allow_extra_args(false);
    command.add_flag("--quiet", options->quiet, "Say nothing of connections");
    command.footer(
          "Example:\n"
          "  ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf\n"
          "  ptpstate serve --socket /tmp/ptp --root Ptp::Config=ptp/config "
-         "--root Ptp::Status=ptp/status");
+         "--root Ptp::Status=ptp/status\n"
+         "  ptpstate serve --socket /run/ptp --mode 0666 --writers root,:ptp");
    command.callback([options, &run] { run = [options] { return serve(*options); }; });
 }
 

@@ -49,6 +49,7 @@ void addCommands(CLI::App& app, Run& run) {
          "  ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf &\n"
          "  ptpstate set --socket /tmp/ptp ptp/config.priority1 100");
    addServe(app, run);
+   addStatus(app, run);
    addWatch(app, run);
    addDump(app, run);
    addGet(app, run);

@@ -15,6 +15,7 @@ namespace Ptpstate {
 using Run = std::function<Exit()>;
 
 void addServe(CLI::App& app, Run& run);
+void addStatus(CLI::App& app, Run& run);
 void addWatch(CLI::App& app, Run& run);
 void addDump(CLI::App& app, Run& run);
 void addGet(CLI::App& app, Run& run);

@@ -294,13 +294,15 @@ TEST_F(ServeTest, APeerThatSpeaksSomethingElseIsSentAway) {
    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
    std::string const nonsense = "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n";
    ASSERT_EQ(::write(fd, nonsense.data(), nonsense.size()), static_cast<ssize_t>(nonsense.size()));
-   EXPECT_TRUE(server->says("ended: "));
+   EXPECT_TRUE(
+         server->says(") refused: the peer does not begin with the attribute log's greeting"));
    ::close(fd);
    EXPECT_EQ(client({"get", "ptp/config.enabled"}).out, "false\n");
 }
 
 TEST(CommandLine, EveryCommandShowsAnExample) {
-   for (char const* const command : {"serve", "watch", "dump", "get", "set", "add", "del"}) {
+   for (char const* const command :
+        {"serve", "status", "watch", "dump", "get", "set", "add", "del"}) {
       Outcome const help = run({command, "--help"});
       EXPECT_EQ(help.status, 0) << command;
       EXPECT_NE(help.out.find("Example:\n  ptpstate " + std::string(command)), std::string::npos)

@@ -3,46 +3,100 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
 #include <vector>
 
 #include "tools/ptpstate/Failure.h"
 
 namespace Ptpstate {
 
-Server::Server(Sarn::String const& socket, std::ostream* log) : listener_(socket), log_(log) {}
+namespace {
+
+using Kiv::NboAttrLog::Ending;
+
+/// "2026-11-21 14:03:59.120"
+Sarn::String timeText() {
+   auto const now = std::chrono::system_clock::now();
+   std::time_t const seconds = std::chrono::system_clock::to_time_t(now);
+   auto const ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch());
+   std::tm local{};
+   localtime_r(&seconds, &local);
+   char text[48];
+   std::size_t const length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+   std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(ms.count() % 1000));
+   return text;
+}
+
+U64 steadyNanoseconds() noexcept {
+   auto const now = std::chrono::steady_clock::now().time_since_epoch();
+   return static_cast<U64>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
+}  // namespace
+
+Server::Server(Options options)
+      : options_(std::move(options)), listener_(options_.socket, options_.mode, options_.owner) {
+   hub_.clockIs(&steadyNanoseconds);
+}
 
 Server::~Server() {
    closeAll("the server has ended");
 }
 
+Server::Peer::Peer(Server& owner, int fd, U64 n)
+      : server(owner), number(n), groups(peerGroups(fd)), connection(owner.hub_, fd, this) {}
+
+Sarn::String Server::Peer::onMountAsked(Kiv::NboAttrLog::Session& session, Kiv::NamedEntity const&,
+                                        Kiv::NboAttrLog::MountMode mode) {
+   return writesBack(mode) ? server.options_.writers.refusal(session.peer(), groups)
+                           : Sarn::String();
+}
+
+void Server::Peer::onMountRefused(Kiv::NboAttrLog::Session&,
+                                  Kiv::NboAttrLog::OfferedRoot const& root,
+                                  Sarn::String const& reason) {
+   server.say(*this, "refused " + root.type + "=" + root.name + ": " + reason);
+}
+
 void Server::say(Peer const& peer, Sarn::String const& what) {
-   if (log_ != nullptr) {
-      *log_ << "connection " << peer.number << " (" << peer.text << ") " << what << std::endl;
+   if (options_.log != nullptr) {
+      *options_.log << timeText() << " connection " << peer.number << " ("
+                    << peerText(peer.connection.session().peer()) << ") " << what << std::endl;
    }
 }
 
 void Server::acceptAll() {
    for (;;) {
       int const fd = listener_.accept(exhausted_);
-      if (exhausted_ && log_ != nullptr) {
-         *log_ << "no descriptor left for another connection; it waits until one ends" << std::endl;
+      if (exhausted_ && options_.log != nullptr) {
+         *options_.log << timeText()
+                       << " no descriptor left for another connection; it waits until one ends"
+                       << std::endl;
       }
       if (fd < 0) {
          return;
       }
-      say(peers_.emplace_back(hub_, fd, ++accepted_, peerText(fd)), "opened");
+      say(peers_.emplace_back(*this, fd, ++accepted_), "opened");
    }
 }
 
 void Server::removeDone() {
    for (auto at = peers_.begin(); at != peers_.end();) {
-      if (at->connection.done()) {
-         say(*at, "ended: " + at->connection.closeReason());
-         at = peers_.erase(at);
-         exhausted_ = false;
-      } else {
+      if (!at->connection.done()) {
          ++at;
+         continue;
       }
+      Kiv::NboAttrLog::Session const& session = at->connection.session();
+      // What the peer has said itself, or the server, is an orderly end.
+      bool const orderly = session.ending() == Ending::peer || closing_;
+      say(*at, (session.ending() == Ending::fault ? "refused: "
+                : orderly                         ? "ended: "
+                                                  : "lost: ") +
+                     session.closeReason());
+      at = peers_.erase(at);
+      exhausted_ = false;
    }
 }
 
@@ -80,6 +134,7 @@ void Server::run(int stopFd) {
 }
 
 void Server::closeAll(Sarn::String const& reason) {
+   closing_ = true;
    for (Peer& peer : peers_) {
       peer.connection.close(reason);
    }

@@ -12,9 +12,19 @@ namespace Ptpstate {
 
 class Server {
 public:
-   /// Listens at once. `log` gets one line for each connection that comes, ends or is refused;
-   /// null for none.
-   Server(Sarn::String const& socket, std::ostream* log);
+   struct Options {
+      Sarn::String socket;
+      /// Of the socket's file; what the umask leaves if it is not given.
+      std::optional<mode_t> mode;
+      Owner owner;
+      Writers writers;
+      /// Gets one line for each connection that is opened or ends, and for each root that is
+      /// refused to one; null for none.
+      std::ostream* log = nullptr;
+   };
+
+   /// Listens at once.
+   explicit Server(Options options);
    ~Server();
    Server(Server const&) = delete;
    Server& operator=(Server const&) = delete;
@@ -29,11 +39,18 @@ public:
    void closeAll(Sarn::String const& reason);
 
 private:
-   struct Peer {
-      Peer(Kiv::NboAttrLog::Hub& hub, int fd, U64 n, Sarn::String who)
-            : number(n), text(std::move(who)), connection(hub, fd) {}
+   struct Peer final : Kiv::NboAttrLog::SessionListener {
+      Peer(Server& owner, int fd, U64 n);
+
+      Sarn::String onMountAsked(Kiv::NboAttrLog::Session& session, Kiv::NamedEntity const& root,
+                                Kiv::NboAttrLog::MountMode mode) override;
+      void onMountRefused(Kiv::NboAttrLog::Session& session,
+                          Kiv::NboAttrLog::OfferedRoot const& root,
+                          Sarn::String const& reason) override;
+
+      Server& server;
       U64 number;
-      Sarn::String text;
+      std::vector<gid_t> groups;
       Kiv::NboAttrLog::FdConnection connection;
    };
 
@@ -41,12 +58,13 @@ private:
    void say(Peer const& peer, Sarn::String const& what);
    void removeDone();
 
+   Options options_;
    Listener listener_;
-   std::ostream* log_;
    Kiv::NboAttrLog::Hub hub_;
    std::list<Peer> peers_;
    U64 accepted_ = 0;
    bool exhausted_ = false;
+   bool closing_ = false;
 };
 
 }  // namespace Ptpstate

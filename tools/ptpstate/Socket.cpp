@@ -92,9 +92,23 @@ Sarn::String bindHint(int error) {
    }
 }
 
+void permit(Sarn::String const& path, std::optional<mode_t> mode, Owner const& owner) {
+   if (owner.user || owner.group) {
+      if (::lchown(path.c_str(), owner.user.value_or(~uid_t(0)), owner.group.value_or(~gid_t(0))) <
+          0) {
+         fail(path, "cannot be given to that owner: " + errorText(errno) +
+                          "; only root may give files away, to a group its members, too");
+      }
+   }
+   if (mode && ::chmod(path.c_str(), *mode) < 0) {
+      fail(path, "cannot be given that mode: " + errorText(errno));
+   }
+}
+
 }  // namespace
 
-Listener::Listener(Sarn::String path) : path_(std::move(path)) {
+Listener::Listener(Sarn::String path, std::optional<mode_t> mode, Owner const& owner)
+      : path_(std::move(path)) {
    sockaddr_un const address = addressOf(path_);
    fd_ = newSocket(path_, SOCK_NONBLOCK);
    int error = tryBind(fd_, address);
@@ -106,10 +120,14 @@ Listener::Listener(Sarn::String path) : path_(std::move(path)) {
       if (error != 0) {
          fail(path_, "cannot listen here: " + errorText(error) + bindHint(error));
       }
-      if (::listen(fd_, SOMAXCONN) < 0) {
-         error = errno;
+      try {
+         permit(path_, mode, owner);  // nobody can connect yet
+         if (::listen(fd_, SOMAXCONN) < 0) {
+            fail(path_, "cannot listen here: " + errorText(errno));
+         }
+      } catch (...) {
          ::unlink(path_.c_str());
-         fail(path_, "cannot listen here: " + errorText(error));
+         throw;
       }
    } catch (...) {
       ::close(fd_);
@@ -161,15 +179,6 @@ int connectTo(Sarn::String const& path) {
       default:
          fail(path, "cannot connect: " + errorText(error));
    }
-}
-
-Sarn::String peerText(int fd) {
-   ucred peer{};
-   socklen_t size = sizeof peer;
-   if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) < 0) {
-      return "";
-   }
-   return "pid " + std::to_string(peer.pid) + ", uid " + std::to_string(peer.uid);
 }
 
 }  // namespace Ptpstate

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include "Sarn/String.h"
+#include "tools/ptpstate/Access.h"
 
 namespace Ptpstate {
 
@@ -12,7 +13,9 @@ namespace Ptpstate {
 class Listener {
 public:
    /// A file that is left from a process that is gone is replaced; one that is answered is not.
-   explicit Listener(Sarn::String path);
+   /// `mode` and `owner`, if given, hold before anybody can connect.
+   explicit Listener(Sarn::String path, std::optional<mode_t> mode = std::nullopt,
+                     Owner const& owner = {});
    ~Listener();
    Listener(Listener const&) = delete;
    Listener& operator=(Listener const&) = delete;
@@ -31,8 +34,5 @@ private:
 
 /// A connected descriptor.
 int connectTo(Sarn::String const& path);
-
-/// "pid 1234, uid 1000", or nothing where the system does not tell.
-Sarn::String peerText(int fd);
 
 }  // namespace Ptpstate

@@ -1,0 +1,180 @@
+// What peers a hub has and how they are: asking, answering, taking the answer.
+#include "Kiv/NboAttrLogStatus.h"
+
+#include "Kiv/NboAttrLogSession.h"
+
+namespace Kiv::NboAttrLog {
+namespace {
+
+constexpr U8 askingFlag = 1;
+/// Number, pid, uid, gid, length of the program's name, flags, age, six counts, what is still to be
+/// told, the buffer, how long behind, how many roots.
+constexpr std::size_t fixedStatusSize = 8 + 3 * 4 + 4 + 1 + 8 + 6 * 8 + 3 * 8 + 2 * 8 + 8 + 4;
+/// Two lengths, the mode, whether it is complete.
+constexpr std::size_t fixedRootSize = 4 + 4 + 1 + 1;
+
+}  // namespace
+
+Sarn::String peerText(PeerIdentity const& peer) {
+   if (peer.pid == 0) {
+      return "an unknown peer";
+   }
+   return "pid " + std::to_string(peer.pid) + ", uid " + std::to_string(peer.uid) + ", gid " +
+          std::to_string(peer.gid) + (peer.program.empty() ? "" : ", " + peer.program);
+}
+
+std::size_t encodedSize(SessionStatus const& status) {
+   std::size_t size = fixedStatusSize + status.peer.program.size();
+   for (ServedRoot const& served : status.roots) {
+      size += fixedRootSize + served.root.type.size() + served.root.name.size();
+   }
+   return size;
+}
+
+void encode(Out& out, SessionStatus const& status) {
+   out.writeU64(status.number);
+   out.writeU32(status.peer.pid);
+   out.writeU32(status.peer.uid);
+   out.writeU32(status.peer.gid);
+   out.writeString(status.peer.program);
+   out.writeU8(status.asking ? askingFlag : 0);
+   out.writeU64(status.age);
+   out.writeU64(status.stats.messagesIn);
+   out.writeU64(status.stats.messagesOut);
+   out.writeU64(status.stats.bytesIn);
+   out.writeU64(status.stats.bytesOut);
+   out.writeU64(status.stats.changesDeferred);
+   out.writeU64(status.stats.changesCoalesced);
+   out.writeU64(status.dirtyEntities);
+   out.writeU64(status.dirtyAttributes);
+   out.writeU64(status.dirtyKeys);
+   out.writeU64(status.waiting);
+   out.writeU64(status.capacity);
+   out.writeU64(status.behind);
+   out.writeU32(static_cast<U32>(status.roots.size()));
+   for (ServedRoot const& served : status.roots) {
+      out.writeString(served.root.type);
+      out.writeString(served.root.name);
+      out.writeU8(static_cast<U8>(served.mode));
+      out.writebool(served.complete);
+   }
+}
+
+SessionStatus decodeSessionStatus(In& in) {
+   SessionStatus status;
+   status.number = in.nextU64();
+   status.peer.pid = in.nextU32();
+   status.peer.uid = in.nextU32();
+   status.peer.gid = in.nextU32();
+   status.peer.program = in.nextValidString(longestName);
+   U8 const flags = in.nextU8();
+   if (flags > askingFlag) {
+      in.fault("a session has the unknown flags " + std::to_string(flags), 1);
+   }
+   status.asking = flags != 0;
+   status.age = in.nextU64();
+   status.stats.messagesIn = in.nextU64();
+   status.stats.messagesOut = in.nextU64();
+   status.stats.bytesIn = in.nextU64();
+   status.stats.bytesOut = in.nextU64();
+   status.stats.changesDeferred = in.nextU64();
+   status.stats.changesCoalesced = in.nextU64();
+   status.dirtyEntities = in.nextU64();
+   status.dirtyAttributes = in.nextU64();
+   status.dirtyKeys = in.nextU64();
+   status.waiting = in.nextU64();
+   status.capacity = in.nextU64();
+   status.behind = in.nextU64();
+   for (U32 left = in.nextU32(); left != 0; --left) {
+      ServedRoot served;
+      served.root.type = in.nextValidString(longestName);
+      served.root.name = in.nextValidString(longestName);
+      U8 const mode = in.nextU8();
+      if (mode > static_cast<U8>(MountMode::owner)) {
+         in.fault("there is no mount mode " + std::to_string(mode), 1);
+      }
+      served.mode = static_cast<MountMode>(mode);
+      served.complete = in.nextbool();
+      status.roots.push_back(std::move(served));
+   }
+   return status;
+}
+
+SessionStatus Session::status() const {
+   SessionStatus status;
+   U64 const now = hub_.now();
+   status.number = number_;
+   status.peer = peer_;
+   status.age = now - openedAt_;
+   status.stats = stats_;
+   status.dirtyEntities = dirtyCount_;
+   for (FlowOut const* flow = firstDirty_; flow != nullptr; flow = flow->next) {
+      status.dirtyAttributes += flow->dirtyAttributes();
+      status.dirtyKeys += flow->dirtyCollKeys();
+   }
+   status.waiting = out_.size();
+   status.capacity = out_.capacity();
+   status.behind = behindSince_ != 0 ? now - behindSince_ : 0;
+   for (Served const& served : served_) {
+      NamedEntity const& root = served.root->entity();
+      status.roots.push_back({{root.kivType().name, root.nameString()}, served.mode, served.ended});
+   }
+   return status;
+}
+
+void Session::sessionsAsk() {
+   if (!closed_) {
+      ++sessionsAsked_;
+      pendingEnq(Opcode::listSessions, 0, {}, 0);
+      pump();
+   }
+}
+
+/// False when the output is full. Of more sessions than a message holds, the oldest are told.
+bool Session::writeSessions() {
+   std::vector<SessionStatus> told;
+   std::size_t size = 4 + 4;
+   for (Session const* const session : hub_.sessions_) {
+      SessionStatus status = session->status();
+      status.asking = session == this;
+      std::size_t const more = encodedSize(status);
+      if (size + more > longestBody_) {
+         break;
+      }
+      size += more;
+      told.push_back(std::move(status));
+   }
+   return write(Opcode::sessions, size, 0, 0, [&](Out& out) {
+      out.writeU32(static_cast<U32>(hub_.sessions_.size()));
+      out.writeU32(static_cast<U32>(told.size()));
+      for (SessionStatus const& status : told) {
+         encode(out, status);
+      }
+   });
+}
+
+void Session::applySessions(In& in) {
+   if (sessionsAsked_ == 0) {
+      in.fault("nobody has asked for the sessions");
+   }
+   U32 const total = in.nextU32();
+   U32 const count = in.nextU32();
+   std::size_t const most = in.readableBytes() / fixedStatusSize;
+   if (count > most) {
+      in.fault(std::to_string(count) + " sessions exceed the bound of " + std::to_string(most) +
+                     " in the message",
+               4);
+   }
+   std::vector<SessionStatus> sessions;
+   sessions.reserve(count);
+   for (U32 i = 0; i != count; ++i) {
+      sessions.push_back(decodeSessionStatus(in));
+   }
+   in.expectEnd();
+   --sessionsAsked_;
+   if (listener_ != nullptr) {
+      listener_->onSessions(*this, sessions, total);
+   }
+}
+
+}  // namespace Kiv::NboAttrLog

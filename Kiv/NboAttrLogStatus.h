@@ -1,0 +1,87 @@
+#pragma once
+
+#include <vector>
+
+#include "Kiv/NboAttrLogMount.h"
+
+namespace Kiv::NboAttrLog {
+
+/// Who ended a session.
+enum class Ending : U8 {
+   open,   ///< nobody yet
+   fault,  ///< this side: the peer broke a rule, or cannot be told something
+   peer,   ///< the peer, which has said why
+   here,   ///< `close`, or whoever carries the bytes
+};
+
+/// Who is at the other end, as far as the carrier of the bytes knows.
+struct PeerIdentity {
+   static constexpr U32 unknown = ~U32(0);
+
+   /// 0 if it is not known.
+   U32 pid = 0;
+   U32 uid = unknown;
+   U32 gid = unknown;
+   /// The name of the process; may be empty.
+   Sarn::String program;
+
+   bool operator==(PeerIdentity const&) const = default;
+};
+
+/// "pid 1234, uid 1000, gid 1000, ptpstate", or "an unknown peer".
+Sarn::String peerText(PeerIdentity const& peer);
+
+struct SessionStats {
+   U64 messagesIn = 0;
+   U64 messagesOut = 0;
+   U64 bytesIn = 0;
+   U64 bytesOut = 0;
+   /// Changes that were left to a later replay since the peer could not take them.
+   U64 changesDeferred = 0;
+   /// Those of them that the peer never saw, since a later one of the same attribute or key came
+   /// before it was told.
+   U64 changesCoalesced = 0;
+};
+
+/// A root as one peer mirrors it.
+struct ServedRoot {
+   OfferedRoot root;
+   MountMode mode = MountMode::reader;
+   /// Whether the peer has been told all of it.
+   bool complete = false;
+};
+
+/// One session of a hub, at one moment.
+struct SessionStatus {
+   /// Sessions are numbered from 1, in the order in which the hub got them.
+   U64 number = 0;
+   PeerIdentity peer;
+   /// Whether it is the one that asks.
+   bool asking = false;
+   /// Nanoseconds since it began; 0 where the hub has no clock.
+   U64 age = 0;
+   SessionStats stats;
+   // What the peer has still to be told.
+   U64 dirtyEntities = 0;
+   U64 dirtyAttributes = 0;
+   /// Of collections.
+   U64 dirtyKeys = 0;
+   /// Bytes that wait to be sent, of so many that may.
+   U64 waiting = 0;
+   U64 capacity = 0;
+   /// Nanoseconds since the peer had last taken everything; 0 if it has, or if the hub has no
+   /// clock.
+   U64 behind = 0;
+   std::vector<ServedRoot> roots;
+};
+
+class In;
+class Out;
+
+/// The bytes of one session in the answer, see `docs/attribute-log.md`.
+std::size_t encodedSize(SessionStatus const& status);
+void encode(Out& out, SessionStatus const& status);
+/// Throws `FaultException`.
+SessionStatus decodeSessionStatus(In& in);
+
+}  // namespace Kiv::NboAttrLog
