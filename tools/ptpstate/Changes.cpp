@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include "Kiv/Path.h"
-#include "tools/ptpstate/Failure.h"
-#include "tools/ptpstate/Values.h"
+#include "tools/ptpstate/Place.h"
 
 namespace Ptpstate {
 
@@ -115,25 +114,7 @@ void ChangeObserver::onChange(Kiv::Change const& change) {
 }
 
 Sarn::String canonicalPath(TypeImpl const& rootType, Path const& path) {
-   Sarn::String text = path.root.name;
-   TypeImpl const* type = &rootType;
-   for (PathStep const& step : path.steps) {
-      FieldDescriptor const* const field = type->field(std::string_view(step.name));
-      if (field == nullptr || field->type == nullptr) {
-         throw Failure(text + ": " + type->name + " has no attribute '" + step.name + "'");
-      }
-      text += "." + step.name;
-      if (step.key) {
-         if (field->keyType == nullptr) {
-            throw Failure(text + " is no collection; it takes no key");
-         }
-         Kiv::AnyValue key(*field->keyType);
-         parseValue(*step.key, key);
-         text += "[" + valueText(key) + "]";
-      }
-      type = field->type;
-   }
-   return text;
+   return destinationOf(rootType, path).path;
 }
 
 }  // namespace Ptpstate

@@ -3,6 +3,7 @@
 
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Dump.h"
+#include "tools/ptpstate/StateDoc.h"
 
 namespace Ptpstate {
 namespace {
@@ -10,6 +11,7 @@ namespace {
 struct ReadOptions : ClientOptions {
    std::string path;
    bool summary = false;
+   bool json = false;
 };
 
 Exit dumpPath(ReadOptions const& options) {
@@ -18,6 +20,12 @@ Exit dumpPath(ReadOptions const& options) {
                      opened.path.steps);
    if (!place.isCollection() && place.entity() == nullptr) {
       place.text();  // a value that is not there is refused before anything is written
+   }
+   if (options.json) {
+      StateDoc doc;
+      doc.places.push_back(docOf(place, opened.path));
+      std::cout << jsonText(jsonOf(doc));
+      return Exit::ok;
    }
    Dump dump = options.summary ? Dump() : Dump(std::cout);
    dump.place(place);
@@ -35,6 +43,17 @@ Exit dumpAll(ReadOptions const& options) {
       client.waitComplete(mount);
       roots.push_back(&mount.root());
    }
+   if (options.json) {
+      StateDoc doc;
+      for (Kiv::NamedEntity const* const root : roots) {
+         doc.places.emplace_back();
+         doc.places.back().path.root = {root->kivType().name, root->nameString()};
+         doc.places.back().text = root->nameString();
+         doc.places.back().entity = docOf(*root);
+      }
+      std::cout << jsonText(jsonOf(doc));
+      return Exit::ok;
+   }
    if (!options.summary) {
       dumpRoots(std::cout, roots);
       return Exit::ok;
@@ -51,7 +70,9 @@ Exit get(ReadOptions const& options) {
    Opened opened(options, options.path, MountMode::reader);
    Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
                      opened.path.steps);
-   if (place.isCollection() || place.entity() != nullptr) {
+   if (options.json) {
+      std::cout << jsonText(jsonOf(docOf(place, opened.path)));
+   } else if (place.isCollection() || place.entity() != nullptr) {
       Dump(std::cout).place(place);
    } else {
       std::cout << place.text() << '\n';
@@ -67,7 +88,9 @@ void addDump(CLI::App& app, Run& run) {
          "dump", "Print every entity and attribute, in an order that makes dumps comparable");
    addClientOptions(command, *options);
    command.add_option("path", options->path, "Only what is there and below it")->type_name("PATH");
-   command.add_flag("--summary", options->summary, "Only count, by type");
+   auto* const summary = command.add_flag("--summary", options->summary, "Only count, by type");
+   command.add_flag("--json", options->json, "As JSON, which 'load' and 'diff' read")
+         ->excludes(summary);
    command.footer(
          "Example:\n"
          "  ptpstate dump --socket /tmp/ptp\n"
@@ -83,6 +106,7 @@ void addGet(CLI::App& app, Run& run) {
          "get", "Print a value; of an entity or a collection, everything below it");
    addClientOptions(command, *options);
    command.add_option("path", options->path, "What to print")->type_name("PATH")->required();
+   command.add_flag("--json", options->json, "As JSON");
    command.footer(
          "Example:\n"
          "  ptpstate get --socket /tmp/ptp ptp/config.priority1\n"

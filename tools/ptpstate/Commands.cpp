@@ -24,15 +24,15 @@ std::string plainArgument(std::string const& argument) {
    return !argument.empty() && argument[0] == guard ? argument.substr(1) : argument;
 }
 
-void addSocketOption(CLI::App& command, std::string& socket) {
+void addSocketOption(CLI::App& command, std::string& socket, bool required) {
    command.add_option("--socket", socket, "Path of the server's socket")
          ->type_name("PATH")
          ->envname("PTPSTATE_SOCKET")
-         ->required();
+         ->required(required);
 }
 
-void addClientOptions(CLI::App& command, ClientOptions& options) {
-   addSocketOption(command, options.socket);
+void addClientOptions(CLI::App& command, ClientOptions& options, bool required) {
+   addSocketOption(command, options.socket, required);
    command
          .add_option("--timeout", options.timeout,
                      "Give up when the server is silent for so many seconds (10)")
@@ -56,6 +56,9 @@ void addCommands(CLI::App& app, Run& run) {
    addSet(app, run);
    addAdd(app, run);
    addDel(app, run);
+   addLoad(app, run);
+   addDiff(app, run);
+   addTypes(app, run);
 }
 
 Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors) {

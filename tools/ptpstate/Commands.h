@@ -22,6 +22,9 @@ void addGet(CLI::App& app, Run& run);
 void addSet(CLI::App& app, Run& run);
 void addAdd(CLI::App& app, Run& run);
 void addDel(CLI::App& app, Run& run);
+void addTypes(CLI::App& app, Run& run);
+void addLoad(CLI::App& app, Run& run);
+void addDiff(CLI::App& app, Run& run);
 
 /// What every client takes.
 struct ClientOptions {
@@ -33,8 +36,9 @@ struct ClientOptions {
    }
 };
 
-void addSocketOption(CLI::App& command, std::string& socket);
-void addClientOptions(CLI::App& command, ClientOptions& options);
+/// `required`: the command can do nothing without a socket.
+void addSocketOption(CLI::App& command, std::string& socket, bool required = true);
+void addClientOptions(CLI::App& command, ClientOptions& options, bool required = true);
 
 /// The program's command line: fills `app` with all commands.
 void addCommands(CLI::App& app, Run& run);

@@ -13,6 +13,9 @@ enum class Exit : U8 {
    refused = 1,     ///< what was asked for is not there or not allowed; nothing was changed
    usage = 2,       ///< the command line is wrong
    connection = 3,  ///< no server, no answer, the connection was lost, or a socket cannot be had
+   // Of a comparison, as diff(1) has them.
+   differs = 1,
+   trouble = 2,
 };
 
 /// Ends the command with one line for the user and an exit status.

@@ -13,9 +13,6 @@ using Kiv::FieldDescriptor;
 using Kiv::MemberKind;
 using Kiv::TypeImpl;
 
-namespace {
-
-/// Says that there is no such member, and which one may have been meant.
 Sarn::String unknownMember(TypeImpl const& type, Sarn::String const& name) {
    Sarn::String near;
    forEachField(type, [&](FieldDescriptor const& field) {
@@ -33,6 +30,8 @@ Sarn::String unknownMember(TypeImpl const& type, Sarn::String const& name) {
    return Sarn::String(type.name) + " has no attribute '" + name + "'" +
           (near.empty() ? "" : "; is '" + near + "' meant?");
 }
+
+namespace {
 
 bool isKeyed(FieldDescriptor const& field) {
    return field.ops != nullptr && field.ops->collection != nullptr;
@@ -200,14 +199,22 @@ void Place::read(AnyValue& value) const {
 }
 
 Sarn::String Place::text() const {
-   AnyValue value(*field_->type);
-   read(value);
-   if (inside_.empty()) {
-      return valueText(value);
+   return valueText(*value());
+}
+
+std::unique_ptr<AnyValue> Place::value() const {
+   if (field_ == nullptr || field_->kind == MemberKind::child ||
+       field_->kind == MemberKind::children) {
+      fail("does not exist");
    }
-   AnyValue inner(*inside_.back()->type);
-   readInside(value.get(), inside_, inner);
-   return valueText(inner);
+   auto value = std::make_unique<AnyValue>(*field_->type);
+   read(*value);
+   if (!inside_.empty()) {
+      auto inner = std::make_unique<AnyValue>(*inside_.back()->type);
+      readInside(value->get(), inside_, *inner);
+      value = std::move(inner);
+   }
+   return value;
 }
 
 void Place::checkStreamed() const {
@@ -225,30 +232,14 @@ void Place::write(AnyValue const& value) {
       field_->ops->write(owner_.get(), value.get());
    } else {
       checkStreamed();
-      checkOwnKey(value);
+      if (!hasOwnKey(*field_, key_->get(), value)) {
+         fail("the value " + valueText(value) + " has another key");
+      }
       field_->ops->collection->is(*owner_, key_->get(), value.get());
    }
 }
 
-/// Where the key is a field of the value, the value goes by that and not by the path's.
-void Place::checkOwnKey(AnyValue const& value) const {
-   if (!field_->has(FieldDescriptor::keyInside)) {
-      return;
-   }
-   bool same = false;
-   forEachField(*field_->type, [&](FieldDescriptor const& inner) {
-      if (inner.type == field_->keyType) {
-         AnyValue own(*inner.type);
-         readMember(value.get(), inner, own);
-         same = same || inner.type->support->isEq(own.get(), key_->get());
-      }
-   });
-   if (!same) {
-      fail("the value " + valueText(value) + " has another key");
-   }
-}
-
-void Place::set(std::string_view text) {
+void Place::checkSettable() const {
    if (field_ == nullptr || field_->kind == MemberKind::child ||
        field_->kind == MemberKind::children) {
       fail("is an entity; 'add' creates one, 'del' removes it, 'set' sets its attributes");
@@ -259,17 +250,28 @@ void Place::set(std::string_view text) {
    if (isCollection()) {
       fail("is a collection; a key in brackets is missing");
    }
+}
+
+void Place::set(std::string_view text) {
+   checkSettable();
    refusing([&] {
-      AnyValue value(*field_->type);
+      AnyValue value(inside_.empty() ? *field_->type : *inside_.back()->type);
+      parseValue(text, value);
+      set(value);
+   });
+}
+
+void Place::set(AnyValue const& value) {
+   checkSettable();
+   refusing([&] {
       if (inside_.empty()) {
-         parseValue(text, value);
-      } else {
-         AnyValue inner(*inside_.back()->type);
-         parseValue(text, inner);
-         read(value);
-         writeInside(const_cast<void*>(value.get()), inside_, inner);
+         write(value);
+         return;
       }
-      write(value);
+      AnyValue outer(*field_->type);
+      read(outer);
+      writeInside(const_cast<void*>(outer.get()), inside_, value);
+      write(outer);
    });
 }
 
@@ -367,6 +369,54 @@ void Place::del() {
    } else {
       queue.deq(*owner_);
    }
+}
+
+bool hasOwnKey(FieldDescriptor const& field, void const* key, AnyValue const& value) {
+   if (!field.has(FieldDescriptor::keyInside)) {
+      return true;
+   }
+   bool same = false;
+   forEachField(*field.type, [&](FieldDescriptor const& inner) {
+      if (inner.type == field.keyType) {
+         AnyValue own(*inner.type);
+         readMember(value.get(), inner, own);
+         same = same || inner.type->support->isEq(own.get(), key);
+      }
+   });
+   return same;
+}
+
+Destination destinationOf(TypeImpl const& rootType, Path const& path) {
+   Destination to{path.root.name, &rootType};
+   for (PathStep const& step : path.steps) {
+      FieldDescriptor const* const field = to.type->field(std::string_view(step.name));
+      if (field == nullptr || field->type == nullptr || field->kind == MemberKind::operation) {
+         throw Failure(to.path + ": " + unknownMember(*to.type, step.name));
+      }
+      if (to.field != nullptr && to.field->keyType != nullptr && !to.keyed) {
+         throw Failure(to.path + ": is a collection; a key in brackets is missing");
+      }
+      to.inside = to.type->kind != Kiv::TypeKind::entity;
+      to.path += "." + step.name;
+      if (!to.inside) {
+         to.field = field;
+         to.keyed = step.key.has_value();
+      }
+      if (step.key) {
+         if (field->keyType == nullptr) {
+            throw Failure(to.path + ": is no collection; it takes no key");
+         }
+         AnyValue key(*field->keyType);
+         try {
+            parseValue(*step.key, key);
+         } catch (Failure const& error) {
+            throw Failure(to.path + ": " + error.what());
+         }
+         to.path += "[" + valueText(key) + "]";
+      }
+      to.type = field->type;
+   }
+   return to;
 }
 
 Sarn::String childArgsText(FieldDescriptor const& field) {

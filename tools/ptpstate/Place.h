@@ -34,12 +34,16 @@ public:
    bool isCollection() const noexcept;
    /// The value that stands here, as text. Throws `Failure` if there is none.
    Sarn::String text() const;
+   /// A copy of the value that stands here. Throws `Failure` if there is none.
+   std::unique_ptr<Kiv::AnyValue> value() const;
 
    // What a writer does. All go through the setters; what these refuse is a `Failure` in their
    // words.
 
    /// Sets an attribute, an element, or a field within the value of either.
    void set(std::string_view text);
+   /// The same with a value of the type that stands here; nothing is published if it is that.
+   void set(Kiv::AnyValue const& value);
    /// Creates a child from its constructor arguments, inserts an element, appends to a queue.
    void add(std::span<Sarn::String const> args);
    /// Removes a child, an element, a queue's front; or all elements.
@@ -55,7 +59,7 @@ private:
    void read(Kiv::AnyValue& value) const;
    void write(Kiv::AnyValue const& value);
    void checkStreamed() const;
-   void checkOwnKey(Kiv::AnyValue const& value) const;
+   void checkSettable() const;
    void addChild(std::span<Sarn::String const> args);
    void addToCollection(std::span<Sarn::String const> args);
    [[noreturn]] void fail(std::string_view what) const;
@@ -68,6 +72,29 @@ private:
    std::vector<Kiv::FieldDescriptor const*> inside_;
    Sarn::String path_;
 };
+
+/// Whether a value that contains its map's key, if it does, has this one.
+bool hasOwnKey(Kiv::FieldDescriptor const& field, void const* key, Kiv::AnyValue const& value);
+
+/// Where a path leads by the types alone, whether or not there is anything now.
+struct Destination {
+   /// The path with its keys as the types print them.
+   Sarn::String path;
+   /// Of the entity or value there; of a collection as a whole, that of its elements.
+   Kiv::TypeImpl const* type;
+   /// The last attribute of an entity on the way; null for the root itself.
+   Kiv::FieldDescriptor const* field = nullptr;
+   /// Whether a key stands behind that.
+   bool keyed = false;
+   /// Whether the path goes on into a value.
+   bool inside = false;
+};
+
+/// Throws `Failure` if a step names no attribute, or a key cannot be read.
+Destination destinationOf(Kiv::TypeImpl const& rootType, Path const& path);
+
+/// Says that there is no such member, and which one may have been meant.
+Sarn::String unknownMember(Kiv::TypeImpl const& type, Sarn::String const& name);
 
 /// What the creation of a child takes besides its key, for a message: "enabled (bool),
 /// mpassEnabled (bool)".

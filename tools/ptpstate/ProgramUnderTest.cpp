@@ -18,7 +18,7 @@ namespace Ptpstate {
 using std::chrono::milliseconds;
 using SteadyClock = std::chrono::steady_clock;
 
-Program::Program(std::vector<std::string> const& args, uid_t uid) {
+Program::Program(std::vector<std::string> const& args, Surroundings const& in) {
    std::string const program = PTPLIB_BIN_DIR "/ptpstate";
    std::vector<char*> words{const_cast<char*>(program.c_str())};
    for (std::string const& argument : args) {
@@ -35,7 +35,15 @@ Program::Program(std::vector<std::string> const& args, uid_t uid) {
       ::dup2(out[1], 1);
       ::dup2(err[1], 2);
       ::unsetenv("PTPSTATE_SOCKET");
-      if (uid != 0 && ::geteuid() == 0 && ::setuid(uid) != 0) {
+      bool ready = in.directory.empty() || ::chdir(in.directory.c_str()) == 0;
+      if (!in.socket.empty()) {
+         ready = ready && ::setenv("PTPSTATE_SOCKET", in.socket.c_str(), 1) == 0;
+      }
+      if (!in.input.empty()) {
+         int const input = ::open(in.input.c_str(), O_RDONLY | O_CLOEXEC);
+         ready = ready && input >= 0 && ::dup2(input, 0) == 0;
+      }
+      if (!ready || (in.uid != 0 && ::geteuid() == 0 && ::setuid(in.uid) != 0)) {
          ::_exit(126);
       }
       ::execv(program.c_str(), words.data());
@@ -116,6 +124,10 @@ Outcome const& Program::finish() {
 
 Outcome run(std::vector<std::string> const& args, uid_t uid) {
    return Program(args, uid).finish();
+}
+
+Outcome run(std::vector<std::string> const& args, Surroundings const& in) {
+   return Program(args, in).finish();
 }
 
 Scratch::Scratch() {

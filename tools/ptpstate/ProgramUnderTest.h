@@ -16,11 +16,24 @@ struct Outcome {
    std::string err;
 };
 
+/// How a program is run.
+struct Surroundings {
+   /// As this user, if we are root.
+   uid_t uid = 0;
+   /// In this directory; in that of the test if empty.
+   std::string directory = "";
+   /// With this value of PTPSTATE_SOCKET; without it if empty.
+   std::string socket = "";
+   /// With this file as standard input; with that of the test if empty.
+   std::string input = "";
+};
+
 /// A running `ptpstate`. Killed at the end if it still runs.
 class Program {
 public:
-   /// `uid`: run as this user, if we are root.
-   explicit Program(std::vector<std::string> const& args, uid_t uid = 0);
+   explicit Program(std::vector<std::string> const& args, uid_t uid = 0)
+         : Program(args, Surroundings{uid}) {}
+   Program(std::vector<std::string> const& args, Surroundings const& in);
    ~Program();
    Program(Program const&) = delete;
    Program& operator=(Program const&) = delete;
@@ -46,6 +59,7 @@ private:
 
 /// Runs it to its end.
 Outcome run(std::vector<std::string> const& args, uid_t uid = 0);
+Outcome run(std::vector<std::string> const& args, Surroundings const& in);
 
 /// A directory of its own, removed with all that is in it.
 class Scratch {

@@ -1,0 +1,158 @@
+// Golden transcripts: what every command says, as in a terminal.
+//
+// A file of testdata/transcripts is what a person would see: "$ ptpstate ..." is run, and what
+// follows up to the next such line is what it writes, standard error behind standard output, and
+// its exit status if that is not 0. "$ ptpstate ... &" goes on while others run; "$ wait" shows
+// what it has written. "> FILE" and "< FILE" redirect. "$ ptpstate serve" is always in the
+// background and waited for. Lines with "#" are comments. PTPSTATE_SOCKET names the socket, a
+// file in the directory that all run in.
+//
+// PTPSTATE_UPDATE=1 writes the files anew.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "tools/ptpstate/ProgramUnderTest.h"
+
+namespace Ptpstate {
+namespace {
+
+std::filesystem::path const directory =
+      std::filesystem::path(PTPLIB_SOURCE_DIR) / "tools/ptpstate/testdata/transcripts";
+
+/// Words as a shell cuts them, single quotes included.
+std::vector<std::string> wordsOf(std::string const& line) {
+   std::vector<std::string> words;
+   bool inside = false;
+   bool quoted = false;
+   for (char const c : line) {
+      if (c == '\'') {
+         quoted = !quoted;
+         if (!inside) {
+            words.emplace_back();
+            inside = true;
+         }
+      } else if (c == ' ' && !quoted) {
+         inside = false;
+      } else {
+         if (!inside) {
+            words.emplace_back();
+            inside = true;
+         }
+         words.back() += c;
+      }
+   }
+   return words;
+}
+
+class Terminal {
+public:
+   /// Runs a line without its "$ ", and gives what is seen of it.
+   std::string run(std::string const& line) {
+      std::vector<std::string> words = wordsOf(line);
+      if (words == std::vector<std::string>{"wait"}) {
+         std::string seen;
+         for (auto const& program : background_) {
+            seen += text(program->finish());
+         }
+         background_.clear();
+         return seen;
+      }
+      EXPECT_EQ(words.at(0), "ptpstate") << line;
+      words.erase(words.begin());
+      Surroundings in{0, scratch_.path(), "socket"};
+      bool const behind = words.back() == "&";
+      if (behind) {
+         words.pop_back();
+      }
+      in.input = redirected(words, "<");
+      std::string const output = redirected(words, ">");
+      if (words.at(0) == "serve") {
+         server_ = std::make_unique<Program>(words, in);
+         auto const roots = std::count(words.begin(), words.end(), "--root");
+         EXPECT_TRUE(server_->says("serving ", std::max(1, static_cast<int>(roots))))
+               << text(server_->finish());
+         return withoutTimes(server_->out());
+      }
+      if (behind) {
+         background_.push_back(std::make_unique<Program>(words, in));
+         EXPECT_TRUE(background_.back()->says("complete")) << text(background_.back()->finish());
+         return "";
+      }
+      Outcome outcome = Ptpstate::run(words, in);
+      if (!output.empty()) {
+         std::ofstream(output, std::ios::binary) << outcome.out;
+         outcome.out.clear();
+      }
+      return text(outcome);
+   }
+
+private:
+   /// The file behind `sign`, which is taken out of the words; empty without one.
+   std::string redirected(std::vector<std::string>& words, std::string const& sign) const {
+      for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+         if (words[i] == sign) {
+            std::string const file = scratch_.file(words[i + 1]);
+            words.erase(words.begin() + static_cast<std::ptrdiff_t>(i),
+                        words.begin() + static_cast<std::ptrdiff_t>(i) + 2);
+            return file;
+         }
+      }
+      return "";
+   }
+
+   static std::string text(Outcome const& outcome) {
+      std::string seen = withoutTimes(outcome.out) + outcome.err;
+      if (!seen.empty() && seen.back() != '\n') {
+         seen += '\n';
+      }
+      return outcome.status == 0 ? seen
+                                 : seen + "[exit status " + std::to_string(outcome.status) + "]\n";
+   }
+
+   Scratch scratch_;
+   std::unique_ptr<Program> server_;
+   std::vector<std::unique_ptr<Program>> background_;
+};
+
+class Transcript : public testing::TestWithParam<std::string> {};
+
+TEST_P(Transcript, IsWhatTheProgramSays) {
+   std::filesystem::path const file = directory / (GetParam() + ".txt");
+   std::string const expected = readFile(file);
+   std::istringstream lines(expected);
+   std::string seen;
+   Terminal terminal;
+   for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with("#")) {
+         seen += (seen.empty() ? "" : "\n") + line + "\n";
+      } else if (line.starts_with("$ ")) {
+         seen += line + "\n" + terminal.run(line.substr(2));
+      }
+   }
+   if (std::getenv("PTPSTATE_UPDATE") != nullptr) {
+      std::ofstream(file, std::ios::binary) << seen;
+   } else {
+      EXPECT_EQ(seen, expected) << file << "; PTPSTATE_UPDATE=1 writes it anew";
+   }
+}
+
+std::vector<std::string> names() {
+   std::vector<std::string> found;
+   for (auto const& entry : std::filesystem::directory_iterator(directory)) {
+      found.push_back(entry.path().stem());
+   }
+   std::sort(found.begin(), found.end());
+   return found;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Transcript, testing::ValuesIn(names()),
+                         [](auto const& at) { return at.param; });
+
+}  // namespace
+}  // namespace Ptpstate
