@@ -116,11 +116,17 @@ Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chan
          }
       }
    }
+   if (plan.witness != nullptr) {
+      sites_.back()->root->observerAdd(*plan.witness, Kiv::Scope::subtree);
+   }
 }
 
 Simulation::~Simulation() {
    for (auto const& link : links_) {
       link->drop();
+   }
+   if (plan_.witness != nullptr) {
+      sites_.back()->root->observerDel(*plan_.witness, Kiv::Scope::subtree);
    }
 }
 

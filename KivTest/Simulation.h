@@ -25,6 +25,8 @@ struct SimulationPlan {
    /// Observers that make changes while they are told of some.
    bool meddlers = false;
    std::size_t steps = 150;
+   /// Watches all of the last mirror, if not null: what it is told of has come through the log.
+   Kiv::Observer* witness = nullptr;
 };
 
 /// A source of a tree, and mirrors of it: random changes on every side that may make them, pipes

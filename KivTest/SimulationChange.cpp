@@ -16,10 +16,25 @@ using Kiv::FieldDescriptor;
 using Kiv::MemberKind;
 using Kiv::TypeImpl;
 
-/// Text forms of values of types whose encoded bytes are seldom good by chance.
+/// The key of such a value is that of the element that it is stored as.
+std::string domainText(std::string const& domain) {
+   return "Ptp::IntfDomainNumberInfo(portDSKey=Ptp::PortDSKey(intf=\"\", vlanId=none), "
+          "activeRegionDomain=" +
+          domain + ")";
+}
+
+/// Text forms of values of types whose encoded bytes are seldom good by chance, or seldom
+/// different.
 std::vector<std::string> const* textsOf(std::string_view type) {
    static std::map<std::string, std::vector<std::string>, std::less<>> const all = {
+         {"bool", {"false", "true"}},
          {"Dorn::IntfId", {"\"\"", "Ethernet1", "Ethernet2", "Ethernet3/1", "Vlan7", "eth0"}},
+         {"Ptp::PortDSKey",
+          {"Ptp::PortDSKey(intf=\"\", vlanId=none)", "Ptp::PortDSKey(intf=Ethernet1, vlanId=none)",
+           "Ptp::PortDSKey(intf=Ethernet1, vlanId=10)", "Ptp::PortDSKey(intf=Vlan7, vlanId=7)",
+           "Ptp::PortDSKey(intf=Ethernet3/1, vlanId=4094)"}},
+         {"Ptp::IntfDomainNumberInfo",
+          {domainText("none"), domainText("0"), domainText("24"), domainText("255")}},
    };
    auto const found = all.find(type);
    return found == all.end() ? nullptr : &found->second;
@@ -34,9 +49,12 @@ public:
       gather(root, all);
       // The root has most of the members; half of the changes happen below it all the same.
       Entity& entity = chance_.oneIn(2) ? root : *all[chance_.below(all.size())];
+      // Below it there are types with a collection among scores of values: it gets its share.
+      bool const valuesToo = &entity == &root || !chance_.oneIn(3);
       std::vector<FieldDescriptor const*> fields;
       Kiv::forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
-         if (field.ops != nullptr && !field.has(FieldDescriptor::constant)) {
+         if (field.ops != nullptr && !field.has(FieldDescriptor::constant) &&
+             (valuesToo || field.kind != MemberKind::single)) {
             fields.push_back(&field);
          }
       });

@@ -166,7 +166,22 @@ TEST_F(PortDSTest, RequestAtTheTimeOfTheLastClearCounts) {
    port->clearCountersRequestTimeIs(500);
    Recorder published(*port);
    port->maybeClearCounters();
-   EXPECT_EQ(published.ids(), "280 319");
+   EXPECT_EQ(published.changes(), "syncMessageReceived was 0; lastClearTime was 500");
+   port->maybeClearCounters();
+   EXPECT_EQ(published.ids(), "");
+}
+
+TEST_F(PortDSTest, SecondClearDoesNothingOnTheSystemsClockEither) {
+   Kiv::System::clockIs(nullptr);
+   port->initializedIs(true);
+   for (int i = 0; i != 1000; ++i) {
+      port->updateClearCountersRequestTime();
+      port->maybeClearCounters();
+      Recorder published(*port);
+      port->maybeClearCounters();
+      ASSERT_EQ(published.ids(), "");
+   }
+   EXPECT_EQ(port->syncMessageReceived(), 1000u);
 }
 
 TEST_F(PortDSTest, RequestThatIsNotANumberCounts) {

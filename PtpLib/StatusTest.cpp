@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+
 #include "KivTest/Recorder.h"
+#include "KivTest/SimulationTree.h"
 
 namespace Ptp {
 namespace {
@@ -25,6 +28,59 @@ TEST_F(StatusTest, DataSetIsMadeOnceAndPublishedOnce) {
    EXPECT_EQ(published.changes(), "defaultDS was Ptp::DefaultDS");
    EXPECT_EQ(status->defaultDSDel(), nullptr);
    EXPECT_EQ(published.ids(), "");
+}
+
+TEST_F(StatusTest, FreshOneHasAllTimestampBitsTheDefaultQualityAndNoChildren) {
+   EXPECT_EQ(status->tcTimestampMask(), 0xffffffffffffffffu);
+   EXPECT_EQ(status->localClockQuality(), ClockQuality(248, 0xfe, Dorn::NetU16(0xffff)));
+   EXPECT_EQ(static_cast<int>(status->holdoverState()), 1);
+   EXPECT_EQ(KivTest::entityCount(*status), 1u);
+}
+
+TEST_F(StatusTest, CollectionsHaveKeyFunktorsAndHashSeedsOfTheirOwn) {
+   static_assert(
+         std::is_same_v<Status::IntfStatusMap,
+                        Kiv::ChildMap<IntfStatus, Status::IntfStatusKeyFunktor, 0x76DEA101>>);
+   static_assert(
+         std::is_same_v<Status::VlanStatusMap,
+                        Kiv::ChildMap<VlanStatus, Status::VlanStatusKeyFunktor, 0x0CF4840D>>);
+   static_assert(std::is_same_v<Status::PortDSMap,
+                                Kiv::ChildMap<PortDS, Status::PortDSKeyFunktor, 0xE153C1F4>>);
+   static_assert(
+         std::is_same_v<
+               IntfStatus::ForeignMasterDSMap,
+               Kiv::ChildMap<ForeignMasterDS, IntfStatus::ForeignMasterDSKeyFunktor, 0x3D257E83>>);
+   static_assert(std::is_same_v<
+                 PtpMibData::PtpMibPortDataMap,
+                 Kiv::ChildMap<PtpMibPortData, PtpMibData::PtpMibPortDataKeyFunktor, 0x5AE25C88>>);
+   EXPECT_EQ(Status::IntfStatusKeyFunktor()(intfStatusFactory(key)), key);
+   EXPECT_EQ(Status::VlanStatusKeyFunktor()(vlanStatusFactory(key, true, false)), key);
+   EXPECT_EQ(Status::PortDSKeyFunktor()(portDSFactory(key, PortIdentity())), key);
+   EXPECT_EQ(DomainNumberInfo::IntfDomainNumberInfoKeyFunktor()(
+                   IntfDomainNumberInfo(key, std::nullopt)),
+             key);
+}
+
+TEST_F(StatusTest, ChildrenOutliveTheRootWithoutAParentForAsLongAsTheyAreHeld) {
+   auto const dataSet = status->defaultDSIs();
+   auto const port = status->portDSIs(key, PortIdentity());
+   status->aclStatusServiceIs("x");
+   status.reset();
+   EXPECT_EQ(dataSet->parent(), nullptr);
+   EXPECT_EQ(port->parent(), nullptr);
+   port->syncMessageReceivedInc(1);
+   EXPECT_EQ(port->syncMessageReceived(), 1u);
+}
+
+TEST_F(StatusTest, ChangesBelowAreToldToObserversOfTheWholeTree) {
+   auto const port = status->portDSIs(key, PortIdentity());
+   auto const master = status->intfStatusIs(key)->foreignMasterDSIs(PortIdentity());
+   Recorder published(*status, Kiv::Scope::subtree);
+   port->g8275_2Is()->blacklistDurationIs(5);
+   master->foreignMasterAnnounceMessagesInc(1);
+   EXPECT_EQ(published.changes(),
+             "Ptp::PortDS.g8275_2 was nothing; Ptp::PortDS_G8275_2.blacklistDuration was 600; "
+             "Ptp::ForeignMasterDS.foreignMasterAnnounceMessages was 1");
 }
 
 TEST_F(StatusTest, EverySingletonPublishesItsOwnId) {
@@ -101,6 +157,40 @@ TEST_F(StatusTest, DeletingAllPortsPublishesEachOfThem) {
    status->intfStatusDelAll();
    EXPECT_EQ(published.ids(), "271 271");
    EXPECT_EQ(status->intfStatus(key), nullptr);
+   EXPECT_EQ(status->intfStatusDel(key), nullptr);
+   EXPECT_EQ(status->vlanStatusDel(key), nullptr);
+   EXPECT_EQ(status->portDSDel(key), nullptr);
+   EXPECT_EQ(published.ids(), "");
+}
+
+/// What an observer finds of a port when it is told that it was made or removed.
+struct PortLook final : Kiv::Observer {
+   explicit PortLook(PortDSKey const& wanted) : key(wanted) {}
+   void onChange(Kiv::Change const& change) override {
+      auto const& status = static_cast<Status const&>(Kiv::entityOf(change));
+      auto const* const removed = static_cast<Sarn::Ptr<Kiv::Entity> const*>(change.oldValue);
+      auto const port = status.portDS(key);
+      seen += port != nullptr ? (port->parent() == &status ? "attached" : "without parent")
+                              : "absent";
+      if (port != nullptr) {
+         seen += " " + Kiv::strRep(port->portIdentity().portNumber());
+      }
+      if (removed != nullptr) {
+         seen += (*removed)->parent() == nullptr ? ", old one detached" : ", old one attached";
+      }
+      seen += "; ";
+   }
+   PortDSKey key;
+   std::string seen;
+};
+
+TEST_F(StatusTest, WhoHearsOfAPortFindsItWholeAndWhoHearsOfItsRemovalFindsItGone) {
+   PortLook look(key);
+   status->observerAdd(look);
+   status->portDSIs(key, PortIdentity(ClockIdentity(), 7));
+   status->portDSDel(key);
+   status->observerDel(look);
+   EXPECT_EQ(look.seen, "attached 7; absent, old one detached; ");
 }
 
 // ---- Ports ----
@@ -145,6 +235,16 @@ TEST_F(IntfStatusTest, ForeignMastersAreNotBoundedByTheLimitInForce) {
 }
 
 // ---- The rest ----
+
+TEST(DefaultDS, SettingAPriorityToItsCurrentValuePublishesNothing) {
+   auto const dataSet = defaultDSFactory();
+   Recorder published(*dataSet);
+   dataSet->priority1Is(0);
+   EXPECT_EQ(published.ids(), "");
+   dataSet->priority1Is(128);
+   dataSet->priority1Is(128);
+   EXPECT_EQ(published.changes(), "priority1 was 0");
+}
 
 TEST(DefaultDS, IsSlaveOnlyWithClockClass255) {
    auto const dataSet = defaultDSFactory();

@@ -187,5 +187,16 @@ TEST(IntfDomainNumberInfo, AbsentDomainIsASingleZeroByteBehindTheKey) {
    EXPECT_EQ(Kiv::fromText<IntfDomainNumberInfo>(Kiv::strRep(zero)), zero);
 }
 
+TEST(IntfDomainNumberInfo, KeyThatIsOutOfRangeIsNamed) {
+   try {
+      Kiv::fromText<IntfDomainNumberInfo>(
+            "Ptp::IntfDomainNumberInfo(portDSKey=Ptp::PortDSKey(intf=Ethernet1, vlanId=65536), "
+            "activeRegionDomain=none)");
+      FAIL() << "parsed";
+   } catch (Kiv::RangeException const& error) {
+      EXPECT_EQ(std::string(error.what()).rfind("portDSKey: ", 0), 0u) << error.what();
+   }
+}
+
 }  // namespace
 }  // namespace Ptp

@@ -1,0 +1,74 @@
+// A status tree with one entity of each of its types, and a mirror of it, for tests.
+#pragma once
+
+#include "KivTest/StreamTestSupport.h"
+#include "PtpLib/PtpStatusStatedbTypes.h"
+
+namespace Ptp {
+
+inline PortDSKey portKey() {
+   return {Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone(10)};
+}
+inline PortIdentity portIdentity(U16 number) {
+   return {Kiv::fromText<ClockIdentity>("00:11:22:ff:fe:33:44:55"), number};
+}
+
+/// Makes one child of each kind below a status.
+inline void fillStatus(Status& status) {
+   status.defaultDSIs();
+   status.currentDSIs();
+   status.parentDSIs();
+   status.timePropertiesDSIs();
+   status.domainStatusIs();
+   status.ptpMibDataIs()->ptpMibPortDataIs(portKey());
+   status.aclStatusServiceIs("ptp");
+   status.vlanStatusIs(portKey(), true, false);
+   status.intfStatusIs(portKey())->foreignMasterDSIs(portIdentity(7));
+   status.portDSIs(portKey(), portIdentity(1))->g8275_2Is();
+}
+
+/// A status, and what another process would have of it.
+class MirroredStatus : public testing::Test {
+protected:
+   MirroredStatus() { source.hub.rootIs(status); }
+   ~MirroredStatus() override {
+      mirror.session.reset();
+      source.session.reset();
+   }
+
+   /// Brings the mirror up to date, from the first call on.
+   void carry() {
+      if (!mounted_) {
+         mounted_ = true;
+         mirror.session->mountIs(copy);
+      }
+      for (bool moved = true; moved;) {
+         StreamTesting::Bytes const forth = source.take();
+         StreamTesting::Bytes const back = mirror.take();
+         moved = !forth.empty() || !back.empty();
+         mirror.receive(forth);
+         source.receive(back);
+      }
+      ASSERT_EQ(mirror.session->closeReason(), "");
+   }
+   /// The messages that a change has written, as text; they reach the mirror, too.
+   template <class Change>
+   std::string written(Change&& change) {
+      carry();
+      change();
+      StreamTesting::Bytes const bytes = source.take();
+      mirror.receive(bytes);
+      EXPECT_EQ(mirror.session->closeReason(), "");
+      return StreamTesting::joined(StreamTesting::lines(bytes));
+   }
+
+   Sarn::Ptr<Status> status = statusFactory("ptp");
+   Sarn::Ptr<Status> copy = statusFactory("ptp");
+   StreamTesting::End source;
+   StreamTesting::End mirror;
+
+private:
+   bool mounted_ = false;
+};
+
+}  // namespace Ptp
