@@ -1,8 +1,8 @@
 // Updates from process to process through a socket, beside the bare mirror: the same records
 // through the same kind of socket into plain structs.
-#include "Kiv/NboAttrLogConnection.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 #include "bench/BareMirror.h"
+#include "bench/Readers.h"
 
 namespace {
 
@@ -59,49 +59,15 @@ Sarn::Ptr<Ptp::Config> makeConfig(U32 count) {
    return config;
 }
 
-void turn(FdConnection& connection) {
-   waitFor(connection.fd(), connection.events());
-   connection.onReady(POLLIN | POLLOUT);
-}
-
 /// Mirrors the configuration until the source goes.
-void mirror(int fd) {
-   Hub hub;
-   FdConnection connection(hub, fd);
-   Sarn::Ptr<Ptp::Config> const config = Ptp::configFactory("ptp/config");
-   connection.session().mountIs(config);
-   while (!connection.done()) {
-      turn(connection);
-   }
+void mirrorConfig(int fd) {
+   mirror(fd, Ptp::configFactory("ptp/config"));
 }
-
-/// Waits until one of them is ready, and serves those that are.
-void turn(std::vector<std::unique_ptr<FdConnection>> const& connections) {
-   std::vector<pollfd> polls;
-   for (auto const& connection : connections) {
-      polls.push_back({connection->fd(), connection->events(), 0});
-   }
-   if (poll(polls.data(), polls.size(), -1) < 0 && errno != EINTR) {
-      die("poll");
-   }
-   for (std::size_t i = 0; i != polls.size(); ++i) {
-      connections[i]->onReady(polls[i].revents);
-   }
-}
-
-class Syncs final : public SessionListener {
-public:
-   void onSynced(Session&, U32) override { ++count; }
-   U32 count = 0;
-};
 
 /// A source with readers that are all up to date.
-struct Source {
-   Hub hub;
+struct Source : Readers {
    Sarn::Ptr<Ptp::Config> config;
    std::vector<Ptp::IntfConfig*> intfs;
-   Syncs syncs;
-   std::vector<std::unique_ptr<FdConnection>> connections;
 
    explicit Source(std::vector<Child> const& children) : config(makeConfig(entities)) {
       hub.rootIs(config);
@@ -109,40 +75,7 @@ struct Source {
          intfs.push_back(
                config->intfConfig(Dorn::IntfId("Ethernet" + std::to_string(i + 1))).get());
       }
-      for (Child const& child : children) {
-         connections.push_back(std::make_unique<FdConnection>(hub, child.fd, &syncs));
-      }
-      while (!ready()) {
-         turn(connections);
-      }
-      sync();
-   }
-   bool ready() const {
-      return std::all_of(connections.begin(), connections.end(), [](auto const& connection) {
-         return connection->session().handshakeDone() &&
-                connection->session().stats().messagesOut > entities &&
-                connection->session().upToDate();
-      });
-   }
-   void flush() {
-      for (auto const& connection : connections) {
-         connection->flush();
-         while (connection->session().output().size != 0 && !connection->done()) {
-            waitFor(connection->fd(), POLLOUT);
-            connection->flush();
-         }
-      }
-   }
-   /// Waits until every reader has applied everything.
-   void sync() {
-      U32 const wanted = syncs.count + static_cast<U32>(connections.size());
-      for (auto const& connection : connections) {
-         connection->session().syncIs(1);
-      }
-      flush();
-      while (syncs.count != wanted) {
-         turn(connections);
-      }
+      connect(children, entities);
    }
 };
 
@@ -153,7 +86,7 @@ double ourUpdates(U64 updates, int changesAWrite, int readers) {
          for (Child const& other : children) {
             close(other.fd);
          }
-         mirror(fd);
+         mirrorConfig(fd);
       });
    }
    Source source(children);
@@ -168,12 +101,7 @@ double ourUpdates(U64 updates, int changesAWrite, int readers) {
    }
    source.sync();
    double const seconds = now() - begin;
-   for (auto const& connection : source.connections) {
-      if (connection->session().stats().changesDeferred != 0) {
-         std::fprintf(stderr, "changes were coalesced: the figure would not count all\n");
-         std::exit(1);
-      }
-   }
+   source.expectNothingDeferred();
    return static_cast<double>(updates) / seconds;
 }
 
@@ -301,7 +229,7 @@ void verifyBareMirror() {
 
 double ourCatchUp(Source& source) {
    std::vector<Child> children;
-   children.emplace_back([](int fd) { mirror(fd); });
+   children.emplace_back(mirrorConfig);
    double const begin = now();
    Syncs syncs;
    FdConnection connection(source.hub, children[0].fd, &syncs);

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <unistd.h>
+
+#include "bench/BarePortRecords.h"
+#include "bench/Harness.h"
+
+/// Plain structs of a clock's ports in one process, written by hand to another, which reads them
+/// into plain structs.
+namespace BarePorts {
+
+/// Structs that records are read into.
+class Mirror {
+public:
+   explicit Mirror(U32 ports) : statuses_(ports), ports_(ports) {}
+
+   /// Applies one record; false if it is none.
+   bool apply(U32 word, U32 handle, U16 attribute, U8 const* body) {
+      U32 const size = word & 0xffffff;
+      switch (word >> 24) {
+         case setRecord:
+            return set(handle, attribute, body, size);
+         case createRecord:
+            return create(body, size);
+         case eraseRecord:
+         case beginRecord:
+         case endRecord:
+            return handle - rootHandle <= ports_.size() * handlesAPort;
+         default:
+            return false;
+      }
+   }
+
+private:
+   struct Place {
+      U32 port;
+      U32 part;
+   };
+   static Place placeOf(U32 handle) {
+      U32 const index = handle - rootHandle - 1;
+      return {index / handlesAPort, index % handlesAPort};
+   }
+   bool set(U32 handle, U16 attribute, U8 const* body, U32 size) {
+      Place const place = placeOf(handle);
+      if (place.port >= ports_.size()) {
+         return false;
+      }
+      if (place.part == handlesAPort - 1) {
+         return getValue(ports_[place.port], attribute, body, size);
+      }
+      return place.part == 0
+                   ? getValue(statuses_[place.port], attribute, body, size)
+                   : getValue(statuses_[place.port].masters[place.part - 1], attribute, body, size);
+   }
+   bool create(U8 const* body, U32 size) {
+      Place const place = placeOf(get32(body));
+      if (place.port >= ports_.size()) {
+         return false;
+      }
+      bool const isPort = place.part == handlesAPort - 1;
+      if (size != (isPort ? 24 : 14)) {
+         return false;
+      }
+      U8* const key = isPort ? ports_[place.port].key.data()
+                      : place.part == 0
+                            ? statuses_[place.port].key.data()
+                            : statuses_[place.port].masters[place.part - 1].identity.data();
+      std::memcpy(key, body + 4, 10);
+      if (isPort) {
+         std::memcpy(ports_[place.port].portIdentity.data(), body + 14, 10);
+      }
+      return true;
+   }
+
+   std::vector<PortStatus> statuses_;
+   std::vector<Port> ports_;
+};
+
+inline constexpr U32 markHandle = ~U32(0);
+
+/// Reads records into structs until the socket ends; answers each mark with a byte.
+inline void mirror(int fd, U32 ports) {
+   Mirror structs(ports);
+   std::vector<U8> in(1 << 16);
+   std::size_t kept = 0;
+   for (;;) {
+      ssize_t const got = read(fd, in.data() + kept, in.size() - kept);
+      if (got <= 0) {
+         return;
+      }
+      std::size_t const size = kept + static_cast<std::size_t>(got);
+      std::size_t at = 0;
+      while (size - at >= headerSize) {
+         U8 const* const record = in.data() + at;
+         U32 const word = get32(record);
+         std::size_t const total = headerSize + (word & 0xffffff);
+         if (size - at < total) {
+            break;
+         }
+         U32 const handle = get32(record + 4);
+         if (handle == markHandle) {
+            U8 const mark = 1;
+            Harness::writeAll(fd, &mark, 1);
+         } else if (!structs.apply(word, handle, get16(record + 8), record + headerSize)) {
+            std::fprintf(stderr, "the bare mirror does not understand a record\n");
+            std::exit(1);
+         }
+         at += total;
+      }
+      kept = size - at;
+      std::memmove(in.data(), in.data() + at, kept);
+   }
+}
+
+/// What waits to be written, and the socket that it goes to.
+struct Output {
+   int fd;
+   std::vector<U8> bytes = std::vector<U8>(1 << 20);
+   std::size_t used = 0;
+   U64 total = 0;
+
+   std::size_t room() const { return bytes.size() - used; }
+   U8* end() { return bytes.data() + used; }
+   void endIs(U8* end) { used = static_cast<std::size_t>(end - bytes.data()); }
+   void flush() {
+      Harness::writeAll(fd, bytes.data(), used);
+      total += used;
+      used = 0;
+   }
+   /// Has the reader answer when it has come so far, and waits for that.
+   void sync() {
+      endIs(putHeader(end(), setRecord, 0, markHandle, 0));
+      flush();
+      U8 mark;
+      Harness::readAll(fd, &mark, 1);
+   }
+};
+
+}  // namespace BarePorts
