@@ -1,8 +1,8 @@
-# ptplib_program(name DIR dir [LINK library...] [PACKAGES package...])
+# ptplib_program(name DIR dir [LINK library...] [PACKAGES package...] [PRIVATE_TO_THE_BUILD])
 # A program: main.cpp in the directory, and the library <name>_objects of everything else there, so
-# that tests can link what the program is made of.
+# that tests can link what the program is made of. It is installed unless it is private.
 function(ptplib_program name)
-   cmake_parse_arguments(PARSE_ARGV 1 arg "" "DIR" "LINK;PACKAGES")
+   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "DIR" "LINK;PACKAGES")
    set(main "${PROJECT_SOURCE_DIR}/${arg_DIR}/main.cpp")
    ptplib_sources(sources ${arg_DIR})
    set(libraries ${arg_LINK})
@@ -21,7 +21,9 @@ function(ptplib_program name)
    if(main IN_LIST sources)
       add_executable(${name} "${main}")
       ptplib_link(${name} PRIVATE ${libraries})
-      set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_PROGRAMS ${name})
+      if(NOT arg_PRIVATE_TO_THE_BUILD)
+         set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_PROGRAMS ${name})
+      endif()
    endif()
 endfunction()
 

@@ -22,6 +22,8 @@ PtpLib: Sarn Kiv $platform
 KivTest: $libraries
 Kivc:
 tools/ptpstate: $libraries
+tools/ptpports: $libraries tools/ptpstate
+tools/demoAgent: $libraries tools/ptpstate
 examples: $libraries
 bench: $libraries $for_tests
 fuzz: $libraries $for_tests

@@ -1,0 +1,85 @@
+// ptpports: mirrors a clock's status and prints a table of its ports.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "tools/ptpports/PortTable.h"
+#include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/Signals.h"
+
+namespace {
+
+using namespace Ptpstate;
+
+struct Options : ClientOptions {
+   std::string root;
+   std::string dump;
+   bool atEnd = false;
+};
+
+Mount& mountStatus(Client& client, std::string const& name) {
+   for (OfferedRoot const& root : client.roots()) {
+      if (root.type == Ptp::Status::kivTypeName && (name.empty() || root.name == name)) {
+         Mount& mount = client.mountIs(root, MountMode::reader);
+         client.waitComplete(mount);
+         return mount;
+      }
+   }
+   throw Failure("the server offers no " + std::string(Ptp::Status::kivTypeName) +
+                 (name.empty() ? "" : " of the name " + name) +
+                 "; 'ptpstate dump' shows what it offers");
+}
+
+void run(Options const& options) {
+   StopSignals stop;
+   Client client(options.socket, options.patience());
+   client.interruptFd = stop.fd();
+   Mount const& mount = mountStatus(client, options.root);
+   if (options.atEnd) {
+      std::cout << "mirroring " << mount.root().nameString() << std::endl;
+      while (!client.over() && !client.turn(stop.fd(), std::chrono::hours(1))) {
+      }
+      if (client.over()) {
+         throw Failure(options.socket + ": the connection is lost: " + client.closeReason(),
+                       Exit::connection);
+      }
+      stop.taken();  // a second signal ends the waiting, too
+      client.sync();
+   }
+   Ptpports::printPorts(std::cout, static_cast<Ptp::Status const&>(mount.root()));
+   if (!options.dump.empty()) {
+      writeFile(options.dump, [&mount](std::ostream& out) { dumpRoots(out, {&mount.root()}); });
+   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+   CLI::App app{"Prints the ports of a PTP agent: states, offsets, delays, counters.", "ptpports"};
+   Options options;
+   addClientOptions(app, options);
+   app.add_option("--root", options.root, "The status to show, by name (the first that is offered)")
+         ->type_name("NAME");
+   app.add_flag("--at-end", options.atEnd,
+                "Mirror the status until interrupted, and print the table then");
+   app.add_option("--dump", options.dump, "Also write a dump of the mirror; - for standard output")
+         ->type_name("FILE");
+   app.footer(
+         "Exit status: 0 done; 1 there is no such status; 2 wrong command line;\n"
+         "3 no server, or the connection was lost.\n\n"
+         "Example:\n"
+         "  ptpports --socket /tmp/ptp");
+   try {
+      app.parse(argc, argv);
+      run(options);
+      return 0;
+   } catch (CLI::ParseError const& error) {
+      return app.exit(error) == 0 ? 0 : static_cast<int>(Exit::usage);
+   } catch (Failure const& error) {
+      std::cerr << "ptpports: " << error.what() << std::endl;
+      return static_cast<int>(error.status());
+   } catch (std::exception const& error) {
+      std::cerr << "ptpports: internal error: " << error.what() << std::endl;
+      return 4;
+   }
+}
