@@ -200,6 +200,41 @@ TEST_F(StatusStream, FlagsOfAVlanAreOneByteEach) {
              "set 01000001.262 01");
 }
 
+TEST_F(StatusStream, AReceivedFlagThatIsNotAChangePublishesNothing) {
+   using StreamTesting::message;
+   using StreamTesting::Opcode;
+   status->vlanStatusIs(portKey(), true, false);
+   carry();
+   U32 const handle = status->vlanStatus(portKey())->streamHandle();
+   KivTest::Recorder published(*copy->vlanStatus(portKey()));
+   mirror.receive(message(Opcode::set, handle, 261, {1}));
+   mirror.receive(message(Opcode::set, handle, 262, {0}));
+   EXPECT_EQ(published.ids(), "");
+   mirror.receive(message(Opcode::set, handle, 262, {1}));
+   EXPECT_EQ(published.changes(), "vlanCreated was false");
+   EXPECT_EQ(mirror.session->closeReason(), "");
+}
+
+TEST_F(StatusStream, AReceivedFlagIsOneByteOf0Or1) {
+   using StreamTesting::message;
+   using StreamTesting::Opcode;
+   status->vlanStatusIs(portKey(), true, false);
+   carry();
+   mirror.receive(message(Opcode::set, status->vlanStatus(portKey())->streamHandle(), 261, {2}));
+   EXPECT_NE(mirror.session->closeReason(), "");
+   EXPECT_TRUE(copy->vlanStatus(portKey())->trunkAllowed());
+}
+
+TEST_F(StatusStream, DerivedMembersAreNotTakenFromAPeer) {
+   using StreamTesting::message;
+   using StreamTesting::Opcode;
+   status->intfStatusIs(portKey());
+   carry();
+   mirror.receive(message(Opcode::set, status->intfStatus(portKey())->streamHandle(), 264,
+                          StreamTesting::text("x")));
+   EXPECT_NE(mirror.session->closeReason(), "");
+}
+
 TEST_F(StatusStream, RequestToClearStaysWithItsWriter) {
    auto const port = status->portDSIs(portKey(), portIdentity(1));
    EXPECT_EQ(written([&] { port->clearCountersRequestTimeIs(5); }), "");

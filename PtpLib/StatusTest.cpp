@@ -276,6 +276,47 @@ TEST(DomainNumberInfo, AbsentDomainAndDomain0AreDifferent) {
    EXPECT_EQ(published.ids(), "259");
 }
 
+TEST(DomainNumberInfo, DeletingAllPublishesEachPort) {
+   auto const info = domainNumberInfoFactory();
+   for (U16 vlan = 1; vlan <= 3; ++vlan) {
+      PortDSKey const key(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone(vlan));
+      info->intfDomainNumberInfoIs(IntfDomainNumberInfo(key, U8{24}));
+   }
+   Recorder published(*info);
+   info->intfDomainNumberInfoDelAll();
+   EXPECT_EQ(published.ids(), "259 259 259");
+   EXPECT_EQ(info->intfDomainNumberInfoCount(), 0u);
+}
+
+TEST(PtpMibData, CountersCompareAll64Bits) {
+   auto const data = ptpMibDataFactory();
+   auto const port = data->ptpMibPortDataIs(PortDSKey());
+   data->totalPacketsSentIs(1);
+   port->totalPacketsReceivedIs(1);
+   Recorder ofData(*data);
+   Recorder ofPort(*port);
+   data->totalPacketsSentIs(0x100000001);
+   port->totalPacketsReceivedIs(0x100000001);
+   EXPECT_EQ(ofData.changes(), "totalPacketsSent was 1");
+   EXPECT_EQ(ofPort.changes(), "totalPacketsReceived was 1");
+}
+
+TEST(PtpMibData, RemovedPortsHaveNoParentAndArePublishedOneByOne) {
+   PortDSKey const key(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone());
+   auto const data = ptpMibDataFactory();
+   auto const port = data->ptpMibPortDataIs(key);
+   data->ptpMibPortDataIs(PortDSKey());
+   Recorder published(*data);
+   EXPECT_EQ(data->ptpMibPortDataDel(key), port);
+   EXPECT_EQ(port->parent(), nullptr);
+   EXPECT_EQ(data->ptpMibPortDataDel(key), nullptr);
+   EXPECT_EQ(published.ids(), "263");
+   data->ptpMibPortDataIs(key);
+   published.clear();
+   data->ptpMibPortDataDelAll();
+   EXPECT_EQ(published.ids(), "263 263");
+}
+
 TEST(PtpMibData, PortsAreMadeOnceAndDomainsFollowThePorts) {
    PortDSKey const key(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone());
    auto const data = ptpMibDataFactory();

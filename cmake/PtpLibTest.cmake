@@ -24,7 +24,7 @@ function(ptplib_test_environment name)
    target_compile_definitions(${name} PRIVATE
       PTPLIB_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
       PTPLIB_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
-   foreach(program IN ITEMS kivc ptpstate)
+   foreach(program IN ITEMS kivc ptpstate ptpports)
       if(TARGET ${program})
          add_dependencies(${name} ${program})
       endif()

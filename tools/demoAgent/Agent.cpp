@@ -89,6 +89,8 @@ void Agent::linkDown(PortDS& port) {
    port.disabledReasonIs(Ptp::PortDisabledReason::linkDown, true);
    port.portStateIs(PortState::disabled);
    port.peerPathDelayDelAll();
+   port.peerMeanPathDelayIs(0);
+   port.asCapableIs(false);
    port.g8275_2Del();
    status_->intfStatus(port.portDSKey())->foreignMasterDSDelAll();
 }

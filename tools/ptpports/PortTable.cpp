@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/ptpstate/Table.h"
+
 namespace Ptpports {
 
 namespace {
@@ -25,7 +27,6 @@ constexpr Column columns[] = {
       {"offset", true}, {"delay", true},    {"masters", true}, {"sync-rx", true},
       {"lost", true},   {"discards", true}, {"grants", true},  {"remarks", false},
 };
-using Row = std::vector<std::string>;
 
 std::vector<PortDS const*> portsInOrder(Status const& status) {
    std::vector<PortDS const*> ports;
@@ -57,13 +58,14 @@ std::string remarks(PortDS const& port, Ptp::IntfStatus const* intf) {
    return all;
 }
 
-Row rowOf(Status const& status, PortDS const& port) {
+std::vector<std::string> rowOf(Status const& status, PortDS const& port) {
    Ptp::PortDSKey const& key = port.portDSKey();
    auto const intf = status.intfStatus(key);
    auto const current = status.currentDS();
    bool const followed = port.portState() == Ptp::PortState::slave && current &&
                          current->lastUpdatePortKey() == key;
-   bool const measured = port.delayMechanism() == Ptp::DelayMechanism::p2p;
+   bool const measured = port.delayMechanism() == Ptp::DelayMechanism::p2p &&
+                         port.portState() != Ptp::PortState::disabled;
    U64 const discards = U64(port.stpDiscardedRxMessagesCount()) +
                         port.stpDiscardedTxMessagesCount() + port.ptpDiscardedTxArpExpireCount() +
                         port.corruptedRxManagementMessagesCount();
@@ -86,25 +88,6 @@ Row rowOf(Status const& status, PortDS const& port) {
    };
 }
 
-void printRows(std::ostream& out, std::vector<Row> const& rows) {
-   std::vector<std::size_t> widths(std::size(columns));
-   for (Row const& row : rows) {
-      for (std::size_t i = 0; i != row.size(); ++i) {
-         widths[i] = std::max(widths[i], row[i].size());
-      }
-   }
-   for (Row const& row : rows) {
-      std::string line;
-      for (std::size_t i = 0; i != row.size(); ++i) {
-         std::string const blanks(widths[i] - row[i].size(), ' ');
-         line += (i == 0 ? "" : " ");
-         line += columns[i].rightAligned ? blanks + row[i] : row[i] + blanks;
-      }
-      line.erase(line.find_last_not_of(' ') + 1);
-      out << line << '\n';
-   }
-}
-
 void printClock(std::ostream& out, Status const& status) {
    if (auto const clock = status.defaultDS()) {
       out << "clock   " << Kiv::strRep(clock->clockIdentity()) << "  domain "
@@ -124,20 +107,25 @@ void printClock(std::ostream& out, Status const& status) {
 
 void printPorts(std::ostream& out, Status const& status) {
    printClock(out, status);
-   Row headings;
+   std::vector<std::string> headings;
    for (Column const& column : columns) {
       headings.emplace_back(column.heading);
    }
-   std::vector<Row> rows = {headings};
+   Ptpstate::Table table(std::move(headings));
+   for (std::size_t i = 0; i != std::size(columns); ++i) {
+      if (columns[i].rightAligned) {
+         table.rightIs(i);
+      }
+   }
    std::map<Ptp::PortState, std::size_t> states;
-   for (PortDS const* const port : portsInOrder(status)) {
-      rows.push_back(rowOf(status, *port));
+   std::vector<PortDS const*> const ports = portsInOrder(status);
+   for (PortDS const* const port : ports) {
+      table.row(rowOf(status, *port));
       ++states[port->portState()];
    }
    out << '\n';
-   printRows(out, rows);
-   std::size_t const count = rows.size() - 1;
-   out << '\n' << count << (count == 1 ? " port" : " ports");
+   table.print(out);
+   out << '\n' << ports.size() << (ports.size() == 1 ? " port" : " ports");
    char const* before = ": ";
    for (auto const& [state, number] : states) {
       out << before << number << ' ' << Kiv::strRep(state);

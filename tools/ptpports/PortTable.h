@@ -13,14 +13,15 @@ namespace Ptpports {
 ///     clock   02:00:11:ff:fe:00:00:01  domain 24  ports 3
 ///     follows 02:00:11:ff:fe:00:00:aa  class 6  steps 2  offset -3 ns  delay 212 ns
 ///
-///     port       vlan state  role       offset delay masters sync-rx lost discards grants remarks
-///     Ethernet1       slave  slaveOnly      -3   212       2    8192    0        0      0
-///     Ethernet2    10 faulty masterOnly      -     -       0       0    3       17      0 linkDown
+///     port       vlan  state   role        offset  delay  masters  sync-rx  lost  discards  grants
+///     Ethernet1        slave   slaveOnly       -3    212        2     8192     0         0       0
+///     Ethernet2    10  faulty  masterOnly       -      -        0        0     3        17       0
 ///     ...
 ///
 /// Offset and delay of the port that the clock follows are the clock's own; other ports have no
 /// offset, and the delay of their link where they measure it. Times are nanoseconds. Discards and
-/// grants are sums over their reasons and directions. What there is no data set for is left out.
+/// grants are sums over their reasons and directions. A last column, `remarks`, says why a port
+/// does not do what it should. What there is no data set for is left out.
 void printPorts(std::ostream& out, Ptp::Status const& status);
 
 }  // namespace Ptpports

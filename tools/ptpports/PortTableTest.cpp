@@ -73,11 +73,11 @@ TEST_F(PortTableTest, ShowsTheClockItsPortsInOrderAndHowManyThereAreInEachState)
 clock   02:00:11:ff:fe:00:00:01  domain 24  ports 4
 follows 02:00:11:ff:fe:00:00:aa  class 6  steps 2  offset -3 ns  delay 212 ns
 
-port       vlan state    role      offset delay masters sync-rx lost   discards grants remarks
-Ethernet2       slave    slaveOnly     -3   212       2    8192    0          0      0
-Ethernet9       faulty   dynamic        -     -       0       0    0          0      0 fault, MPASS inactive
-Ethernet10      master   dynamic        -   487       0       0    3 4294967297     11
-Ethernet10  100 disabled dynamic        -     -       0       0    0          0      0 linkDown, noIpAddr
+port        vlan  state     role       offset  delay  masters  sync-rx  lost    discards  grants  remarks
+Ethernet2         slave     slaveOnly      -3    212        2     8192     0           0       0
+Ethernet9         faulty    dynamic         -      -        0        0     0           0       0  fault, MPASS inactive
+Ethernet10        master    dynamic         -    487        0        0     3  4294967297      11
+Ethernet10   100  disabled  dynamic         -      -        0        0     0           0       0  linkDown, noIpAddr
 
 4 ports: 1 faulty, 1 disabled, 1 master, 1 slave
 )");
@@ -86,7 +86,7 @@ Ethernet10  100 disabled dynamic        -     -       0       0    0          0 
 TEST_F(PortTableTest, AnEmptyStatusHasNoPorts) {
    EXPECT_EQ(table(), R"(
 
-port vlan state role offset delay masters sync-rx lost discards grants remarks
+port  vlan  state  role  offset  delay  masters  sync-rx  lost  discards  grants  remarks
 
 0 ports
 )");
