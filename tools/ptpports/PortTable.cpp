@@ -61,7 +61,7 @@ std::string remarks(PortDS const& port, Ptp::IntfStatus const* intf) {
 std::vector<std::string> rowOf(Status const& status, PortDS const& port) {
    Ptp::PortDSKey const& key = port.portDSKey();
    auto const intf = status.intfStatus(key);
-   auto const current = status.currentDS();
+   auto const& current = status.currentDS();
    bool const followed = port.portState() == Ptp::PortState::slave && current &&
                          current->lastUpdatePortKey() == key;
    bool const measured = port.delayMechanism() == Ptp::DelayMechanism::p2p &&
@@ -89,12 +89,12 @@ std::vector<std::string> rowOf(Status const& status, PortDS const& port) {
 }
 
 void printClock(std::ostream& out, Status const& status) {
-   if (auto const clock = status.defaultDS()) {
+   if (auto const& clock = status.defaultDS()) {
       out << "clock   " << Kiv::strRep(clock->clockIdentity()) << "  domain "
           << +clock->domainNumber() << "  ports " << clock->numberPorts() << '\n';
    }
-   auto const parent = status.parentDS();
-   auto const current = status.currentDS();
+   auto const& parent = status.parentDS();
+   auto const& current = status.currentDS();
    if (parent && current) {
       out << "follows " << Kiv::strRep(parent->grandmasterIdentity()) << "  class "
           << +parent->grandmasterClockQuality().clockClass() << "  steps "
