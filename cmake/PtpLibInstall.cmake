@@ -30,6 +30,10 @@ function(ptplib_install)
    if(programs)
       install(TARGETS ${programs} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
    endif()
+   if(ptpstate IN_LIST programs)
+      install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpstate/ptpstate.bash"
+         DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ptpstate)
+   endif()
    install(EXPORT PtpLibTargets NAMESPACE PtpLib:: DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
 
    foreach(dir IN LISTS dirs)

@@ -14,28 +14,31 @@ using Kiv::TypeImpl;
 
 namespace {
 
-/// "enabled=true, mpassEnabled=false": what a child was made with besides its key.
-Sarn::String givenText(Entity const& child, bool keyed) {
-   Sarn::String text;
+/// What a child was made with besides its key.
+std::vector<FieldDescriptor const*> givenFields(Entity const& child, bool keyed) {
+   std::vector<FieldDescriptor const*> given;
    bool skip = keyed;
    forEachField(child.kivType(), [&](FieldDescriptor const& field) {
       if (field.kind != MemberKind::single || !field.has(FieldDescriptor::given)) {
          return;
       }
       if (!skip) {
-         text += text.empty() ? "" : ", ";
-         text += Sarn::String(field.name) + "=" + attributeText(child, field);
+         given.push_back(&field);
       }
       skip = false;
    });
-   return text;
+   return given;
 }
 
 Sarn::String entityWhat(Entity const* present, bool keyed) {
    if (present == nullptr) {
       return " deleted";
    }
-   Sarn::String const given = givenText(*present, keyed);
+   Sarn::String given;
+   for (FieldDescriptor const* const field : givenFields(*present, keyed)) {
+      given += (given.empty() ? "" : ", ") + Sarn::String(field->name) + "=" +
+               attributeText(*present, *field);
+   }
    return given.empty() ? " created" : " created: " + given;
 }
 
@@ -80,14 +83,56 @@ ChangeText changeText(Kiv::Change const& change) {
    Sarn::String path = entityPath(entity);
    FieldDescriptor const* const field = entity.kivType().field(change.attributeId);
    if (field == nullptr || field->type == nullptr) {
-      return {path + "." + std::to_string(change.attributeId), " changed"};
+      return {path + "." + std::to_string(change.attributeId), " changed", change};
    }
    path += '.';
    path += field->name;
    if (change.key != nullptr) {
       path += "[" + field->keyType->genericIfStrRep(change.key) + "]";
    }
-   return {path, whatOf(change, entity, *field)};
+   return {path, whatOf(change, entity, *field), change};
+}
+
+Json changeJson(ChangeText const& text) {
+   Kiv::Change const& change = text.change;
+   Entity const& entity = Kiv::entityOf(change);
+   Json json{{"path", text.path}, {"change", "set"}};
+   FieldDescriptor const* const field = entity.kivType().field(change.attributeId);
+   if (field == nullptr || field->type == nullptr) {
+      return json;
+   }
+   if (field->kind == MemberKind::child || field->kind == MemberKind::children) {
+      bool const keyed = field->kind == MemberKind::children;
+      Entity const* const child = keyed ? field->ops->collection->findChild(entity, change.key)
+                                        : field->ops->child->get(entity);
+      json["change"] = child != nullptr ? "created" : "deleted";
+      if (child != nullptr) {
+         json["new"] = Json::object();
+         for (FieldDescriptor const* const given : givenFields(*child, keyed)) {
+            Kiv::AnyValue value(*given->type);
+            readMember(child, *given, value);
+            json["new"][given->name] = jsonOf(*given->type, value.get());
+         }
+      }
+      return json;
+   }
+   Kiv::AnyValue single(*field->type);
+   void const* now = nullptr;
+   if (field->kind == MemberKind::single) {
+      readMember(&entity, *field, single);
+      now = single.get();
+   } else {
+      now = field->kind == MemberKind::queue ? queueElement(entity, *field, change.key)
+                                             : field->ops->collection->find(entity, change.key);
+      json["change"] = now == nullptr ? "deleted" : change.oldValue == nullptr ? "created" : "set";
+   }
+   if (change.oldValue != nullptr && field->kind != MemberKind::queue) {
+      json["old"] = jsonOf(*field->type, change.oldValue);
+   }
+   if (now != nullptr) {
+      json["new"] = jsonOf(*field->type, now);
+   }
+   return json;
 }
 
 ChangeObserver::ChangeObserver(Sarn::Ptr<Entity> root, Sarn::String below, Tell tell)

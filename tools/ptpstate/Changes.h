@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "Kiv/Entity.h"
+#include "tools/ptpstate/JsonValue.h"
 #include "tools/ptpstate/Path.h"
 
 namespace Ptpstate {
@@ -20,10 +21,16 @@ struct ChangeText {
    Sarn::String path;
    /// What follows the path.
    Sarn::String what;
+   /// As it is told; valid only during the call.
+   Kiv::Change const& change;
 };
 
 /// REQUIRES: called from an observer, with the change that it is told.
 ChangeText changeText(Kiv::Change const& change);
+
+/// The same as an object with "path", "change" ("set", "created" or "deleted"), and "old" and "new"
+/// where there is such a value: of a child that is created, what it was made with.
+Json changeJson(ChangeText const& text);
 
 /// Tells of every change below an entity, or below a path there.
 class ChangeObserver final : public Kiv::Observer {

@@ -37,6 +37,7 @@ Client::Client(Sarn::String const& socket, milliseconds patience)
 
 Client::~Client() {
    onMountState = nullptr;
+   onSessionsTold = nullptr;
    connection_->close("done");
 }
 
@@ -60,6 +61,9 @@ void Client::onSessions(Kiv::NboAttrLog::Session&,
    sessions_ = sessions;
    sessionsTotal_ = total;
    sessionsKnown_ = true;
+   if (onSessionsTold) {
+      onSessionsTold(sessions);
+   }
 }
 
 bool Client::turn(int otherFd, milliseconds timeout) {
@@ -119,7 +123,11 @@ std::vector<Kiv::NboAttrLog::SessionStatus> const& Client::sessions() {
 }
 
 Mount& Client::mountIs(OfferedRoot const& root, MountMode mode) {
-   return connection_->session().mountIs(newRoot(root.type, root.name), mode);
+   return mountIs(newRoot(root.type, root.name), mode);
+}
+
+Mount& Client::mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode) {
+   return connection_->session().mountIs(mirror, mode);
 }
 
 void Client::waitComplete(Mount const& mount) {

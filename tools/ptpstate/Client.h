@@ -34,11 +34,15 @@ public:
 
    /// How the server's connections are. Asks and waits.
    std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions();
+   /// Asks without waiting; see `onSessionsTold`.
+   void sessionsAsk() { connection_->session().sessionsAsk(); }
    /// How many it had, more perhaps than it has told of.
    U32 sessionsTotal() const noexcept { return sessionsTotal_; }
 
    /// Begins to mirror a root. The mount lives as long as the client.
    Mount& mountIs(OfferedRoot const& root, MountMode mode);
+   /// The same into a mirror that there is already, which is brought up to date.
+   Mount& mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode);
    /// Waits for a mirror to be complete. Throws `Failure` if the server refuses it.
    void waitComplete(Mount const& mount);
    /// Waits until the server has applied all that was changed here, and all is here that it had
@@ -54,6 +58,8 @@ public:
 
    /// Called when the state of a mount changes, in its place among the changes.
    std::function<void(Mount&)> onMountState;
+   /// Called with the answer of the server on its connections.
+   std::function<void(std::vector<Kiv::NboAttrLog::SessionStatus> const&)> onSessionsTold;
    /// Ends all waiting with a `Failure` once it is readable; -1 for none.
    int interruptFd = -1;
 

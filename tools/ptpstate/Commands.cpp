@@ -59,6 +59,7 @@ void addCommands(CLI::App& app, Run& run) {
    addLoad(app, run);
    addDiff(app, run);
    addTypes(app, run);
+   addComplete(app, run);
 }
 
 Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors) {

@@ -25,6 +25,7 @@ void addDel(CLI::App& app, Run& run);
 void addTypes(CLI::App& app, Run& run);
 void addLoad(CLI::App& app, Run& run);
 void addDiff(CLI::App& app, Run& run);
+void addComplete(CLI::App& app, Run& run);
 
 /// What every client takes.
 struct ClientOptions {

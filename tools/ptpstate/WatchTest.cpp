@@ -104,7 +104,7 @@ TEST_F(WatchTest, EndsAfterSoLong) {
 
 TEST_F(WatchTest, SaysThatTheConnectionIsLostAndWritesWhatItHas) {
    std::string const dump = scratch.file("watch.dump");
-   auto const watcher = watch({"--dump", dump});
+   auto const watcher = watch({"--dump", dump, "--no-reconnect"});
    change({"set", "ptp/config.priority1", "7"});
    ASSERT_TRUE(watcher->says("128 -> 7"));
    server->signal(SIGKILL);
@@ -115,6 +115,87 @@ TEST_F(WatchTest, SaysThatTheConnectionIsLostAndWritesWhatItHas) {
                                 ": the connection is lost; watch again when the server is back\n");
    EXPECT_TRUE(std::regex_search(readFile(dump), std::regex("\nptp/config.priority1 += 7\n")))
          << readFile(dump);
+}
+
+TEST_F(WatchTest, ConnectsAgainAndTellsWhatHasChangedMeanwhile) {
+   auto const watcher = watch();
+   change({"set", "ptp/config.priority1", "7"});
+   change({"set", "ptp/config.priority2", "9"});
+   ASSERT_TRUE(watcher->says("128 -> 9"));
+   server->signal(SIGKILL);
+   server->finish();
+   ASSERT_TRUE(watcher->says("-- connection lost: "));
+   SetUp();
+   ASSERT_TRUE(watcher->says(" is complete: ", 2));
+   change({"set", "ptp/config.priority1", "8"});
+   std::string const said = ended(*watcher);
+   EXPECT_EQ(said.substr(said.find("TIME -- connection made")),
+             "TIME -- connection made again; what has changed meanwhile is told now\n"
+             "TIME ptp/config.priority1: 7 -> 128\n"
+             "TIME ptp/config.priority2: 9 -> 128\n"
+             "TIME -- ptp/config is complete: 3 entities, 40 attributes\n"
+             "TIME ptp/config.priority1: 128 -> 8\n");
+}
+
+TEST_F(WatchTest, IsInterruptedWhileThereIsNoServer) {
+   auto const watcher = watch();
+   server->signal(SIGKILL);
+   server->finish();
+   ASSERT_TRUE(watcher->says("-- connection lost: "));
+   watcher->signal(SIGINT);
+   EXPECT_EQ(watcher->finish().status, 3);
+   EXPECT_EQ(
+         watcher->finish().err,
+         "ptpstate: " + socket + ": the connection is lost; watch again when the server is back\n");
+}
+
+TEST_F(WatchTest, PrintsAnObjectALineForPrograms) {
+   auto const watcher =
+         std::make_unique<Program>(std::vector<std::string>{"watch", "--json", "--socket", socket});
+   ASSERT_TRUE(watcher->says("complete"));
+   change({"set", "ptp/config.priority1", "7"});
+   change({"set", "ptp/config.skewThreshold", "inf"});
+   change({"add", "ptp/config.intfConfig[Ethernet1]", "true", "false"});
+   change({"set", "ptp/config.missingSequenceThresholds[sync]", "5"});
+   change({"set", "ptp/config.missingSequenceThresholds[sync]", "6"});
+   change({"del", "ptp/config.missingSequenceThresholds[sync]"});
+   change({"del", "ptp/config.intfConfig[Ethernet1]"});
+   EXPECT_EQ(std::regex_replace(ended(*watcher),
+                                std::regex(R"("time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z")"),
+                                "TIME"),
+             R"({TIME,"event":"complete","root":"ptp/config","entities":3,"attributes":40}
+{TIME,"path":"ptp/config.priority1","change":"set","old":128,"new":7}
+{TIME,"path":"ptp/config.skewThreshold","change":"set","old":-1.0,"new":"inf"}
+{TIME,"path":"ptp/config.intfConfig[Ethernet1]","change":"created","new":{"enabled":true,"mpassEnabled":false}}
+{TIME,"path":"ptp/config.missingSequenceThresholds[sync]","change":"created","new":5}
+{TIME,"path":"ptp/config.missingSequenceThresholds[sync]","change":"set","old":5,"new":6}
+{TIME,"path":"ptp/config.missingSequenceThresholds[sync]","change":"deleted","old":6}
+{TIME,"path":"ptp/config.intfConfig[Ethernet1]","change":"deleted"}
+)");
+}
+
+TEST_F(WatchTest, SaysThatAGapWasCoalesced) {
+   auto const watcher = watch();
+   change({"add", "ptp/config.intfConfig[Ethernet1]", "true", "false"});
+   ASSERT_TRUE(watcher->says("created"));
+   watcher->signal(SIGSTOP);
+   std::string const element =
+         "ptp/config.intfConfig[Ethernet1].ucastNegGrantorIpToProfileMap[192.0.2.1]";
+   for (int i = 0; i != 16; ++i) {  // more than the server keeps for one reader
+      change({"set", element, std::string(100000, static_cast<char>('a' + i))});
+   }
+   for (char const* const priority : {"1", "2", "3"}) {
+      change({"set", "ptp/config.priority1", priority});
+   }
+   watcher->signal(SIGCONT);
+   ASSERT_TRUE(watcher->says("changes were coalesced: "));
+   std::string const said = ended(*watcher);
+   EXPECT_NE(said.find("TIME ptp/config.priority1: 128 -> 3\n"), std::string::npos);
+   EXPECT_EQ(said.find("-> 2\n"), std::string::npos);
+   std::smatch match;
+   ASSERT_TRUE(std::regex_search(said, match, std::regex("-- (\\d+) changes were coalesced")));
+   EXPECT_GE(std::stoi(match[1]), 2);
+   EXPECT_LE(std::stoi(match[1]), 17);
 }
 
 TEST_F(WatchTest, CanBeInterruptedWhileTheServerDoesNotAnswer) {
@@ -168,9 +249,9 @@ TEST_F(WatchTest, AReaderThatStopsAndGoesOnCatchesUp) {
    EXPECT_EQ(readFile(dump), serverDump());
 }
 
-TEST_F(WatchTest, ManyReadersAtOnceAllSeeAChange) {
+TEST_F(WatchTest, AHundredReadersAtOnceAllSeeAChange) {
    std::vector<std::unique_ptr<Program>> watchers;
-   for (int i = 0; i != 20; ++i) {
+   for (int i = 0; i != 100; ++i) {
       watchers.push_back(watch({"--count", "1"}));
    }
    change({"set", "ptp/config.domainNumber", "44"});
