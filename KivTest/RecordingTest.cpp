@@ -1,0 +1,534 @@
+// Recordings: what is written, what comes back, and what becomes of files that are cut or damaged.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "Kiv/Hash.h"
+#include "Kiv/NboAttrLogPlayer.h"
+#include "Kiv/NboAttrLogRecorder.h"
+#include "KivTest/Recorder.h"
+#include "KivTest/SimulationChange.h"
+#include "KivTest/SimulationTree.h"
+#include "KivTest/TestTypes.h"
+
+namespace {
+
+using Kiv::NboAttrLog::FrameKind;
+using Kiv::NboAttrLog::Hub;
+using Kiv::NboAttrLog::Limits;
+using Kiv::NboAttrLog::Moment;
+using Kiv::NboAttrLog::OfferedRoot;
+using Kiv::NboAttrLog::Player;
+using Kiv::NboAttrLog::RecorderOptions;
+using Kiv::NboAttrLog::RecordingReader;
+using KivTest::Chance;
+using KivTest::Root;
+using Bytes = std::vector<U8>;
+using LogRecorder = Kiv::NboAttrLog::Recorder;
+
+/// Trees that have seen the same changes are compared, so hashes must not differ between them.
+[[maybe_unused]] bool const sameHashes = [] {
+   Kiv::HashHelper::hashSeed32Is(1);
+   return true;
+}();
+
+class Memory final : public Kiv::NboAttrLog::RecordSink {
+public:
+   U64 begin() override {
+      files.emplace_back();
+      return files.size();
+   }
+   bool write(U8 const* bytes, std::size_t size) override {
+      if (left < size) {
+         return false;
+      }
+      left -= size;
+      files.back().insert(files.back().end(), bytes, bytes + size);
+      return true;
+   }
+   Sarn::String reason() const override { return "the disk is full"; }
+
+   std::vector<Bytes> files;
+   std::size_t left = ~std::size_t(0);
+};
+
+class Source final : public Kiv::NboAttrLog::RecordingSource {
+public:
+   explicit Source(Bytes const& bytes) : bytes_(bytes) {}
+   U64 size() override { return bytes_.size(); }
+   std::size_t readAt(U64 offset, U8* to, std::size_t size) override {
+      std::size_t const at = static_cast<std::size_t>(std::min<U64>(offset, bytes_.size()));
+      size = std::min(size, bytes_.size() - at);
+      std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at), size, to);
+      return size;
+   }
+
+private:
+   Bytes const& bytes_;
+};
+
+Limits narrow() {
+   Limits limits;
+   limits.outputBuffer = 4096;
+   limits.longestMessage = 1024;
+   return limits;
+}
+
+RecorderOptions smallBlocks() {
+   RecorderOptions options;
+   options.blockSize = 2048;
+   return options;
+}
+
+Sarn::Ptr<Kiv::NamedEntity> make(OfferedRoot const& root) {
+   EXPECT_EQ(root.type, "KivTest::Root");
+   return Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get());
+}
+
+/// The times of turn n.
+Moment moment(U64 n) {
+   return {n * 1000, 1'000'000 + n * 1000};
+}
+
+/// A hub with a root that is recorded.
+class Recording : public testing::Test {
+protected:
+   Recording() : hub(narrow()) { hub.rootIs(root); }
+
+   void record(RecorderOptions const& options = smallBlocks()) {
+      recorder = std::make_unique<LogRecorder>(hub, memory, options);
+      turn();
+   }
+   /// Writes all that there is, at the next moment.
+   void turn() {
+      ++now;
+      do {
+         recorder->turn(moment(now));
+      } while (recorder->waiting());
+   }
+   Bytes const& closed() {
+      recorder->close(moment(++now));
+      EXPECT_EQ(recorder->reason(), "");
+      return memory.files.back();
+   }
+   static std::string playAll(Bytes const& bytes, Player& player) {
+      Source source(bytes);
+      RecordingReader reader(source);
+      for (RecordingReader::Frame frame; reader.next(frame);) {
+         if (!player.apply(frame)) {
+            return player.reason();
+         }
+      }
+      return reader.damage();
+   }
+   static Root& rootOf(Player const& player) { return static_cast<Root&>(*player.roots().at(0)); }
+
+   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
+   Hub hub;
+   Memory memory;
+   std::unique_ptr<LogRecorder> recorder;
+   U64 now = 0;
+};
+
+TEST(Crc32c, IsThatOfTheStandard) {
+   auto const of = [](std::string_view text) {
+      return Kiv::NboAttrLog::crc32c(reinterpret_cast<U8 const*>(text.data()), text.size());
+   };
+   EXPECT_EQ(of(""), 0u);
+   EXPECT_EQ(of("123456789"), 0xe3069283u);
+   EXPECT_EQ(of(std::string(32, '\0')), 0x8a9136aau);
+   EXPECT_EQ(of(std::string(32, '\xff')), 0x62a8ab43u);
+   Bytes const bytes{'1', '2', '3', '4', '5', '6', '7', '8', '9'};
+   EXPECT_EQ(Kiv::NboAttrLog::crc32c(bytes.data() + 4, 5, Kiv::NboAttrLog::crc32c(bytes.data(), 4)),
+             0xe3069283u)
+         << "in two pieces";
+}
+
+TEST(RecordingFormat, HasTheBytesThatTheDocumentationShows) {
+   Bytes block(Kiv::NboAttrLog::blockHeaderSize);
+   Kiv::NboAttrLog::writeBlockHeader(block.data(), {4096, 0, 7, 0, {1000, 2000}});
+   EXPECT_EQ(block, (Bytes{0x4b, 0x69, 0x76, 0x4e, 0x62, 0x6f, 0x52, 0x63, 0,    0, 0, 1, 0,
+                           0,    0x10, 0,    0,    0,    0,    0,    0,    0,    0, 0, 0, 0,
+                           0,    0,    0,    0,    0,    7,    0,    0,    0,    0, 0, 0, 0,
+                           0,    0,    0,    0,    0,    0,    0,    3,    0xe8, 0, 0, 0, 0,
+                           0,    0,    7,    0xd0, 0xe2, 0xa6, 0x76, 0xf7}));
+   auto const header = Kiv::NboAttrLog::readBlockHeader(block.data());
+   ASSERT_TRUE(header);
+   EXPECT_EQ(header->file, 7u);
+   EXPECT_EQ(header->begun, (Moment{1000, 2000}));
+
+   Bytes frame(Kiv::NboAttrLog::frameHeaderSize);
+   frame.insert(frame.end(), {8, 0, 0, 4, 1, 0, 0, 0, 1, 0x12, 0, 0, 0, 0x32});
+   Kiv::NboAttrLog::writeFrameHeader(frame.data(), FrameKind::log, {1500, 2500}, 14);
+   EXPECT_EQ(frame, (Bytes{0, 0, 0,    0x0e, 0x12, 0x01, 0xfd, 0x84, 2,    0, 0, 0,    0,
+                           0, 0, 0x05, 0xdc, 0,    0,    0,    0,    0,    0, 9, 0xc4, 8,
+                           0, 0, 4,    1,    0,    0,    0,    1,    0x12, 0, 0, 0,    0x32}));
+}
+
+TEST_F(Recording, PlaysBackWhatWasThereAndWhatHappened) {
+   root->u8Is(3);
+   root->leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::low);
+   record();
+   EXPECT_TRUE(recorder->complete());
+   root->u8Is(4);
+   root->byNumberIs(1, "one");
+   turn();
+   root->leafDel(1);
+   root->samplesEnq(2.5);
+   turn();
+   Bytes const bytes = closed();
+   EXPECT_EQ(recorder->stats().changes, 4u);
+   EXPECT_EQ(recorder->stats().snapshots, 1u);
+   EXPECT_EQ(recorder->stats().bytes, bytes.size());
+
+   Source source(bytes);
+   RecordingReader reader(source);
+   Player player(make);
+   std::vector<std::string> told;
+   for (RecordingReader::Frame frame; reader.next(frame);) {
+      std::unique_ptr<KivTest::Recorder> observer;
+      if (player.complete()) {
+         observer = std::make_unique<KivTest::Recorder>(rootOf(player), Kiv::Scope::subtree);
+      }
+      ASSERT_TRUE(player.apply(frame)) << player.reason();
+      if (observer) {
+         told.push_back(std::to_string(frame.at.steady) + "/" + std::to_string(frame.at.wall) +
+                        ": " + observer->changes());
+      }
+   }
+   EXPECT_TRUE(reader.ended());
+   EXPECT_FALSE(reader.damaged()) << reader.damage();
+   EXPECT_EQ(KivTest::firstDifference(*root, rootOf(player)), "");
+   ASSERT_EQ(told.size(), 3u);
+   EXPECT_EQ(told[0], "2000/1002000: u8 was 3; byNumber[1] was nothing");
+   EXPECT_EQ(told[1], "3000/1003000: leaf[1] was KivTest::Leaf; samples[1] was nothing");
+   EXPECT_EQ(told[2], "4000/1004000: ") << "the end";
+}
+
+TEST_F(Recording, AnyMomentIsFoundAndIsAsItWas) {
+   constexpr U64 turns = 120;
+   RecorderOptions options = smallBlocks();
+   options.snapshotEvery = 3000;
+   Chance chance(17);
+   record(options);
+   for (U64 i = 2; i <= turns; ++i) {
+      for (int k = 0; k != 60; ++k) {
+         KivTest::changeAtRandom(*root, chance);
+      }
+      turn();
+   }
+   Bytes const bytes = closed();
+   EXPECT_GT(recorder->stats().snapshots, 2u);
+   EXPECT_EQ(memory.files.size(), 1u);
+   EXPECT_EQ(recorder->stats().changesCoalesced, 0u);
+
+   Source source(bytes);
+   RecordingReader reader(source);
+   EXPECT_FALSE(reader.seek(moment(1).wall - 1)) << "before it began";
+   Sarn::Ptr<Root> again = KivTest::rootFactory("test");
+   Chance sameChance(17);
+   U64 fromSnapshots = 0;
+   for (U64 i = 1; i <= turns; ++i) {
+      for (int k = 0; i != 1 && k != 60; ++k) {
+         KivTest::changeAtRandom(*again, sameChance);
+      }
+      U64 const wall = moment(i).wall + 500;
+      std::optional<U64> const from = reader.seek(wall);
+      ASSERT_TRUE(from);
+      Player player(make);
+      U64 frames = 0;
+      for (RecordingReader::Frame frame; reader.next(frame);) {
+         if (frame.at.wall > wall && frame.offset >= *from) {
+            break;
+         }
+         fromSnapshots += frames++ == 0 && frame.offset > Kiv::NboAttrLog::blockHeaderSize ? 1 : 0;
+         ASSERT_TRUE(player.apply(frame)) << player.reason();
+      }
+      EXPECT_TRUE(player.complete());
+      ASSERT_EQ(KivTest::firstDifference(*again, rootOf(player)), "") << "at turn " << i;
+   }
+   EXPECT_GT(fromSnapshots, turns / 3) << "later moments are not reached from the beginning";
+}
+
+TEST_F(Recording, IsFoundByTheTimeOfDayAfterThatWasSetBack) {
+   record();
+   struct {
+      U64 wall;
+      U8 value;
+   } const steps[] = {{5000, 1}, {9000, 2}, {3000, 3}, {4000, 4}, {6000, 5}};
+   U64 steady = 10'000;
+   for (auto const& step : steps) {
+      root->u8Is(step.value);
+      for (int i = 0; i != 300; ++i) {
+         root->u32Is(static_cast<U32>(steady) + static_cast<U32>(i));  // a block and more for each
+      }
+      recorder->turn({steady += 100, step.wall});
+   }
+   Source source(memory.files[0]);
+   RecordingReader reader(source);
+   std::optional<U64> const from = reader.seek(4500);
+   ASSERT_TRUE(from);
+   Player player(make);
+   for (RecordingReader::Frame frame; reader.next(frame);) {
+      if (frame.at.wall > 4500 && frame.offset >= *from) {
+         break;
+      }
+      ASSERT_TRUE(player.apply(frame));
+   }
+   EXPECT_EQ(rootOf(player).u8(), 4) << "the last time that the clock showed it";
+}
+
+/// Where frames begin, and where the last one ends.
+std::vector<U64> offsetsIn(Bytes const& bytes) {
+   Source source(bytes);
+   RecordingReader reader(source);
+   std::vector<U64> offsets;
+   for (RecordingReader::Frame frame; reader.next(frame);) {
+      offsets.push_back(frame.offset);
+   }
+   offsets.push_back(reader.offset());
+   return offsets;
+}
+
+TEST_F(Recording, ThatWasCutIsReadUpToThere) {
+   record();
+   for (U8 i = 0; i != 60; ++i) {
+      root->byNumberIs(i, std::string(40, 'x'));
+      turn();
+   }
+   Bytes const whole = closed();
+   ASSERT_GT(whole.size(), 3 * 2048u);
+   std::vector<U64> const frames = offsetsIn(whole);
+   for (std::size_t size = 0; size <= whole.size(); ++size) {
+      Bytes const cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+      Source source(cut);
+      RecordingReader reader(source);
+      std::size_t count = 0;
+      for (RecordingReader::Frame frame; reader.next(frame); ++count) {
+         ASSERT_EQ(frame.offset, frames[count]);
+      }
+      // All frames that are whole, and not one more.
+      ASSERT_LE(reader.offset(), size);
+      ASSERT_TRUE(count + 1 >= frames.size() || reader.offset() <= frames[count]) << size;
+      bool const wholeFrames = std::find(frames.begin(), frames.end(), U64(size)) != frames.end();
+      if (wholeFrames) {
+         ASSERT_FALSE(reader.damaged()) << size << ": " << reader.damage();
+      }
+      ASSERT_EQ(reader.ended(), size == whole.size());
+      if (reader.damaged() && reader.offset() != 0) {
+         ASSERT_EQ(reader.damage().find("it ends within"), 0u) << reader.damage();
+      }
+   }
+}
+
+TEST_F(Recording, DamageIsFoundWhereverItIs) {
+   record();
+   for (U8 i = 0; i != 60; ++i) {
+      root->byNumberIs(i, std::string(40, 'x'));
+      turn();
+   }
+   Bytes const whole = closed();
+   std::vector<U64> const frames = offsetsIn(whole);
+   std::size_t unseen = 0;
+   for (std::size_t at = 0; at != whole.size(); ++at) {
+      Bytes bad = whole;
+      bad[at] ^= 0x40;
+      Source source(bad);
+      RecordingReader reader(source);
+      std::size_t count = 0;
+      RecordingReader::Frame frame;
+      while (reader.next(frame)) {
+         ASSERT_EQ(frame.offset, frames[count++]);
+      }
+      if (reader.damaged()) {
+         ASSERT_LE(reader.offset(), at);
+         ASSERT_FALSE(reader.ended());
+      } else {
+         ++unseen;
+         ASSERT_TRUE(reader.ended()) << at;
+         ASSERT_EQ(whole[at], 0) << "only what nothing was written to, at the end of a block";
+      }
+   }
+   EXPECT_LT(unseen, whole.size() / 10);
+}
+
+TEST_F(Recording, SomethingElseIsNoRecording) {
+   for (std::string const& text :
+        {std::string(), std::string("x"), std::string(5000, 'x'), std::string(5000, '\0')}) {
+      Bytes const bytes(text.begin(), text.end());
+      Source source(bytes);
+      RecordingReader reader(source);
+      RecordingReader::Frame frame;
+      EXPECT_FALSE(reader.next(frame));
+      EXPECT_EQ(reader.damage(), "it does not begin as a recording of version 1");
+      EXPECT_EQ(reader.offset(), 0u);
+      EXPECT_FALSE(reader.seek(~U64(0)));
+   }
+}
+
+TEST_F(Recording, OfABoundedSizeGoesOnInANewFileThatStandsAlone) {
+   RecorderOptions options = smallBlocks();
+   options.fileSize = LogRecorder::smallestFile(narrow(), options.blockSize);
+   Chance chance(3);
+   record(options);
+   U64 turns = 1;
+   while (memory.files.size() < 6) {
+      for (int k = 0; k != 20; ++k) {
+         KivTest::changeAtRandom(*root, chance);
+      }
+      turn();
+      ASSERT_LT(++turns, 10'000u);
+   }
+   closed();
+   Sarn::Ptr<Root> const empty = KivTest::rootFactory("test");
+   U64 files = 0;
+   for (Bytes const& file : memory.files) {
+      EXPECT_LE(file.size(), options.fileSize);
+      Player player(make);
+      EXPECT_EQ(playAll(file, player), "");
+      EXPECT_TRUE(player.complete());
+      Source source(file);
+      EXPECT_EQ(RecordingReader(source).header()->file, ++files);
+      if (&file == &memory.files.back()) {
+         EXPECT_EQ(KivTest::firstDifference(*root, rootOf(player)), "");
+      }
+   }
+   // One file continues the other: nothing is missing when they are played in a row.
+   Player all(make);
+   for (Bytes const& file : memory.files) {
+      ASSERT_EQ(playAll(file, all), "");
+   }
+   EXPECT_EQ(KivTest::firstDifference(*root, rootOf(all)), "");
+}
+
+TEST_F(Recording, NeverExceedsItsSizeHoweverMuchComes) {
+   RecorderOptions options = smallBlocks();
+   options.fileSize = 3 * LogRecorder::smallestFile(narrow(), options.blockSize);
+   record(options);
+   Chance chance(5);
+   for (int i = 0; i != 2000; ++i) {
+      // Far more than the buffer holds, in messages that leave much padding.
+      for (U8 k = 0; k != 16; ++k) {
+         root->byNumberIs(k, std::string(700 + chance.below(300), 'x'));
+      }
+      recorder->turn(moment(++now));
+   }
+   EXPECT_EQ(recorder->reason(), "");
+   EXPECT_GT(recorder->stats().changesCoalesced, 0u);
+   EXPECT_GT(memory.files.size(), 10u);
+   for (Bytes const& file : memory.files) {
+      EXPECT_LE(file.size(), options.fileSize);
+   }
+   closed();
+   Player player(make);
+   EXPECT_EQ(playAll(memory.files.back(), player), "");
+   EXPECT_EQ(KivTest::firstDifference(*root, rootOf(player)), "");
+}
+
+TEST_F(Recording, EndsWhereFilesAreTooSmallForAllThatThereIs) {
+   RecorderOptions options = smallBlocks();
+   options.fileSize = LogRecorder::smallestFile(narrow(), options.blockSize);
+   for (U8 i = 0; i != 100; ++i) {
+      root->byNumberIs(i, std::string(900, 'x'));
+   }
+   recorder = std::make_unique<LogRecorder>(hub, memory, options);
+   for (int i = 0; i != 100; ++i) {
+      recorder->turn(moment(++now));
+   }
+   EXPECT_TRUE(recorder->failed());
+   EXPECT_EQ(recorder->reason(), "files of " + std::to_string(options.fileSize) +
+                                       " bytes are too small: they do not hold all that there is");
+   root->u8Is(9);
+   EXPECT_EQ(root->u8(), 9) << "whoever changes the tree notices nothing";
+}
+
+TEST_F(Recording, EndsWhenTheDiskIsFullAndIsReadUpToThere) {
+   record();
+   memory.left = 1000;
+   for (U8 i = 0; i != 60; ++i) {
+      root->u8Is(i);
+      turn();
+   }
+   EXPECT_EQ(recorder->reason(), "the disk is full");
+   Player player(make);
+   EXPECT_EQ(playAll(memory.files[0], player), "");
+   EXPECT_GT(rootOf(player).u8(), 10);
+   EXPECT_LT(rootOf(player).u8(), 59);
+   recorder->close(moment(now));
+   EXPECT_TRUE(hub.sessions().empty());
+}
+
+TEST_F(Recording, ARootThatIsOfferedLaterComesWithTheNextSnapshot) {
+   record();
+   Sarn::Ptr<Root> const other = KivTest::rootFactory("other");
+   hub.rootIs(other);
+   other->u8Is(8);
+   recorder->snapshotIs();
+   turn();
+   other->u8Is(9);
+   hub.rootDel("KivTest::Root", "test");
+   turn();
+   Player player(make);
+   EXPECT_EQ(playAll(closed(), player), "");
+   ASSERT_EQ(player.roots().size(), 2u);
+   EXPECT_EQ(player.roots()[1]->nameString(), "other");
+   EXPECT_EQ(static_cast<Root&>(*player.roots()[1]).u8(), 9);
+   EXPECT_TRUE(player.complete());
+}
+
+TEST_F(Recording, TellsWhenItsSourceWasLost) {
+   record();
+   recorder->sourceIs(false, moment(2));
+   recorder->sourceIs(true, moment(3));
+   Source source(closed());
+   RecordingReader reader(source);
+   Player player(make);
+   std::string lost;
+   for (RecordingReader::Frame frame; reader.next(frame);) {
+      player.apply(frame);
+      lost += player.sourceIsLost() ? "1" : "0";
+   }
+   EXPECT_EQ(lost.substr(lost.size() - 3), "100");
+}
+
+TEST_F(Recording, PlaysIntoATreeThatOthersMirror) {
+   root->leafIs(1, true, KivTest::Opaque(1));
+   record();
+   root->leafIs(2, false, KivTest::Opaque(2));
+   root->u8Is(77);
+   turn();
+   Bytes const bytes = closed();
+   Sarn::Ptr<Root> const live = KivTest::rootFactory("test");
+   live->leafIs(9, true, KivTest::Opaque(9));  // was not there when it was recorded
+   Hub liveHub;
+   liveHub.rootIs(live);
+   Player player([&](OfferedRoot const&) { return Sarn::Ptr<Kiv::NamedEntity>(live.get()); });
+   EXPECT_EQ(playAll(bytes, player), "");
+   EXPECT_EQ(KivTest::firstDifference(*root, *live), "");
+}
+
+TEST_F(Recording, OfATypeThatIsNotKnownSaysSo) {
+   record();
+   Bytes const bytes = closed();
+   Player player([](OfferedRoot const&) { return Sarn::Ptr<Kiv::NamedEntity>(); });
+   EXPECT_EQ(playAll(bytes, player), "the type KivTest::Root of the root test is not known here");
+}
+
+TEST_F(Recording, ChangesBeforeASnapshotAreRefused) {
+   Player player(make);
+   RecordingReader::Frame frame;
+   frame.kind = FrameKind::log;
+   EXPECT_FALSE(player.apply(frame));
+   EXPECT_EQ(player.reason(), "changes come before a snapshot");
+}
+
+TEST_F(Recording, OptionsThatDoNotGoTogetherAreRefused) {
+   RecorderOptions options;
+   options.blockSize = 1024;
+   EXPECT_THROW(LogRecorder(hub, memory, options), Kiv::Exception) << "a message has 1024";
+   options = smallBlocks();
+   options.fileSize = LogRecorder::smallestFile(narrow(), options.blockSize) - 1;
+   EXPECT_THROW(LogRecorder(hub, memory, options), Kiv::Exception);
+}
+
+}  // namespace

@@ -1,0 +1,133 @@
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "Kiv/Module.h"
+#include "Kiv/NboAttrLogPlayer.h"
+#include "KivTest/SimulationTree.h"
+#include "KivTest/TestTypes.h"
+
+// A file that claims to be a recording. Whatever it holds, reading it ends, damage lies within it,
+// what it says is applied as far as it can be, and every moment that it names is found or is not.
+//
+//     byte 0     bit 0: checksums and lengths are put right first, so that what is behind them is
+//                reached
+//     then       the file
+
+namespace {
+
+using Kiv::NboAttrLog::blockHeaderSize;
+using Kiv::NboAttrLog::frameHeaderSize;
+using Kiv::NboAttrLog::Limits;
+using Kiv::NboAttrLog::Out;
+using Kiv::NboAttrLog::Player;
+using Kiv::NboAttrLog::RecordingReader;
+using Bytes = std::vector<U8>;
+
+void require(bool holds, char const* what) {
+   if (!holds) {
+      std::fprintf(stderr, "%s\n", what);
+      std::abort();
+   }
+}
+
+class Source final : public Kiv::NboAttrLog::RecordingSource {
+public:
+   explicit Source(Bytes const& bytes) : bytes_(bytes) {}
+   U64 size() override { return bytes_.size(); }
+   std::size_t readAt(U64 offset, U8* to, std::size_t size) override {
+      std::size_t const at = static_cast<std::size_t>(std::min<U64>(offset, bytes_.size()));
+      size = std::min(size, bytes_.size() - at);
+      std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at), size, to);
+      return size;
+   }
+
+private:
+   Bytes const& bytes_;
+};
+
+/// The checksum that each header and frame would have, so far as lengths lead from one to the next.
+void putRight(Bytes& bytes) {
+   constexpr U32 blockSize = 1024;
+   for (std::size_t block = 0; block + blockHeaderSize <= bytes.size(); block += blockSize) {
+      U8* const header = bytes.data() + block;
+      std::copy_n(Kiv::NboAttrLog::recordingMagic, 8, header);
+      Out out(header + 8, 16);
+      out.writeU32(Kiv::NboAttrLog::recordingVersion);
+      out.writeU32(blockSize);
+      out.writeU64(block / blockSize);
+      Out(header + blockHeaderSize - 4, 4)
+            .writeU32(Kiv::NboAttrLog::crc32c(header, blockHeaderSize - 4));
+      std::size_t const end = std::min<std::size_t>(block + blockSize, bytes.size());
+      for (std::size_t at = block + blockHeaderSize; at + frameHeaderSize <= end;) {
+         std::size_t const left = end - at - frameHeaderSize;
+         std::size_t size = Kiv::NboAttrLog::In(bytes.data() + at, bytes.data() + end).nextU32();
+         if (size == 0 && bytes[at + 8] == 0) {
+            break;  // padding
+         }
+         size = size <= left ? size : size % (left + 1);
+         U8* const frame = bytes.data() + at;
+         Out(frame, 4).writeU32(static_cast<U32>(size));
+         Out(frame + 4, 4).writeU32(Kiv::NboAttrLog::crc32c(frame + 8, frameHeaderSize - 8 + size));
+         at += frameHeaderSize + size;
+      }
+   }
+}
+
+Sarn::Ptr<Kiv::NamedEntity> make(Kiv::NboAttrLog::OfferedRoot const& root) {
+   return root.type == "KivTest::Root" && root.name.size() < 16
+                ? Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get())
+                : Sarn::Ptr<Kiv::NamedEntity>();
+}
+
+Limits limits() {
+   Limits all;
+   all.outputBuffer = 8192;
+   all.longestMessage = 1024;
+   all.entities = 256;
+   all.nesting = 8;
+   return all;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size);
+
+extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
+   if (size == 0) {
+      return 0;
+   }
+   Bytes bytes(data + 1, data + size);
+   if ((data[0] & 1) != 0) {
+      putRight(bytes);
+   }
+   Source source(bytes);
+   RecordingReader reader(source);
+   std::vector<U64> walls;
+   {
+      Player player(make, limits());
+      bool applies = true;
+      U64 before = 0;
+      for (RecordingReader::Frame frame; reader.next(frame);) {
+         require(frame.offset >= before, "a frame lies before the one before it");
+         before = frame.offset + 1;
+         require(frame.offset + frameHeaderSize + frame.size <= bytes.size(),
+                 "a frame reaches beyond the file");
+         if (walls.size() < 16) {
+            walls.push_back(frame.at.wall);
+         }
+         applies = applies && player.apply(frame);
+         require(applies == player.reason().empty(), "no reason, or one without need");
+      }
+   }
+   require(reader.offset() <= bytes.size(), "it ends beyond the file");
+   for (U64 const wall : walls) {
+      Player player(make, limits());
+      if (reader.seek(wall)) {
+         for (RecordingReader::Frame frame; reader.next(frame) && player.apply(frame);) {
+         }
+      }
+   }
+   return 0;
+}
