@@ -59,7 +59,7 @@ void Session::parse(U8 const* bytes, std::size_t size) {
       ++stats_.messagesIn;
       In in(body, body + header.bodySize);
       try {
-         if (header.opcode != Opcode::set || !applySet(header, in)) [[unlikely]] {
+         if (!applyAtOnce(header, in)) [[unlikely]] {
             apply(header, in);
          }
       } catch (Exception const& error) {
@@ -163,11 +163,12 @@ void Session::apply(Header const& header, In& in) {
    in.fault("there is no message of this kind");
 }
 
-/// By far the most: a value for an entity that no adapter here watches. False, and nothing is done,
-/// for everything else.
-inline bool Session::applySet(Header const& header, In& in) {
+/// By far the most: a value for an entity that no adapter here watches, or that a collection is
+/// empty which is. False, and nothing is done, for everything else.
+inline bool Session::applyAtOnce(Header const& header, In& in) {
    U32 const place = HandleTable::place(header.handle);
-   if (place >= incoming_.size()) {
+   bool const isSet = header.opcode == Opcode::set;
+   if ((!isSet && header.opcode != Opcode::erase) || place >= incoming_.size()) {
       return false;
    }
    Incoming const& target = incoming_[place];
@@ -177,12 +178,22 @@ inline bool Session::applySet(Header const& header, In& in) {
       return false;
    }
    FieldDescriptor const* const field = entity->kivType().field(header.attribute);
-   if (field == nullptr || field->kind != MemberKind::single ||
-       !field->has(FieldDescriptor::streamed) || field->ops->apply == nullptr) {
+   if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
+      return false;
+   }
+   if (isSet) {
+      if (field->kind != MemberKind::single || field->ops->apply == nullptr) {
+         return false;
+      }
+      ++changesReceived_;
+      field->ops->apply(*entity, in);
+      return true;
+   }
+   CollectionOps const* const collection = field->ops->collection;
+   if (header.bodySize != 0 || collection == nullptr || collection->size(*entity) != 0) {
       return false;
    }
    ++changesReceived_;
-   field->ops->apply(*entity, in);
    return true;
 }
 

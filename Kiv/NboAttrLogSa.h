@@ -18,6 +18,11 @@ public:
    bool flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const& field) {
       return session_.flowOutOnAttributeForConnection(flowOut, field) == Session::Write::done;
    }
+   /// Writes the dirty values of a fixed size from a row of the type on, until one is something
+   /// else or there is no room for all. Returns the row to go on with.
+   U16 flowOutFixedSizes(FlowOut& flowOut, TypeImpl const& type, U16 row) {
+      return session_.replayFixedSizes(flowOut, type, row);
+   }
    /// Whether a peer that only mirrors the entity may all the same change this attribute: never.
    static constexpr bool allowWriteFromReadOnlyRemote(AttributeId) noexcept { return false; }
    /// Throws `ReadOnlyProxyException` that names entity and attribute.

@@ -150,9 +150,9 @@ private:
    /// A change of a child, a collection or a queue. `removed`: the child that was there before.
    void onChange(Entity& entity, FieldDescriptor const& field, void const* key, Entity* removed);
    void rootGone(Hub::Root& root);
-   void commit(std::size_t size) noexcept {
+   void commit(std::size_t size, U32 messages = 1) noexcept {
       out_.commit(size);
-      ++stats_.messagesOut;
+      stats_.messagesOut += messages;
       stats_.bytesOut += size;
    }
    U8* reserve(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute);
@@ -206,7 +206,7 @@ private:
    /// A message's child was removed again before the log was told of it.
    void vanished(Entity& entity, FieldDescriptor const& field, void const* key);
 
-   // Catching up: NboAttrLogReplay.cpp
+   // What waits: NboAttrLogDirty.cpp
    FlowOut& flowOut(Entity& entity);
    FlowOut* flowOutOf(Entity const& entity) const noexcept;
    bool isDirtyKey(Entity const& entity, FieldDescriptor const& field, void const* key);
@@ -220,10 +220,13 @@ private:
          behindSince_ = hub_.now();
       }
    }
+
+   // Catching up: NboAttrLogReplay.cpp
    void pump();
    void fill();
    bool runReplay(FlowOut& flowOut);
    Write flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const& field);
+   U16 replayFixedSizes(FlowOut& flowOut, TypeImpl const& type, U16 row);
    Write replaySingle(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayChild(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayCollection(FlowOut& flowOut, FieldDescriptor const& field);
@@ -246,7 +249,7 @@ private:
    // Applying: NboAttrLogApply.cpp
    void parse(U8 const* bytes, std::size_t size);
    void apply(Header const& header, In& in);
-   bool applySet(Header const& header, In& in);
+   bool applyAtOnce(Header const& header, In& in);
    void applyToEntity(Header const& header, In& in);
    void applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header, In& in);
    bool applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in);
