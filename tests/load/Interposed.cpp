@@ -60,7 +60,7 @@ void count(void const* caller) {
 }
 #endif
 
-using ModuleIs = void(Kiv::KivModule const&);
+using ModuleIs = void(Kiv::KivModule const&) noexcept;
 
 ModuleIs* realModuleIs() {
    return reinterpret_cast<ModuleIs*>(dlsym(RTLD_NEXT, "_ZN3Kiv11kivModuleIsERKNS_9KivModuleE"));
