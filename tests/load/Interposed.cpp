@@ -90,8 +90,7 @@ std::size_t AllocationCount::byOthers() const noexcept {
 }
 
 std::vector<Kiv::KivModule const*> modulesHandedOver() {
-   std::vector<Kiv::KivModule const*> const all(handedOver.begin(),
-                                                handedOver.begin() + handedOverCount);
+   std::vector<Kiv::KivModule const*> all(handedOver.begin(), handedOver.begin() + handedOverCount);
    handedOverCount = 0;
    return all;
 }
