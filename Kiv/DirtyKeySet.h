@@ -6,6 +6,7 @@
 
 /// The sets of dirty keys of the two sorts of collections. See `Kiv::DirtyKeys`.
 namespace Kiv::Impl {
+#pragma GCC visibility push(hidden)
 
 /// A set of dirty keys: which ones, and of each whether its former element was removed.
 template <class K>
@@ -81,5 +82,7 @@ public:
 private:
    RbTreeMap<K, bool> keys_;
 };
+
+#pragma GCC visibility pop
 
 }  // namespace Kiv::Impl

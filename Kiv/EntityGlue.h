@@ -32,6 +32,8 @@ struct FactoryArgs<Sarn::Ptr<T> (*)(A...)> {
 
 }  // namespace Impl
 
+#pragma GCC visibility push(hidden)
+
 /// `Factory` takes the constructor arguments in declaration order; `T::kivCtorParams(use)` calls
 /// `use(value)` with each, in the same order.
 template <class T, auto Factory>
@@ -96,9 +98,11 @@ struct EntityGlue {
                                            &streamAdapterOnAttribute};
 };
 
+#pragma GCC visibility pop
+
 /// `hasCollection`: whether the type, or its base, has one.
 template <class T, auto Factory, bool hasCollection>
-inline constexpr EntityFunctions entityFunctions{
+[[gnu::visibility("hidden")]] inline constexpr EntityFunctions entityFunctions{
       &EntityGlue<T, Factory>::genericIfConstructFromCtorArgs,
       &EntityGlue<T, Factory>::genericIfAttributeOp,
       hasCollection ? &GenericIfImpl::iterator : nullptr, &EntityGlue<T, Factory>::stream};

@@ -9,6 +9,9 @@
 /// generated source has one line a member, such as
 ///
 ///     Kiv::single<Config, &Config::driftLimit, &Config::driftLimitIs>(274, "driftLimit", flags)
+///
+/// The functions and their tables are hidden: nobody outside the library names them, so loading it
+/// looks none of them up.
 namespace Kiv {
 
 // Row makers. `flags` are `FieldDescriptor::Flag`s.

@@ -7,6 +7,7 @@
 
 /// What drives a collection of child entities. See `Kiv/MemberOps.h`.
 namespace Kiv::Impl {
+#pragma GCC visibility push(hidden)
 
 /// The parameters of a creating accessor, without reference and const.
 template <class F>
@@ -104,5 +105,7 @@ struct ChildrenOps
    }();
    static constexpr AttrOps ops = collectionOps(collection);
 };
+
+#pragma GCC visibility pop
 
 }  // namespace Kiv::Impl

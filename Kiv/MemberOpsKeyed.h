@@ -10,6 +10,7 @@
 
 /// What drives a collection of values with keys. See `Kiv/MemberOps.h`.
 namespace Kiv::Impl {
+#pragma GCC visibility push(hidden)
 
 template <class Iterator, class Child>
 class CollectionIteratorOf final : public CollectionIterator {
@@ -227,5 +228,7 @@ struct InternalKeyMapOps : KeyedOps<InternalKeyMapOps<Owner, Map, id>, void> {
    }();
    static constexpr AttrOps ops = collectionOps(collection);
 };
+
+#pragma GCC visibility pop
 
 }  // namespace Kiv::Impl

@@ -6,6 +6,7 @@
 
 /// What drives a queue. See `Kiv/MemberOps.h`.
 namespace Kiv::Impl {
+#pragma GCC visibility push(hidden)
 
 template <class Owner, auto Queue, AttributeId id>
 struct QueueMemberOps {
@@ -79,5 +80,7 @@ struct QueueMemberOps {
       return all;
    }();
 };
+
+#pragma GCC visibility pop
 
 }  // namespace Kiv::Impl

@@ -8,6 +8,7 @@
 
 /// What drives a member that holds one thing: a value or a singleton child. See `Kiv/MemberOps.h`.
 namespace Kiv::Impl {
+#pragma GCC visibility push(hidden)
 
 /// The object of a generic operation: an entity is given as its `Entity`, a value as itself.
 template <class Owner>
@@ -114,5 +115,7 @@ struct SingletonOps {
       return all;
    }();
 };
+
+#pragma GCC visibility pop
 
 }  // namespace Kiv::Impl

@@ -34,16 +34,18 @@ int forgetCounters(dl_phdr_info* object, std::size_t, void* address) {
 }  // namespace
 
 void kivModuleIs(KivModule const& module) noexcept {
-   if (module.data->registered) {
+   if (module.data->registrations++ != 0) {
       return;
    }
-   module.data->registered = true;
    module.data->next = nullptr;
    (last != nullptr ? last->data->next : first) = &module;
    last = &module;
 }
 
 void kivModuleDel(KivModule const& module) noexcept {
+   if (module.data->registrations == 0 || --module.data->registrations != 0) {
+      return;
+   }
    KivModule const* before = nullptr;
    for (KivModule const* at = first; at != nullptr; before = at, at = at->data->next) {
       if (at == &module) {
@@ -52,15 +54,14 @@ void kivModuleDel(KivModule const& module) noexcept {
             last = before;
          }
          module.data->next = nullptr;
-         module.data->registered = false;
          return;
       }
    }
 }
 
-ModuleRegistration::~ModuleRegistration() {
-   kivModuleDel(module_);
-   dl_iterate_phdr(&forgetCounters, module_.data);
+void kivModuleUnloaded(KivModule const& module, void const* within) noexcept {
+   kivModuleDel(module);
+   dl_iterate_phdr(&forgetCounters, const_cast<void*>(within));
 }
 
 KivModule const* firstModule() noexcept {

@@ -88,9 +88,9 @@ struct ModuleData {
    char const* const* dependsOn;
    /// The type data, in the order of the type records.
    TypeImpl const* const* types;
-   /// The registry's link, and whether the module is in it.
+   /// The registry's link, and how often the module was added to it.
    KivModule const* next;
-   bool registered;
+   U32 registrations;
 };
 
 struct KivModule {
@@ -109,31 +109,19 @@ struct KivModule {
 };
 
 /// Adds a module to the process's registry, behind those there. Called by each module's
-/// initializer at load. Allocates nothing.
+/// initializer at load. Allocates nothing. A module that is there already stays where it is, until
+/// it has been taken out as often as it was added.
 void kivModuleIs(KivModule const& module) noexcept;
-/// Takes it out again, when the library that holds it is unloaded.
+/// Takes it out again.
 void kivModuleDel(KivModule const& module) noexcept;
+/// The same when the library that holds the module is unloaded; `within` is any address inside the
+/// library. Also forgets the library's allocation counters, which are about to be unmapped too.
+void kivModuleUnloaded(KivModule const& module, void const* within) noexcept;
 
 /// The registered modules, in the order of registration: first, then `data->next`.
 KivModule const* firstModule() noexcept;
 KivModule const* moduleByName(std::string_view name) noexcept;
 /// A defined type by its qualified name ("Ptp::Config"), or null. O(modules * log types).
 TypeImpl const* typeByName(std::string_view name) noexcept;
-
-/// Registers a module for as long as the library that holds this object is loaded.
-class ModuleRegistration {
-public:
-   explicit ModuleRegistration(KivModule const& module) noexcept : module_(module) {
-      kivModuleIs(module);
-   }
-   ModuleRegistration(ModuleRegistration const&) = delete;
-   ModuleRegistration& operator=(ModuleRegistration const&) = delete;
-   /// Takes the module out of the registry, and the library's allocation counters out of the list
-   /// of those: both are about to be unmapped.
-   ~ModuleRegistration();
-
-private:
-   KivModule const& module_;
-};
 
 }  // namespace Kiv

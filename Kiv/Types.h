@@ -129,12 +129,12 @@ void constructFromOne(void* dst, void const* const* args) {
 }
 
 template <class T>
-inline constexpr ValueFunctions valueFunctions{&construct<T>, &destruct<T>, &strepToValue<T>,
-                                               &strRepOf<T>,  nullptr,      nullptr,
-                                               &hashOf<T>,    &assign<T>};
+[[gnu::visibility("hidden")]] inline constexpr ValueFunctions valueFunctions{
+      &construct<T>, &destruct<T>, &strepToValue<T>, &strRepOf<T>,
+      nullptr,       nullptr,      &hashOf<T>,       &assign<T>};
 
 template <class T, auto ConstructFromCtorArgs = &constructFromOne<T>>
-inline constexpr ValueSupport valueSupport{
+[[gnu::visibility("hidden")]] inline constexpr ValueSupport valueSupport{
       &constructDefault<T>, &isEqOf<T>,   &differsFromDefault<T>, &encodedSizeOf<T>,
       &encodeOf<T>,         &decodeOf<T>, ConstructFromCtorArgs};
 

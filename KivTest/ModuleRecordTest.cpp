@@ -2,88 +2,22 @@
 // has no header of the module. What it finds is compared with what the types say.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 
 #include "Kiv/AttrOps.h"
+#include "KivTest/RecordWalkTestSupport.h"
 #include "KivTest/TestTypes.h"
 #include "KivTest/TestTypesRecord.h"
 
 namespace {
 
-template <class T>
-T at(void const* base, std::size_t offset) {
-   T v;
-   std::memcpy(&v, static_cast<char const*>(base) + offset, sizeof v);
-   return v;
-}
-
-/// One type record of 16 bytes.
-struct TypeBytes {
-   U32 kind;
-   std::string name;
-   U32 size;
-   U32 alignment;
-   U16 memberCount;
-   U16 firstMember;
-   U32 flags;
-};
-
-/// One member record of 20 bytes.
-struct MemberBytes {
-   U16 id;
-   U16 kind;
-   std::string name;
-   U16 owner;
-   U16 value;
-   bool zeroAtTheEnd;
-};
-
-/// The record's eight words, in order.
-class Walk {
-public:
-   explicit Walk(void const* record) : record_(record) {}
-
-   U32 typeCount() const { return at<U32>(record_, 56); }
-   char const* typeNames() const { return at<char const*>(record_, 24); }
-   char const* memberNames() const { return at<char const*>(record_, 32); }
-   TypeBytes type(U32 i) const {
-      auto const* const r = at<char const*>(record_, 0) + 16 * i;
-      U32 const word = at<U32>(r, 0);
-      U32 const layout = at<U32>(r, 4);
-      return {word & 0xfffff,  typeNames() + (word >> 20),
-              layout & 0xffff, layout >> 16 & 0xff,
-              at<U16>(r, 8),   at<U16>(r, 10),
-              at<U32>(r, 12)};
-   }
-   MemberBytes member(U32 i) const {
-      auto const* const r = at<char const*>(record_, 8) + 20 * i;
-      U64 const packed = at<U32>(r, 4) | U64{at<U16>(r, 8)} << 32;
-      static constexpr char zeros[6] = {};
-      return {at<U16>(r, 0),  at<U16>(r, 2),  memberNames() + (packed >> 28 & 0xffff),
-              at<U16>(r, 10), at<U16>(r, 12), std::memcmp(r + 14, zeros, 6) == 0};
-   }
-   U32 count(U32 type, U32 which) const {
-      return at<U32>(at<void const*>(record_, 40), (type * 4 + which) * 4);
-   }
-   void const* functions(U32 type) const {
-      return at<void const*>(at<void const*>(record_, 48), type * sizeof(void*));
-   }
-   /// The names of a NUL-separated table, up to the empty one that ends it.
-   static std::vector<std::string> names(char const* table) {
-      std::vector<std::string> all;
-      for (; *table != '\0'; table += all.back().size() + 1) {
-         all.emplace_back(table);
-      }
-      return all;
-   }
-
-private:
-   void const* record_;
-};
+using KivTest::MemberBytes;
+using KivTest::RecordWalk;
+using KivTest::TypeBytes;
 
 class ModuleRecord : public testing::Test {
 protected:
-   Walk const walk{&_TestTypes_7e57ab1e_kivModule};
+   RecordWalk const walk{&_TestTypes_7e57ab1e_kivModule};
 };
 
 TEST_F(ModuleRecord, HasItsTypesInTheOrderOfTheirNames) {
@@ -99,7 +33,7 @@ TEST_F(ModuleRecord, HasItsTypesInTheOrderOfTheirNames) {
 }
 
 TEST_F(ModuleRecord, NamesEveryTypeThatItDefinesOrRefersToInOrder) {
-   auto const names = Walk::names(walk.typeNames());
+   auto const names = RecordWalk::names(walk.typeNames());
    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
    for (char const* const name : {"Dorn::IntfId", "Kiv::Seconds", "Kiv::String", "KivTest::Root",
                                   "S8", "U64", "bool", "double", "float"}) {
@@ -109,7 +43,7 @@ TEST_F(ModuleRecord, NamesEveryTypeThatItDefinesOrRefersToInOrder) {
 
 TEST_F(ModuleRecord, TheTableOfMemberNamesBeginsWithAnEmptyName) {
    EXPECT_EQ(*walk.memberNames(), '\0');
-   auto const names = Walk::names(walk.memberNames() + 1);
+   auto const names = RecordWalk::names(walk.memberNames() + 1);
    EXPECT_EQ(std::count(names.begin(), names.end(), "mark"), 1) << "each name once";
    EXPECT_EQ(std::count(names.begin(), names.end(), "dial"), 1);
 }

@@ -40,14 +40,16 @@ TEST(Registry, TakesAModuleOnceHoweverOftenItIsHandedOver) {
    auto const before = modules();
    Kiv::kivModuleIs(_TestTypes_7e57ab1e_kivModule);
    EXPECT_EQ(modules(), before);
+   Kiv::kivModuleDel(_TestTypes_7e57ab1e_kivModule);
+   EXPECT_EQ(modules(), before) << "it was handed over twice and taken back once";
 }
 
 /// First, middle and last may go in any order; the others keep theirs.
 TEST(Registry, KeepsTheOrderOfTheOthersWhenModulesComeAndGo) {
    auto const before = modules();
-   Kiv::ModuleData dataA{"A", 1, 0, nullptr, nullptr, nullptr, false};
-   Kiv::ModuleData dataB{"B", 2, 0, nullptr, nullptr, nullptr, false};
-   Kiv::ModuleData dataC{"C", 3, 0, nullptr, nullptr, nullptr, false};
+   Kiv::ModuleData dataA{"A", 1, 0, nullptr, nullptr, nullptr, 0};
+   Kiv::ModuleData dataB{"B", 2, 0, nullptr, nullptr, nullptr, 0};
+   Kiv::ModuleData dataC{"C", 3, 0, nullptr, nullptr, nullptr, 0};
    Kiv::KivModule const a{nullptr, nullptr, &dataA, "", "", nullptr, nullptr, 0};
    Kiv::KivModule const b{nullptr, nullptr, &dataB, "", "", nullptr, nullptr, 0};
    Kiv::KivModule const c{nullptr, nullptr, &dataC, "", "", nullptr, nullptr, 0};
@@ -56,19 +58,19 @@ TEST(Registry, KeepsTheOrderOfTheOthersWhenModulesComeAndGo) {
       all.insert(all.end(), more.begin(), more.end());
       return all;
    };
-   {
-      Kiv::ModuleRegistration const first(a);
-      Kiv::kivModuleIs(b);
-      Kiv::ModuleRegistration const third(c);
-      EXPECT_EQ(modules(), with({"A", "B", "C"}));
-      Kiv::kivModuleDel(b);
-      EXPECT_EQ(modules(), with({"A", "C"}));
-      Kiv::kivModuleDel(b);
-      EXPECT_EQ(modules(), with({"A", "C"})) << "gone already";
-      Kiv::kivModuleIs(b);
-      EXPECT_EQ(modules(), with({"A", "C", "B"}));
-      EXPECT_EQ(Kiv::typeByName("KivTest::Root"), &KivTest::Root::kivTypeImpl);
-   }
+   Kiv::kivModuleIs(a);
+   Kiv::kivModuleIs(b);
+   Kiv::kivModuleIs(c);
+   EXPECT_EQ(modules(), with({"A", "B", "C"}));
+   Kiv::kivModuleDel(b);
+   EXPECT_EQ(modules(), with({"A", "C"}));
+   Kiv::kivModuleDel(b);
+   EXPECT_EQ(modules(), with({"A", "C"})) << "gone already";
+   Kiv::kivModuleIs(b);
+   EXPECT_EQ(modules(), with({"A", "C", "B"}));
+   EXPECT_EQ(Kiv::typeByName("KivTest::Root"), &KivTest::Root::kivTypeImpl);
+   Kiv::kivModuleDel(c);
+   Kiv::kivModuleDel(a);
    EXPECT_EQ(modules(), with({"B"}));
    Kiv::kivModuleDel(b);
    EXPECT_EQ(modules(), before);

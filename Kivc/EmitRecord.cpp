@@ -126,7 +126,7 @@ public:
          @dependencies@
 
          constinit Kiv::ModuleData data{
-               "@name@", 0x@hash@, @dependsOnCount@, @dependsOn@, @types@, nullptr, false};
+               "@name@", 0x@hash@, @dependsOnCount@, @dependsOn@, @types@, nullptr, 0};
 
          }  // namespace
 
@@ -135,7 +135,12 @@ public:
 
          namespace {
 
-         Kiv::ModuleRegistration const registration(@record@);
+         [[gnu::constructor]] void loaded() {
+            Kiv::kivModuleIs(@record@);
+         }
+         [[gnu::destructor]] void unloaded() {
+            Kiv::kivModuleUnloaded(@record@, &data);
+         }
 
          }  // namespace
          @enums@

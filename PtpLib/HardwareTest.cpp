@@ -2,10 +2,14 @@
 
 #include <limits>
 
+#include "Kiv/Text.h"
 #include "KivTest/Recorder.h"
 #include "PtpLib/PtpStatusStatedbTypes/HwConfig.h"
+#include "PtpLib/PtpStatusStatedbTypes/HwIntfConfig.h"
+#include "PtpLib/PtpStatusStatedbTypes/HwIntfStatus.h"
 #include "PtpLib/PtpStatusStatedbTypes/HwStatus.h"
 #include "PtpLib/PtpStatusStatedbTypes/HwTime.h"
+#include "PtpLib/PtpStatusStatedbTypes/ManagementIntfConfig.h"
 #include "PtpLib/PtpStatusStatedbTypes/SystemClockConfig.h"
 
 namespace Ptp {
@@ -17,6 +21,40 @@ using KivTest::Recorder;
 IntfId const ethernet1("Ethernet1");
 
 // ---- HwStatus ----
+
+TEST(HwStatus, AFreshOneReportsNoCapabilityAndDropsNegativeTimes) {
+   auto const status = hwStatusFactory("hw");
+   int capabilities = 0;
+   Kiv::forEachField(status->kivType(), [&](Kiv::FieldDescriptor const& field) {
+      std::string_view const name = field.name;
+      if (name.size() > 9 && name.substr(name.size() - 9) == "Supported") {
+         ++capabilities;
+         EXPECT_EQ(KivTest::attributeText(*status, field.fieldId), "false") << name;
+      }
+   });
+   EXPECT_EQ(capabilities, 15);
+   EXPECT_TRUE(status->dropNegativeTimePackets());
+   EXPECT_EQ(status->tcTimestampMask(), 0xFFFFFFFFFFFFFFFFu);
+   EXPECT_EQ(status->clockQuality().clockClass(), 248);
+   EXPECT_EQ(status->clockQuality().clockAccuracy(), 0xfe);
+   EXPECT_EQ(status->clockQuality(), ClockQuality(248, 0xfe, Dorn::NetU16(0xffff)));
+   EXPECT_EQ(status->intfStatusCount(), 0u);
+}
+
+TEST(HwStatus, EverySetterPublishesItsOwnIdOnceAndTheOldValue) {
+   auto const status = hwStatusFactory("hw");
+   Recorder published(*status);
+   for (int twice = 0; twice != 2; ++twice) {
+      status->ptpSupportedIs(true);
+      status->clockQualityIs(ClockQuality(6, 0x21, Dorn::NetU16(100)));
+      status->dropNegativeTimePacketsIs(false);
+      status->tcTimestampMaskIs(0xff);
+   }
+   EXPECT_EQ(published.changes(),
+             "ptpSupported was false; clockQuality was Ptp::ClockQuality(clockClass=248, "
+             "clockAccuracy=254, offsetScaledLogVariance=65535); dropNegativeTimePackets was "
+             "true; tcTimestampMask was 18446744073709551615");
+}
 
 TEST(HwStatus, InterfaceWithTheSameOptionsIsReturned) {
    auto const status = hwStatusFactory("hw");
@@ -51,6 +89,28 @@ TEST(HwIntfStatus, NotANumberAlwaysCountsAsAChange) {
    intf->egressTimestampExpiryIntervalIs(std::numeric_limits<double>::quiet_NaN());
    intf->egressTimestampExpiryIntervalIs(std::numeric_limits<double>::quiet_NaN());
    EXPECT_EQ(published.ids(), "265 265");
+}
+
+TEST(HwIntfStatus, OptionsAreFixedWhenItIsMade) {
+   auto const intf = hwIntfStatusFactory(ethernet1, LinuxTsOptions(true));
+   Recorder published(*intf);
+   EXPECT_EQ(KivTest::attributeTextIs(*intf, 267, "Ptp::LinuxTsOptions(enabled=false)"),
+             Kiv::statusRefused);
+   EXPECT_EQ(intf->linuxTsOptions(), LinuxTsOptions(true));
+   EXPECT_EQ(published.ids(), "");
+}
+
+TEST(HwIntfStatus, InterfacesOutliveTheirRootWithoutAParent) {
+   auto status = hwStatusFactory("hw");
+   auto config = hwConfigFactory("hw");
+   auto const ofStatus = status->intfStatusIs(ethernet1, LinuxTsOptions());
+   auto const ofConfig = config->intfConfigIs(ethernet1);
+   status.reset();
+   config.reset();
+   EXPECT_EQ(ofStatus->parent(), nullptr);
+   EXPECT_EQ(ofConfig->parent(), nullptr);
+   ofStatus->timestampDividerIs(3);
+   EXPECT_EQ(ofStatus->timestampDivider(), 3);
 }
 
 // ---- HwConfig ----
@@ -92,7 +152,73 @@ TEST(HwTime, BothReadingsChangeAsOneAndAreShownAlone) {
    EXPECT_EQ(time->systemTime(), 3u);
 }
 
+TEST(HwTime, TheStoredReadingGivenBackToItselfPublishesNothing) {
+   auto const time = hwTimeFactory("hw");
+   time->fpgaAndSystemTimeIs(FpgaAndSystemTime(1, 2));
+   Recorder published(*time);
+   time->fpgaAndSystemTimeIs(time->fpgaAndSystemTime());
+   EXPECT_EQ(published.ids(), "");
+}
+
+TEST(HwTime, ReadingsAloneCannotBeWritten) {
+   auto const time = hwTimeFactory("hw");
+   EXPECT_EQ(KivTest::attributeTextIs(*time, 259, "1"), Kiv::statusRefused);
+   EXPECT_EQ(KivTest::attributeTextIs(*time, 260, "1"), Kiv::statusRefused);
+   EXPECT_EQ(time->fpgaAndSystemTime(), FpgaAndSystemTime());
+}
+
+TEST(FpgaAndSystemTime, FieldsAreReadByIdAndCannotBeWritten) {
+   FpgaAndSystemTime reading(7, 8);
+   Kiv::TypeImpl const& type = FpgaAndSystemTime::kivTypeImpl;
+   U64 const other = 9;
+   for (Kiv::AttributeId const id : {Kiv::AttributeId(2), Kiv::AttributeId(3)}) {
+      U64 value = 0;
+      EXPECT_EQ(type.genericIfAttributeOp(&value, &reading, type.field(id), 0, nullptr, nullptr),
+                Kiv::statusOk);
+      EXPECT_EQ(value, 5u + id);
+      EXPECT_EQ(type.genericIfAttributeOp(nullptr, &reading, type.field(id), 1, nullptr, &other),
+                Kiv::statusRefused);
+   }
+   EXPECT_EQ(reading, FpgaAndSystemTime(7, 8));
+}
+
+TEST(FpgaAndSystemTime, IsReadFromTextByTheNamesOfItsFieldsInOrder) {
+   EXPECT_EQ(Kiv::fromText<FpgaAndSystemTime>("Ptp::FpgaAndSystemTime(fpgaTime=7, systemTime=8)"),
+             FpgaAndSystemTime(7, 8));
+   EXPECT_THROW(
+         Kiv::fromText<FpgaAndSystemTime>("Ptp::FpgaAndSystemTime(systemTime=8, fpgaTime=7)"),
+         Kiv::Exception);
+}
+
 // ---- SystemClockConfig ----
+
+TEST(SystemClockConfig, AFreshOneHasNoInterfacesAndAnEmptySource) {
+   auto const config = systemClockConfigFactory("ptp");
+   EXPECT_EQ(config->managementIntfConfigCount(), 0u);
+   EXPECT_EQ(config->systemClockSourceIntf(), IntfId(""));
+   Recorder published(*config);
+   config->systemClockSourceIntfIs(IntfId(""));
+   EXPECT_EQ(published.ids(), "");
+   config->systemClockSourceIntfIs(IntfId("Management1"));
+   EXPECT_EQ(published.changes(), "systemClockSourceIntf was \"\"");
+}
+
+TEST(SystemClockConfig, DeletesItsInterfacesOneByOneAndLetsGoOfThemWhenItDies) {
+   auto config = systemClockConfigFactory("ptp");
+   Recorder published(*config);
+   auto const first = config->managementIntfConfigIs(IntfId("Management1"), true);
+   config->managementIntfConfigIs(IntfId("Management2"), true);
+   config->managementIntfConfigDelAll();
+   EXPECT_EQ(published.ids(), "258 258 258 258");
+   EXPECT_EQ(first->parent(), nullptr);
+   EXPECT_EQ(config->managementIntfConfigDel(IntfId("Management1")), nullptr);
+   EXPECT_EQ(published.ids(), "");
+   auto other = systemClockConfigFactory("ptp");
+   auto const kept = other->managementIntfConfigIs(IntfId("Management1"), true);
+   EXPECT_EQ(kept->parent(), other.get());
+   other.reset();
+   EXPECT_EQ(kept->parent(), nullptr);
+}
 
 TEST(SystemClockConfig, ManagementInterfaceIsBroughtToTheGivenFlagAndNeverToMpass) {
    auto const config = systemClockConfigFactory("ptp");
@@ -115,6 +241,8 @@ TEST(SystemClockConfig, ManagementInterfaceIsBroughtToTheGivenFlagAndNeverToMpas
 TEST(ManagementIntfConfig, SocketIsTheSameForEveryInterfaceAndCannotBeWritten) {
    auto const intf = managementIntfConfigFactory(IntfId("Management1"), true);
    EXPECT_EQ(intf->udsAddress(), "/var/run/ptp4l@KestrelCove");
+   EXPECT_EQ(managementIntfConfigFactory(IntfId("ma2"), false)->udsAddress(), intf->udsAddress());
+   EXPECT_EQ(KivTest::attributeText(*intf, 388), "\"/var/run/ptp4l@KestrelCove\"");
    EXPECT_EQ(KivTest::attributeTextIs(*intf, 388, "\"/tmp/other\""), Kiv::statusRefused);
    EXPECT_EQ(intf->udsAddress(), "/var/run/ptp4l@KestrelCove");
    EXPECT_EQ(KivTest::attributeTextIs(*intf, 386, "true"), Kiv::statusOk);
@@ -136,6 +264,36 @@ TEST(ManagementIntfConfig, InheritsAttributesRangesAndTheirMessages) {
                    "Ptp::Constants::maxDscp not allowed");
    }
    EXPECT_EQ(KivTest::attributeText(*intf, 263), "-7");
+}
+
+TEST(ManagementIntfConfig, OwnFlagsPublishTheirIdsAndOldValues) {
+   auto const intf = managementIntfConfigFactory(IntfId("Management1"), true);
+   Recorder published(*intf);
+   for (int twice = 0; twice != 2; ++twice) {
+      intf->freeRunningIs(true);
+      intf->slaveOnlyIs(true);
+   }
+   EXPECT_EQ(published.changes(), "freeRunning was false; slaveOnly was false");
+   intf->freeRunningIs(false);
+   intf->slaveOnlyIs(false);
+   EXPECT_EQ(published.ids(), "386 387");
+}
+
+TEST(ManagementIntfConfig, AnswersEveryIdOfItsBaseAndNoneBetween) {
+   auto const intf = managementIntfConfigFactory(IntfId("Management1"), true);
+   auto const base = intfConfigFactory(IntfId("Management1"), true, false);
+   Kiv::forEachField(base->kivType(), [&](Kiv::FieldDescriptor const& field) {
+      EXPECT_EQ(intf->kivType().field(field.fieldId), &field) << field.name;
+      if (field.kind == Kiv::MemberKind::single) {
+         EXPECT_EQ(KivTest::attributeText(*intf, field.fieldId),
+                   KivTest::attributeText(*base, field.fieldId))
+               << field.name;
+      }
+   });
+   for (Kiv::AttributeId id = 301; id != 386; ++id) {
+      EXPECT_EQ(intf->kivType().field(id), nullptr) << id;
+   }
+   EXPECT_EQ(intf->kivType().field(389), nullptr);
 }
 
 }  // namespace

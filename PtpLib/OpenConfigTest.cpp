@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Kiv/Text.h"
 #include "KivTest/Recorder.h"
 #include "PtpLib/PtpOpenConfig.h"
 
@@ -22,6 +23,29 @@ TEST(OpenConfigDefaultDS, StateIsMadeOnceAndStartsEmpty) {
    EXPECT_EQ(published.ids(), "258");
    EXPECT_EQ(container->stateDel(), nullptr);
    EXPECT_EQ(published.ids(), "");
+}
+
+/// The accessors of `state` of one container.
+template <class Container>
+void checkState(Sarn::Ptr<Container> const& container) {
+   Recorder published(*container);
+   EXPECT_EQ(container->state(), nullptr);
+   EXPECT_EQ(container->stateDel(), nullptr);
+   EXPECT_EQ(published.ids(), "");
+   auto const state = container->stateIs();
+   EXPECT_EQ(container->stateIs(), state);
+   EXPECT_EQ(state->parent(), container.get());
+   EXPECT_EQ(container->stateDel(), state);
+   EXPECT_EQ(state->parent(), nullptr);
+   EXPECT_EQ(published.changes(),
+             std::string("state was nothing; state was ") + state->kivType().name);
+}
+
+TEST(OpenConfigContainers, EachMakesItsStateOnceAndDeletingNonePublishesNothing) {
+   checkState(defaultDSFactory());
+   checkState(currentDSFactory());
+   checkState(timePropertiesDSFactory());
+   checkState(transparentClockDefaultDSFactory("tc"));
 }
 
 TEST(OpenConfigDefaultDS, EqualClockQualityPublishesNothing) {
@@ -71,6 +95,72 @@ TEST(OpenConfigTransparentClockDefaultDS, IsARootOfItsOwn) {
    auto const state = root->stateIs();
    state->primaryDomainIs(3);
    EXPECT_EQ(root->state()->primaryDomain(), 3);
+}
+
+TEST(OpenConfigInstanceType, ThreeIsTransparentP2PAndTheTextBoundaryIsOne) {
+   EXPECT_EQ(Kiv::strRep(static_cast<InstanceType>(3)), "transparentP2P");
+   EXPECT_EQ(stringValue(InstanceType::transparentP2P), std::string_view("transparentP2P"));
+   EXPECT_EQ(static_cast<int>(Kiv::fromText<InstanceType>("boundary")), 1);
+}
+
+TEST(OpenConfigClockQualityState, ValuesThatDifferInTheVarianceOnlyAreUnequal) {
+   EXPECT_FALSE(ClockQualityState(6, 7, 8).isEq(ClockQualityState(6, 7, 9)));
+   EXPECT_FALSE(ClockQualityState(6, 7, 8).isEq(ClockQualityState(6, 9, 8)));
+   EXPECT_FALSE(ClockQualityState(6, 7, 8).isEq(ClockQualityState(9, 7, 8)));
+   EXPECT_TRUE(ClockQualityState(6, 7, 8).isEq(ClockQualityState(6, 7, 8)));
+   EXPECT_FALSE(ClockQuality(ClockQualityState(6, 7, 8)) ==
+                ClockQuality(ClockQualityState(6, 7, 9)));
+}
+
+TEST(OpenConfigDefaultDSState, AFreshOneIsZeroThroughoutPrioritiesIncluded) {
+   auto const state = DefaultDSState::DefaultDSStateIs();
+   EXPECT_EQ(state->instanceType(), InstanceType::ordinary);
+   EXPECT_EQ(state->clockIdentity(), "");
+   EXPECT_EQ(state->priority1(), 0);
+   EXPECT_EQ(state->priority2(), 0);
+   EXPECT_EQ(static_cast<int>(state->domainProfile()), 0);
+   Recorder published(*state);
+   state->clockIdentityIs("");
+   EXPECT_EQ(published.ids(), "");
+}
+
+TEST(OpenConfigTypes, EachHasAFactoryAndAStaticCreator) {
+   EXPECT_EQ(defaultDSFactory()->kivType().index, DefaultDS::DefaultDSIs()->kivType().index);
+   EXPECT_EQ(&currentDSFactory()->kivType(), &CurrentDS::CurrentDSIs()->kivType());
+   EXPECT_EQ(&timePropertiesDSFactory()->kivType(),
+             &TimePropertiesDS::TimePropertiesDSIs()->kivType());
+   EXPECT_EQ(&defaultDSStateFactory()->kivType(), &DefaultDSState::kivTypeImpl);
+   EXPECT_EQ(&currentDSStateFactory()->kivType(), &CurrentDSState::CurrentDSStateIs()->kivType());
+   EXPECT_EQ(&timePropertiesDSStateFactory()->kivType(),
+             &TimePropertiesDSState::TimePropertiesDSStateIs()->kivType());
+   EXPECT_EQ(&transparentClockDefaultDSStateFactory()->kivType(),
+             &TransparentClockDefaultDSState::TransparentClockDefaultDSStateIs()->kivType());
+   EXPECT_EQ(TransparentClockDefaultDS::TransparentClockDefaultDSIs("tc")->nameString(), "tc");
+}
+
+/// Whoever is told of a child finds it in its place with its parent, or gone without one.
+TEST(OpenConfigInstance, AnObserverFindsTheTreeConsistent) {
+   struct Witness final : Kiv::Observer {
+      void onChange(Kiv::Change const& change) override {
+         auto& instance = static_cast<Instance&>(Kiv::entityOf(change));
+         auto const now = instance.defaultDs();
+         if (now != nullptr) {
+            EXPECT_EQ(now->parent(), &instance);
+            child = now;
+         } else {
+            EXPECT_EQ(child->parent(), nullptr);
+         }
+         ++told;
+      }
+      Sarn::Ptr<DefaultDS> child;
+      int told = 0;
+   } witness;
+   auto const instance = instanceFactory("ptp");
+   instance->observerAdd(witness);
+   instance->defaultDsIs();
+   instance->defaultDsDel();
+   EXPECT_EQ(witness.told, 2);
+   instance->observerDel(witness);
 }
 
 TEST(OpenConfigClockQuality, TravelsInFourBytesInNetworkByteOrder) {

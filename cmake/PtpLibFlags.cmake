@@ -32,6 +32,11 @@ endif()
 # inline functions stay out of the symbol table: faster code, and less to relocate at load.
 add_compile_options(-fno-semantic-interposition -fvisibility-inlines-hidden -fno-plt)
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+   # A symbol that g++ makes unique in the process keeps its library loaded after dlclose().
+   add_compile_options(-fno-gnu-unique)
+endif()
+
 # The generated code and the programs include from the root of the tree: "Kiv/Entity.h".
 include_directories("${CMAKE_CURRENT_SOURCE_DIR}")
 

@@ -34,6 +34,9 @@ function(ptplib_library name)
    if(NOT PTPLIB_SANITIZE)
       target_link_options(${name} PRIVATE LINKER:-z,defs)
    endif()
+   # What the library says of its own functions it need not look up when it is loaded. Data stays
+   # as it is: a program may have a copy of it.
+   target_link_options(${name} PRIVATE LINKER:-Bsymbolic-functions)
    if(kivs)
       # Who links a library of modules wants its types by name, even if he calls no function of it.
       target_link_options(${name} INTERFACE LINKER:--no-as-needed)
@@ -54,4 +57,14 @@ function(ptplib_link target scope)
          target_link_libraries(${target} ${scope} ${library})
       endif()
    endforeach()
+endfunction()
+
+# ptplib_opens_libraries(target): the program is not linked with the libraries of modules but opens
+# them when it runs, from PTPLIB_LIB_DIR.
+function(ptplib_opens_libraries target)
+   if(TARGET ${target} AND TARGET PtpLib)
+      target_compile_definitions(${target} PRIVATE
+         PTPLIB_LIB_DIR="${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
+      add_dependencies(${target} PtpLib)
+   endif()
 endfunction()

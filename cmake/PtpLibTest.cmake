@@ -1,7 +1,8 @@
-# ptplib_test(DIR dir LINK library...)
-# One test program of all *Test.cpp in the directory: <directory name>_test.
+# ptplib_test(DIR dir LINK library... [SOURCES source...])
+# One test program of all *Test.cpp in the directory: <directory name>_test. SOURCES: what else it is
+# made of.
 function(ptplib_test)
-   cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
+   cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK;SOURCES")
    if(NOT PTPLIB_TESTS)
       return()
    endif()
@@ -12,7 +13,7 @@ function(ptplib_test)
    find_package(GTest REQUIRED)
    cmake_path(GET arg_DIR FILENAME base)
    set(name ${base}_test)
-   add_executable(${name} ${sources})
+   add_executable(${name} ${sources} ${arg_SOURCES})
    ptplib_link(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main)
    ptplib_test_environment(${name})
    add_test(NAME ${name} COMMAND ${name})

@@ -14,6 +14,9 @@ if ! command -v clang-tidy >/dev/null; then
    exit 1
 fi
 
+# The compile commands, without what only g++ understands.
+sed 's/ -fno-gnu-unique//g' "$build/compile_commands.json" >"$clean/compile_commands.json" || exit 1
+
 # "SOURCE DEPENDENCY..." a line, as the compiler told the build; without what lies outside the tree.
 ninja -C "$build" -t deps | awk -v root="$PWD/" '
    /^[^ ].*: #deps/ { if (line) print line; line = ""; next }
@@ -31,7 +34,7 @@ check() {
    mkdir -p "$(dirname "$stamp")"
    touch "$stamp.started"
    local output
-   if output=$(clang-tidy -p "$build" --quiet --extra-arg=-Wno-unknown-warning-option \
+   if output=$(clang-tidy -p "$clean" --quiet --extra-arg=-Wno-unknown-warning-option \
       "$file" 2>/dev/null); then
       mv "$stamp.started" "$stamp"
       return 0

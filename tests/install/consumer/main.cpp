@@ -3,7 +3,10 @@
 #include <iostream>
 
 #include "Garden/Bed.h"
+#include "Garden/GatePort.h"
 #include "Garden/Plot.h"
+#include "Kiv/Module.h"
+#include "Kiv/NboAttrLogSession.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 #include "PtpLib/PtpStatusStatedbTypes/IntfConfig.h"
 
@@ -15,6 +18,59 @@ public:
       std::cout << "attribute " << change.attributeId << " changed\n";
    }
 };
+
+/// Says what has changed in a mirror, by the type that it sees there.
+class MirrorPrinter : public Kiv::Observer {
+public:
+   void onChange(Kiv::Change const& change) override {
+      Kiv::TypeImpl const& type = Kiv::entityOf(change).kivType();
+      std::cout << "mirror: " << type.name << '.' << type.field(change.attributeId)->name << ' '
+                << change.attributeId << '\n';
+   }
+};
+
+using Kiv::NboAttrLog::Hub;
+using Kiv::NboAttrLog::Session;
+
+void carry(Session& from, Session& to) {
+   while (from.output().size != 0) {
+      auto const piece = from.output();
+      to.received(piece.begin, piece.size);
+      from.sent(piece.size);
+   }
+}
+
+/// A type of one's own that is derived from one of the library's: mirrored, and driven by its ids.
+void derive(Garden::Plot& plot) {
+   auto const mirror = Garden::plotFactory("front");
+   Hub sourceHub;
+   Hub mirrorHub;
+   sourceHub.rootIs(Sarn::Ptr<Kiv::NamedEntity>(&plot));
+   Session source(sourceHub);
+   Session sink(mirrorHub);
+   sink.mountIs(mirror);
+   for (int round = 0; round != 3; ++round) {
+      carry(sink, source);
+      carry(source, sink);
+   }
+   MirrorPrinter printer;
+   mirror->observerAdd(printer, Kiv::Scope::subtree);
+   Dorn::IntfId const intf("Ethernet1");
+   Sarn::Ptr<Ptp::IntfConfig> const base = plot.portIs(intf, true);
+   base->logSyncIntervalIs(-3);
+   plot.port(intf)->openIs(true);
+   carry(source, sink);
+   mirror->observerDel(printer, Kiv::Scope::subtree);
+
+   auto const port = mirror->port(intf);
+   Kiv::TypeImpl const& type = port->kivType();
+   S16 interval = 0;
+   bool open = false;
+   type.genericIfAttributeOp(&interval, port.get(), type.field(263), 0, nullptr, nullptr);
+   type.genericIfAttributeOp(&open, port.get(), type.field(386), 0, nullptr, nullptr);
+   std::cout << "a " << type.name << ", which is a " << type.base->name << ": " << interval << ' '
+             << open << ' ' << (Kiv::typeByName("Garden::GatePort") == &type) << '\n';
+}
 
 }  // namespace
 
@@ -36,5 +92,6 @@ int main() {
    } catch (Kiv::RangeException const& e) {
       std::cout << "refused: " << e.what() << '\n';
    }
+   derive(*plot);
    return 0;
 }

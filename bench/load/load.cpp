@@ -1,0 +1,190 @@
+// What it costs to load the libraries: time, relocations, initialisers, and the size of text and
+// data. Opens them itself, each in a process that has not seen it before.
+#include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// In the order in which they need each other. The first is the baseline: a library of the system
+/// that has nothing in it any more.
+std::vector<std::string> const libraries = {"libutil.so.1", PTPLIB_LIB_DIR "/libKiv.so",
+                                            PTPLIB_LIB_DIR "/libPtpPlatform.so",
+                                            PTPLIB_LIB_DIR "/libPtpLib.so"};
+
+// ---- Time ----
+
+/// Opens one library after the other and writes how long each took, in seconds.
+[[noreturn]] void openAll(int out) {
+   std::vector<double> times;
+   for (std::string const& file : libraries) {
+      auto const begin = std::chrono::steady_clock::now();
+      if (dlopen(file.c_str(), RTLD_NOW) == nullptr) {
+         std::fprintf(stderr, "%s\n", dlerror());
+         _exit(1);
+      }
+      times.push_back(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+   }
+   auto const size = times.size() * sizeof times[0];
+   _exit(write(out, times.data(), size) == static_cast<ssize_t>(size) ? 0 : 1);
+}
+
+/// The times of one process that has none of the libraries.
+std::vector<double> loadTimes() {
+   int ends[2];
+   if (pipe(ends) != 0) {
+      throw std::runtime_error("no pipe");
+   }
+   pid_t const child = fork();
+   if (child == 0) {
+      openAll(ends[1]);
+   }
+   close(ends[1]);
+   std::vector<double> times(libraries.size());
+   auto const size = static_cast<ssize_t>(times.size() * sizeof times[0]);
+   ssize_t const got = read(ends[0], times.data(), static_cast<std::size_t>(size));
+   close(ends[0]);
+   int status = 0;
+   if (child < 0 || waitpid(child, &status, 0) != child || status != 0 || got != size) {
+      throw std::runtime_error("the libraries cannot be opened");
+   }
+   return times;
+}
+
+/// By library, over many processes.
+std::vector<double> medianTimes() {
+   constexpr std::size_t rounds = 101;
+   std::vector<std::vector<double>> all(libraries.size());
+   for (std::size_t round = 0; round != rounds; ++round) {
+      std::vector<double> const times = loadTimes();
+      for (std::size_t i = 0; i != times.size(); ++i) {
+         all[i].push_back(times[i]);
+      }
+   }
+   std::vector<double> medians;
+   for (std::vector<double>& times : all) {
+      std::nth_element(times.begin(), times.begin() + rounds / 2, times.end());
+      medians.push_back(times[rounds / 2]);
+   }
+   return medians;
+}
+
+// ---- What is in the file ----
+
+struct Content {
+   std::size_t relative = 0;
+   /// Relocations that look a name up.
+   std::size_t byName = 0;
+   std::size_t initialisers = 0;
+   /// What is mapped and never written, and what is a process's own.
+   std::size_t text = 0;
+   std::size_t data = 0;
+};
+
+/// Where the loader has found the library.
+std::string pathOf(std::string const& library) {
+   void* const handle = dlopen(library.c_str(), RTLD_NOW);
+   link_map* map = nullptr;
+   if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0) {
+      throw std::runtime_error(library + " cannot be opened");
+   }
+   return map->l_name;
+}
+
+class ElfFile {
+public:
+   explicit ElfFile(std::string const& path) {
+      std::ifstream file(path, std::ios::binary);
+      bytes_.assign(std::istreambuf_iterator<char>(file), {});
+      if (bytes_.size() < sizeof(Elf64_Ehdr) || std::memcmp(bytes_.data(), ELFMAG, SELFMAG) != 0) {
+         throw std::runtime_error(path + ": no ELF file");
+      }
+   }
+
+   Content content() const {
+      Content all;
+      auto const header = at<Elf64_Ehdr>(0);
+      for (std::size_t i = 0; i != header.e_shnum; ++i) {
+         add(all, at<Elf64_Shdr>(header.e_shoff + i * header.e_shentsize));
+      }
+      return all;
+   }
+
+private:
+   template <class T>
+   T at(std::size_t offset) const {
+      T v;
+      if (offset > bytes_.size() || bytes_.size() - offset < sizeof v) {
+         throw std::runtime_error("an ELF file that ends too soon");
+      }
+      std::memcpy(&v, bytes_.data() + offset, sizeof v);
+      return v;
+   }
+
+   void add(Content& all, Elf64_Shdr const& section) const {
+      if ((section.sh_flags & SHF_ALLOC) == 0) {
+         return;
+      }
+      ((section.sh_flags & SHF_WRITE) == 0 ? all.text : all.data) += section.sh_size;
+      if (section.sh_type == SHT_INIT_ARRAY) {
+         all.initialisers += section.sh_size / sizeof(Elf64_Addr);
+      } else if (section.sh_type == SHT_RELA) {
+         for (std::size_t at = 0; at != section.sh_size; at += sizeof(Elf64_Rela)) {
+            auto const entry = this->at<Elf64_Rela>(section.sh_offset + at);
+            bool const isRelative = ELF64_R_TYPE(entry.r_info) == R_X86_64_RELATIVE;
+            ++(isRelative ? all.relative : all.byName);
+         }
+      }
+   }
+
+   std::vector<char> bytes_;
+};
+
+}  // namespace
+
+int main() {
+   try {
+      std::vector<double> const times = medianTimes();
+      std::printf("   %-20s %10s %12s %8s %13s %10s %10s\n", "", "load", "relocations", "by name",
+                  "initialisers", "text", "data");
+      Content sum;
+      double time = 0;
+      auto const print = [](char const* name, double seconds, Content const& content) {
+         std::printf("   %-20s %7.0f us %12zu %8zu %13zu %10zu %10zu\n", name, seconds * 1e6,
+                     content.relative + content.byName, content.byName, content.initialisers,
+                     content.text, content.data);
+      };
+      for (std::size_t i = 0; i != libraries.size(); ++i) {
+         Content const content = ElfFile(pathOf(libraries[i])).content();
+         if (i == 0) {
+            print("an empty library", times[i], content);
+            continue;
+         }
+         print(libraries[i].substr(libraries[i].rfind('/') + 1).c_str(), times[i], content);
+         time += times[i];
+         sum.relative += content.relative;
+         sum.byName += content.byName;
+         sum.initialisers += content.initialisers;
+         sum.text += content.text;
+         sum.data += content.data;
+      }
+      print("all three", time, sum);
+   } catch (std::exception const& error) {
+      std::fprintf(stderr, "bench_load: %s\n", error.what());
+      return 1;
+   }
+   return 0;
+}
