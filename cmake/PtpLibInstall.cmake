@@ -33,6 +33,8 @@ function(ptplib_install)
    if(ptpstate IN_LIST programs)
       install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpstate/ptpstate.bash"
          DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ptpstate)
+      install(FILES "${PROJECT_SOURCE_DIR}/docs/ptpstate.1"
+         DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
    endif()
    install(EXPORT PtpLibTargets NAMESPACE PtpLib:: DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
 

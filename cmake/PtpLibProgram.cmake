@@ -27,6 +27,18 @@ function(ptplib_program name)
    endif()
 endfunction()
 
+# ptplib_manual(name page)
+# Puts a page of docs/ into a program, as `char const* const Ptpstate::manualText`.
+function(ptplib_manual name page)
+   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${page}")
+   file(READ "${page}" text)
+   set(source "${CMAKE_BINARY_DIR}/generated/tools/${name}/ManualText.cpp")
+   set(content "// Made of ${page}.\n#include \"tools/${name}/Manual.h\"\n\n\
+namespace Ptpstate {\nchar const* const manualText = R\"manual(${text})manual\";\n}\n")
+   file(CONFIGURE OUTPUT "${source}" CONTENT "@content@" @ONLY)
+   target_sources(${name}_objects PRIVATE "${source}")
+endfunction()
+
 # ptplib_examples(DIR dir LINK library...): one program a source file, run as a test.
 function(ptplib_examples)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")

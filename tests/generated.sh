@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # generated.sh BUILD [--update]: compares what kivc writes of our own modules with what is checked
 # in: the pages of docs/reference, and the lists of ids in tests/golden, so that a changed id is
-# seen in a review. With --update, writes them anew.
+# seen in a review; and the man page with what ptpstate makes of docs/ptpstate.md. With --update,
+# writes them anew.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 kivc=$1/bin/kivc
@@ -25,6 +26,7 @@ for kiv in PtpLib/*.kiv PtpPlatform/*.kiv Dorn/*.kiv Bridging/*.kiv Brim/*.kiv A
                 END { print list }' "$kiv")
    printf '| [%s](%s.md) | %s |\n' "$module" "$module" "$types" >>"$index"
 done
+"$1/bin/ptpstate" manual >"$scratch/docs/ptpstate.1" || exit 1
 
 status=0
 while IFS= read -r file; do
@@ -35,7 +37,7 @@ while IFS= read -r file; do
          echo "$file: written"
       }
    elif ! diff -u "$file" "$scratch/$file"; then
-      echo "$file: not what kivc writes; ./dev docs brings it up to date"
+      echo "$file: not what is generated; ./dev docs brings it up to date"
       status=1
    fi
 done < <(cd "$scratch" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)

@@ -34,7 +34,7 @@ Exit complete(CLI::App const& app, CompleteOptions const& options) {
 
 void addComplete(CLI::App& app, Run& run) {
    auto const options = std::make_shared<CompleteOptions>();
-   CLI::App& command = *app.add_subcommand("complete", "What a shell can offer");
+   CLI::App& command = *app.add_subcommand("complete");
    command.group("");
    command.add_option("line", options->line)->required();
    command.add_option("point", options->point)->required();

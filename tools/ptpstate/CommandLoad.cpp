@@ -191,38 +191,20 @@ Exit diff(DiffOptions const& options) {
 
 void addLoad(CLI::App& app, Run& run) {
    auto const options = std::make_shared<LoadOptions>();
-   CLI::App& command =
-         *app.add_subcommand("load", "Bring a state to what a JSON dump says, all or nothing");
+   CLI::App& command = *app.add_subcommand("load");
    addClientOptions(command, *options);
-   command.add_option("file", options->file, "The dump; - for standard input")
-         ->type_name("FILE")
-         ->required();
-   command.add_flag("--dry-run", options->dryRun, "Only print the changes that it would make");
-   command.footer(
-         "Example:\n"
-         "  ptpstate dump --socket /tmp/ptp --json >before.json\n"
-         "  ptpstate load --socket /tmp/ptp before.json");
+   command.add_option("file", options->file)->type_name("FILE")->required();
+   command.add_flag("--dry-run", options->dryRun);
    command.callback([options, &run] { run = [options] { return load(*options); }; });
 }
 
 void addDiff(CLI::App& app, Run& run) {
    auto const options = std::make_shared<DiffOptions>();
-   CLI::App& command =
-         *app.add_subcommand("diff", "Compare two JSON dumps, or one with a live state");
+   CLI::App& command = *app.add_subcommand("diff");
    addClientOptions(command, *options, false);
-   command.add_option("first", options->first, "The dump to begin with; - for standard input")
-         ->type_name("FILE")
-         ->required();
-   command
-         .add_option("second", options->second,
-                     "What it is compared with; a server's state if left out")
-         ->type_name("FILE");
-   command.add_flag("--json", options->json, "An object a line");
-   command.footer(
-         "Exit status: 0 alike, 1 different, 2 trouble.\n\n"
-         "Example:\n"
-         "  ptpstate diff before.json after.json\n"
-         "  ptpstate diff --socket /tmp/ptp before.json");
+   command.add_option("first", options->first)->type_name("FILE")->required();
+   command.add_option("second", options->second)->type_name("FILE");
+   command.add_flag("--json", options->json);
    command.callback([options, &run] { run = [options] { return diff(*options); }; });
 }
 

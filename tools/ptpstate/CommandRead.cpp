@@ -84,17 +84,11 @@ Exit get(ReadOptions const& options) {
 
 void addDump(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
-   CLI::App& command = *app.add_subcommand(
-         "dump", "Print every entity and attribute, in an order that makes dumps comparable");
+   CLI::App& command = *app.add_subcommand("dump");
    addClientOptions(command, *options);
-   command.add_option("path", options->path, "Only what is there and below it")->type_name("PATH");
-   auto* const summary = command.add_flag("--summary", options->summary, "Only count, by type");
-   command.add_flag("--json", options->json, "As JSON, which 'load' and 'diff' read")
-         ->excludes(summary);
-   command.footer(
-         "Example:\n"
-         "  ptpstate dump --socket /tmp/ptp\n"
-         "  ptpstate dump --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]");
+   command.add_option("path", options->path)->type_name("PATH");
+   auto* const summary = command.add_flag("--summary", options->summary);
+   command.add_flag("--json", options->json)->excludes(summary);
    command.callback([options, &run] {
       run = [options] { return options->path.empty() ? dumpAll(*options) : dumpPath(*options); };
    });
@@ -102,15 +96,10 @@ void addDump(CLI::App& app, Run& run) {
 
 void addGet(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
-   CLI::App& command = *app.add_subcommand(
-         "get", "Print a value; of an entity or a collection, everything below it");
+   CLI::App& command = *app.add_subcommand("get");
    addClientOptions(command, *options);
-   command.add_option("path", options->path, "What to print")->type_name("PATH")->required();
-   command.add_flag("--json", options->json, "As JSON");
-   command.footer(
-         "Example:\n"
-         "  ptpstate get --socket /tmp/ptp ptp/config.priority1\n"
-         "  ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass");
+   command.add_option("path", options->path)->type_name("PATH")->required();
+   command.add_flag("--json", options->json);
    command.callback([options, &run] { run = [options] { return get(*options); }; });
 }
 

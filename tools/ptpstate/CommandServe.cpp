@@ -114,42 +114,18 @@ Exit serve(ServeOptions const& options) {
 void addServe(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ServeOptions>();
    options->roots = {"Ptp::Config=ptp/config"};
-   CLI::App& command = *app.add_subcommand(
-         "serve", "Hold a state for others to watch and to change, until interrupted");
+   CLI::App& command = *app.add_subcommand("serve");
    addSocketOption(command, options->socket);
-   command
-         .add_option("--root", options->roots,
-                     "A root to hold, by type and name (Ptp::Config=ptp/config); repeatable")
-         ->type_name("TYPE=NAME")
-         ->allow_extra_args(false);
-   command
-         .add_option("--ptp4l-conf", options->ptp4lConf,
-                     "Load a ptp4l(8) configuration file into the configuration root")
-         ->type_name("FILE");
-   command.add_option("--dump", options->dump, "At the end, write a dump; - for standard output")
-         ->type_name("FILE");
-   command
-         .add_option("--mode", options->mode,
-                     "Permissions of the socket, in octal (what the umask leaves)")
-         ->type_name("MODE");
-   command
-         .add_option("--owner", options->owner,
-                     "Give the socket to a user, a group, or both: USER, :GROUP, USER:GROUP")
-         ->type_name("OWNER");
-   command
-         .add_option("--writers", options->writers,
-                     "Who may change something: users, or groups with a colon before them; all "
-                     "others only read. Without it everybody who may connect writes")
-         ->type_name("USER|:GROUP,...")
+   command.add_option("--root", options->roots)->type_name("TYPE=NAME")->allow_extra_args(false);
+   command.add_option("--ptp4l-conf", options->ptp4lConf)->type_name("FILE");
+   command.add_option("--dump", options->dump)->type_name("FILE");
+   command.add_option("--mode", options->mode)->type_name("MODE");
+   command.add_option("--owner", options->owner)->type_name("OWNER");
+   command.add_option("--writers", options->writers)
+         ->type_name("WHO,...")
          ->delimiter(',')
          ->allow_extra_args(false);
-   command.add_flag("--quiet", options->quiet, "Say nothing of connections");
-   command.footer(
-         "Example:\n"
-         "  ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf\n"
-         "  ptpstate serve --socket /tmp/ptp --root Ptp::Config=ptp/config "
-         "--root Ptp::Status=ptp/status\n"
-         "  ptpstate serve --socket /run/ptp --mode 0666 --writers root,:ptp");
+   command.add_flag("--quiet", options->quiet);
    command.callback([options, &run] { run = [options] { return serve(*options); }; });
 }
 

@@ -136,14 +136,9 @@ Exit status(StatusOptions const& options) {
 
 void addStatus(CLI::App& app, Run& run) {
    auto const options = std::make_shared<StatusOptions>();
-   CLI::App& command = *app.add_subcommand(
-         "status", "Tell of a server's connections: who they are, and how far behind");
+   CLI::App& command = *app.add_subcommand("status");
    addClientOptions(command, *options);
-   command.add_flag("--json", options->json, "As JSON, times in nanoseconds");
-   command.footer(
-         "Example:\n"
-         "  ptpstate status --socket /tmp/ptp\n"
-         "  ptpstate status --socket /tmp/ptp --json");
+   command.add_flag("--json", options->json);
    command.callback([options, &run] { run = [options] { return status(*options); }; });
 }
 

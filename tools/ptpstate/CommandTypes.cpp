@@ -161,16 +161,9 @@ Exit types(TypesOptions const& options) {
 
 void addTypes(CLI::App& app, Run& run) {
    auto const options = std::make_shared<TypesOptions>();
-   CLI::App& command =
-         *app.add_subcommand("types", "List modules, types and their members; asks no server");
-   command.add_option("name", options->name, "A type or a module, told with all its members")
-         ->type_name("NAME");
-   command.add_flag("--json", options->json, "As JSON, always with all members");
-   command.footer(
-         "Example:\n"
-         "  ptpstate types\n"
-         "  ptpstate types Ptp::IntfConfig\n"
-         "  ptpstate types --json PtpMib");
+   CLI::App& command = *app.add_subcommand("types");
+   command.add_option("name", options->name)->type_name("NAME");
+   command.add_flag("--json", options->json);
    command.callback([options, &run] { run = [options] { return types(*options); }; });
 }
 

@@ -330,27 +330,16 @@ Exit Watch::run() {
 
 void addWatch(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WatchOptions>();
-   CLI::App& command =
-         *app.add_subcommand("watch", "Print every change as it comes, until interrupted");
+   CLI::App& command = *app.add_subcommand("watch");
    addClientOptions(command, *options);
-   command.add_option("path", options->path, "Only changes there and below it")->type_name("PATH");
-   command.add_option("--count", options->count, "End after so many changes")
-         ->type_name("N")
-         ->check(CLI::PositiveNumber);
-   command.add_option("--for", options->seconds, "End after so many seconds")
+   command.add_option("path", options->path)->type_name("PATH");
+   command.add_option("--count", options->count)->type_name("N")->check(CLI::PositiveNumber);
+   command.add_option("--for", options->seconds)
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e9));
-   command
-         .add_option("--dump", options->dump,
-                     "At the end, write a dump of the mirror; - for standard output")
-         ->type_name("FILE");
-   command.add_flag("--json", options->json, "An object a line");
-   command.add_flag("--no-reconnect", options->noReconnect,
-                    "End when the connection is lost, instead of trying again");
-   command.footer(
-         "Example:\n"
-         "  ptpstate watch --socket /tmp/ptp\n"
-         "  ptpstate watch --socket /tmp/ptp ptp/config.intfConfig --for 60");
+   command.add_option("--dump", options->dump)->type_name("FILE");
+   command.add_flag("--json", options->json);
+   command.add_flag("--no-reconnect", options->noReconnect);
    command.callback([options, &run] { run = [options] { return Watch(*options).run(); }; });
 }
 

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "tools/ptpstate/Dump.h"
+#include "tools/ptpstate/Manual.h"
 
 namespace Ptpstate {
 namespace {
@@ -25,7 +26,7 @@ std::string plainArgument(std::string const& argument) {
 }
 
 void addSocketOption(CLI::App& command, std::string& socket, bool required) {
-   command.add_option("--socket", socket, "Path of the server's socket")
+   command.add_option("--socket", socket)
          ->type_name("PATH")
          ->envname("PTPSTATE_SOCKET")
          ->required(required);
@@ -33,21 +34,13 @@ void addSocketOption(CLI::App& command, std::string& socket, bool required) {
 
 void addClientOptions(CLI::App& command, ClientOptions& options, bool required) {
    addSocketOption(command, options.socket, required);
-   command
-         .add_option("--timeout", options.timeout,
-                     "Give up when the server is silent for so many seconds (10)")
+   command.add_option("--timeout", options.timeout)
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
 }
 
 void addCommands(CLI::App& app, Run& run) {
    app.require_subcommand(1);
-   app.footer(
-         "Exit status: 0 done; 1 refused, nothing was changed; 2 wrong command line;\n"
-         "3 no server, or the connection was lost.\n\n"
-         "Example:\n"
-         "  ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf &\n"
-         "  ptpstate set --socket /tmp/ptp ptp/config.priority1 100");
    addServe(app, run);
    addStatus(app, run);
    addWatch(app, run);
@@ -60,11 +53,12 @@ void addCommands(CLI::App& app, Run& run) {
    addDiff(app, run);
    addTypes(app, run);
    addComplete(app, run);
+   addManual(app, run);
 }
 
 Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors) {
-   CLI::App app{"Holds, shows and changes the state of a PTP agent over a UNIX socket.",
-                "ptpstate"};
+   CLI::App app("", "ptpstate");
+   manualIs(app);
    Run run;
    addCommands(app, run);
    std::vector<std::string> reversed;

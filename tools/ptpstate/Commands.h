@@ -26,6 +26,7 @@ void addTypes(CLI::App& app, Run& run);
 void addLoad(CLI::App& app, Run& run);
 void addDiff(CLI::App& app, Run& run);
 void addComplete(CLI::App& app, Run& run);
+void addManual(CLI::App& app, Run& run);
 
 /// What every client takes.
 struct ClientOptions {

@@ -224,7 +224,7 @@ Before readBefore(CLI::App const& command, std::vector<std::string> const& words
          before.positionals.push_back(word);
       } else if (word.starts_with("--socket=")) {
          before.socket = word.substr(9);
-      } else if (option->get_type_size() != 0 && word.find('=') == std::string::npos) {
+      } else if (option->get_expected_max() != 0 && word.find('=') == std::string::npos) {
          if (i + 2 == words.size()) {
             before.option = option;
          } else if (word == "--socket") {

@@ -105,6 +105,7 @@ TEST_F(CompleteTest, OffersPathsOfALiveServer) {
                ElementsAre("ptp/config.intfConfig[Ethernet2].ttl "));
    EXPECT_THAT(at("ptpstate get ptp/config.clockQuality.clockA"),
                ElementsAre("ptp/config.clockQuality.clockAccuracy "));
+   EXPECT_THAT(at("ptpstate watch --json ptp/s"), ElementsAre("ptp/status"));
    EXPECT_THAT(at("ptpstate watch --count 3 ptp/s"), ElementsAre("ptp/status"));
    EXPECT_THAT(at("ptpstate get ptp/config.nothing.x"), IsEmpty());
    server.reset();

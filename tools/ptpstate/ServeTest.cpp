@@ -300,17 +300,6 @@ TEST_F(ServeTest, APeerThatSpeaksSomethingElseIsSentAway) {
    EXPECT_EQ(client({"get", "ptp/config.enabled"}).out, "false\n");
 }
 
-TEST(CommandLine, EveryCommandShowsAnExample) {
-   for (char const* const command :
-        {"serve", "status", "watch", "dump", "get", "set", "add", "del"}) {
-      Outcome const help = run({command, "--help"});
-      EXPECT_EQ(help.status, 0) << command;
-      EXPECT_NE(help.out.find("Example:\n  ptpstate " + std::string(command)), std::string::npos)
-            << help.out;
-   }
-   EXPECT_NE(run({"--help"}).out.find("Exit status: 0 done; 1 refused"), std::string::npos);
-}
-
 TEST(CommandLine, AWrongOneIsOneLineAndItsOwnStatus) {
    for (std::vector<std::string> const& args : {std::vector<std::string>{},
                                                 {"nonsense"},

@@ -1,0 +1,20 @@
+// manual: prints the man page, for `./dev docs`. It is not shown among the commands.
+#include <iostream>
+
+#include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/Manual.h"
+
+namespace Ptpstate {
+
+void addManual(CLI::App& app, Run& run) {
+   CLI::App& command = *app.add_subcommand("manual");
+   command.group("");
+   command.callback([&run] {
+      run = [] {
+         std::cout << manPage();
+         return Exit::ok;
+      };
+   });
+}
+
+}  // namespace Ptpstate
