@@ -22,6 +22,7 @@ void addGet(CLI::App& app, Run& run);
 void addSet(CLI::App& app, Run& run);
 void addAdd(CLI::App& app, Run& run);
 void addDel(CLI::App& app, Run& run);
+void addTop(CLI::App& app, Run& run);
 void addTypes(CLI::App& app, Run& run);
 void addLoad(CLI::App& app, Run& run);
 void addDiff(CLI::App& app, Run& run);
