@@ -302,7 +302,7 @@ TEST_F(ServeTest, APeerThatSpeaksSomethingElseIsSentAway) {
 
 TEST(CommandLine, EveryCommandShowsAnExample) {
    for (char const* const command :
-        {"serve", "status", "watch", "dump", "get", "set", "add", "del"}) {
+        {"serve", "status", "watch", "record", "replay", "dump", "get", "set", "add", "del"}) {
       Outcome const help = run({command, "--help"});
       EXPECT_EQ(help.status, 0) << command;
       EXPECT_NE(help.out.find("Example:\n  ptpstate " + std::string(command)), std::string::npos)
