@@ -47,6 +47,8 @@ void addCommands(CLI::App& app, Run& run) {
    addStatus(app, run);
    addWatch(app, run);
    addTop(app, run);
+   addRecord(app, run);
+   addReplay(app, run);
    addDump(app, run);
    addGet(app, run);
    addSet(app, run);
