@@ -39,6 +39,18 @@ namespace Ptpstate {\nchar const* const manualText = R\"manual(${text})manual\";
    target_sources(${name}_objects PRIVATE "${source}")
 endfunction()
 
+# ptplib_curses(name): what a program's objects need to draw on a terminal. Programs that use other
+# parts of these objects are not linked with it.
+function(ptplib_curses name)
+   set(CURSES_NEED_NCURSES TRUE)
+   set(CURSES_NEED_WIDE TRUE)
+   find_package(Curses REQUIRED)
+   list(JOIN CURSES_LIBRARIES "," libraries)
+   target_include_directories(${name}_objects PUBLIC ${CURSES_INCLUDE_DIRS})
+   target_link_libraries(${name}_objects PUBLIC
+      "-Wl,--push-state,--as-needed,${libraries},--pop-state")
+endfunction()
+
 # ptplib_examples(DIR dir LINK library...): one program a source file, run as a test.
 function(ptplib_examples)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")

@@ -6,6 +6,7 @@
 
 #include "Kiv/Module.h"
 #include "tools/ptpstate/Failure.h"
+#include "tools/ptpstate/Progress.h"
 #include "tools/ptpstate/Socket.h"
 
 namespace Ptpstate {
@@ -84,7 +85,10 @@ bool Client::turn(int otherFd, milliseconds timeout) {
 template <class Done>
 void Client::waitFor(char const* what, Done&& done) {
    U64 heard = connection_->session().stats().bytesIn;
-   Clock::time_point since = Clock::now();
+   U64 const before = heard;
+   Clock::time_point const begin = Clock::now();
+   Clock::time_point since = begin;
+   Progress progress;
    while (!done()) {
       if (over()) {
          throw Failure(socket_ + ": the connection is lost: " + closeReason(), Exit::connection);
@@ -100,7 +104,14 @@ void Client::waitFor(char const* what, Done&& done) {
                              "); wait longer with --timeout, or look after it",
                        Exit::connection);
       }
-      if (turn(interruptFd, left)) {
+      Clock::duration const waited = Clock::now() - begin;
+      if (waited > std::chrono::seconds(1) && progress.due()) {
+         progress.say(
+               Sarn::String(what) + ": " + std::to_string((heard - before) / 1000) + " kB in " +
+               std::to_string(std::chrono::duration_cast<std::chrono::seconds>(waited).count()) +
+               " s");
+      }
+      if (turn(interruptFd, progress.on() ? std::min(left, milliseconds(500)) : left)) {
          throw Failure(socket_ + ": interrupted before the server has answered (" + what + ")",
                        Exit::connection);
       }
@@ -128,6 +139,11 @@ Mount& Client::mountIs(OfferedRoot const& root, MountMode mode) {
 
 Mount& Client::mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode) {
    return connection_->session().mountIs(mirror, mode);
+}
+
+bool Client::crowded() const noexcept {
+   Kiv::NboAttrLog::Session const& session = connection_->session();
+   return !session.upToDate() || session.output().size > (std::size_t(1) << 17);
 }
 
 void Client::waitComplete(Mount const& mount) {

@@ -26,7 +26,7 @@ std::string plainArgument(std::string const& argument) {
 }
 
 void addSocketOption(CLI::App& command, std::string& socket, bool required) {
-   command.add_option("--socket", socket)
+   command.add_option("--socket", socket, "Path of the server's socket")
          ->type_name("PATH")
          ->envname("PTPSTATE_SOCKET")
          ->required(required);
@@ -34,7 +34,9 @@ void addSocketOption(CLI::App& command, std::string& socket, bool required) {
 
 void addClientOptions(CLI::App& command, ClientOptions& options, bool required) {
    addSocketOption(command, options.socket, required);
-   command.add_option("--timeout", options.timeout)
+   command
+         .add_option("--timeout", options.timeout,
+                     "Give up when the server is silent for so many seconds (10)")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
 }
@@ -44,6 +46,9 @@ void addCommands(CLI::App& app, Run& run) {
    addServe(app, run);
    addStatus(app, run);
    addWatch(app, run);
+   addTop(app, run);
+   addRecord(app, run);
+   addReplay(app, run);
    addDump(app, run);
    addGet(app, run);
    addSet(app, run);

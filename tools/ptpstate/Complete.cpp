@@ -336,8 +336,11 @@ std::vector<std::string> candidates(CLI::App const& app, ShellWords const& line)
       }
       Before const before = readBefore(*command, line.words);
       if (before.option != nullptr) {
+         bool const isSocket = before.option->check_name("--socket");
          if (before.option->get_type_name() == "TYPE=NAME") {
             addTypes(found, true);
+         } else if (before.option->get_type_name() == "PATH" && !isSocket) {
+            addPaths(found, before.socket);
          }
       } else if (found.word().starts_with("-")) {
          addOptions(found, *command);

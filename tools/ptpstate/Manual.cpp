@@ -1,6 +1,7 @@
 #include "tools/ptpstate/Manual.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 namespace Ptpstate {
@@ -117,18 +118,31 @@ std::string firstSentence(std::vector<ManualBlock> const& section) {
                                    text.find(": "), text.size() - (text.ends_with('.') ? 1 : 0)}));
 }
 
-/// The options that several commands have, as far as this one has them.
+/// "--socket" of the row "`--socket PATH`".
+std::string optionName(std::string const& cell) {
+   std::string const text = plain(cell);
+   return text.substr(0, text.find(' '));
+}
+
+/// The options that several commands have, as far as this one has them and tells nothing else of
+/// them.
 std::vector<std::pair<std::string, std::string>> commonOptions(CLI::App const& command) {
+   std::set<std::string> own;
+   for (ManualBlock const& block : commandSection(command.get_name())) {
+      for (auto const& row : block.rows) {
+         own.insert(optionName(row.first));
+      }
+   }
    std::vector<std::pair<std::string, std::string>> rows;
    for (ManualBlock const& block : below(2, "Commands", true)) {
       if (block.kind == ManualBlock::heading) {
          break;
       }
       for (auto const& row : block.rows) {
-         std::string const name = plain(row.first).substr(0, plain(row.first).find(' '));
+         std::string const name = optionName(row.first);
          auto const options = command.get_options(
                [&name](CLI::Option const* option) { return option->check_name(name); });
-         if (!options.empty()) {
+         if (!options.empty() && !own.contains(name)) {
             rows.push_back(row);
          }
       }

@@ -17,13 +17,16 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
+bool isCommon(std::string const& option) {
+   return option == "--help" || option == "--socket" || option == "--timeout";
+}
+
 /// "--json", "--count N" of every option of a command but those that others have, too.
 std::set<std::string> optionsOf(CLI::App const& command) {
    std::set<std::string> options;
    for (CLI::Option const* const option : command.get_options()) {
       std::string const name = option->get_lnames().empty() ? "" : "--" + option->get_lnames()[0];
-      if (option->get_positional() || name == "--help" || name == "--socket" ||
-          name == "--timeout") {
+      if (option->get_positional() || isCommon(name)) {
          continue;
       }
       std::string const value = option->get_type_name();
@@ -37,7 +40,8 @@ std::set<std::string> optionsInManual(std::string const& command) {
    std::set<std::string> options;
    for (ManualBlock const& block : commandSection(command)) {
       for (auto const& [left, right] : block.rows) {
-         if (left.starts_with("`--")) {
+         if (left.starts_with("`--") &&
+             !isCommon(left.substr(1, left.find_first_of(" `", 1) - 1))) {
             options.insert(left.substr(1, left.size() - 2));
          }
       }
