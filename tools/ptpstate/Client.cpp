@@ -130,6 +130,11 @@ Mount& Client::mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode
    return connection_->session().mountIs(mirror, mode);
 }
 
+bool Client::crowded() const noexcept {
+   Kiv::NboAttrLog::Session const& session = connection_->session();
+   return !session.upToDate() || session.output().size > (std::size_t(1) << 17);
+}
+
 void Client::waitComplete(Mount const& mount) {
    waitFor("asked for a mirror", [&mount] {
       return mount.state() != Mount::State::asked && mount.state() != Mount::State::replaying;

@@ -48,6 +48,8 @@ public:
    /// Waits until the server has applied all that was changed here, and all is here that it had
    /// to tell.
    void sync();
+   /// Whether so much has to be sent that it is time to wait for the server.
+   bool crowded() const noexcept;
 
    /// Waits for the server or `otherFd`, for so long at most, and does what there is to do.
    /// Whether `otherFd` is readable. `otherFd` -1: none.
@@ -67,7 +69,6 @@ private:
    void onMount(Kiv::NboAttrLog::Session& session, Mount& mount) override;
    void onSynced(Kiv::NboAttrLog::Session& session, U32 token) override;
    void onRoots(Kiv::NboAttrLog::Session& session, std::vector<OfferedRoot> const& roots) override;
-
    void onSessions(Kiv::NboAttrLog::Session& session,
                    std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions, U32 total) override;
 

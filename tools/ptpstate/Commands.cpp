@@ -44,6 +44,8 @@ void addCommands(CLI::App& app, Run& run) {
    addServe(app, run);
    addStatus(app, run);
    addWatch(app, run);
+   addRecord(app, run);
+   addReplay(app, run);
    addDump(app, run);
    addGet(app, run);
    addSet(app, run);

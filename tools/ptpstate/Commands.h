@@ -17,6 +17,8 @@ using Run = std::function<Exit()>;
 void addServe(CLI::App& app, Run& run);
 void addStatus(CLI::App& app, Run& run);
 void addWatch(CLI::App& app, Run& run);
+void addRecord(CLI::App& app, Run& run);
+void addReplay(CLI::App& app, Run& run);
 void addDump(CLI::App& app, Run& run);
 void addGet(CLI::App& app, Run& run);
 void addSet(CLI::App& app, Run& run);

@@ -3,12 +3,10 @@
 #include <poll.h>
 
 #include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <ctime>
 #include <vector>
 
 #include "tools/ptpstate/Failure.h"
+#include "tools/ptpstate/Times.h"
 
 namespace Ptpstate {
 
@@ -16,29 +14,11 @@ namespace {
 
 using Kiv::NboAttrLog::Ending;
 
-/// "2026-11-21 14:03:59.120"
-Sarn::String timeText() {
-   auto const now = std::chrono::system_clock::now();
-   std::time_t const seconds = std::chrono::system_clock::to_time_t(now);
-   auto const ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch());
-   std::tm local{};
-   localtime_r(&seconds, &local);
-   char text[48];
-   std::size_t const length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-   std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(ms.count() % 1000));
-   return text;
-}
-
-U64 steadyNanoseconds() noexcept {
-   auto const now = std::chrono::steady_clock::now().time_since_epoch();
-   return static_cast<U64>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
-}
-
 }  // namespace
 
 Server::Server(Options options)
       : options_(std::move(options)), listener_(options_.socket, options_.mode, options_.owner) {
-   hub_.clockIs(&steadyNanoseconds);
+   hub_.clockIs(&steadyNow);
 }
 
 Server::~Server() {
@@ -62,7 +42,7 @@ void Server::Peer::onMountRefused(Kiv::NboAttrLog::Session&,
 
 void Server::say(Peer const& peer, Sarn::String const& what) {
    if (options_.log != nullptr) {
-      *options_.log << timeText() << " connection " << peer.number << " ("
+      *options_.log << dateText(wallNow()) << " connection " << peer.number << " ("
                     << peerText(peer.connection.session().peer()) << ") " << what << std::endl;
    }
 }
@@ -71,7 +51,7 @@ void Server::acceptAll() {
    for (;;) {
       int const fd = listener_.accept(exhausted_);
       if (exhausted_ && options_.log != nullptr) {
-         *options_.log << timeText()
+         *options_.log << dateText(wallNow())
                        << " no descriptor left for another connection; it waits until one ends"
                        << std::endl;
       }

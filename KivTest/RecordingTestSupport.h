@@ -1,0 +1,135 @@
+// A hub whose root is recorded into memory, for tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "Kiv/Hash.h"
+#include "Kiv/NboAttrLogPlayer.h"
+#include "Kiv/NboAttrLogRecorder.h"
+#include "KivTest/Recorder.h"
+#include "KivTest/SimulationChange.h"
+#include "KivTest/SimulationTree.h"
+#include "KivTest/TestTypes.h"
+
+namespace RecordingTesting {
+
+using Kiv::NboAttrLog::FrameKind;
+using Kiv::NboAttrLog::Hub;
+using Kiv::NboAttrLog::Limits;
+using Kiv::NboAttrLog::Moment;
+using Kiv::NboAttrLog::OfferedRoot;
+using Kiv::NboAttrLog::Player;
+using Kiv::NboAttrLog::RecorderOptions;
+using Kiv::NboAttrLog::RecordingReader;
+using KivTest::Chance;
+using KivTest::Root;
+using Bytes = std::vector<U8>;
+using LogRecorder = Kiv::NboAttrLog::Recorder;
+
+/// Trees that have seen the same changes are compared, so hashes must not differ between them.
+[[maybe_unused]] inline bool const sameHashes = [] {
+   Kiv::HashHelper::hashSeed32Is(1);
+   return true;
+}();
+
+class Memory final : public Kiv::NboAttrLog::RecordSink {
+public:
+   U64 begin() override {
+      files.emplace_back();
+      return files.size();
+   }
+   bool write(U8 const* bytes, std::size_t size) override {
+      if (left < size) {
+         return false;
+      }
+      left -= size;
+      files.back().insert(files.back().end(), bytes, bytes + size);
+      return true;
+   }
+   Sarn::String reason() const override { return "the disk is full"; }
+
+   std::vector<Bytes> files;
+   std::size_t left = ~std::size_t(0);
+};
+
+class Source final : public Kiv::NboAttrLog::RecordingSource {
+public:
+   explicit Source(Bytes const& bytes) : bytes_(bytes) {}
+   U64 size() override { return bytes_.size(); }
+   std::size_t readAt(U64 offset, U8* to, std::size_t size) override {
+      std::size_t const at = static_cast<std::size_t>(std::min<U64>(offset, bytes_.size()));
+      size = std::min(size, bytes_.size() - at);
+      std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at), size, to);
+      return size;
+   }
+
+private:
+   Bytes const& bytes_;
+};
+
+inline Limits narrow() {
+   Limits limits;
+   limits.outputBuffer = 4096;
+   limits.longestMessage = 1024;
+   return limits;
+}
+
+inline RecorderOptions smallBlocks() {
+   RecorderOptions options;
+   options.blockSize = 2048;
+   return options;
+}
+
+inline Sarn::Ptr<Kiv::NamedEntity> make(OfferedRoot const& root) {
+   EXPECT_EQ(root.type, "KivTest::Root");
+   return Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get());
+}
+
+/// The times of turn n.
+inline Moment moment(U64 n) {
+   return {n * 1000, 1'000'000 + n * 1000};
+}
+
+/// A hub with a root that is recorded.
+class Recording : public testing::Test {
+protected:
+   Recording() : hub(narrow()) { hub.rootIs(root); }
+
+   void record(RecorderOptions const& options = smallBlocks()) {
+      recorder = std::make_unique<LogRecorder>(hub, memory, options);
+      turn();
+   }
+   /// Writes all that there is, at the next moment.
+   void turn() {
+      ++now;
+      do {
+         recorder->turn(moment(now));
+      } while (recorder->waiting());
+   }
+   Bytes const& closed() {
+      recorder->close(moment(++now));
+      EXPECT_EQ(recorder->reason(), "");
+      return memory.files.back();
+   }
+   static std::string playAll(Bytes const& bytes, Player& player) {
+      Source source(bytes);
+      RecordingReader reader(source);
+      for (RecordingReader::Frame frame; reader.next(frame);) {
+         if (!player.apply(frame)) {
+            return player.reason();
+         }
+      }
+      return reader.damage();
+   }
+   static Root& rootOf(Player const& player) { return static_cast<Root&>(*player.roots().at(0)); }
+
+   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
+   Hub hub;
+   Memory memory;
+   std::unique_ptr<LogRecorder> recorder;
+   U64 now = 0;
+};
+
+}  // namespace RecordingTesting
