@@ -121,10 +121,6 @@ void Record::write() {
       throw Failure("the recording ends: " + recorder_->reason() +
                     "; make room, or record elsewhere");
    }
-   if (progress_.due()) {
-      progress_.say(std::to_string(recorder_->stats().changes) + " changes, " +
-                    std::to_string(recorder_->stats().bytes) + " bytes in " + files_.current());
-   }
 }
 
 bool Record::connectAgain() {
@@ -157,6 +153,10 @@ void Record::follow() {
    while (!stopped_ && !over()) {
       stopped_ = client_->turn(stop_.fd(), left());
       write();
+      if (progress_.due()) {
+         progress_.say(std::to_string(recorder_->stats().changes) + " changes, " +
+                       std::to_string(recorder_->stats().bytes) + " bytes in " + files_.current());
+      }
       if (client_->over() && !stopped_) {
          lostBy_ = client_->closeReason();
          if (!options_.reconnect || !connectAgain()) {
