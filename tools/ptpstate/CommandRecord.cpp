@@ -228,8 +228,8 @@ void addRecord(CLI::App& app, Run& run) {
                                    ->type_name("N")
                                    ->check(CLI::Range(2, 1'000'000));
    command.add_option("--size", options->size)
-         ->type_name("BYTES")
          ->transform(CLI::AsSizeValue(false))
+         ->type_name("BYTES")
          ->needs(ring);
    command.add_flag("--replace", options->replace)->excludes(ring);
    command.add_flag("--reconnect", options->reconnect);
