@@ -25,11 +25,11 @@ bool FlowOut::Bits::any() const noexcept {
 }
 
 std::size_t FlowOut::Bits::count() const noexcept {
-   std::size_t count = static_cast<std::size_t>(std::popcount(few_[0]) + std::popcount(few_[1]));
+   int count = std::popcount(few_[0]) + std::popcount(few_[1]);
    for (U64 const word : more_) {
-      count += static_cast<std::size_t>(std::popcount(word));
+      count += std::popcount(word);
    }
-   return count;
+   return static_cast<std::size_t>(count);
 }
 
 FlowOut::~FlowOut() {

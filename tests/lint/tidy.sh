@@ -17,10 +17,12 @@ fi
 # The compile commands, without what only g++ understands.
 sed 's/ -fno-gnu-unique//g' "$build/compile_commands.json" >"$clean/compile_commands.json" || exit 1
 
-# "SOURCE DEPENDENCY..." a line, as the compiler told the build; without what lies outside the tree.
+# "SOURCE DEPENDENCY..." a line, as the compiler told the build, from the root of the tree or, through
+# ccache, from the build directory; without what lies outside the tree.
 ninja -C "$build" -t deps | awk -v root="$PWD/" '
    /^[^ ].*: #deps/ { if (line) print line; line = ""; next }
    { path = $1 }
+   sub(/^\.\.\/\.\.\//, "", path) { line = line (line ? " " : "") path; next }
    index(path, root) == 1 { line = line (line ? " " : "") substr(path, length(root) + 1) }
    END { if (line) print line }' >"$clean/dependencies"
 
