@@ -263,6 +263,31 @@ TEST_F(Recording, ARootThatIsOfferedLaterComesWithTheNextSnapshot) {
    EXPECT_TRUE(player.complete());
 }
 
+TEST_F(Recording, OfALongTimeHoldsNoMoreThanOfAShortOne) {
+   RecorderOptions options = smallBlocks();
+   options.snapshotEvery = 1 << 16;
+   options.fileSize = 4 * LogRecorder::smallestFile(narrow(), options.blockSize);
+   record(options);
+   Kiv::NboAttrLog::SessionStatus status;
+   for (U32 i = 0; i != 20'000; ++i) {
+      root->u32Is(i + 1);
+      root->byNumberIs(i % 8, "x");
+      root->byNumberDel(i % 8);
+      turn();
+      if (memory.files.size() > 2) {
+         memory.files.front().clear();
+         memory.files.front().shrink_to_fit();
+      }
+      ASSERT_EQ(hub.sessions().size(), 1u) << "the peer of the last snapshot is gone";
+      status = hub.sessions().front()->status();
+      ASSERT_EQ(status.waiting + status.dirtyEntities, 0u);
+   }
+   EXPECT_GT(recorder->stats().snapshots, 20u);
+   EXPECT_EQ(status.peer.program, "recorder");
+   EXPECT_EQ(recorder->stats().changes, 60'000u)
+         << "none is missing where files or snapshots change";
+}
+
 TEST_F(Recording, TellsWhenItsSourceWasLost) {
    record();
    recorder->sourceIs(false, moment(2));

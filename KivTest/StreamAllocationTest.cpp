@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "Kiv/NboAttrLogRecorder.h"
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;
@@ -93,6 +94,27 @@ TEST_F(StreamAllocation, OfScalarsIsNone) {
                 leaf->ticksInc(1);
              }),
              0u);
+}
+
+struct Nowhere final : Kiv::NboAttrLog::RecordSink {
+   U64 begin() override { return 1; }
+   bool write(U8 const*, std::size_t) override { return true; }
+   Sarn::String reason() const override { return {}; }
+};
+
+TEST_F(StreamAllocation, OfRecordingIsNone) {
+   Nowhere nowhere;
+   Kiv::NboAttrLog::Recorder recorder(source.hub, nowhere);
+   U64 now = 0;
+   EXPECT_EQ(allocationsOf([&](int i) {
+                root->u32Is(static_cast<U32>(i));
+                root->byNumberIs(static_cast<U32>(i % 2), i % 4 < 2 ? "a" : "b");
+                ++now;
+                recorder.turn({now, now});
+             }),
+             0u);
+   EXPECT_GT(recorder.stats().changes, 100u);
+   EXPECT_TRUE(recorder.complete());
 }
 
 TEST_F(StreamAllocation, OfValueTypesIsNone) {

@@ -32,7 +32,7 @@ struct DiffOptions : ClientOptions {
 /// The roots that a document has places in, mirrored.
 class LoadedRoots {
 public:
-   LoadedRoots(Client& client, StateDoc const& doc, MountMode mode) : client_(client) {
+   LoadedRoots(Client& client, StateDoc const& doc, MountMode mode) {
       std::vector<OfferedRoot> const offered = client.roots();
       for (DocPlace const& place : doc.places) {
          if (find(place.path.root) == nullptr) {
@@ -72,7 +72,6 @@ private:
       return nullptr;
    }
 
-   Client& client_;
    std::list<std::pair<OfferedRoot, Mount*>> mounts_;
 };
 

@@ -121,10 +121,6 @@ void Record::write() {
       throw Failure("the recording ends: " + recorder_->reason() +
                     "; make room, or record elsewhere");
    }
-   if (progress_.due()) {
-      progress_.say(std::to_string(recorder_->stats().changes) + " changes, " +
-                    std::to_string(recorder_->stats().bytes) + " bytes in " + files_.current());
-   }
 }
 
 bool Record::connectAgain() {
@@ -157,6 +153,10 @@ void Record::follow() {
    while (!stopped_ && !over()) {
       stopped_ = client_->turn(stop_.fd(), left());
       write();
+      if (progress_.due()) {
+         progress_.say(std::to_string(recorder_->stats().changes) + " changes, " +
+                       std::to_string(recorder_->stats().bytes) + " bytes in " + files_.current());
+      }
       if (client_->over() && !stopped_) {
          lostBy_ = client_->closeReason();
          if (!options_.reconnect || !connectAgain()) {
@@ -228,8 +228,8 @@ void addRecord(CLI::App& app, Run& run) {
                                    ->type_name("N")
                                    ->check(CLI::Range(2, 1'000'000));
    command.add_option("--size", options->size)
-         ->type_name("BYTES")
          ->transform(CLI::AsSizeValue(false))
+         ->type_name("BYTES")
          ->needs(ring);
    command.add_flag("--replace", options->replace)->excludes(ring);
    command.add_flag("--reconnect", options->reconnect);

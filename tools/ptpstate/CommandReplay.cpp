@@ -37,7 +37,7 @@ Exit replay(ReplayOptions const& options) {
    }
    Replay replay(options);
    replay.run();
-   bool const shown = !options.showsChanges() && (options.socket.empty() || !options.dump.empty());
+   bool const shown = !options.showsChanges() && (options.into.empty() || !options.dump.empty());
    if (shown) {
       writeFile(options.dump.empty() ? "-" : options.dump,
                 [&](std::ostream& out) { writeState(out, options, replay); });
@@ -55,19 +55,22 @@ void addReplay(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ReplayOptions>();
    CLI::App& command = *app.add_subcommand("replay");
    command.add_option("files", options->files)->type_name("FILE")->required();
-   CLI::Option* const at =
-         command.add_option("--at", options->at)
-               ->type_name("TIME")
-               ->check([](std::string const& text) { return text.empty() ? "is empty" : ""; });
+   CLI::Option* const at = command.add_option("--at", options->at)
+                                 ->type_name("TIME")
+                                 ->check([](std::string const& text) {
+                                    return text.empty() ? std::string("is empty") : std::string();
+                                 });
    command.add_option("--speed", options->speed)->type_name("X")->check(CLI::Range(0.001, 1e9));
-   CLI::Option* const socket = command.add_option("--socket", options->socket)->type_name("PATH");
+   // Not --socket, which the environment may give: what is served is overwritten only where that is
+   // said.
+   CLI::Option* const into = command.add_option("--into", options->into)->type_name("PATH");
    command.add_option("--timeout", options->timeout)
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
-   command.add_flag("--claim", options->claim)->needs(socket);
+   command.add_flag("--claim", options->claim)->needs(into);
    CLI::Option* const dump = command.add_option("--dump", options->dump)->type_name("FILE");
    command.add_flag("--json", options->json);
-   command.add_flag("--info", options->info)->excludes(at)->excludes(socket)->excludes(dump);
+   command.add_flag("--info", options->info)->excludes(at)->excludes(into)->excludes(dump);
    command.callback([options, &run] { run = [options] { return replay(*options); }; });
 }
 

@@ -7,7 +7,6 @@
 namespace Ptpstate {
 namespace {
 
-using Kiv::NboAttrLog::PeerIdentity;
 using Kiv::NboAttrLog::ServedRoot;
 using Kiv::NboAttrLog::SessionStatus;
 

@@ -175,7 +175,8 @@ TEST_P(Interrupted, AtAnyByteItSaysSoInOneLine) {
    std::string const proxy = scratch.file("proxy");
    int cuts = 0;
    for (bool const fromServer : {true, false}) {
-      for (std::size_t const after : {0, 1, 9, 100, 295, 300, 310, 330, 350, 400, 1000, 2000}) {
+      for (std::size_t const after :
+           {0U, 1U, 9U, 100U, 295U, 300U, 310U, 330U, 350U, 400U, 1000U, 2000U}) {
          std::string const where = (fromServer ? "from the server, " : "to the server, ") +
                                    std::to_string(after) + " bytes: ";
          CutProxy const between(proxy, socket, fromServer, after);

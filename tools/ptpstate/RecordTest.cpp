@@ -155,7 +155,7 @@ TEST_F(RecordTest, PlaysIntoAServer) {
    ASSERT_EQ(client({"add", "ptp/config.intfConfig[Ethernet2]", "true", "false"}).err, "");
    Program watcher({"watch", "--socket", socket, "ptp/config.priority1"});
    ASSERT_TRUE(watcher.says("is complete"));
-   EXPECT_EQ(replay({"--socket", socket}).err, "");
+   EXPECT_EQ(replay({"--into", socket}).err, "");
    EXPECT_EQ(client({"dump"}).out, then);
    EXPECT_TRUE(watcher.says("ptp/config.priority1: 8 -> 128"));
    EXPECT_TRUE(watcher.says("ptp/config.priority1: 128 -> 7")) << "as it happened";
@@ -167,7 +167,7 @@ TEST_F(RecordTest, ClaimsWhatItPlaysIntoIfThatIsWanted) {
    ::usleep(300'000);
    set("ptp/config.priority1", "9");
    ended(*recording);
-   Program slow({"replay", file, "--socket", socket, "--claim", "--speed", "0.1"});
+   Program slow({"replay", file, "--into", socket, "--claim", "--speed", "0.1"});
    ASSERT_TRUE(server->says("opened", 4)) << server->out();
    Outcome refused;
    for (int i = 0; i != 100 && refused.status != 1; ++i) {
@@ -189,7 +189,7 @@ TEST_F(RecordTest, AServerWithoutTheRootIsTold) {
    ended(*recording);
    server.reset();
    serve({"--root", "Ptp::Status=ptp/status"});
-   Outcome const outcome = replay({"--socket", socket});
+   Outcome const outcome = replay({"--into", socket});
    EXPECT_EQ(outcome.status, 1);
    EXPECT_NE(outcome.err.find("has no root ptp/config; serve it with --root "
                               "Ptp::Config=ptp/config"),

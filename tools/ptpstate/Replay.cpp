@@ -62,8 +62,8 @@ Replay::Replay(ReplayOptions const& options)
       : options_(options),
         files_(filesOf(options.files)),
         player_([this](OfferedRoot const& root) { return makeRoot(root); }) {
-   if (!options.socket.empty()) {
-      client_.emplace(options.socket, milliseconds(static_cast<S64>(options.timeout * 1000)));
+   if (!options.into.empty()) {
+      client_.emplace(options.into, milliseconds(static_cast<S64>(options.timeout * 1000)));
       client_->interruptFd = stop_.fd();
    }
 }
@@ -100,7 +100,7 @@ Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
          return Sarn::Ptr<Kiv::NamedEntity>(&mount.root());
       }
    }
-   throw Failure(options_.socket + ": the server has no root " + root.name +
+   throw Failure(options_.into + ": the server has no root " + root.name +
                  "; serve it with --root " + root.type + "=" + root.name);
 }
 
@@ -169,7 +169,7 @@ void Replay::catchUp() {
    if (client_) {
       client_->turn(-1, milliseconds(0));
       if (client_->over()) {
-         throw Failure(options_.socket + ": the connection is lost: " + client_->closeReason(),
+         throw Failure(options_.into + ": the connection is lost: " + client_->closeReason(),
                        Exit::connection);
       }
       if (client_->crowded()) {

@@ -18,14 +18,15 @@ struct ReplayOptions {
    std::string at;
    /// 0: without waiting.
    double speed = 0;
-   std::string socket;
+   /// The socket of the server to play into.
+   std::string into;
    double timeout = 10;
    bool claim = false;
    std::string dump;
    bool json = false;
    bool info = false;
 
-   bool showsChanges() const { return socket.empty() && dump.empty() && at.empty(); }
+   bool showsChanges() const { return into.empty() && dump.empty() && at.empty(); }
 };
 
 class Replay {
