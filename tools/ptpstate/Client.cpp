@@ -69,6 +69,9 @@ void Client::onSessions(Kiv::NboAttrLog::Session&,
 
 bool Client::turn(int otherFd, milliseconds timeout) {
    connection_->flush();
+   if (over()) {
+      return false;  // there was nobody to write to, and there is nothing to wait for
+   }
    pollfd polled[2] = {{connection_->fd(), connection_->events(), 0}, {otherFd, POLLIN, 0}};
    int const count = ::poll(polled, 2, static_cast<int>(timeout.count()));
    if (count < 0) {

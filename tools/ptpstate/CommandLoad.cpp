@@ -201,8 +201,8 @@ void addDiff(CLI::App& app, Run& run) {
    auto const options = std::make_shared<DiffOptions>();
    CLI::App& command = *app.add_subcommand("diff");
    addClientOptions(command, *options, false);
-   command.add_option("first", options->first)->type_name("FILE")->required();
-   command.add_option("second", options->second)->type_name("FILE");
+   command.add_option("file", options->first)->type_name("FILE")->required();
+   command.add_option("other", options->second)->type_name("FILE");
    command.add_flag("--json", options->json);
    command.callback([options, &run] { run = [options] { return diff(*options); }; });
 }

@@ -341,7 +341,9 @@ void addTop(CLI::App& app, Run& run) {
          ->type_name("SECONDS")
          ->check(CLI::Range(0.05, 3600.0));
    command.add_flag("--batch", options->batch);
-   command.add_option("--count", options->count)->type_name("N")->check(CLI::PositiveNumber);
+   command.add_option("--count", options->count)
+         ->type_name("N")
+         ->check(CLI::Range(U64{1}, ~U64{0}));
    command.callback([options, &run] { run = [options] { return Top(*options).run(); }; });
 }
 

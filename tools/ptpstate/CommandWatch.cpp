@@ -333,7 +333,9 @@ void addWatch(CLI::App& app, Run& run) {
    CLI::App& command = *app.add_subcommand("watch");
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH");
-   command.add_option("--count", options->count)->type_name("N")->check(CLI::PositiveNumber);
+   command.add_option("--count", options->count)
+         ->type_name("N")
+         ->check(CLI::Range(U64{1}, ~U64{0}));
    command.add_option("--for", options->seconds)
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e9));

@@ -88,6 +88,11 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
       std::replace(message.begin(), message.end(), '\n', ' ');
       std::erase(message, guard);
       auto const commands = app.get_subcommands();
+      if (commands.empty() && !args.empty() && !args[0].starts_with("-")) {
+         message = "there is no command '" + args[0] + "'";
+      } else if (commands.empty() && args.empty()) {
+         message = "a command is wanted";
+      }
       errors << "ptpstate: " << message << "; see 'ptpstate "
              << (commands.empty() ? "" : commands[0]->get_name() + " ") << "--help'" << std::endl;
       return Exit::usage;

@@ -219,7 +219,7 @@ void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::si
       all = widths(rows, longest);
    }
    // The key stays; the other columns begin where the chosen one is on the screen.
-   auto const chosen = static_cast<std::size_t>(chosen_ + 1);
+   auto const chosen = static_cast<std::size_t>(chosen_) + 1;
    auto const end = [&](std::size_t first) {
       std::size_t at = all[0];
       std::size_t column = std::max<std::size_t>(first, 1);
