@@ -104,7 +104,8 @@ private:
 
 using Words = std::vector<std::string>;
 
-/// Each command as it is typed; FILE is a dump that differs from the server's state.
+/// Each command as it is typed; FILE is a dump that differs from the server's state, RECORDING has
+/// a change of it.
 Words const commands[] = {
       {"get", "ptp/config.priority1"},
       {"get", "--json", "ptp/config.clockQuality"},
@@ -120,6 +121,7 @@ Words const commands[] = {
       {"watch", "--no-reconnect", "--count", "1"},
       {"top", "--batch", "--count", "1", "ptp/config.intfConfig"},
       {"status"},
+      {"replay", "RECORDING"},
 };
 
 class Interrupted : public testing::TestWithParam<Words> {
@@ -130,6 +132,15 @@ protected:
       std::size_t const at = dump.find("\"priority2\": 128");
       ASSERT_NE(at, std::string::npos);
       std::ofstream(file) << dump.substr(0, at) << "\"priority2\": 3" << dump.substr(at + 16);
+      if (GetParam()[0] == "replay") {
+         Program recorder({"record", "--socket", socket, recording});
+         ASSERT_TRUE(recorder.says("recording "));
+         ASSERT_EQ(run({"set", "--socket", socket, "ptp/config.priority1", "7"}).status, 0);
+         ::usleep(100000);
+         recorder.signal(SIGINT);
+         ASSERT_EQ(recorder.finish().status, 0);
+         restart();
+      }
    }
    void restart() {
       server.reset();
@@ -144,9 +155,10 @@ protected:
    Words words(std::string const& at) const {
       Words words = GetParam();
       for (std::string& word : words) {
-         word = word == "FILE" ? file : word;
+         word = word == "FILE" ? file : word == "RECORDING" ? recording : word;
       }
-      words.insert(words.begin() + 1, {"--socket", at, "--timeout", "20"});
+      char const* const option = words[0] == "replay" ? "--into" : "--socket";
+      words.insert(words.begin() + 1, {option, at, "--timeout", "20"});
       return words;
    }
    int trouble() const { return GetParam()[0] == "diff" ? 2 : 3; }
@@ -162,6 +174,7 @@ protected:
    Scratch scratch;
    std::string socket = scratch.file("socket");
    std::string file = scratch.file("dump.json");
+   std::string recording = scratch.file("recording");
    std::unique_ptr<Program> server;
 };
 
