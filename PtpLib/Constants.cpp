@@ -2,7 +2,7 @@
 
 // What the C library's assert() calls. Called directly because the two checks below are part of
 // the interface: they hold, and say the same, in every build and from whatever source line.
-extern "C" [[noreturn]] void __assert_fail(  // NOLINT(bugprone-reserved-identifier)
+extern "C" [[noreturn]] void __assert_fail(  // NOLINT(bugprone-reserved-identifier): its name
       char const* expression, char const* file, unsigned line, char const* function) noexcept;
 
 namespace Ptp {

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <unistd.h>
-
 #include "bench/BareIntf.h"
-#include "bench/Harness.h"
+#include "bench/BareReader.h"
 
 /// The bare mirror: plain structs, changed in one process and written by hand to another, which
 /// reads them into plain structs. Its records are those of the attribute log, byte for byte
@@ -43,39 +41,10 @@ private:
    std::vector<Intf> intfs_;
 };
 
-inline constexpr U32 markHandle = ~U32(0);
-
 /// Reads records into structs until the socket ends; answers each mark with a byte.
 inline void mirror(int fd, U32 count) {
    Mirror structs(count);
-   std::vector<U8> in(1 << 16);
-   std::size_t kept = 0;
-   for (;;) {
-      ssize_t const got = read(fd, in.data() + kept, in.size() - kept);
-      if (got <= 0) {
-         return;
-      }
-      std::size_t const size = kept + static_cast<std::size_t>(got);
-      std::size_t at = 0;
-      while (size - at >= headerSize) {
-         U32 const word = get32(in.data() + at);
-         std::size_t const total = headerSize + (word & 0xffffff);
-         if (size - at < total) {
-            break;
-         }
-         U32 const handle = get32(in.data() + at + 4);
-         if (handle == markHandle) {
-            U8 const mark = 1;
-            Harness::writeAll(fd, &mark, 1);
-         } else if (!structs.apply(word, handle, get16(in.data() + at + 8),
-                                   in.data() + at + headerSize)) {
-            return;
-         }
-         at += total;
-      }
-      kept = size - at;
-      std::memmove(in.data(), in.data() + at, kept);
-   }
+   readRecords(fd, structs);
 }
 
 /// The other end: structs whose changes are written by hand.

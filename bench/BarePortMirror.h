@@ -1,9 +1,7 @@
 #pragma once
 
-#include <unistd.h>
-
 #include "bench/BarePortRecords.h"
-#include "bench/Harness.h"
+#include "bench/BareReader.h"
 
 /// Plain structs of a clock's ports in one process, written by hand to another, which reads them
 /// into plain structs.
@@ -76,40 +74,10 @@ private:
    std::vector<Port> ports_;
 };
 
-inline constexpr U32 markHandle = ~U32(0);
-
 /// Reads records into structs until the socket ends; answers each mark with a byte.
 inline void mirror(int fd, U32 ports) {
    Mirror structs(ports);
-   std::vector<U8> in(1 << 16);
-   std::size_t kept = 0;
-   for (;;) {
-      ssize_t const got = read(fd, in.data() + kept, in.size() - kept);
-      if (got <= 0) {
-         return;
-      }
-      std::size_t const size = kept + static_cast<std::size_t>(got);
-      std::size_t at = 0;
-      while (size - at >= headerSize) {
-         U8 const* const record = in.data() + at;
-         U32 const word = get32(record);
-         std::size_t const total = headerSize + (word & 0xffffff);
-         if (size - at < total) {
-            break;
-         }
-         U32 const handle = get32(record + 4);
-         if (handle == markHandle) {
-            U8 const mark = 1;
-            Harness::writeAll(fd, &mark, 1);
-         } else if (!structs.apply(word, handle, get16(record + 8), record + headerSize)) {
-            std::fprintf(stderr, "the bare mirror does not understand a record\n");
-            std::exit(1);
-         }
-         at += total;
-      }
-      kept = size - at;
-      std::memmove(in.data(), in.data() + at, kept);
-   }
+   Baseline::readRecords(fd, structs);
 }
 
 /// What waits to be written, and the socket that it goes to.
@@ -129,7 +97,7 @@ struct Output {
    }
    /// Has the reader answer when it has come so far, and waits for that.
    void sync() {
-      endIs(putHeader(end(), setRecord, 0, markHandle, 0));
+      endIs(putHeader(end(), setRecord, 0, Baseline::markHandle, 0));
       flush();
       U8 mark;
       Harness::readAll(fd, &mark, 1);
