@@ -21,7 +21,7 @@ std::vector<U64> offsetsIn(Bytes const& bytes) {
 
 TEST_F(RecordingDamage, ThatWasCutIsReadUpToThere) {
    record();
-   for (U8 i = 0; i != 60; ++i) {
+   for (U8 i = 0; i != 80; ++i) {
       root->byNumberIs(i, std::string(40, 'x'));
       turn();
    }
