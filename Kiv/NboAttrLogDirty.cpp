@@ -1,5 +1,6 @@
 // What a connection could not be told when it happened: flags and keys, entity by entity.
 #include "Kiv/NboAttrLogSession.h"
+#include "Kiv/Path.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -50,8 +51,9 @@ void Session::markDirty(Entity& entity, FieldDescriptor const& field, void const
    }
    ++stats_.changesDeferred;
    FlowOut& flow = flowOut(entity);
+   bool const keyed = key != nullptr && field.kind != MemberKind::queue;
    DirtyKeys* const keys =
-         key != nullptr && field.kind != MemberKind::queue ? flow.dirtyKeys(field, true) : nullptr;
+         keyed && !flow.wholeWillBegin(field.fieldId) ? flow.dirtyKeys(field, true) : nullptr;
    // Every element of a queue is told, unless it is gone by then.
    bool const waits = keys != nullptr ? keys->has(key) : flow.kivIsDirty(field.fieldId);
    stats_.changesCoalesced += waits && field.kind != MemberKind::queue ? 1 : 0;
@@ -70,9 +72,25 @@ void Session::markDirty(Entity& entity, FieldDescriptor const& field, void const
       flow.erasedIs(field.fieldId, flow.erased(field.fieldId) || erased);
    } else if (keys != nullptr) {
       keys->insert(key, erased);
+      boundKeys(flow, field, keys->size());
    }
    flow.kivIsDirtyIs(field.fieldId, true);
    queueDirty(flow);
+}
+
+/// Beyond the bound the peer gets the whole collection, which costs nothing to remember. Only who
+/// serves the root may do so: the replay of a writer would remove what it has not heard of yet.
+void Session::boundKeys(FlowOut& flow, FieldDescriptor const& field, std::size_t count) {
+   if (count <= hub_.limits_.dirtyKeys || count <= field.ops->collection->size(flow.entity()) / 4) {
+      return;
+   }
+   if (serves(flow.entity())) {
+      flow.replayWhole(field.fieldId);
+   } else if (count > hub_.limits_.entities) {
+      fail(entityPath(flow.entity()) + "." + field.name + " (" + std::to_string(field.fieldId) +
+           "): more than " + std::to_string(hub_.limits_.entities) +
+           " changed keys wait for a peer that does not take them");
+   }
 }
 
 void Session::markWhole(Entity& entity, FieldDescriptor const& field) {

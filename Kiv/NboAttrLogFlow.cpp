@@ -61,6 +61,7 @@ void FlowOut::reset(Entity& entity, bool replayAll) {
    }
    synced_.reset(count_);
    erased_.reset(count_);
+   again_.reset(count_);
    if (replayAll) {
       dirty_ = streamed_;
       whole_ = streamed_;
@@ -105,6 +106,21 @@ DirtyKeys* FlowOut::dirtyKeys(FieldDescriptor const& field, bool create) {
    return collections_.back().keys.get();
 }
 
+void FlowOut::replayWhole(AttributeId id) {
+   std::erase_if(collections_, [id](Collection const& c) { return c.id == id; });
+   again_.set(place(id), isReplaying(id));
+   whole_.set(place(id), true);
+   dirty_.set(place(id), true);
+}
+
+void FlowOut::wholeIsTold(AttributeId id) {
+   bool const again = again_.get(place(id));
+   again_.set(place(id), false);
+   whole_.set(place(id), again);
+   dirty_.set(place(id), again || hasDirtyCollKeys(id));
+   synced_.set(place(id), true);
+}
+
 std::size_t FlowOut::dirtyCollKeys() const noexcept {
    std::size_t count = 0;
    for (Collection const& collection : collections_) {
@@ -139,6 +155,7 @@ AttributeId FlowOut::kivFlowOutBookmarkDeq() noexcept {
 CollectionIterator* FlowOut::resyncIteratorIs(FieldDescriptor const& field) {
    freeResyncState();
    iterator_ = field.ops->collection->iterator(*entity_, storage_);
+   iterating_ = field.fieldId;
    return iterator_;
 }
 

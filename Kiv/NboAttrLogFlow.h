@@ -16,6 +16,13 @@ namespace Kiv::NboAttrLog {
 ///     dirty  | 258 259 260 ...      one bit an attribute
 ///     synced | 258 259 260 ...      written at least once by this object
 ///     collections: id -> set of dirty keys        queues: id -> first sequence not told
+///
+/// Of a collection whose keys are too many to remember, only `whole` is set: it is replayed from
+/// its first element to its last, and what the replay does not name is removed from the mirror.
+///
+///     keys ---- too many ----> whole ---- begun ----> under way ---- end ----> told
+///                                ^                     |  keys changed from here on are collected
+///                                '---- end ---- again <'  and told after it, unless too many
 class FlowOut {
 public:
    /// `replayAll`: every streamed attribute is dirty, collections with all their keys.
@@ -44,6 +51,16 @@ public:
    /// Whether the collection is to be replayed whole.
    bool wholeCollection(AttributeId id) const { return whole_.get(place(id)); }
    void wholeCollectionIs(AttributeId id, bool whole) { whole_.set(place(id), whole); }
+   /// Forgets the collection's dirty keys and has it replayed whole, once more if that is under
+   /// way.
+   void replayWhole(AttributeId id);
+   /// Whether a whole replay is still to begin, so that no key of the collection need be
+   /// remembered.
+   bool wholeWillBegin(AttributeId id) const {
+      return again_.get(place(id)) || (wholeCollection(id) && !isReplaying(id));
+   }
+   /// The collection has been replayed whole. What has changed meanwhile stays dirty.
+   void wholeIsTold(AttributeId id);
    /// The dirty keys of a collection; made when `create`, else null if there are none.
    DirtyKeys* dirtyKeys(FieldDescriptor const& field, bool create);
    /// The first sequence of a queue that the reader was not told; made with `next` if there is
@@ -60,6 +77,10 @@ public:
    std::size_t dirtyAttributes() const noexcept { return dirty_.count(); }
    std::size_t dirtyCollKeys() const noexcept;
 
+   /// Whether the replay of the collection has begun, and has not ended.
+   bool isReplaying(AttributeId id) const noexcept {
+      return iterator_ != nullptr && iterating_ == id;
+   }
    /// Where a replay stopped: the attribute to go on with. A second one must not be set.
    void kivFlowOutBookmarkEnq(AttributeId id);
    /// Takes the bookmark back; 0 if there is none.
@@ -125,10 +146,13 @@ private:
    Bits dirty_;
    Bits synced_;
    Bits whole_;
+   /// To be replayed once more when the replay that is under way has ended.
+   Bits again_;
    Bits erased_;
    std::vector<Collection> collections_;
    std::vector<Queue> queues_;
    CollectionIterator* iterator_ = nullptr;
+   AttributeId iterating_ = 0;
    IteratorStorage storage_;
    AttributeId bookmark_ = 0;
 };

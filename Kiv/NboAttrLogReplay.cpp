@@ -244,7 +244,7 @@ Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& f
       if (reserveMarker(Opcode::erase, flow, field) == Write::full) {
          return Write::full;
       }
-      collectionIsTold(flow, field);
+      flow.wholeIsTold(field.fieldId);
       return Write::done;
    }
    if (at == nullptr) {
@@ -253,6 +253,9 @@ Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& f
       }
       at = flow.resyncIteratorIs(field);
    }
+   // Where the keys were too many to remember, nobody knows whose former child the peer still has.
+   FlowOut const* const own = flowOutOf(entity);
+   bool const eraseFirst = own != nullptr && own->wholeCollection(field.fieldId);
    for (; at->valid(); at->next()) {
       if (field.kind != MemberKind::children) {
          if (writeElement(entity, field, at->key(), at->value()) == Write::full) {
@@ -271,6 +274,9 @@ Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& f
          }
          continue;
       }
+      if (eraseFirst && writeErase(entity, field, at->key()) == Write::full) {
+         return Write::full;
+      }
       if (writeCreate(entity, field, child) == Write::full) {
          return Write::full;
       }
@@ -282,14 +288,8 @@ Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& f
       return Write::full;
    }
    flow.freeResyncState();
-   collectionIsTold(flow, field);
+   flow.wholeIsTold(field.fieldId);
    return Write::done;
-}
-
-void Session::collectionIsTold(FlowOut& flow, FieldDescriptor const& field) {
-   flow.wholeCollectionIs(field.fieldId, false);
-   flow.kivIsDirtyIs(field.fieldId, flow.hasDirtyCollKeys(field.fieldId));
-   flow.kivHasSyncedIs(field.fieldId, true);
 }
 
 Session::Write Session::reserveMarker(Opcode opcode, FlowOut const& flow,

@@ -53,7 +53,7 @@ protected:
 /// A change goes into the output at once when the peer is up to date and there is room; else it is
 /// remembered as a flag or a key in the entity's `FlowOut`, and its latest value is written when
 /// there is room again. The memory of a peer that reads nothing is bounded by its buffer, a flag
-/// an attribute and an entry a dirty key.
+/// an attribute, and an entry for each changed key up to a bound (`Limits::dirtyKeys`).
 ///
 /// What comes in is checked; the first message that breaks a rule closes the session with a
 /// reason, and nothing of that message is applied.
@@ -212,6 +212,7 @@ private:
    bool isDirtyKey(Entity const& entity, FieldDescriptor const& field, void const* key);
    void flowOutDel(U32 place) noexcept;
    void markDirty(Entity& entity, FieldDescriptor const& field, void const* key, bool erased);
+   void boundKeys(FlowOut& flow, FieldDescriptor const& field, std::size_t count);
    /// The queue is to be told from the beginning, or asked for where the peer serves it.
    void markWhole(Entity& entity, FieldDescriptor const& field);
    void queueDirty(FlowOut& flow) noexcept;
@@ -230,7 +231,6 @@ private:
    Write replaySingle(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayChild(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayCollection(FlowOut& flowOut, FieldDescriptor const& field);
-   static void collectionIsTold(FlowOut& flowOut, FieldDescriptor const& field);
    Write replayDirtyKeys(FlowOut& flowOut, FieldDescriptor const& field);
    Write reserveMarker(Opcode opcode, FlowOut const& flowOut, FieldDescriptor const& field);
    DirtyKeyResult writeDirtyKey(FlowOut& flowOut, FieldDescriptor const& field, void const* key,

@@ -64,7 +64,7 @@ struct SessionStatus {
    // What the peer has still to be told.
    U64 dirtyEntities = 0;
    U64 dirtyAttributes = 0;
-   /// Of collections.
+   /// Of collections, but for those that are to be told whole: they count as an attribute.
    U64 dirtyKeys = 0;
    /// Bytes that wait to be sent, of so many that may.
    U64 waiting = 0;

@@ -61,6 +61,11 @@ struct Limits {
    U32 entities = U32(1) << 20;
    /// Nested replays of collections.
    U32 nesting = 64;
+   /// Changed keys of one collection that are remembered one by one for a peer that is behind; a
+   /// quarter of the collection's size if that is more. Of more keys than that, the whole
+   /// collection is replayed. A writer's own changes are always told key by key, and its session
+   /// ends when more than `entities` keys of one collection wait.
+   std::size_t dirtyKeys = 1024;
 };
 
 struct Header {

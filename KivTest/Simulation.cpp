@@ -95,6 +95,8 @@ Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chan
    static constexpr std::size_t buffers[] = {900, 1200, 3000, 100000};
    limits_.outputBuffer = buffers[chance_.below(std::size(buffers))];
    limits_.entities = 4096;
+   static constexpr std::size_t keys[] = {1, 3, 1024};
+   limits_.dirtyKeys = keys[seed % std::size(keys)];
    std::size_t const mirrors = plan.readers + plan.writers + (plan.relay ? 1 : 0);
    for (std::size_t i = 0; i != 1 + mirrors; ++i) {
       sites_.push_back(std::make_unique<Site>(plan.type, limits_, chance_));
