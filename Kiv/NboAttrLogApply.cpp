@@ -7,6 +7,8 @@ namespace Kiv::NboAttrLog {
 
 void Session::received(U8 const* bytes, std::size_t size) {
    stats_.bytesIn += size;
+   used_ = true;
+   U64 const before = stats_.messagesIn;
    inside_ = Sarn::Publisher::running();
    // Whatever an observer throws, what was not looked at yet is kept for the next call.
    if (in_.empty()) {
@@ -32,9 +34,7 @@ void Session::received(U8 const* bytes, std::size_t size) {
       } const drop{*this};
       parse(in_.data(), in_.size());
    }
-   if (closed_) {
-      in_.clear();
-   }
+   boundHalfMessage(before);
    pump();
 }
 
@@ -45,9 +45,10 @@ void Session::parse(U8 const* bytes, std::size_t size) {
          closeFor("the peer does not begin with the attribute log's greeting");
          return;
       }
-      if (header.bodySize > hub_.limits_.longestMessage) [[unlikely]] {
+      if (header.bodySize > hub_.shortMessage_ && header.bodySize > longestIncoming())
+            [[unlikely]] {
          closeFor(describe(header) + ": a message of " + std::to_string(header.bodySize) +
-                  " bytes exceeds the bound of " + std::to_string(hub_.limits_.longestMessage));
+                  " bytes exceeds the bound of " + std::to_string(longestIncoming()));
          return;
       }
       std::size_t const total = headerSize + header.bodySize;

@@ -6,6 +6,7 @@
 #include "tests/ValueTypeTesting.h"
 
 using namespace ValueTypeTesting;
+using Kiv::NboAttrLog::ByteBudget;
 using Kiv::NboAttrLog::CircularBuffer;
 
 namespace {
@@ -38,7 +39,8 @@ TEST(CircularBuffer, IsEmptyAtFirst) {
    CircularBuffer const buffer(16);
    EXPECT_TRUE(buffer.empty());
    EXPECT_EQ(buffer.size(), 0u);
-   EXPECT_EQ(buffer.capacity(), 16u);
+   EXPECT_EQ(buffer.limit(), 16u);
+   EXPECT_EQ(buffer.capacity(), 0u) << "nothing was written yet";
    EXPECT_EQ(buffer.first().size, 0u);
    EXPECT_EQ(buffer.second().size, 0u);
 }
@@ -110,8 +112,90 @@ TEST(CircularBuffer, ClearsAll) {
    EXPECT_TRUE(write(buffer, 16, 0));
 }
 
+TEST(CircularBuffer, GrowsByUseAndKeepsWhatWaitsInItsOrder) {
+   CircularBuffer buffer(10000);
+   ASSERT_TRUE(write(buffer, 3000, 0));
+   EXPECT_EQ(buffer.capacity(), 4096u);
+   buffer.consume(2000);
+   ASSERT_TRUE(write(buffer, 1500, 7));  // in front
+   EXPECT_EQ(buffer.capacity(), 4096u);
+   EXPECT_NE(buffer.second().size, 0u);
+   Bytes expected = waiting(buffer);
+   ASSERT_TRUE(write(buffer, 2000, 9));
+   EXPECT_EQ(buffer.capacity(), 8192u);
+   EXPECT_EQ(buffer.second().size, 0u) << "all in one piece now";
+   for (int i = 0; i != 2000; ++i) {
+      expected.push_back(static_cast<U8>(9 + i));
+   }
+   EXPECT_EQ(waiting(buffer), expected);
+   ASSERT_TRUE(write(buffer, 10000 - expected.size(), 0));
+   EXPECT_EQ(buffer.capacity(), 10000u) << "not beyond the limit";
+   EXPECT_FALSE(write(buffer, 1, 0));
+}
+
+TEST(CircularBuffer, OneMessageMayExceedTheLimitWhereNothingWaits) {
+   CircularBuffer buffer(100, 6000);
+   EXPECT_EQ(buffer.limit(), 100u);
+   EXPECT_EQ(buffer.reserve(6001), nullptr);
+   ASSERT_TRUE(write(buffer, 60, 0));
+   EXPECT_FALSE(write(buffer, 41, 0));
+   ASSERT_TRUE(write(buffer, 40, 0));
+   buffer.consume(100);
+   ASSERT_TRUE(write(buffer, 6000, 0));
+   buffer.consume(6000);
+   buffer.shrink(0);
+   buffer.limitIs(9000);
+   EXPECT_EQ(buffer.limit(), 6000u);
+   ASSERT_TRUE(write(buffer, 60, 0));
+   EXPECT_TRUE(write(buffer, 5940, 0));
+   EXPECT_FALSE(write(buffer, 1, 0));
+}
+
+TEST(CircularBuffer, GivesMemoryBackWhenNothingWaits) {
+   CircularBuffer buffer(100000);
+   ASSERT_TRUE(write(buffer, 50000, 0));
+   buffer.shrink(0);
+   EXPECT_EQ(buffer.size(), 50000u) << "something waits";
+   buffer.consume(50000);
+   EXPECT_GE(buffer.capacity(), 50000u);
+   buffer.shrink(4096);
+   EXPECT_EQ(buffer.capacity(), 4096u);
+   ASSERT_TRUE(write(buffer, 4096, 0));
+   buffer.consume(4096);
+   EXPECT_EQ(buffer.capacity(), 4096u);
+   buffer.shrink(0);
+   EXPECT_EQ(buffer.capacity(), 0u);
+   EXPECT_TRUE(write(buffer, 10, 0));
+}
+
+TEST(CircularBuffer, BuffersThatShareABudgetKeepToItTogether) {
+   ByteBudget budget;
+   budget.bound = 10000;
+   {
+      CircularBuffer first(100000, 0, &budget);
+      CircularBuffer second(100000, 0, &budget);
+      ASSERT_TRUE(write(first, 4096, 0));
+      EXPECT_EQ(budget.held, 0u) << "the first bytes of each are free";
+      ASSERT_TRUE(write(first, 4096, 0));
+      ASSERT_TRUE(write(first, 5904, 0)) << "up to the bound, though not to twice the size";
+      EXPECT_EQ(budget.held, 10000u);
+      EXPECT_EQ(first.capacity(), 14096u);
+      EXPECT_FALSE(write(first, 1, 0));
+      EXPECT_TRUE(write(second, 4096, 0));
+      EXPECT_EQ(second.reserve(1), nullptr);
+      second.consume(4096);
+      EXPECT_EQ(second.reserve(4097), nullptr) << "though nothing waits";
+      first.consume(first.size());
+      first.shrink(0);
+      EXPECT_EQ(budget.held, 0u);
+      EXPECT_TRUE(write(second, 14096, 0));
+      EXPECT_FALSE(write(second, 1, 0));
+   }
+   EXPECT_EQ(budget.held, 0u);
+}
+
 TEST_F(CircularBufferProperties, GivesBackTheBytesThatWereWrittenInTheirOrder) {
-   for (std::size_t const capacity : {1U, 2U, 7U, 64U, 1000U}) {
+   for (std::size_t const capacity : {1U, 2U, 7U, 64U, 1000U, 5000U, 12000U}) {
       CircularBuffer buffer(capacity);
       std::deque<U8> expected;
       U8 next = 0;
@@ -134,6 +218,10 @@ TEST_F(CircularBufferProperties, GivesBackTheBytesThatWereWrittenInTheirOrder) {
          }
          ASSERT_EQ(buffer.size(), expected.size());
          ASSERT_EQ(buffer.empty(), expected.empty());
+         ASSERT_LE(buffer.capacity(), capacity);
+         if (random() % 100 == 0) {
+            buffer.shrink(random() % 2 * 4096);
+         }
       }
    }
 }

@@ -62,6 +62,7 @@ FdConnection::FdConnection(Hub& hub, int fd, SessionListener* listener)
    fcntl(fd, F_SETFL, flags | O_NONBLOCK);
    fcntl(fd, F_SETFD, FD_CLOEXEC);
    session_.peerIs(peerIdentity(fd));
+   session_.boundSessionsOfUid();
 }
 
 FdConnection::~FdConnection() {

@@ -21,6 +21,10 @@ PeerIdentity peerIdentity(int fd);
 /// or `flush`, all together. Call `flush()` at the end of a turn to send them without waiting for
 /// the descriptor to be polled.
 ///
+/// An owner that has given the hub a clock polls no longer than until `Hub::deadline()`, and calls
+/// `Hub::expire()` then and `flush()` afterwards, so that peers that stop in the middle of a
+/// message, or that do not take the last bytes, end as well.
+///
 /// Ownership: the descriptor is made non-blocking and closed with the connection.
 class FdConnection {
 public:

@@ -54,7 +54,11 @@ void HandleTable::remove(U32 handle) noexcept {
 }
 
 Hub::Hub(Limits const& limits)
-      : limits_(limits), handles_(std::min(limits.entities, HandleTable::placeMask)) {}
+      : limits_(limits),
+        shortMessage_(std::min(limits.longestMessage, limits.unmounted)),
+        handles_(std::min(limits.entities, HandleTable::placeMask)) {
+   budget_.bound = limits.sessionBytes;
+}
 
 Hub::~Hub() {
    assert(sessions_.empty());

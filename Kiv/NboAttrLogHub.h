@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Kiv/Entity.h"
+#include "Kiv/NboAttrLogCircularBuffer.h"
 #include "Kiv/NboAttrLogWire.h"
 
 namespace Kiv::NboAttrLog {
@@ -87,11 +88,23 @@ public:
    std::vector<NamedEntity*> roots() const;
    std::vector<Session*> const& sessions() const noexcept { return sessions_; }
 
-   /// A clock in nanoseconds that never goes back, for telling how long peers are there and behind.
-   /// It is asked when one comes, falls behind, or is asked about. Null, as at first: none.
+   /// A clock in nanoseconds that never goes back, for telling how long peers are there and behind,
+   /// and what has waited too long. Null, as at first: none.
    void clockIs(U64 (*clock)() noexcept) noexcept { clock_ = clock; }
    /// 0 without a clock.
    U64 now() const noexcept { return clock_ != nullptr ? clock_() : 0; }
+
+   /// When `expire` has something to do next, by the clock. 0: nothing waits, or there is no clock.
+   /// O(sessions).
+   U64 deadline() const noexcept;
+   /// Ends sessions whose peer has left half a message unfinished for too long, drops what closed
+   /// ones could not send, and gives back the buffers of those that are idle: to be called when
+   /// `deadline()` has come; more often does no harm. Without a clock nothing is ended, and idle is
+   /// who has neither sent nor received since the last call. O(sessions). REQUIRES: not called from
+   /// inside a session.
+   void expire();
+   /// Bytes of memory that the buffers of all sessions hold, as `Limits::sessionBytes` counts them.
+   std::size_t heldBytes() const noexcept { return budget_.held; }
 
 private:
    friend class Session;
@@ -123,9 +136,12 @@ private:
    };
 
    Limits limits_;
+   /// A body that is not longer need not be looked at more closely.
+   std::size_t shortMessage_;
    HandleTable handles_;
    std::vector<std::unique_ptr<Root>> roots_;
    std::vector<Session*> sessions_;
+   ByteBudget budget_;
    U64 sessionsMade_ = 0;
    U64 (*clock_)() noexcept = nullptr;
    Applying applying_;

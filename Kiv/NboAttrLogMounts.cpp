@@ -49,7 +49,7 @@ void Session::applyMount(In& in) {
    OfferedRoot asked{Sarn::String(in.nextValidString(longestName)), {}};
    asked.name = in.nextValidString(longestName);
    in.expectEnd();
-   if (served_.size() + pending_.size() > hub_.limits_.nesting) {
+   if (served_.size() + pending_.size() >= hub_.limits_.nesting) {
       in.fault("more than " + std::to_string(hub_.limits_.nesting) + " mounts");
    }
    Hub::Root* const root = hub_.findOffered(asked.type, asked.name);
@@ -62,6 +62,7 @@ void Session::applyMount(In& in) {
       pendingEnq(Opcode::refused, id, std::move(reason), 0);
       return;
    }
+   hasMount();
    served_.push_back({root, id, static_cast<MountMode>(mode)});
    ++root->users;
 }

@@ -55,7 +55,7 @@ void Session::applyRoots(In& in) {
 }
 
 void Session::checkRoomForAnswer(In const& in) const {
-   if (pending_.size() > hub_.limits_.nesting) {
+   if (pending_.size() >= hub_.limits_.nesting) {
       in.fault("more than " + std::to_string(hub_.limits_.nesting) +
                " requests wait for an answer");
    }

@@ -18,13 +18,22 @@ Entity const* rootOf(Entity const& entity) noexcept {
    return at;
 }
 
+/// `clear` would keep the memory.
+template <class Vector>
+void freeAll(Vector& vector) {
+   Vector().swap(vector);
+}
+
 }  // namespace
 
 Session::Session(Hub& hub, SessionListener* listener)
       : hub_(hub),
         listener_(listener),
-        out_(hub.limits().outputBuffer),
-        longestBody_(std::min(hub.limits().longestMessage, out_.capacity() - headerSize - 1)),
+        out_(std::min(hub.limits().outputBuffer, hub.limits().unmounted), hub.limits().outputBuffer,
+             &hub.budget_),
+        longestBody_(
+              std::min(hub.limits().longestMessage, hub.limits().outputBuffer - headerSize - 1)),
+        idleSince_(hub.now()),
         number_(++hub.sessionsMade_),
         openedAt_(hub.now()) {
    hub_.sessions_.push_back(this);
@@ -34,6 +43,7 @@ Session::Session(Hub& hub, SessionListener* listener)
 Session::~Session() {
    listener_ = nullptr;
    close("the session is destroyed", false);
+   freeIn();
    std::erase(hub_.sessions_, this);
 }
 
@@ -52,6 +62,9 @@ void Session::tooLong(std::size_t bodySize, U32 handle, AttributeId attribute) {
 bool Session::copy(U8 const* message, std::size_t size) {
    U8* const at = out_.reserve(size);
    if (at == nullptr) {
+      if (out_.empty()) {
+         noRoom(size);
+      }
       return false;
    }
    std::memcpy(at, message, size);
@@ -328,6 +341,7 @@ Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
    mount.mode_ = mode;
    mount.id_ = static_cast<U32>(mounts_.size());
    mount.adopted_ = adopt;
+   hasMount();
    if (closed_) {
       mount.state_ = Mount::State::lost;
       mount.reason_ = closeReason_;
@@ -392,17 +406,22 @@ void Session::close(Sarn::String const& reason, bool tell) {
       return;
    }
    told_ = true;
+   closedAt_ = hub_.now();
+   if (consumed_ == 0) {  // else `received` does so, which is looking at them
+      freeIn();
+   }
    if (tell) {
       std::string_view const text = std::string_view(closeReason_).substr(0, 1000);
       write(Opcode::bye, 4 + text.size(), 0, 0, [text](Out& out) { out.writeString(text); });
    }
    unsubscribe();
    walkDepth_ = 0;
-   walk_.clear();
-   flowOuts_.clear();
+   freeAll(walk_);
+   freeAll(flowOuts_);
+   freeAll(introduced_);
    firstDirty_ = lastDirty_ = nullptr;
    dirtyCount_ = 0;
-   incoming_.clear();
+   freeAll(incoming_);
    incomingHandles_.clear();
    open_.clear();
    pending_.clear();
@@ -427,10 +446,14 @@ void Session::mountStateIs(Mount& mount, Mount::State state) {
 }
 
 void Session::sent(std::size_t size) {
+   used_ = true;
    out_.consume(size);
    pump();
    if (out_.empty() && upToDate()) {
       behindSince_ = 0;
+   }
+   if (closed_) {
+      out_.shrink(0);
    }
 }
 

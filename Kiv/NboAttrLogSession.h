@@ -55,6 +55,9 @@ protected:
 /// there is room again. The memory of a peer that reads nothing is bounded by its buffer, a flag
 /// an attribute, and an entry for each changed key up to a bound (`Limits::dirtyKeys`).
 ///
+/// It has little memory until something is mounted on either side; then its buffers grow by use, up
+/// to a limit, and are given back when it is idle (`Hub::expire`) and when it ends.
+///
 /// What comes in is checked; the first message that breaks a rule closes the session with a
 /// reason, and nothing of that message is applied.
 class Session {
@@ -77,13 +80,17 @@ public:
    /// Who the peer is, as its carrier knows; others are told when it has what they want.
    void peerIs(PeerIdentity peer) { peer_ = std::move(peer); }
    PeerIdentity const& peer() const noexcept { return peer_; }
+   /// Closes the session if the peer's user has more of them than `Limits::sessionsOfUid`; for the
+   /// carrier, when it has told who the peer is. The listener is told when bytes are carried next.
+   void boundSessionsOfUid();
 
    // Bytes.
 
    /// Takes and applies bytes from the peer; any split is fine. What an observer throws comes out
    /// here, after the message that caused it; the rest is applied by the next call.
    void received(U8 const* bytes, std::size_t size);
-   /// The bytes to be sent next; empty when there are none.
+   /// The bytes to be sent next; empty when there are none. Valid until the next change of what is
+   /// mirrored here, and the next call.
    CircularBuffer::Piece output() const noexcept { return out_.first(); }
    CircularBuffer::Piece outputBehind() const noexcept { return out_.second(); }
    /// `size` bytes of the output have been sent. Fills the freed room.
@@ -103,6 +110,8 @@ public:
    SessionStats const& stats() const noexcept { return stats_; }
    /// What `sessionsAsk()` tells of this one. O(entities with something still to be told).
    SessionStatus status() const;
+   /// Bytes of memory that its buffers hold.
+   std::size_t heldBytes() const noexcept { return out_.capacity() + in_.capacity(); }
    /// Entities with something still to be told.
    std::size_t dirtyEntities() const noexcept { return dirtyCount_; }
    bool handshakeDone() const noexcept { return greeted_; }
@@ -145,6 +154,20 @@ private:
       /// The keys that were named; null if the collection was empty when the replay began.
       std::shared_ptr<DirtyKeys> seen;
    };
+
+   // What it may hold, and how long: NboAttrLogBounds.cpp
+   /// Something is mounted: the peer is worth its whole buffer.
+   void hasMount() noexcept { out_.limitIs(hub_.limits_.outputBuffer); }
+   /// A message found no room although nothing waits.
+   void noRoom(std::size_t size);
+   /// The longest body that the peer has a reason to send.
+   std::size_t longestIncoming() const noexcept;
+   /// Takes account of what `received` has left; `before`: messages that had come by then.
+   void boundHalfMessage(U64 before);
+   void freeIn() noexcept;
+   U64 deadline() const noexcept;
+   void expire(U64 now);
+   bool holdsIdleBytes() const noexcept;
 
    // Writing: NboAttrLogSession.cpp
    /// A change of a child, a collection or a queue. `removed`: the child that was there before.
@@ -297,6 +320,13 @@ private:
    CircularBuffer out_;
    std::size_t longestBody_;
    std::vector<U8> in_;
+   /// The capacity of `in_` that the hub has been told of.
+   std::size_t inHeld_ = 0;
+   /// When the message of which a part is here began to come; 0: no part is here, or no clock is.
+   U64 halfSince_ = 0;
+   /// Since when it has neither sent nor received, as far as `expire` knows.
+   U64 idleSince_;
+   bool used_ = true;
    SessionStats stats_;
 
    std::vector<U64> introduced_;
@@ -327,6 +357,7 @@ private:
    U64 const openedAt_;
    /// 0: the peer has taken everything.
    U64 behindSince_ = 0;
+   U64 closedAt_ = 0;
    U32 rootsAsked_ = 0;
    U32 sessionsAsked_ = 0;
    U32 changesSent_ = 0;
@@ -358,6 +389,8 @@ inline U8* Session::reserve(Opcode opcode, std::size_t bodySize, U32 handle,
       Out out(at, headerSize);
       writeHeader(out, {opcode, static_cast<U32>(bodySize), handle, attribute});
       changesSent_ += isChange(opcode) ? 1 : 0;
+   } else if (out_.empty()) [[unlikely]] {
+      noRoom(headerSize + bodySize);
    }
    return at;
 }

@@ -113,7 +113,7 @@ SessionStatus Session::status() const {
       status.dirtyKeys += flow->dirtyCollKeys();
    }
    status.waiting = out_.size();
-   status.capacity = out_.capacity();
+   status.capacity = out_.limit();
    status.behind = behindSince_ != 0 ? now - behindSince_ : 0;
    for (Served const& served : served_) {
       NamedEntity const& root = served.root->entity();

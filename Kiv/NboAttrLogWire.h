@@ -50,10 +50,10 @@ enum class Opcode : U8 {
    last_ = sessions,
 };
 
-/// What one connection may cost, on either side. Both ends of a connection should agree on
-/// `longestMessage`.
+/// What one connection may cost, and all of a hub together, on either side. Both ends of a
+/// connection should agree on `longestMessage`.
 struct Limits {
-   /// Bytes that wait to be sent, per connection.
+   /// Bytes that wait to be sent, per connection. The memory for them is taken when it is used.
    std::size_t outputBuffer = std::size_t(1) << 20;
    /// The longest body of a message, sent or received.
    std::size_t longestMessage = std::size_t(1) << 18;
@@ -66,6 +66,20 @@ struct Limits {
    /// collection is replayed. A writer's own changes are always told key by key, and its session
    /// ends when more than `entities` keys of one collection wait.
    std::size_t dirtyKeys = 1024;
+   /// Bytes that wait to be sent where neither end has mounted anything, but for one answer; and
+   /// the longest body from a peer that has nothing to tell but what it asks for.
+   std::size_t unmounted = std::size_t(1) << 14;
+   /// Bytes that the buffers of all sessions of a hub hold, beyond the first 4 KiB of each. When
+   /// they are exhausted, output counts as full earlier, and a session that needs more for a single
+   /// message ends.
+   std::size_t sessionBytes = std::size_t(1) << 26;
+   /// Connections of one user, where the carrier knows who the peer is.
+   U32 sessionsOfUid = 256;
+   /// Nanoseconds by the hub's clock that a message may take from its first byte to its last, and
+   /// that a session that is closed waits for its last bytes to be sent. See `Hub::expire`.
+   U64 halfMessage = 60'000'000'000;
+   /// Nanoseconds after which a session that neither sends nor receives gives its buffers back.
+   U64 idle = 5'000'000'000;
 };
 
 struct Header {

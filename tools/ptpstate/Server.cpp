@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <vector>
 
@@ -13,6 +14,16 @@ namespace Ptpstate {
 namespace {
 
 using Kiv::NboAttrLog::Ending;
+
+/// Milliseconds until a moment of the steady clock, rounded up; -1, for ever, if it is 0.
+int pollTimeout(U64 deadline) {
+   if (deadline == 0) {
+      return -1;
+   }
+   U64 const now = steadyNow();
+   U64 const left = deadline > now ? deadline - now : 0;
+   return static_cast<int>(std::min<U64>((left + 999'999) / 1'000'000, 60'000));
+}
 
 }  // namespace
 
@@ -89,7 +100,7 @@ void Server::run(int stopFd) {
       for (Peer const& peer : peers_) {
          polled.push_back({peer.connection.fd(), peer.connection.events(), 0});
       }
-      if (::poll(polled.data(), polled.size(), -1) < 0) {
+      if (::poll(polled.data(), polled.size(), pollTimeout(hub_.deadline())) < 0) {
          if (errno == EINTR) {
             continue;
          }
@@ -102,6 +113,7 @@ void Server::run(int stopFd) {
       for (Peer& peer : peers_) {
          peer.connection.onReady(polled[i++].revents);
       }
+      hub_.expire();
       // One peer's changes are in the outputs of others, which were polled for reading only.
       for (Peer& peer : peers_) {
          peer.connection.flush();
