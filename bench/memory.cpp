@@ -1,11 +1,13 @@
-// What an entity and a stopped reader cost in memory.
+// What an entity, a stopped reader and peers that only hold on cost in memory.
 #include <malloc.h>
 
 #include <cstdio>
+#include <memory>
 
-#include "Kiv/NboAttrLogSession.h"
+#include "Kiv/NboAttrLogConnection.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 #include "bench/Baseline.h"
+#include "bench/Harness.h"
 
 namespace {
 
@@ -45,9 +47,21 @@ void inMap() {
                each, "bytes", each - sizeof(Baseline::Intf));
 }
 
-/// Brings a reader up to date, then lets it stop: what the source holds for it after so many
-/// changes.
-std::size_t stopped(U64 changes) {
+/// Bytes of memory that the process really has.
+std::size_t resident() {
+   std::size_t pages = 0;
+   if (std::FILE* const file = std::fopen("/proc/self/statm", "r")) {
+      if (std::fscanf(file, "%*u %zu", &pages) != 1) {
+         pages = 0;
+      }
+      std::fclose(file);
+   }
+   return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+/// Brings a reader up to date, then lets it stop: `measure(config, intfs)` is called then.
+template <class Measure>
+void withStoppedReader(Measure&& measure) {
    Hub source;
    Hub mirror;
    Sarn::Ptr<Ptp::Config> const config = Ptp::configFactory("ptp/config");
@@ -68,12 +82,109 @@ std::size_t stopped(U64 changes) {
       reader.received(told.begin, told.size);
       writer.sent(told.size);
    }
-   std::size_t const kept = heap();
-   for (U64 i = 0; i != changes; ++i) {
-      Ptp::IntfConfig& intf = *intfs[i % entities];
-      intf.linkDelayThresholdIs(i + 1);
+   measure(*config, intfs);
+}
+
+/// What the source holds for it after so many changes.
+std::size_t stopped(U64 changes) {
+   std::size_t held = 0;
+   withStoppedReader([&](Ptp::Config&, std::vector<Ptp::IntfConfig*> const& intfs) {
+      std::size_t const kept = heap();
+      for (U64 i = 0; i != changes; ++i) {
+         intfs[i % entities]->linkDelayThresholdIs(i + 1);
+      }
+      held = heap() - kept;
+   });
+   return held;
+}
+
+/// Interfaces that come and go while the reader stands still, each under a new key: what the
+/// process has grown by after a tenth of them and after all.
+void churned(U64 keys) {
+   withStoppedReader([&](Ptp::Config& config, std::vector<Ptp::IntfConfig*> const&) {
+      std::size_t const before = resident();
+      std::size_t few = 0;
+      for (U64 i = 0; i != keys; ++i) {
+         Dorn::IntfId const name = intf(static_cast<U32>(entities + i));
+         config.intfConfigIs(name, true, false);
+         config.intfConfigDel(name);
+         if (i + 1 == keys / 10) {
+            few = resident() - before;
+         }
+      }
+      std::size_t const many = resident() - before;
+      std::printf("%-58s %12zu %12zu %-8s %7.3f  %s\n",
+                  "the same, keys that come and go, after 10^6 / 10^7", few, many, "resident",
+                  static_cast<double>(many) / static_cast<double>(few), "the same");
+   });
+}
+
+U64 steadyNanoseconds() noexcept {
+   return static_cast<U64>(Harness::now() * 1e9);
+}
+
+/// A message of a peer that does not keep to what the library would send.
+std::vector<U8> forged(Opcode opcode, std::size_t claimed, std::size_t sent) {
+   std::vector<U8> bytes(headerSize + sent);
+   Out out(bytes.data(), headerSize);
+   writeHeader(out, {opcode, static_cast<U32>(claimed), 0, 0});
+   return bytes;
+}
+
+/// So many peers greet, ask without reading the answers, leave half a message, and go: what the
+/// server has beyond what it had, meanwhile and afterwards.
+void peers(int count, std::size_t claimed, char const* what) {
+   Limits limits;
+   limits.sessionsOfUid = static_cast<U32>(count);  // all of them are of this process
+   Hub hub(limits);
+   hub.clockIs(&steadyNanoseconds);
+   hub.rootIs(Ptp::configFactory("ptp/config"));
+   Hub theirs;
+   Session speaker(theirs);
+   CircularBuffer::Piece const greeting = speaker.output();
+   std::vector<U8> said(greeting.begin, greeting.begin + greeting.size);
+   for (int i = 0; i != 60; ++i) {
+      std::vector<U8> const question = forged(Opcode::listSessions, 0, 0);
+      said.insert(said.end(), question.begin(), question.end());
    }
-   return heap() - kept;
+   std::vector<U8> const half = forged(Opcode::bye, claimed, claimed - 1);
+   said.insert(said.end(), half.begin(), half.end());
+   std::size_t const before = resident();
+   std::vector<int> ends;
+   std::vector<std::unique_ptr<FdConnection>> connections;
+   for (int i = 0; i != count; ++i) {
+      int pair[2];
+      if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+         Harness::die("socketpair");
+      }
+      connections.push_back(std::make_unique<FdConnection>(hub, pair[1]));
+      ends.push_back(pair[0]);
+      for (std::size_t at = 0; at < said.size();) {
+         ssize_t const sent =
+               send(pair[0], said.data() + at, said.size() - at, MSG_DONTWAIT | MSG_NOSIGNAL);
+         at += sent > 0 ? static_cast<std::size_t>(sent) : 0;
+         connections.back()->onReady(POLLIN | POLLOUT);
+         if (sent < 0 && connections.back()->done()) {
+            break;
+         }
+      }
+   }
+   std::size_t const with = resident() - before;
+   for (int const end : ends) {
+      close(end);
+   }
+   connections.clear();
+   std::size_t const after = resident() - std::min(before, resident());
+   std::printf("%-58s %12zu %12zu %-8s\n", what, with, after, "resident");
+}
+
+/// In a process of its own, since memory that was given back to the heap stays resident.
+template <class Body>
+void apart(Body&& body) {
+   Harness::Child const child([&body](int) {
+      body();
+      std::fflush(stdout);
+   });
 }
 
 }  // namespace
@@ -88,5 +199,10 @@ int main() {
    std::printf("%-58s %12zu %12zu %-8s %7.3f  %s\n",
                "a stopped reader of 10 000 entities, after 10^6 / 10^8", few, many, "bytes",
                static_cast<double>(many) / static_cast<double>(few), "the same");
+   apart([] { churned(10'000'000); });
+   apart([] {
+      peers(500, std::size_t(1) << 14, "500 peers that mount nothing: with them, and after");
+   });
+   apart([] { peers(500, std::size_t(1) << 18, "the same, that claim messages of 256 KiB"); });
    return 0;
 }
