@@ -52,7 +52,8 @@ struct CollectionOps {
    /// Sets the key's value through the setter; the key of a value that contains it is ignored.
    void (*is)(Entity& owner, void const* key, void const* value);
    /// Creates or finds a child through the setter; `args`: the key and the constructor arguments.
-   Sarn::Ptr<Entity> (*childIs)(Entity& owner, void const* const* args);
+   /// Throws `NewEntityArgsException` for arguments of the wrong kind or number.
+   Sarn::Ptr<Entity> (*childIs)(Entity& owner, CtorArgs args);
    /// The types of those arguments.
    TypeImpl const* const* childArgTypes;
    std::size_t childArgCount;
@@ -100,6 +101,8 @@ struct QueueOps {
    void (*enq)(Entity& owner, void const* value);
    bool (*deq)(Entity& owner);
    void (*delAll)(Entity& owner);
+   /// Builds an iterator at the first element; its keys are the sequence numbers, as U32.
+   CollectionIterator* (*iterator)(Entity& owner, IteratorStorage& storage);
    std::size_t (*elementSize)(void const* value);
    void (*encodeElement)(NboAttrLog::Out& out, void const* value);
    /// Reads an element and appends it under the given number, dropping what would not be in

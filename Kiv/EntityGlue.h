@@ -40,17 +40,15 @@ template <class T, auto Factory>
 struct EntityGlue {
    using Args = typename Impl::FactoryArgs<decltype(Factory)>::Tuple;
 
-   static Sarn::Ptr<Entity> genericIfConstructFromCtorArgs(void const* const* args) {
+   static Sarn::Ptr<Entity> genericIfConstructFromCtorArgs(CtorArgs args) {
       return [&]<std::size_t... i>(std::index_sequence<i...>)->Sarn::Ptr<Entity> {
-         if (sizeof...(i) != 0 && (args == nullptr || (... || (args[i] == nullptr)))) {
-            throwNewEntityArgsException(T::kivTypeImpl.name);
-         }
-         return Factory(*static_cast<std::tuple_element_t<i, Args> const*>(args[i])...);
+         checkCtorArgs(T::kivTypeName, args, Impl::typesOf<std::tuple_element_t<i, Args>...>);
+         return Factory(*static_cast<std::tuple_element_t<i, Args> const*>(args[i].address)...);
       }
       (std::make_index_sequence<std::tuple_size_v<Args>>());
    }
    static U8 genericIfAttributeOp(void* result, void* object, FieldDescriptor const* field, U8 op,
-                                  void const* other, void const* argument) {
+                                  ValueRef other, ValueRef argument) {
       return GenericIfImpl::attributeOp(T::kivTypeImpl, result, object, field, op, other, argument);
    }
 
@@ -107,12 +105,17 @@ template <class T, auto Factory, bool hasCollection>
       &EntityGlue<T, Factory>::genericIfAttributeOp,
       hasCollection ? &GenericIfImpl::iterator : nullptr, &EntityGlue<T, Factory>::stream};
 
+/// The ids of an entity type's constructor arguments.
+template <AttributeId... id>
+[[gnu::visibility("hidden")]] inline constexpr std::array<AttributeId, sizeof...(id)> ctorArgIds{
+      id...};
+
 /// The type data of a generated entity.
 template <class T, std::size_t rowCount>
 constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions,
                               TypeImpl const* base, FieldDescriptor const (&rows)[rowCount],
                               AttributeId firstId, KivModule const& module, U16 index,
-                              AllocTrackTypeInfo& tracker) {
+                              AllocTrackTypeInfo& tracker, std::span<AttributeId const> ctorArgs) {
    return {name,       TypeKind::entity,
            alignof(T), sizeof(T),
            nullptr,    nullptr,
@@ -120,13 +123,14 @@ constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions
            rows,       firstId,
            rowCount,   &module,
            index,      std::is_base_of_v<NamedEntity, T>,
-           &tracker};
+           &tracker,   ctorArgs};
 }
 /// The same for one without members of its own.
 template <class T>
 constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions,
                               TypeImpl const* base, std::nullptr_t, AttributeId firstId,
-                              KivModule const& module, U16 index, AllocTrackTypeInfo& tracker) {
+                              KivModule const& module, U16 index, AllocTrackTypeInfo& tracker,
+                              std::span<AttributeId const> ctorArgs) {
    return {name,       TypeKind::entity,
            alignof(T), sizeof(T),
            nullptr,    nullptr,
@@ -134,7 +138,7 @@ constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions
            nullptr,    firstId,
            0,          &module,
            index,      std::is_base_of_v<NamedEntity, T>,
-           &tracker};
+           &tracker,   ctorArgs};
 }
 
 /// The type data of a generated value type. `F`: the types of its fields.
@@ -155,7 +159,8 @@ constexpr TypeImpl valueType(char const* name, FieldDescriptor const (&rows)[row
            &module,
            index,
            false,
-           &tracker};
+           &tracker,
+           {}};
 }
 
 }  // namespace Kiv

@@ -14,9 +14,10 @@ void throwParseException(std::string_view message, std::size_t position) {
    throw ParseException(Sarn::String(message), position);
 }
 
-void throwNewEntityArgsException(std::string_view type) {
+void throwNewEntityArgsException(std::string_view type, std::string_view fault) {
    throw NewEntityArgsException(Sarn::String(type) +
-                                ": constructor arguments of the wrong kind or number");
+                                ": constructor arguments of the wrong kind or number" +
+                                (fault.empty() ? "" : ": ") + Sarn::String(fault));
 }
 
 void rethrowFromDeserializeAttr(RangeException const& error, std::string_view name) {

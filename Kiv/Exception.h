@@ -75,7 +75,8 @@ public:
 
 [[noreturn]] void throwRangeException(std::string_view message);
 [[noreturn]] void throwParseException(std::string_view message, std::size_t position);
-[[noreturn]] void throwNewEntityArgsException(std::string_view type);
+/// `fault` says what is wrong with the arguments, where that is known.
+[[noreturn]] void throwNewEntityArgsException(std::string_view type, std::string_view fault = {});
 
 /// Throws `error` again with the field's name before its message: "state: clockClass: ...".
 [[noreturn]] void rethrowFromDeserializeAttr(RangeException const& error, std::string_view name);

@@ -5,7 +5,7 @@ namespace GenericIfImpl {
 namespace {
 
 U8 wholeValueOp(TypeImpl const& type, void* result, void const* object, AttributeOp op,
-                void const* other) {
+                ValueRef other) {
    if (type.support == nullptr) {
       return statusRefused;
    }
@@ -14,10 +14,10 @@ U8 wholeValueOp(TypeImpl const& type, void* result, void const* object, Attribut
          *static_cast<U8*>(result) = type.support->differsFromDefault(object) ? 1 : 0;
          return statusOk;
       case AttributeOp::isEq:
-         if (other == nullptr) {
+         if (!other.isA(type)) {
             throwTypeException(type.name);
          }
-         *static_cast<U8*>(result) = type.support->isEq(object, other) ? 1 : 0;
+         *static_cast<U8*>(result) = type.support->isEq(object, other.address) ? 1 : 0;
          return statusOk;
       default:
          return statusRefused;
@@ -25,17 +25,20 @@ U8 wholeValueOp(TypeImpl const& type, void* result, void const* object, Attribut
 }
 
 U8 childOp(FieldDescriptor const& field, void* result, Entity& owner, AttributeOp op,
-           void const* argument) {
+           ValueRef argument) {
    using Child = Sarn::Ptr<Entity>;
    switch (op) {
       case AttributeOp::read:
          std::construct_at(static_cast<Child*>(result), field.ops->child->get(owner));
          return statusOk;
       case AttributeOp::write: {
-         auto const* const name = static_cast<Sarn::String const*>(argument);
+         auto const* const name = static_cast<Sarn::String const*>(argument.address);
          bool const named = field.has(FieldDescriptor::named);
          if (named && name == nullptr) {
             return statusRefused;
+         }
+         if (named && !argument.isA(typeOf<Sarn::String>())) {
+            throwTypeException(typeOf<Sarn::String>().name);
          }
          std::construct_at(static_cast<Child*>(result),
                            field.ops->child->is(owner, named ? std::string_view(*name) : ""));
@@ -52,7 +55,7 @@ U8 childOp(FieldDescriptor const& field, void* result, Entity& owner, AttributeO
 }  // namespace
 
 U8 attributeOp(TypeImpl const& type, void* result, void* object, FieldDescriptor const* wanted,
-               U8 code, void const* other, void const* argument) {
+               U8 code, ValueRef other, ValueRef argument) {
    auto const op = static_cast<AttributeOp>(code);
    if (wanted == nullptr) {
       return wholeValueOp(type, result, object, op, other);
@@ -80,20 +83,39 @@ U8 attributeOp(TypeImpl const& type, void* result, void* object, FieldDescriptor
       return statusOk;
    }
    if (op == AttributeOp::write && field->ops->write != nullptr) {
-      if (argument == nullptr) {
+      if (!argument.isA(*field->type)) {
          throwTypeException(field->type->name);
       }
-      field->ops->write(object, argument);
+      field->ops->write(object, argument.address);
       return statusOk;
    }
    return statusRefused;
 }
 
+FieldDescriptor const& collectionField(Entity const& object, FieldDescriptor const& wanted) {
+   TypeImpl const& type = object.kivType();
+   FieldDescriptor const* const field = type.field(wanted.fieldId);
+   if (field == nullptr || field->ops == nullptr ||
+       (field->ops->collection == nullptr && field->ops->queue == nullptr)) {
+      throw TypeException(Sarn::String(type.name) + "." +
+                          (field != nullptr ? field->name : std::to_string(wanted.fieldId)) +
+                          " is not a collection");
+   }
+   return *field;
+}
+
+CollectionIterator* begin(Entity& object, FieldDescriptor const& wanted, IteratorStorage& storage) {
+   AttrOps const& ops = *collectionField(object, wanted).ops;
+   return ops.queue != nullptr ? ops.queue->iterator(object, storage)
+                               : ops.collection->iterator(object, storage);
+}
+
 bool iterator(Entity& object, IteratorStorage& storage, FieldDescriptor const& field,
               IteratorOp op) {
    if (op == IteratorOp::begin) {
-      return field.ops->collection->iterator(object, storage)->valid();
+      return begin(object, field, storage)->valid();
    }
+   collectionField(object, field);  // of what is none, nothing was begun
    auto* const at = std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes));
    if (op == IteratorOp::destroy) {
       at->~CollectionIterator();
@@ -109,13 +131,17 @@ void const* iterKey(FieldDescriptor const&, IteratorStorage& storage) {
    return std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes))->key();
 }
 
-void const* iterObj(FieldDescriptor const& field, IteratorStorage& storage) {
-   auto* const at = std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes));
-   return field.kind == MemberKind::children ? at->child() : at->value();
+void const* iterObj(FieldDescriptor const&, IteratorStorage& storage) {
+   return std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes))->value();
 }
 
-bool iterDel(Entity& object, FieldDescriptor const& field, IteratorStorage& storage) {
-   return field.ops->collection->del(object, iterKey(field, storage));
+bool iterDel(Entity& object, FieldDescriptor const& wanted, IteratorStorage& storage) {
+   FieldDescriptor const& field = collectionField(object, wanted);
+   void const* const key = iterKey(field, storage);
+   if (QueueOps const* const queue = field.ops->queue) {
+      return *static_cast<U32 const*>(key) == queue->frontSequence(object) && queue->deq(object);
+   }
+   return field.ops->collection->del(object, key);
 }
 
 }  // namespace GenericIfImpl
@@ -138,7 +164,26 @@ bool TypeImpl::isA(TypeImpl const& other) const noexcept {
    return false;
 }
 
-void TypeImpl::genericIfConstructFromCtorArgs(void* dst, void const* const* args) const {
+bool ValueRef::isA(TypeImpl const& wanted) const noexcept {
+   // A type that several libraries make for themselves, such as an optional, has several objects.
+   return address != nullptr && (type == &wanted || std::string_view(type->name) == wanted.name);
+}
+
+void checkCtorArgs(std::string_view made, CtorArgs args, std::span<TypeImpl const* const> wanted) {
+   if (args.size() != wanted.size()) {
+      throwNewEntityArgsException(made, "takes " + std::to_string(wanted.size()) + ", was given " +
+                                              std::to_string(args.size()));
+   }
+   for (std::size_t i = 0; i != args.size(); ++i) {
+      if (!args[i].isA(*wanted[i])) {
+         throwNewEntityArgsException(
+               made, "argument " + std::to_string(i + 1) + " is a " + wanted[i]->name + ", not " +
+                           (args[i].address != nullptr ? args[i].type->name : "nothing"));
+      }
+   }
+}
+
+void TypeImpl::genericIfConstructFromCtorArgs(void* dst, CtorArgs args) const {
    if (entity != nullptr) {
       std::construct_at(static_cast<Sarn::Ptr<Entity>*>(dst),
                         entity->genericIfConstructFromCtorArgs(args));
@@ -148,7 +193,7 @@ void TypeImpl::genericIfConstructFromCtorArgs(void* dst, void const* const* args
 }
 
 U8 TypeImpl::genericIfAttributeOp(void* result, void* object, FieldDescriptor const* wanted, U8 op,
-                                  void const* other, void const* argument) const {
+                                  ValueRef other, ValueRef argument) const {
    return GenericIfImpl::attributeOp(*this, result, object, wanted, op, other, argument);
 }
 

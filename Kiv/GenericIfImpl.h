@@ -21,10 +21,18 @@ namespace GenericIfImpl {
 
 /// What every type's `genericIfAttributeOp` does, with the type's rows.
 U8 attributeOp(TypeImpl const& type, void* result, void* object, FieldDescriptor const* field,
-               U8 op, void const* other, void const* argument);
+               U8 op, ValueRef other, ValueRef argument);
+
+/// The entity's own descriptor of a collection or queue, chosen by id. Throws `TypeException` for a
+/// member that is neither, and for an id that the entity's type does not have.
+FieldDescriptor const& collectionField(Entity const& object, FieldDescriptor const& field);
+
+/// A checked iterator at the first element of a collection or queue. Throws as `collectionField`.
+CollectionIterator* begin(Entity& object, FieldDescriptor const& field, IteratorStorage& storage);
 
 /// What every entity type's `genericIfIterator` does. `begin` builds the iterator, `next` steps,
-/// `valid` only tells; all three return whether it stands on an element. `destroy` ends it.
+/// `valid` only tells; all three return whether it stands on an element. `destroy` ends it. Throws
+/// as `collectionField`.
 bool iterator(Entity& object, IteratorStorage& iterator, FieldDescriptor const& field,
               IteratorOp op);
 
@@ -33,15 +41,17 @@ void const* iterKey(FieldDescriptor const& field, IteratorStorage& iterator);
 /// The current value, or the child entity.
 void const* iterObj(FieldDescriptor const& field, IteratorStorage& iterator);
 /// Removes the current element through the deleting accessor; the iterator goes on with `next`.
+/// False, and nothing is removed, where there is none, or it is not the front of its queue.
 bool iterDel(Entity& object, FieldDescriptor const& field, IteratorStorage& iterator);
 
 }  // namespace GenericIfImpl
 
-/// A collection's checked iterator with its room, for use in a scope.
+/// A checked iterator over a collection or queue, with its room, for use in a scope. Throws
+/// `TypeException` for a member that is neither.
 class CollectionCursor {
 public:
    CollectionCursor(Entity& owner, FieldDescriptor const& field)
-         : iterator_(field.ops->collection->iterator(owner, storage_)) {}
+         : iterator_(GenericIfImpl::begin(owner, field, storage_)) {}
    CollectionCursor(CollectionCursor const&) = delete;
    CollectionCursor& operator=(CollectionCursor const&) = delete;
    ~CollectionCursor() { iterator_->~CollectionIterator(); }

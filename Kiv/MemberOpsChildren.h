@@ -49,16 +49,14 @@ struct ChildrenOps
                         args);
    }
    static constexpr auto childArgTypes = []<std::size_t... i>(std::index_sequence<i...>) {
-      return std::array<TypeImpl const*, sizeof...(i)>{&typeOf<std::tuple_element_t<i, Args>>()...};
+      return typesOf<std::tuple_element_t<i, Args>...>;
    }
    (std::make_index_sequence<std::tuple_size_v<Args>>());
-   static Sarn::Ptr<Entity> childIs(Entity& owner, void const* const* given) {
+   static Sarn::Ptr<Entity> childIs(Entity& owner, CtorArgs given) {
+      checkCtorArgs(typeOf<Child>().name, given, childArgTypes);
       return [&]<std::size_t... i>(std::index_sequence<i...>)->Sarn::Ptr<Entity> {
-         if (given == nullptr || (... || (given[i] == nullptr))) {
-            throwNewEntityArgsException(typeOf<Child>().name);
-         }
          return (static_cast<Owner&>(owner).*
-                 Is)(*static_cast<std::tuple_element_t<i, Args> const*>(given[i])...);
+                 Is)(*static_cast<std::tuple_element_t<i, Args> const*>(given[i].address)...);
       }
       (std::make_index_sequence<std::tuple_size_v<Args>>());
    }

@@ -8,6 +8,33 @@
 namespace Kiv::Impl {
 #pragma GCC visibility push(hidden)
 
+/// Stands on a sequence number. What is taken out meanwhile is skipped, and what is appended is
+/// met.
+template <class Ops>
+class QueueIterator final : public CollectionIterator {
+public:
+   explicit QueueIterator(Entity& owner) : owner_(owner), at_(Ops::frontSequence(owner)) {}
+   bool valid() override {
+      U32 const next = Ops::nextSequence(owner_);
+      U32 const front = Ops::frontSequence(owner_);
+      if (at_ - front > next - front) {  // the element is gone, or the queue was numbered anew
+         at_ = front;
+      }
+      return at_ != next;
+   }
+   void next() override {
+      if (at_ != Ops::nextSequence(owner_)) {
+         ++at_;
+      }
+   }
+   void const* key() override { return &at_; }
+   void const* value() override { return Ops::at(owner_, at_); }
+
+private:
+   Entity& owner_;
+   U32 at_;
+};
+
 template <class Owner, auto Queue, AttributeId id>
 struct QueueMemberOps {
    using Q = std::remove_cvref_t<decltype(std::declval<Owner&>().*Queue)>;
@@ -31,6 +58,11 @@ struct QueueMemberOps {
       return any;
    }
    static void delAll(Entity& owner) { queueDelAll(owner, id, queue(owner)); }
+   static CollectionIterator* iterator(Entity& owner, IteratorStorage& storage) {
+      using Iterator = QueueIterator<QueueMemberOps>;
+      static_assert(sizeof(Iterator) <= sizeof(IteratorStorage));
+      return new (storage.bytes) Iterator(owner);
+   }
    static std::size_t elementSize(void const* value) {
       return ValueOps<T>::size(*static_cast<T const*>(value));
    }
@@ -71,9 +103,9 @@ struct QueueMemberOps {
       }
    }
 
-   static constexpr QueueOps queueOps{&size,          &frontSequence, &nextSequence, &at,
-                                      &enq,           &deq,           &delAll,       &elementSize,
-                                      &encodeElement, &applyEnq,      &applyFront};
+   static constexpr QueueOps queueOps{&size,        &frontSequence, &nextSequence, &at,
+                                      &enq,         &deq,           &delAll,       &iterator,
+                                      &elementSize, &encodeElement, &applyEnq,     &applyFront};
    static constexpr AttrOps ops = [] {
       AttrOps all{};
       all.queue = &queueOps;

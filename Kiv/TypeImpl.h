@@ -1,6 +1,9 @@
 #pragma once
 
+#include <algorithm>
+
 #include "Kiv/Exception.h"
+#include "Kiv/ValueRef.h"
 #include "Sarn/Ptr.h"
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
@@ -41,7 +44,6 @@ enum class MemberKind : U8 {
 struct FieldDescriptor {
    enum Flag : U16 {
       streamed = 1,    ///< travels in the attribute log
-      given = 2,       ///< its first value is a constructor argument
       constant = 4,    ///< set at construction for good, or a constant of the type
       named = 8,       ///< a singleton child that is made with a name
       keyInside = 16,  ///< the map's key is a field of its value
@@ -91,7 +93,7 @@ struct ValueSupport {
    std::size_t (*encodedSize)(void const* value);
    void (*encode)(NboAttrLog::Out& out, void const* value);
    void (*decode)(void* dst, NboAttrLog::In& in);
-   void (*constructFromCtorArgs)(void* dst, void const* const* args);
+   void (*constructFromCtorArgs)(void* dst, CtorArgs args);
 };
 
 /// The position of `genericIfIterator`.
@@ -120,10 +122,10 @@ struct StreamFunctions {
 
 /// Per entity type: the functions that its module record points to.
 struct EntityFunctions {
-   Sarn::Ptr<Entity> (*genericIfConstructFromCtorArgs)(void const* const* args);
+   Sarn::Ptr<Entity> (*genericIfConstructFromCtorArgs)(CtorArgs args);
    U8(*genericIfAttributeOp)
-   (void* result, void* object, FieldDescriptor const* field, U8 op, void const* other,
-    void const* argument);
+   (void* result, void* object, FieldDescriptor const* field, U8 op, ValueRef other,
+    ValueRef argument);
    /// Null when the type has no collection.
    bool (*genericIfIterator)(Entity& object, IteratorStorage& iterator,
                              FieldDescriptor const& field, IteratorOp op);
@@ -154,6 +156,9 @@ public:
    /// Whether an entity of this type is made with a name (a root or a named child).
    bool named;
    AllocTrackTypeInfo* tracker;
+   /// Of an entity type: the members whose first values are the constructor's arguments, in its
+   /// order. `nameFieldId` stands for the name. A derived type may fix some of its base's.
+   std::span<AttributeId const> ctorArgs;
 
    /// The member with this id, own or inherited; null if there is none. O(depth of derivation).
    FieldDescriptor const* field(AttributeId id) const noexcept {
@@ -167,26 +172,43 @@ public:
    FieldDescriptor const* field(std::string_view name) const noexcept;
    /// Whether this is `other` or derived from it.
    bool isA(TypeImpl const& other) const noexcept;
+   /// Whether the member's first value is an argument of this type's constructor.
+   bool isCtorArg(AttributeId id) const noexcept {
+      return std::find(ctorArgs.begin(), ctorArgs.end(), id) != ctorArgs.end();
+   }
 
-   // The generic interface. A value of another type than the operation's is a programming error
-   // where only an address is given; where the framework can tell, it throws TypeException.
+   // The generic interface. A `ValueRef` of another type than the operation's throws. What is given
+   // as an address alone cannot be checked: it must be of the right type.
 
    /// Copy-constructs a value in raw storage.
    void genericIfConstruct(void* dst, void const* src) const {
       values->genericIfConstruct(dst, src);
    }
-   /// Builds a value in raw storage from the addresses of its constructor arguments, in
-   /// declaration order; for an entity the storage gets a `Sarn::Ptr<Entity>`.
-   void genericIfConstructFromCtorArgs(void* dst, void const* const* args) const;
-   /// See `docs/generic-interface.md` for the op codes. `result` is raw storage.
+   /// Builds a value in raw storage from its constructor arguments, in declaration order; for an
+   /// entity the storage gets a `Sarn::Ptr<Entity>`. Throws `NewEntityArgsException` for arguments
+   /// of the wrong kind or number.
+   void genericIfConstructFromCtorArgs(void* dst, CtorArgs args) const;
+   /// See `docs/generic-interface.md` for the op codes. `result` is raw storage. Throws
+   /// `TypeException` where `other` or `argument` is needed and missing or of another type.
    U8 genericIfAttributeOp(void* result, void* object, FieldDescriptor const* field, U8 op,
-                           void const* other, void const* argument) const;
+                           ValueRef other, ValueRef argument) const;
    Sarn::String genericIfStrRep(void const* value) const;
    void genericIfStrepToValue(void* dst, CharRange& text) const;
    U32 genericIfHash(void const* value, U32 seed) const {
       return values->genericIfHash(value, seed);
    }
 };
+
+/// Calls `visit(row)` for every member whose first value is a constructor argument, in the order of
+/// the arguments; the name is none.
+template <class Visit>
+void forEachCtorArg(TypeImpl const& type, Visit&& visit) {
+   for (AttributeId const id : type.ctorArgs) {
+      if (id != nameFieldId) {
+         visit(*type.field(id));
+      }
+   }
+}
 
 /// Calls `visit(row)` for every member, inherited ones first, in id order.
 template <class Visit>

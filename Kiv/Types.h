@@ -119,13 +119,17 @@ template <class T>
 void decodeOf(void* dst, NboAttrLog::In& in) {
    std::construct_at(static_cast<T*>(dst), ValueOps<T>::decode(in));
 }
+/// The types of constructor arguments.
+template <class... T>
+[[gnu::visibility("hidden")]] inline constexpr std::array<TypeImpl const*, sizeof...(T)> typesOf{
+      &typeOf<T>()...};
+
 /// A type without fields is made from one argument: a value of its own.
 template <class T>
-void constructFromOne(void* dst, void const* const* args) {
-   if (args == nullptr || args[0] == nullptr) {
-      throwNewEntityArgsException(typeName<T>());
-   }
-   construct<T>(dst, args[0]);
+void constructFromOne(void* dst, CtorArgs args) {
+   TypeImpl const* const wanted[] = {&typeOf<T>()};
+   checkCtorArgs(typeName<T>(), args, wanted);
+   construct<T>(dst, args[0].address);
 }
 
 template <class T>
@@ -154,7 +158,8 @@ constexpr TypeImpl plainType(char const* name, TypeKind kind) {
            nullptr,
            0,
            false,
-           nullptr};
+           nullptr,
+           {}};
 }
 
 template <class T>
@@ -204,6 +209,8 @@ public:
    void constructed() noexcept { full_ = true; }
    bool full() const noexcept { return full_; }
    void const* get() const noexcept { return room_; }
+   /// REQUIRES: full().
+   ValueRef ref() const noexcept { return {type_, room_}; }
    void clear() {
       if (full_) {
          type_.values->genericIfDestruct(room_);

@@ -72,10 +72,19 @@ std::weak_ordering valueOrder(T const& a, T const& b) noexcept {
    return result;
 }
 
+/// A value type whose hash and text are those of its only field.
+template <class T>
+concept Transparent = T::kivTransparent && std::tuple_size_v<decltype(T::kivFields())>
+== 1;
+
 template <class T>
 U32 valueHash(U32 seed, T const& v) {
-   return std::apply([&](auto const&... f) { return hashFields(seed, v.*f.member...); },
-                     T::kivFields());
+   if constexpr (Transparent<T>) {
+      return hashSingleAttr(seed, v.*std::get<0>(T::kivFields()).member);
+   } else {
+      return std::apply([&](auto const&... f) { return hashFields(seed, v.*f.member...); },
+                        T::kivFields());
+   }
 }
 
 template <class T>
@@ -111,6 +120,11 @@ void valueDecode(NboAttrLog::In& in, T& v) {
 /// "Ptp::UcastNegMsgProfile(logInterval=-3, duration=60)".
 template <class T>
 void valuePrint(Sarn::String& out, T const& v) {
+   if constexpr (Transparent<T>) {
+      auto const field = std::get<0>(T::kivFields());
+      ValueOps<typename decltype(field)::Type>::print(out, v.*field.member);
+      return;
+   }
    out += T::kivTypeName;
    char before = '(';
    std::apply(
@@ -124,10 +138,23 @@ void valuePrint(Sarn::String& out, T const& v) {
    out += ')';
 }
 
-/// Reads the form that `valuePrint` writes; blanks may stand around every token. `v` is left as
-/// far as it got when this throws.
+/// Reads the form that `valuePrint` writes; blanks may stand around every token. Of a transparent
+/// type, reads the form with its own name and the field's as well. `v` is left as far as it got
+/// when this throws.
 template <class T>
 void valueParse(CharRange& text, T& v) {
+   if constexpr (Transparent<T>) {
+      CharRange ahead = text;
+      if (!ahead.accept(T::kivTypeName) || !ahead.accept("(")) {
+         auto const field = std::get<0>(T::kivFields());
+         try {
+            v.*field.member = ValueOps<typename decltype(field)::Type>::parse(text);
+         } catch (RangeException const& error) {
+            rethrowFromDeserializeAttr(error, field.name);
+         }
+         return;
+      }
+   }
    text.expect(T::kivTypeName);
    char const* before = "(";
    std::apply(
@@ -142,14 +169,12 @@ void valueParse(CharRange& text, T& v) {
 }
 
 namespace Impl {
-/// Builds a value in raw storage from the addresses of its fields' values.
+/// Builds a value in raw storage from its fields' values.
 template <class T, class... F>
-void constructFromFields(void* dst, void const* const* args) {
+void constructFromFields(void* dst, CtorArgs args) {
+   checkCtorArgs(T::kivTypeName, args, typesOf<F...>);
    [&]<std::size_t... i>(std::index_sequence<i...>) {
-      if (args == nullptr || (... || (args[i] == nullptr))) {
-         throwNewEntityArgsException(T::kivTypeName);
-      }
-      std::construct_at(static_cast<T*>(dst), T(*static_cast<F const*>(args[i])...));
+      std::construct_at(static_cast<T*>(dst), T(*static_cast<F const*>(args[i].address)...));
    }
    (std::make_index_sequence<sizeof...(F)>());
 }

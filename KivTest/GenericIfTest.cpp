@@ -15,14 +15,14 @@ using Kiv::statusUnknownField;
 
 class GenericIf : public testing::Test {
 protected:
-   U8 op(U8 code, Kiv::AttributeId id, void* result = nullptr, void const* argument = nullptr) {
+   U8 op(U8 code, Kiv::AttributeId id, void* result = nullptr, Kiv::ValueRef argument = nullptr) {
       Kiv::FieldDescriptor wanted;
       wanted.fieldId = id;
       return Root::kivTypeImpl.genericIfAttributeOp(result, root.get(), &wanted, code, nullptr,
                                                     argument);
    }
    /// The child that an op on a singleton child gives.
-   Sarn::Ptr<Kiv::Entity> childOp(U8 code, Kiv::AttributeId id, void const* argument = nullptr) {
+   Sarn::Ptr<Kiv::Entity> childOp(U8 code, Kiv::AttributeId id, Kiv::ValueRef argument = nullptr) {
       alignas(Sarn::Ptr<Kiv::Entity>) unsigned char room[sizeof(Sarn::Ptr<Kiv::Entity>)];
       EXPECT_EQ(op(code, id, room, argument), statusOk);
       auto* const child = reinterpret_cast<Sarn::Ptr<Kiv::Entity>*>(room);
@@ -85,6 +85,40 @@ TEST_F(GenericIf, Op1WithoutAValueIsATypeError) {
    EXPECT_EQ(thrown<Kiv::TypeException>([&] { op(1, 263); }),
              "U32: a value of another type was given");
    EXPECT_EQ(root->u32(), 4000000000u);
+}
+
+TEST_F(GenericIf, Op1WithAValueOfAnotherTypeThrows) {
+   U8 const narrow = 1;
+   S32 const isSigned = 1;
+   Sarn::String const text = "1";
+   for (Kiv::ValueRef const value :
+        {Kiv::ValueRef(&narrow), Kiv::ValueRef(&isSigned), Kiv::ValueRef(&text)}) {
+      EXPECT_EQ(thrown<Kiv::TypeException>([&] { op(1, 263, nullptr, value); }),
+                "U32: a value of another type was given")
+            << value.type->name;
+   }
+   EXPECT_EQ(root->u32(), 4000000000u);
+   Kiv::Optional<U8> const mark = U8{1};
+   EXPECT_EQ(thrown<Kiv::TypeException>([&] { op(1, 284, nullptr, &narrow); }),
+             "Kiv::Optional<U8>: a value of another type was given");
+   EXPECT_EQ(op(1, 284, nullptr, &mark), statusOk);
+   unsigned char room[16];
+   EXPECT_EQ(thrown<Kiv::TypeException>([&] { op(1, 287, room, &narrow); }),
+             "Kiv::String: a value of another type was given")
+         << "the name of a named child";
+   EXPECT_EQ(root->badge(), nullptr);
+}
+
+TEST_F(GenericIf, Op12WithAValueOfAnotherTypeThrows) {
+   Pair pair;
+   Record const record;
+   U8 result = 77;
+   EXPECT_EQ(thrown<Kiv::TypeException>([&] {
+                Pair::kivTypeImpl.genericIfAttributeOp(&result, &pair, nullptr, 12, &record,
+                                                       nullptr);
+             }),
+             "KivTest::Pair: a value of another type was given");
+   EXPECT_EQ(result, 77);
 }
 
 TEST_F(GenericIf, Op1OnAConstOrDerivedMemberIsRefused) {
@@ -263,11 +297,11 @@ TEST_F(GenericIf, AConstFieldOfAValueRefusesAWrite) {
    EXPECT_EQ(Record::kivTypeImpl.field("note")->kindWord, 0x9c00);
 }
 
-TEST_F(GenericIf, EntitiesAreMadeFromTheAddressesOfTheirArguments) {
+TEST_F(GenericIf, EntitiesAreMadeFromTheirArguments) {
    U32 const number = 6;
    bool const lit = true;
    Opaque const origin(4.5);
-   void const* const args[] = {&number, &lit, &origin};
+   std::array<Kiv::ValueRef, 3> const args{&number, &lit, &origin};
    Sarn::Ptr<Kiv::Entity> made;
    std::destroy_at(&made);
    Leaf::kivTypeImpl.genericIfConstructFromCtorArgs(&made, args);
@@ -282,34 +316,69 @@ TEST_F(GenericIf, EntitiesAreMadeFromTheAddressesOfTheirArguments) {
 
 TEST_F(GenericIf, ARootIsMadeFromItsName) {
    Sarn::String const name = "generic";
-   void const* const args[] = {&name};
+   std::array<Kiv::ValueRef, 1> const args{&name};
    Sarn::Ptr<Kiv::Entity> const made =
          Root::kivTypeImpl.entity->genericIfConstructFromCtorArgs(args);
    EXPECT_EQ(*Kiv::entityName(*made), "generic");
-   Sarn::Ptr<Kiv::Entity> const core =
-         Core::kivTypeImpl.entity->genericIfConstructFromCtorArgs(nullptr);
+   Sarn::Ptr<Kiv::Entity> const core = Core::kivTypeImpl.entity->genericIfConstructFromCtorArgs({});
    EXPECT_EQ(Kiv::entityName(*core), nullptr);
 }
 
-TEST_F(GenericIf, MissingArgumentsThrow) {
+TEST_F(GenericIf, ArgumentsOfTheWrongKindOrNumberThrow) {
+   auto const fault = [](Kiv::TypeImpl const& type, std::vector<Kiv::ValueRef> const& args) {
+      alignas(Record) unsigned char room[sizeof(Record)];
+      return thrown<Kiv::NewEntityArgsException>(
+            [&] { type.genericIfConstructFromCtorArgs(room, args); });
+   };
    U32 const number = 6;
-   void const* const args[] = {&number, nullptr, nullptr};
-   EXPECT_EQ(thrown<Kiv::NewEntityArgsException>(
-                   [&] { Leaf::kivTypeImpl.entity->genericIfConstructFromCtorArgs(args); }),
-             "KivTest::Leaf: constructor arguments of the wrong kind or number");
-   EXPECT_EQ(thrown<Kiv::NewEntityArgsException>(
-                   [] { Root::kivTypeImpl.entity->genericIfConstructFromCtorArgs(nullptr); }),
-             "KivTest::Root: constructor arguments of the wrong kind or number");
-   unsigned char room[sizeof(Pair)];
-   EXPECT_EQ(thrown<Kiv::NewEntityArgsException>(
-                   [&] { Pair::kivTypeImpl.genericIfConstructFromCtorArgs(room, args); }),
-             "KivTest::Pair: constructor arguments of the wrong kind or number");
+   U8 const byte = 6;
+   bool const lit = true;
+   Opaque const origin(4.5);
+   Sarn::String const name = "n";
+   std::string const wrong = ": constructor arguments of the wrong kind or number: ";
+   EXPECT_EQ(fault(Leaf::kivTypeImpl, {}), "KivTest::Leaf" + wrong + "takes 3, was given 0");
+   EXPECT_EQ(fault(Leaf::kivTypeImpl, {&number, &lit}),
+             "KivTest::Leaf" + wrong + "takes 3, was given 2");
+   EXPECT_EQ(fault(Leaf::kivTypeImpl, {&number, &lit, &origin, &origin}),
+             "KivTest::Leaf" + wrong + "takes 3, was given 4");
+   EXPECT_EQ(fault(Leaf::kivTypeImpl, {&byte, &lit, &origin}),
+             "KivTest::Leaf" + wrong + "argument 1 is a U32, not U8");
+   EXPECT_EQ(fault(Leaf::kivTypeImpl, {&number, &lit, &number}),
+             "KivTest::Leaf" + wrong + "argument 3 is a KivTest::Opaque, not U32");
+   EXPECT_EQ(fault(Leaf::kivTypeImpl, {&number, nullptr, &origin}),
+             "KivTest::Leaf" + wrong + "argument 2 is a bool, not nothing");
+   EXPECT_EQ(fault(Root::kivTypeImpl, {}), "KivTest::Root" + wrong + "takes 1, was given 0");
+   EXPECT_EQ(fault(Root::kivTypeImpl, {&number}),
+             "KivTest::Root" + wrong + "argument 1 is a Kiv::String, not U32");
+   EXPECT_EQ(fault(Core::kivTypeImpl, {&name}), "KivTest::Core" + wrong + "takes 0, was given 1");
+   EXPECT_EQ(fault(Pair::kivTypeImpl, {&number, &number}),
+             "KivTest::Pair" + wrong + "argument 2 is a S16, not U32");
+   EXPECT_EQ(fault(Pair::kivTypeImpl, {&number}), "KivTest::Pair" + wrong + "takes 2, was given 1");
+   EXPECT_EQ(fault(Kiv::typeOf<U8>(), {&number}), "U8" + wrong + "argument 1 is a U8, not U32");
+   EXPECT_EQ(fault(Kiv::typeOf<U8>(), {}), "U8" + wrong + "takes 1, was given 0");
 }
 
-TEST_F(GenericIf, ValuesAreMadeFromTheAddressesOfTheirFields) {
+TEST_F(GenericIf, ConstructorArgumentsAreThoseThatTheTypeItselfTakes) {
+   auto const names = [](Kiv::TypeImpl const& type) {
+      std::string all;
+      for (Kiv::AttributeId const id : type.ctorArgs) {
+         EXPECT_TRUE(type.isCtorArg(id));
+         all += std::string(all.empty() ? "" : " ") +
+                (id == Kiv::nameFieldId ? "(name)" : type.field(id)->name);
+      }
+      return all;
+   };
+   EXPECT_EQ(names(Root::kivTypeImpl), "(name)");
+   EXPECT_EQ(names(Core::kivTypeImpl), "");
+   EXPECT_EQ(names(Leaf::kivTypeImpl), "number lit origin");
+   EXPECT_EQ(names(WideLeaf::kivTypeImpl), "number lit") << "it gives its base the origin itself";
+   EXPECT_FALSE(WideLeaf::kivTypeImpl.isCtorArg(Leaf::kivTypeImpl.field("origin")->fieldId));
+}
+
+TEST_F(GenericIf, ValuesAreMadeFromTheirFields) {
    U32 const first = 1;
    S16 const second = 2;
-   void const* const args[] = {&first, &second};
+   std::array<Kiv::ValueRef, 2> const args{&first, &second};
    Pair pair;
    Pair::kivTypeImpl.genericIfConstructFromCtorArgs(&pair, args);
    EXPECT_EQ(pair, Pair(1, 2));

@@ -52,10 +52,12 @@ protected:
    }
 
    Sarn::Ptr<Root> root = rootFactory("test");
+   static constexpr Kiv::AttributeId queueId = 298;
+   Kiv::FieldDescriptor const* const operation = root->kivType().field(303);
 };
 
 TEST_F(GenericIter, FindsNothingInAnEmptyCollection) {
-   for (int const id : {289, 290, 291, 292, 293, 294, 295, 296}) {
+   for (int const id : {289, 290, 291, 292, 293, 294, 295, 296, 298}) {
       EXPECT_EQ(contents(static_cast<Kiv::AttributeId>(id)), "") << id;
    }
 }
@@ -136,6 +138,78 @@ TEST_F(GenericIter, SkipsWhatOthersDeleteAndVisitsTheRestOnce) {
    }
 }
 
+TEST_F(GenericIter, GoesThroughAQueueByItsSequenceNumbers) {
+   EXPECT_EQ(contents(queueId), "");
+   for (double const v : {1.5, 2.5, 3.5, 4.5, 5.5}) {
+      root->samplesEnq(v);
+   }
+   root->samplesDeq();
+   EXPECT_EQ(contents(queueId), "2=2.5 3=3.5 4=4.5 5=5.5");
+   Kiv::FieldDescriptor const& field = *root->kivType().field(queueId);
+   std::vector<U32> keys;
+   for (Kiv::CollectionCursor at(*root, field); at->valid(); at->next()) {
+      keys.push_back(*static_cast<U32 const*>(at->key()));
+      EXPECT_EQ(*static_cast<double const*>(at->value()), root->samples(keys.back()));
+      EXPECT_EQ(at->child(), nullptr);
+   }
+   EXPECT_EQ(keys, (std::vector<U32>{2, 3, 4, 5}));
+}
+
+TEST_F(GenericIter, DeletesTheFrontOfAQueueAndNoOther) {
+   for (int i = 1; i <= 4; ++i) {
+      root->samplesEnq(i);
+   }
+   std::string deleted;
+   bool skip = false;
+   walk(queueId, [&](Kiv::FieldDescriptor const& field, Kiv::IteratorStorage& at) {
+      U32 const number = *static_cast<U32 const*>(Impl::iterKey(field, at));
+      skip = skip || number == 3;  // and so the fourth is not the front
+      if (!skip || number == 4) {
+         deleted += std::to_string(number) + (Impl::iterDel(*root, field, at) ? "+" : "-");
+      }
+   });
+   EXPECT_EQ(deleted, "1+2+4-");
+   EXPECT_EQ(contents(queueId), "3=3 4=4");
+}
+
+TEST_F(GenericIter, FollowsAQueueThatChangesMeanwhile) {
+   for (int i = 1; i <= 3; ++i) {
+      root->samplesEnq(i);
+   }
+   std::string met;
+   walk(queueId, [&](Kiv::FieldDescriptor const& field, Kiv::IteratorStorage& at) {
+      met += std::to_string(*static_cast<U32 const*>(Impl::iterKey(field, at))) + " ";
+      if (met == "1 ") {
+         root->samplesDeq();
+         root->samplesDeq();
+         root->samplesEnq(4);
+      }
+   });
+   EXPECT_EQ(met, "1 3 4 ");
+}
+
+TEST_F(GenericIter, ThrowsForWhatIsNoCollection) {
+   auto* const iterator = root->kivType().entity->genericIfIterator;
+   Kiv::IteratorStorage storage;
+   auto const fault = [&](Kiv::AttributeId id, IteratorOp op) {
+      Kiv::FieldDescriptor wanted;
+      wanted.fieldId = id;
+      return thrown<Kiv::TypeException>([&] { iterator(*root, storage, wanted, op); });
+   };
+   for (IteratorOp const op :
+        {IteratorOp::begin, IteratorOp::next, IteratorOp::valid, IteratorOp::destroy}) {
+      EXPECT_EQ(fault(263, op), "KivTest::Root.u32 is not a collection");
+      EXPECT_EQ(fault(286, op), "KivTest::Root.core is not a collection");
+      EXPECT_EQ(fault(299, op), "KivTest::Root.total is not a collection") << "derived";
+      EXPECT_EQ(fault(303, op),
+                "KivTest::Root." + std::string(operation->name) + " is not a collection");
+      EXPECT_EQ(fault(297, op), "KivTest::Root.297 is not a collection") << "the queue's first id";
+      EXPECT_EQ(fault(1000, op), "KivTest::Root.1000 is not a collection");
+   }
+   EXPECT_THROW(Kiv::CollectionCursor(*root, *root->kivType().field("u32")), Kiv::TypeException);
+   EXPECT_THROW(Impl::iterDel(*root, *root->kivType().field("u32"), storage), Kiv::TypeException);
+}
+
 TEST_F(GenericIter, IsNotThereForATypeWithoutCollection) {
    EXPECT_EQ(Core::kivTypeImpl.entity->genericIfIterator, nullptr);
    EXPECT_EQ(Twig::kivTypeImpl.entity->genericIfIterator, nullptr);
@@ -164,15 +238,21 @@ TEST_F(GenericIter, ChildrenAreMadeByKeyAndArguments) {
    bool const lit = true;
    Opaque const origin(1.5);
    Opaque const otherOrigin(2.5);
-   void const* const args[] = {&key, &lit, &origin};
-   void const* const otherArgs[] = {&key, &lit, &otherOrigin};
-   void const* const tooFew[] = {&key, &lit, nullptr};
+   std::array<Kiv::ValueRef, 3> const args{&key, &lit, &origin};
+   std::array<Kiv::ValueRef, 3> const otherArgs{&key, &lit, &otherOrigin};
+   std::array<Kiv::ValueRef, 3> const tooFew{&key, &lit, nullptr};
    Sarn::Ptr<Kiv::Entity> const made = ops.childIs(*root, args);
    EXPECT_EQ(made, root->leaf(5));
    EXPECT_EQ(ops.childIs(*root, args), made);
    EXPECT_EQ(ops.findChild(*root, &key), made.get());
    EXPECT_THROW(ops.childIs(*root, otherArgs), Kiv::MutatorReinstValException);
-   EXPECT_THROW(ops.childIs(*root, tooFew), Kiv::NewEntityArgsException);
+   EXPECT_EQ(thrown<Kiv::NewEntityArgsException>([&] { ops.childIs(*root, tooFew); }),
+             "KivTest::Leaf: constructor arguments of the wrong kind or number: argument 3 is a "
+             "KivTest::Opaque, not nothing");
+   EXPECT_EQ(thrown<Kiv::NewEntityArgsException>(
+                   [&] { ops.childIs(*root, Kiv::CtorArgs(args).first(2)); }),
+             "KivTest::Leaf: constructor arguments of the wrong kind or number: takes 3, was given "
+             "2");
    EXPECT_TRUE(ops.del(*root, &key));
    EXPECT_EQ(made->parent(), nullptr);
 }

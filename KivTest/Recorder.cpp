@@ -195,7 +195,8 @@ U8 attributeTextIs(Kiv::Entity& entity, Kiv::AttributeId id, std::string_view te
    field->type->genericIfStrepToValue(value.raw(), range);
    value.built();
    range.expectEnd();
-   return type.genericIfAttributeOp(nullptr, &entity, field, 1, nullptr, value.raw());
+   return type.genericIfAttributeOp(nullptr, &entity, field, 1, nullptr,
+                                    {*field->type, value.raw()});
 }
 
 }  // namespace KivTest

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Kiv/Module.h"
+#include "Kiv/Types.h"
 #include "KivTest/SimulationTree.h"
 
 namespace KivTest {
@@ -18,7 +19,7 @@ Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string_view type, std::string_view name)
       throw Kiv::Exception("there is no type of roots named " + std::string(type));
    }
    Sarn::String const text(name);
-   void const* const arguments[] = {&text};
+   std::array<Kiv::ValueRef, 1> const arguments{&text};
    Sarn::Ptr<Kiv::Entity> const made = found->entity->genericIfConstructFromCtorArgs(arguments);
    return Sarn::Ptr<Kiv::NamedEntity>(static_cast<Kiv::NamedEntity*>(made.get()));
 }

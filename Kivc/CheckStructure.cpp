@@ -372,6 +372,12 @@ private:
                                "'" + type.name.text + "' would contain itself");
          }
       }
+      if (type.transparent && type.members.size() != 1) {
+         diagnostics_.error(type.name.span,
+                            "'" + type.name.text +
+                                  "' is transparent and must have one field, found " +
+                                  std::to_string(type.members.size()));
+      }
       if (type.members.empty()) {
          diagnostics_.error(type.name.span, "'" + type.name.text + "' has no field");
       }

@@ -147,6 +147,17 @@ std::string initializerList(Type const& type, CppNames const& names, EntityCode 
    return parts.empty() ? std::string() : " : " + join(parts, ", ");
 }
 
+/// The members that the constructor's arguments are the first values of, by id.
+std::string argumentIds(Type const& type) {
+   std::vector<std::string> ids;
+   for (auto const& param : type.constructorParams) {
+      auto const member = accessorOf(type, param);
+      ids.push_back(member == "nameString" ? "Kiv::nameFieldId"
+                                           : std::to_string(type.findInherited(member)->id));
+   }
+   return join(ids, ", ");
+}
+
 std::string indented(std::string const& lines) {
    Template text;
    text.set("lines", lines);
@@ -331,6 +342,7 @@ std::string emitEntitySource(Type const& type) {
          .set("firstId", std::to_string(type.firstId))
          .set("record", type.module->recordSymbol())
          .set("index", std::to_string(recordIndex(type)))
+         .set("arguments", argumentIds(type))
          .set("bodies", code.sourceBodies);
    std::string rows;
    if (!code.rows.empty()) {
@@ -361,7 +373,8 @@ std::string emitEntitySource(Type const& type) {
 
       constinit Kiv::TypeImpl const @Type@::kivTypeImpl = Kiv::entityType<@Type@>(
             "@qualified@", Kiv::entityFunctions<@Type@, &@factory@, @hasCollection@>, @base@,
-            @rowTable@, @firstId@, @record@, @index@, memAllocationTracker_);
+            @rowTable@, @firstId@, @record@, @index@, memAllocationTracker_,
+            Kiv::ctorArgIds<@arguments@>);
 
       @Type@::@Type@(@params@)@initializers@ {@steps@}
 

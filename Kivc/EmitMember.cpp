@@ -85,9 +85,6 @@ std::string MemberEmitter::flags() const {
    if (member_.isStreamed()) {
       flags.emplace_back("streamed");
    }
-   if (member_.isConstructorArg()) {
-      flags.emplace_back("given");
-   }
    if (member_.kind == MemberKind::key || member_.kind == MemberKind::constArg ||
        member_.kind == MemberKind::constant) {
       flags.emplace_back("constant");

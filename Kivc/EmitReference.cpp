@@ -136,7 +136,8 @@ std::string character(Type const& type) {
             return "Value type, written in C++: `" + type.header + "`.";
          }
          return std::string("Value type") + (type.hashable ? "" : ", unhashable") +
-                (type.ordered ? ", ordered" : "") + ".";
+                (type.ordered ? ", ordered" : "") +
+                (type.transparent ? ", with the hash and the text of its field" : "") + ".";
       case TypeKind::constants:
          return "Named limits, written in C++: `" + type.header + "`.";
       default:

@@ -109,6 +109,9 @@ std::string emitValueHeader(Type const& type) {
                                             "Kiv::valueOrder(a, b);\n}\n"
                                     : "")
          .set("fields", join(listed, ", "))
+         .set("transparent", type.transparent ? "/// Hash and text are those of the field.\n"
+                                                "static constexpr bool kivTransparent = true;\n"
+                                              : "")
          .set("storage", storage);
    text.append(R"(
       @banner@
@@ -124,6 +127,7 @@ std::string emitValueHeader(Type const& type) {
          static constexpr std::size_t kivMaxEncodedSize = Kiv::maxEncodedSize<@types@>;
          static Kiv::TypeImpl const kivTypeImpl;
          static Kiv::AllocTrackTypeInfo memAllocationTracker_;
+         @transparent@
          static constexpr auto kivFields() {
             return std::tuple(@fields@);
          }

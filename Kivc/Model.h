@@ -159,6 +159,7 @@ struct Type {
    Module const* module = nullptr;
    bool hashable = true;
    bool ordered = true;
+   bool transparent = false;  ///< hash and text are those of its only field
 
    std::vector<Member> members;      ///< in declaration order
    std::optional<Expr> enumDefault;  ///< the enumerator after `default`

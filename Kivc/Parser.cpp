@@ -115,8 +115,10 @@ private:
             type.hashable = false;
          } else if (cursor_.accept("ordered")) {
             type.ordered = true;
+         } else if (cursor_.accept("transparent")) {
+            type.transparent = true;
          } else {
-            cursor_.fail("'{', 'unhashable' or 'ordered'");
+            cursor_.fail("'{', 'unhashable', 'ordered' or 'transparent'");
          }
       }
       block(type, [this](Type& owner) { members_.field(owner); });

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "Kiv/AttrOps.h"
 #include "Kiv/Text.h"
 #include "KivTest/Recorder.h"
 #include "PtpLib/PtpStatusStatedbTypes/HwConfig.h"
@@ -247,6 +248,26 @@ TEST(ManagementIntfConfig, SocketIsTheSameForEveryInterfaceAndCannotBeWritten) {
    EXPECT_EQ(intf->udsAddress(), "/var/run/ptp4l@KestrelCove");
    EXPECT_EQ(KivTest::attributeTextIs(*intf, 386, "true"), Kiv::statusOk);
    EXPECT_TRUE(intf->freeRunning());
+}
+
+TEST(ManagementIntfConfig, TakesTwoArgumentsWhereItsBaseTakesThree) {
+   Kiv::TypeImpl const& type = ManagementIntfConfig::kivTypeImpl;
+   EXPECT_EQ(std::vector<Kiv::AttributeId>(type.ctorArgs.begin(), type.ctorArgs.end()),
+             (std::vector<Kiv::AttributeId>{258, 259}));
+   EXPECT_EQ(type.base->ctorArgs.size(), 3u);
+   Dorn::IntfId const intf("Management1");
+   bool const yes = true;
+   std::array<Kiv::ValueRef, 3> const args{&intf, &yes, &yes};
+   auto const made = type.entity->genericIfConstructFromCtorArgs(Kiv::CtorArgs(args).first(2));
+   EXPECT_TRUE(static_cast<ManagementIntfConfig const&>(*made).enabled());
+   EXPECT_FALSE(static_cast<ManagementIntfConfig const&>(*made).mpassEnabled());
+   EXPECT_THROW(type.entity->genericIfConstructFromCtorArgs(args), Kiv::NewEntityArgsException);
+   auto const clock = systemClockConfigFactory("clock");
+   auto const& collection = *clock->kivType().field("managementIntfConfig")->ops->collection;
+   EXPECT_EQ(collection.childArgCount, 2u);
+   EXPECT_EQ(collection.childIs(*clock, Kiv::CtorArgs(args).first(2)),
+             clock->managementIntfConfig(intf));
+   EXPECT_THROW(collection.childIs(*clock, args), Kiv::NewEntityArgsException);
 }
 
 TEST(ManagementIntfConfig, InheritsAttributesRangesAndTheirMessages) {

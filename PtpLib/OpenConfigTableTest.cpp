@@ -32,7 +32,7 @@ TEST(OpenConfigTable, DefaultDS) {
    auto const entity = Openconfig::Ptp::defaultDSFactory();
    EXPECT_EQ(attributeTable(*entity), R"(
 258 dd20 state : Openconfig::Ptp::DefaultDSState (child)
-259 dc00 clockQuality : Openconfig::Ptp::ClockQuality = Openconfig::Ptp::ClockQuality(state=Openconfig::Ptp::ClockQualityState(clockClass=0, clockAccuracy=0, offsetScaledLogVariance=0))
+259 dc00 clockQuality : Openconfig::Ptp::ClockQuality = Openconfig::Ptp::ClockQualityState(clockClass=0, clockAccuracy=0, offsetScaledLogVariance=0)
 )");
 }
 

@@ -178,14 +178,55 @@ TEST(OpenConfigClockQuality, TravelsInFourBytesInNetworkByteOrder) {
    EXPECT_EQ(Kiv::fromText<ClockQuality>(Kiv::strRep(quality)), quality);
 }
 
+TEST(OpenConfigClockQuality, HashTextStreamAndEqualityAreThoseOfItsState) {
+   for (ClockQualityState const& state :
+        {ClockQualityState(), ClockQualityState(6, 0x21, 0x4e5d), ClockQualityState(255, 1, 0)}) {
+      ClockQuality const quality(state);
+      for (U32 const seed : {0u, 1u, 0x9e3779b9u}) {
+         EXPECT_EQ(quality.hash(seed), state.hash(seed));
+         EXPECT_EQ(ClockQuality::kivTypeImpl.genericIfHash(&quality, seed),
+                   ClockQualityState::kivTypeImpl.genericIfHash(&state, seed));
+      }
+      EXPECT_EQ(Kiv::strRep(quality), Kiv::strRep(state));
+      EXPECT_EQ(quality.kivEncodedSize(), state.kivEncodedSize());
+      for (ClockQualityState const& other : {ClockQualityState(), state}) {
+         EXPECT_EQ(quality == ClockQuality(other), state == other);
+      }
+   }
+}
+
+TEST(OpenConfigClockQuality, BothTextFormsAreReadAndTheStatesIsWritten) {
+   ClockQuality const quality(ClockQualityState(6, 33, 20061));
+   std::string const state =
+         "Openconfig::Ptp::ClockQualityState(clockClass=6, clockAccuracy=33, "
+         "offsetScaledLogVariance=20061)";
+   std::string const wrapped = "Openconfig::Ptp::ClockQuality(state=" + state + ")";
+   EXPECT_EQ(Kiv::strRep(quality), state);
+   EXPECT_EQ(Kiv::fromText<ClockQuality>(state), quality);
+   EXPECT_EQ(Kiv::fromText<ClockQuality>(" " + state + " "), quality);
+   EXPECT_EQ(Kiv::fromText<ClockQuality>(wrapped), quality);
+   EXPECT_EQ(
+         Kiv::fromText<ClockQuality>(" Openconfig::Ptp::ClockQuality ( state = " + state + " )"),
+         quality);
+   for (std::string const& bad :
+        {std::string(), "(" + state + ")", wrapped.substr(0, wrapped.size() - 1),
+         state.substr(0, state.size() - 1), std::string("Openconfig::Ptp::ClockQuality"),
+         std::string("Openconfig::Ptp::ClockQualityStates(clockClass=6)")}) {
+      EXPECT_THROW(Kiv::fromText<ClockQuality>(bad), Kiv::ParseException) << bad;
+   }
+}
+
 TEST(OpenConfigClockQuality, ClassThatDoesNotFitIsReportedUnderState) {
-   try {
-      Kiv::fromText<ClockQuality>(
-            "Openconfig::Ptp::ClockQuality(state=Openconfig::Ptp::ClockQualityState("
-            "clockClass=256, clockAccuracy=0, offsetScaledLogVariance=0))");
-      FAIL() << "parsed";
-   } catch (Kiv::RangeException const& error) {
-      EXPECT_EQ(std::string(error.what()).rfind("state: clockClass: ", 0), 0u) << error.what();
+   std::string const state =
+         "Openconfig::Ptp::ClockQualityState(clockClass=256, clockAccuracy=0, "
+         "offsetScaledLogVariance=0)";
+   for (std::string const& text : {state, "Openconfig::Ptp::ClockQuality(state=" + state + ")"}) {
+      try {
+         Kiv::fromText<ClockQuality>(text);
+         ADD_FAILURE() << "parsed " << text;
+      } catch (Kiv::RangeException const& error) {
+         EXPECT_EQ(std::string(error.what()).rfind("state: clockClass: ", 0), 0u) << error.what();
+      }
    }
 }
 

@@ -83,7 +83,8 @@ protected:
          forEachBelow(child, *other, visit);
       });
    }
-   static U8 op(Entity& entity, Kiv::AttributeId id, U8 code, void* result, void const* argument) {
+   static U8 op(Entity& entity, Kiv::AttributeId id, U8 code, void* result,
+                Kiv::ValueRef argument) {
       FieldDescriptor wanted;
       wanted.fieldId = id;
       return entity.kivType().genericIfAttributeOp(result, &entity, &wanted, code, nullptr,

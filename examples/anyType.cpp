@@ -14,7 +14,7 @@ U8 attributeIs(Kiv::Entity& entity, Kiv::FieldDescriptor const& field, std::stri
    value.constructed();
    range.expectEnd();
    return entity.kivType().genericIfAttributeOp(
-         nullptr, &entity, &field, static_cast<U8>(Kiv::AttributeOp::write), nullptr, value.get());
+         nullptr, &entity, &field, static_cast<U8>(Kiv::AttributeOp::write), nullptr, value.ref());
 }
 
 /// Prints values, then collections with their keys, then children.
@@ -44,7 +44,7 @@ int main() {
       return 1;
    }
    Sarn::String const name = "ptp/config";
-   void const* const args[] = {&name};
+   std::array<Kiv::ValueRef, 1> const args{&name};
    auto const config = type->entity->genericIfConstructFromCtorArgs(args);
 
    Kiv::FieldDescriptor const& domain = *type->field("domainNumber");

@@ -9,6 +9,7 @@
 
 #include "Kiv/AllocTrack.h"
 #include "Kiv/Entity.h"
+#include "Kiv/Types.h"
 #include "tests/load/Interposed.h"
 
 namespace LoadTesting {
@@ -88,7 +89,7 @@ bool isLoaded(std::string const& file) {
 /// A root of a type that the program knows by name only.
 Sarn::Ptr<Kiv::Entity> rootOf(char const* type) {
    Sarn::String const name = "root";
-   void const* const arguments[] = {&name};
+   std::array<Kiv::ValueRef, 1> const arguments{&name};
    return Kiv::typeByName(type)->entity->genericIfConstructFromCtorArgs(arguments);
 }
 

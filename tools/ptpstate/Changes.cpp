@@ -18,10 +18,7 @@ namespace {
 std::vector<FieldDescriptor const*> givenFields(Entity const& child, bool keyed) {
    std::vector<FieldDescriptor const*> given;
    bool skip = keyed;
-   forEachField(child.kivType(), [&](FieldDescriptor const& field) {
-      if (field.kind != MemberKind::single || !field.has(FieldDescriptor::given)) {
-         return;
-      }
+   forEachCtorArg(child.kivType(), [&](FieldDescriptor const& field) {
       if (!skip) {
          given.push_back(&field);
       }

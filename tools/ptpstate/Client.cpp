@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "Kiv/Module.h"
+#include "Kiv/Types.h"
 #include "tools/ptpstate/Failure.h"
 #include "tools/ptpstate/Progress.h"
 #include "tools/ptpstate/Socket.h"
@@ -18,14 +19,10 @@ Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const
    if (found == nullptr) {
       throw Failure("there is no type '" + type + "'");
    }
-   bool args = false;
-   forEachField(*found, [&](Kiv::FieldDescriptor const& field) {
-      args = args || field.has(Kiv::FieldDescriptor::given);
-   });
-   if (found->kind != Kiv::TypeKind::entity || !found->named || args) {
+   if (found->kind != Kiv::TypeKind::entity || !found->named || found->ctorArgs.size() != 1) {
       throw Failure(type + " is no type of a root, which is an entity that is made with a name");
    }
-   void const* const arguments[] = {&name};
+   std::array<Kiv::ValueRef, 1> const arguments{&name};
    Sarn::Ptr<Kiv::Entity> const root = found->entity->genericIfConstructFromCtorArgs(arguments);
    return Sarn::Ptr<Kiv::NamedEntity>(static_cast<Kiv::NamedEntity*>(root.get()));
 }

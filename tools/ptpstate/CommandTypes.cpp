@@ -33,7 +33,7 @@ std::string rangeText(MemberInfo const& member) {
 std::string remarkText(TypeImpl const& type, MemberInfo const& member) {
    using Kiv::FieldDescriptor;
    std::string text;
-   if (type.kind == Kiv::TypeKind::entity && member.field->has(FieldDescriptor::given)) {
+   if (type.isCtorArg(member.field->fieldId)) {
       text = "given";
    }
    if (member.kind == std::string_view("attribute") &&
@@ -103,7 +103,7 @@ Json memberJson(TypeImpl const& type, MemberInfo const& member) {
                        jsonOf(*field.type, member.greatest->get())};
    }
    if (type.kind == Kiv::TypeKind::entity) {
-      json["given"] = field.has(FieldDescriptor::given);
+      json["given"] = type.isCtorArg(field.fieldId);
       json["streamed"] = field.has(FieldDescriptor::streamed);
    }
    return json;

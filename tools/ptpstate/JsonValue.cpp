@@ -122,7 +122,7 @@ Sarn::String plainText(Json const& json) {
 void readFields(Json const& json, std::vector<FieldDescriptor const*> const& fields,
                 AnyValue& value) {
    std::vector<std::unique_ptr<AnyValue>> values;
-   std::vector<void const*> addresses;
+   std::vector<Kiv::ValueRef> args;
    for (FieldDescriptor const* const field : fields) {
       auto const at = json.find(field->name);
       if (at == json.end()) {
@@ -134,7 +134,7 @@ void readFields(Json const& json, std::vector<FieldDescriptor const*> const& fie
       } catch (Failure const& error) {
          throw Failure(Sarn::String(field->name) + ": " + error.what());
       }
-      addresses.push_back(values.back()->get());
+      args.push_back(values.back()->ref());
    }
    for (auto const& [name, unused] : json.items()) {
       FieldDescriptor const* const field = value.type().field(std::string_view(name));
@@ -142,7 +142,7 @@ void readFields(Json const& json, std::vector<FieldDescriptor const*> const& fie
          throw Failure(Sarn::String(value.type().name) + " has no field '" + name + "'");
       }
    }
-   value.type().support->constructFromCtorArgs(value.room(), addresses.data());
+   value.type().support->constructFromCtorArgs(value.room(), args);
    value.constructed();
 }
 

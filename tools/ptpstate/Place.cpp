@@ -307,13 +307,13 @@ void Place::addToCollection(std::span<Sarn::String const> args) {
       }
       refusing([&] {
          std::vector<std::unique_ptr<AnyValue>> values;
-         std::vector<void const*> addresses{key_->get()};
+         std::vector<Kiv::ValueRef> all{key_->ref()};
          for (std::size_t i = 0; i != args.size(); ++i) {
             values.push_back(std::make_unique<AnyValue>(*ops.childArgTypes[i + 1]));
             parseValue(args[i], *values.back());
-            addresses.push_back(values.back()->get());
+            all.push_back(values.back()->ref());
          }
-         ops.childIs(*owner_, addresses.data());
+         ops.childIs(*owner_, all);
       });
       return;
    }
@@ -420,21 +420,15 @@ Destination destinationOf(TypeImpl const& rootType, Path const& path) {
 }
 
 Sarn::String childArgsText(FieldDescriptor const& field) {
-   Kiv::CollectionOps const& ops = *field.ops->collection;
-   std::vector<FieldDescriptor const*> given;
-   forEachField(*field.type, [&](FieldDescriptor const& member) {
-      if (member.has(FieldDescriptor::given)) {
-         given.push_back(&member);
-      }
-   });
    Sarn::String text;
-   for (std::size_t i = 1; i < ops.childArgCount; ++i) {
-      text += text.empty() ? "" : ", ";
-      // A derived type may fix some of what its base is given; then there are types alone.
-      text += given.size() == ops.childArgCount
-                    ? Sarn::String(given[i]->name) + " (" + ops.childArgTypes[i]->name + ")"
-                    : Sarn::String(ops.childArgTypes[i]->name);
-   }
+   bool isKey = true;
+   forEachCtorArg(*field.type, [&](FieldDescriptor const& member) {
+      if (!isKey) {
+         text += (text.empty() ? "" : ", ") + Sarn::String(member.name) + " (" + member.type->name +
+                 ")";
+      }
+      isKey = false;
+   });
    return text;
 }
 

@@ -90,8 +90,7 @@ TEST_F(RootsTest, TheSystemClock) {
              std::string::npos)
          << dump;
    EXPECT_EQ(ended(*watcher),
-             "TIME clock.managementIntfConfig[Management1] created: enabled=true, "
-             "mpassEnabled=false\n"
+             "TIME clock.managementIntfConfig[Management1] created: enabled=true\n"
              "TIME clock.managementIntfConfig[Management1].logSyncInterval: 0 -> -4\n"
              "TIME clock.managementIntfConfig[Management1].slaveOnly: false -> true\n"
              "TIME clock.systemClockSourceIntf: \"\" -> Management1\n");

@@ -70,26 +70,11 @@ bool has(Entity const& entity, DocMember const& doc) {
    return isEq(*doc.value, now.get());
 }
 
-/// The members that a child is made from, behind its key: the first ones, in their order, that
-/// have the arguments' types. A derived type may give its base some of these itself.
-std::vector<FieldDescriptor const*> argumentsOf(FieldDescriptor const& field) {
-   Kiv::CollectionOps const& ops = *field.ops->collection;
-   std::vector<FieldDescriptor const*> arguments;
-   forEachField(*field.type, [&](FieldDescriptor const& member) {
-      std::size_t const at = arguments.size();
-      if (member.has(FieldDescriptor::given) && at < ops.childArgCount &&
-          std::string_view(member.type->name) == ops.childArgTypes[at]->name) {
-         arguments.push_back(&member);
-      }
-   });
-   return arguments;
-}
-
 /// Whether a child that is there was made with other arguments than those that the document has.
 bool wasMadeOtherwise(Entity const& child, DocEntity const& doc) {
    bool otherwise = false;
    for (DocMember const& member : doc.members) {
-      if (member.value != nullptr && member.field->has(FieldDescriptor::given) &&
+      if (member.value != nullptr && child.kivType().isCtorArg(member.field->fieldId) &&
           member.field->has(FieldDescriptor::constant)) {
          otherwise = otherwise || !has(child, member);
       }
@@ -166,21 +151,22 @@ Entity* Loader::child(Entity& owner, FieldDescriptor const& field, void const* k
       }
       ops.del(owner, key);
    }
-   std::vector<void const*> addresses{key};
-   auto const arguments = argumentsOf(field);
-   for (std::size_t i = 1; i < arguments.size(); ++i) {
-      DocMember const* const given = memberOf(doc, *arguments[i]);
-      if (given == nullptr) {
-         error(path, Sarn::String("is to be created, and '") + arguments[i]->name + "' is missing");
-         return nullptr;
+   std::vector<Kiv::ValueRef> args;
+   FieldDescriptor const* missing = nullptr;
+   forEachCtorArg(*field.type, [&](FieldDescriptor const& member) {
+      if (args.empty()) {
+         args.emplace_back(*field.keyType, key);
+      } else if (DocMember const* const given = memberOf(doc, member)) {
+         args.push_back(given->value->ref());
+      } else if (missing == nullptr) {
+         missing = &member;
       }
-      addresses.push_back(given->value->get());
-   }
-   if (addresses.size() != ops.childArgCount) {
-      error(path, "cannot be created from its attributes; create it with 'ptpstate add' first");
+   });
+   if (missing != nullptr) {
+      error(path, Sarn::String("is to be created, and '") + missing->name + "' is missing");
       return nullptr;
    }
-   refusing(path, [&] { ops.childIs(owner, addresses.data()); });
+   refusing(path, [&] { ops.childIs(owner, args); });
    return ops.findChild(owner, key);
 }
 

@@ -31,20 +31,19 @@ public:
       }
       Sarn::String const name = "specimen";
       std::vector<std::unique_ptr<AnyValue>> values;
-      std::vector<void const*> args;
-      if (type.named) {
-         args.push_back(&name);
-      }
-      forEachField(type, [&](FieldDescriptor const& field) {
-         if (field.has(FieldDescriptor::given)) {
-            values.push_back(std::make_unique<AnyValue>(*field.type));
-            field.type->support->construct(values.back()->room());
-            values.back()->constructed();
-            args.push_back(values.back()->get());
+      std::vector<Kiv::ValueRef> args;
+      for (Kiv::AttributeId const id : type.ctorArgs) {
+         if (id == Kiv::nameFieldId) {
+            args.push_back(&name);
+            continue;
          }
-      });
-      args.push_back(nullptr);
-      entity_ = type.entity->genericIfConstructFromCtorArgs(args.data());
+         FieldDescriptor const& field = *type.field(id);
+         values.push_back(std::make_unique<AnyValue>(*field.type));
+         field.type->support->construct(values.back()->room());
+         values.back()->constructed();
+         args.push_back(values.back()->ref());
+      }
+      entity_ = type.entity->genericIfConstructFromCtorArgs(args);
    }
 
    void* object() const {
@@ -206,13 +205,14 @@ char const* kindOf(TypeImpl const& type, FieldDescriptor const& field) {
    if (field.ops != nullptr && field.ops->write != nullptr) {
       return "attribute";
    }
-   bool const given = field.has(FieldDescriptor::given);
-   return given ? "key" : field.has(FieldDescriptor::constant) ? "constant" : "computed";
+   return type.isCtorArg(field.fieldId)          ? "key"
+          : field.has(FieldDescriptor::constant) ? "constant"
+                                                 : "computed";
 }
 
 bool hasInitial(TypeImpl const& type, FieldDescriptor const& field) {
    return field.kind == MemberKind::single && field.ops != nullptr &&
-          (type.kind == TypeKind::value || !field.has(FieldDescriptor::given));
+          (type.kind == TypeKind::value || !type.isCtorArg(field.fieldId));
 }
 
 MemberInfo infoOf(TypeImpl const& type, FieldDescriptor const& field, Specimen const& specimen) {
