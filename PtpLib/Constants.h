@@ -24,7 +24,7 @@ public:
    /// Range of a DSCP.
    static constexpr U8 minDscp = 0;
    static constexpr U8 maxDscp = 63;
-   /// Range of the drift that the servo may apply, in parts per billion.
+   /// Range of the drift that the servo may apply.
    static constexpr U32 mindriftLimit = 50;
    static constexpr U32 maxdriftLimit = 500000000;
    /// Range of the number of Sync intervals after which the MPASS peer takes over.
@@ -36,7 +36,7 @@ public:
    /// Range of the number of skew samples that a port needs to leave UNCALIBRATED.
    static constexpr U32 skewMinQueueSize = 3;
    static constexpr U32 skewMaxQueueSize = 128;
-   /// Range of the wait for a timestamp, in milliseconds; above, only the type bounds it.
+   /// Range of the wait for a timestamp; above, only the type bounds it.
    static constexpr U32 delayEventMsgTimeoutMin = 5;
    static constexpr U32 delayEventMsgTimeoutMax = std::numeric_limits<U32>::max();
    /// Range of the base-2 logarithm of the Delay_Req interval in seconds.

@@ -82,6 +82,14 @@ TEST_F(CurrentDSTest, ResetReplacesNotANumber) {
    EXPECT_EQ(dataSet->skew(), 1.0);
 }
 
+TEST_F(CurrentDSTest, ResetMakesGeneration7WithItsFlagGeneration8Without) {
+   dataSet->genIdIs(Brim::Generation(7, true));
+   Recorder published(*dataSet);
+   dataSet->reset();
+   EXPECT_EQ(dataSet->genId(), Brim::Generation(8, false));
+   EXPECT_EQ(published.changes(), "genId was Brim::Generation(count=7, flag=true)");
+}
+
 TEST_F(CurrentDSTest, ResetLeavesAGenerationWithoutFlagAlone) {
    dataSet->genIdIs(Brim::Generation(7, false));
    Recorder published(*dataSet);

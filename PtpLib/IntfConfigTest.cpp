@@ -94,6 +94,11 @@ TEST_F(IntfConfigTest, DscpEventIsUpTo63) {
                                       "Ptp::Constants::maxDscp not allowed"});
 }
 
+TEST_F(IntfConfigTest, FreshOneHasDscpEvent21AndLogMinDelayReqInterval5) {
+   EXPECT_EQ(intf->dscpEvent(), 21);
+   EXPECT_EQ(intf->logMinDelayReqInterval(), 5);
+}
+
 TEST_F(IntfConfigTest, DscpGeneralIsUpTo63) {
    checkRange<IntfConfig, U8>(*intf, {&IntfConfig::dscpGeneral,
                                       &IntfConfig::dscpGeneralIs,

@@ -6,7 +6,8 @@ namespace Ptp {
 
 namespace {
 
-/// The `logMessageInterval` of messages that have none (IEEE 1588-2008, table 24).
+/// The `logMessageInterval` of messages that have none, and of unicast messages (IEEE 1588-2008,
+/// table 24).
 constexpr S16 noInterval = 0x7F;
 
 }  // namespace
@@ -15,11 +16,11 @@ U8 PortDS::versionNumber() const {
    return 2;
 }
 
-S16 PortDS::getLogMessageInterval(MessageTypeNumber messageType, bool intervalKnown) const {
+S16 PortDS::getLogMessageInterval(MessageTypeNumber messageType, bool multicast) const {
    if (messageType == MessageTypeNumber::announce) {
       return logAnnounceInterval();
    }
-   if (!intervalKnown) {
+   if (!multicast) {
       return noInterval;
    }
    switch (messageType) {

@@ -41,20 +41,30 @@ TEST_F(PortDSTest, VersionIsThatOfIeee1588From2008) {
 
 // ---- Intervals ----
 
-TEST_F(PortDSTest, LogMessageIntervalFollowsMessageType) {
+TEST_F(PortDSTest, LogMessageIntervalOfAMulticastMessageFollowsItsType) {
    port->logAnnounceIntervalIs(-2);
    port->logSyncIntervalIs(-4);
    port->logMinDelayReqIntervalIs(-5);
+   bool const multicast = true;
    for (int number = 0; number <= 15; ++number) {
-      S16 const known = number == 11                 ? -2
-                        : number == 0 || number == 8 ? -4
-                        : number == 9                ? -5
-                                                     : 127;
-      EXPECT_EQ(port->getLogMessageInterval(type(number), true), known) << number;
-      EXPECT_EQ(port->getLogMessageInterval(type(number), false), number == 11 ? -2 : 127)
+      S16 const expected = number == 11                 ? -2
+                           : number == 0 || number == 8 ? -4
+                           : number == 9                ? -5
+                                                        : 127;
+      EXPECT_EQ(port->getLogMessageInterval(type(number), multicast), expected) << number;
+   }
+   EXPECT_EQ(port->getLogMessageInterval(type(24), multicast), 127);
+}
+
+TEST_F(PortDSTest, LogMessageIntervalOfAUnicastMessageIs127ButForAnnounce) {
+   port->logAnnounceIntervalIs(-2);
+   port->logSyncIntervalIs(-4);
+   port->logMinDelayReqIntervalIs(-5);
+   bool const multicast = false;
+   for (int number = 0; number <= 15; ++number) {
+      EXPECT_EQ(port->getLogMessageInterval(type(number), multicast), number == 11 ? -2 : 127)
             << number;
    }
-   EXPECT_EQ(port->getLogMessageInterval(type(24), true), 127);
 }
 
 TEST_F(PortDSTest, ManagementMessagesAreForwardedInFourStates) {

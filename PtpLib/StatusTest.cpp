@@ -30,6 +30,12 @@ TEST_F(StatusTest, DataSetIsMadeOnceAndPublishedOnce) {
    EXPECT_EQ(published.ids(), "");
 }
 
+TEST_F(StatusTest, DeletingADataSetThatIsNotThereGivesNullAndPublishesNothing) {
+   Recorder published(*status);
+   EXPECT_EQ(status->defaultDSDel(), nullptr);
+   EXPECT_EQ(published.ids(), "");
+}
+
 TEST_F(StatusTest, FreshOneHasAllTimestampBitsTheDefaultQualityAndNoChildren) {
    EXPECT_EQ(status->tcTimestampMask(), 0xffffffffffffffffu);
    EXPECT_EQ(status->localClockQuality(), ClockQuality(248, 0xfe, Dorn::NetU16(0xffff)));
@@ -116,11 +122,25 @@ TEST_F(StatusTest, VlanStatusShowsTheInterfaceAndVlanOfItsKey) {
    auto const vlan = vlanStatusFactory(key, true, false);
    EXPECT_EQ(vlan->intf(), Dorn::IntfId("Ethernet1"));
    EXPECT_EQ(vlan->vlanId(), Bridging::VlanIdOrNone(10));
+}
+
+TEST_F(StatusTest, AFreshVlanStatusThatWasNotCreatedPublishesNothingWhenThatIsSetAgain) {
+   auto const vlan = vlanStatusFactory(key, true, false);
    EXPECT_TRUE(vlan->trunkAllowed());
    EXPECT_FALSE(vlan->vlanCreated());
    Recorder published(*vlan);
    vlan->vlanCreatedIs(false);
+   EXPECT_FALSE(vlan->vlanCreated());
    EXPECT_EQ(published.ids(), "");
+}
+
+TEST_F(StatusTest, PortDSOfAKnownPortWithTheSameIdentityPublishesNothingAtAll) {
+   PortIdentity const identity(ClockIdentity(), 1);
+   auto const port = status->portDSIs(key, identity);
+   Recorder published(*status, Kiv::Scope::subtree);
+   EXPECT_EQ(status->portDSIs(key, identity), port);
+   EXPECT_EQ(published.ids(), "");
+   EXPECT_EQ(status->portDSCount(), 1u);
 }
 
 TEST_F(StatusTest, PortDSOfAKnownPortTakesTheGivenIdentity) {
@@ -234,6 +254,21 @@ TEST_F(IntfStatusTest, ForeignMastersAreNotBoundedByTheLimitInForce) {
    EXPECT_EQ(published.ids(), "259");
 }
 
+TEST_F(IntfStatusTest, ForeignMasterMadeTwiceIsPublishedOnce) {
+   PortIdentity const master(ClockIdentity(), 7);
+   Recorder published(*port);
+   auto const record = port->foreignMasterDSIs(master);
+   EXPECT_EQ(port->foreignMasterDSIs(master), record);
+   EXPECT_EQ(published.ids(), "259");
+   EXPECT_EQ(port->foreignMasterDSCount(), 1u);
+}
+
+TEST_F(IntfStatusTest, DeletingAForeignMasterThatIsNotThereGivesNullAndPublishesNothing) {
+   Recorder published(*port);
+   EXPECT_EQ(port->foreignMasterDSDel(PortIdentity(ClockIdentity(), 7)), nullptr);
+   EXPECT_EQ(published.ids(), "");
+}
+
 // ---- The rest ----
 
 TEST(DefaultDS, SettingAPriorityToItsCurrentValuePublishesNothing) {
@@ -286,6 +321,15 @@ TEST(DomainNumberInfo, DeletingAllPublishesEachPort) {
    info->intfDomainNumberInfoDelAll();
    EXPECT_EQ(published.ids(), "259 259 259");
    EXPECT_EQ(info->intfDomainNumberInfoCount(), 0u);
+}
+
+TEST(PtpMibData, FreshOneHasClockState1AndNoPorts) {
+   auto const data = ptpMibDataFactory();
+   EXPECT_EQ(static_cast<int>(data->clockState()), 1);
+   EXPECT_EQ(data->ptpMibPortDataCount(), 0u);
+   EXPECT_EQ(data->ptpMibPortData(PortDSKey()), nullptr);
+   EXPECT_EQ(data->numClockPorts(), 0u);
+   EXPECT_EQ(KivTest::entityCount(*data), 1u);
 }
 
 TEST(PtpMibData, CountersCompareAll64Bits) {
