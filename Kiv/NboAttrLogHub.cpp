@@ -4,6 +4,7 @@
 #include <cassert>
 
 #include "Kiv/AttrOps.h"
+#include "Kiv/NboAttrLogSa.h"
 #include "Kiv/NboAttrLogSession.h"
 
 namespace Kiv {
@@ -255,30 +256,55 @@ Session* Hub::Root::madeBy(Change const& change) const noexcept {
    return direct ? hub_.applying_.session : nullptr;
 }
 
-void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field, Session const* skipped) {
+inline U8 const* Session::tellValue(Entity& entity, FieldDescriptor const& field, std::size_t body,
+                                    U8 const* encoded) {
+   if (live() && reach(entity)) [[likely]] {
+      if (encoded != nullptr) {
+         if (copy(encoded, headerSize + body)) {
+            return encoded;
+         }
+      } else if (U8* const at = reserve(Opcode::set, body, entity.streamHandle(), field.fieldId))
+            [[likely]] {
+         Out out(at + headerSize, body);
+         field.ops->encode(entity, out);
+         commit(headerSize + body);
+         return at;
+      }
+   }
+   markDirty(entity, field, nullptr, false);
+   return encoded;
+}
+
+namespace {
+
+std::size_t bodySize(Entity const& entity, FieldDescriptor const& field) {
    std::size_t const fixed = field.ops->fixedSize;
-   std::size_t const body = fixed != 0 ? fixed : field.ops->encodedSize(entity);
+   return fixed != 0 ? fixed : field.ops->encodedSize(entity);
+}
+
+}  // namespace
+
+void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field, Session const* skipped) {
+   std::size_t const body = bodySize(entity, field);
    U8 const* encoded = nullptr;
    for (Session* const session : subscribers) {
-      if (session->closed() || session == skipped) {
-         continue;
+      if (!session->closed() && session != skipped) {
+         encoded = session->tellValue(entity, field, body, encoded);
       }
-      if (session->live() && session->reach(entity)) [[likely]] {
-         if (encoded != nullptr) {
-            if (session->copy(encoded, headerSize + body)) {
-               continue;
-            }
-         } else if (U8* const at = session->reserve(Opcode::set, body, entity.streamHandle(),
-                                                    field.fieldId)) [[likely]] {
-            Out out(at + headerSize, body);
-            field.ops->encode(entity, out);
-            session->commit(headerSize + body);
-            encoded = at;
-            continue;
-         }
-      }
-      session->markDirty(entity, field, nullptr, false);
    }
+}
+
+void Sa::onChange(FieldDescriptor const& field, Change const& change) {
+   if (field.kind == MemberKind::single) {
+      session_.tellValue(entity_, field, bodySize(entity_, field), nullptr);
+      return;
+   }
+   bool const holdsEntities = field.kind == MemberKind::child || field.kind == MemberKind::children;
+   Entity* const removed = holdsEntities && change.oldValue != nullptr
+                                 ? static_cast<Sarn::Ptr<Entity> const*>(change.oldValue)->get()
+                                 : nullptr;
+   session_.saw(entity_, field, change.key);
+   session_.onChange(entity_, field, change.key, removed);
 }
 
 void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change const& change,

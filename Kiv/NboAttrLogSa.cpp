@@ -15,22 +15,21 @@ void Sa::doBaseKivNboAttrLogSaMsg(Entity const& entity, AttributeId id, In const
    in.fault(Sarn::String(entity.kivType().name) + " streams no attribute " + std::to_string(id));
 }
 
-void Sa::onChange(FieldDescriptor const& field, Change const& change) {
-   if (field.kind == MemberKind::single) {
-      FlowOut flowOut(entity_, false);
-      flowOut.kivIsDirtyIs(field.fieldId, true);
-      if (session_.live() && session_.reach(entity_) &&
-          flowOutOnAttributeForConnection(flowOut, field)) {
-         return;
-      }
-      session_.markDirty(entity_, field, nullptr, false);
-      return;
+void Sa::apply(FieldDescriptor const& field, bool erase, U32 count, In& in) {
+   U32 const* const handle = session_.incomingHandles_.find(reinterpret_cast<U64>(&entity_));
+   if (handle == nullptr && !allowWriteFromReadOnlyRemote(field.fieldId)) {
+      throwWriteUpdateFromReadOnlyProxyException(entity_, field.fieldId);
    }
-   bool const holdsEntities = field.kind == MemberKind::child || field.kind == MemberKind::children;
-   Entity* const removed = holdsEntities && change.oldValue != nullptr
-                                 ? static_cast<Sarn::Ptr<Entity> const*>(change.oldValue)->get()
-                                 : nullptr;
-   session_.onChange(entity_, field, change.key, removed);
+   Opcode opcode = erase ? Opcode::erase : Opcode::element;
+   if (field.kind == MemberKind::queue) {
+      opcode = erase ? Opcode::front : Opcode::enqueue;
+   } else if (field.kind == MemberKind::single) {
+      opcode = Opcode::set;
+   } else if (!erase && (field.kind == MemberKind::child || field.kind == MemberKind::children)) {
+      opcode = Opcode::create;
+   }
+   session_.inside_ = Sarn::Publisher::running();
+   session_.applyToEntity({opcode, count, *handle, field.fieldId}, in);
 }
 
 FlowOut* newFlowOut(Sa& adapter, bool replayAll, AttributeId from) {
@@ -43,43 +42,11 @@ FlowOut* newFlowOut(Sa& adapter, bool replayAll, AttributeId from) {
 
 void doHandleAttrDeserialization(TypeImpl const& type, Sa& adapter, AttributeId id, bool erase,
                                  U32 count, In& in) {
-   Entity& entity = adapter.entity();
    FieldDescriptor const* const field = type.field(id);
    if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
-      Sa::doBaseKivNboAttrLogSaMsg(entity, id, in);
+      Sa::doBaseKivNboAttrLogSaMsg(adapter.entity(), id, in);
    }
-   switch (field->kind) {
-      case MemberKind::single:
-         field->ops->apply(entity, in);
-         return;
-      case MemberKind::child:
-         in.expectEnd();
-         field->ops->child->del(entity);
-         return;
-      case MemberKind::queue:
-         if (erase) {
-            in.expectEnd();
-            field->ops->queue->applyFront(entity, count);
-         } else {
-            field->ops->queue->applyEnq(entity, count, in);
-         }
-         return;
-      case MemberKind::children:
-      case MemberKind::map:
-      case MemberKind::ordered:
-         if (erase) {
-            field->ops->collection->applyDelete(entity, in);
-         } else if (field->kind == MemberKind::children) {
-            field->ops->collection->applyCreate(entity, in, nullptr, nullptr,
-                                                [](void*, Entity&) {});
-         } else {
-            field->ops->collection->applyElement(entity, in, nullptr);
-         }
-         return;
-      case MemberKind::none:
-      case MemberKind::operation:
-         Sa::doBaseKivNboAttrLogSaMsg(entity, id, in);
-   }
+   adapter.apply(*field, erase, count, in);
 }
 
 U8 streamAdapterOnAttribute(TypeImpl const& type, Sa& adapter, AttributeId id, void const* change) {

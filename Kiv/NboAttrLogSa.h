@@ -32,8 +32,11 @@ public:
    [[noreturn]] static void doBaseKivNboAttrLogSaMsg(Entity const& entity, AttributeId id,
                                                      In const& in);
 
-   /// Tells this connection alone of a change.
+   /// Tells this connection alone of a change, as the hub tells all of them.
    void onChange(FieldDescriptor const& field, Change const& change);
+   /// Does with one change what the session does with a received message of it. Throws
+   /// `ReadOnlyProxyException` for a peer that only mirrors the entity, or does not know it.
+   void apply(FieldDescriptor const& field, bool erase, U32 count, In& in);
 
 private:
    Session& session_;
@@ -50,8 +53,10 @@ FlowOut* newFlowOut(Sa& adapter, bool replayAll, AttributeId from);
 /// and -1 for an id that the type does not have.
 S32 handleAttrFlowOut(TypeImpl const& type, Sa& adapter, AttributeId from, FlowOut& flowOut);
 
-/// Applies one received value through the attribute's setter. `erase`: of a collection, the value
-/// is the key of an element that is gone. `count` is the sequence number of a queue's element.
+/// Applies one received change as the session applies messages: through the attribute's setter, and
+/// not if the peer only mirrors the entity. `in` is the body of the message, of `count` bytes.
+/// `erase`: of a child, an element of a collection or the front of a queue, the change is that it
+/// is gone.
 void doHandleAttrDeserialization(TypeImpl const& type, Sa& adapter, AttributeId id, bool erase,
                                  U32 count, In& in);
 

@@ -235,6 +235,10 @@ private:
    bool isDirtyKey(Entity const& entity, FieldDescriptor const& field, void const* key);
    void flowOutDel(U32 place) noexcept;
    void markDirty(Entity& entity, FieldDescriptor const& field, void const* key, bool erased);
+   /// Tells of a single value of `body` bytes, at once or by its flag. `encoded` is the message
+   /// that another session was told, or null. Returns the message, if there is one now.
+   U8 const* tellValue(Entity& entity, FieldDescriptor const& field, std::size_t body,
+                       U8 const* encoded);
    void boundKeys(FlowOut& flow, FieldDescriptor const& field, std::size_t count);
    /// The queue is to be told from the beginning, or asked for where the peer serves it.
    void markWhole(Entity& entity, FieldDescriptor const& field);

@@ -277,25 +277,73 @@ TEST_F(StreamApply, WhatAnObserverThrowsComesOutAndTheRestIsAppliedByTheNextCall
    EXPECT_FALSE(mirror.session->closed());
 }
 
-TEST_F(StreamApply, DeserializationThroughTheStreamTableIsTheSame) {
-   Kiv::NboAttrLog::Sa adapter(*mirror.session, *copy);
-   auto const apply = [&](Kiv::AttributeId id, bool erase, U32 count, Bytes const& bytes) {
-      Kiv::NboAttrLog::In in(bytes.data(), bytes.data() + bytes.size());
-      copy->kivType().entity->stream->doHandleAttrDeserialization(adapter, id, erase, count, in);
-   };
-   apply(idOf("u8"), false, 0, {9});
+class StreamTable : public StreamApply {
+protected:
+   /// Applies a message's body as it would come from the peer of `session`.
+   static void apply(Kiv::NboAttrLog::Session& session, Kiv::Entity& entity, Kiv::AttributeId id,
+                     bool erase, Bytes const& body) {
+      Kiv::NboAttrLog::Sa adapter(session, entity);
+      Kiv::NboAttrLog::In in(body.data(), body.data() + body.size());
+      entity.kivType().entity->stream->doHandleAttrDeserialization(
+            adapter, id, erase, static_cast<U32>(body.size()), in);
+   }
+   void apply(Kiv::AttributeId id, bool erase, Bytes const& body) {
+      apply(*mirror.session, *copy, id, erase, body);
+   }
+};
+
+TEST_F(StreamTable, DeserializationAppliesWhatAMessageWould) {
+   apply(idOf("u8"), false, {9});
    EXPECT_EQ(copy->u8(), 9);
-   apply(idOf("byNumber"), false, 0, concat(u32(1), text("x")));
+   apply(idOf("byNumber"), false, concat(u32(1), text("x")));
    EXPECT_EQ(copy->byNumber(1), "x");
-   apply(idOf("byNumber"), true, 0, u32(1));
+   apply(idOf("byNumber"), true, u32(1));
    EXPECT_FALSE(copy->byNumberHas(1));
-   apply(idOf("samples"), false, 5, {0x3f, 0xf0, 0, 0, 0, 0, 0, 0});
+   apply(idOf("samples"), false, concat(u32(5), Bytes{0x3f, 0xf0, 0, 0, 0, 0, 0, 0}));
    EXPECT_EQ(copy->samples(5), 1.0);
-   apply(idOf("samples"), true, 6, {});
+   apply(idOf("samples"), true, u32(6));
    EXPECT_EQ(copy->samplesCount(), 0u);
-   EXPECT_THROW(apply(idOf("dial"), false, 0, {1}), Kiv::RangeException);
-   EXPECT_THROW(apply(9999, false, 0, {1}), Kiv::NboAttrLog::FaultException);
-   EXPECT_THROW(apply(idOf("secret"), false, 0, u32(1)), Kiv::NboAttrLog::FaultException);
+   U32 const child = 0x01000050;
+   apply(idOf("leaf"), false,
+         concat(concat(u32(child), u32(4)), Bytes{1, 0x3f, 0xf0, 0, 0, 0, 0, 0, 0}));
+   ASSERT_NE(copy->leaf(4), nullptr);
+   EXPECT_EQ(fault(message(Opcode::set, child, 259, {0})), "") << "it has the peer's handle";
+   EXPECT_FALSE(copy->leaf(4)->lit());
+   apply(idOf("leaf"), true, u32(4));
+   EXPECT_EQ(copy->leafCount(), 0u);
+   EXPECT_THROW(apply(idOf("dial"), false, {1}), Kiv::RangeException);
+   EXPECT_THROW(apply(9999, false, {1}), Kiv::NboAttrLog::FaultException);
+   EXPECT_THROW(apply(idOf("secret"), false, u32(1)), Kiv::NboAttrLog::FaultException);
+}
+
+TEST_F(StreamTable, DeserializationRefusesWhatAReaderWouldChange) {
+   KivTest::Recorder published(*root);
+   for (char const* const name : {"u8", "byNumber", "samples", "leaf", "core"}) {
+      for (bool const erase : {false, true}) {
+         EXPECT_THROW(apply(*source.session, *root, idOf(name), erase, {9}),
+                      Kiv::ReadOnlyProxyException)
+               << name;
+      }
+   }
+   EXPECT_EQ(published.changes(), "");
+   EXPECT_EQ(root->u8(), 200);
+   EXPECT_THROW(apply(*source.session, *root, 9999, false, {1}), Kiv::NboAttrLog::FaultException);
+}
+
+TEST_F(StreamApply, TheStreamTableTakesWhatAWriterHasIntroduced) {
+   auto const other = KivTest::rootFactory("other");
+   source.hub.rootIs(other);
+   auto const mine = KivTest::rootFactory("other");
+   mirror.session->mountIs(mine, MountMode::writer);
+   carry();
+   mine->u16Is(1);
+   carry();
+   ASSERT_EQ(other->u16(), 1);
+   Bytes const body{9};
+   Kiv::NboAttrLog::In in(body.data(), body.data() + 1);
+   Kiv::NboAttrLog::Sa adapter(*source.session, *other);
+   other->kivType().entity->stream->doHandleAttrDeserialization(adapter, idOf("u8"), false, 1, in);
+   EXPECT_EQ(other->u8(), 9);
 }
 
 TEST_F(StreamApply, ACreationMessageMakesAnEntityByItself) {
