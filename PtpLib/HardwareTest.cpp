@@ -265,8 +265,8 @@ TEST(ManagementIntfConfig, TakesTwoArgumentsWhereItsBaseTakesThree) {
    auto const clock = systemClockConfigFactory("clock");
    auto const& collection = *clock->kivType().field("managementIntfConfig")->ops->collection;
    EXPECT_EQ(collection.childArgCount, 2u);
-   EXPECT_EQ(collection.childIs(*clock, Kiv::CtorArgs(args).first(2)),
-             clock->managementIntfConfig(intf));
+   auto const child = collection.childIs(*clock, Kiv::CtorArgs(args).first(2));
+   EXPECT_EQ(child, clock->managementIntfConfig(intf));
    EXPECT_THROW(collection.childIs(*clock, args), Kiv::NewEntityArgsException);
 }
 

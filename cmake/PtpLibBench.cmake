@@ -1,12 +1,12 @@
 # ptplib_bench(DIR dir LINK library...)
-# One program of all *Bench.cpp in the directory: <directory name>_bench. As a test, each benchmark
+# One program of all benchmarks in the directory: <directory name>_bench. As a test, each benchmark
 # runs for a moment only, so that none can rot.
 function(ptplib_bench)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
    if(NOT PTPLIB_BENCHES)
       return()
    endif()
-   file(GLOB sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${arg_DIR}/*Bench.cpp")
+   ptplib_benches(sources ${arg_DIR})
    if(NOT sources)
       return()
    endif()

@@ -1,13 +1,76 @@
+# What belongs to what in a directory. Lists are never kept by hand, so that no file and no test can
+# be left out: `*Test.cpp` are tests, `*Bench.cpp` benchmarks, `*TestSupport.h` headers for tests, and
+# all else is the library's. A type may have any name, though: a file that is named as a type that the
+# directory declares is that type's, whatever its name ends in.
+
+# ptplib_types(out dir): the names of the types that the directory's modules declare, and the stems of
+# the headers of those that are written by hand.
+function(ptplib_types out dir)
+   file(GLOB kivs CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/*.kiv")
+   set(types)
+   foreach(kiv IN LISTS kivs)
+      set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${kiv}")
+      file(STRINGS "${kiv}" lines REGEX "^[ \t]*(extern[ \t]+)?(enum|value|entity|constants)[ \t]+[A-Za-z]")
+      foreach(line IN LISTS lines)
+         if(line MATCHES "[ \t]in[ \t]+\"([^\"]+)\"")
+            cmake_path(GET CMAKE_MATCH_1 STEM type)
+         else()
+            string(REGEX MATCH "(enum|value|entity|constants)[ \t]+([A-Za-z0-9_]+)" _ "${line}")
+            set(type "${CMAKE_MATCH_2}")
+         endif()
+         list(APPEND types "${type}")
+      endforeach()
+   endforeach()
+   set(${out} "${types}" PARENT_SCOPE)
+endfunction()
+
+# ptplib_files(out dir pattern INCLUDE|EXCLUDE ending): the files of the directory that match, only
+# those or all but those whose name has the ending and is no type's.
+function(ptplib_files out dir pattern mode ending)
+   ptplib_types(types ${dir})
+   file(GLOB found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/${pattern}")
+   set(files)
+   foreach(file IN LISTS found)
+      cmake_path(GET file STEM LAST_ONLY stem)
+      set(has EXCLUDE)
+      if(stem MATCHES "(${ending})$" AND NOT stem IN_LIST types)
+         set(has INCLUDE)
+      endif()
+      if(has STREQUAL mode)
+         list(APPEND files "${file}")
+      endif()
+   endforeach()
+   set(${out} "${files}" PARENT_SCOPE)
+endfunction()
+
 # ptplib_sources(out dir...): the sources in the directories that are neither test nor benchmark.
-# Lists are never kept by hand, so that no file and no test can be left out.
 function(ptplib_sources out)
    set(sources)
    foreach(dir IN LISTS ARGN)
-      file(GLOB found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/*.cpp")
-      list(FILTER found EXCLUDE REGEX "(Test|Bench)\\.cpp$")
+      ptplib_files(found ${dir} "*.cpp" EXCLUDE "Test|Bench")
       list(APPEND sources ${found})
    endforeach()
    set(${out} "${sources}" PARENT_SCOPE)
+endfunction()
+
+# ptplib_tests(out dir), ptplib_benches(out dir): the sources of the directory's tests and benchmarks.
+function(ptplib_tests out dir)
+   ptplib_files(sources ${dir} "*.cpp" INCLUDE "Test")
+   set(${out} "${sources}" PARENT_SCOPE)
+endfunction()
+function(ptplib_benches out dir)
+   ptplib_files(sources ${dir} "*.cpp" INCLUDE "Bench")
+   set(${out} "${sources}" PARENT_SCOPE)
+endfunction()
+
+# ptplib_headers(out dir...): the headers in the directories that users of the library may include.
+function(ptplib_headers out)
+   set(headers)
+   foreach(dir IN LISTS ARGN)
+      ptplib_files(found ${dir} "*.h" EXCLUDE "TestSupport")
+      list(APPEND headers ${found})
+   endforeach()
+   set(${out} "${headers}" PARENT_SCOPE)
 endfunction()
 
 # ptplib_library(name DIRS dir... [LINK library...] [PRIVATE_TO_THE_BUILD])

@@ -1,12 +1,11 @@
 # ptplib_test(DIR dir LINK library... [SOURCES source...])
-# One test program of all *Test.cpp in the directory: <directory name>_test. SOURCES: what else it is
-# made of.
+# One program of all tests in the directory: <directory name>_test. SOURCES: what else it is made of.
 function(ptplib_test)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK;SOURCES")
    if(NOT PTPLIB_TESTS)
       return()
    endif()
-   file(GLOB sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${arg_DIR}/*Test.cpp")
+   ptplib_tests(sources ${arg_DIR})
    if(NOT sources)
       return()
    endif()

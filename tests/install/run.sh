@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # run.sh BUILD: installs a build into a directory of its own, moves that elsewhere, and uses it from
-# there as a stranger would: with find_package, with a module of one's own, and with pkg-config.
+# there as a stranger would: with find_package, with a module of one's own, and with pkg-config. The
+# libraries must be found there alone, and each header must compile alone.
 set -eu
 build=$(cd "$1" && pwd)
 cd "$(dirname "$0")/../.."
@@ -23,30 +24,75 @@ for library in Kiv PtpPlatform PtpLib; do
    [ -L "$prefix/lib/lib$library.so.0" ] || fail "lib$library.so.0 is missing"
    [ -L "$prefix/lib/lib$library.so" ] || fail "lib$library.so is missing"
 done
-! find "$prefix" -name '*_test' -o -name '*_bench' -o -name '*KivTest*' | grep . ||
-   fail "what only tests need is installed"
-! grep -rIl -e "$PWD" "$prefix" || fail "these files name the directory of the sources"
+! find "$prefix/bin" "$prefix/lib" -name '*_test' -o -name '*_bench' -o -name 'libKivTest.*' |
+   grep . || fail "what only tests need is installed"
+! grep -rlE '#include [<"](gtest|gmock|benchmark|KivTest|tests)/' "$prefix/include" ||
+   fail "these headers are for tests"
+! grep -rl -e "$PWD" -e "$build" "$prefix" || fail "these files name the sources or the build"
 ! find "$prefix" -type d -empty | grep . || fail "these directories are empty"
+
+# Every header of the tree but those for tests, and every generated one, is there.
+for dir in Sarn Kiv Dorn Bridging Brim Acl PtpPlatform PtpLib; do
+   for root in . "$build/generated"; do
+      [ -d "$root/$dir" ] || continue
+      (cd "$root" && find "$dir" -name '*.h' ! -name '*TestSupport.h')
+   done
+done | LC_ALL=C sort >"$scratch/wanted"
+(cd "$prefix/include/ptplib" && find . -name '*.h' | sed 's|^\./||' | LC_ALL=C sort) \
+   >"$scratch/installed"
+diff -u "$scratch/wanted" "$scratch/installed" || fail "other headers than these are installed"
+
+# finds PROGRAM: it takes our libraries from the prefix, and from nowhere else.
+finds() {
+   ldd "$1" | awk -v lib="$prefix/lib/" -v program="$1" '
+      /libKiv|libPtp/ && index($3, lib) != 1 { print program ": " $0; bad = 1 }
+      END { exit bad }' || fail "libraries are not found in the prefix"
+}
+for file in "$prefix"/bin/* "$prefix"/lib/*.so; do
+   ! readelf -d "$file" | grep -E 'RPATH|RUNPATH' | grep -vF '[$ORIGIN/../lib:$ORIGIN]' ||
+      fail "$file looks for libraries in other places"
+   finds "$file"
+done
 
 echo "--- the programs run from there"
 "$prefix/bin/kivc" --help >/dev/null
 [ ! -e "$build/bin/ptpstate" ] || "$prefix/bin/ptpstate" --help >/dev/null
 
 echo "--- find_package and a module of one's own"
-cp -r tests/install/consumer "$scratch/consumer"
+cp -r tests/install/consumer tests/install/tree.cpp "$scratch"
 cmake -G Ninja -S "$scratch/consumer" -B "$scratch/consumer/build" \
    -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix"
 cmake --build "$scratch/consumer/build"
 "$scratch/consumer/build/consumer" | tee "$scratch/output"
 diff -u "$scratch/consumer/expected.txt" "$scratch/output"
+finds "$scratch/consumer/build/tree"
+"$scratch/consumer/build/tree" | diff -u "$scratch/consumer/tree.txt" -
+# A module that comes along must be consumed, too.
+for kiv in "$prefix"/share/ptplib/kiv/*/*.kiv; do
+   module=$(basename "$kiv" .kiv)
+   grep -q "^$module: " "$scratch/consumer/tree.txt" || fail "tree.cpp does not use $module"
+   grep -q "\"[A-Za-z]*/$module.h\"" "$scratch/tree.cpp" || fail "tree.cpp includes no $module.h"
+done
 
 echo "--- pkg-config"
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 pkg-config --print-errors --atleast-version=0.1.0 ptplib
 # shellcheck disable=SC2046
-g++ $(pkg-config --cflags ptplib) tests/install/tree.cpp -o "$scratch/tree" \
-   $(pkg-config --libs ptplib) -Wl,-rpath,"$prefix/lib"
-"$scratch/tree"
+g++ $(pkg-config --cflags ptplib) "$scratch/tree.cpp" -o "$scratch/tree" $(pkg-config --libs ptplib)
+finds "$scratch/tree"
+"$scratch/tree" | diff -u "$scratch/consumer/tree.txt" -
+echo "--- each header alone, with what pkg-config says, which is what CMake says"
+flags=$(pkg-config --cflags ptplib)
+included() { sed -e 's/^-I//' -e 's/ -std=c++20 *$//' | xargs realpath; }
+[ "$(included <<<"$flags")" = "$(included <"$scratch/consumer/build/flags")" ] ||
+   fail "CMake and pkg-config do not agree: $(cat "$scratch/consumer/build/flags") and $flags"
+export flags
+# shellcheck disable=SC2016
+xargs -P "${PTPLIB_JOBS:-$(nproc)}" -n 1 bash -c '
+   printf "#include \"%s\"\n" "$1" | g++ $flags -fsyntax-only -x c++ - || {
+      echo "$1 does not compile alone"
+      exit 1
+   }' check <"$scratch/installed"
 
 echo "--- the first minutes, as the README tells them"
 # block START LANGUAGE: the first fenced block of the language below the line START.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Includes point down only: each directory may include itself and what the table lists for it. The
 # libraries need nothing but the standard library and the operating system. Tests, benchmarks and
-# headers for them, which have Test in their names, may use what is made for tests as well.
+# headers for them, `*TestSupport.h`, may use what is made for tests as well.
 set -u
 . "$(dirname "$0")/common.sh"
 
@@ -73,7 +73,7 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
          if (file ~ /^tests\/install\//) {
             next
          }
-         is_test = file ~ /(Test|Bench)\.cpp$/ || file ~ /Test[^\/]*\.h$/
+         is_test = file ~ /(Test|Bench)\.cpp$/ || file ~ /TestSupport\.h$/
          if (from == "") {
             print where ": the directory has no place in the layering table of this script"
             next
@@ -90,7 +90,7 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
             path = substr($0, RSTART + 1, RLENGTH - 2)
             if (path ~ /^(gtest|gmock|benchmark|CLI|nlohmann|boost|fmt|absl)\//) {
                print where ": a library includes <" path ">; if only its tests do, the name of the " \
-                  "header should say Test"
+                  "header should end in TestSupport"
             }
          }
       }' | fail_if_any
