@@ -12,7 +12,7 @@ bool isBlank(std::string_view text) {
    return text.find_first_not_of(" \t") == std::string_view::npos;
 }
 
-std::size_t indentationOf(std::string_view line) {
+std::size_t leadingBlanks(std::string_view line) {
    auto const first = line.find_first_not_of(' ');
    return first == std::string_view::npos ? line.size() : first;
 }
@@ -29,7 +29,7 @@ void forEachLine(std::string_view text, Visit visit) {
 
 /// The key, if the line is nothing but one hole and blanks around it.
 std::string_view blockKey(std::string_view line) {
-   line.remove_prefix(indentationOf(line));
+   line.remove_prefix(leadingBlanks(line));
    line = line.substr(0, line.find_last_not_of(' ') + 1);
    if (line.size() < 3 || line.front() != '@' || line.find('@', 1) != line.size() - 1) {
       return {};
@@ -56,12 +56,12 @@ std::string const& Template::look(std::string const& key, std::string_view line)
       }
    }
    throw TemplateError("unknown key '" + key +
-                       "' in: " + std::string(line.substr(indentationOf(line))));
+                       "' in: " + std::string(line.substr(leadingBlanks(line))));
 }
 
 void Template::appendLine(std::string_view line) {
    if (auto const key = blockKey(line); !key.empty()) {
-      std::string const indent(indentationOf(line), ' ');
+      std::string const indent(leadingBlanks(line), ' ');
       forEachLine(look(std::string(key), line), [&](std::string_view valueLine) {
          if (!isBlank(valueLine)) {
             result_.append(indent).append(valueLine);
@@ -99,7 +99,7 @@ Template& Template::append(std::string_view text) {
    auto shared = std::string_view::npos;
    forEachLine(text, [&](std::string_view line) {
       if (!isBlank(line)) {
-         shared = std::min(shared, indentationOf(line));
+         shared = std::min(shared, leadingBlanks(line));
       }
    });
    forEachLine(text, [&](std::string_view line) {

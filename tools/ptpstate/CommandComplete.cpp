@@ -1,4 +1,5 @@
 // complete: what ptpstate.bash asks. It is not shown among the commands.
+#include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "tools/ptpstate/Commands.h"

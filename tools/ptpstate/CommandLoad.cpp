@@ -1,4 +1,5 @@
 // load, diff
+#include <CLI/CLI.hpp>
 #include <iostream>
 #include <list>
 

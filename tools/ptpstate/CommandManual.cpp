@@ -1,4 +1,5 @@
 // manual: prints the man page, for `./dev docs`. It is not shown among the commands.
+#include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "tools/ptpstate/Commands.h"

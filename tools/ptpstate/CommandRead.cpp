@@ -1,4 +1,5 @@
 // dump, get
+#include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "tools/ptpstate/Commands.h"

@@ -1,6 +1,7 @@
 // record
 #include <poll.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <iostream>

@@ -1,4 +1,5 @@
 // replay
+#include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "tools/ptpstate/Commands.h"

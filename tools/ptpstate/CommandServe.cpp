@@ -1,4 +1,5 @@
 // serve: the one command that knows a type of the model, to load a daemon's configuration into it.
+#include <CLI/CLI.hpp>
 #include <iostream>
 #include <system_error>
 

@@ -1,4 +1,5 @@
 // status
+#include <CLI/CLI.hpp>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -75,7 +76,7 @@ void print(std::ostream& out, SessionStatus const& session) {
    row("behind", session.behind != 0 ? "for " + durationText(session.behind) : "no");
 }
 
-nlohmann::ordered_json jsonOf(SessionStatus const& session) {
+nlohmann::ordered_json sessionJson(SessionStatus const& session) {
    nlohmann::ordered_json peer;
    if (session.peer.pid != 0) {
       peer = {{"pid", session.peer.pid},
@@ -115,7 +116,7 @@ Exit status(StatusOptions const& options) {
    if (options.json) {
       nlohmann::ordered_json all = nlohmann::ordered_json::array();
       for (SessionStatus const& session : sessions) {
-         all.push_back(jsonOf(session));
+         all.push_back(sessionJson(session));
       }
       std::cout << all.dump(3, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
                 << '\n';

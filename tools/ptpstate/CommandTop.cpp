@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <ctime>
 #include <iostream>
 #include <list>

@@ -1,4 +1,5 @@
 // types
+#include <CLI/CLI.hpp>
 #include <iomanip>
 #include <iostream>
 #include <sstream>

@@ -1,6 +1,7 @@
 // watch
 #include <poll.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ctime>
 #include <iostream>

@@ -1,4 +1,6 @@
 // set, add, del
+#include <CLI/CLI.hpp>
+
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Place.h"
 

@@ -1,5 +1,6 @@
 #include "tools/ptpstate/Commands.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fstream>
 #include <iostream>

@@ -1,13 +1,18 @@
 // The commands: each adds itself to the command line.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <functional>
-#include <ostream>
+#include <iosfwd>
+#include <string>
+#include <vector>
 
 #include "tools/ptpstate/Client.h"
 #include "tools/ptpstate/Failure.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Ptpstate {
 

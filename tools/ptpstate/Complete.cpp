@@ -1,5 +1,6 @@
 #include "tools/ptpstate/Complete.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
 

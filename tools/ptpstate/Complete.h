@@ -1,9 +1,12 @@
 // What a shell can offer for a command line that is not finished.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace Ptpstate {
 

@@ -1,5 +1,6 @@
 #include "tools/ptpstate/Manual.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <set>
 #include <sstream>

@@ -5,9 +5,13 @@
 // two columns, and an example in a block behind the line "Example:".
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
+#include <utility>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace Ptpstate {
 

@@ -78,7 +78,7 @@ std::string upperCase(std::string text) {
    return text;
 }
 
-std::string blockText(ManualBlock const& block) {
+std::string roffText(ManualBlock const& block) {
    switch (block.kind) {
       case ManualBlock::heading:
          return block.level <= 2 ? ".SH " + upperCase(inlineText(block.text)) + "\n"
@@ -120,7 +120,7 @@ std::string manPage() {
          ".SH DESCRIPTION\n";
    for (ManualBlock const& block : manualBlocks(manualText)) {
       if (block.kind != ManualBlock::heading || block.level != 1) {
-         page += blockText(block);
+         page += roffText(block);
       }
    }
    return page;

@@ -34,9 +34,9 @@ bool sameIgnoringCase(std::string_view a, std::string_view b) {
                      [](char x, char y) { return lower(x) == lower(y); });
 }
 
-class Reader {
+class ConfReader {
 public:
-   explicit Reader(Ptp4lConf& conf) : conf_(conf) {}
+   explicit ConfReader(Ptp4lConf& conf) : conf_(conf) {}
 
    void line(std::string_view raw) {
       ++line_;
@@ -119,7 +119,7 @@ std::string remarkText(std::string const& file, Ptp4lRemark const& remark) {
 Ptp4lConf parsePtp4lConf(std::string_view text, std::string file) {
    Ptp4lConf conf;
    conf.file = std::move(file);
-   Reader reader(conf);
+   ConfReader reader(conf);
    while (!text.empty()) {
       auto const end = std::min(text.find('\n'), text.size());
       reader.line(text.substr(0, end));
