@@ -41,12 +41,16 @@ std::string dependencies(std::string const& depfile, std::vector<std::string> co
    return out + "\n";
 }
 
-/// The module's C++: two files a type (an enumeration has a header only), one header for all, and
-/// the record.
-void addCpp(Module const& module, std::string const& directory, Output& output) {
-   auto const base = directory + "/" + module.outputPath();
+/// The module's C++: two files a type (an enumeration has a header only), one header for all, the
+/// record, and the parts that include the types' sources. Returns the headers, one a line.
+std::string addCpp(Module const& module, Options const& options, Output& output) {
+   std::string headers;
    auto const add = [&](std::string const& suffix, std::string const& text) {
-      output.add(base + suffix, fitToPage(text));
+      auto const path = module.outputPath() + suffix;
+      output.add(options.out + "/" + path, fitToPage(text));
+      if (path.ends_with(".h")) {
+         headers += path + "\n";
+      }
    };
    for (auto const& type : module.types) {
       if (type->origin != Origin::declared) {
@@ -66,6 +70,10 @@ void addCpp(Module const& module, std::string const& directory, Output& output) 
    add(".h", emitUmbrella(module));
    add("Record.h", emitRecordHeader(module));
    add("Record.cpp", emitRecordSource(module));
+   for (std::size_t part = 0; part < options.parts; ++part) {
+      add("Part" + std::to_string(part + 1) + ".cpp", emitPart(module, part, options.parts));
+   }
+   return headers;
 }
 
 }  // namespace
@@ -86,7 +94,10 @@ int run(Options const& options, std::ostream& errors) {
    }
    Output output;
    if (!options.out.empty()) {
-      addCpp(*main, options.out, output);
+      auto const headers = addCpp(*main, options, output);
+      if (!options.headers.empty()) {
+         output.add(options.headers, headers);
+      }
    }
    if (!options.manifest.empty()) {
       output.add(options.manifest, emitManifest(*main));

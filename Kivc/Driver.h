@@ -1,6 +1,7 @@
 // One run of the compiler, as a function.
 #pragma once
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -13,6 +14,10 @@ struct Options {
    std::string out;                 ///< --out; empty: no C++ is written
    std::string manifest;            ///< --manifest; empty: none
    std::string reference;           ///< --reference; empty: none
+   /// --headers: the headers written below `out`, one a line, relative to it. Empty: none.
+   std::string headers;
+   /// --parts: how many sources are written that together include those of all types.
+   std::size_t parts = 0;
    /// --depfile; its target is the path without ".d". Empty: none.
    std::string depfile;
 };

@@ -402,6 +402,20 @@ std::string emitUmbrella(Module const& module) {
    return text.finish();
 }
 
+std::string emitPart(Module const& module, std::size_t part, std::size_t count) {
+   std::vector<Type const*> types;
+   for (auto const* type : recordOrder(module)) {
+      if (type->origin == Origin::declared && type->kind != TypeKind::enumeration) {
+         types.push_back(type);
+      }
+   }
+   auto text = banner(module) + "\n";
+   for (auto i = types.size() * part / count; i < types.size() * (part + 1) / count; ++i) {
+      text += includeLine(module.outputPath() + "/" + types[i]->name.text + ".cpp");
+   }
+   return text;
+}
+
 void checkRecordLimits(Module const& module, Diagnostics& diagnostics) {
    if (typeNames(module).size() > typeNameLimit) {
       diagnostics.error(module.name.span,

@@ -21,6 +21,14 @@ int main(int argc, char** argv) {
    app.add_option("--depfile", options.depfile,
                   "Write the files read, for make; the target is FILE without '.d'")
          ->type_name("FILE");
+   app.add_option("--headers", options.headers, "Write the list of the C++ headers")
+         ->type_name("FILE");
+   app.add_option(
+            "--parts", options.parts,
+            "Write this many sources, MODULEPart1.cpp and so on, that together include those of "
+            "all types")
+         ->type_name("COUNT")
+         ->check(CLI::Range(0, 1000));
    app.add_option("file", options.input, "Module to compile")->required()->type_name("FILE.kiv");
    CLI11_PARSE(app, argc, argv);
    try {
