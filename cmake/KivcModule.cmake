@@ -1,4 +1,4 @@
-# kivc_module(target file.kiv [ROOTS dir...])
+# kivc_module(target file.kiv [ROOTS dir...] [PARTS count])
 # Makes a module of declarations part of a target: kivc writes the module's C++ below
 # KIVC_GENERATED_DIR when the target is built, and again when the declarations, those of the modules
 # that they use, or the compiler change. Files whose content stays the same are left alone, so that
@@ -11,14 +11,16 @@
 #
 # The directory in which the file lies below the current source directory (or below one of ROOTS) is
 # the directory by which its headers are included. Used modules are looked for in the same places,
-# one directory below them, and among the installed declarations.
+# one directory below them, and among the installed declarations. The types are compiled in PARTS
+# sources (1 for every 8 KiB of declarations), each with many types, since most of the time would go
+# into what they all include.
 
 if(NOT DEFINED KIVC_GENERATED_DIR)
    set(KIVC_GENERATED_DIR "${CMAKE_BINARY_DIR}/generated")
 endif()
 
 function(kivc_module target file)
-   cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "ROOTS")
+   cmake_parse_arguments(PARSE_ARGV 2 arg "" "PARTS" "ROOTS")
    cmake_path(ABSOLUTE_PATH file BASE_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}" NORMALIZE)
    set(roots "${CMAKE_CURRENT_SOURCE_DIR}" ${arg_ROOTS} ${PtpLib_KIV_DIR})
    if(TARGET PtpLib::kivc)
@@ -41,18 +43,26 @@ function(kivc_module target file)
    set(base "${KIVC_GENERATED_DIR}/${prefix}/${module}")
    cmake_path(NORMAL_PATH base)
 
-   # The files that there will be follow from the types: two each, but enumerations have no source.
-   set(headers "${base}.h" "${base}Record.h")
+   if(NOT arg_PARTS)
+      file(SIZE "${file}" size)
+      math(EXPR arg_PARTS "1 + ${size} / 8192")
+   endif()
+
+   # The sources do not depend on the types: the record, and parts that include those of the types.
    set(sources "${base}Record.cpp")
-   file(STRINGS "${file}" types REGEX "^[ \t]*(enum|value|entity)[ \t]+[A-Za-z0-9_]+[^=;]*$")
-   foreach(type IN LISTS types)
-      string(REGEX MATCH "(enum|value|entity)[ \t]+([A-Za-z0-9_]+)" _ "${type}")
-      list(APPEND headers "${base}/${CMAKE_MATCH_2}.h")
-      if(NOT CMAKE_MATCH_1 STREQUAL "enum")
-         list(APPEND sources "${base}/${CMAKE_MATCH_2}.cpp")
-      endif()
+   foreach(part RANGE 1 ${arg_PARTS})
+      list(APPEND sources "${base}Part${part}.cpp")
    endforeach()
-   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${file}")
+
+   # The headers do, and the compiler lists them when it runs. A build that has made them for the first
+   # time compiles everything anyway; the next one reads the list first.
+   set(list "${base}.headers")
+   if(NOT EXISTS "${list}")
+      file(WRITE "${list}" "")
+   endif()
+   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
+   file(STRINGS "${list}" headers)
+   list(TRANSFORM headers PREPEND "${KIVC_GENERATED_DIR}/")
 
    # The stamp tells when the compiler ran last; the files keep their times unless they change.
    set(stamp "${base}.stamp")
@@ -64,13 +74,16 @@ function(kivc_module target file)
    file(MAKE_DIRECTORY "${stampDirectory}")
    add_custom_command(OUTPUT "${stamp}"
       BYPRODUCTS ${headers} ${sources}
-      COMMAND ${kivc} ${options} --out "${KIVC_GENERATED_DIR}" --depfile "${stamp}.d" "${file}"
+      COMMAND ${kivc} ${options} --out "${KIVC_GENERATED_DIR}" --parts ${arg_PARTS}
+         --headers "${list}" --depfile "${stamp}.d" "${file}"
       COMMAND "${CMAKE_COMMAND}" -E touch "${stamp}"
       DEPENDS "${file}" ${kivc}
       DEPFILE "${stamp}.d"
       COMMENT "Compiling the declarations of ${module}"
       VERBATIM)
-   set_source_files_properties(${headers} ${sources} PROPERTIES GENERATED TRUE)
+   set_source_files_properties(${headers} ${sources} PROPERTIES
+      GENERATED TRUE SKIP_UNITY_BUILD_INCLUSION TRUE)
    target_sources(${target} PRIVATE "${file}" "${stamp}" ${headers} ${sources})
+   set_property(GLOBAL APPEND PROPERTY KIVC_STAMPS "${stamp}")
    target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${KIVC_GENERATED_DIR}>")
 endfunction()

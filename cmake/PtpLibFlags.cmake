@@ -16,7 +16,9 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
 find_program(PTPLIB_CCACHE ccache)
 if(PTPLIB_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-   set(CMAKE_CXX_COMPILER_LAUNCHER "${PTPLIB_CCACHE}")
+   # With precompiled headers the cache is used only if it may take macros of theirs for unused.
+   set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
+      CCACHE_SLOPPINESS=pch_defines,time_macros "${PTPLIB_CCACHE}")
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)

@@ -24,6 +24,8 @@ function(ptplib_install)
       list(APPEND exported kivc)
       list(REMOVE_ITEM programs kivc)
    endif()
+   # What `cmake --install` takes, for a build of no more than that.
+   add_custom_target(installed DEPENDS ${exported} ${programs})
    install(TARGETS ${exported} EXPORT PtpLibTargets
       RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
       LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")

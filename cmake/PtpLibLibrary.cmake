@@ -107,18 +107,21 @@ function(ptplib_library name)
    foreach(kiv IN LISTS kivs)
       kivc_module(${name} "${kiv}")
    endforeach()
+   ptplib_precompiled(${name})
    if(NOT arg_PRIVATE_TO_THE_BUILD)
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_LIBRARIES ${name})
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_DIRS ${arg_DIRS})
    endif()
 endfunction()
 
-# ptplib_link(target PUBLIC|PRIVATE library...): links those of the libraries that are built.
+# ptplib_link(target PUBLIC|PRIVATE|INTERFACE library...): links targets. A name that is not a target
+# is an error: CMake would pass it to the linker, which looks for such a library on the system.
 function(ptplib_link target scope)
    foreach(library IN LISTS ARGN)
-      if(TARGET ${library})
-         target_link_libraries(${target} ${scope} ${library})
+      if(NOT TARGET ${library})
+         message(FATAL_ERROR "${target}: there is no target '${library}' to link")
       endif()
+      target_link_libraries(${target} ${scope} ${library})
    endforeach()
 endfunction()
 

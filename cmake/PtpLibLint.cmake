@@ -1,7 +1,10 @@
 # ptplib_header_check(dir...)
 # The target header_check compiles each header of the directories, and each generated one, alone and
 # included twice: it needs nothing before it, and a second inclusion does no harm.
+# The generated ones are known when the target `declarations` has been built.
 function(ptplib_header_check)
+   get_property(stamps GLOBAL PROPERTY KIVC_STAMPS)
+   add_custom_target(declarations DEPENDS ${stamps})
    set(headers)
    foreach(dir IN LISTS ARGN)
       file(GLOB found CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
@@ -29,5 +32,8 @@ function(ptplib_header_check)
    endif()
    add_library(header_check OBJECT EXCLUDE_FROM_ALL ${checks})
    target_compile_options(header_check PRIVATE -O0)
-   ptplib_link(header_check PRIVATE ${libraries} ptpstate_objects)
+   if(TARGET ptpstate_objects)
+      list(APPEND libraries ptpstate_objects)
+   endif()
+   ptplib_link(header_check PRIVATE ${libraries})
 endfunction()

@@ -15,6 +15,10 @@ function(ptplib_test)
    add_executable(${name} ${sources} ${arg_SOURCES})
    ptplib_link(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main)
    ptplib_test_environment(${name})
+   # What is tested is as it is shipped; the tests' own code need not be fast, but soon compiled.
+   target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
+   ptplib_precompiled(${name} OF_PROGRAM HEADERS <gmock/gmock.h> <gtest/gtest.h>
+      PACKAGES GTest::gmock)
    add_test(NAME ${name} COMMAND ${name})
    set_tests_properties(${name} PROPERTIES TIMEOUT 900)
 endfunction()

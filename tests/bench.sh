@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # bench.sh BIN [PATTERN]: runs the benchmark programs of a build (those whose names match) and prints
-# one table: each figure beside its baseline from the same run. A figure is the median CPU time of
+# one table: each figure beside its baseline from the same run, and at last what builds cost (`build`). A figure is the median CPU time of
 # five repetitions, taken in random order so that a slow moment hits all alike.
 #
 # A baseline does the same work: its name differs in a template argument with Std or Bare in it, in
@@ -95,4 +95,8 @@ for program in "$bin"/bench_*; do
       status=1
    }
 done
+
+if [[ build =~ $pattern ]]; then
+   "$(dirname "$0")/buildCost.sh" || status=1
+fi
 exit $status

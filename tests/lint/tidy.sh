@@ -14,17 +14,28 @@ if ! command -v clang-tidy >/dev/null; then
    exit 1
 fi
 
-# The compile commands, without what only g++ understands.
-sed 's/ -fno-gnu-unique//g' "$build/compile_commands.json" >"$clean/compile_commands.json" || exit 1
+# The compile commands, without what only g++ understands and without its precompiled headers.
+sed 's/ -fno-gnu-unique//g; s/ -fpch-preprocess//g; s/ -Winvalid-pch -include [^ "]*//g' \
+   "$build/compile_commands.json" >"$clean/compile_commands.json" || exit 1
 
 # "SOURCE DEPENDENCY..." a line, as the compiler told the build, from the root of the tree or, through
-# ccache, from the build directory; without what lies outside the tree.
+# ccache, from the build directory; without what lies outside the tree. Sources that are compiled
+# together share their dependencies.
 ninja -C "$build" -t deps | awk -v root="$PWD/" '
-   /^[^ ].*: #deps/ { if (line) print line; line = ""; next }
+   function flush(  i) {
+      for (i = 1; i <= sources; ++i) print source[i] line
+      sources = 0
+      line = ""
+   }
+   function add(path) {
+      line = line " " path
+      if (path ~ /\.cpp$/) source[++sources] = path
+   }
+   /^[^ ].*: #deps/ { flush(); next }
    { path = $1 }
-   sub(/^\.\.\/\.\.\//, "", path) { line = line (line ? " " : "") path; next }
-   index(path, root) == 1 { line = line (line ? " " : "") substr(path, length(root) + 1) }
-   END { if (line) print line }' >"$clean/dependencies"
+   sub(/^\.\.\/\.\.\//, "", path) { add(path); next }
+   index(path, root) == 1 { add(substr(path, length(root) + 1)) }
+   END { flush() }' >"$clean/dependencies"
 
 check() {
    local file=$1 stamp=$clean/$1.ok

@@ -1,0 +1,63 @@
+# Precompiled headers: what a compiler reads again and again is the standard library and the
+# packages, not this tree. Only these are precompiled, so that no edit here compiles all of them
+# again, and two checkouts make the same bytes for the compiler's cache.
+#
+# A source still includes what it uses. Builds without PTPLIB_PCH, such as the `tsan` preset, and the
+# target header_check fail where one does not.
+
+# The sources of a program are compiled a dozen at a time for the same reason: most of what they read
+# and instantiate is the same. Names in their unnamed namespaces therefore differ.
+
+option(PTPLIB_UNITY "Compile several sources of a program at once" ON)
+option(PTPLIB_PCH "Precompile the headers of the standard library and of packages" ON)
+
+set(PTPLIB_PCH_STANDARD <algorithm> <array> <bit> <charconv> <chrono> <compare> <concepts> <cstdint>
+   <cstring> <functional> <limits> <map> <memory> <optional> <set> <sstream> <string> <string_view>
+   <type_traits> <unordered_map> <utility> <vector>)
+
+if(PTPLIB_PCH)
+   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      # So that the cache sees the precompiled header as one, and not all of its text.
+      add_compile_options(-fpch-preprocess)
+   elseif(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+      # The time in it would make it differ each time.
+      add_compile_options("SHELL:-Xclang -fno-pch-timestamp")
+   endif()
+endif()
+
+# ptplib_precompiled(target [OF_PROGRAM] [HEADERS header...] [PACKAGES library...])
+# Precompiles the standard headers and those of packages for a target. Targets that ask for the same
+# share one. OF_PROGRAM: the target is an executable, which is compiled for another kind of address.
+# Call it after all compile options of the target have been set.
+function(ptplib_precompiled target)
+   cmake_parse_arguments(PARSE_ARGV 1 arg "OF_PROGRAM" "" "HEADERS;PACKAGES")
+   if(NOT PTPLIB_PCH)
+      return()
+   endif()
+   get_target_property(options ${target} COMPILE_OPTIONS)
+   string(SHA256 hash "${arg_HEADERS};${options};${arg_OF_PROGRAM}")
+   string(SUBSTRING "${hash}" 0 8 hash)
+   set(pch pch_${hash})
+   if(NOT TARGET ${pch})
+      set(source "${CMAKE_BINARY_DIR}/${pch}.cpp")
+      file(CONFIGURE OUTPUT "${source}" CONTENT "// Its precompiled header is used by others.\n")
+      add_library(${pch} OBJECT EXCLUDE_FROM_ALL "${source}")
+      if(options)
+         target_compile_options(${pch} PRIVATE ${options})
+      endif()
+      target_link_libraries(${pch} PRIVATE ${arg_PACKAGES})
+      if(arg_OF_PROGRAM)
+         set_target_properties(${pch} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+         target_compile_options(${pch} PRIVATE -fPIE)
+      endif()
+      target_precompile_headers(${pch} PRIVATE ${PTPLIB_PCH_STANDARD} ${arg_HEADERS})
+   endif()
+   target_precompile_headers(${target} REUSE_FROM ${pch})
+endfunction()
+
+# ptplib_compiled_together(target): compiles the target's sources together, but generated ones.
+function(ptplib_compiled_together target)
+   if(PTPLIB_UNITY)
+      set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 12)
+   endif()
+endfunction()
