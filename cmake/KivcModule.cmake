@@ -61,6 +61,7 @@ function(kivc_module target file)
       file(WRITE "${list}" "")
    endif()
    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
+   set_property(TARGET ${target} APPEND PROPERTY KIVC_HEADER_LISTS "${list}")
    file(STRINGS "${list}" headers)
    list(TRANSFORM headers PREPEND "${KIVC_GENERATED_DIR}/")
 

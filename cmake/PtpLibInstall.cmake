@@ -41,11 +41,18 @@ function(ptplib_install)
    install(EXPORT PtpLibTargets NAMESPACE PtpLib:: DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
 
    foreach(library IN LISTS libraries)
-      ptplib_generated_headers(headers ${library})
-      foreach(header IN LISTS headers)
-         cmake_path(GET header PARENT_PATH dir)
-         install(FILES "${KIVC_GENERATED_DIR}/${header}"
-            DESTINATION "${PTPLIB_INSTALL_INCLUDEDIR}/${dir}")
+      # The compiler has listed the generated headers when the build is installed, not before.
+      get_target_property(lists ${library} KIVC_HEADER_LISTS)
+      foreach(list IN LISTS lists)
+         if(list)
+            install(CODE "
+               file(STRINGS \"${list}\" headers)
+               foreach(header IN LISTS headers)
+                  cmake_path(GET header PARENT_PATH dir)
+                  file(INSTALL \"${KIVC_GENERATED_DIR}/\${header}\" DESTINATION
+                     \"\${CMAKE_INSTALL_PREFIX}/${PTPLIB_INSTALL_INCLUDEDIR}/\${dir}\")
+               endforeach()")
+         endif()
       endforeach()
    endforeach()
    foreach(dir IN LISTS dirs)
