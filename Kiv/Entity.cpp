@@ -54,12 +54,13 @@ void forEachChild(Entity const& entity, void* context,
          }
       } else if (field.kind == MemberKind::children && field.ops->collection->size(entity) != 0) {
          IteratorStorage storage;
-         CollectionIterator* const at =
-               field.ops->collection->iterator(const_cast<Entity&>(entity), storage);
-         for (; at->valid(); at->next()) {
-            visit(context, *at->child(), field, at->key());
+         struct Walk {
+            CollectionIterator* at;
+            ~Walk() { at->~CollectionIterator(); }
+         } const walk{field.ops->collection->iterator(const_cast<Entity&>(entity), storage)};
+         for (; walk.at->valid(); walk.at->next()) {
+            visit(context, *walk.at->child(), field, walk.at->key());
          }
-         at->~CollectionIterator();
       }
    });
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "Kiv/HashMap2018Array.h"
@@ -19,7 +20,8 @@ namespace Kiv {
 ///
 /// - When the current element is erased, the iterator keeps a copy of its key (`key()`), says so
 ///   (`markedForDeletion()`), and goes on at the next one.
-/// - When the map is cleared or destroyed, the iterator is at its end after the current element.
+/// - When the map is cleared or destroyed, the iterator is at its end after the current element;
+///   only then, without memory for a copy of its key, it keeps one with the value of `Key()`.
 ///   It then holds the map's empty bucket array until it is advanced, assigned or destroyed.
 /// - It holds no element alive.
 ///
@@ -122,9 +124,17 @@ private:
       }
    }
 
-   void keepKey(Key const& key) {
-      std::construct_at(&key_, key);
+   void keepKey(Key&& key) noexcept {
+      std::construct_at(&key_, std::move(key));
       erased_ = true;
+   }
+   /// Where there is no memory for a copy, the key is one as it is made.
+   void keepKeyOrNone(Key const& key) noexcept {
+      try {
+         keepKey(Key(key));
+      } catch (std::bad_alloc const&) {
+         keepKey(Key());
+      }
    }
    void forgetKey() noexcept {
       std::destroy_at(&key_);
@@ -133,7 +143,7 @@ private:
 
    void take(HashMap2018Iterator const& other) {
       if (other.erased_) {
-         keepKey(other.key_);
+         keepKey(Key(other.key_));
       }
       if (other.array_ != nullptr) {
          attach(other.array_);

@@ -29,7 +29,8 @@ namespace Kiv::Impl {
 ///
 /// Threads: a table belongs to one thread; several may read it by `find` and by unsafe iterators
 /// while none changes it. Elements must move without exceptions; if a copy or an allocation
-/// throws, the table is as it was.
+/// throws, the table is as it was. A removal allocates nothing that it needs: without memory for a
+/// smaller array the table keeps the one it has.
 template <class Policy>
 class HashTable {
 public:
@@ -140,6 +141,8 @@ private:
    }
 
    void rebuild(HashSizeStep step, U32 slotsWanted = 0);
+   void shrink() noexcept;
+   void keepKeyOf(U32 slot, HashIteratorBase* at);
    void moveIterators(BucketArray* from, BucketArray* to) noexcept;
    U32 openSlot(U32 hash);
    void closeSlot(U32 slot) noexcept;

@@ -98,11 +98,7 @@ template <class Take>
 void HashTable<Policy>::eraseSlot(Slot* slot, Take&& take) {
    U32 const index = slotIndex(slot);
    if (array_->iterators != nullptr) [[unlikely]] {
-      eachIterator(array_, [&](Iterator& it) {
-         if (!it.erased_ && it.slot_ == index) {
-            it.keepKey(Policy::keyOf(*slot));
-         }
-      });
+      keepKeyOf(index, array_->iterators);
    }
    take(*slot);
    std::destroy_at(slot);
@@ -112,7 +108,29 @@ void HashTable<Policy>::eraseSlot(Slot* slot, Take&& take) {
    if (array_->count == 0) {
       clear();
    } else if (array_->step.tooLargeFor(array_->count)) {
+      shrink();
+   }
+}
+
+/// The iterators at the element, from `at` on, keep its key. If a copy throws, none does.
+template <class Policy>
+void HashTable<Policy>::keepKeyOf(U32 slot, HashIteratorBase* at) {
+   while (at != nullptr && (at->erased_ || at->slot_ != slot)) {
+      at = at->nextOnArray_;
+   }
+   if (at != nullptr) {
+      Key key(Policy::keyOf(slots(array_)[slot]));
+      keepKeyOf(slot, at->nextOnArray_);
+      static_cast<Iterator&>(*at).keepKey(std::move(key));
+   }
+}
+
+/// Where there is no memory for a smaller array, the table keeps the one it has.
+template <class Policy>
+void HashTable<Policy>::shrink() noexcept {
+   try {
       rebuild(HashSizeStep::forCount(std::size_t{array_->count} * 2));
+   } catch (std::bad_alloc const&) {  // the next removal tries again
    }
 }
 
@@ -202,7 +220,7 @@ void HashTable<Policy>::clear() noexcept {
    if (array->iterators != nullptr) [[unlikely]] {
       eachIterator(array, [&](Iterator& it) {
          if (!it.erased_) {
-            it.keepKey(Policy::keyOf(slots(array)[it.slot_]));
+            it.keepKeyOrNone(Policy::keyOf(slots(array)[it.slot_]));
          }
          it.slot_ = array->slotCount;
       });

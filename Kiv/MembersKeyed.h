@@ -108,18 +108,12 @@ void checkReinstVal(Entity const& owner, AttributeId collection, Entity const& c
 // Keyed collections of values. `Map` is `HashMap2018` or `RbTreeMap`.
 
 namespace Impl {
-/// Publishes the update of an element. A key that lies in the element, as an iterator gives it, is
-/// copied: an observer may remove the element while others are still to be told.
-template <class Map, class K, class V>
-void publishUpdate(Entity& owner, AttributeId id, K const& key, V const* stored, V const& old) {
-   auto const distance =
-         reinterpret_cast<std::uintptr_t>(stored) - reinterpret_cast<std::uintptr_t>(&key);
-   if (distance < sizeof(typename Map::Entry)) [[unlikely]] {
-      K const own = key;
-      owner.publishChangeRecursive(id, &own, &old, &keysEqual<K>);
-   } else {
-      owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
-   }
+/// Replaces the value of an element and publishes that. What may throw comes first.
+template <class K, class V>
+void replaceValue(Entity& owner, AttributeId id, K const& key, V& stored, V const& value) {
+   V fresh(value);
+   V const old = std::exchange(stored, std::move(fresh));
+   owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
 }
 }  // namespace Impl
 
@@ -131,8 +125,16 @@ void mapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value
       map.insert(key, value);
       owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
    } else if (!(*stored == value)) {
-      V const old = std::exchange(*stored, value);
-      Impl::publishUpdate<Map>(owner, id, key, stored, old);
+      // A key that lies in the element, as an iterator gives it, is copied: an observer may remove
+      // the element while others are still to be told.
+      auto const distance =
+            reinterpret_cast<std::uintptr_t>(stored) - reinterpret_cast<std::uintptr_t>(&key);
+      if (distance < sizeof(typename Map::Entry)) [[unlikely]] {
+         K const own = key;
+         Impl::replaceValue(owner, id, own, *stored, value);
+      } else {
+         Impl::replaceValue(owner, id, key, *stored, value);
+      }
    }
 }
 
@@ -144,8 +146,7 @@ void internalKeyMapIs(Entity& owner, AttributeId id, Map& map, K const& key, V c
       map.insert(value);
       owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
    } else if (!(*stored == value)) {
-      V const old = std::exchange(*stored, value);
-      owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
+      Impl::replaceValue(owner, id, key, *stored, value);
    }
 }
 

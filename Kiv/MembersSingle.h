@@ -1,6 +1,7 @@
 #pragma once
 
 #include <type_traits>
+#include <utility>
 
 #include "Kiv/Entity.h"
 #include "Kiv/Exception.h"
@@ -35,11 +36,24 @@ void publishString(Entity& owner, AttributeId id, Sarn::String& stored, std::str
 /// Whether an attribute travels in the attribute log.
 enum class Streamed : bool { no, yes };
 
+namespace Impl {
+/// Assigns a value: wholly, or not at all if its copy throws.
+template <class T, class V>
+inline void assignWhole(T& stored, V const& v) {
+   if constexpr (std::is_nothrow_assignable_v<T&, V const&> || std::is_same_v<T, Sarn::String>) {
+      stored = v;
+   } else {
+      T fresh(v);
+      stored = std::move(fresh);
+   }
+}
+}  // namespace Impl
+
 /// Stores a value that is known to differ and to be in range, and publishes the change.
 template <Streamed streamed = Streamed::yes, class T, class V>
 inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v) {
    if (!owner.watched()) [[likely]] {
-      stored = v;
+      Impl::assignWhole(stored, v);
       return;
    }
    constexpr std::size_t size = fixedEncodedSize<T>;
@@ -56,7 +70,7 @@ inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v)
       Impl::publishString(owner, id, stored, v);
    } else {
       T const old = stored;
-      stored = v;
+      Impl::assignWhole(stored, v);
       owner.publishToWatchers(id, nullptr, &old, nullptr);
    }
 }

@@ -36,9 +36,9 @@ namespace Sarn {
 /// - The element with number `n` of a chunk lies in slot `n - first number`.
 /// - A chunk whose last element has been taken is released: an empty queue holds no memory.
 ///
-/// Sixteen bytes while empty. Enqueuing and dequeuing take O(1), reaching an element by its number
-/// O(chunks). References are good until their element is taken. If allocation or a copy throws,
-/// nothing has changed. Belongs to one thread; several may read while none changes it.
+/// Sixteen bytes while empty. Enqueuing and dequeuing take O(1), finding a number O(chunks).
+/// References are good until their element is taken. A copy that throws changes nothing; without
+/// memory for a chunk the process ends. Belongs to one thread; several may read while none changes.
 template <class T>
 class RQueue {
    using Chunk = Impl::RQueueChunk<T>;
@@ -146,7 +146,7 @@ auto RQueue<T>::chunkForNext() -> Chunk* {
    U32 const slots = std::clamp(above, smallestChunk, largestChunk);
    U32 const log2Size = Impl::log2Of(slots);
    std::size_t const size = Chunk::bytes(slots);
-   void* const memory = slabAllocate(size, Chunk::alignment);
+   void* const memory = [size]() noexcept { return slabAllocate(size, Chunk::alignment); }();
    tracker().allocated(size, Chunk::alignment);
    auto* const chunk = new (memory) Chunk{nullptr, nextSequence_, 0, 0, log2Size & 15};
    chunks_.enq(chunk);
