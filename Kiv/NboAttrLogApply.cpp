@@ -16,14 +16,11 @@ void Session::received(U8 const* bytes, std::size_t size) {
          Session& session;
          U8 const* bytes;
          std::size_t size;
-         ~Keep() {
-            session.in_.assign(bytes + session.consumed_, bytes + size);
-            session.consumed_ = 0;
-         }
-      } const keep{*this, bytes, size};
+         ~Keep() { session.keep(bytes + session.consumed_, size - session.consumed_); }
+      } const keepRest{*this, bytes, size};
       parse(bytes, size);
    } else {
-      in_.insert(in_.end(), bytes, bytes + size);
+      keep(bytes, size);
       struct Drop {
          Session& session;
          ~Drop() {
@@ -36,6 +33,12 @@ void Session::received(U8 const* bytes, std::size_t size) {
    }
    boundHalfMessage(before);
    pump();
+}
+
+/// Keeps bytes for the next call. Without them the stream is broken.
+void Session::keep(U8 const* bytes, std::size_t size) noexcept {
+   orFail([&] { in_.insert(in_.end(), bytes, bytes + size); });
+   consumed_ = 0;
 }
 
 void Session::parse(U8 const* bytes, std::size_t size) {
@@ -59,19 +62,36 @@ void Session::parse(U8 const* bytes, std::size_t size) {
       consumed_ += total;
       ++stats_.messagesIn;
       In in(body, body + header.bodySize);
-      try {
-         if (!applyAtOnce(header, in)) [[unlikely]] {
-            apply(header, in);
-         }
-      } catch (Exception const& error) {
-         closeFor(describe(header) + ": " + error.what());
+      parseOne(header, in);
+   }
+}
+
+/// A message that cannot be applied for want of memory must not count as applied.
+void Session::parseOne(Header const& header, In& in) {
+   try {
+      if (!applyAtOnce(header, in)) [[unlikely]] {
+         apply(header, in);
       }
+      return;
+   } catch (Exception const& error) {
+      fail(faultText(header, error.what()));
+   } catch (std::bad_alloc const&) {
+      fail(outOfMemory());
+   }
+   close(closeReason_);
+}
+
+Sarn::String Session::faultText(Header const& header, char const* fault) const noexcept {
+   try {
+      return describe(header) + ": " + fault;
+   } catch (std::bad_alloc const&) {
+      return outOfMemory();
    }
 }
 
 void Session::closeFor(Sarn::String const& fault) {
-   fail(fault);
-   close(fault);
+   fail(copyOrOutOfMemory(fault));
+   close(closeReason_);
 }
 
 Sarn::String Session::describe(Header const& header) const {

@@ -32,14 +32,18 @@ void Session::boundSessionsOfUid() {
    }
 }
 
-void Session::noRoom(std::size_t size) {
+void Session::noRoom(std::size_t size) noexcept {
    ByteBudget const& budget = hub_.budget_;
    bool const exhausted =
          ByteBudget::charge(size) > budget.bound - std::min(budget.bound, budget.held);
-   fail("a message of " + std::to_string(size) + " bytes finds no room: " +
-        (exhausted ? "the connections hold " + std::to_string(budget.held) + " bytes of " +
-                           std::to_string(budget.bound)
-                   : Sarn::String("there is no memory")));
+   if (!exhausted) {
+      fail(outOfMemory());
+      return;
+   }
+   orFail([&] {
+      fail("a message of " + std::to_string(size) + " bytes finds no room: the connections hold " +
+           std::to_string(budget.held) + " bytes of " + std::to_string(budget.bound));
+   });
 }
 
 std::size_t Session::longestIncoming() const noexcept {
@@ -73,9 +77,12 @@ void Session::boundHalfMessage(U64 before) {
    if (!hub_.budget_.change(inHeld_, in_.capacity())) {
       Sarn::String const size = std::to_string(in_.size());
       freeIn();
-      closeFor("a half message of " + size + " bytes finds no room: the connections hold " +
-               std::to_string(hub_.budget_.held) + " bytes of " +
-               std::to_string(hub_.budget_.bound));
+      orFail([&] {
+         fail("a half message of " + size + " bytes finds no room: the connections hold " +
+              std::to_string(hub_.budget_.held) + " bytes of " +
+              std::to_string(hub_.budget_.bound));
+      });
+      close(closeReason_);
       return;
    }
    inHeld_ = in_.capacity();

@@ -73,6 +73,21 @@ void Hub::tagIs(Entity& entity, U32 handle) noexcept {
 }
 
 bool Hub::registerTree(Entity& entity) {
+   struct Numbering {
+      Hub& hub;
+      Entity& entity;
+      bool done = false;
+      ~Numbering() {
+         if (!done) {
+            hub.unregisterTree(entity);
+         }
+      }
+   } numbering{*this, entity};
+   numbering.done = numberTree(entity);
+   return numbering.done;
+}
+
+bool Hub::numberTree(Entity& entity) {
    if (entity.streamHandle() != 0) {
       return true;
    }
@@ -83,7 +98,7 @@ bool Hub::registerTree(Entity& entity) {
    tagIs(entity, handle);
    bool all = true;
    forEachChild(entity, [&](Entity& child, FieldDescriptor const&, void const*) {
-      all = registerTree(child) && all;
+      all = all && numberTree(child);
    });
    return all;
 }
@@ -144,19 +159,33 @@ Hub::Root* Hub::findOffered(std::string_view type, std::string_view name) const 
    return root != nullptr && root->offered ? root : nullptr;
 }
 
-Hub::Root& Hub::adopt(Sarn::Ptr<NamedEntity> const& entity, bool offered) {
+Hub::Root& Hub::adopt(Sarn::Ptr<NamedEntity> const& entity, bool offered, Session* subscriber) {
    Root* root = find(entity->kivType().name, entity->nameString());
    if (root != nullptr && (&root->entity() != entity.get() || (offered && root->offered))) {
       throw Exception(Sarn::String(entity->kivType().name) + " " + entity->nameString() +
                       " is a root of this hub already");
    }
+   // What may throw comes before anything is changed; the numbers, which others see, come last.
+   std::unique_ptr<Root> made;
    if (root == nullptr) {
+      made = std::make_unique<Root>(*this, entity, offered);
+      root = made.get();
+      roots_.reserve(roots_.size() + 1);
+   }
+   bool const subscribes =
+         subscriber != nullptr && std::find(root->subscribers.begin(), root->subscribers.end(),
+                                            subscriber) == root->subscribers.end();
+   if (subscribes) {
+      root->subscribers.reserve(root->subscribers.size() + 1);
+   }
+   if (made != nullptr) {
       if (!registerTree(*entity)) {
-         unregisterTree(*entity);
          throw Exception(tooManyEntities());
       }
-      roots_.push_back(std::make_unique<Root>(*this, entity, offered));
-      root = roots_.back().get();
+      roots_.push_back(std::move(made));
+   }
+   if (subscribes) {
+      root->subscribers.push_back(subscriber);
    }
    root->offered = root->offered || offered;
    ++root->users;
@@ -289,22 +318,25 @@ void Hub::Root::onSingle(Entity& entity, FieldDescriptor const& field, Session c
    U8 const* encoded = nullptr;
    for (Session* const session : subscribers) {
       if (!session->closed() && session != skipped) {
-         encoded = session->tellValue(entity, field, body, encoded);
+         session->orFail([&] { encoded = session->tellValue(entity, field, body, encoded); });
       }
    }
 }
 
 void Sa::onChange(FieldDescriptor const& field, Change const& change) {
    if (field.kind == MemberKind::single) {
-      session_.tellValue(entity_, field, bodySize(entity_, field), nullptr);
+      std::size_t const body = bodySize(entity_, field);
+      session_.orFail([&] { session_.tellValue(entity_, field, body, nullptr); });
       return;
    }
    bool const holdsEntities = field.kind == MemberKind::child || field.kind == MemberKind::children;
    Entity* const removed = holdsEntities && change.oldValue != nullptr
                                  ? static_cast<Sarn::Ptr<Entity> const*>(change.oldValue)->get()
                                  : nullptr;
-   session_.saw(entity_, field, change.key);
-   session_.onChange(entity_, field, change.key, removed);
+   session_.orFail([&] {
+      session_.saw(entity_, field, change.key);
+      session_.onChange(entity_, field, change.key, removed);
+   });
 }
 
 void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change const& change,
@@ -318,27 +350,42 @@ void Hub::Root::onOther(Entity& entity, FieldDescriptor const& field, Change con
       Entity* const present = field.kind == MemberKind::child
                                     ? field.ops->child->get(entity)
                                     : field.ops->collection->findChild(entity, change.key);
-      if (present != nullptr && !hub_.registerTree(*present)) {
-         // A mirror without the entity would be wrong for good, and the setter has done its work.
-         for (Session* const session : subscribers) {
-            session->fail(hub_.tooManyEntities());
-         }
+      if (present != nullptr) {
+         registerPresent(*present);
       }
       if (present != nullptr && skipped != nullptr) {
-         skipped->created(*present);
+         skipped->orFail([&] { skipped->created(*present); });
       } else if (present == nullptr && from != nullptr && change.oldValue == nullptr) {
-         from->vanished(entity, field, change.key);
+         from->orFail([&] { from->vanished(entity, field, change.key); });
       }
    }
    for (Session* const session : subscribers) {
       if (!session->closed() && session != skipped) {
-         session->saw(entity, field, change.key);
-         session->onChange(entity, field, change.key, removed);
+         session->orFail([&] {
+            session->saw(entity, field, change.key);
+            session->onChange(entity, field, change.key, removed);
+         });
       }
    }
    if (removed != nullptr) {
       hub_.unregisterTree(*removed);
       hub_.unregisterUntold();
+   }
+}
+
+/// Numbers a child that has come. A mirror without it would be wrong for good, and the setter has
+/// done its work: if it cannot be numbered, sessions end.
+void Hub::Root::registerPresent(Entity& child) noexcept {
+   Sarn::String reason = outOfMemory();
+   try {
+      if (hub_.registerTree(child)) {
+         return;
+      }
+      reason = hub_.tooManyEntities();
+   } catch (std::bad_alloc const&) {  // the reason is that
+   }
+   for (Session* const session : subscribers) {
+      session->fail(copyOrOutOfMemory(reason));
    }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <new>
+#include <string_view>
 #include <vector>
 
 #include "Kiv/Entity.h"
@@ -11,6 +13,19 @@ namespace Kiv::NboAttrLog {
 
 class Session;
 enum class MountMode : U8;
+
+/// Why a session or a recording ends without memory; short enough to need none itself.
+inline Sarn::String outOfMemory() noexcept {
+   return "out of memory";
+}
+/// A copy of a reason, or that there was no memory for one.
+inline Sarn::String copyOrOutOfMemory(std::string_view reason) noexcept {
+   try {
+      return Sarn::String(reason);
+   } catch (std::bad_alloc const&) {
+      return outOfMemory();
+   }
+}
 
 /// The numbers by which entities are known in the log. A handle is a place in the table and, in
 /// its upper byte, how often the place was taken before, so that a late message for an entity that
@@ -111,14 +126,17 @@ private:
    friend class Kiv::Entity;
    class Root;
 
-   Root& adopt(Sarn::Ptr<NamedEntity> const& root, bool offered);
+   /// Holds a root for one more user; `subscriber`, if not null, is told of changes there.
+   Root& adopt(Sarn::Ptr<NamedEntity> const& root, bool offered, Session* subscriber = nullptr);
    Root* find(std::string_view type, std::string_view name) const noexcept;
    Root* findOffered(std::string_view type, std::string_view name) const noexcept;
    void release(Root& root);
    /// Who mounts the root in a way that does not go with such a mount of another; null if nobody.
    Session const* inTheWay(Root const& root, MountMode mode) const noexcept;
-   /// Numbers an entity and all below it; false when the table is full.
+   /// Numbers an entity and all below it; false, and none has a number, when the table is full. The
+   /// same if there is no memory: std::bad_alloc.
    bool registerTree(Entity& entity);
+   bool numberTree(Entity& entity);
    Sarn::String tooManyEntities() const;
    void unregisterTree(Entity& entity);
    /// The same for children that were taken out of what has been unregistered meanwhile: nobody
@@ -170,6 +188,7 @@ private:
    void onSingle(Entity& entity, FieldDescriptor const& field, Session const* skipped);
    void onOther(Entity& entity, FieldDescriptor const& field, Change const& change, Session* from,
                 Session* skipped);
+   void registerPresent(Entity& child) noexcept;
    /// The session whose message made `change`, or null.
    Session* madeBy(Change const& change) const noexcept;
 

@@ -1,6 +1,7 @@
 #include "Kiv/NboAttrLogPlayer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Kiv::NboAttrLog {
 
@@ -31,7 +32,7 @@ bool Player::begin(std::vector<OfferedRoot> const& roots) {
                   std::to_string(hub_.limits().nesting));
    }
    session_.reset();
-   session_ = std::make_unique<Session>(hub_);
+   auto session = std::make_unique<Session>(hub_);
    for (OfferedRoot const& root : roots) {
       NamedEntity* entity = find(root);
       if (entity == nullptr) {
@@ -43,8 +44,9 @@ bool Player::begin(std::vector<OfferedRoot> const& roots) {
          roots_.push_back(made);
          entity = made.get();
       }
-      session_->mountIs(Sarn::Ptr<NamedEntity>(entity));
+      session->mountIs(Sarn::Ptr<NamedEntity>(entity));
    }
+   session_ = std::move(session);
    return true;
 }
 
@@ -70,7 +72,7 @@ bool Player::apply(RecordingReader::Frame const& frame) {
             session_->sent(session_->output().size);
          }
          if (session_->closed()) {
-            return fail(session_->closeReason());
+            return fail(copyOrOutOfMemory(session_->closeReason()));
          }
          std::deque<Mount> const& mounts = session_->mounts();
          complete_ = complete_ || std::all_of(mounts.begin(), mounts.end(), [](Mount const& mount) {

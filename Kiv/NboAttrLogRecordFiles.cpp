@@ -1,4 +1,5 @@
 // Recordings as files on disk, and rings of them.
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -6,6 +7,8 @@
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
+#include <memory>
+#include <new>
 #include <system_error>
 
 #include "Kiv/NboAttrLogRecorder.h"
@@ -21,16 +24,19 @@ Sarn::String numbered(Sarn::String const& path, U64 number) {
    return path + "." + digits;
 }
 
-/// The numbers of a ring's files, in order.
+/// The numbers of a ring's files, in order. The standard's directory iterator ends the process when
+/// there is no memory, so this is POSIX's.
 std::vector<U64> numbersOf(Sarn::String const& path) {
    fs::path const whole(path);
    Sarn::String const prefix = whole.filename().string() + ".";
    std::vector<U64> numbers;
-   std::error_code error;
-   fs::path const directory = whole.has_parent_path() ? whole.parent_path() : fs::path(".");
-   for (fs::directory_iterator at(directory, error), end; !error && at != end;
-        at.increment(error)) {
-      Sarn::String const name = at->path().filename().string();
+   struct Close {
+      void operator()(DIR* directory) const noexcept { ::closedir(directory); }
+   };
+   std::unique_ptr<DIR, Close> const directory(
+         ::opendir(whole.has_parent_path() ? whole.parent_path().c_str() : "."));
+   while (dirent const* const at = directory != nullptr ? ::readdir(directory.get()) : nullptr) {
+      Sarn::String const name = at->d_name;
       if (name.compare(0, prefix.size(), prefix) != 0) {
          continue;
       }
@@ -64,10 +70,10 @@ RecordFiles::~RecordFiles() {
 }
 
 U64 RecordFiles::begin() {
+   current_ = count_ != 0 ? numbered(path_, number_ + 1) : path_;
    if (fd_ >= 0) {
       ::close(fd_);
    }
-   current_ = count_ != 0 ? numbered(path_, number_ + 1) : path_;
    fd_ = ::open(
          current_.c_str(),
          O_WRONLY | O_CREAT | O_CLOEXEC | (existing_ == Existing::replace ? O_TRUNC : O_EXCL),
@@ -83,11 +89,14 @@ U64 RecordFiles::begin() {
    return number_;
 }
 
-void RecordFiles::removeOld() {
-   for (U64 const number : numbersOf(path_)) {
-      if (number + count_ <= number_) {
-         ::unlink(numbered(path_, number).c_str());
+void RecordFiles::removeOld() noexcept {
+   try {
+      for (U64 const number : numbersOf(path_)) {
+         if (number + count_ <= number_) {
+            ::unlink(numbered(path_, number).c_str());
+         }
       }
+   } catch (std::bad_alloc const&) {  // what stays is removed with the next file
    }
 }
 

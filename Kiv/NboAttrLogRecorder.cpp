@@ -68,10 +68,19 @@ U64 Recorder::smallestFile(Limits const& limits, U32 blockSize) noexcept {
    return 2 * reserveOf(limits, blockSize);
 }
 
-void Recorder::fail(Sarn::String const& reason) {
+void Recorder::fail(Sarn::String const& reason) noexcept {
    if (reason_.empty()) {
-      reason_ = reason;
+      reason_ = copyOrOutOfMemory(reason);  // a copy: it may be the session's
       session_.reset();
+   }
+}
+
+template <class Work>
+void Recorder::work(Work&& doIt) {
+   try {
+      doIt();
+   } catch (std::bad_alloc const&) {
+      fail(outOfMemory());
    }
 }
 
@@ -176,9 +185,12 @@ bool Recorder::fileIsFull() const noexcept {
 }
 
 void Recorder::turn(Moment now) {
-   if (failed() || closed_) {
-      return;
+   if (!failed() && !closed_) {
+      work([&] { writeTurn(now); });
    }
+}
+
+void Recorder::writeTurn(Moment now) {
    bool const full = fileIsFull();
    bool const renew = snapshotAsked_ || full || snapshotIsDue();
    if (full && !snapshotIsComplete_) {
@@ -255,9 +267,11 @@ std::size_t Recorder::wholeMessages(U8 const* bytes, std::size_t size, std::size
 
 void Recorder::sourceIs(bool there, Moment now) {
    turn(now);
-   if (!failed() && !closed_ && room(1, now) != 0) {
-      writeFrame(there ? FrameKind::back : FrameKind::lost, 0, now);
-   }
+   work([&] {
+      if (!failed() && !closed_ && room(1, now) != 0) {
+         writeFrame(there ? FrameKind::back : FrameKind::lost, 0, now);
+      }
+   });
 }
 
 void Recorder::close(Moment now) {
@@ -266,9 +280,11 @@ void Recorder::close(Moment now) {
    while (!failed() && !closed_ && waiting()) {
       turn(now);
    }
-   if (!failed() && !closed_ && room(1, now) != 0) {
-      writeFrame(FrameKind::end, 0, now);
-   }
+   work([&] {
+      if (!failed() && !closed_ && room(1, now) != 0) {
+         writeFrame(FrameKind::end, 0, now);
+      }
+   });
    closed_ = true;
    session_.reset();
 }

@@ -50,8 +50,8 @@ struct RecorderStats {
 ///     recorder.turn({steadyNanoseconds(), wallNanoseconds()});
 ///
 /// Its memory is that of a connection: a buffer, and a flag an attribute when that is full. It
-/// never waits, has no clock, and prints nothing. What cannot be written ends the recording, and
-/// nothing else; `failed()` tells.
+/// never waits, has no clock, and prints nothing. What cannot be written, or want of memory, ends
+/// the recording, and nothing else; `failed()` tells.
 ///
 /// REQUIRES: destroyed before the hub and the sink.
 class Recorder {
@@ -91,7 +91,11 @@ public:
    static constexpr std::size_t turnBytes = std::size_t(1) << 20;
 
 private:
-   void fail(Sarn::String const& reason);
+   void fail(Sarn::String const& reason) noexcept;
+   /// Does a part of the work; without memory for it the recording ends.
+   template <class Work>
+   void work(Work&& doIt);
+   void writeTurn(Moment now);
    bool beginFile();
    bool beginSnapshot(Moment now);
    bool snapshotIsDue() const noexcept;
@@ -151,7 +155,7 @@ public:
    Sarn::String const& current() const noexcept { return current_; }
 
 private:
-   void removeOld();
+   void removeOld() noexcept;
 
    Sarn::String path_;
    Sarn::String current_;

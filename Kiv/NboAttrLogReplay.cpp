@@ -18,6 +18,11 @@ void Session::fill() {
       return;
    }
    filling_ = true;
+   orFail([this] { fillUp(); });
+   filling_ = false;
+}
+
+void Session::fillUp() {
    while (!closed_) {
       if (walkDepth_ != 0) {
          if (!runReplay(*walk_[walkDepth_ - 1])) {
@@ -39,7 +44,6 @@ void Session::fill() {
          break;
       }
    }
-   filling_ = false;
 }
 
 /// False when the output is full.

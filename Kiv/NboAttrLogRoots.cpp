@@ -5,8 +5,8 @@ namespace Kiv::NboAttrLog {
 
 void Session::rootsAsk() {
    if (!closed_) {
-      ++rootsAsked_;
       pendingEnq(Opcode::listRoots, 0, {}, 0);
+      ++rootsAsked_;
       pump();
    }
 }

@@ -42,21 +42,23 @@ Session::Session(Hub& hub, SessionListener* listener)
 
 Session::~Session() {
    listener_ = nullptr;
-   close("the session is destroyed", false);
+   close("destroyed", false);  // short enough to need no memory
    freeIn();
    std::erase(hub_.sessions_, this);
 }
 
 // Room in the output. A message is counted when it is committed.
 
-void Session::tooLong(std::size_t bodySize, U32 handle, AttributeId attribute) {
-   Entity const* const entity = hub_.handles_.find(handle);
-   FieldDescriptor const* const field =
-         entity != nullptr ? entity->kivType().field(attribute) : nullptr;
-   fail((entity != nullptr ? entityPath(*entity) + "." : Sarn::String()) +
-        (field != nullptr ? field->name : "message") + " (" + std::to_string(attribute) +
-        "): a message of " + std::to_string(bodySize) + " bytes exceeds the bound of " +
-        std::to_string(longestBody_));
+void Session::tooLong(std::size_t bodySize, U32 handle, AttributeId attribute) noexcept {
+   orFail([&] {
+      Entity const* const entity = hub_.handles_.find(handle);
+      FieldDescriptor const* const field =
+            entity != nullptr ? entity->kivType().field(attribute) : nullptr;
+      fail((entity != nullptr ? entityPath(*entity) + "." : Sarn::String()) +
+           (field != nullptr ? field->name : "message") + " (" + std::to_string(attribute) +
+           "): a message of " + std::to_string(bodySize) + " bytes exceeds the bound of " +
+           std::to_string(longestBody_));
+   });
 }
 
 bool Session::copy(U8 const* message, std::size_t size) {
@@ -327,27 +329,40 @@ Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
       throw Exception("a root's name of " + std::to_string(root->nameString().size()) +
                       " bytes exceeds the bound of " + std::to_string(longestName));
    }
-   bool const adopt = writesBack(mode) && !closed_;
-   if (adopt) {
-      std::vector<Session*>& subscribers = hub_.adopt(root, false).subscribers;
-      if (std::find(subscribers.begin(), subscribers.end(), this) == subscribers.end()) {
-         subscribers.push_back(this);
+   struct Undo {
+      Session& session;
+      bool pending = false;
+      bool done = false;
+      ~Undo() {
+         if (!done) {
+            session.mounts_.pop_back();
+            if (pending) {
+               session.pending_.pop_back();
+            }
+         }
       }
-      writesBack_ = true;
-   }
+   };
    mounts_.emplace_back();
+   Undo undo{*this};
    Mount& mount = mounts_.back();
    mount.root_ = root;
    mount.mode_ = mode;
    mount.id_ = static_cast<U32>(mounts_.size());
-   mount.adopted_ = adopt;
-   hasMount();
    if (closed_) {
       mount.state_ = Mount::State::lost;
       mount.reason_ = closeReason_;
+      undo.done = true;
       return mount;
    }
    pendingEnq(Opcode::mount, mount.id_, {}, 0);
+   undo.pending = true;
+   if (writesBack(mode)) {
+      hub_.adopt(root, false, this);
+      mount.adopted_ = true;
+      writesBack_ = true;
+   }
+   undo.done = true;
+   hasMount();
    fill();
    return mount;
 }
@@ -359,14 +374,16 @@ void Session::syncIs(U32 token) {
    }
 }
 
-void Session::rootGone(Hub::Root& root) {
+void Session::rootGone(Hub::Root& root) noexcept {
    for (auto at = served_.begin(); at != served_.end();) {
       if (at->root == &root) {
-         if (at->begun) {
-            pendingEnq(Opcode::rootGone, at->id, {}, 0);
-         } else {
-            pendingEnq(Opcode::refused, at->id, root.entity().nameString() + " is gone", 0);
-         }
+         orFail([&] {
+            if (at->begun) {
+               pendingEnq(Opcode::rootGone, at->id, {}, 0);
+            } else {
+               pendingEnq(Opcode::refused, at->id, root.entity().nameString() + " is gone", 0);
+            }
+         });
          std::erase(root.subscribers, this);
          --root.users;
          at = served_.erase(at);
@@ -392,7 +409,7 @@ void Session::unsubscribe() {
    }
 }
 
-void Session::fail(Sarn::String reason, Ending ending) {
+void Session::fail(Sarn::String reason, Ending ending) noexcept {
    if (!closed_) {
       closed_ = true;
       ending_ = ending;
@@ -400,8 +417,22 @@ void Session::fail(Sarn::String reason, Ending ending) {
    }
 }
 
+void Session::failForException() noexcept {
+   try {
+      throw;
+   } catch (std::bad_alloc const&) {
+      fail(outOfMemory());
+   } catch (std::exception const& error) {
+      fail(copyOrOutOfMemory(error.what()));
+   } catch (...) {
+      fail("unknown");
+   }
+}
+
 void Session::close(Sarn::String const& reason, bool tell) {
-   fail(reason, Ending::here);
+   if (!closed_) {
+      fail(copyOrOutOfMemory(reason), Ending::here);
+   }
    if (told_) {
       return;
    }
@@ -429,7 +460,7 @@ void Session::close(Sarn::String const& reason, bool tell) {
       Mount& mount = mounts_[i];
       if (mount.state_ == Mount::State::asked || mount.state_ == Mount::State::replaying ||
           mount.state_ == Mount::State::complete) {
-         mount.reason_ = closeReason_;
+         mount.reason_ = copyOrOutOfMemory(closeReason_);
          mountStateIs(mount, Mount::State::lost);
       }
    }

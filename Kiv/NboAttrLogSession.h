@@ -60,6 +60,10 @@ protected:
 ///
 /// What comes in is checked; the first message that breaks a rule closes the session with a
 /// reason, and nothing of that message is applied.
+///
+/// Without memory to tell of a change, to remember it, or to apply what the peer says, the session
+/// closes with the reason "out of memory". What asks the peer for something, such as `mountIs`,
+/// throws std::bad_alloc instead, and nothing has happened.
 class Session {
 public:
    explicit Session(Hub& hub, SessionListener* listener = nullptr);
@@ -159,7 +163,7 @@ private:
    /// Something is mounted: the peer is worth its whole buffer.
    void hasMount() noexcept { out_.limitIs(hub_.limits_.outputBuffer); }
    /// A message found no room although nothing waits.
-   void noRoom(std::size_t size);
+   void noRoom(std::size_t size) noexcept;
    /// The longest body that the peer has a reason to send.
    std::size_t longestIncoming() const noexcept;
    /// Takes account of what `received` has left; `before`: messages that had come by then.
@@ -172,7 +176,7 @@ private:
    // Writing: NboAttrLogSession.cpp
    /// A change of a child, a collection or a queue. `removed`: the child that was there before.
    void onChange(Entity& entity, FieldDescriptor const& field, void const* key, Entity* removed);
-   void rootGone(Hub::Root& root);
+   void rootGone(Hub::Root& root) noexcept;
    void commit(std::size_t size, U32 messages = 1) noexcept {
       out_.commit(size);
       stats_.messagesOut += messages;
@@ -189,7 +193,18 @@ private:
    bool writeRoots();
    bool writeSessions();
    /// Marks the session closed from inside the writing of a change, where nobody may be called.
-   void fail(Sarn::String reason, Ending ending = Ending::fault);
+   void fail(Sarn::String reason, Ending ending = Ending::fault) noexcept;
+   /// Fails for the exception that is being handled.
+   void failForException() noexcept;
+   /// Does what must not be left half done: if it throws, for want of memory, the session fails.
+   template <class Work>
+   void orFail(Work&& work) noexcept {
+      try {
+         work();
+      } catch (...) {
+         failForException();
+      }
+   }
    void unsubscribe();
    bool introduced(U32 handle) const noexcept {
       U32 const at = HandleTable::place(handle);
@@ -208,7 +223,7 @@ private:
    }
    bool reachAfterBind(Entity& entity);
    bool acknowledge();
-   void tooLong(std::size_t bodySize, U32 handle, AttributeId attribute);
+   void tooLong(std::size_t bodySize, U32 handle, AttributeId attribute) noexcept;
    bool live() const noexcept { return upToDate() && !closed_; }
    bool copy(U8 const* message, std::size_t size);
    /// Whether this session serves the root above the entity.
@@ -252,6 +267,7 @@ private:
    // Catching up: NboAttrLogReplay.cpp
    void pump();
    void fill();
+   void fillUp();
    bool runReplay(FlowOut& flowOut);
    Write flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const& field);
    U16 replayFixedSizes(FlowOut& flowOut, TypeImpl const& type, U16 row);
@@ -275,6 +291,8 @@ private:
 
    // Applying: NboAttrLogApply.cpp
    void parse(U8 const* bytes, std::size_t size);
+   void parseOne(Header const& header, In& in);
+   void keep(U8 const* bytes, std::size_t size) noexcept;
    void apply(Header const& header, In& in);
    bool applyAtOnce(Header const& header, In& in);
    void applyToEntity(Header const& header, In& in);
@@ -299,6 +317,7 @@ private:
       }
    }
    Sarn::String describe(Header const& header) const;
+   Sarn::String faultText(Header const& header, char const* fault) const noexcept;
    /// Ends the session since the peer broke a rule.
    void closeFor(Sarn::String const& fault);
 

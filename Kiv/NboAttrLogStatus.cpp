@@ -124,8 +124,8 @@ SessionStatus Session::status() const {
 
 void Session::sessionsAsk() {
    if (!closed_) {
-      ++sessionsAsked_;
       pendingEnq(Opcode::listSessions, 0, {}, 0);
+      ++sessionsAsked_;
       pump();
    }
 }
