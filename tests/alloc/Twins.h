@@ -1,0 +1,194 @@
+// A tree that is changed with failing allocations, and its twin, changed in the same way without.
+#pragma once
+
+#include <array>
+#include <string>
+
+#include "KivTest/SimulationTree.h"
+#include "KivTest/TestTypes.h"
+#include "tests/alloc/EveryPoint.h"
+
+namespace AllocTesting {
+
+using KivTest::Root;
+
+/// What an observer of a whole tree has heard, kept without an allocation.
+class Heard final : public Kiv::Observer {
+public:
+   explicit Heard(Kiv::Entity& entity) : entity_(entity) {
+      entity.observerAdd(*this, Kiv::Scope::subtree);
+   }
+   ~Heard() { entity_.observerDel(*this, Kiv::Scope::subtree); }
+   Heard(Heard const&) = delete;
+   Heard& operator=(Heard const&) = delete;
+
+   void onChange(Kiv::Change const& change) override {
+      if (count_ != ids_.size()) {
+         ids_[count_++] = change.attributeId;
+      }
+   }
+   /// The ids since the last call, with blanks between them.
+   std::string ids() {
+      std::string text;
+      for (std::size_t i = 0; i != count_; ++i) {
+         text += (i == 0 ? "" : " ") + std::to_string(ids_[i]);
+      }
+      count_ = 0;
+      return text;
+   }
+
+private:
+   Kiv::Entity& entity_;
+   std::array<U16, 512> ids_{};
+   std::size_t count_ = 0;
+};
+
+/// Whether each entity below has its owner for its parent, no more users than `most`, and a number
+/// in the log only if its owner has one and `streamed`: what is wrong with the first that has not.
+/// A child that could not be numbered ends the sessions; the next one numbers it.
+inline std::string badLink(Kiv::Entity& entity, bool streamed, U32 most = 1) {
+   std::string bad;
+   if (entity.streamHandle() != 0 && !streamed) {
+      return std::string(entity.kivType().name) + " has a number";
+   }
+   Kiv::forEachChild(
+         entity, [&](Kiv::Entity& child, Kiv::FieldDescriptor const& field, void const*) {
+            if (!bad.empty()) {
+               return;
+            }
+            std::string const name = std::string(entity.kivType().name) + "." + field.name;
+            if (child.parent() != &entity) {
+               bad = name + " has another parent";
+            } else if (child.userCount() > most) {
+               bad = name + " has " + std::to_string(child.userCount()) + " users";
+            } else {
+               bad = badLink(child, entity.streamHandle() != 0, most);
+            }
+         });
+   return bad;
+}
+
+/// How much of a change may be there after it has failed.
+enum class Change : unsigned char {
+   whole,    ///< all or nothing
+   byParts,  ///< of each attribute all or nothing
+};
+
+class Twins {
+public:
+   explicit Twins(Findings& findings) : findings_(findings) {}
+
+   /// Makes a change here with failing allocations, and at the twin. If that fails, the state is
+   /// the old or the new one, observers have heard what became of it, and the change can be made
+   /// again.
+   template <class Make>
+   void change(char const* name, Make&& make, Change how = Change::whole) {
+      std::size_t const before = failed();
+      bool const done = attempt([&] { make(*root); });
+      if (failed() == before) {
+         make(*twin);
+         forget();
+         return;
+      }
+      std::string const old = KivTest::firstDifference(*twin, *root);
+      make(*twin);
+      std::string const fresh = KivTest::firstDifference(*twin, *root);
+      std::string const heard = heard_.ids();
+      std::string const expected = twinHeard_.ids();
+      if (done && !fresh.empty()) {
+         findings_.bad(std::string(name) + " has succeeded, but " + fresh);
+      } else if (!old.empty() && !fresh.empty() && how == Change::whole) {
+         findings_.bad(std::string(name) + " is neither old nor new: " + fresh);
+      } else if (fresh.empty() && !old.empty() && heard != expected) {
+         findings_.bad(std::string(name) + " is done, but observers have heard '" + heard +
+                       "', not '" + expected + "'");
+      } else if (old.empty() && !fresh.empty() && !heard.empty()) {
+         findings_.bad(std::string(name) + " is not done, but observers have heard " + heard);
+      }
+      findings_.badIf(name, badLink(*root, streamed, mostUsers));
+      if (!fresh.empty()) {
+         make(*root);
+         findings_.badIf(std::string(name) + " again", KivTest::firstDifference(*twin, *root));
+      }
+      forget();
+   }
+
+   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
+   Sarn::Ptr<Root> twin = KivTest::rootFactory("test");
+   /// Whether the root is in a hub, and how many may hold an entity below it.
+   bool streamed = false;
+   U32 mostUsers = 1;
+
+private:
+   void forget() {
+      heard_.ids();
+      twinHeard_.ids();
+   }
+
+   Findings& findings_;
+   Heard heard_{*root};
+   Heard twinHeard_{*twin};
+};
+
+inline std::string longText(int i) {
+   return "a text that is longer than what a string holds itself, " + std::to_string(i);
+}
+
+/// Changes of every kind of member but queues, whose chunks must not fail.
+template <class Change_>
+void changeEverything(Change_&& change) {
+   change("u32Is", [](Root& r) { r.u32Is(7); });
+   change("textIs", [](Root& r) { r.textIs(longText(1)); });
+   change("textIs again", [](Root& r) { r.textIs(longText(22222)); });
+   change("pairIs", [](Root& r) { r.pairIs(KivTest::Pair(8, 9)); });
+   change("markIs", [](Root& r) { r.markIs(static_cast<U8>(3)); });
+   change("intfIs", [](Root& r) { r.intfIs(Dorn::IntfId("Ethernet1")); });
+   change("coreIs", [](Root& r) { r.coreIs(); });
+   change("labelIs", [](Root& r) { r.coreIs()->labelIs(longText(2)); });
+   change("badgeIs", [](Root& r) { r.badgeIs(longText(3)); });
+   change("badgeIs of another name", [](Root& r) { r.badgeIs(longText(4)); });
+   change("brightnessIs", [](Root& r) { r.badgeIs(longText(4))->brightnessIs(77); });
+   change("medalIs of another name", [](Root& r) { r.medalIs(longText(5)); });
+   change("leafIs", [](Root& r) { r.leafIs(1, true, KivTest::Opaque(1)); });
+   change("twigIs",
+          [](Root& r) { r.leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::high); });
+   change("weightIs", [](Root& r) {
+      r.leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::high)->weightIs(2.5);
+   });
+   change("recordIs", [](Root& r) {
+      r.recordIs(KivTest::Record(1, KivTest::Pair(1, 1), {}, longText(6), KivTest::Colour::red, 9));
+   });
+   change("recordIs again", [](Root& r) {
+      r.recordIs(KivTest::Record(1, KivTest::Pair(2, 2), static_cast<U8>(1), longText(77777),
+                                 KivTest::Colour::blue, 9));
+   });
+   change("byNumberIs", [](Root& r) { r.byNumberIs(1, longText(8)); });
+   change("byNumberIs again", [](Root& r) { r.byNumberIs(1, longText(99999)); });
+   change("byTextIs", [](Root& r) { r.byTextIs(longText(10), 1); });
+   change("byTextIs again", [](Root& r) { r.byTextIs(longText(10), 2); });
+   change("byPairIs", [](Root& r) { r.byPairIs(KivTest::Pair(1, 2), KivTest::Pair(3, 4)); });
+   change("byLevelIs", [](Root& r) { r.byLevelIs(KivTest::Level::high, true); });
+   change("sortedIs", [](Root& r) { r.sortedIs(1, longText(11)); });
+   change("sortedIs again", [](Root& r) { r.sortedIs(1, longText(12222)); });
+   change("sortedTextIs", [](Root& r) { r.sortedTextIs(longText(13), KivTest::Colour::red); });
+   change("sortedTextIs again",
+          [](Root& r) { r.sortedTextIs(longText(13), KivTest::Colour::blue); });
+}
+
+/// The way back.
+template <class Change_>
+void removeEverything(Change_&& change) {
+   change("recordDel", [](Root& r) { r.recordDel(1); });
+   change("byNumberDel", [](Root& r) { r.byNumberDel(1); });
+   change("byTextDel", [](Root& r) { r.byTextDel(longText(10)); });
+   change("byPairDel", [](Root& r) { r.byPairDel(KivTest::Pair(1, 2)); });
+   change("byLevelDel", [](Root& r) { r.byLevelDel(KivTest::Level::high); });
+   change("sortedDel", [](Root& r) { r.sortedDel(1); });
+   change("sortedTextDel", [](Root& r) { r.sortedTextDel(longText(13)); });
+   change("leafDel", [](Root& r) { r.leafDel(1); });
+   change("badgeDel", [](Root& r) { r.badgeDel(); });
+   change("coreDel", [](Root& r) { r.coreDel(); });
+   change("markIs", [](Root& r) { r.markIs({}); });
+}
+
+}  // namespace AllocTesting
