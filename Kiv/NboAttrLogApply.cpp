@@ -402,7 +402,13 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
    // What is there already is known from now on, before an observer can change it again.
    auto const know = [](void* context, Entity& there) {
       auto const& [session, itsHandle, isWritable] = *static_cast<Found*>(context);
+      bool const untold = there.streamHandle() != 0 && !session.known(there);
       session.map(itsHandle, &there, isWritable);
+      // Both have made it. What was done to ours was to be told when it was introduced; it is
+      // introduced now, by the peer. A replay overwrites what the mirror had before it.
+      if (untold && session.writes(there) && session.followed(there)->complete()) {
+         session.markAll(there);
+      }
    };
    if (Entity* const there =
              field.kind == MemberKind::child ? field.ops->child->get(*owner) : nullptr) {

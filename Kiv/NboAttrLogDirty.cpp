@@ -103,6 +103,12 @@ void Session::markWhole(Entity& entity, FieldDescriptor const& field) {
    queueDirty(flow);
 }
 
+void Session::markAll(Entity& entity) {
+   FlowOut& flow = flowOut(entity);
+   flow.reset(entity, true);
+   queueDirty(flow);
+}
+
 void Session::queueDirty(FlowOut& flow) noexcept {
    if (!flow.queued) {
       fallBehind();

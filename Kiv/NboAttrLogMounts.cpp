@@ -128,6 +128,7 @@ void Session::applyMountState(Header const& header, In& in) {
          break;
       default:
          if (state == Mount::State::replaying || state == Mount::State::complete) {
+            forgetTree(*mount.root_);
             mountStateIs(mount, Mount::State::gone);
             return;
          }
@@ -144,13 +145,15 @@ void Session::applyBind(Header const& header, In& in) {
    }
    Entity* const entity = hub_.handles_.find(ours);
    if (entity == nullptr) {
-      map(header.handle, nullptr, true);  // deleted while the message was on its way
+      // Deleted while the message was on its way. The peer's may have come to another since, which
+      // was made in its place.
+      U32 const place = HandleTable::place(header.handle);
+      if (place >= incoming_.size() || incoming_[place].handle != header.handle) {
+         map(header.handle, nullptr, true);
+      }
       return;
    }
-   Entity const* root = entity;
-   while (root->parent() != nullptr) {
-      root = root->parent();
-   }
+   Entity const* const root = rootOf(*entity);
    bool writer = false;
    for (Served const& served : served_) {
       writer = writer || (&served.root->entity() == root && writesBack(served.mode));
@@ -197,6 +200,10 @@ void Session::map(U32 handle, Entity* entity, bool writable) {
    if (entity != nullptr) {
       U64 const key = reinterpret_cast<U64>(entity);
       if (U32* const known = incomingHandles_.find(key)) {
+         if (*known != handle && entity->streamHandle() != 0 && !serves(*entity)) {
+            // The source has put another in the place of the one that it knew by our handle.
+            introducedIs(entity->streamHandle(), false);
+         }
          *known = handle;
       } else {
          incomingHandles_.insert(key, handle);
@@ -207,6 +214,26 @@ void Session::map(U32 handle, Entity* entity, bool writable) {
 /// What is gone, or the peer's no longer, is not replayed to its end.
 void Session::closeCollections(Entity const& entity) noexcept {
    std::erase_if(open_, [&entity](OpenCollection const& open) { return open.entity == &entity; });
+}
+
+void Session::forgetTree(Entity& entity) {
+   // A walk stays below one root; what was taken out of the tree it leaves by itself.
+   Entity const* const walked = walkDepth_ != 0 ? hub_.handles_.find(walk_[0]->handle) : nullptr;
+   if (walked != nullptr && rootOf(*walked) == &entity) {
+      while (walkDepth_ != 0) {
+         walk_[--walkDepth_]->freeResyncState();
+      }
+   }
+   forgetBelow(entity);
+}
+
+void Session::forgetBelow(Entity& entity) {
+   if (U32 const handle = entity.streamHandle()) {
+      forget(entity, handle);
+   }
+   unmapTree(entity);
+   forEachChild(entity,
+                [this](Entity& child, FieldDescriptor const&, void const*) { forgetBelow(child); });
 }
 
 void Session::unmapTree(Entity& entity) {

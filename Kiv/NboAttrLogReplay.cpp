@@ -368,16 +368,22 @@ Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field)
       return Write::done;
    }
    U32& told = flow.toldSequence(field.fieldId, front);
-   bool const whole = flow.wholeCollection(field.fieldId);
+   // Numbered anew since: what was told before is another queue's.
+   bool const anew = static_cast<S32>(next - told) < 0 ||
+                     (own != nullptr && own->wholeCollection(field.fieldId));
+   bool const whole = anew || flow.wholeCollection(field.fieldId);
    if (!write(whole ? Opcode::collectionBegin : Opcode::front, 4, flow.handle, field.fieldId,
               [front](Out& out) { out.writeU32(front); })) {
       return Write::full;
    }
    flow.wholeCollectionIs(field.fieldId, false);
+   if (own != nullptr) {
+      own->wholeCollectionIs(field.fieldId, false);
+   }
    if (whole || static_cast<S32>(told - front) < 0) {
       told = front;
    }
-   for (; told != next; ++told) {
+   for (; static_cast<S32>(next - told) > 0; ++told) {
       void const* const value = queue.at(entity, told);
       if (value == nullptr) {
          continue;
@@ -395,7 +401,6 @@ Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field)
    // An element must not be told twice: what changed during a whole replay has been told by it.
    if (own != nullptr && own != &flow) {
       own->toldSequence(field.fieldId, next) = next;
-      own->wholeCollectionIs(field.fieldId, false);
       own->kivIsDirtyIs(field.fieldId, false);
    }
    return Write::done;

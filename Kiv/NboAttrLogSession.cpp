@@ -10,14 +10,6 @@
 namespace Kiv::NboAttrLog {
 namespace {
 
-Entity const* rootOf(Entity const& entity) noexcept {
-   Entity const* at = &entity;
-   while (at->parent() != nullptr) {
-      at = at->parent();
-   }
-   return at;
-}
-
 /// `clear` would keep the memory.
 template <class Vector>
 void freeAll(Vector& vector) {
@@ -191,11 +183,16 @@ bool Session::serves(Entity const& entity) const noexcept {
 }
 
 bool Session::writes(Entity const& entity) const noexcept {
+   Mount const* const mount = followed(entity);
+   return mount != nullptr && writesBack(mount->mode_);
+}
+
+Mount const* Session::followed(Entity const& entity) const noexcept {
    Entity const* const root = rootOf(entity);
-   return std::any_of(mounts_.begin(), mounts_.end(), [root](Mount const& m) {
-      bool const follows = m.state_ == Mount::State::replaying || m.complete();
-      return follows && writesBack(m.mode_) && m.root_.get() == root;
+   auto const found = std::find_if(mounts_.begin(), mounts_.end(), [root](Mount const& m) {
+      return (m.state_ == Mount::State::replaying || m.complete()) && m.root_.get() == root;
    });
+   return found != mounts_.end() ? &*found : nullptr;
 }
 
 bool Session::mustEcho(Hub::Root const& root) const noexcept {
@@ -377,6 +374,9 @@ void Session::syncIs(U32 token) {
 void Session::rootGone(Hub::Root& root) noexcept {
    for (auto at = served_.begin(); at != served_.end();) {
       if (at->root == &root) {
+         if (at->begun) {
+            forgetTree(root.entity());
+         }
          orFail([&] {
             if (at->begun) {
                pendingEnq(Opcode::rootGone, at->id, {}, 0);

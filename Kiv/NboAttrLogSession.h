@@ -230,6 +230,8 @@ private:
    bool serves(Entity const& entity) const noexcept;
    /// Whether changes of the entity go to the peer that serves it.
    bool writes(Entity const& entity) const noexcept;
+   /// The mount through which the peer tells of the entity; null if there is none.
+   Mount const* followed(Entity const& entity) const noexcept;
    /// Whether the peer need not be told of a child. What it made itself it is told of again by who
    /// serves the root, if at all, since others may have changed it meanwhile.
    bool peerHas(Entity const& child) const noexcept {
@@ -255,6 +257,8 @@ private:
    U8 const* tellValue(Entity& entity, FieldDescriptor const& field, std::size_t body,
                        U8 const* encoded);
    void boundKeys(FlowOut& flow, FieldDescriptor const& field, std::size_t count);
+   /// All of an entity is to be told.
+   void markAll(Entity& entity);
    /// The queue is to be told from the beginning, or asked for where the peer serves it.
    void markWhole(Entity& entity, FieldDescriptor const& field);
    void queueDirty(FlowOut& flow) noexcept;
@@ -335,6 +339,9 @@ private:
    /// The peer calls `entity` by this handle from now on; null if it is gone already.
    void map(U32 handle, Entity* entity, bool writable);
    void unmapTree(Entity& entity);
+   /// Neither end tells the other of the root any more: what either calls its entities is void.
+   void forgetTree(Entity& root);
+   void forgetBelow(Entity& entity);
    void closeCollections(Entity const& entity) noexcept;
    void mountStateIs(Mount& mount, Mount::State state);
 
@@ -393,6 +400,15 @@ private:
    Ending ending_ = Ending::open;
    Sarn::String closeReason_;
 };
+
+/// The uppermost entity above this one; itself if it has no parent.
+inline Entity const* rootOf(Entity const& entity) noexcept {
+   Entity const* at = &entity;
+   while (at->parent() != nullptr) {
+      at = at->parent();
+   }
+   return at;
+}
 
 /// Messages that both ends count, so that a writer can say what it had seen when it wrote.
 inline bool isChange(Opcode opcode) noexcept {

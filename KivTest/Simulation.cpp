@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "Kiv/Module.h"
+#include "Kiv/NboAttrLogPlayer.h"
+#include "Kiv/NboAttrLogRecorder.h"
 #include "Kiv/Types.h"
 #include "KivTest/SimulationTree.h"
 
@@ -55,88 +57,198 @@ private:
 };
 
 struct Simulation::Site {
-   Site(std::string const& type, Kiv::NboAttrLog::Limits const& limits, Chance& chance)
-         : root(rootOf(type, "sim")), meddler(*root, chance), hub(limits) {}
+   Site(SimulationPlan const& plan, Kiv::NboAttrLog::Limits const& limits, Chance& chance)
+         : roots{rootOf(plan.type, "sim")}, meddler(*roots[0], chance), hub(limits) {
+      if (!plan.otherType.empty()) {
+         roots.push_back(rootOf(plan.otherType, "other"));
+      }
+   }
 
    // An observer must not die before what it observes.
    struct Release {
-      Sarn::Ptr<Kiv::NamedEntity>& root;
-      ~Release() { root.reset(); }
+      std::vector<Sarn::Ptr<Kiv::NamedEntity>>& roots;
+      ~Release() { roots.clear(); }
    };
 
-   Sarn::Ptr<Kiv::NamedEntity> root;
+   std::vector<Sarn::Ptr<Kiv::NamedEntity>> roots;
    Meddler meddler;
-   Release release{root};
+   Release release{roots};
    Hub hub;
 };
 
 struct Simulation::Link {
-   Hub& serverHub;
-   Hub& clientHub;
-   Sarn::Ptr<Kiv::NamedEntity> root;
+   Site& served;
+   Site& mirror;
    MountMode mode;
    std::unique_ptr<Session> server;
    std::unique_ptr<Session> client;
-   Mount* mount = nullptr;
+   std::vector<Mount*> mounts;
    bool stopped = false;
 
    void connect() {
-      server = std::make_unique<Session>(serverHub);
-      client = std::make_unique<Session>(clientHub);
-      mount = &client->mountIs(root, mode);
+      server = std::make_unique<Session>(served.hub);
+      client = std::make_unique<Session>(mirror.hub);
+      for (auto const& root : mirror.roots) {
+         mounts.push_back(&client->mountIs(root, mode));
+      }
    }
    void drop() {
       server.reset();
       client.reset();
-      mount = nullptr;
+      mounts.clear();
    }
+   /// Asks again for roots that were not there, or are not there any more. Whether any were.
+   bool mountAgain() {
+      bool any = false;
+      for (std::size_t i = 0; i != mounts.size() && !client->closed(); ++i) {
+         Mount::State const state = mounts[i]->state();
+         if (state == Mount::State::gone || state == Mount::State::refused) {
+            mounts[i] = &client->mountIs(mirror.roots[i], mode);
+            any = true;
+         }
+      }
+      return any;
+   }
+};
+
+/// What the source's roots were is played back at the end.
+struct Simulation::Recording final : Kiv::NboAttrLog::RecordSink, Kiv::NboAttrLog::RecordingSource {
+   explicit Recording(Hub& hub) : recorder(hub, *this, {.blockSize = U32(1) << 15}) {}
+
+   U64 begin() override { return 1; }
+   bool write(U8 const* data, std::size_t count) override {
+      bytes.insert(bytes.end(), data, data + count);
+      return true;
+   }
+   Sarn::String reason() const override { return {}; }
+   U64 size() override { return bytes.size(); }
+   std::size_t readAt(U64 offset, U8* to, std::size_t count) override {
+      std::size_t const at = static_cast<std::size_t>(std::min<U64>(offset, bytes.size()));
+      count = std::min(count, bytes.size() - at);
+      std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), count, to);
+      return count;
+   }
+
+   void turn() {
+      ++now;
+      recorder.turn({now, now});
+   }
+   /// How what is played back differs from the roots; empty if it does not.
+   std::string check(std::vector<Sarn::Ptr<Kiv::NamedEntity>> const& roots) {
+      recorder.snapshotIs();
+      do {
+         turn();
+      } while (recorder.waiting() && !recorder.failed());
+      ++now;
+      recorder.close({now, now});
+      if (recorder.failed()) {
+         return "the recording: " + recorder.reason();
+      }
+      Kiv::NboAttrLog::Player player(
+            [](Kiv::NboAttrLog::OfferedRoot const& root) { return rootOf(root.type, root.name); });
+      Kiv::NboAttrLog::RecordingReader reader(*this);
+      for (Kiv::NboAttrLog::RecordingReader::Frame frame; reader.next(frame);) {
+         if (!player.apply(frame)) {
+            return "the recording cannot be played: " + player.reason();
+         }
+      }
+      for (auto const& root : roots) {
+         for (auto const& played : player.roots()) {
+            if (&played->kivType() == &root->kivType()) {
+               std::string const difference = firstDifference(*root, *played);
+               if (!difference.empty()) {
+                  return "the recording: " + difference;
+               }
+            }
+         }
+      }
+      return player.roots().size() == roots.size() ? "" : "the recording has not all roots";
+   }
+
+   std::vector<U8> bytes;
+   U64 now = 0;
+   Kiv::NboAttrLog::Recorder recorder;
 };
 
 Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chance_(seed) {
    static constexpr std::size_t buffers[] = {900, 1200, 3000, 100000};
-   limits_.outputBuffer = buffers[chance_.below(std::size(buffers))];
-   limits_.entities = 4096;
+   std::size_t const chosen = buffers[chance_.below(std::size(buffers))];
+   limits_.outputBuffer = plan.outputBuffer != 0 ? plan.outputBuffer : chosen;
+   limits_.longestMessage = std::size_t(1) << 14;
+   limits_.entities = U32(1) << 16;
    static constexpr std::size_t keys[] = {1, 3, 1024};
    limits_.dirtyKeys = keys[seed % std::size(keys)];
-   std::size_t const mirrors = plan.readers + plan.writers + (plan.relay ? 1 : 0);
-   for (std::size_t i = 0; i != 1 + mirrors; ++i) {
-      sites_.push_back(std::make_unique<Site>(plan.type, limits_, chance_));
-   }
+   std::size_t const writers = plan.writers;
+   std::size_t const mirrors = plan.readers + writers;
+   auto const siteIs = [this]() -> Site& {
+      sites_.push_back(std::make_unique<Site>(plan_, limits_, chance_));
+      return *sites_.back();
+   };
    // The source comes first, then those that write; all of these may be changed from outside.
-   writable_ = 1 + plan.writers;
-   sites_[0]->hub.rootIs(sites_[0]->root);
-   for (std::size_t i = 1; i != 1 + plan.readers + plan.writers; ++i) {
-      linkIs(0, i, i < writable_ ? MountMode::writer : MountMode::reader);
+   Site& source = siteIs();
+   offer(source);
+   writable_.push_back(&source);
+   for (std::size_t i = 0; i != mirrors; ++i) {
+      Site& mirror = siteIs();
+      linkIs(source, mirror, i < writers ? MountMode::writer : MountMode::reader);
+      if (i < writers) {
+         writable_.push_back(&mirror);
+      }
+   }
+   if (plan.writerBehindWriter) {
+      Site& before = *writable_.back();
+      offer(before);
+      Site& mirror = siteIs();
+      linkIs(before, mirror, MountMode::writer);
+      writable_.push_back(&mirror);
    }
    if (plan.relay) {
-      sites_[writable_]->hub.rootIs(sites_[writable_]->root);
-      linkIs(writable_, sites_.size() - 1, MountMode::reader);
+      Site& before = *sites_[std::min(1 + writers, mirrors)];
+      if (before.hub.roots().empty()) {
+         offer(before);
+      }
+      linkIs(before, siteIs(), MountMode::reader);
    }
    if (chance_.oneIn(2)) {  // a mirror need not be empty when it begins
       for (auto const& site : sites_) {
          for (std::size_t left = chance_.below(60); left != 0; --left) {
-            changeAtRandom(*site->root, chance_);
+            change(*site);
          }
       }
    }
    if (plan.witness != nullptr) {
-      sites_.back()->root->observerAdd(*plan.witness, Kiv::Scope::subtree);
+      sites_.back()->roots[0]->observerAdd(*plan.witness, Kiv::Scope::subtree);
+   }
+   if (plan.recorder) {
+      recording_ = std::make_unique<Recording>(source.hub);
    }
 }
 
 Simulation::~Simulation() {
+   recording_.reset();
    for (auto const& link : links_) {
       link->drop();
    }
    if (plan_.witness != nullptr) {
-      sites_.back()->root->observerDel(*plan_.witness, Kiv::Scope::subtree);
+      sites_.back()->roots[0]->observerDel(*plan_.witness, Kiv::Scope::subtree);
    }
 }
 
-void Simulation::linkIs(std::size_t server, std::size_t client, MountMode mode) {
-   Site& mirror = *sites_[client];
-   links_.push_back(std::make_unique<Link>(
-         Link{sites_[server]->hub, mirror.hub, mirror.root, mode, nullptr, nullptr}));
+void Simulation::linkIs(Site& server, Site& client, MountMode mode) {
+   links_.push_back(std::make_unique<Link>(Link{server, client, mode, nullptr, nullptr, {}}));
+}
+
+/// Offers those of the site's roots that it does not offer.
+void Simulation::offer(Site& site) {
+   for (auto const& root : site.roots) {
+      if (site.hub.root(root->kivType().name, root->nameString()) == nullptr) {
+         site.hub.rootIs(root);
+      }
+   }
+}
+
+void Simulation::change(Site& site) {
+   changeAtRandom(*site.roots[chance_.below(site.roots.size())], chance_, plan_.bounds);
 }
 
 std::size_t Simulation::carry(Session& from, Session& to, std::size_t most) {
@@ -162,12 +274,14 @@ void Simulation::step() {
    Link& link = *links_[chance_.below(links_.size())];
    std::size_t const action = chance_.below(100);
    if (action < 55) {
-      Site& site = *sites_[chance_.oneIn(2) ? 0 : chance_.below(writable_)];
+      Site& site = *(chance_.oneIn(2) ? writable_[0] : writable_[chance_.below(writable_.size())]);
       if (plan_.meddlers) {
          site.meddler.watch();
          site.meddler.budgetIs(3);
       }
-      changeAtRandom(*site.root, chance_);
+      for (std::size_t left = 1 + chance_.below(plan_.burst); left != 0; --left) {
+         change(site);
+      }
    } else if (link.server == nullptr) {
       if (chance_.oneIn(2)) {
          link.connect();
@@ -179,13 +293,26 @@ void Simulation::step() {
       }
    } else if (action < 98) {
       link.stopped = !link.stopped;
+   } else if (plan_.withdrawals && chance_.oneIn(2)) {
+      Site& source = *sites_[0];
+      if (chance_.oneIn(2)) {
+         Kiv::NamedEntity const& root = *source.roots[chance_.below(source.roots.size())];
+         source.hub.rootDel(root.kivType().name, root.nameString());
+      } else {
+         offer(source);
+         link.mountAgain();
+      }
    } else {
       link.drop();
+   }
+   if (recording_ != nullptr && chance_.oneIn(8)) {
+      recording_->turn();
    }
 }
 
 /// Carries all bytes there are, in random pieces, until there are none.
 std::string Simulation::rest() {
+   offer(*sites_[0]);
    for (auto const& link : links_) {
       link->stopped = false;
       if (link->server == nullptr) {
@@ -199,7 +326,11 @@ std::string Simulation::rest() {
          carried += carry(*link->server, *link->client, most);
          carried += carry(*link->client, *link->server, most);
       }
-      if (carried == 0) {
+      bool again = false;
+      for (auto const& link : links_) {
+         again = link->mountAgain() || again;
+      }
+      if (carried == 0 && !again) {
          return {};
       }
    }
@@ -218,14 +349,19 @@ std::string Simulation::check() {
             return who + "something is left to be told";
          }
       }
-      if (!link.mount->complete()) {
-         return who + "the mount is not complete";
+      for (Mount const* const mount : link.mounts) {
+         if (!mount->complete()) {
+            return who + "the mount is not complete";
+         }
       }
    }
    for (std::size_t i = 1; i != sites_.size(); ++i) {
-      std::string const difference = firstDifference(*sites_[0]->root, *sites_[i]->root);
-      if (!difference.empty()) {
-         return "mirror " + std::to_string(i) + ": " + difference;
+      for (std::size_t root = 0; root != sites_[0]->roots.size(); ++root) {
+         std::string const difference =
+               firstDifference(*sites_[0]->roots[root], *sites_[i]->roots[root]);
+         if (!difference.empty()) {
+            return "mirror " + std::to_string(i) + ": " + difference;
+         }
       }
    }
    return {};
@@ -245,7 +381,7 @@ std::string Simulation::run() {
          }
       }
    }
-   return {};
+   return recording_ != nullptr ? recording_->check(sites_[0]->roots) : std::string();
 }
 
 }  // namespace KivTest

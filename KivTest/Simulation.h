@@ -24,6 +24,19 @@ struct SimulationPlan {
    bool relay = false;
    /// Observers that make changes while they are told of some.
    bool meddlers = false;
+   /// A mirror of the last writer's mirror that changes the tree, too.
+   bool writerBehindWriter = false;
+   /// The type of a second root that is mirrored beside the first, or empty.
+   std::string otherType;
+   /// The source gives a root up now and then, and offers it again.
+   bool withdrawals = false;
+   /// The source is recorded; what the recording plays back must equal it at the end.
+   bool recorder = false;
+   /// Changes in one step at most, and how far each may go.
+   std::size_t burst = 1;
+   ChangeBounds bounds;
+   /// Bytes that wait in a connection; 0: chance chooses.
+   std::size_t outputBuffer = 0;
    std::size_t steps = 150;
    /// Watches all of the last mirror, if not null: what it is told of has come through the log.
    Kiv::Observer* witness = nullptr;
@@ -48,9 +61,12 @@ public:
 private:
    struct Link;
    struct Site;
+   struct Recording;
    class Meddler;
 
-   void linkIs(std::size_t server, std::size_t client, Kiv::NboAttrLog::MountMode mode);
+   void linkIs(Site& server, Site& client, Kiv::NboAttrLog::MountMode mode);
+   static void offer(Site& site);
+   void change(Site& site);
    void step();
    void transport(Link& link, std::size_t most);
    std::size_t carry(Kiv::NboAttrLog::Session& from, Kiv::NboAttrLog::Session& to,
@@ -63,7 +79,9 @@ private:
    Kiv::NboAttrLog::Limits limits_;
    std::vector<std::unique_ptr<Site>> sites_;
    std::vector<std::unique_ptr<Link>> links_;
-   std::size_t writable_ = 0;
+   /// Sites that are changed from outside.
+   std::vector<Site*> writable_;
+   std::unique_ptr<Recording> recording_;
 };
 
 }  // namespace KivTest

@@ -42,7 +42,7 @@ std::vector<std::string> const* textsOf(std::string_view type) {
 
 class Changer {
 public:
-   explicit Changer(Chance& chance) : chance_(chance) {}
+   Changer(Chance& chance, ChangeBounds const& bounds) : chance_(chance), bounds_(bounds) {}
 
    void change(Entity& root) {
       std::vector<Entity*> all;
@@ -94,6 +94,12 @@ private:
    /// Fills `value` with a random value of its type; the default one if chance gives none.
    void draw(AnyValue& value) {
       TypeImpl const& type = value.type();
+      if (bounds_.text != 0 && &type == &Kiv::typeOf<Sarn::String>() && chance_.oneIn(3)) {
+         new (value.room()) Sarn::String(1 + chance_.below(bounds_.text),
+                                         static_cast<char>('a' + chance_.below(26)));
+         value.constructed();
+         return;
+      }
       if (std::vector<std::string> const* const texts = textsOf(type.name)) {
          std::string const& text = (*texts)[chance_.below(texts->size())];
          Kiv::CharRange range(text);
@@ -119,7 +125,7 @@ private:
    void drawKey(Entity& entity, FieldDescriptor const& field, AnyValue& key) {
       Kiv::CollectionOps const& ops = *field.ops->collection;
       std::size_t const size = ops.size(entity);
-      if (size == 0 || (size < most && chance_.oneIn(3))) {
+      if (size == 0 || (size < bounds_.elements && chance_.oneIn(3))) {
          draw(key);
          return;
       }
@@ -182,6 +188,16 @@ private:
          ops.delAll(entity);
          return;
       }
+      // A large collection gets large by jumps.
+      bool const jumps = bounds_.elements > 6 && chance_.oneIn(8);
+      for (std::size_t left = jumps ? chance_.below(bounds_.elements) : 0; left != 0; --left) {
+         changeElement(entity, field);
+      }
+      changeElement(entity, field);
+   }
+
+   void changeElement(Entity& entity, FieldDescriptor const& field) {
+      Kiv::CollectionOps const& ops = *field.ops->collection;
       AnyValue key(*field.keyType);
       drawKey(entity, field, key);
       std::size_t const action = chance_.below(8);
@@ -243,22 +259,20 @@ private:
             draw(value);
             queue.enq(entity, value.get());
          }
-         while (queue.size(entity) > most) {
+         while (queue.size(entity) > bounds_.elements) {
             queue.deq(entity);
          }
       }
    }
 
-   /// Elements of a collection.
-   static constexpr std::size_t most = 6;
-
    Chance& chance_;
+   ChangeBounds bounds_;
 };
 
 }  // namespace
 
-void changeAtRandom(Entity& root, Chance& chance) {
-   Changer(chance).change(root);
+void changeAtRandom(Entity& root, Chance& chance, ChangeBounds const& bounds) {
+   Changer(chance, bounds).change(root);
 }
 
 }  // namespace KivTest

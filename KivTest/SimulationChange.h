@@ -22,9 +22,17 @@ private:
    std::mt19937_64 engine_;
 };
 
+/// How far random changes may go.
+struct ChangeBounds {
+   /// Elements of a collection. Above six, many are made or deleted at a time.
+   std::size_t elements = 6;
+   /// Bytes of a text that is not a key; the default leaves most texts empty.
+   std::size_t text = 0;
+};
+
 /// Makes one random change somewhere in the tree: a value of any kind, an element or a child
 /// entity made, changed, deleted or made again, a queue filled, emptied or shortened. Values that
-/// a setter refuses are tried as well. Trees stay small.
-void changeAtRandom(Kiv::Entity& root, Chance& chance);
+/// a setter refuses are tried as well. Trees stay small unless the bounds are wide.
+void changeAtRandom(Kiv::Entity& root, Chance& chance, ChangeBounds const& bounds = {});
 
 }  // namespace KivTest

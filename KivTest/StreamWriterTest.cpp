@@ -26,7 +26,7 @@ TEST_F(StreamWriter, BindsTheEntityOnceAndSaysWhatItHadSeen) {
    copy->u8Is(7);
    copy->u8Is(8);
    std::vector<std::string> const written = lines(mirror.take());
-   ASSERT_EQ(written.size(), 4u);
+   ASSERT_EQ(written.size(), 4u) << joined(written);
    EXPECT_EQ(written[0].substr(0, 17), "ack 00000000.0 00");
    EXPECT_EQ(written[1], "bind 01000000.0 01000000");
    EXPECT_EQ(written[2], "set 01000000.259 07");

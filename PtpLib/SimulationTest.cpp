@@ -47,6 +47,82 @@ SimulationPlan planOf(char const* type) {
    return plan;
 }
 
+/// Everything at once, as wide as it gets: which of it, the seed decides.
+SimulationPlan widePlan(U64 seed) {
+   static constexpr char const* types[] = {"Ptp::SystemClockConfig", "Ptp::Config", "KivTest::Root",
+                                           "KivTest::Hedge", "Ptp::HwConfig"};
+   static constexpr std::size_t elements[] = {6, 25, 125, 200};
+   static constexpr std::size_t bursts[] = {1, 10, 60};
+   Chance chance(~seed);
+   SimulationPlan plan = planOf(types[chance.below(std::size(types))]);
+   plan.writers = chance.below(4);
+   plan.readers = chance.below(2) + (plan.writers == 0 ? 1 : 0);
+   plan.relay = chance.oneIn(3);
+   plan.writerBehindWriter = plan.writers != 0 && chance.oneIn(3);
+   plan.meddlers = chance.oneIn(4);
+   plan.otherType = chance.oneIn(3) ? "Ptp::HwTime" : "";
+   plan.withdrawals = chance.oneIn(3);
+   plan.recorder = chance.oneIn(4);
+   plan.outputBuffer = chance.oneIn(8) ? std::size_t(1) << 20 : 900 + chance.below(3101);
+   plan.bounds.elements = elements[chance.below(std::size(elements))];
+   plan.bounds.text = chance.oneIn(2) ? 300 : 0;
+   plan.burst = bursts[chance.below(std::size(bursts))];
+   plan.steps = 30 + chance.below(170);
+   return plan;
+}
+
+/// The plan in which a source and one writer came to differ, before the log was mended.
+SimulationPlan oneWriterPlan(U64 seed) {
+   Chance chance(~seed);
+   SimulationPlan plan = planOf(chance.oneIn(2) ? "Ptp::SystemClockConfig" : "Ptp::Config");
+   plan.readers = 0;
+   plan.writers = 1;
+   plan.outputBuffer = 900 + chance.below(3101);
+   plan.bounds.elements = 1 + chance.below(125);
+   plan.burst = 1 + chance.below(60);
+   plan.steps = 100;
+   return plan;
+}
+
+std::string textOf(SimulationPlan const& plan) {
+   std::string text = plan.type + ", " + std::to_string(plan.readers) + " readers, " +
+                      std::to_string(plan.writers) + " writers";
+   auto const add = [&text](bool is, std::string const& what) { text += is ? ", " + what : ""; };
+   add(plan.relay, "a relay");
+   add(plan.writerBehindWriter, "a writer behind a writer");
+   add(plan.meddlers, "meddlers");
+   add(!plan.otherType.empty(), "and " + plan.otherType);
+   add(plan.withdrawals, "withdrawals");
+   add(plan.recorder, "a recorder");
+   return text + ", buffers of " + std::to_string(plan.outputBuffer) + ", " +
+          std::to_string(plan.bounds.elements) + " elements, bursts of " +
+          std::to_string(plan.burst) + ", " + std::to_string(plan.steps) + " steps";
+}
+
+/// How many of the seeds fail; what the first says is added to the test's failures.
+void simulateEach(SimulationPlan (*planOfSeed)(U64), U64 seeds) {
+   U64 const wanted = number("PTPLIB_TEST_SEED", ~U64(0));
+   U64 const first = wanted != ~U64(0) ? wanted : number("PTPLIB_TEST_FIRST_SEED", 0);
+   U64 const count = wanted != ~U64(0) ? 1 : number("PTPLIB_TEST_SEEDS", seeds);
+   U64 failed = 0;
+   for (U64 seed = first; seed != first + count; ++seed) {
+      std::string const problem = Simulation(planOfSeed(seed), seed).run();
+      if (!problem.empty() && ++failed <= 20) {
+         ADD_FAILURE() << problem << "\nwith " << textOf(planOfSeed(seed))
+                       << "\nPTPLIB_TEST_SEED=" << seed;
+      }
+   }
+   EXPECT_EQ(failed, 0u) << "of " << count;
+}
+
+TEST(Simulation, EverythingAtOnce) {
+   simulateEach(&widePlan, 30);
+}
+
+TEST(Simulation, AWriterAndTheSourceThatFallBehindEndWithTheSame) {
+   simulateEach(&oneWriterPlan, 40);
+}
+
 TEST(Simulation, AReaderEqualsTheSource) {
    simulate(planOf("KivTest::Root"), 300);
 }

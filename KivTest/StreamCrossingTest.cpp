@@ -1,0 +1,251 @@
+// What becomes of handles when an entity goes, comes again, or is withdrawn while messages for it
+// are on their way.
+#include "KivTest/StreamTestSupport.h"
+
+using namespace StreamTesting;
+
+namespace {
+
+U16 idOf(Kiv::TypeImpl const& type, std::string_view name) {
+   return type.field(name)->fieldId;
+}
+
+Limits narrow() {
+   Limits limits;
+   limits.outputBuffer = 1000;
+   return limits;
+}
+
+class StreamCrossing : public StreamTest {
+protected:
+   explicit StreamCrossing(Limits const& limits = {}) : StreamTest(limits) {
+      mount(MountMode::writer);
+   }
+   ~StreamCrossing() override {
+      carry();
+      expectEqual();
+      EXPECT_EQ(source.session->closeReason(), "");
+      EXPECT_EQ(mirror.session->closeReason(), "");
+   }
+};
+
+class StreamNarrowCrossing : public StreamCrossing {
+protected:
+   StreamNarrowCrossing() : StreamCrossing(narrow()) {}
+};
+
+TEST_F(StreamNarrowCrossing, AChildThatTheWriterCouldNotTellYetKeepsWhatWasDoneToIt) {
+   copy->textIs(std::string(950, 'x'));
+   copy->leafIs(1, true, KivTest::Opaque(1));
+   copy->leaf(1)->twigIs(KivTest::Level::low)->weightIs(3);
+   copy->leaf(1)->ticksIs(7);
+   root->leafIs(1, true, KivTest::Opaque(1));
+   mirror.receive(source.take());
+   carry();
+   ASSERT_TRUE(root->leafHas(1));
+   EXPECT_EQ(root->leaf(1)->ticks(), 7);
+   ASSERT_TRUE(root->leaf(1)->twigHas(KivTest::Level::low));
+   EXPECT_EQ(root->leaf(1)->twig(KivTest::Level::low)->weight(), 3);
+}
+
+TEST_F(StreamCrossing, ARootThatIsOfferedAgainIsWrittenUnderNewHandles) {
+   copy->leafIs(1, true, KivTest::Opaque(1))->ticksIs(1);
+   carry();
+   source.hub.rootDel("KivTest::Root", "test");
+   carry();
+   EXPECT_EQ(mirror.told(), "replaying; complete; gone");
+   copy->leaf(1)->ticksIs(2);  // nobody is told of this one
+   source.hub.rootIs(root);
+   mount(MountMode::writer);
+   EXPECT_EQ(copy->leaf(1)->ticks(), 1);
+   copy->leaf(1)->ticksIs(3);
+   copy->u8Is(4);
+   carry();
+   EXPECT_EQ(root->leaf(1)->ticks(), 3);
+   EXPECT_EQ(root->u8(), 4);
+}
+
+TEST_F(StreamCrossing, AWriterOfARootThatIsWithdrawnWritesNoMore) {
+   copy->u8Is(1);
+   carry();
+   // Another has the root still, so that its entities keep their numbers.
+   Session here(source.hub);
+   here.mountIs(root, MountMode::writer);
+   source.hub.rootDel("KivTest::Root", "test");
+   copy->u8Is(2);
+   source.receive(mirror.take());
+   EXPECT_EQ(root->u8(), 1);
+   carry();
+   EXPECT_EQ(mirror.told(), "replaying; complete; gone");
+   here.close("done");
+   source.hub.rootIs(root);
+   mount(MountMode::writer);
+}
+
+TEST_F(StreamNarrowCrossing, ARootThatIsWithdrawnInsideAReplayIsReplayedAgain) {
+   for (U32 i = 0; i != 60; ++i) {
+      root->leafIs(i, true, KivTest::Opaque(1))->twigIs(KivTest::Level::low);
+   }
+   carry();
+   source.connect();
+   mirror.connect();
+   mirror.session->mountIs(copy, MountMode::writer);
+   source.receive(mirror.take());
+   // The reader is inside the collection when the root is gone.
+   auto const piece = source.session->output();
+   Bytes const part(piece.begin, piece.begin + piece.size);
+   source.session->sent(part.size());
+   mirror.receive(part);
+   source.hub.rootDel("KivTest::Root", "test");
+   carry();
+   source.hub.rootIs(root);
+   mount(MountMode::writer);
+   copy->leaf(7)->ticksIs(5);
+   carry();
+   EXPECT_EQ(root->leaf(7)->ticks(), 5);
+}
+
+TEST_F(StreamCrossing, ABindForWhatIsGoneLeavesTheHandleWithWhatItWasGivenTo) {
+   root->leafIs(1, true, KivTest::Opaque(1));
+   carry();
+   U32 const theirs = root->leaf(1)->streamHandle();
+   // A place that was never taken is refused; one of an entity that is gone says nothing new.
+   copy->leafIs(2, true, KivTest::Opaque(1));
+   U32 const gone = copy->leaf(2)->streamHandle();
+   copy->leafDel(2);
+   mirror.receive(message(Opcode::bind, theirs, 0, u32(gone)));
+   root->leaf(1)->ticksIs(9);
+   carry();
+   EXPECT_EQ(copy->leaf(1)->ticks(), 9);
+}
+
+TEST_F(StreamCrossing, AWriterThatIsItsMirrorsOnlySubscriberSaysWhatItHadSeenFirst) {
+   copy->u8Is(7);
+   carry();
+   root->u16Is(5);
+   mirror.receive(source.take());
+   copy->u8Is(8);
+   std::vector<std::string> const written = lines(mirror.take());
+   ASSERT_EQ(written.size(), 2u);
+   EXPECT_EQ(written[0].substr(0, 14), "ack 00000000.0");
+   EXPECT_EQ(written[1], "set 01000000.259 08");
+   source.receive(message(Opcode::set, copy->streamHandle(), 259, {8}));
+   copy->u8Is(8);
+}
+
+TEST_F(StreamCrossing, AnEntityThatAnObserverRemovesLivesUntilItsMessageIsApplied) {
+   root->leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::low);
+   carry();
+   struct Remove : Kiv::Observer {
+      explicit Remove(Root& r) : copy(r) {}
+      void onChange(Kiv::Change const&) override {
+         U64 const before = KivTest::Leaf::memAllocationTracker_.liveObjects();
+         copy.leafDel(1);
+         lives = KivTest::Leaf::memAllocationTracker_.liveObjects() == before;
+      }
+      Root& copy;
+      bool lives = false;
+   } remove(*copy);
+   auto const twig = copy->leaf(1)->twig(KivTest::Level::low);
+   twig->observerAdd(remove, Kiv::Scope::entity);
+   copy->leaf(1)->observerAdd(remove, Kiv::Scope::entity);
+   root->leaf(1)->twigDel(KivTest::Level::low);
+   mirror.receive(source.take());
+   EXPECT_TRUE(remove.lives);
+   EXPECT_FALSE(copy->leafHas(1));
+}
+
+/// What a source says, forged: bodies of the messages that make leaves.
+class StreamForgedSource : public StreamTest {
+protected:
+   StreamForgedSource() {
+      mount();
+      root->leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::low);
+      carry();
+   }
+   ~StreamForgedSource() override { EXPECT_EQ(mirror.session->closeReason(), ""); }
+
+   Bytes create(U32 handle, U32 key) const {
+      return message(Opcode::create, root->streamHandle(), idOf(Root::kivTypeImpl, "leaf"),
+                     concat(u32(handle), u32(key), Bytes{1}, Bytes{0x3f, 0xf0, 0, 0, 0, 0, 0, 0}));
+   }
+   Bytes erase(U32 key) const {
+      return message(Opcode::erase, root->streamHandle(), idOf(Root::kivTypeImpl, "leaf"),
+                     u32(key));
+   }
+   static Bytes twig(Opcode opcode, U32 handle) {
+      return message(opcode, handle, idOf(KivTest::Leaf::kivTypeImpl, "twig"), {});
+   }
+};
+
+TEST_F(StreamForgedSource, ReplaysACollectionAnewUnderAnotherHandleWhenTheFirstIsGivenAway) {
+   U32 const first = root->leaf(1)->streamHandle();
+   mirror.receive(twig(Opcode::collectionBegin, first));
+   mirror.receive(create(first, 2));
+   mirror.receive(create(0x01000050, 1));
+   mirror.receive(twig(Opcode::collectionBegin, 0x01000050));
+   mirror.receive(twig(Opcode::collectionEnd, 0x01000050));
+   EXPECT_EQ(copy->leaf(1)->twigCount(), 0u);
+}
+
+TEST_F(StreamForgedSource, ReplaysACollectionOfAnEntityInThePlaceOfOneThatIsGone) {
+   for (U32 i = 0; i != 8; ++i) {  // one of them is where the last one was
+      mirror.receive(create(0x01000060 + i, 3));
+      mirror.receive(twig(Opcode::collectionBegin, 0x01000060 + i));
+      mirror.receive(erase(3));
+   }
+   EXPECT_FALSE(copy->leafHas(3));
+}
+
+class StreamNarrowWalk : public StreamTest {
+protected:
+   StreamNarrowWalk() : StreamTest(narrow()) {}
+};
+
+TEST_F(StreamNarrowWalk, AKeyThatIsDeletedAndMadeAgainIsToldBehindItsCollection) {
+   for (U32 i = 0; i != 60; ++i) {
+      root->leafIs(i, true, KivTest::Opaque(1));
+   }
+   mirror.session->mountIs(copy);
+   source.receive(mirror.take());
+   Bytes all;
+   auto const some = [&] {
+      auto const piece = source.session->output();
+      Bytes const bytes(piece.begin, piece.begin + piece.size);
+      source.session->sent(bytes.size());
+      mirror.receive(bytes);
+      all = concat(all, bytes);
+      return !bytes.empty();
+   };
+   while (copy->leafCount() < 10) {
+      some();
+   }
+   // Half of what is still to come goes and comes again, one is brought with something in it.
+   std::vector<U32> again;
+   for (U32 i = 0; i != 60; ++i) {
+      if (!copy->leafHas(i) && i % 2 == 0) {
+         root->leafDel(i);
+         root->leafIs(i, false, KivTest::Opaque(2))->twigIs(KivTest::Level::high);
+         again.push_back(i);
+      }
+   }
+   ASSERT_GT(again.size(), 10u);
+   while (some()) {
+   }
+   std::vector<std::string> const told = lines(all);
+   std::string const id = "." + std::to_string(idOf(Root::kivTypeImpl, "leaf"));
+   auto const end = std::find(told.begin(), told.end(), "collectionEnd 01000000" + id);
+   ASSERT_NE(end, told.end());
+   // Those that the output held already when they went have come before the end as well.
+   auto const made = [&](auto from, auto to) {
+      return std::count_if(from, to, [&](std::string const& one) {
+         return one.find("create 01000000" + id) == 0 &&
+                one.find("4000000000000000") != std::string::npos;
+      });
+   };
+   EXPECT_EQ(made(told.begin(), end), 0);
+   EXPECT_EQ(made(end, told.end()), static_cast<std::ptrdiff_t>(again.size()));
+   expectEqual();
+}
+
+}  // namespace

@@ -1,0 +1,217 @@
+// Queues whose numbers are not what a reader had: behind a relay, from a writer, and during a walk.
+#include "KivTest/StreamTestSupport.h"
+
+using namespace StreamTesting;
+
+namespace {
+
+U16 samplesId() {
+   return Root::kivTypeImpl.field("samples")->fieldId;
+}
+
+Limits narrow() {
+   Limits limits;
+   limits.outputBuffer = 1000;
+   return limits;
+}
+
+Bytes pieceOf(Session& session, std::size_t most) {
+   auto const piece = session.output();
+   std::size_t const size = std::min(most, piece.size);
+   Bytes bytes(piece.begin, piece.begin + size);
+   session.sent(size);
+   return bytes;
+}
+
+/// A source, a mirror that is offered again, and a reader of that.
+class StreamRelay : public testing::Test {
+protected:
+   explicit StreamRelay(Limits const& limits = {}) : relay(limits), reader(limits) {
+      relay.hub.rootIs(between);
+      serving = std::make_unique<Session>(relay.hub);
+   }
+   ~StreamRelay() override {
+      serving.reset();
+      relay.session.reset();
+      reader.session.reset();
+   }
+
+   /// The relay mirrors `root` of a source that it finds behind a new connection.
+   void relayIsConnectedTo(Sarn::Ptr<Root> const& root) {
+      relay.session.reset();
+      source = std::make_unique<End>();
+      source->hub.rootIs(root);
+      relay.connect();
+      relay.session->mountIs(between);
+      for (bool moved = true; moved;) {
+         Bytes const forth = source->take();
+         Bytes const back = relay.take();
+         moved = !forth.empty() || !back.empty();
+         relay.receive(forth);
+         source->receive(back);
+      }
+      relay.told();
+   }
+   void readerIsConnected() {
+      reader.session->mountIs(copy);
+      Bytes const asked = reader.take();
+      serving->received(asked.data(), asked.size());
+   }
+   /// Everything to the reader.
+   Bytes carried() {
+      Bytes bytes;
+      while (serving->output().size != 0) {
+         Bytes const piece = pieceOf(*serving, ~std::size_t(0));
+         bytes.insert(bytes.end(), piece.begin(), piece.end());
+         reader.receive(piece);
+      }
+      return bytes;
+   }
+   static Sarn::Ptr<Root> rootWith(int elements, int taken) {
+      auto root = KivTest::rootFactory("test");
+      for (int i = 0; i != elements; ++i) {
+         root->samplesEnq(i);
+      }
+      for (int i = 0; i != taken; ++i) {
+         root->samplesDeq();
+      }
+      return root;
+   }
+
+   std::unique_ptr<End> source;
+   Sarn::Ptr<Root> between = KivTest::rootFactory("test");
+   Sarn::Ptr<Root> copy = KivTest::rootFactory("test");
+   End relay;
+   End reader;
+   std::unique_ptr<Session> serving;
+};
+
+class StreamNarrowRelay : public StreamRelay {
+protected:
+   StreamNarrowRelay() : StreamRelay(narrow()) {}
+};
+
+TEST_F(StreamNarrowRelay, AReaderThatStopsInsideAQueueGetsItWhenItIsNumberedLowerMeanwhile) {
+   auto const first = rootWith(300, 100);
+   auto const second = rootWith(3, 0);
+   relayIsConnectedTo(first);
+   readerIsConnected();
+   while (copy->samplesCount() < 20) {
+      reader.receive(pieceOf(*serving, 100));
+   }
+   ASSERT_LT(copy->samplesCount(), 100u);
+   relayIsConnectedTo(second);
+   carried();
+   EXPECT_EQ(KivTest::firstDifference(*second, *copy), "");
+   EXPECT_EQ(reader.session->closeReason(), "");
+}
+
+TEST_F(StreamNarrowRelay, AReaderThatStopsInsideAQueueGetsItWhenTheNewNumbersAreAmongTheOldOnes) {
+   auto const first = rootWith(300, 0);
+   auto second = rootWith(200, 0);
+   for (int i = 0; i != 100; ++i) {
+      second->samplesDeq();
+   }
+   relayIsConnectedTo(first);
+   readerIsConnected();
+   while (copy->samplesCount() < 120) {
+      reader.receive(pieceOf(*serving, 100));
+   }
+   relayIsConnectedTo(second);
+   carried();
+   EXPECT_EQ(KivTest::firstDifference(*second, *copy), "");
+}
+
+TEST_F(StreamRelay, AReaderThatIsUpToDateGetsAQueueThatIsNumberedLower) {
+   relayIsConnectedTo(rootWith(9, 4));
+   readerIsConnected();
+   carried();
+   EXPECT_EQ(copy->samplesCount(), 5u);
+   auto const second = rootWith(2, 0);
+   relayIsConnectedTo(second);
+   std::string const id = " 01000000." + std::to_string(samplesId()) + " ";
+   std::string const told = joined(lines(carried()));
+   std::string const expected = "collectionBegin" + id + "00000001; enqueue" + id +
+                                "000000010000000000000000; enqueue" + id +
+                                "000000023ff0000000000000";
+   EXPECT_NE(told.find(expected), std::string::npos) << told;
+   EXPECT_EQ(KivTest::firstDifference(*second, *copy), "");
+}
+
+class StreamWalkedQueue : public StreamTest {
+protected:
+   StreamWalkedQueue() : StreamTest(narrow()) {}
+};
+
+TEST_F(StreamWalkedQueue, TellsAnElementOnceThatCameWhileTheQueueWasReplayed) {
+   for (int i = 0; i != 100; ++i) {
+      root->samplesEnq(i);
+   }
+   mirror.session->mountIs(copy);
+   source.receive(mirror.take());
+   mirror.receive(source.take());
+   mirror.session.reset();
+   copy->samplesDelAll();
+   // Again, stopping inside the queue.
+   source.connect();
+   mirror.connect();
+   mirror.session->mountIs(copy);
+   source.receive(mirror.take());
+   auto const some = [&](std::size_t most) {
+      Bytes const bytes = pieceOf(*source.session, most);
+      mirror.receive(bytes);
+      return !bytes.empty();
+   };
+   while (copy->samplesCount() < 20) {
+      some(100);
+   }
+   root->u8Is(77);
+   root->samplesEnq(100);
+   // The walk ends behind the queue; what has changed meanwhile is told after it.
+   struct Count : Kiv::Observer {
+      void onChange(Kiv::Change const& change) override {
+         made += change.attributeId == samplesId() ? 1 : 0;
+      }
+      int made = 0;
+   } count;
+   copy->observerAdd(count);
+   std::size_t const before = copy->samplesCount();
+   for (int more = 101; some(60); ++more) {
+      if (more < 160) {
+         root->samplesEnq(more);
+         root->u8Is(static_cast<U8>(more));
+      }
+   }
+   copy->observerDel(count);
+   EXPECT_EQ(count.made, static_cast<int>(root->samplesCount() - before));
+   expectEqual();
+}
+
+class StreamServedQueue : public StreamTest {
+protected:
+   StreamServedQueue() {
+      mount(MountMode::writer);
+      // The writer has bound the root and has seen everything.
+      copy->samplesEnq(1);
+      carry();
+      copy->u8Is(1);
+      carry();
+      copy->u8Is(2);
+      carry();
+   }
+};
+
+TEST_F(StreamServedQueue, GetsTheWholeQueueBackForAWrongNumberAlthoughNothingIsOnItsWay) {
+   copy->u8Is(3);
+   source.receive(mirror.take());
+   ASSERT_EQ(source.sent(), "");
+   Bytes const wrong = message(Opcode::enqueue, copy->streamHandle(), samplesId(),
+                               concat(u32(77), Bytes{0x40, 0, 0, 0, 0, 0, 0, 0}));
+   source.receive(wrong);
+   std::string const id = " 01000000." + std::to_string(samplesId()) + " ";
+   EXPECT_EQ(source.sent(), "collectionBegin" + id + "00000001; enqueue" + id +
+                                  "000000013ff0000000000000; enqueue" + id +
+                                  "000000024000000000000000");
+}
+
+}  // namespace
