@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <bit>
-#include <cassert>
 #include <utility>
+
+#include "Sarn/Util.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -144,7 +145,8 @@ U32& FlowOut::toldSequence(AttributeId id, U32 next_) {
 }
 
 void FlowOut::kivFlowOutBookmarkEnq(AttributeId id) {
-   assert(bookmark_ == 0);
+   FlowOut const* const rsc = this;
+   SARN_CHECK(!rsc->bookmark());
    bookmark_ = id;
 }
 

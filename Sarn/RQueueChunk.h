@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <bit>
-#include <cassert>
 #include <cstddef>
 #include <new>
 
 #include "Sarn/Types.h"
+#include "Sarn/Util.h"
 
 namespace Sarn {
 
@@ -14,16 +14,12 @@ namespace Sarn {
 /// the other reaches by adding no more than 2147483647.
 using RQueueSequence = U32;
 
-constexpr bool isPowerOfTwo(U32 i) noexcept {
-   return std::has_single_bit(i);
-}
-
 namespace Impl {
 
 /// The base-2 logarithm of a power of two; anything else is a fault.
 inline U32 log2Of(U32 i) noexcept {
    // clang-format off
-   assert( isPowerOfTwo( i ) );
+   SARN_CHECK( isPowerOfTwo( i ) );
    // clang-format on
    return static_cast<U32>(std::countr_zero(i));
 }

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <bit>
+
+#include "Sarn/Types.h"
+
+/// Small helpers that everything else builds on.
+namespace Sarn {
+
+/// Ends the process as a failed assert() does. For `SARN_CHECK` alone.
+[[noreturn, gnu::cold]] void checkFailed(char const* expression, char const* file, unsigned line,
+                                         char const* function) noexcept;
+
+constexpr bool isPowerOfTwo(U32 i) noexcept {
+   return std::has_single_bit(i);
+}
+
+}  // namespace Sarn
+
+/// assert() for what must be found in every build, the release included: going on would destroy
+/// data. The message names the expression as it is written.
+#define SARN_CHECK(expression)                                                         \
+   (static_cast<bool>(expression) ? static_cast<void>(0)                               \
+                                  : Sarn::checkFailed(#expression, __FILE__, __LINE__, \
+                                                      static_cast<char const*>(__func__)))
