@@ -1,7 +1,5 @@
 #include "Sarn/Slab.h"
 
-#include <sched.h>
-
 #include <array>
 #include <bit>
 #include <cassert>
@@ -62,39 +60,44 @@ struct Slab::Chunk {
 /// Holds the slab's lock, if there are threads to hold it against.
 class Slab::Lock {
 public:
-   explicit Lock(Slab& slab) noexcept : locked_(threadsExist() ? &slab.locked_ : nullptr) {
-      if (locked_ != nullptr) {
-         for (U32 tries = 0; locked_->exchange(true, std::memory_order_acquire); ++tries) {
-            // The holder is a few instructions from the end, unless it was put off its CPU.
-            if (tries % 64 == 63) {
-               sched_yield();
-            }
-         }
+   explicit Lock(Slab& slab) noexcept : lock_(threadsExist() ? &slab.lock_ : nullptr) {
+      if (lock_ != nullptr) {
+         lock_->lock();
       }
    }
    Lock(Lock const&) = delete;
    Lock& operator=(Lock const&) = delete;
    ~Lock() {
-      if (locked_ != nullptr) {
-         locked_->store(false, std::memory_order_release);
+      if (lock_ != nullptr) {
+         lock_->unlock();
       }
    }
 
 private:
-   std::atomic<bool>* locked_;
+   PiLock* lock_;
 };
 
-Slab::Chunk* Slab::addChunk() {
+Slab::Chunk* Slab::makeChunk() const {
    static_assert(sizeof(Chunk) <= headerSize);
    void* const memory = ::operator new(chunkBytes, std::align_val_t(chunkSize));
    auto* const chunk = new (memory) Chunk;
    chunk->fresh = chunk->start();
    chunk->freshEnd = chunk->fresh + (chunkBytes - headerSize) / slotSize_ * slotSize_;
    ASAN_POISON_MEMORY_REGION(chunk->start(), chunkBytes - headerSize);
+   return chunk;
+}
+
+void Slab::destroy(Chunk* chunk) noexcept {
+   if (chunk != nullptr) {
+      ASAN_UNPOISON_MEMORY_REGION(chunk->start(), chunkBytes - headerSize);
+      ::operator delete(chunk, std::align_val_t(chunkSize));
+   }
+}
+
+void Slab::addChunk(Chunk* chunk) noexcept {
    withRoom_ = chunk;
    empty_ = chunk;
    ++chunks_;
-   return chunk;
 }
 
 void Slab::removeFromList(Chunk* chunk) noexcept {
@@ -106,16 +109,7 @@ void Slab::removeFromList(Chunk* chunk) noexcept {
    chunk->previous = nullptr;
 }
 
-void Slab::giveBack(Chunk* chunk) noexcept {
-   removeFromList(chunk);
-   --chunks_;
-   ASAN_UNPOISON_MEMORY_REGION(chunk->start(), chunkBytes - headerSize);
-   ::operator delete(chunk, std::align_val_t(chunkSize));
-}
-
-void* Slab::allocate() {
-   Lock const lock(*this);
-   Chunk* const chunk = withRoom_ != nullptr ? withRoom_ : addChunk();
+void* Slab::take(Chunk* chunk) noexcept {
    if (chunk->used++ == 0) {
       empty_ = nullptr;
    }
@@ -134,36 +128,73 @@ void* Slab::allocate() {
    return slot;
 }
 
+void* Slab::allocate() {
+   {
+      Lock const lock(*this);
+      if (withRoom_ != nullptr) [[likely]] {
+         return take(withRoom_);
+      }
+   }
+   return allocateFromFresh();
+}
+
+void* Slab::allocateFromFresh() {
+   Chunk* made = makeChunk();
+   void* slot;
+   {
+      Lock const lock(*this);
+      if (withRoom_ == nullptr) {
+         addChunk(std::exchange(made, nullptr));
+      }
+      slot = take(withRoom_);
+   }
+   destroy(made);  // another thread was faster
+   return slot;
+}
+
 void Slab::free(void* p) noexcept {
-   Lock const lock(*this);
-   auto* const chunk = std::bit_cast<Chunk*>(std::bit_cast<std::uintptr_t>(p) & ~(chunkSize - 1));
-   assert(chunk->used > 0);
-   if (!chunk->hasRoom()) {
-      chunk->next = withRoom_;
-      if (withRoom_ != nullptr) {
-         withRoom_->previous = chunk;
+   Chunk* spare = nullptr;
+   {
+      Lock const lock(*this);
+      auto* const chunk =
+            std::bit_cast<Chunk*>(std::bit_cast<std::uintptr_t>(p) & ~(chunkSize - 1));
+      assert(chunk->used > 0);
+      if (!chunk->hasRoom()) {
+         chunk->next = withRoom_;
+         if (withRoom_ != nullptr) {
+            withRoom_->previous = chunk;
+         }
+         withRoom_ = chunk;
       }
-      withRoom_ = chunk;
-   }
-   *static_cast<void**>(p) = chunk->free;
-   chunk->free = p;
-   ASAN_POISON_MEMORY_REGION(p, slotSize_);
-   if (--chunk->used == 0) {
-      if (empty_ != nullptr) {
-         giveBack(chunk);
-      } else {
-         empty_ = chunk;
-         chunk->free = nullptr;
-         chunk->fresh = chunk->start();
+      *static_cast<void**>(p) = chunk->free;
+      chunk->free = p;
+      ASAN_POISON_MEMORY_REGION(p, slotSize_);
+      if (--chunk->used == 0) {
+         if (empty_ != nullptr) {
+            removeFromList(chunk);
+            --chunks_;
+            spare = chunk;
+         } else {
+            empty_ = chunk;
+            chunk->free = nullptr;
+            chunk->fresh = chunk->start();
+         }
       }
    }
+   destroy(spare);
 }
 
 void Slab::releaseEmpty() noexcept {
-   Lock const lock(*this);
-   if (empty_ != nullptr) {
-      giveBack(std::exchange(empty_, nullptr));
+   Chunk* spare;
+   {
+      Lock const lock(*this);
+      spare = std::exchange(empty_, nullptr);
+      if (spare != nullptr) {
+         removeFromList(spare);
+         --chunks_;
+      }
    }
+   destroy(spare);
 }
 
 void* slabAllocate(std::size_t size, std::size_t alignment) {

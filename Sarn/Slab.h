@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 
+#include "Sarn/PiLock.h"
 #include "Sarn/Types.h"
 
 /// Fixed-size slab allocation, for entities, collection nodes, small bucket arrays and queue
@@ -28,7 +28,9 @@
 /// 3. at most one chunk of a slab has `used_ == 0`, and `empty_` names it.
 ///
 /// Threads: any thread may allocate, and any other may free. Once threads exist each operation
-/// holds the slab's spin lock; before, none is taken.
+/// holds the slab's lock for some ten instructions; before, none is taken. It is a lock with
+/// priority inheritance, under which no memory is asked for or given back: a real-time thread waits
+/// for another no longer than those take, whatever else wants its CPU.
 ///
 /// With AddressSanitizer `slabAllocate` passes through to operator new, so that its reports of uses
 /// after free stay exact.
@@ -83,9 +85,12 @@ private:
    struct Chunk;
    class Lock;
 
-   Chunk* addChunk();
+   void* allocateFromFresh();
+   void* take(Chunk* chunk) noexcept;
+   Chunk* makeChunk() const;
+   static void destroy(Chunk* chunk) noexcept;
+   void addChunk(Chunk* chunk) noexcept;
    void removeFromList(Chunk* chunk) noexcept;
-   void giveBack(Chunk* chunk) noexcept;
 
    /// Chunks with room, the one to allocate from first.
    Chunk* withRoom_ = nullptr;
@@ -93,7 +98,7 @@ private:
    Chunk* empty_ = nullptr;
    U32 slotSize_;
    U32 chunks_ = 0;
-   std::atomic<bool> locked_{false};
+   PiLock lock_;
 };
 
 }  // namespace Sarn

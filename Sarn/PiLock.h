@@ -1,0 +1,53 @@
+#pragma once
+
+#include <atomic>
+
+#include "Sarn/Types.h"
+
+namespace Sarn {
+
+/// A lock with priority inheritance, for a few instructions' worth of shared state: whoever waits
+/// lends the holder its priority, so that no scheduler keeps the holder off its CPU meanwhile.
+///
+/// One word, constant-initialised: 0 when free, else the holder's thread id, in the form that the
+/// kernel's priority-inheriting futexes ask for. Taking a free lock and releasing one that nobody
+/// waits for is one atomic operation each, without a system call.
+///
+/// Not recursive. Nothing that may block or throw belongs under it.
+class PiLock {
+public:
+   constexpr PiLock() noexcept = default;
+   PiLock(PiLock const&) = delete;
+   PiLock& operator=(PiLock const&) = delete;
+
+   void lock() noexcept {
+      U32 expected = 0;
+      if (!word_.compare_exchange_strong(expected, threadId(), std::memory_order_acquire,
+                                         std::memory_order_relaxed)) [[unlikely]] {
+         wait();
+      }
+   }
+   void unlock() noexcept {
+      U32 expected = threadId();
+      if (!word_.compare_exchange_strong(expected, 0, std::memory_order_release,
+                                         std::memory_order_relaxed)) [[unlikely]] {
+         handOver();
+      }
+   }
+
+private:
+   // A fixed offset from the thread pointer instead of a call for every allocation.
+   [[gnu::tls_model("initial-exec")]] static thread_local U32 threadId_;
+
+   static U32 threadId() noexcept { return threadId_ != 0 ? threadId_ : askThreadId(); }
+   static U32 askThreadId() noexcept;
+   void wait() noexcept;
+   void handOver() noexcept;
+
+   std::atomic<U32> word_{0};
+   /// Counts releases that the kernel passed on: what one holder wrote is seen by the next through
+   /// this where the word was changed by the kernel.
+   std::atomic<U32> handovers_{0};
+};
+
+}  // namespace Sarn
