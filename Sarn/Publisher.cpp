@@ -42,9 +42,13 @@ struct Publisher::List {
 /// One running publication. The frames of a thread form a stack; a publication that begins while
 /// others run first brings those to their end, oldest first, which keeps changes in order for
 /// everybody. A frame whose publisher died, or that somebody above brought to its end, is done:
-/// `at` is null.
+/// `at` is null. Since whoever begins inside finishes all that is older, the oldest frame that may
+/// not be done yet (`openFrame`) only moves on towards the newest: it costs each frame one step,
+/// however deep they are stacked.
 struct Publisher::Frame {
    Frame* outer;
+   /// The next above.
+   Frame* inner = nullptr;
    Change change;
    Publisher* at;
    U32 next;
@@ -87,6 +91,8 @@ namespace {
 
 // A fixed offset from the thread pointer instead of a call for every publication.
 [[gnu::tls_model("initial-exec")]] constinit thread_local void* topFrame = nullptr;
+/// The oldest frame that may not be done; null if only the top one may be open.
+[[gnu::tls_model("initial-exec")]] constinit thread_local void* openFrame = nullptr;
 
 }  // namespace
 
@@ -125,6 +131,31 @@ private:
    Frame* outer_;
 };
 
+/// The same for a frame that is not the only one.
+class Publisher::RunningInside : Running {
+public:
+   explicit RunningInside(Frame& frame) noexcept : Running(frame) {
+      frame.outer->inner = &frame;
+      if (openFrame == nullptr) {
+         openFrame = frame.outer;
+      }
+   }
+   /// This frame is done, and before it all that are older.
+   ~RunningInside() { openFrame = nullptr; }
+   RunningInside(RunningInside const&) = delete;
+   RunningInside& operator=(RunningInside const&) = delete;
+};
+
+/// Calls `visit(frame)` for each frame that may not be done.
+template <class Visit>
+void Publisher::forEachOpen(Visit&& visit) {
+   auto* frame = static_cast<Frame*>(topFrame);
+   if (frame != nullptr) {
+      for (; visit(*frame), openFrame != nullptr && frame != openFrame; frame = frame->outer) {
+      }
+   }
+}
+
 void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
    if (topFrame != nullptr) [[unlikely]] {
@@ -148,7 +179,7 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
          run(frame);
       }
    } catch (...) {
-      tellRest(&frame);
+      runRest(frame);
       throw;
    }
 }
@@ -159,35 +190,38 @@ void Publisher::publishInside(U16 attributeId, void const* key, void const* oldV
                               KeyCompare keyCompare) {
    auto* const outer = static_cast<Frame*>(topFrame);
    Frame frame(outer, {*this, attributeId, key, oldValue, keyCompare}, this);
-   Running const running(frame);
+   RunningInside const running(frame);
    try {
-      drain(outer);
-      run(frame);
+      runUpTo(frame);
    } catch (...) {
-      tellRest(&frame);
+      runRest(frame);
       throw;
    }
 }
 
-/// Brings every running publication to its end, oldest first, whatever is thrown.
-void Publisher::tellRest(Frame* frame) noexcept {
-   if (frame->outer != nullptr) {
-      tellRest(frame->outer);
-   }
-   while (frame->at != nullptr) {
-      try {
-         run(*frame);
-      } catch (...) {  // the first exception is on its way already
+/// Brings the running publications to their ends, oldest first, `last` as the last one.
+void Publisher::runUpTo(Frame& last) {
+   for (;;) {
+      auto* const oldest = openFrame != nullptr ? static_cast<Frame*>(openFrame) : &last;
+      if (oldest->at != nullptr) {
+         // What is published inside brings all of them to their ends, `last` included.
+         run(*oldest);
+      } else if (oldest != &last) {
+         openFrame = oldest->inner;
+      } else {
+         return;
       }
    }
 }
 
-void Publisher::drain(Frame* frame) {
-   if (frame->outer != nullptr) {
-      drain(frame->outer);
-   }
-   if (frame->at != nullptr) {
-      run(*frame);
+/// The same, whatever is thrown.
+void Publisher::runRest(Frame& last) noexcept {
+   for (bool done = false; !done;) {
+      try {
+         runUpTo(last);
+         done = true;
+      } catch (...) {  // the first exception is on its way already
+      }
    }
 }
 
@@ -287,12 +321,12 @@ void Publisher::add(Observer& observer, Scope scope, bool first) {
    if (first) {
       std::rotate(list_->slots, end, end + 1);
       // A running publication has gone past the first place: its position moves with the others.
-      for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
-         if (frame->at == this) {
-            ++frame->next;
-            ++frame->end;
+      forEachOpen([this](Frame& frame) {
+         if (frame.at == this) {
+            ++frame.next;
+            ++frame.end;
          }
-      }
+      });
    }
 }
 
@@ -315,12 +349,12 @@ bool Publisher::remove(Observer& observer, Scope scope) noexcept {
 /// publication that runs on it leaves.
 void Publisher::tidy() noexcept {
    bool running = false;
-   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
-      if (frame->at == this) {
-         frame->holes = true;
+   forEachOpen([&](Frame& frame) {
+      if (frame.at == this) {
+         frame.holes = true;
          running = true;
       }
-   }
+   });
    if (running) {
       return;
    }

@@ -129,6 +129,7 @@ private:
    static constexpr U8 aboveBit = 2;
 
    class Running;
+   class RunningInside;
 
    void publish(U16 attributeId, void const* key, void const* oldValue, KeyCompare keyCompare);
    void publishInside(U16 attributeId, void const* key, void const* oldValue,
@@ -136,8 +137,10 @@ private:
    static void run(Frame& frame);
    static void tell(Frame& frame);
    static bool climb(Frame& frame) noexcept;
-   static void drain(Frame* frame);
-   static void tellRest(Frame* frame) noexcept;
+   static void runUpTo(Frame& last);
+   static void runRest(Frame& last) noexcept;
+   template <class Visit>
+   static void forEachOpen(Visit&& visit);
    void tidy() noexcept;
    void replaceList(List* list) noexcept;
 
