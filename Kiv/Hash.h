@@ -11,15 +11,15 @@
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
 
-/// Hashing of keys: 32 bits, seeded, and well mixed in all of them, since the hash tables take the
-/// slot from the upper bits and a tag from the lower.
+/// Hashing of keys: 32 bits, seeded, and well mixed in all of them, since the hash tables take a
+/// tag from the lower bits, and the slot from a product of all.
 ///
 /// A composite value hashes its fields in declaration order, in one line:
 ///
 ///     U32 PortDSKey::hash(U32 seed) const { return Kiv::hashFields(seed, intf_, vlanId_); }
 ///
-/// The seed differs from process to process, and with it the order of every hash table; a peer
-/// that chooses keys cannot know which ones collide.
+/// Beside the seed goes a secret of 64 bits into every hash. Both differ from process to process,
+/// so that a peer that chooses keys cannot know which ones collide.
 namespace Kiv {
 
 /// The process-wide seed.
@@ -32,8 +32,8 @@ public:
       return seed != 0 ? seed : makeSeed();
    }
 
-   /// Fixes the seed, so that a test sees the same order in every run.
-   /// REQUIRES: `seed` is not 0, and nothing has been hashed with another seed yet.
+   /// Fixes the seed, and all secrets with it, so that a test sees the same orders in every run.
+   /// REQUIRES: `seed` is not 0, and nothing has been hashed yet except with this very seed.
    static void hashSeed32Is(U32 seed) noexcept;
 
 private:
@@ -56,9 +56,19 @@ constexpr U64 foldedMultiply(U64 a, U64 b) {
    return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
 }
 
-/// A seed in all 64 bits. The multiplier is not symmetric, so that folding does not cancel it.
+/// What nobody outside this process can know of its hashes: 64 random bits, drawn when the library
+/// is loaded, that never leave the process. A forked process keeps them.
+extern U64 hashSecret;
+
+/// The factor of the `number`-th order that a hash table asks for: odd, and made from a secret of
+/// its own, which a forked process draws anew.
+U64 orderFactor(U64 number) noexcept;
+
+/// A seed and the secret in all 64 bits. The multiplier is not symmetric, so that folding does not
+/// cancel it.
 constexpr U64 spreadSeed(U32 seed) {
-   return seed * hashMultiplier2;
+   U64 const spread = seed * hashMultiplier2;
+   return std::is_constant_evaluated() ? spread : spread ^ hashSecret;
 }
 
 /// Takes differences down to the lower bits, and by the product up again.

@@ -39,8 +39,7 @@ struct ExternalKeyPolicy {
 /// One pointer in size, nothing allocated while empty; grows and shrinks with its contents. What
 /// is said at `Impl::HashTable` of invalidation, threads and exceptions holds here.
 ///
-/// `seedConstant` makes the order of this collection another than that of its neighbours, so that
-/// filling one from another stays linear.
+/// `seedConstant` tells the hashes of this collection from those of its neighbours.
 template <class Key, class Value, U32 seedConstant = 0>
 class HashMap2018 : public Impl::HashTable<Impl::ExternalKeyPolicy<Key, Value, seedConstant>> {
    using Table = Impl::HashTable<Impl::ExternalKeyPolicy<Key, Value, seedConstant>>;

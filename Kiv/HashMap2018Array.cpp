@@ -1,8 +1,11 @@
 #include "Kiv/HashMap2018Array.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <new>
+
+#include "Kiv/Hash.h"
 
 namespace Kiv::Impl {
 
@@ -14,28 +17,55 @@ constexpr std::size_t blockAlignment(std::size_t size, std::size_t slotAlignment
    return std::max(wanted, slotAlignment);
 }
 
-constinit std::atomic<U64> arraysMade{0};
+constinit std::atomic<U64> ordersMade{0};
 
-}  // namespace
-
-U64 BucketArray::freshVersion() noexcept {
-   Sarn::counterAdd(arraysMade, 1);
-   // Two threads may read the same number here, but one map never sees it twice.
-   return arraysMade.load(std::memory_order_relaxed) << 32;
-}
-
-BucketArray* BucketArray::create(AllocTrackTypeInfo& tracker, HashSizeStep step, U32 slots,
-                                 U64 version, std::size_t slotSize, std::size_t alignment) {
-   std::size_t const size = blockSize(slots, slotSize, alignment);
+/// Makes an array without factor and version.
+BucketArray* makeArray(AllocTrackTypeInfo& tracker, HashSizeStep step, U32 slots,
+                       std::size_t slotSize, std::size_t alignment) {
+   static_assert(sizeof(BucketArray) == 64, "what a lookup reads of it is on one cache line");
+   std::size_t const size = BucketArray::blockSize(slots, slotSize, alignment);
    void* const memory = allocateTrackedArray(tracker, size, blockAlignment(size, alignment));
    auto* const array = new (memory) BucketArray;
    array->slotCount = slots;
    array->limit = step.limit();
-   array->version = version;
-   array->slotBase = static_cast<std::byte*>(memory) + slotsOffset(slots, alignment);
+   array->slotBase = static_cast<std::byte*>(memory) + BucketArray::slotsOffset(slots, alignment);
+   array->first = slots;
+   array->shrinkAt = step.shrinkAt();
    array->shift = step.shift();
    array->step = step;
-   std::memset(array->tags(), 0, slots + tagPadding);
+   array->patience = step.patience();
+   std::memset(array->tags(), 0, slots + BucketArray::tagPadding);
+   return array;
+}
+
+}  // namespace
+
+HashOrder HashOrder::fresh() noexcept {
+   U64 number;
+   if (Sarn::threadsExist()) {
+      number = ordersMade.fetch_add(1, std::memory_order_relaxed) + 1;
+   } else {
+      number = ordersMade.load(std::memory_order_relaxed) + 1;
+      ordersMade.store(number, std::memory_order_relaxed);
+   }
+   return {number, orderFactor(number)};
+}
+
+BucketArray* BucketArray::create(AllocTrackTypeInfo& tracker, HashSizeStep step, U32 slots,
+                                 std::size_t slotSize, std::size_t alignment) {
+   BucketArray* const array = makeArray(tracker, step, slots, slotSize, alignment);
+   HashOrder const order = HashOrder::fresh();
+   array->factor = order.factor;
+   array->version = order.number << 32;
+   return array;
+}
+
+BucketArray* BucketArray::createNext(AllocTrackTypeInfo& tracker, HashSizeStep newStep, U32 slots,
+                                     std::size_t slotSize, std::size_t alignment) const {
+   BucketArray* const array = makeArray(tracker, newStep, slots, slotSize, alignment);
+   array->factor = factor;
+   array->version = version + 1;
+   array->seed = seed;
    return array;
 }
 
@@ -47,14 +77,10 @@ void BucketArray::release(AllocTrackTypeInfo& tracker, std::size_t slotSize,
    }
 }
 
-U32 BucketArray::slotsNeeded(HashSizeStep newStep) noexcept {
-   U32 const* const hash = hashes();
-   U8 const newShift = newStep.shift();
-   U32 next = 0;
-   eachOccupied([&](U32 slot) {
-      next = std::max(next, static_cast<U32>(U64{hash[slot]} >> newShift)) + 1;
-   });
-   return next;
+BucketArray::Layout BucketArray::layoutBy(HashSizeStep newStep) noexcept {
+   Layout layout{newStep};
+   eachOccupied([&, place = places()](U32 slot) { layout.add(place[slot]); });
+   return layout;
 }
 
 U32 BucketArray::rankOf(U32 slot) const noexcept {
@@ -85,6 +111,10 @@ void HashIteratorBase::attach(BucketArray* array) noexcept {
 }
 
 void HashIteratorBase::detach() noexcept {
+   if (array_->iterators == this && nextOnArray_ == nullptr) {
+      // What may have been put off for the sake of the iterators.
+      array_->shrinkAt = array_->step.shrinkAt();
+   }
    *link_ = nextOnArray_;
    if (nextOnArray_ != nullptr) {
       nextOnArray_->link_ = link_;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Kiv/HashMap2018Array.h"
+#include "Sarn/Util.h"
 
 namespace Kiv {
 
@@ -183,8 +184,8 @@ public:
    explicit HashMap2018UnsafeIteratorConstGeneric(Table const& map) noexcept
          : hashMap_(&map), version_(map.version()), left_(map.size()) {
       if (left_ != 0) {
-         tags_ = map.array_->tags();
-         window_ = Table::slots(map.array_);
+         tags_ = map.array_->tags() + map.array_->first;
+         window_ = Table::slots(map.array_) + map.array_->first;
          occupied_ = Impl::TagWindow(tags_).occupied();
          prefetchNextWindow();
          findWindow();
@@ -192,13 +193,13 @@ public:
    }
 
    reference operator*() const noexcept {
-      assert(version_ == hashMap_->version());
+      SARN_CHECK(version_ == hashMap_->version());
       return window_[std::countr_zero(occupied_)];
    }
    pointer operator->() const noexcept { return &**this; }
 
    HashMap2018UnsafeIteratorConstGeneric& operator++() noexcept {
-      assert(version_ == hashMap_->version());
+      SARN_CHECK(version_ == hashMap_->version());
       occupied_ &= occupied_ - 1;
       if (--left_ != 0) {
          findWindow();

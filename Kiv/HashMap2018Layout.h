@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -83,9 +84,12 @@ public:
    constexpr U32 slots() const noexcept {
       return isSmall() ? U32{1} << log2_ : homes() + (log2_ > 4 ? 16 : 8);
    }
-   /// Whether an array of this step with `count` elements should shrink.
-   constexpr bool tooLargeFor(U32 count) const noexcept {
-      return log2_ > 1 && count <= limit() / 8;
+   /// An array of this step with so many elements should shrink.
+   constexpr U32 shrinkAt() const noexcept { return log2_ > 1 ? limit() / 8 : 0; }
+   /// How many insertions far from home an array of this step bears: what they cost is then about
+   /// what ordering it anew costs.
+   constexpr U16 patience() const noexcept {
+      return static_cast<U16>(std::min(homes() / 128, U32{0xffff}));
    }
    constexpr bool operator==(HashSizeStep const&) const = default;
 
@@ -95,6 +99,17 @@ private:
 
    /// The base-2 logarithm of the slots of a small array, and of the homes of another.
    U8 log2_ = 1;
+};
+
+/// What distinguishes a new bucket array from every other of the process.
+struct HashOrder {
+   /// Counts the orders that have been made.
+   U64 number;
+   /// Odd, random, and another in each process, a forked one included.
+   U64 factor;
+
+   /// Any thread may ask.
+   static HashOrder fresh() noexcept;
 };
 
 inline constexpr U8 hashTag(U32 hash) noexcept {

@@ -27,6 +27,10 @@ namespace Kiv::Impl {
 /// Invalidation: any insertion, removal or reservation moves elements, and with it ends the life
 /// of pointers to them; checked iterators follow. Replacing a value in place moves nothing.
 ///
+/// Time: every operation on one element is O(1), amortised, in whatever order elements come and go,
+/// as long as the hashes of the keys differ. Only where elements are taken out in the table's own
+/// order and others put in while a checked iterator stays on its way, it may take longer.
+///
 /// Threads: a table belongs to one thread; several may read it by `find` and by unsafe iterators
 /// while none changes it. Elements must move without exceptions; if a copy or an allocation
 /// throws, the table is as it was. A removal allocates nothing that it needs: without memory for a
@@ -86,7 +90,7 @@ public:
    }
 
    /// The checked iterator: survives every change of the table (see there).
-   Iterator iterator() const { return Iterator(array_, 0); }
+   Iterator iterator() const { return Iterator(array_, array_ != nullptr ? array_->first : 0); }
    /// A checked iterator at the element of `key`, or at the end.
    Iterator iteratorAt(LookupKey key) const {
       Slot const* const slot = findSlot(key);
@@ -140,10 +144,17 @@ private:
       }
    }
 
+   BucketArray* makeNext(HashSizeStep step, U32 slots) const {
+      return array_->createNext(tracker(), step, slots, sizeof(Slot), alignof(Slot));
+   }
+   static void moveSlot(BucketArray* from, U32 fromSlot, BucketArray* to, U32 toSlot,
+                        U32 place) noexcept;
    void rebuild(HashSizeStep step, U32 slotsWanted = 0);
-   void shrink() noexcept;
    void keepKeyOf(U32 slot, HashIteratorBase* at);
+   [[gnu::noinline]] void reorder(HashSizeStep step);
+   [[gnu::noinline]] void shrink() noexcept;
    void moveIterators(BucketArray* from, BucketArray* to) noexcept;
+   void becomeNext(BucketArray* made) noexcept;
    U32 openSlot(U32 hash);
    void closeSlot(U32 slot) noexcept;
 
@@ -155,7 +166,7 @@ private:
 template <class Policy>
 inline auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* {
    BucketArray* const array = array_;
-   std::size_t const home = array->home(hash);
+   std::size_t const home = array->home(array->placeOf(hash));
    TagWindow const window(array->tags() + home);
    U32 const match = window.match(hashTag(hash));
    if (match != 0) {
@@ -171,4 +182,5 @@ inline auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* 
 
 }  // namespace Kiv::Impl
 
+#include "Kiv/HashMap2018Rebuild.h"
 #include "Kiv/HashMap2018TableImpl.h"

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <memory>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "Kiv/HashMap2018Table.h"
@@ -39,7 +38,7 @@ template <class Make>
 auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot*, bool> {
    U32 const hash = Hash<Key>()(key, array_ != nullptr ? array_->seed : newSeed());
    if (array_ != nullptr) {
-      __builtin_prefetch(array_->hashes() + array_->home(hash));
+      __builtin_prefetch(array_->places() + array_->home(array_->placeOf(hash)));
       if (Slot* const found = findSlot(key, hash); found != nullptr) {
          return {found, false};
       }
@@ -58,7 +57,8 @@ auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot
    Slot* const slot = slots(array_) + index;
    relocate(slot, pending);
    array_->tags()[index] = hashTag(hash);
-   array_->hashes()[index] = hash;
+   array_->places()[index] = array_->placeOf(hash);
+   array_->first = std::min(array_->first, index);
    ++array_->count;
    ++array_->version;
    return {slot, true};
@@ -70,17 +70,29 @@ U32 HashTable<Policy>::openSlot(U32 hash) {
    if (array_ == nullptr || array_->count == array_->limit) {
       rebuild(array_ == nullptr ? HashSizeStep() : array_->step.next());
    }
-   U32 home = static_cast<U32>(array_->home(hash));
+   U32 place = array_->placeOf(hash);
+   U32 home = static_cast<U32>(array_->home(place));
    U32 free = array_->freeFrom(home);
-   while (free == array_->slotCount)
+   while (free - home > farFromHome || free == array_->slotCount)
       [[unlikely]] {
-         // The tail is full: few keys, or a hash that does not spread them.
-         rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
-         home = static_cast<U32>(array_->home(hash));
+         bool const far = free - home > farFromHome;
+         if (far && array_->patience != 0) {
+            --array_->patience;
+         }
+         if (far && array_->patience == 0 && array_->iterators == nullptr) {
+            reorder(array_->step);
+         } else if (free == array_->slotCount) {
+            // The tail is full: few keys, or a hash that does not spread them.
+            rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
+         } else {
+            break;
+         }
+         place = array_->placeOf(hash);
+         home = static_cast<U32>(array_->home(place));
          free = array_->freeFrom(home);
       }
    U32 at = free;
-   for (U32 const* const hashes = array_->hashes(); at > home && hashes[at - 1] > hash; --at) {
+   for (U32 const* const places = array_->places(); at > home && places[at - 1] > place; --at) {
       moveByOne(array_, at, at - 1);
    }
    if (array_->iterators != nullptr) [[unlikely]] {
@@ -107,7 +119,12 @@ void HashTable<Policy>::eraseSlot(Slot* slot, Take&& take) {
    ++array_->version;
    if (array_->count == 0) {
       clear();
-   } else if (array_->step.tooLargeFor(array_->count)) {
+      return;
+   }
+   if (index == array_->first) {
+      array_->first = array_->occupiedFrom(index);
+   }
+   if (array_->count <= array_->shrinkAt) [[unlikely]] {
       shrink();
    }
 }
@@ -125,22 +142,13 @@ void HashTable<Policy>::keepKeyOf(U32 slot, HashIteratorBase* at) {
    }
 }
 
-/// Where there is no memory for a smaller array, the table keeps the one it has.
-template <class Policy>
-void HashTable<Policy>::shrink() noexcept {
-   try {
-      rebuild(HashSizeStep::forCount(std::size_t{array_->count} * 2));
-   } catch (std::bad_alloc const&) {  // the next removal tries again
-   }
-}
-
 /// Moves back by one slot each element that the one in `slot`, destroyed now, has pushed on.
 template <class Policy>
 void HashTable<Policy>::closeSlot(U32 slot) noexcept {
    U8* const tags = array_->tags();
-   U32 const* const hashes = array_->hashes();
+   U32 const* const places = array_->places();
    U32 end = slot + 1;
-   for (; tags[end] != 0 && array_->home(hashes[end]) != end; ++end) {
+   for (; tags[end] != 0 && array_->home(places[end]) != end; ++end) {
       moveByOne(array_, end - 1, end);
    }
    tags[end - 1] = 0;
@@ -151,64 +159,8 @@ void HashTable<Policy>::closeSlot(U32 slot) noexcept {
 
 template <class Policy>
 void HashTable<Policy>::moveByOne(BucketArray* array, U32 to, U32 from) noexcept {
-   [[maybe_unused]] U32 const slotsToShift = to > from ? to - from : from - to;
-   assert(slotsToShift == 1);
+   array->moveByOne(to, from);
    relocate(slots(array) + to, slots(array) + from);
-   array->tags()[to] = array->tags()[from];
-   array->hashes()[to] = array->hashes()[from];
-}
-
-template <class Policy>
-void HashTable<Policy>::rebuild(HashSizeStep step, U32 slotsWanted) {
-   if (step.homes() > U32{1} << 30) {
-      throw std::length_error("hash table: more elements than a 32-bit hash tells apart");
-   }
-   BucketArray* const old = array_;
-   U32 slotCount = std::max(step.slots(), slotsWanted);
-   if (old != nullptr) {
-      // Where the homes double, the tail holds no more than before; where they become fewer, it
-      // may.
-      slotCount = step.homes() < old->step.homes()
-                        ? std::max(slotCount, old->slotsNeeded(step))
-                        : std::max(slotCount, step.homes() + old->slotCount - old->step.homes());
-   }
-   BucketArray* const made =
-         BucketArray::create(tracker(), step, slotCount,
-                             old != nullptr ? old->version + 1 : BucketArray::freshVersion(),
-                             sizeof(Slot), alignof(Slot));
-   made->seed = old != nullptr ? old->seed : newSeed();
-   array_ = made;
-   if (old == nullptr) {
-      return;
-   }
-   U32 next = 0;
-   old->eachOccupied(
-         [&, tags = made->tags(), hashes = made->hashes(), oldHashes = old->hashes()](U32 from) {
-            U32 const hash = oldHashes[from];
-            U32 const to = std::max(next, static_cast<U32>(made->home(hash)));
-            relocate(slots(made) + to, slots(old) + from);
-            tags[to] = hashTag(hash);
-            hashes[to] = hash;
-            next = to + 1;
-         });
-   made->count = old->count;
-   if (old->iterators != nullptr) [[unlikely]] {
-      moveIterators(old, made);
-   }
-   releaseArray(old);
-}
-
-/// An iterator stays at its element, or where it was between elements: the order is the same.
-template <class Policy>
-void HashTable<Policy>::moveIterators(BucketArray* from, BucketArray* to) noexcept {
-   eachIterator(from, [&](Iterator& it) {
-      it.slot_ = to->slotOfRank(from->rankOf(it.slot_));
-      it.array_ = to;
-      ++to->users;
-      --from->users;
-   });
-   to->iterators = std::exchange(from->iterators, nullptr);
-   to->iterators->link_ = &to->iterators;
 }
 
 template <class Policy>

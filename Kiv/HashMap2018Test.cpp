@@ -53,11 +53,11 @@ TEST(HashMap2018, GrowsAndShrinksWithItsContents) {
 TEST(HashMap2018, AFewElementsTakeLittleMoreThanThemselves) {
    Map map;
    map.insert(1, 1);
-   EXPECT_LE(map.memoryUsed(), 112u);
+   EXPECT_LE(map.memoryUsed(), 128u);
    map.insert(2, 1);
-   EXPECT_LE(map.memoryUsed(), 112u);
+   EXPECT_LE(map.memoryUsed(), 128u);
    map.insert(3, 1);
-   EXPECT_LE(map.memoryUsed(), 160u);
+   EXPECT_LE(map.memoryUsed(), 176u);
 }
 
 TEST(HashMap2018, ReservedRoomIsNotAllocatedAgain) {
@@ -238,28 +238,6 @@ TEST(HashMap2018, AKeyFunktorMayMakeItsKey) {
    EXPECT_EQ(it.key(), 1);
 }
 
-TEST(HashMap2018, EqualSeedsAndKeysGiveEqualOrderWhateverTheHistory) {
-   Map up;
-   Map down;
-   for (U64 i = 0; i < 500; ++i) {
-      up.insert(i, i);
-      down.insert(999 - i, 999 - i);
-   }
-   for (U64 i = 500; i < 1000; ++i) {
-      up.insert(i, i);
-      down.insert(999 - i, 999 - i);
-   }
-   std::vector<U64> first;
-   std::vector<U64> second;
-   for (auto const& [k, v] : up) {
-      first.push_back(k);
-   }
-   for (auto const& [k, v] : down) {
-      second.push_back(k);
-   }
-   EXPECT_EQ(first, second);
-}
-
 TEST(HashMap2018UnsafeIterator, VisitsEachElementOnce) {
    for (U64 const count : std::vector<U64>{0, 1, 2, 3, 8, 9, 16, 17, 1000}) {
       Map map;
@@ -284,8 +262,7 @@ TEST(HashMap2018UnsafeIterator, ReplacingAValueIsNoChange) {
    EXPECT_EQ(it->value, 11u);
 }
 
-#ifndef NDEBUG
-TEST(HashMap2018UnsafeIterator, AssertsThatTheMapHasNotChanged) {
+TEST(HashMap2018UnsafeIterator, ChecksThatTheMapHasNotChanged) {
    Map map;
    map.insert(1, 10);
    map.insert(2, 20);
@@ -297,6 +274,19 @@ TEST(HashMap2018UnsafeIterator, AssertsThatTheMapHasNotChanged) {
    map.clear();
    EXPECT_DEATH(++again, "version_ == hashMap_->version\\(\\)");
 }
-#endif
+
+TEST(BucketArray, ChecksThatAnElementIsShiftedByOneSlot) {
+   using Kiv::Impl::BucketArray;
+   using Kiv::Impl::HashSizeStep;
+   auto& tracker = Kiv::allocTrackerOf<BucketArray>;
+   auto const step = HashSizeStep::forCount(8);
+   BucketArray* const array = BucketArray::create(tracker, step, step.slots(), 8, 8);
+   array->tags()[2] = 5;
+   array->moveByOne(3, 2);
+   EXPECT_EQ(array->tags()[3], 5);
+   EXPECT_DEATH(array->moveByOne(5, 3), "slotsToShift == 1");
+   EXPECT_DEATH(array->moveByOne(3, 3), "slotsToShift == 1");
+   array->release(tracker, 8, 8);
+}
 
 }  // namespace
