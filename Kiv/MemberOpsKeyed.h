@@ -99,12 +99,11 @@ struct KeyedOps {
       }
    }
    static void delUnseen(Entity& owner, DirtyKeys const& seen) {
+      using K = typename Self::K;
+      auto const keys = keysOf(Self::map(owner), [&](K const& key) { return !seen.has(&key); });
       FirstException thrown;
-      for (auto at = checkedIterator(Self::map(owner)); at; ++at) {
-         typename Self::K const key = at.key();
-         if (!seen.has(&key)) {
-            thrown.attempt([&] { Self::erase(owner, key); });
-         }
+      for (K const& key : keys) {
+         thrown.attempt([&] { Self::erase(owner, key); });
       }
       thrown.rethrow();
    }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "Kiv/AllSteps.h"
 #include "Kiv/AllocTrack.h"
 #include "Kiv/MembersKeyed.h"
+#include "Kiv/MembersQueue.h"
 #include "Kiv/MembersSingle.h"
 #include "Kiv/TextConstant.h"
 

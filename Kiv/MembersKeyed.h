@@ -1,17 +1,20 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "Kiv/CheckedIterator.h"
 #include "Kiv/Entity.h"
+#include "Kiv/FirstException.h"
 #include "Kiv/HashMap2018.h"
 #include "Kiv/HashMap2018NodeInternalKey.h"
 #include "Kiv/RbTreeMap.h"
 #include "Kiv/ValueOps.h"
-#include "Sarn/RQueue.h"
 
-/// Members that hold many things: collections of children and of values, and queues. See
+/// Members that hold many things by keys: collections of children and of values. See
 /// `Kiv/Members.h`.
 namespace Kiv {
 
@@ -19,6 +22,15 @@ namespace Kiv {
 template <class K>
 bool keysEqual(void const* a, void const* b) {
    return *static_cast<K const*>(a) == *static_cast<K const*>(b);
+}
+
+/// Drops every element at once: nobody is told.
+template <class Map>
+void _memberDelAll(Map& map) noexcept {
+   if constexpr (requires { map.orphan(); }) {
+      map.orphan();
+   }
+   map.clear();
 }
 
 // Keyed collections of children
@@ -75,17 +87,30 @@ Sarn::Ptr<typename Map::Child> childrenDel(Entity& owner, AttributeId id, Map& m
    return *std::move(taken);
 }
 
+/// *xDelAll()*: removes the children that are there now, one by one and each once, and tells of
+/// each; what observers put in their place stays. If observers throw, the first exception comes out
+/// at the end.
 template <class Map>
 void childrenDelAll(Entity& owner, AttributeId id, Map& map) {
    if (!owner.watched()) {
-      map.orphan();
-      map.clear();
+      _memberDelAll(map);
       return;
    }
-   Sarn::Ptr<Entity> const alive(&owner);  // an observer may drop the last reference
-   for (auto at = checkedIterator(map); at; ++at) {
-      childrenDel(owner, id, map, at.key());
+   std::vector<Sarn::Ptr<typename Map::Child>> children;
+   children.reserve(map.size());
+   for (Sarn::Ptr<typename Map::Child> const& child : map) {
+      children.push_back(child);
    }
+   Sarn::Ptr<Entity> const alive(&owner);  // an observer may drop the last reference
+   Impl::FirstException thrown;
+   for (auto& listed : children) {
+      auto const child = std::move(listed);
+      auto&& key = Map::PolicyType::keyOf(child);
+      if (map.child(key) == child) {
+         thrown.attempt([&] { childrenDel(owner, id, map, key); });
+      }
+   }
+   thrown.rethrow();
 }
 
 namespace Impl {
@@ -169,47 +194,35 @@ V mapValue(Map const& map, K const& key) {
    return stored != nullptr ? *stored : defaultValue<V>();
 }
 
+namespace Impl {
+/// The keys that are in `map` now and of which `wanted(key)` holds, in its order.
+template <class Map, class Wanted>
+auto keysOf(Map& map, Wanted&& wanted) {
+   std::vector<typename Map::Key> keys;
+   for (auto at = checkedIterator(map); at; ++at) {
+      if (typename Map::Key const& key = at.key(); wanted(key)) {
+         keys.push_back(key);
+      }
+   }
+   return keys;
+}
+}  // namespace Impl
+
+/// *xDelAll()*: removes what is there now, one by one and each key once, and tells of each. If
+/// observers throw, the first exception comes out at the end.
 template <class V, class K, class Map>
 void mapDelAll(Entity& owner, AttributeId id, Map& map) {
    if (!owner.watched()) {
-      map.clear();
+      _memberDelAll(map);
       return;
    }
+   auto const keys = Impl::keysOf(map, [](K const&) { return true; });
    Sarn::Ptr<Entity> const alive(&owner);
-   for (auto at = checkedIterator(map); at; ++at) {
-      mapDel<V, Map, K>(owner, id, map, at.key());
+   Impl::FirstException thrown;
+   for (K const& key : keys) {
+      thrown.attempt([&] { mapDel<V, Map, K>(owner, id, map, key); });
    }
-}
-
-// Sequence-numbered queues
-
-template <class T>
-void queueEnq(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue, T const& value) {
-   U32 const sequence = queue.enq(value);
-   owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>);
-}
-
-template <class T>
-T queueDeq(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue) {
-   if (queue.empty()) {
-      return T();
-   }
-   U32 const sequence = queue.frontSequence();
-   T const value = queue.deq();
-   owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>);
-   return value;
-}
-
-template <class T>
-void queueDelAll(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue) {
-   if (!owner.watched()) {
-      queue.doClear();
-      return;
-   }
-   Sarn::Ptr<Entity> const alive(&owner);
-   while (!queue.empty()) {
-      queueDeq(owner, id, queue);
-   }
+   thrown.rethrow();
 }
 
 }  // namespace Kiv

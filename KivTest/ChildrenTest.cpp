@@ -196,4 +196,53 @@ TEST_F(Children, LiveOnWhenSomebodyHoldsThemAfterTheParentsDeath) {
    }
 }
 
+TEST_F(Children, DelAllRemovesWhatWasThereOnceAndLeavesWhatObserversPutBack) {
+   for (U32 i = 0; i != 50; ++i) {
+      root->leafIs(i, true, Opaque());
+   }
+   int removed = 0;
+   Hears const hears(*root, [&](Kiv::Change const& change) {
+      if (change.oldValue != nullptr && ++removed <= 1000) {
+         U32 const key = *static_cast<U32 const*>(change.key);
+         root->leafIs(key, false, Opaque());
+         root->leafIs(key + 1000, false, Opaque());
+      }
+   });
+   root->leafDelAll();
+   EXPECT_EQ(removed, 50);
+   EXPECT_EQ(root->leafCount(), 100u);
+   EXPECT_FALSE(root->leaf(7)->lit());
+   EXPECT_EQ(root->leaf(7)->parent(), root.get());
+}
+
+TEST_F(Children, DelAllLeavesAChildThatReplacedOneOfThose) {
+   for (U32 i = 0; i != 2; ++i) {
+      root->leafIs(i, true, Opaque());
+   }
+   int removed = 0;
+   Hears const hears(*root, [&](Kiv::Change const& change) {
+      if (change.oldValue != nullptr && ++removed == 1) {
+         U32 const other = 1 - *static_cast<U32 const*>(change.key);
+         root->leafDel(other);
+         root->leafIs(other, false, Opaque());
+      }
+   });
+   root->leafDelAll();
+   EXPECT_EQ(removed, 2);
+   EXPECT_EQ(root->leafCount(), 1u);
+}
+
+TEST_F(Children, DelAllRemovesAllThoughObserversThrowAndThrowsTheFirst) {
+   for (U32 i = 0; i != 50; ++i) {
+      root->leafIs(i, true, Opaque());
+   }
+   int heard = 0;
+   Hears const hears(*root, [&](Kiv::Change const&) {
+      throw std::runtime_error("removal " + std::to_string(++heard));
+   });
+   EXPECT_EQ(thrown<std::runtime_error>([&] { root->leafDelAll(); }), "removal 1");
+   EXPECT_EQ(heard, 50);
+   EXPECT_EQ(root->leafCount(), 0u);
+}
+
 }  // namespace

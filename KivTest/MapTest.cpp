@@ -221,4 +221,65 @@ TEST_F(Map, AnOrderedMapsDelAllGoesInKeyOrder) {
    EXPECT_EQ(published.changes(), "sorted[1] was \"x\"; sorted[2] was \"x\"; sorted[3] was \"x\"");
 }
 
+Record recordOf(U32 key, std::string_view note) {
+   return Record(key, Pair(), std::nullopt, note, Colour::red, 2);
+}
+
+TEST_F(Map, DelAllRemovesWhatWasThereOnceAndLeavesWhatObserversPutBack) {
+   for (U32 i = 0; i != 50; ++i) {
+      root->byNumberIs(i, "old");
+      root->recordIs(recordOf(i, "old"));
+      root->sortedIs(static_cast<S32>(i), "old");
+   }
+   int removed = 0;
+   Hears const hears(*root, [&](Kiv::Change const& change) {
+      if (change.oldValue == nullptr || ++removed > 1000) {
+         return;
+      }
+      if (change.attributeId == 290) {
+         U32 const key = *static_cast<U32 const*>(change.key);
+         root->byNumberIs(key, "new");
+         root->byNumberIs(key + 1000, "new");
+      } else if (change.attributeId == 294) {
+         U32 const key = static_cast<Record const*>(change.oldValue)->key();
+         root->recordIs(recordOf(key, "new"));
+         root->recordIs(recordOf(key + 1000, "new"));
+      } else {
+         S32 const key = *static_cast<S32 const*>(change.key);
+         root->sortedIs(key, "new");
+         root->sortedIs(key + 1000, "new");
+      }
+   });
+   root->byNumberDelAll();
+   EXPECT_EQ(removed, 50);
+   EXPECT_EQ(root->byNumberCount(), 100u);
+   EXPECT_EQ(root->byNumber(7), "new");
+   removed = 0;
+   root->recordDelAll();
+   EXPECT_EQ(removed, 50);
+   EXPECT_EQ(root->recordCount(), 100u);
+   removed = 0;
+   root->sortedDelAll();
+   EXPECT_EQ(removed, 50);
+   EXPECT_EQ(root->sortedCount(), 100u);
+   EXPECT_EQ(root->sorted(1007), "new");
+}
+
+TEST_F(Map, DelAllRemovesAllThoughObserversThrowAndThrowsTheFirst) {
+   for (U32 i = 0; i != 50; ++i) {
+      root->byNumberIs(i, "a");
+      root->sortedIs(static_cast<S32>(i), "a");
+   }
+   int heard = 0;
+   Hears const hears(*root, [&](Kiv::Change const&) {
+      throw std::runtime_error("removal " + std::to_string(++heard));
+   });
+   EXPECT_EQ(thrown<std::runtime_error>([&] { root->byNumberDelAll(); }), "removal 1");
+   EXPECT_EQ(heard, 50);
+   EXPECT_EQ(root->byNumberCount(), 0u);
+   EXPECT_EQ(thrown<std::runtime_error>([&] { root->sortedDelAll(); }), "removal 51");
+   EXPECT_EQ(heard, 100);
+   EXPECT_EQ(root->sortedCount(), 0u);
+}
+
 }  // namespace

@@ -103,4 +103,34 @@ TEST_F(Queue, IsVisitedFromTheFront) {
    EXPECT_EQ(next, 21u);
 }
 
+TEST_F(Queue, DelAllTakesOutWhatWasThereAndLeavesWhatObserversPutIn) {
+   for (int i = 0; i != 20; ++i) {
+      root->samplesEnq(i);
+   }
+   int removed = 0;
+   Hears const hears(*root, [&](Kiv::Change const& change) {
+      U32 const number = *static_cast<U32 const*>(change.key);
+      if (!root->samplesHas(number) && ++removed <= 1000) {
+         root->samplesEnq(100 + number);
+      }
+   });
+   root->samplesDelAll();
+   EXPECT_EQ(removed, 20);
+   EXPECT_EQ(root->samplesCount(), 20u);
+   EXPECT_EQ(root->samplesFront(), 101);
+}
+
+TEST_F(Queue, DelAllTakesAllOutThoughObserversThrowAndThrowsTheFirst) {
+   for (int i = 0; i != 20; ++i) {
+      root->samplesEnq(i);
+   }
+   int heard = 0;
+   Hears const hears(*root, [&](Kiv::Change const&) {
+      throw std::runtime_error("removal " + std::to_string(++heard));
+   });
+   EXPECT_EQ(thrown<std::runtime_error>([&] { root->samplesDelAll(); }), "removal 1");
+   EXPECT_EQ(heard, 20);
+   EXPECT_EQ(root->samplesCount(), 0u);
+}
+
 }  // namespace

@@ -163,7 +163,7 @@ MemberCode MemberEmitter::children() const {
 /// nothing; then settable values are set.
 std::string MemberEmitter::updateExisting() const {
    std::string compared;
-   std::string set;
+   std::vector<std::string> setters;
    auto const& params = type().constructorParams;
    for (std::size_t i = 1; i < params.size(); ++i) {
       auto const& name = params[i].name.text;
@@ -176,10 +176,17 @@ std::string MemberEmitter::updateExisting() const {
                      {"arg", name},
                      {"given", isText ? "Sarn::String(" + name + ")" : name}});
       } else {
-         set += fill("child->@arg@Is(@arg@);\n", {{"arg", name}});
+         setters.push_back(fill("child->@arg@Is(@arg@);", {{"arg", name}}));
       }
    }
-   return compared + set;
+   if (setters.size() < 2) {
+      return compared + (setters.empty() ? "" : setters.front() + '\n');
+   }
+   std::string steps = "Kiv::AllSteps steps(*child);\n";
+   for (std::string const& setter : setters) {
+      steps += "steps.take([&] { " + setter + " });\n";
+   }
+   return compared + steps + "steps.finish();\n";
 }
 
 }  // namespace kivc

@@ -1,5 +1,7 @@
 #include "PtpLib/PtpStatusStatedbTypes/CurrentDS.h"
 
+#include "Kiv/AllSteps.h"
+
 namespace Ptp {
 
 U32 CurrentDS::pathTraceLen() const {
@@ -8,25 +10,29 @@ U32 CurrentDS::pathTraceLen() const {
 
 void CurrentDS::reset() {
    // Readers rely on this order, which is not that of the attribute ids.
-   offsetFromHardwareIs(0);
-   offsetFromMasterIs(0);
-   lastSyncLocalTimeIs(0);
-   realLastSyncLocalTimeIs(0);
-   lastSyncSystemTimeIs(0.0);
-   skewNumeratorIs(1);
-   skewDenominatorIs(1);
-   skewIs(1.0);
-   meanPathDelayIs(0);
-   neighborRateRatioIs(1.0);
-   localClockMeanPathDelayIs(0);
-   gptpRateRatioIs(1.0);
-   gptpCumulativeRateOffsetIs(0);
-   pathDelaySnapshotIs(0);
-   // The first reset of a fresh data set makes generation 1; afterwards somebody has to ask for the
-   // next one by the flag.
-   if (genId().flag() || genId().count() == 0) {
-      genIdIs(Brim::Generation(genId().count() + 1, false));
-   }
+   Kiv::AllSteps steps(*this);
+   steps.take([&] { offsetFromHardwareIs(0); });
+   steps.take([&] { offsetFromMasterIs(0); });
+   steps.take([&] { lastSyncLocalTimeIs(0); });
+   steps.take([&] { realLastSyncLocalTimeIs(0); });
+   steps.take([&] { lastSyncSystemTimeIs(0.0); });
+   steps.take([&] { skewNumeratorIs(1); });
+   steps.take([&] { skewDenominatorIs(1); });
+   steps.take([&] { skewIs(1.0); });
+   steps.take([&] { meanPathDelayIs(0); });
+   steps.take([&] { neighborRateRatioIs(1.0); });
+   steps.take([&] { localClockMeanPathDelayIs(0); });
+   steps.take([&] { gptpRateRatioIs(1.0); });
+   steps.take([&] { gptpCumulativeRateOffsetIs(0); });
+   steps.take([&] { pathDelaySnapshotIs(0); });
+   steps.take([&] {
+      // The first reset of a fresh data set makes generation 1; afterwards somebody has to ask for
+      // the next one by the flag.
+      if (genId().flag() || genId().count() == 0) {
+         genIdIs(Brim::Generation(genId().count() + 1, false));
+      }
+   });
+   steps.finish();
 }
 
 }  // namespace Ptp

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "KivTest/ObserverTestSupport.h"
 #include "KivTest/Recorder.h"
 
 namespace Ptp {
@@ -123,6 +124,36 @@ TEST_F(CurrentDSTest, PathTraceHoldsAsManyAsThereArePositions) {
    EXPECT_EQ(dataSet->pathTraceLen(), 256u);
    dataSet->pathTraceDelAll();
    EXPECT_EQ(dataSet->pathTraceLen(), 0u);
+}
+
+TEST_F(CurrentDSTest, ResetFinishesThoughObserversThrowAndThrowsTheFirst) {
+   dataSet->reset();
+   dataSet->offsetFromHardwareIs(2);
+   dataSet->offsetFromMasterIs(1);
+   dataSet->pathDelaySnapshotIs(4);
+   dataSet->genIdIs(Brim::Generation(7, true));
+   KivTest::Hears const hears(*dataSet, [](Kiv::Change const& change) {
+      throw std::runtime_error("told of " + std::to_string(change.attributeId));
+   });
+   EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { dataSet->reset(); }), "told of 260");
+   EXPECT_EQ(dataSet->offsetFromHardware(), 0);
+   EXPECT_EQ(dataSet->offsetFromMaster(), 0);
+   EXPECT_EQ(dataSet->pathDelaySnapshot(), 0);
+   EXPECT_EQ(dataSet->genId(), Brim::Generation(8, false));
+}
+
+TEST_F(CurrentDSTest, ResetFinishesThoughAnObserverDropsTheLastReference) {
+   dataSet->reset();
+   dataSet->offsetFromHardwareIs(2);
+   dataSet->offsetFromMasterIs(1);
+   std::string told;
+   KivTest::Hears hears(*dataSet, [&](Kiv::Change const& change) {
+      told += std::to_string(change.attributeId) + ' ';
+      dataSet.reset();
+   });
+   dataSet->reset();
+   hears.entityGone();
+   EXPECT_EQ(told, "260 259 ");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "PtpLib/PtpStatusStatedbTypes/PortDS.h"
 
+#include "Kiv/AllSteps.h"
 #include "Kiv/System.h"
 
 namespace Ptp {
@@ -57,20 +58,22 @@ void PortDS::maybeClearCounters() {
       return;
    }
    // Deliberate: this counter is stepped by a clear, not reset by it.
-   syncMessageReceivedInc(1);
-   stpDiscardedRxMessagesCountIs(0);
-   stpDiscardedTxMessagesCountIs(0);
-   ucastNegRequestTlvsReceivedIs(0);
-   ucastNegRequestTlvsSentIs(0);
-   ucastNegGrantTlvsReceivedIs(0);
-   ucastNegGrantTlvsSentIs(0);
-   ucastNegCancelTlvsReceivedIs(0);
-   ucastNegCancelTlvsSentIs(0);
-   ucastNegAckCancelTlvsReceivedIs(0);
-   ucastNegAckCancelTlvsSentIs(0);
-   ptpDiscardedTxArpExpireCountIs(0);
-   corruptedRxManagementMessagesCountIs(0);
-   lastClearTimeIs(Kiv::System::currentTime());
+   Kiv::AllSteps steps(*this);
+   steps.take([&] { syncMessageReceivedInc(1); });
+   steps.take([&] { stpDiscardedRxMessagesCountIs(0); });
+   steps.take([&] { stpDiscardedTxMessagesCountIs(0); });
+   steps.take([&] { ucastNegRequestTlvsReceivedIs(0); });
+   steps.take([&] { ucastNegRequestTlvsSentIs(0); });
+   steps.take([&] { ucastNegGrantTlvsReceivedIs(0); });
+   steps.take([&] { ucastNegGrantTlvsSentIs(0); });
+   steps.take([&] { ucastNegCancelTlvsReceivedIs(0); });
+   steps.take([&] { ucastNegCancelTlvsSentIs(0); });
+   steps.take([&] { ucastNegAckCancelTlvsReceivedIs(0); });
+   steps.take([&] { ucastNegAckCancelTlvsSentIs(0); });
+   steps.take([&] { ptpDiscardedTxArpExpireCountIs(0); });
+   steps.take([&] { corruptedRxManagementMessagesCountIs(0); });
+   steps.take([&] { lastClearTimeIs(Kiv::System::currentTime()); });
+   steps.finish();
 }
 
 void PortDS::updateClearCountersRequestTime() {

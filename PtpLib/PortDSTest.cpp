@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "Kiv/System.h"
+#include "KivTest/ObserverTestSupport.h"
 #include "KivTest/Recorder.h"
 
 namespace Ptp {
@@ -271,6 +272,22 @@ TEST_F(PortDSTest, DelaysArePublishedByTheirSequenceNumbers) {
    port->peerPathDelayDelAll();
    port->peerPathDelayEnq(3.5);
    EXPECT_EQ(published.changes(), "peerPathDelay[2] was nothing; peerPathDelay[3] was nothing");
+}
+
+TEST_F(PortDSTest, ClearFinishesThoughObserversThrow) {
+   port->initializedIs(true);
+   port->stpDiscardedRxMessagesCountIs(5);
+   port->corruptedRxManagementMessagesCountIs(6);
+   port->updateClearCountersRequestTime();
+   ++standIn;
+   KivTest::Hears const hears(*port,
+                              [](Kiv::Change const&) { throw std::runtime_error("an observer"); });
+   EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { port->maybeClearCounters(); }),
+             "an observer");
+   EXPECT_EQ(port->syncMessageReceived(), 1u);
+   EXPECT_EQ(port->stpDiscardedRxMessagesCount(), 0u);
+   EXPECT_EQ(port->corruptedRxManagementMessagesCount(), 0u);
+   EXPECT_EQ(port->lastClearTime(), 1001);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <type_traits>
 
+#include "KivTest/ObserverTestSupport.h"
 #include "KivTest/Recorder.h"
 #include "KivTest/SimulationTree.h"
 
@@ -372,6 +373,17 @@ TEST(PtpMibData, PortsAreMadeOnceAndDomainsFollowThePorts) {
    EXPECT_EQ(published.ids(), "263");
    data->numClockPortsIs(2);
    EXPECT_EQ(data->domainTotal(), 1u);
+}
+
+TEST_F(StatusTest, VlanStatusBringsAllFlagsToTheirValuesThoughObserversThrow) {
+   auto const vlan = status->vlanStatusIs(key, true, true);
+   KivTest::Hears const hears(*vlan, [](Kiv::Change const& change) {
+      throw std::runtime_error("told of " + std::to_string(change.attributeId));
+   });
+   EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { status->vlanStatusIs(key, false, false); }),
+             "told of 261");
+   EXPECT_FALSE(vlan->trunkAllowed());
+   EXPECT_FALSE(vlan->vlanCreated());
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "PtpLib/PtpStatusStatedbTypes/TimePropertiesDS.h"
 
+#include "Kiv/AllSteps.h"
+
 namespace Ptp {
 
 namespace {
@@ -27,12 +29,14 @@ U8 TimePropertiesDS::flagField() const {
 
 void TimePropertiesDS::flagFieldIs(U8 flags) {
    // Readers rely on the order of the bits, which is not that of the attribute ids.
-   leap61Is((flags & leap61Bit) != 0);
-   leap59Is((flags & leap59Bit) != 0);
-   currentUtcOffsetValidIs((flags & currentUtcOffsetValidBit) != 0);
-   ptpTimescaleIs((flags & ptpTimescaleBit) != 0);
-   timeTraceableIs((flags & timeTraceableBit) != 0);
-   frequencyTraceableIs((flags & frequencyTraceableBit) != 0);
+   Kiv::AllSteps steps(*this);
+   steps.take([&] { leap61Is((flags & leap61Bit) != 0); });
+   steps.take([&] { leap59Is((flags & leap59Bit) != 0); });
+   steps.take([&] { currentUtcOffsetValidIs((flags & currentUtcOffsetValidBit) != 0); });
+   steps.take([&] { ptpTimescaleIs((flags & ptpTimescaleBit) != 0); });
+   steps.take([&] { timeTraceableIs((flags & timeTraceableBit) != 0); });
+   steps.take([&] { frequencyTraceableIs((flags & frequencyTraceableBit) != 0); });
+   steps.finish();
 }
 
 }  // namespace Ptp

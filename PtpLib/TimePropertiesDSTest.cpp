@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "KivTest/ObserverTestSupport.h"
 #include "KivTest/Recorder.h"
 
 namespace Ptp {
@@ -68,6 +69,15 @@ TEST_F(TimePropertiesDSTest, EachFlagHasItsBit) {
       EXPECT_TRUE(((*dataSet).*row.get)());
       dataSet->flagFieldIs(0);
    }
+}
+
+TEST_F(TimePropertiesDSTest, FlagFieldSetsAllFlagsThoughObserversThrowAndThrowsTheFirst) {
+   KivTest::Hears const hears(*dataSet, [](Kiv::Change const& change) {
+      throw std::runtime_error("told of " + std::to_string(change.attributeId));
+   });
+   EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { dataSet->flagFieldIs(0x3f); }),
+             "told of 261");
+   EXPECT_EQ(dataSet->flagField(), 0x3f);
 }
 
 }  // namespace
