@@ -167,7 +167,7 @@ Changes const queue = {
 };
 
 TEST(Exploration, ChildAndElementThatAreNotThereAtFirst) {
-   explore(planOf(childAndElement), 2);
+   explore(planOf(childAndElement), 3);
 }
 
 TEST(Exploration, ChildAndElementThatBothHave) {
