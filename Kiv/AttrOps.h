@@ -27,6 +27,7 @@ enum class DirtyKeyResult : U8 {
    written,         ///< drop it, go on
    writtenAndStop,  ///< drop it, something else comes first
    full,            ///< keep it, stop
+   erased,          ///< only that its former element is gone is written: keep the key, stop
 };
 
 /// Keys of one collection that a connection has still to be told of.
@@ -73,10 +74,12 @@ struct CollectionOps {
    void (*encodeElement)(NboAttrLog::Out& out, void const* key, void const* value);
    /// Applies a received insertion or update; `seen`, if not null, is told of the key.
    void (*applyElement)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
-   /// Applies a received deletion; gives a removed child back, null for values.
-   Sarn::Ptr<Entity> (*applyDelete)(Entity& owner, NboAttrLog::In& in);
+   /// Applies a received deletion. A child that is removed is put into `removed` before anybody is
+   /// told, so that it is known also when an observer throws.
+   void (*applyDelete)(Entity& owner, NboAttrLog::In& in, Sarn::Ptr<Entity>& removed);
    /// Creates or finds the child that a received creation names. An existing child is first given
-   /// to `found(context, child)`; one with other constant arguments is then replaced.
+   /// to `found(context, child)`; one with other constant arguments is then replaced. When an
+   /// observer throws, so is what is there by then.
    Sarn::Ptr<Entity> (*applyCreate)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
                                     void* context, void (*found)(void* context, Entity& child));
    /// Removes every element whose key is not in `seen` when its turn comes.

@@ -32,6 +32,10 @@ public:
          if (result == DirtyKeyResult::full) {
             return false;
          }
+         if (result == DirtyKeyResult::erased) {
+            erased_.erase(key);
+            return false;
+         }
          keys_.erase(at);
          erased_.erase(key);
          if (result == DirtyKeyResult::writtenAndStop) {
@@ -69,6 +73,10 @@ public:
          K const key = at->key;
          DirtyKeyResult const result = write(context, &key, at->value);
          if (result == DirtyKeyResult::full) {
+            return false;
+         }
+         if (result == DirtyKeyResult::erased) {
+            *keys_.find(key) = false;
             return false;
          }
          keys_.erase(key);

@@ -75,14 +75,26 @@ struct ChildrenOps
       }
       FirstException thrown;
       for (int left = mostReplacements;; --left) {
-         try {
-            Sarn::Ptr<Entity> const child = make(owner, args);
+         Sarn::Ptr<Entity> child;
+         bool replace = false;
+         thrown.attempt([&] {
+            U32 const before = Sarn::Publisher::observersThrew();
+            Exactly<void const*> const exactly(exactChild, findChild(owner, &std::get<0>(args)));
+            try {
+               child = make(owner, args);
+            } catch (MutatorReinstValException const&) {
+               replace = left != 0 && before == Sarn::Publisher::observersThrew();
+               if (!replace) {
+                  throw;
+               }
+            }
+         });
+         if (!replace) {
+            if (Entity* const there = child ? nullptr : findChild(owner, &std::get<0>(args))) {
+               found(context, *there);
+            }
             thrown.rethrow();
             return child;
-         } catch (MutatorReinstValException const&) {
-            if (left == 0) {
-               throw;
-            }
          }
          // The source has another child under this key than the mirror: it replaces ours, and what
          // an observer puts in its place.

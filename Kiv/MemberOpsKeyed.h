@@ -88,15 +88,13 @@ struct KeyedOps {
       Self::erase(owner, keyOf<typename Self::K>(key));
       return there;
    }
-   static Sarn::Ptr<Entity> applyDelete(Entity& owner, NboAttrLog::In& in) {
+   static void applyDelete(Entity& owner, NboAttrLog::In& in, Sarn::Ptr<Entity>& removed) {
       typename Self::K const key = ValueOps<typename Self::K>::decode(in);
       in.expectEnd();
-      if constexpr (std::is_void_v<Child>) {
-         Self::erase(owner, key);
-         return {};
-      } else {
-         return Self::erase(owner, key);
+      if constexpr (!std::is_void_v<Child>) {
+         removed = Self::map(owner).child(key);
       }
+      Self::erase(owner, key);
    }
    static void delUnseen(Entity& owner, DirtyKeys const& seen) {
       using K = typename Self::K;
@@ -163,7 +161,7 @@ struct MapOps : KeyedOps<MapOps<Owner, Map, id>, void> {
       V const value = ValueOps<V>::decode(in);
       in.expectEnd();
       Base::saw(seen, key);
-      mapIs<M, K, V>(owner, id, map(owner), key, value);
+      mapIs<M, K, V, true>(owner, id, map(owner), key, value);
    }
 
    static constexpr CollectionOps collection = [] {
@@ -196,12 +194,10 @@ struct InternalKeyMapOps : KeyedOps<InternalKeyMapOps<Owner, Map, id>, void> {
    static void const* find(Entity const& owner, void const* key) {
       return map(owner).find(*static_cast<K const*>(key));
    }
-   static void set(Entity& owner, V const& value) {
-      K const key = M::PolicyType::keyOf(value);
-      internalKeyMapIs<M, K, V>(owner, id, map(owner), key, value);
-   }
    static void is(Entity& owner, void const*, void const* value) {
-      set(owner, *static_cast<V const*>(value));
+      V const& v = *static_cast<V const*>(value);
+      K const key = M::PolicyType::keyOf(v);
+      internalKeyMapIs<M, K, V>(owner, id, map(owner), key, v);
    }
    static std::size_t elementSize(void const*, void const* value) {
       return ValueOps<V>::size(*static_cast<V const*>(value));
@@ -212,8 +208,9 @@ struct InternalKeyMapOps : KeyedOps<InternalKeyMapOps<Owner, Map, id>, void> {
    static void applyElement(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen) {
       V const value = ValueOps<V>::decode(in);
       in.expectEnd();
-      Base::saw(seen, M::PolicyType::keyOf(value));
-      set(owner, value);
+      K const key = M::PolicyType::keyOf(value);
+      Base::saw(seen, key);
+      internalKeyMapIs<M, K, V, true>(owner, id, map(owner), key, value);
    }
 
    static constexpr CollectionOps collection = [] {

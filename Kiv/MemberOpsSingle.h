@@ -70,7 +70,18 @@ struct SingleOps {
    }
    static void apply(Entity& entity, NboAttrLog::In& in) {
       if constexpr (settable) {
-         decodeTo<T>(in, [&](auto const& v) { (static_cast<Owner&>(entity).*Set)(v); });
+         decodeTo<T>(in, [&](auto const& v) {
+            auto& owner = static_cast<Owner&>(entity);
+            if constexpr (equalMayDiffer<T>) {
+               T const& stored = getMember<Owner, Get>(owner);
+               if (stored == v && !isIdentical(stored, v)) [[unlikely]] {
+                  Exactly const exactly(storesEqual, true);
+                  (owner.*Set)(v);
+                  return;
+               }
+            }
+            (owner.*Set)(v);
+         });
       }
    }
 

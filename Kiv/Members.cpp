@@ -1,6 +1,10 @@
 #include "Kiv/Members.h"
 
 namespace Kiv::Impl {
+
+constinit thread_local bool storesEqual = false;
+constinit thread_local void const* exactChild = nullptr;
+
 namespace {
 
 /// A string whose room serves the next old value. A setter that runs inside another finds it

@@ -11,6 +11,7 @@
 #include "Kiv/FirstException.h"
 #include "Kiv/HashMap2018.h"
 #include "Kiv/HashMap2018NodeInternalKey.h"
+#include "Kiv/Identical.h"
 #include "Kiv/RbTreeMap.h"
 #include "Kiv/ValueOps.h"
 
@@ -124,7 +125,11 @@ namespace Impl {
 template <class T>
 void checkReinstVal(Entity const& owner, AttributeId collection, Entity const& child,
                     AttributeId argument, T const& stored, T const& given) {
-   if (!(stored == given)) {
+   bool same = stored == given;
+   if constexpr (equalMayDiffer<T>) {
+      same = same && (Impl::exactChild != &child || isIdentical(stored, given));
+   }
+   if (!same) {
       Impl::throwMutatorReinstVal(owner, collection, child, argument, strRep(stored),
                                   strRep(given));
    }
@@ -140,16 +145,23 @@ void replaceValue(Entity& owner, AttributeId id, K const& key, V& stored, V cons
    V const old = std::exchange(stored, std::move(fresh));
    owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
 }
+
+/// Whether an element is to be stored. `exactly`: also if it equals the stored one and is not the
+/// same.
+template <bool exactly, class V>
+bool elementDiffers(V const& stored, V const& value) {
+   return !(stored == value) || (exactly && !isIdentical(stored, value));
+}
 }  // namespace Impl
 
-/// *xIs(key, value)*.
-template <class Map, class K, class V>
+/// *xIs(key, value)*. `exactly`: see `Kiv/Identical.h`.
+template <class Map, class K, class V, bool exactly = false>
 void mapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value) {
    V* const stored = map.find(key);
    if (stored == nullptr) {
       map.insert(key, value);
       owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
-   } else if (!(*stored == value)) {
+   } else if (Impl::elementDiffers<exactly>(*stored, value)) {
       // A key that lies in the element, as an iterator gives it, is copied: an observer may remove
       // the element while others are still to be told.
       auto const distance =
@@ -164,13 +176,13 @@ void mapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value
 }
 
 /// *xIs(value)* where the value contains its key.
-template <class Map, class K, class V>
+template <class Map, class K, class V, bool exactly = false>
 void internalKeyMapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value) {
    V* const stored = map.find(key);
    if (stored == nullptr) {
       map.insert(value);
       owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
-   } else if (!(*stored == value)) {
+   } else if (Impl::elementDiffers<exactly>(*stored, value)) {
       Impl::replaceValue(owner, id, key, *stored, value);
    }
 }

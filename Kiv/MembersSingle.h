@@ -5,6 +5,7 @@
 
 #include "Kiv/Entity.h"
 #include "Kiv/Exception.h"
+#include "Kiv/Identical.h"
 #include "Kiv/ValueOps.h"
 
 /// Members that hold one thing: attributes, and singleton children. See `Kiv/Members.h`.
@@ -78,7 +79,7 @@ inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v)
 /// The setter without bounds: compare, store, publish.
 template <Streamed streamed = Streamed::yes, class T, class V>
 inline void attributeIs(Entity& owner, AttributeId id, T& stored, V const& v) {
-   if (!(stored == v)) {
+   if (!isUnchanged(stored, v)) {
       attributeStore<streamed>(owner, id, stored, v);
    }
 }

@@ -10,6 +10,7 @@ void Session::received(U8 const* bytes, std::size_t size) {
    used_ = true;
    U64 const before = stats_.messagesIn;
    inside_ = Sarn::Publisher::running();
+   interrupted_ = false;
    // Whatever an observer throws, what was not looked at yet is kept for the next call.
    if (in_.empty()) {
       struct Keep {
@@ -66,17 +67,30 @@ void Session::parse(U8 const* bytes, std::size_t size) {
    }
 }
 
-/// A message that cannot be applied for want of memory must not count as applied.
+/// A message that cannot be applied for want of memory must not count as applied. Decoding and
+/// checks come before anything is published: what else is thrown later is thrown by an observer or
+/// a listener, of which the peer knows nothing.
 void Session::parseOne(Header const& header, In& in) {
+   listenerThrew_ = false;
+   U32 const observersThrew = Sarn::Publisher::observersThrew();
    try {
-      if (!applyAtOnce(header, in)) [[unlikely]] {
+      if (header.opcode == Opcode::part || partsIn_.any()) [[unlikely]] {
+         applyPart(header, in);
+      } else if (!applyAtOnce(header, in)) [[unlikely]] {
          apply(header, in);
       }
       return;
    } catch (Exception const& error) {
+      if (listenerThrew_ || observersThrew != Sarn::Publisher::observersThrew()) {
+         interrupted_ = true;
+         throw;
+      }
       fail(faultText(header, error.what()));
    } catch (std::bad_alloc const&) {
       fail(outOfMemory());
+   } catch (...) {
+      interrupted_ = true;
+      throw;
    }
    close(closeReason_);
 }
@@ -169,9 +183,7 @@ void Session::apply(Header const& header, In& in) {
       case Opcode::synced: {
          U32 const token = in.nextU32();
          in.expectEnd();
-         if (listener_ != nullptr) {
-            listener_->onSynced(*this, token);
-         }
+         callListener([&](SessionListener& listener) { listener.onSynced(*this, token); });
          return;
       }
       case Opcode::refused:
@@ -180,6 +192,8 @@ void Session::apply(Header const& header, In& in) {
       case Opcode::rootGone:
          applyMountState(header, in);
          return;
+      case Opcode::part:  // taken before
+         break;
    }
    in.fault("there is no message of this kind");
 }
@@ -290,70 +304,6 @@ void Session::applyToEntity(Header const& header, In& in) {
             " does not fit the attribute");
 }
 
-/// Who serves a queue gives the numbers: what a writer has done to a queue that was another
-/// meanwhile is done as well as it can be, and the writer gets the whole queue.
-void Session::applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header,
-                           In& in) {
-   QueueOps const& queue = *field.ops->queue;
-   bool const ours = serves(entity);
-   if (header.opcode == Opcode::collectionEnd) {
-      in.expectEnd();
-      if (!ours) {
-         in.fault("the peer asks for a queue that it serves itself");
-      }
-      markWhole(entity, field);
-      return;
-   }
-   if (ours) {
-      bool const behind = changesSent_ != changesAcked_ || !upToDate();
-      if (!applyToServedQueue(entity, queue, header, in) || behind) {
-         markWhole(entity, field);
-      }
-      return;
-   }
-   FlowOut const* const flow = flowOutOf(entity);
-   bool const changed = flow != nullptr && flow->kivIsDirty(field.fieldId);
-   if ((!applyToMirroredQueue(entity, queue, header, in) || changed) && writes(entity)) {
-      markWhole(entity, field);
-   }
-}
-
-/// False unless the queue is now what the peer's was when it wrote.
-bool Session::applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header,
-                                 In& in) {
-   U32 const sequence = in.nextU32();
-   U32 const next = queue.nextSequence(entity);
-   if (header.opcode == Opcode::enqueue) {
-      queue.applyEnq(entity, next, in);
-      return sequence == next;
-   }
-   in.expectEnd();
-   if (header.opcode == Opcode::collectionBegin) {
-      queue.applyFront(entity, next);
-   }
-   if (static_cast<S32>(sequence - queue.frontSequence(entity)) > 0) {
-      queue.applyFront(entity, sequence);
-   }
-   return sequence == queue.frontSequence(entity);
-}
-
-bool Session::applyToMirroredQueue(Entity& entity, QueueOps const& queue, Header const& header,
-                                   In& in) {
-   U32 const sequence = in.nextU32();
-   U32 const next = queue.nextSequence(entity);
-   if (header.opcode == Opcode::enqueue) {
-      queue.applyEnq(entity, sequence, in);
-      return sequence == next;
-   }
-   in.expectEnd();
-   U32 const front = queue.frontSequence(entity);
-   if (header.opcode == Opcode::collectionBegin) {
-      queue.applyFront(entity, next);
-   }
-   queue.applyFront(entity, sequence);
-   return header.opcode == Opcode::collectionBegin || sequence - front <= next - front;
-}
-
 /// The entity was deleted here while the message was on its way. What the message introduces is
 /// nobody too.
 void Session::applyToNobody(Header const& header, In& in) {
@@ -372,15 +322,22 @@ void Session::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
       }
       return;
    }
-   Sarn::Ptr<Entity> removed;
+   // Held here, and given up also when an observer throws.
+   struct Removed {
+      Session& session;
+      Sarn::Ptr<Entity> entity;
+      ~Removed() {
+         if (entity && entity->parent() == nullptr) {
+            session.unmapTree(*entity);
+         }
+      }
+   } removed{*this, {}};
    if (field.kind == MemberKind::child) {
       in.expectEnd();
-      removed = field.ops->child->del(entity);
+      removed.entity = Sarn::Ptr<Entity>(field.ops->child->get(entity));
+      field.ops->child->del(entity);
    } else {
-      removed = field.ops->collection->applyDelete(entity, in);
-   }
-   if (removed) {
-      unmapTree(*removed);
+      field.ops->collection->applyDelete(entity, in, removed.entity);
    }
 }
 
@@ -389,10 +346,6 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
    bool const writable = target.writable;
    U32 const handle = in.nextU32();
    checkHandle(handle, in);
-   struct Creating {
-      Session& session;
-      ~Creating() { session.createHandle_ = 0; }
-   } const creating{*this};
    createHandle_ = handle;
    struct Found {
       Session& session;
@@ -410,25 +363,53 @@ void Session::applyCreate(Incoming& target, FieldDescriptor const& field, In& in
          session.markAll(there);
       }
    };
-   if (Entity* const there =
-             field.kind == MemberKind::child ? field.ops->child->get(*owner) : nullptr) {
-      know(&found, *there);
-   }
    Sarn::Ptr<Entity> child;
-   if (field.kind == MemberKind::children) {
-      child = field.ops->collection->applyCreate(*owner, in, seenKeys(*owner, field), &found, know);
-   } else if (field.has(FieldDescriptor::named)) {
-      std::string_view const name = in.nextString();
-      in.expectEnd();
-      child = field.ops->child->is(*owner, name);
-   } else {
-      in.expectEnd();
-      child = field.ops->child->is(*owner, {});
+   try {
+      child = field.kind == MemberKind::children
+                    ? field.ops->collection->applyCreate(*owner, in, seenKeys(*owner, field),
+                                                         &found, know)
+                    : applyCreateSingleton(*owner, field, in, &found, know);
+   } catch (...) {
+      createHandle_ = 0;
+      if (!closed_ && !maps(handle)) {  // what the peer says of it later is for nobody
+         map(handle, nullptr, writable);
+      }
+      throw;
    }
+   createHandle_ = 0;
    if (!closed_) {
       bool const stays = child->parent() == owner.get();  // an observer may have removed it
       map(handle, stays ? child.get() : nullptr, writable);
    }
+}
+
+/// As `CollectionOps::applyCreate`. A child of another name is replaced in one step.
+Sarn::Ptr<Entity> Session::applyCreateSingleton(Entity& owner, FieldDescriptor const& field, In& in,
+                                                void* context,
+                                                void (*found)(void* context, Entity& child)) {
+   bool const named = field.has(FieldDescriptor::named);
+   std::string_view const name = named ? in.nextString() : std::string_view();
+   in.expectEnd();
+   ChildOps const& ops = *field.ops->child;
+   auto const fits = [&](Entity const* child) {
+      return child != nullptr && (!named || *entityName(*child) == name);
+   };
+   Sarn::Ptr<Entity> const before(ops.get(owner));
+   if (fits(before.get())) {
+      found(context, *before);
+   }
+   Sarn::Ptr<Entity> child;
+   Impl::FirstException thrown;
+   thrown.attempt([&] { child = ops.is(owner, name); });
+   Entity* const there = ops.get(owner);
+   if (!child && fits(there)) {
+      found(context, *there);
+   }
+   if (before && before->parent() == nullptr) {
+      unmapTree(*before);
+   }
+   thrown.rethrow();
+   return child;
 }
 
 DirtyKeys* Session::seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept {

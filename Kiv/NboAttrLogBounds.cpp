@@ -46,6 +46,11 @@ void Session::noRoom(std::size_t size) noexcept {
    });
 }
 
+std::size_t Session::heldBytes() const noexcept {
+   std::size_t const leaving = partsOut_ != nullptr ? partsOut_->header().bodySize : 0;
+   return out_.capacity() + in_.capacity() + leaving + partsIn_.heldBytes();
+}
+
 std::size_t Session::longestIncoming() const noexcept {
    bool const answers = rootsAsked_ != 0 || sessionsAsked_ != 0;
    bool const writes = std::any_of(served_.begin(), served_.end(),
@@ -66,7 +71,7 @@ void Session::boundHalfMessage(U64 before) {
       freeIn();
       return;
    }
-   if (in_.empty()) {
+   if (in_.empty() && !partsIn_.any()) {
       halfSince_ = 0;
    } else if (halfSince_ == 0 || stats_.messagesIn != before) {
       halfSince_ = hub_.now();

@@ -76,7 +76,7 @@ short FdConnection::events() const noexcept {
       return 0;
    }
    auto events = static_cast<short>(session_.closed() ? 0 : POLLIN);
-   if (session_.output().size != 0 || session_.closed()) {
+   if (session_.output().size != 0 || session_.closed() || session_.interrupted()) {
       events = static_cast<short>(events | POLLOUT);
    }
    return events;
@@ -85,6 +85,9 @@ short FdConnection::events() const noexcept {
 void FdConnection::onReady(short revents) {
    if (done()) {
       return;
+   }
+   if (session_.interrupted() && !session_.closed()) {
+      session_.received(nullptr, 0);
    }
    if ((revents & (POLLIN | POLLHUP | POLLERR)) != 0 && !session_.closed()) {
       read();
@@ -133,9 +136,7 @@ void FdConnection::read() {
 }
 
 void FdConnection::write() {
-   if (session_.closed()) {
-      session_.close(session_.closeReason());  // a change that could not be written closed it
-   }
+   session_.sent(0);  // tells the peer of an end, and the listener of what was left out meanwhile
    for (;;) {
       CircularBuffer::Piece const first = session_.output();
       CircularBuffer::Piece const second = session_.outputBehind();

@@ -288,7 +288,16 @@ Session* Hub::Root::madeBy(Change const& change) const noexcept {
 inline U8 const* Session::tellValue(Entity& entity, FieldDescriptor const& field, std::size_t body,
                                     U8 const* encoded) {
    if (live() && reach(entity)) [[likely]] {
-      if (encoded != nullptr) {
+      if (isLeftOut(body)) [[unlikely]] {
+         leaveOut(body, entity, &field, nullptr);
+         return encoded;
+      }
+      if (body > longestBody_) [[unlikely]] {
+         if (write(Opcode::set, body, entity.streamHandle(), field.fieldId,
+                   [&](Out& out) { field.ops->encode(entity, out); })) {
+            return encoded;
+         }
+      } else if (encoded != nullptr) {
          if (copy(encoded, headerSize + body)) {
             return encoded;
          }

@@ -21,6 +21,7 @@ void Session::applyHello(In& in) {
                      " of the attribute log, not " + std::to_string(protocolVersion),
                4);
    }
+   bool common = false;
    for (U32 left = in.nextU32(); left != 0; --left) {
       std::string_view const name = in.nextValidString(longestName);
       U32 const hash = in.nextU32();
@@ -35,8 +36,12 @@ void Session::applyHello(In& in) {
                         hex(module->hash()) + " here",
                   4);
       }
+      common = common || module != nullptr;
    }
    in.expectEnd();
+   if (!common) {
+      in.fault("the peer has none of the modules that are loaded here");
+   }
    greeted_ = true;
 }
 
@@ -53,13 +58,20 @@ void Session::applyMount(In& in) {
       in.fault("more than " + std::to_string(hub_.limits_.nesting) + " mounts");
    }
    Hub::Root* const root = hub_.findOffered(asked.type, asked.name);
-   Sarn::String reason = refusal(root, asked, static_cast<MountMode>(mode));
+   auto const refuse = [&](std::string_view reason) {
+      pendingEnq(Opcode::refused, id, Sarn::String(reason.substr(0, longestName)), 0);
+   };
+   Sarn::String reason;
+   try {
+      reason = refusal(root, asked, static_cast<MountMode>(mode));
+   } catch (...) {  // the listener's, who has not said yes
+      refuse("whether " + asked.name + " may be mounted could not be decided");
+      throw;
+   }
    if (!reason.empty()) {
-      if (listener_ != nullptr) {
-         listener_->onMountRefused(*this, asked, reason);
-      }
-      reason.resize(std::min(reason.size(), longestName));
-      pendingEnq(Opcode::refused, id, std::move(reason), 0);
+      refuse(reason);
+      callListener(
+            [&](SessionListener& listener) { listener.onMountRefused(*this, asked, reason); });
       return;
    }
    hasMount();
@@ -77,11 +89,12 @@ Sarn::String Session::refusal(Hub::Root const* root, OfferedRoot const& asked, M
          return asked.name + " is mounted already";
       }
    }
-   if (listener_ != nullptr) {
-      Sarn::String reason = listener_->onMountAsked(*this, root->entity(), mode);
-      if (!reason.empty()) {
-         return reason;
-      }
+   Sarn::String reason;
+   callListener([&](SessionListener& listener) {
+      reason = listener.onMountAsked(*this, root->entity(), mode);
+   });
+   if (!reason.empty()) {
+      return reason;
    }
    if (Session const* const other = hub_.inTheWay(*root, mode)) {
       return asked.name +
@@ -170,7 +183,10 @@ void Session::applyBind(Header const& header, In& in) {
 }
 
 void Session::checkHandle(U32 handle, In const& in) const {
-   if (HandleTable::place(handle) >= hub_.limits_.entities || handle >> 24 == 0) {
+   if (handle >> 24 == 0) {
+      in.fault("the handle " + std::to_string(handle) + " is of turn 0, but turns begin at 1");
+   }
+   if (HandleTable::place(handle) >= hub_.limits_.entities) {
       in.fault("the handle " + std::to_string(handle) + " exceeds the bound of " +
                std::to_string(hub_.limits_.entities) + " entities");
    }
@@ -245,6 +261,72 @@ void Session::unmapTree(Entity& entity) {
    closeCollections(entity);
    forEachChild(entity,
                 [this](Entity& child, FieldDescriptor const&, void const*) { unmapTree(child); });
+}
+
+Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
+   if (root->nameString().size() > longestName) {
+      throw Exception("a root's name of " + std::to_string(root->nameString().size()) +
+                      " bytes exceeds the bound of " + std::to_string(longestName));
+   }
+   struct Undo {
+      Session& session;
+      bool pending = false;
+      bool done = false;
+      ~Undo() {
+         if (!done) {
+            session.mounts_.pop_back();
+            if (pending) {
+               session.pending_.pop_back();
+            }
+         }
+      }
+   };
+   mounts_.emplace_back();
+   Undo undo{*this};
+   Mount& mount = mounts_.back();
+   mount.root_ = root;
+   mount.mode_ = mode;
+   mount.id_ = static_cast<U32>(mounts_.size());
+   if (closed_) {
+      mount.state_ = Mount::State::lost;
+      mount.reason_ = closeReason_;
+      undo.done = true;
+      return mount;
+   }
+   pendingEnq(Opcode::mount, mount.id_, {}, 0);
+   undo.pending = true;
+   if (writesBack(mode)) {
+      hub_.adopt(root, false, this);
+      mount.adopted_ = true;
+      writesBack_ = true;
+   }
+   undo.done = true;
+   hasMount();
+   fill();
+   return mount;
+}
+
+void Session::rootGone(Hub::Root& root) noexcept {
+   for (auto at = served_.begin(); at != served_.end();) {
+      if (at->root == &root) {
+         if (at->begun) {
+            forgetTree(root.entity());
+         }
+         orFail([&] {
+            if (at->begun) {
+               pendingEnq(Opcode::rootGone, at->id, {}, 0);
+            } else {
+               pendingEnq(Opcode::refused, at->id, root.entity().nameString() + " is gone", 0);
+            }
+         });
+         std::erase(root.subscribers, this);
+         --root.users;
+         at = served_.erase(at);
+      } else {
+         ++at;
+      }
+   }
+   fill();
 }
 
 }  // namespace Kiv::NboAttrLog

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "Kiv/FirstException.h"
+
 namespace Kiv::NboAttrLog {
 
 Player::Player(RootMaker maker, Limits const& limits) : maker_(std::move(maker)), hub_(limits) {}
@@ -66,7 +68,12 @@ bool Player::apply(RecordingReader::Frame const& frame) {
             return fail("changes come before a snapshot");
          }
          U64 const before = session_->stats().messagesIn;
-         session_->received(frame.body, frame.size);
+         // A frame is applied whole: nobody is there who would bring the rest of it.
+         Impl::FirstException thrown;
+         thrown.attempt([&] { session_->received(frame.body, frame.size); });
+         while (session_->interrupted()) {
+            thrown.attempt([this] { session_->received(nullptr, 0); });
+         }
          messages_ += session_->stats().messagesIn - before;
          while (session_->output().size != 0) {  // nobody is there to hear it
             session_->sent(session_->output().size);
@@ -78,6 +85,7 @@ bool Player::apply(RecordingReader::Frame const& frame) {
          complete_ = complete_ || std::all_of(mounts.begin(), mounts.end(), [](Mount const& mount) {
                         return mount.complete() || mount.state() == Mount::State::gone;
                      });
+         thrown.rethrow();
          return true;
       }
       case FrameKind::lost:

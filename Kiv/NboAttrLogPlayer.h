@@ -21,9 +21,9 @@ public:
    Player& operator=(Player const&) = delete;
 
    /// Applies what a frame says. False if it cannot be, for `reason()`; what was applied before
-   /// stays, and the player takes no more. What observers throw comes out here.
-   /// Without memory for a snapshot's roots it throws std::bad_alloc, and the frame may be applied
-   /// again.
+   /// stays, and the player takes no more. What observers throw comes out here, when all of the
+   /// frame has been applied. Without memory for a snapshot's roots it throws std::bad_alloc, and
+   /// the frame may be applied again.
    bool apply(RecordingReader::Frame const& frame);
    bool failed() const noexcept { return !reason_.empty(); }
    Sarn::String const& reason() const noexcept { return reason_; }

@@ -8,10 +8,10 @@
 namespace Kiv::NboAttrLog {
 namespace {
 
-/// What a peer says that knows no module, so that none can differ, and wants roots by these
-/// numbers.
-std::vector<U8> greeting(std::vector<NamedEntity*> const& roots) {
-   std::size_t size = headerSize + 16;
+/// What a peer says that has the modules of the session itself, whose greeting `hello` is, and
+/// wants roots by these numbers.
+std::vector<U8> greeting(CircularBuffer::Piece hello, std::vector<NamedEntity*> const& roots) {
+   std::size_t size = hello.size;
    auto const mountSize = [](NamedEntity const& root) {
       return 4 + 1 + 4 + std::string_view(root.kivType().name).size() + 4 +
              root.nameString().size();
@@ -21,10 +21,7 @@ std::vector<U8> greeting(std::vector<NamedEntity*> const& roots) {
    }
    std::vector<U8> bytes(size);
    Out out(bytes.data(), bytes.size());
-   writeHeader(out, {Opcode::hello, 16, 0, 0});
-   out.writeBytes(helloMagic, 8);
-   out.writeU32(protocolVersion);
-   out.writeU32(0);
+   out.writeBytes(hello.begin, hello.size);
    U32 mount = 0;
    for (NamedEntity const* const root : roots) {
       writeHeader(out, {Opcode::mount, static_cast<U32>(mountSize(*root)), 0, 0});
@@ -34,6 +31,17 @@ std::vector<U8> greeting(std::vector<NamedEntity*> const& roots) {
       out.writeString(root->nameString());
    }
    return bytes;
+}
+
+/// Whether with this message a change is told whole, be it in parts.
+bool endsChange(Header const& header, U8 const* body) {
+   if (header.opcode != Opcode::part) {
+      return isChange(header.opcode);
+   }
+   In in(body, body + header.bodySize);
+   auto const opcode = static_cast<Opcode>(in.nextU8());
+   U32 const total = in.nextU32();
+   return isChange(opcode) && in.nextU32() + in.readableBytes() == total;
 }
 
 /// What two turns may write: each at most what a buffer holds, in blocks of which half may be
@@ -168,7 +176,7 @@ bool Recorder::beginSnapshot(Moment now) {
    session_.reset();
    session_ = std::make_unique<Session>(hub_);
    session_->peerIs({static_cast<U32>(::getpid()), ::getuid(), ::getgid(), "recorder"});
-   std::vector<U8> const bytes = greeting(roots);
+   std::vector<U8> const bytes = greeting(session_->output(), roots);
    session_->received(bytes.data(), bytes.size());
    return true;
 }
@@ -257,8 +265,9 @@ std::size_t Recorder::wholeMessages(U8 const* bytes, std::size_t size, std::size
       if (taken + next > room) {
          break;
       }
+      bool const change = endsChange(header, bytes + taken + headerSize);
       taken += next;
-      stats_.changes += rootsLeft_ == 0 && isChange(header.opcode) ? 1 : 0;
+      stats_.changes += rootsLeft_ == 0 && change ? 1 : 0;
       bool const ends = header.opcode == Opcode::replayEnd || header.opcode == Opcode::refused;
       rootsLeft_ -= ends && rootsLeft_ != 0 ? 1 : 0;
    }

@@ -11,6 +11,9 @@ void Session::pump() {
    if (closed_ && !told_) {
       close(closeReason_);
    }
+   if (leftOutUntold_ != 0) [[unlikely]] {
+      tellLeftOut();
+   }
 }
 
 void Session::fill() {
@@ -24,6 +27,9 @@ void Session::fill() {
 
 void Session::fillUp() {
    while (!closed_) {
+      if (!writeParts()) {
+         break;
+      }
       if (walkDepth_ != 0) {
          if (!runReplay(*walk_[walkDepth_ - 1])) {
             break;
@@ -125,8 +131,12 @@ bool Session::writeReplayEnds() {
 }
 
 /// Starts the replay of a child that the peer has just been told of. A fresh one has nothing to
-/// say but the children that it was made with. False if there is nothing to replay.
+/// say but the children that it was made with. False if there is nothing to replay, or if the child
+/// was left out.
 bool Session::descendInto(Entity& entity, bool fresh) {
+   if (!introduced(entity.streamHandle())) {
+      return false;
+   }
    if (walkDepth_ == walk_.size()) {
       walk_.push_back(std::make_unique<FlowOut>(entity, !fresh));
    } else {
@@ -155,14 +165,13 @@ Session::Write Session::replaySingle(FlowOut& flow, FieldDescriptor const& field
    Entity const& entity = flow.entity();
    std::size_t const fixed = field.ops->fixedSize;
    std::size_t const size = fixed != 0 ? fixed : field.ops->encodedSize(entity);
-   U8* const at = reserve(Opcode::set, size, flow.handle, field.fieldId);
-   if (at == nullptr) {
+   if (isLeftOut(size)) [[unlikely]] {
+      leaveOut(size, entity, &field, nullptr);
+   } else if (!write(Opcode::set, size, flow.handle, field.fieldId,
+                     [&](Out& out) { field.ops->encode(entity, out); })) {
       return Write::full;
    }
-   commit(headerSize + size);
    flow.told(field.fieldId);
-   Out out(at + headerSize, size);
-   field.ops->encode(entity, out);
    return Write::done;
 }
 
@@ -173,7 +182,7 @@ U16 Session::replayFixedSizes(FlowOut& flow, TypeImpl const& type, U16 row) {
    Entity const& entity = flow.entity();
    U8* const begin =
          out_.reserve(static_cast<std::size_t>(type.rowCount - row) * (headerSize + largest));
-   if (begin == nullptr || longestBody_ < largest) {
+   if (begin == nullptr || longestBody_ < largest || partsOut_ != nullptr) {
       return row;
    }
    U8* at = begin;
@@ -260,33 +269,35 @@ Session::Write Session::replayCollection(FlowOut& flow, FieldDescriptor const& f
    // Where the keys were too many to remember, nobody knows whose former child the peer still has.
    FlowOut const* const own = flowOutOf(entity);
    bool const eraseFirst = own != nullptr && own->wholeCollection(field.fieldId);
-   for (; at->valid(); at->next()) {
+   while (at->valid()) {
       if (field.kind != MemberKind::children) {
          if (writeElement(entity, field, at->key(), at->value()) == Write::full) {
             return Write::full;
          }
+         at->next();
          continue;
       }
       Entity& child = *at->child();
       if (isDirtyKey(entity, field, at->key())) {
+         at->next();
          continue;  // erased and made since the replay began: both are told later
       }
-      if (peerHas(child)) {
-         // Known to the peer, which must not take it for gone at the collection's end.
-         if (writeCreate(entity, field, child) == Write::full) {
-            return Write::full;
-         }
-         continue;
-      }
-      if (eraseFirst && writeErase(entity, field, at->key()) == Write::full) {
+      // What the peer has, too: it must not take it for gone at the collection's end.
+      bool const had = peerHas(child);
+      // A key that travels in parts would be erased again and again: nothing fits behind it. There
+      // the replay runs into what the peer has.
+      bool const erases =
+            eraseFirst && !had && field.ops->collection->keySize(at->key()) <= longestBody_;
+      if (erases && writeErase(entity, field, at->key()) == Write::full) {
          return Write::full;
       }
       if (writeCreate(entity, field, child) == Write::full) {
          return Write::full;
       }
       at->next();
-      descendInto(child, false);
-      return Write::descend;
+      if (!had && descendInto(child, false)) {
+         return Write::descend;
+      }
    }
    if (reserveMarker(Opcode::collectionEnd, flow, field) == Write::full) {
       return Write::full;
@@ -335,21 +346,20 @@ DirtyKeyResult Session::writeDirtyKey(FlowOut& flow, FieldDescriptor const& fiel
    if (child != nullptr && peerHas(*child)) {
       return DirtyKeyResult::written;
    }
-   if ((value == nullptr || erased) && writeErase(entity, field, key) == Write::full) {
+   bool const erases = value == nullptr || erased;
+   if (erases && writeErase(entity, field, key) == Write::full) {
       return DirtyKeyResult::full;
    }
    if (value == nullptr) {
       return DirtyKeyResult::written;
    }
-   if (!children) {
-      return writeElement(entity, field, key, value) == Write::full ? DirtyKeyResult::full
-                                                                    : DirtyKeyResult::written;
+   Write const result =
+         children ? writeCreate(entity, field, *child) : writeElement(entity, field, key, value);
+   if (result == Write::full) {
+      return erases ? DirtyKeyResult::erased : DirtyKeyResult::full;
    }
-   if (writeCreate(entity, field, *child) == Write::full) {
-      return DirtyKeyResult::full;
-   }
-   descendInto(*child, false);
-   return DirtyKeyResult::writtenAndStop;
+   return children && descendInto(*child, false) ? DirtyKeyResult::writtenAndStop
+                                                 : DirtyKeyResult::written;
 }
 
 Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field) {
@@ -388,12 +398,7 @@ Session::Write Session::replayQueue(FlowOut& flow, FieldDescriptor const& field)
       if (value == nullptr) {
          continue;
       }
-      bool const written = write(Opcode::enqueue, 4 + queue.elementSize(value), flow.handle,
-                                 field.fieldId, [&](Out& out) {
-                                    out.writeU32(told);
-                                    queue.encodeElement(out, value);
-                                 });
-      if (!written) {
+      if (writeEnqueue(entity, field, told, value) == Write::full) {
          return Write::full;
       }
    }

@@ -1,4 +1,6 @@
 // What roots there are to be mounted: asking, answering, taking the answer.
+#include <algorithm>
+
 #include "Kiv/NboAttrLogSession.h"
 
 namespace Kiv::NboAttrLog {
@@ -11,20 +13,25 @@ void Session::rootsAsk() {
    }
 }
 
-/// False when the output is full. More roots than a message holds end the session.
+/// False when the output is full. Of more roots than a message in parts holds, the first are told.
 bool Session::writeRoots() {
    std::size_t size = 4;
    U32 count = 0;
    std::vector<NamedEntity*> const roots = hub_.roots();
    for (NamedEntity const* const root : roots) {
-      size += 4 + std::string_view(root->kivType().name).size() + 4 + root->nameString().size();
+      std::size_t const more =
+            4 + std::string_view(root->kivType().name).size() + 4 + root->nameString().size();
+      if (size + more > std::max(longestBody_, hub_.limits_.longestValue)) {
+         break;
+      }
+      size += more;
       ++count;
    }
    return write(Opcode::roots, size, 0, 0, [&](Out& out) {
       out.writeU32(count);
-      for (NamedEntity const* const root : roots) {
-         out.writeString(root->kivType().name);
-         out.writeString(root->nameString());
+      for (U32 i = 0; i != count; ++i) {
+         out.writeString(roots[i]->kivType().name);
+         out.writeString(roots[i]->nameString());
       }
    });
 }
@@ -49,9 +56,7 @@ void Session::applyRoots(In& in) {
    }
    in.expectEnd();
    --rootsAsked_;
-   if (listener_ != nullptr) {
-      listener_->onRoots(*this, roots);
-   }
+   callListener([&](SessionListener& listener) { listener.onRoots(*this, roots); });
 }
 
 void Session::checkRoomForAnswer(In const& in) const {

@@ -16,6 +16,14 @@ void freeAll(Vector& vector) {
    Vector().swap(vector);
 }
 
+/// Whether a child of another name has taken the place of `removed`: the peer replaces it in one
+/// step, too, when it is told of the new one.
+bool isReplaced(Entity const& owner, FieldDescriptor const& field, Entity const& removed) {
+   Entity const* const present =
+         field.has(FieldDescriptor::named) ? field.ops->child->get(owner) : nullptr;
+   return present != nullptr && *entityName(*present) != *entityName(removed);
+}
+
 }  // namespace
 
 Session::Session(Hub& hub, SessionListener* listener)
@@ -26,6 +34,7 @@ Session::Session(Hub& hub, SessionListener* listener)
         longestBody_(
               std::min(hub.limits().longestMessage, hub.limits().outputBuffer - headerSize - 1)),
         idleSince_(hub.now()),
+        partsIn_(hub.budget_),
         number_(++hub.sessionsMade_),
         openedAt_(hub.now()) {
    hub_.sessions_.push_back(this);
@@ -40,18 +49,6 @@ Session::~Session() {
 }
 
 // Room in the output. A message is counted when it is committed.
-
-void Session::tooLong(std::size_t bodySize, U32 handle, AttributeId attribute) noexcept {
-   orFail([&] {
-      Entity const* const entity = hub_.handles_.find(handle);
-      FieldDescriptor const* const field =
-            entity != nullptr ? entity->kivType().field(attribute) : nullptr;
-      fail((entity != nullptr ? entityPath(*entity) + "." : Sarn::String()) +
-           (field != nullptr ? field->name : "message") + " (" + std::to_string(attribute) +
-           "): a message of " + std::to_string(bodySize) + " bytes exceeds the bound of " +
-           std::to_string(longestBody_));
-   });
-}
 
 bool Session::copy(U8 const* message, std::size_t size) {
    U8* const at = out_.reserve(size);
@@ -227,7 +224,8 @@ void Session::forget(Entity& entity, U32 handle) {
 
 void Session::onChange(Entity& entity, FieldDescriptor const& field, void const* key,
                        Entity* removed) {
-   bool const wasKnown = removed != nullptr && known(*removed);
+   bool const wasKnown =
+         removed != nullptr && known(*removed) && !isReplaced(entity, field, *removed);
    if (!live() || !reach(entity)) {
       markDirty(entity, field, key, wasKnown);
       return;
@@ -252,14 +250,7 @@ void Session::onChange(Entity& entity, FieldDescriptor const& field, void const*
       QueueOps const& queue = *field.ops->queue;
       U32 const sequence = *static_cast<U32 const*>(key);
       if (void const* const value = queue.at(entity, sequence)) {
-         result = write(Opcode::enqueue, 4 + queue.elementSize(value), entity.streamHandle(),
-                        field.fieldId,
-                        [&](Out& out) {
-                           out.writeU32(sequence);
-                           queue.encodeElement(out, value);
-                        })
-                        ? Write::done
-                        : Write::full;
+         result = writeEnqueue(entity, field, sequence, value);
       } else if (sequence == queue.nextSequence(entity)) {  // numbered anew
          markWhole(entity, field);
          fill();
@@ -282,7 +273,15 @@ void Session::onChange(Entity& entity, FieldDescriptor const& field, void const*
 Session::Write Session::writeElement(Entity& entity, FieldDescriptor const& field, void const* key,
                                      void const* value) {
    CollectionOps const& ops = *field.ops->collection;
-   return write(Opcode::element, ops.elementSize(key, value), entity.streamHandle(), field.fieldId,
+   std::size_t const size = ops.elementSize(key, value);
+   if (isLeftOut(size)) [[unlikely]] {  // the one that the peer may have is not to be taken for it
+      Write const result = writeErase(entity, field, key);
+      if (result == Write::done) {
+         leaveOut(size, entity, &field, key);
+      }
+      return result;
+   }
+   return write(Opcode::element, size, entity.streamHandle(), field.fieldId,
                 [&](Out& out) { ops.encodeElement(out, key, value); })
                 ? Write::done
                 : Write::full;
@@ -291,6 +290,9 @@ Session::Write Session::writeElement(Entity& entity, FieldDescriptor const& fiel
 Session::Write Session::writeErase(Entity& entity, FieldDescriptor const& field, void const* key) {
    bool const keyed = key != nullptr;
    std::size_t const size = keyed ? field.ops->collection->keySize(key) : 0;
+   if (isLeftOut(size)) [[unlikely]] {
+      return Write::done;  // no peer was ever told of such a key
+   }
    return write(Opcode::erase, size, entity.streamHandle(), field.fieldId,
                 [&](Out& out) {
                    if (keyed) {
@@ -307,11 +309,20 @@ Session::Write Session::writeCreate(Entity& owner, FieldDescriptor const& field,
       return Write::full;
    }
    StreamFunctions const& stream = *child.kivType().entity->stream;
-   bool const written = write(Opcode::create, 4 + stream.attrLogSizeCtorParams(child),
-                              owner.streamHandle(), field.fieldId, [&](Out& out) {
-                                 out.writeU32(child.streamHandle());
-                                 stream.serializeConstructorParams(out, child);
-                              });
+   std::size_t const size = 4 + stream.attrLogSizeCtorParams(child);
+   if (isLeftOut(size)) [[unlikely]] {  // and with it what is below
+      Write const result =
+            field.kind == MemberKind::child ? writeErase(owner, field, nullptr) : Write::done;
+      if (result == Write::done) {
+         leaveOut(size, child, nullptr, nullptr);
+      }
+      return result;
+   }
+   bool const written =
+         write(Opcode::create, size, owner.streamHandle(), field.fieldId, [&](Out& out) {
+            out.writeU32(child.streamHandle());
+            stream.serializeConstructorParams(out, child);
+         });
    if (!written) {
       return Write::full;
    }
@@ -321,77 +332,11 @@ Session::Write Session::writeCreate(Entity& owner, FieldDescriptor const& field,
 
 // Mounts and the session's end.
 
-Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
-   if (root->nameString().size() > longestName) {
-      throw Exception("a root's name of " + std::to_string(root->nameString().size()) +
-                      " bytes exceeds the bound of " + std::to_string(longestName));
-   }
-   struct Undo {
-      Session& session;
-      bool pending = false;
-      bool done = false;
-      ~Undo() {
-         if (!done) {
-            session.mounts_.pop_back();
-            if (pending) {
-               session.pending_.pop_back();
-            }
-         }
-      }
-   };
-   mounts_.emplace_back();
-   Undo undo{*this};
-   Mount& mount = mounts_.back();
-   mount.root_ = root;
-   mount.mode_ = mode;
-   mount.id_ = static_cast<U32>(mounts_.size());
-   if (closed_) {
-      mount.state_ = Mount::State::lost;
-      mount.reason_ = closeReason_;
-      undo.done = true;
-      return mount;
-   }
-   pendingEnq(Opcode::mount, mount.id_, {}, 0);
-   undo.pending = true;
-   if (writesBack(mode)) {
-      hub_.adopt(root, false, this);
-      mount.adopted_ = true;
-      writesBack_ = true;
-   }
-   undo.done = true;
-   hasMount();
-   fill();
-   return mount;
-}
-
 void Session::syncIs(U32 token) {
    if (!closed_) {
       pendingEnq(Opcode::sync, token, {}, dirtySequence_);
       fill();
    }
-}
-
-void Session::rootGone(Hub::Root& root) noexcept {
-   for (auto at = served_.begin(); at != served_.end();) {
-      if (at->root == &root) {
-         if (at->begun) {
-            forgetTree(root.entity());
-         }
-         orFail([&] {
-            if (at->begun) {
-               pendingEnq(Opcode::rootGone, at->id, {}, 0);
-            } else {
-               pendingEnq(Opcode::refused, at->id, root.entity().nameString() + " is gone", 0);
-            }
-         });
-         std::erase(root.subscribers, this);
-         --root.users;
-         at = served_.erase(at);
-      } else {
-         ++at;
-      }
-   }
-   fill();
 }
 
 void Session::unsubscribe() {
@@ -441,8 +386,11 @@ void Session::close(Sarn::String const& reason, bool tell) {
    if (consumed_ == 0) {  // else `received` does so, which is looking at them
       freeIn();
    }
+   partsOut_.reset();
+   partsIn_.clear();
    if (tell) {
-      std::string_view const text = std::string_view(closeReason_).substr(0, 1000);
+      std::size_t const most = std::min<std::size_t>(1000, longestBody_ - 4);
+      std::string_view const text = std::string_view(closeReason_).substr(0, most);
       write(Opcode::bye, 4 + text.size(), 0, 0, [text](Out& out) { out.writeString(text); });
    }
    unsubscribe();
@@ -464,16 +412,12 @@ void Session::close(Sarn::String const& reason, bool tell) {
          mountStateIs(mount, Mount::State::lost);
       }
    }
-   if (listener_ != nullptr) {
-      listener_->onClosed(*this, closeReason_);
-   }
+   callListener([this](SessionListener& listener) { listener.onClosed(*this, closeReason_); });
 }
 
 void Session::mountStateIs(Mount& mount, Mount::State state) {
    mount.state_ = state;
-   if (listener_ != nullptr) {
-      listener_->onMount(*this, mount);
-   }
+   callListener([&](SessionListener& listener) { listener.onMount(*this, mount); });
 }
 
 void Session::sent(std::size_t size) {

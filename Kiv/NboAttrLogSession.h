@@ -3,57 +3,24 @@
 #include <deque>
 #include <optional>
 
+#include "Kiv/FirstException.h"
 #include "Kiv/HashMap2018.h"
 #include "Kiv/NboAttrLogCircularBuffer.h"
 #include "Kiv/NboAttrLogFlow.h"
 #include "Kiv/NboAttrLogHub.h"
-#include "Kiv/NboAttrLogMount.h"
-#include "Kiv/NboAttrLogStatus.h"
+#include "Kiv/NboAttrLogListener.h"
+#include "Kiv/NboAttrLogParts.h"
 
 namespace Kiv::NboAttrLog {
-
-/// Who is told what becomes of a session. Calls come from inside `received`, `sent` or `close`;
-/// the session must not be destroyed inside one.
-class SessionListener {
-public:
-   /// The mount's state has changed.
-   virtual void onMount(Session&, Mount&) {}
-   /// The session is closed. `reason` is for a person; of a fault it names entity, attribute,
-   /// offset and bound.
-   virtual void onClosed(Session&, Sarn::String const& reason) { (void)reason; }
-   /// Everything written here before `syncIs(token)` has been applied by the peer.
-   virtual void onSynced(Session&, U32 token) { (void)token; }
-   /// The answer to `rootsAsk()`: what the peer offers, in its order.
-   virtual void onRoots(Session&, std::vector<OfferedRoot> const& roots) { (void)roots; }
-   /// The answer to `sessionsAsk()`: the peer's sessions, oldest first. `total`: how many it has; a
-   /// message may not hold them all.
-   virtual void onSessions(Session&, std::vector<SessionStatus> const& sessions, U32 total) {
-      (void)sessions;
-      (void)total;
-   }
-   /// The peer asks for a root of ours. A text refuses it, and is what the peer is told.
-   virtual Sarn::String onMountAsked(Session&, NamedEntity const& root, MountMode mode) {
-      (void)root;
-      (void)mode;
-      return {};
-   }
-   /// A root that the peer has asked for is refused, for whatever reason; not all exist.
-   virtual void onMountRefused(Session&, OfferedRoot const& root, Sarn::String const& reason) {
-      (void)root;
-      (void)reason;
-   }
-
-protected:
-   ~SessionListener() = default;
-};
 
 /// One peer: the attribute log in both directions, as bytes. It knows nothing of sockets: whoever
 /// carries the bytes calls `received` with what came, sends what `output` gives, and says `sent`.
 ///
 /// A change goes into the output at once when the peer is up to date and there is room; else it is
 /// remembered as a flag or a key in the entity's `FlowOut`, and its latest value is written when
-/// there is room again. The memory of a peer that reads nothing is bounded by its buffer, a flag
-/// an attribute, and an entry for each changed key up to a bound (`Limits::dirtyKeys`).
+/// there is room again. The memory of a peer that reads nothing is bounded by its buffer, one value
+/// that travels in parts, a flag an attribute, and an entry for each changed key up to a bound
+/// (`Limits::dirtyKeys`).
 ///
 /// It has little memory until something is mounted on either side; then its buffers grow by use, up
 /// to a limit, and are given back when it is idle (`Hub::expire`) and when it ends.
@@ -90,9 +57,12 @@ public:
 
    // Bytes.
 
-   /// Takes and applies bytes from the peer; any split is fine. What an observer throws comes out
-   /// here, after the message that caused it; the rest is applied by the next call.
+   /// Takes and applies bytes from the peer; any split is fine. What an observer or the listener
+   /// throws comes out here, after the message that caused it; the rest is applied by the next
+   /// call, which may bring no bytes.
    void received(U8 const* bytes, std::size_t size);
+   /// Whether the last `received` threw: bytes that came may wait for the next call.
+   bool interrupted() const noexcept { return interrupted_; }
    /// The bytes to be sent next; empty when there are none. Valid until the next change of what is
    /// mirrored here, and the next call.
    CircularBuffer::Piece output() const noexcept { return out_.first(); }
@@ -110,12 +80,14 @@ public:
    Ending ending() const noexcept { return ending_; }
 
    /// Whether every change so far has been written into the output.
-   bool upToDate() const noexcept { return walkDepth_ == 0 && firstDirty_ == nullptr; }
+   bool upToDate() const noexcept {
+      return walkDepth_ == 0 && firstDirty_ == nullptr && partsOut_ == nullptr;
+   }
    SessionStats const& stats() const noexcept { return stats_; }
    /// What `sessionsAsk()` tells of this one. O(entities with something still to be told).
    SessionStatus status() const;
    /// Bytes of memory that its buffers hold.
-   std::size_t heldBytes() const noexcept { return out_.capacity() + in_.capacity(); }
+   std::size_t heldBytes() const noexcept;
    /// Entities with something still to be told.
    std::size_t dirtyEntities() const noexcept { return dirtyCount_; }
    bool handshakeDone() const noexcept { return greeted_; }
@@ -222,8 +194,18 @@ private:
       return (said && introduced(entity.streamHandle())) || reachAfterBind(entity);
    }
    bool reachAfterBind(Entity& entity);
+   // Long messages and values that are left out: NboAttrLogLongValues.cpp
+   bool writeLong(Header const& header, void* context, void (*body)(void* context, Out& out));
+   bool writeParts();
+   bool isLeftOut(std::size_t bodySize) const noexcept {
+      return bodySize > longestBody_ && bodySize > hub_.limits_.longestValue;
+   }
+   void leaveOut(std::size_t bodySize, Entity const& entity, FieldDescriptor const* field,
+                 void const* key);
+   void tellLeftOut();
+   void applyPart(Header const& header, In& in);
+   std::size_t longestInParts(Opcode opcode) const noexcept;
    bool acknowledge();
-   void tooLong(std::size_t bodySize, U32 handle, AttributeId attribute) noexcept;
    bool live() const noexcept { return upToDate() && !closed_; }
    bool copy(U8 const* message, std::size_t size);
    /// Whether this session serves the root above the entity.
@@ -286,6 +268,8 @@ private:
    Write writeElement(Entity& entity, FieldDescriptor const& field, void const* key,
                       void const* value);
    Write writeErase(Entity& entity, FieldDescriptor const& field, void const* key);
+   Write writeEnqueue(Entity& entity, FieldDescriptor const& field, U32 sequence,
+                      void const* value);
    Write writeCreate(Entity& owner, FieldDescriptor const& field, Entity& child);
    bool writeReplayEnds();
    Served* nextReplay() noexcept;
@@ -301,10 +285,17 @@ private:
    bool applyAtOnce(Header const& header, In& in);
    void applyToEntity(Header const& header, In& in);
    void applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header, In& in);
-   bool applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in);
-   bool applyToMirroredQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in);
+   bool applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in,
+                           Impl::FirstException& thrown);
+   bool applyToMirroredQueue(Entity& entity, QueueOps const& queue, Header const& header, In& in,
+                             Impl::FirstException& thrown);
+   static void applyEnqueue(Entity& entity, QueueOps const& queue, U32 sequence, In& in,
+                            Impl::FirstException& thrown);
    void applyErase(Entity& entity, FieldDescriptor const& field, In& in);
    void applyCreate(Incoming& target, FieldDescriptor const& field, In& in);
+   Sarn::Ptr<Entity> applyCreateSingleton(Entity& owner, FieldDescriptor const& field, In& in,
+                                          void* context,
+                                          void (*found)(void* context, Entity& child));
    void applyToNobody(Header const& header, In& in);
    void applyCollectionMarker(Entity& entity, FieldDescriptor const& field, Header const& header,
                               In& in);
@@ -336,6 +327,11 @@ private:
    void applySessions(In& in);
    void checkRoomForAnswer(In const& in) const;
    void checkHandle(U32 handle, In const& in) const;
+   /// Whether the peer has introduced an entity by exactly this handle.
+   bool maps(U32 handle) const noexcept {
+      U32 const place = HandleTable::place(handle);
+      return place < incoming_.size() && incoming_[place].handle == handle;
+   }
    /// The peer calls `entity` by this handle from now on; null if it is gone already.
    void map(U32 handle, Entity* entity, bool writable);
    void unmapTree(Entity& entity);
@@ -344,6 +340,18 @@ private:
    void forgetBelow(Entity& entity);
    void closeCollections(Entity const& entity) noexcept;
    void mountStateIs(Mount& mount, Mount::State state);
+   /// Calls the listener, if there is one, and remembers that an exception is the listener's.
+   template <class Call>
+   void callListener(Call&& call) {
+      if (listener_ != nullptr) {
+         try {
+            call(*listener_);
+         } catch (...) {
+            listenerThrew_ = true;
+            throw;
+         }
+      }
+   }
 
    Hub& hub_;
    SessionListener* listener_;
@@ -358,6 +366,11 @@ private:
    U64 idleSince_;
    bool used_ = true;
    SessionStats stats_;
+   std::unique_ptr<PartsOut> partsOut_;
+   PartsIn partsIn_;
+   /// The last values that were left out, and how many of them, from the end, nobody was told yet.
+   std::vector<Sarn::String> leftOut_;
+   std::size_t leftOutUntold_ = 0;
 
    std::vector<U64> introduced_;
    std::vector<std::unique_ptr<FlowOut>> flowOuts_;
@@ -376,6 +389,8 @@ private:
    std::vector<OpenCollection> open_;
    std::deque<Pending> pending_;
    std::size_t consumed_ = 0;
+   bool interrupted_ = false;
+   bool listenerThrew_ = false;
    bool told_ = false;
    /// The publication inside which bytes are received, and the handle of the child that is being
    /// created.
@@ -416,12 +431,11 @@ inline bool isChange(Opcode opcode) noexcept {
 }
 
 /// Room for a message, with its header written, or null when there is none now. A change is
-/// counted here.
+/// counted here. REQUIRES: bodySize <= longestBody_.
 inline U8* Session::reserve(Opcode opcode, std::size_t bodySize, U32 handle,
                             AttributeId attribute) {
-   if (bodySize > longestBody_) [[unlikely]] {
-      tooLong(bodySize, handle, attribute);
-      return nullptr;
+   if (partsOut_ != nullptr) [[unlikely]] {
+      return nullptr;  // nothing comes between the parts of a message
    }
    U8* const at = out_.reserve(headerSize + bodySize);
    if (at != nullptr) [[likely]] {
@@ -437,6 +451,11 @@ inline U8* Session::reserve(Opcode opcode, std::size_t bodySize, U32 handle,
 template <class Body>
 bool Session::write(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute,
                     Body const& body) {
+   if (bodySize > longestBody_) [[unlikely]] {
+      return writeLong({opcode, static_cast<U32>(bodySize), handle, attribute},
+                       const_cast<Body*>(&body),
+                       [](void* context, Out& out) { (*static_cast<Body const*>(context))(out); });
+   }
    U8* const at = reserve(opcode, bodySize, handle, attribute);
    if (at == nullptr) {
       return false;

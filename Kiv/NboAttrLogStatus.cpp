@@ -7,6 +7,8 @@ namespace Kiv::NboAttrLog {
 namespace {
 
 constexpr U8 askingFlag = 1;
+/// Behind the roots stands what was left out.
+constexpr U8 leftOutFlag = 2;
 /// Number, pid, uid, gid, length of the program's name, flags, age, six counts, what is still to be
 /// told, the buffer, how long behind, how many roots.
 constexpr std::size_t fixedStatusSize = 8 + 3 * 4 + 4 + 1 + 8 + 6 * 8 + 3 * 8 + 2 * 8 + 8 + 4;
@@ -28,6 +30,12 @@ std::size_t encodedSize(SessionStatus const& status) {
    for (ServedRoot const& served : status.roots) {
       size += fixedRootSize + served.root.type.size() + served.root.name.size();
    }
+   if (status.stats.valuesLeftOut != 0) {
+      size += 8 + 4;
+      for (Sarn::String const& what : status.leftOut) {
+         size += 4 + what.size();
+      }
+   }
    return size;
 }
 
@@ -37,7 +45,8 @@ void encode(Out& out, SessionStatus const& status) {
    out.writeU32(status.peer.uid);
    out.writeU32(status.peer.gid);
    out.writeString(status.peer.program);
-   out.writeU8(status.asking ? askingFlag : 0);
+   bool const leftOut = status.stats.valuesLeftOut != 0;
+   out.writeU8(static_cast<U8>((status.asking ? askingFlag : 0) | (leftOut ? leftOutFlag : 0)));
    out.writeU64(status.age);
    out.writeU64(status.stats.messagesIn);
    out.writeU64(status.stats.messagesOut);
@@ -58,6 +67,13 @@ void encode(Out& out, SessionStatus const& status) {
       out.writeU8(static_cast<U8>(served.mode));
       out.writebool(served.complete);
    }
+   if (leftOut) {
+      out.writeU64(status.stats.valuesLeftOut);
+      out.writeU32(static_cast<U32>(status.leftOut.size()));
+      for (Sarn::String const& what : status.leftOut) {
+         out.writeString(what);
+      }
+   }
 }
 
 SessionStatus decodeSessionStatus(In& in) {
@@ -68,10 +84,10 @@ SessionStatus decodeSessionStatus(In& in) {
    status.peer.gid = in.nextU32();
    status.peer.program = in.nextValidString(longestName);
    U8 const flags = in.nextU8();
-   if (flags > askingFlag) {
+   if (flags > (askingFlag | leftOutFlag)) {
       in.fault("a session has the unknown flags " + std::to_string(flags), 1);
    }
-   status.asking = flags != 0;
+   status.asking = (flags & askingFlag) != 0;
    status.age = in.nextU64();
    status.stats.messagesIn = in.nextU64();
    status.stats.messagesOut = in.nextU64();
@@ -97,6 +113,12 @@ SessionStatus decodeSessionStatus(In& in) {
       served.complete = in.nextbool();
       status.roots.push_back(std::move(served));
    }
+   if ((flags & leftOutFlag) != 0) {
+      status.stats.valuesLeftOut = in.nextU64();
+      for (U32 left = in.nextU32(); left != 0; --left) {
+         status.leftOut.emplace_back(in.nextValidString(longestName));
+      }
+   }
    return status;
 }
 
@@ -112,13 +134,14 @@ SessionStatus Session::status() const {
       status.dirtyAttributes += flow->dirtyAttributes();
       status.dirtyKeys += flow->dirtyCollKeys();
    }
-   status.waiting = out_.size();
-   status.capacity = out_.limit();
+   status.waiting = out_.size() + (partsOut_ != nullptr ? partsOut_->left() : 0);
+   status.capacity = out_.limit() + (partsOut_ != nullptr ? partsOut_->left() : 0);
    status.behind = behindSince_ != 0 ? now - behindSince_ : 0;
    for (Served const& served : served_) {
       NamedEntity const& root = served.root->entity();
       status.roots.push_back({{root.kivType().name, root.nameString()}, served.mode, served.ended});
    }
+   status.leftOut = leftOut_;
    return status;
 }
 
@@ -172,9 +195,7 @@ void Session::applySessions(In& in) {
    }
    in.expectEnd();
    --sessionsAsked_;
-   if (listener_ != nullptr) {
-      listener_->onSessions(*this, sessions, total);
-   }
+   callListener([&](SessionListener& listener) { listener.onSessions(*this, sessions, total); });
 }
 
 }  // namespace Kiv::NboAttrLog

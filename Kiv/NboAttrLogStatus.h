@@ -41,6 +41,8 @@ struct SessionStats {
    /// Those of them that the peer never saw, since a later one of the same attribute or key came
    /// before it was told.
    U64 changesCoalesced = 0;
+   /// Values that the peer was not told since they are longer than `Limits::longestValue`.
+   U64 valuesLeftOut = 0;
 };
 
 /// A root as one peer mirrors it.
@@ -73,6 +75,8 @@ struct SessionStatus {
    /// clock.
    U64 behind = 0;
    std::vector<ServedRoot> roots;
+   /// The last values that were left out, each with entity, attribute, key and size.
+   std::vector<Sarn::String> leftOut;
 };
 
 class In;

@@ -47,16 +47,21 @@ enum class Opcode : U8 {
    roots,         ///< U32 count, then each offered root's type name and name
    listSessions,  ///< nothing; asks for
    sessions,      ///< U32 of all, U32 count, then each session's status
-   last_ = sessions,
+   part,          ///< of a longer message: U8 opcode, U32 size, U32 offset, bytes
+   last_ = part,
 };
 
 /// What one connection may cost, and all of a hub together, on either side. Both ends of a
-/// connection should agree on `longestMessage`.
+/// connection should agree on `longestMessage` and `longestValue`.
 struct Limits {
    /// Bytes that wait to be sent, per connection. The memory for them is taken when it is used.
    std::size_t outputBuffer = std::size_t(1) << 20;
    /// The longest body of a message, sent or received.
    std::size_t longestMessage = std::size_t(1) << 18;
+   /// The longest body of a message that travels in parts, sent or received: a session holds so
+   /// much for one that is on its way out, and for one that is on its way in. A longer value is
+   /// left out for the peer, see `SessionListener::onLeftOut`. At most 2^32 - 1.
+   std::size_t longestValue = std::size_t(1) << 24;
    /// Entities that a peer may introduce, and that a hub may number.
    U32 entities = U32(1) << 20;
    /// Nested replays of collections.

@@ -80,6 +80,55 @@ TEST_F(Recording, PlaysBackWhatWasThereAndWhatHappened) {
    EXPECT_EQ(told[2], "4000/1004000: ") << "the end";
 }
 
+TEST_F(Recording, PlaysBackWhatIsLongerThanAMessage) {
+   std::string const before(3000, 'b');
+   std::string const after(20000, 'a');
+   root->textIs(before);
+   root->byTextIs(after + "key", 3);
+   record();
+   root->textIs(after);
+   root->byNumberIs(1, after);
+   turn();
+   EXPECT_EQ(recorder->stats().changes, 2u);
+   Bytes const& bytes = closed();
+   Player player(make);
+   EXPECT_EQ(playAll(bytes, player), "");
+   EXPECT_TRUE(player.complete());
+   EXPECT_EQ(KivTest::firstDifference(*root, rootOf(player)), "");
+   // Cut in the middle of the last value, all before it is there.
+   Player cut(make);
+   playAll(Bytes(bytes.begin(), bytes.end() - 6000), cut);
+   EXPECT_EQ(rootOf(cut).text(), after);
+   EXPECT_EQ(rootOf(cut).byNumberCount(), 0u);
+}
+
+TEST_F(Recording, AppliesAFrameWholeThoughAnObserverThrows) {
+   record();
+   root->u8Is(1);
+   root->u16Is(2);
+   root->u32Is(3);
+   turn();
+   Bytes const& bytes = closed();
+   struct Thrower final : Kiv::Observer {
+      void onChange(Kiv::Change const&) override { throw Kiv::Exception("mine"); }
+   } thrower;
+   Sarn::Ptr<Root> const played = KivTest::rootFactory("test");
+   played->observerAdd(thrower);
+   Player player([&](OfferedRoot const&) { return Sarn::Ptr<Kiv::NamedEntity>(played.get()); });
+   Source source(bytes);
+   RecordingReader reader(source);
+   for (RecordingReader::Frame frame; reader.next(frame);) {
+      try {
+         EXPECT_TRUE(player.apply(frame));
+      } catch (Kiv::Exception const& error) {
+         EXPECT_STREQ(error.what(), "mine");
+      }
+   }
+   played->observerDel(thrower);
+   EXPECT_FALSE(player.failed());
+   EXPECT_EQ(KivTest::firstDifference(*root, *played), "");
+}
+
 TEST_F(Recording, AnyMomentIsFoundAndIsAsItWas) {
    constexpr U64 turns = 120;
    RecorderOptions options = smallBlocks();

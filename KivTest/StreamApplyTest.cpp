@@ -146,6 +146,26 @@ TEST_F(StreamApply, AHandleBeyondTheBoundIsRefused) {
    EXPECT_EQ(copy->leafCount(), 0u);
 }
 
+TEST_F(StreamApply, AHandleOfTurnZeroIsRefused) {
+   std::string const reason = send(
+         Opcode::create, "leaf", concat(u32(0x00000005), u32(1), Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0}));
+   EXPECT_EQ(reason, "test.leaf (KivTest::Root, " + std::to_string(idOf("leaf")) +
+                           "): the handle 5 is of turn 0, but turns begin at 1 at offset 4");
+   EXPECT_EQ(copy->leafCount(), 0u);
+}
+
+TEST_F(StreamApply, TheGreatestHandleThatIsWithinTheBoundIsTaken) {
+   EXPECT_EQ(
+         send(Opcode::create, "leaf",
+              concat(u32(0x01000000 + (1u << 20) - 1), u32(1), Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0})),
+         "");
+   EXPECT_EQ(copy->leafCount(), 1u);
+   EXPECT_NE(send(Opcode::create, "leaf",
+                  concat(u32(0x01000000 + (1u << 20)), u32(2), Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0})),
+             "");
+   EXPECT_EQ(copy->leafCount(), 1u);
+}
+
 TEST_F(StreamApply, CollectionMarkersComeInPairs) {
    EXPECT_NE(send(Opcode::collectionEnd, "byNumber", {}).find("has not begun"), std::string::npos);
    source.connect();
@@ -180,14 +200,14 @@ TEST_F(StreamApply, AnEntityErasedInTheMiddleOfItsReplayTakesThatAlong) {
    }
 }
 
-TEST_F(StreamApply, ASourceMessageThatIsTooLongIsNotWritten) {
-   root->textIs(std::string((std::size_t(1) << 18) + 1, 'x'));
-   carry();
-   std::string const reason = source.session->closeReason();
-   EXPECT_EQ(reason, "test.text (" + std::to_string(idOf("text")) +
-                           "): a message of 262149 bytes exceeds the bound of 262144");
-   EXPECT_EQ(mirror.session->closeReason(), "closed by the peer: " + reason);
-   EXPECT_EQ(copy->text(), "none");
+TEST_F(StreamApply, ALongestMessageIsTaken) {
+   std::string const longest((std::size_t(1) << 18) - 4, 'x');
+   EXPECT_EQ(send(Opcode::set, "text", text(longest)), "");
+   EXPECT_EQ(copy->text(), longest);
+   EXPECT_EQ(send(Opcode::set, "text", text(longest + "y")),
+             "test.text (KivTest::Root, " + std::to_string(idOf("text")) +
+                   "): a message of 262145 bytes exceeds the bound of 262144");
+   EXPECT_EQ(copy->text(), longest);
 }
 
 TEST_F(StreamApply, AMessageThatIsTooLongIsRefusedBeforeItHasCome) {

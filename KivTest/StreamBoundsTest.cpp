@@ -348,7 +348,7 @@ TEST_F(StreamEntityBound, AHandleOfTurnZeroIsNone) {
    mount();
    EXPECT_NE(fault(message(Opcode::create, root->streamHandle(), idOf("leaf"),
                            concat(u32(0x00000004), u32(1), Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0})))
-                   .find("the handle 4 exceeds the bound"),
+                   .find("the handle 4 is of turn 0"),
              std::string::npos);
 }
 

@@ -66,6 +66,28 @@ TEST_F(Connection, MirrorsOverASocket) {
    EXPECT_EQ(copy->u8(), 3);
 }
 
+TEST_F(Connection, AppliesWhatAnObserversExceptionHasKeptBackWithoutMoreBytes) {
+   client->session().mountIs(copy);
+   run();
+   struct Thrower final : Kiv::Observer {
+      void onChange(Kiv::Change const&) override { throw Kiv::Exception("mine"); }
+   } thrower;
+   root->u8Is(3);
+   root->u16Is(4);
+   root->u32Is(5);
+   server->flush();
+   copy->observerAdd(thrower);
+   EXPECT_THROW(turn(*client), Kiv::Exception);
+   EXPECT_EQ(copy->u16(), 60000);
+   EXPECT_EQ(client->events(), POLLIN | POLLOUT);
+   EXPECT_THROW(turn(*client), Kiv::Exception);
+   copy->observerDel(thrower);
+   EXPECT_TRUE(turn(*client));
+   EXPECT_EQ(client->events(), POLLIN);
+   EXPECT_EQ(KivTest::firstDifference(*root, *copy), "");
+   EXPECT_FALSE(client->done());
+}
+
 TEST_F(Connection, WaitsForRoomOnlyWhenSomethingIsToBeSent) {
    run();
    EXPECT_EQ(server->events(), POLLIN);
@@ -110,15 +132,50 @@ TEST_F(Connection, ClosesOnGarbageWithAReasonOnBothSides) {
    EXPECT_NE(server->closeReason().find("no message of this kind"), std::string::npos);
 }
 
-TEST_F(Connection, TellsThePeerWhenAChangeCannotBeWritten) {
+TEST_F(Connection, CarriesAStringThatIsLongerThanItsBuffer) {
    client->session().mountIs(copy);
    run();
-   root->textIs(std::string(std::size_t(1) << 20, 'x'));
-   EXPECT_TRUE(server->session().closed());
+   root->textIs(std::string(std::size_t(3) << 20, 'x'));
    run();
-   EXPECT_TRUE(server->done());
-   EXPECT_NE(client->closeReason().find("exceeds the bound"), std::string::npos)
-         << client->closeReason();
+   EXPECT_EQ(copy->text().size(), std::size_t(3) << 20);
+   EXPECT_FALSE(server->done());
+}
+
+TEST_F(Connection, TellsTheListenerOfWhatIsLeftOutThoughNothingIsToBeSent) {
+   struct Listener final : SessionListener {
+      void onLeftOut(Session&, Sarn::String const& what) override { told += what + "\n"; }
+      std::string told;
+   } listener;
+   std::array<int, 2> fds{};
+   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds.data()), 0);
+   server = std::make_unique<FdConnection>(source, fds[0], &listener);
+   client = std::make_unique<FdConnection>(mirror, fds[1]);
+   client->session().mountIs(copy);
+   run();
+   root->textIs(std::string(std::size_t(1) << 24, 'x'));
+   server->flush();
+   EXPECT_EQ(listener.told, "test.text (270): 16777220 bytes exceed the bound of 16777216\n");
+}
+
+TEST_F(Connection, TellsThePeerWhenAChangeCannotBeWritten) {
+   Limits few;
+   few.entities = 2;
+   Hub narrow(few);
+   std::array<int, 2> fds{};
+   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds.data()), 0);
+   FdConnection offering(narrow, fds[0]);
+   client = std::make_unique<FdConnection>(mirror, fds[1]);
+   Sarn::Ptr<Root> const there = KivTest::rootFactory("test");
+   narrow.rootIs(there);
+   client->session().mountIs(copy);
+   while (turn(*client) || turn(offering)) {
+   }
+   there->leafIs(1, true, KivTest::Opaque(1.0));
+   EXPECT_TRUE(offering.session().closed());
+   while (turn(offering) || turn(*client)) {
+   }
+   EXPECT_TRUE(offering.done());
+   EXPECT_EQ(client->closeReason(), "closed by the peer: more than 2 entities cannot be streamed");
    EXPECT_EQ(client->session().mounts().front().state(), Mount::State::lost);
 }
 

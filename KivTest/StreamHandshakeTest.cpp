@@ -73,8 +73,28 @@ TEST_F(SessionHandshake, SaysTheReasonToThePeer) {
 }
 
 TEST_F(SessionHandshake, TakesModulesThatOnlyOneSideHas) {
-   EXPECT_EQ(fault(helloWith("KivNboAL", 1, concat(u32(1), text("Unheard"), u32(1)))), "");
+   EXPECT_EQ(fault(helloWith(
+                   "KivNboAL", 1,
+                   concat(u32(2), text("Unheard"), u32(1), text("TestTypes"), u32(0x7e57ab1e)))),
+             "");
    EXPECT_TRUE(mirror.session->handshakeDone());
+}
+
+TEST_F(SessionHandshake, RefusesAPeerWithoutModules) {
+   std::string const reason =
+         "message 1 for entity 0, attribute 0: the peer has none of the modules that are loaded "
+         "here at offset 16";
+   EXPECT_EQ(fault(helloWith("KivNboAL", 1, u32(0))), reason);
+   EXPECT_FALSE(mirror.session->handshakeDone());
+   source.receive(mirror.take());
+   EXPECT_EQ(source.session->closeReason(), "closed by the peer: " + reason);
+}
+
+TEST_F(SessionHandshake, RefusesAPeerWithUnknownModulesOnly) {
+   EXPECT_EQ(fault(helloWith("KivNboAL", 1,
+                             concat(u32(2), text("Unheard"), u32(1), text("Unseen"), u32(2)))),
+             "message 1 for entity 0, attribute 0: the peer has none of the modules that are "
+             "loaded here at offset 45");
 }
 
 TEST_F(SessionHandshake, RefusesAGreetingThatEndsTooEarly) {

@@ -48,7 +48,10 @@ inline std::string line(U8 const* header, U8 const* body, std::size_t size) {
                                            "sync",
                                            "synced",
                                            "listRoots",
-                                           "roots"};
+                                           "roots",
+                                           "listSessions",
+                                           "sessions",
+                                           "part"};
    static constexpr char const* digits = "0123456789abcdef";
    auto const hex = [](U8 v) { return std::string{digits[v >> 4], digits[v & 15]}; };
    std::string text = header[0] < std::size(names) ? names[header[0]] : "?";
@@ -142,6 +145,9 @@ struct End : SessionListener {
    }
    void onClosed(Session&, Sarn::String const& reason) override {
       events.push_back("closed: " + reason);
+   }
+   void onLeftOut(Session&, Sarn::String const& what) override {
+      events.push_back("left out: " + what);
    }
    void onSynced(Session&, U32 token) override {
       events.push_back("synced " + std::to_string(token));

@@ -156,11 +156,10 @@ TEST_F(StreamWire, SingletonChildrenByTheirHandleAndNameIfTheyHaveOne) {
    EXPECT_EQ(written([&] { root->badgeIs("b"); }), at("create", "badge", "010000030000000162"));
 }
 
-TEST_F(StreamWire, ANamedChildOfAnotherNameIsErasedAndMade) {
+TEST_F(StreamWire, ANamedChildOfAnotherNameTakesThePlaceOfTheFormer) {
    root->badgeIs("b")->brightnessIs(9);
    carry();
-   EXPECT_EQ(written([&] { root->badgeIs("c"); }),
-             at("erase", "badge", "") + "; " + at("create", "badge", "010000030000000163"));
+   EXPECT_EQ(written([&] { root->badgeIs("c"); }), at("create", "badge", "010000030000000163"));
    EXPECT_EQ(copy->badge()->brightness(), 5);
 }
 

@@ -90,10 +90,11 @@ void MemberEmitter::range(MemberCode& code) const {
                         {{"message", message}});
    code.constructorBody = fill("Kiv::checkRange(@name@_, @low@, @high@, @name@Range_);\n",
                                {{"low", names_.bound(*member_.lower)}, {"high", high}});
+   auto const isFloating = type().kind == TypeKind::floating;
    code.inlineBodies = fill(
          R"(
          inline void @Owner@::@name@Is(@param@ v) {
-            if (@name@_ == v) {
+            if (@unchanged@) {
                return;
             }
             Kiv::checkRange(v, @low@, @high@, @name@Range_);
@@ -101,6 +102,7 @@ void MemberEmitter::range(MemberCode& code) const {
          }
          )",
          {{"param", names_.param(member_)},
+          {"unchanged", fill(isFloating ? "Kiv::isUnchanged(@name@_, v)" : "@name@_ == v")},
           {"streamed", streamedArgument()},
           {"low", names_.bound(*member_.lower)},
           {"high", high}});

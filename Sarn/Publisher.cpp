@@ -96,6 +96,8 @@ namespace {
 
 }  // namespace
 
+constinit thread_local U32 Publisher::observersThrew_ = 0;
+
 Publisher::~Publisher() {
    for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
       if (frame->at == this || &frame->change.source == this) {
@@ -180,6 +182,7 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
       }
    } catch (...) {
       runRest(frame);
+      ++observersThrew_;
       throw;
    }
 }
@@ -195,6 +198,7 @@ void Publisher::publishInside(U16 attributeId, void const* key, void const* oldV
       runUpTo(frame);
    } catch (...) {
       runRest(frame);
+      ++observersThrew_;
       throw;
    }
 }

@@ -105,6 +105,10 @@ public:
    /// The publication from inside which `change` was made, or null. REQUIRES: `change` is being
    /// told on this thread.
    static void const* madeInside(Change const& change) noexcept;
+   /// How many publications on this thread have thrown what an observer threw. Whoever calls a
+   /// setter learns from it whether an exception is the setter's own, which comes before anything
+   /// is published, or an observer's.
+   static U32 observersThrew() noexcept { return observersThrew_; }
    /// Calls `visit(context, change)` for each change that is being told on this thread, or has been
    /// told to all but whose publication has not returned; not for those whose source is gone.
    static void forEachRunning(void* context, void (*visit)(void* context, Change const& change));
@@ -127,6 +131,7 @@ private:
    struct Frame;
    static constexpr U8 ownBit = 1;
    static constexpr U8 aboveBit = 2;
+   [[gnu::tls_model("initial-exec")]] static constinit thread_local U32 observersThrew_;
 
    class Running;
    class RunningInside;

@@ -47,6 +47,7 @@ Limits limits() {
    Limits all;
    all.outputBuffer = 4096;
    all.longestMessage = 1024;
+   all.longestValue = 2048;
    all.entities = 256;
    all.nesting = 8;
    return all;

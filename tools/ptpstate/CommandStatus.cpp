@@ -74,6 +74,12 @@ void print(std::ostream& out, SessionStatus const& session) {
                        counted(session.capacity, "byte", "bytes") + " (" + std::to_string(percent) +
                        " %)");
    row("behind", session.behind != 0 ? "for " + durationText(session.behind) : "no");
+   if (session.stats.valuesLeftOut != 0) {
+      row("left out", counted(session.stats.valuesLeftOut, "value", "values"));
+   }
+   for (Sarn::String const& what : session.leftOut) {
+      row("", what);
+   }
 }
 
 nlohmann::ordered_json sessionJson(SessionStatus const& session) {
@@ -107,7 +113,9 @@ nlohmann::ordered_json sessionJson(SessionStatus const& session) {
            {"dirtyKeys", session.dirtyKeys},
            {"bufferedBytes", session.waiting},
            {"bufferBytes", session.capacity},
-           {"behindNs", session.behind}};
+           {"behindNs", session.behind},
+           {"valuesLeftOut", session.stats.valuesLeftOut},
+           {"leftOut", session.leftOut}};
 }
 
 Exit status(StatusOptions const& options) {

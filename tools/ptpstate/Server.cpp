@@ -51,6 +51,10 @@ void Server::Peer::onMountRefused(Kiv::NboAttrLog::Session&,
    server.say(*this, "refused " + root.type + "=" + root.name + ": " + reason);
 }
 
+void Server::Peer::onLeftOut(Kiv::NboAttrLog::Session&, Sarn::String const& what) {
+   server.say(*this, "left out: " + what);
+}
+
 void Server::say(Peer const& peer, Sarn::String const& what) {
    if (options_.log != nullptr) {
       *options_.log << dateText(wallNow()) << " connection " << peer.number << " ("

@@ -47,6 +47,7 @@ private:
       void onMountRefused(Kiv::NboAttrLog::Session& session,
                           Kiv::NboAttrLog::OfferedRoot const& root,
                           Sarn::String const& reason) override;
+      void onLeftOut(Kiv::NboAttrLog::Session& session, Sarn::String const& what) override;
 
       Server& server;
       U64 number;

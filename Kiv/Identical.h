@@ -1,0 +1,94 @@
+#pragma once
+
+#include <bit>
+#include <optional>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "Kiv/ValueOps.h"
+
+/// Values that are equal and yet not the same: 0.0 and -0.0, alone or within other values. Setters
+/// go by equality. What the attribute log brings is stored as it is, so that a mirror that has
+/// missed the changes between two such values shows the one that its source has.
+namespace Kiv {
+
+/// Whether equal values of the type may differ in their text and in the log.
+template <class T>
+inline constexpr bool equalMayDiffer = [] {
+   if constexpr (requires { T::kivFields(); }) {
+      return std::apply(
+            [](auto const&... f) {
+               return (equalMayDiffer<typename std::remove_cvref_t<decltype(f)>::Type> || ...);
+            },
+            T::kivFields());
+   } else if constexpr (requires { typename T::value_type; } && !std::is_same_v<T, Sarn::String>) {
+      return equalMayDiffer<typename T::value_type>;  // an optional
+   } else {
+      // Of a type written by hand only its encoding is known.
+      return std::is_floating_point_v<T> || requires {
+         T::kivMaxEncodedSize;
+      };
+   }
+}();
+
+/// Whether two equal values are also the same in the log. REQUIRES: a == b.
+template <class T>
+bool isIdentical(T const& a, T const& b) {
+   if constexpr (!equalMayDiffer<T>) {
+      return true;
+   } else if constexpr (std::is_same_v<T, float>) {
+      return std::bit_cast<U32>(a) == std::bit_cast<U32>(b);
+   } else if constexpr (std::is_same_v<T, double>) {
+      return std::bit_cast<U64>(a) == std::bit_cast<U64>(b);
+   } else if constexpr (requires { T::kivFields(); }) {
+      return std::apply(
+            [&](auto const&... f) { return (isIdentical(a.*f.member, b.*f.member) && ...); },
+            T::kivFields());
+   } else if constexpr (requires { typename T::value_type; }) {
+      return !a || isIdentical(*a, *b);
+   } else {
+      auto const encoded = [](T const& v) {
+         std::vector<U8> bytes(ValueOps<T>::size(v));
+         NboAttrLog::Out out(bytes.data(), bytes.size());
+         ValueOps<T>::encode(out, v);
+         return bytes;
+      };
+      return encoded(a) == encoded(b);
+   }
+}
+
+namespace Impl {
+
+/// Set while the log applies a value that equals the stored one and is not the same; the setter
+/// that it goes through takes it back.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local bool storesEqual;
+/// The child that the log creates again: its constant arguments are compared bit by bit.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local void const* exactChild;
+
+/// Sets one of these as long as it lives.
+template <class T>
+class Exactly {
+public:
+   Exactly(T& place, T value) noexcept : place_(place) { place_ = value; }
+   ~Exactly() { place_ = T(); }
+   Exactly(Exactly const&) = delete;
+   Exactly& operator=(Exactly const&) = delete;
+
+private:
+   T& place_;
+};
+
+}  // namespace Impl
+
+/// A setter's comparison: whether there is nothing to store and to publish.
+template <class T, class V>
+inline bool isUnchanged(T const& stored, V const& v) {
+   if constexpr (equalMayDiffer<T>) {
+      return stored == v && !std::exchange(Impl::storesEqual, false);
+   } else {
+      return stored == v;
+   }
+}
+
+}  // namespace Kiv
