@@ -1,6 +1,8 @@
 // Trees of entities: who hears of a change, and what happens when things die meanwhile.
 #include <gtest/gtest.h>
 
+#include <ctime>
+
 #include "Kiv/Path.h"
 #include "KivTest/ObserverTestSupport.h"
 #include "KivTest/Recorder.h"
@@ -117,6 +119,25 @@ TEST_F(Entity, ThePathLeadsFromTheRootWithKeys) {
    EXPECT_EQ(Kiv::entityPath(*root->medal()), "test.medal");
    root->leafDel(7);
    EXPECT_EQ(Kiv::entityPath(*twig), "KivTest::Leaf.twig[high]");
+}
+
+TEST_F(Entity, ThePathOfAChildIsFoundWithoutTheOthers) {
+   auto const seconds = [](U32 children) {
+      Sarn::Ptr<Root> const parent = KivTest::rootFactory("test");
+      for (U32 i = 0; i != children; ++i) {
+         parent->leafIs(i, false, Opaque());
+      }
+      Sarn::Ptr<Leaf> const leaf = parent->leaf(children / 2);
+      std::string const expected = "test.leaf[" + std::to_string(children / 2) + "]";
+      std::clock_t const begin = std::clock();
+      for (int i = 0; i != 1000; ++i) {
+         EXPECT_EQ(Kiv::entityPath(*leaf), expected);
+      }
+      return static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+   };
+   double const few = seconds(10);
+   double const many = seconds(20000);
+   EXPECT_LT(many, 20 * few + 0.1) << few << " s, then " << many << " s";
 }
 
 TEST_F(Entity, IsHeldByItsParentAndThePointersThatAskedForIt) {

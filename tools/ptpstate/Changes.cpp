@@ -142,6 +142,9 @@ ChangeObserver::~ChangeObserver() {
 }
 
 void ChangeObserver::onChange(Kiv::Change const& change) {
+   if (!telling_) {
+      return;
+   }
    ChangeText const text = changeText(change);
    std::string_view const rest =
          std::string_view(text.path).substr(std::min(text.path.size(), below_.size()));

@@ -43,12 +43,16 @@ public:
    ChangeObserver(ChangeObserver const&) = delete;
    ChangeObserver& operator=(ChangeObserver const&) = delete;
 
+   /// Whether it tells of what happens; it does from the beginning. What is not told costs nothing.
+   void tellingIs(bool telling) noexcept { telling_ = telling; }
+
    void onChange(Kiv::Change const& change) override;
 
 private:
    Sarn::Ptr<Kiv::Entity> root_;
    Sarn::String below_;
    Tell tell_;
+   bool telling_ = true;
 };
 
 /// The path that changes at `path` are told with, whether or not there is anything now. Throws
