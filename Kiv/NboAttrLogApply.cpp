@@ -2,6 +2,7 @@
 #include "Kiv/NboAttrLogSa.h"
 #include "Kiv/NboAttrLogSession.h"
 #include "Kiv/Path.h"
+#include "Kiv/Printable.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -97,7 +98,7 @@ void Session::parseOne(Header const& header, In& in) {
 
 Sarn::String Session::faultText(Header const& header, char const* fault) const noexcept {
    try {
-      return describe(header) + ": " + fault;
+      return printable(describe(header) + ": " + fault);  // there may be names from the peer in it
    } catch (std::bad_alloc const&) {
       return outOfMemory();
    }
@@ -138,7 +139,8 @@ void Session::apply(Header const& header, In& in) {
          applyHello(in);
          return;
       case Opcode::bye: {
-         Sarn::String const reason = "closed by the peer: " + Sarn::String(in.nextString());
+         Sarn::String const reason =
+               "closed by the peer: " + printable(Sarn::String(in.nextString()));
          in.expectEnd();
          fail(reason, Ending::peer);
          close(reason, false);

@@ -32,7 +32,8 @@ public:
       (void)mode;
       return {};
    }
-   /// A root that the peer has asked for is refused, for whatever reason; not all exist.
+   /// A root that the peer has asked for is refused, for whatever reason; not all exist. What it
+   /// has asked for may hold any bytes: see `Kiv::printable`.
    virtual void onMountRefused(Session&, OfferedRoot const& root, Sarn::String const& reason) {
       (void)root;
       (void)reason;

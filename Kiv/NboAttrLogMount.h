@@ -35,6 +35,7 @@ public:
    State state() const noexcept { return state_; }
    /// Whether the mirror is complete.
    bool complete() const noexcept { return state_ == State::complete; }
+   /// Why it is refused or lost: printable, see `Kiv::printable`.
    Sarn::String const& reason() const noexcept { return reason_; }
 
 private:

@@ -5,6 +5,7 @@
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogSa.h"
 #include "Kiv/NboAttrLogSession.h"
+#include "Kiv/Printable.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -82,7 +83,7 @@ void Session::applyMount(In& in) {
 /// Why a mount is refused; empty if it is not.
 Sarn::String Session::refusal(Hub::Root const* root, OfferedRoot const& asked, MountMode mode) {
    if (root == nullptr) {
-      return "there is no " + asked.type + " named " + asked.name;
+      return "there is no " + printable(asked.type) + " named " + printable(asked.name);
    }
    for (Served const& served : served_) {
       if (served.root == root) {
@@ -120,7 +121,7 @@ void Session::applyMountState(Header const& header, In& in) {
    switch (header.opcode) {
       case Opcode::refused:
          if (state == Mount::State::asked) {
-            mount.reason_ = reason;
+            mount.reason_ = printable(Sarn::String(reason));
             mountStateIs(mount, Mount::State::refused);
             return;
          }

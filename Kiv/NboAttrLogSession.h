@@ -75,6 +75,7 @@ public:
    /// Ends the session; the peer is told if `tell`. Harmless when it is closed.
    void close(Sarn::String const& reason, bool tell = true);
    bool closed() const noexcept { return closed_; }
+   /// Printable, also where the peer has said it; see `Kiv::printable`.
    Sarn::String const& closeReason() const noexcept { return closeReason_; }
    /// Who ended the session.
    Ending ending() const noexcept { return ending_; }

@@ -2,6 +2,7 @@
 #include "Kiv/NboAttrLogStatus.h"
 
 #include "Kiv/NboAttrLogSession.h"
+#include "Kiv/Printable.h"
 
 namespace Kiv::NboAttrLog {
 namespace {
@@ -22,7 +23,7 @@ Sarn::String peerText(PeerIdentity const& peer) {
       return "an unknown peer";
    }
    return "pid " + std::to_string(peer.pid) + ", uid " + std::to_string(peer.uid) + ", gid " +
-          std::to_string(peer.gid) + (peer.program.empty() ? "" : ", " + peer.program);
+          std::to_string(peer.gid) + (peer.program.empty() ? "" : ", " + printable(peer.program));
 }
 
 std::size_t encodedSize(SessionStatus const& status) {

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "Kiv/Printable.h"
+
 namespace Kiv {
 namespace {
 
@@ -243,7 +245,15 @@ void printFloat(Sarn::String& out, float v) {
 void printString(Sarn::String& out, std::string_view v) {
    static constexpr char hex[] = "0123456789abcdef";
    out += '"';
-   for (char const c : v) {
+   for (std::size_t at = 0; at != v.size();) {
+      char const c = v[at];
+      std::size_t const shown = printableCharacter(v.substr(at));
+      if (shown > 1) {
+         out += v.substr(at, shown);
+         at += shown;
+         continue;
+      }
+      ++at;
       auto const byte = static_cast<U8>(c);
       switch (c) {
          case '"':
@@ -262,7 +272,7 @@ void printString(Sarn::String& out, std::string_view v) {
             out += "\\t";
             break;
          default:
-            if (byte < 0x20 || byte == 0x7f) {
+            if (shown == 0) {
                out += "\\x";
                out += hex[byte >> 4];
                out += hex[byte & 15];

@@ -191,6 +191,7 @@ TEST(Text, StringsAreQuotedAndEscaped) {
    EXPECT_EQ(printed(Sarn::String("\"\\\n\r\t")), "\"\\\"\\\\\\n\\r\\t\"");
    EXPECT_EQ(printed(Sarn::String("\0\x1f\x7f", 3)), "\"\\x00\\x1f\\x7f\"");
    EXPECT_EQ(printed(Sarn::String("\xc3\xa9")), "\"\xc3\xa9\"");
+   EXPECT_EQ(printed(Sarn::String("\x9b\xc2\x9b\xc3")), "\"\\x9b\\xc2\\x9b\\xc3\"");
    EXPECT_EQ(Kiv::fromText<Sarn::String>(R"( "a\x41\"\n" )"), "aA\"\n");
    EXPECT_EQ(Kiv::fromText<Sarn::String>(R"("\xAf")"), "\xaf");
 }
