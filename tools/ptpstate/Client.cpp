@@ -30,8 +30,10 @@ Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const
 Client::Client(Sarn::String const& socket, milliseconds patience)
       : socket_(socket),
         patience_(patience),
+        deadline_(Clock::now() + patience),
         connection_(std::make_unique<Kiv::NboAttrLog::FdConnection>(
-              hub_, connectTo(socket), static_cast<Kiv::NboAttrLog::SessionListener*>(this))) {}
+              hub_, connectTo(socket, patience),
+              static_cast<Kiv::NboAttrLog::SessionListener*>(this))) {}
 
 Client::~Client() {
    onMountState = nullptr;
@@ -81,27 +83,23 @@ bool Client::turn(int otherFd, milliseconds timeout) {
    return polled[1].revents != 0;
 }
 
-/// Runs the connection until `done()`; gives up when nothing comes for too long.
+/// Runs the connection until `done()`; gives up when the patience is over.
 template <class Done>
 void Client::waitFor(char const* what, Done&& done) {
-   U64 heard = connection_->session().stats().bytesIn;
-   U64 const before = heard;
+   U64 const before = connection_->session().stats().bytesIn;
    Clock::time_point const begin = Clock::now();
-   Clock::time_point since = begin;
    Progress progress;
    while (!done()) {
       if (over()) {
          throw Failure(socket_ + ": the connection is lost: " + closeReason(), Exit::connection);
       }
-      U64 const now = connection_->session().stats().bytesIn;
-      if (now != heard) {
-         heard = now;
-         since = Clock::now();
-      }
-      auto const left = std::chrono::duration_cast<milliseconds>(since + patience_ - Clock::now());
+      U64 const heard = connection_->session().stats().bytesIn;
+      auto const left = std::chrono::ceil<milliseconds>(deadline_ - Clock::now());
       if (left <= milliseconds::zero()) {
-         throw Failure(socket_ + ": the server does not answer (" + what +
-                             "); wait longer with --timeout, or look after it",
+         throw Failure(socket_ +
+                             (heard == before ? ": the server does not answer ("
+                                              : ": the server has not answered in full in time (") +
+                             what + "); wait longer with --timeout, or look after it",
                        Exit::connection);
       }
       Clock::duration const waited = Clock::now() - begin;

@@ -23,11 +23,14 @@ Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const
 /// `Exit::connection`.
 class Client final : Kiv::NboAttrLog::SessionListener {
 public:
-   /// `patience`: how long the server may be silent while something is waited for.
+   /// `patience`: when it is over, all waiting for the server ends with a `Failure`.
    Client(Sarn::String const& socket, std::chrono::milliseconds patience);
    ~Client();
    Client(Client const&) = delete;
    Client& operator=(Client const&) = delete;
+
+   /// Begins the patience anew: for what is waited for after a time in which nothing was.
+   void beginAnew() { deadline_ = Clock::now() + patience_; }
 
    /// What the server offers. Asks and waits.
    std::vector<OfferedRoot> const& roots();
@@ -77,6 +80,7 @@ private:
 
    Sarn::String socket_;
    std::chrono::milliseconds patience_;
+   Clock::time_point deadline_;
    Kiv::NboAttrLog::Hub hub_;
    std::unique_ptr<Kiv::NboAttrLog::FdConnection> connection_;
    std::vector<OfferedRoot> roots_;

@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -158,9 +159,13 @@ int Listener::accept(bool& exhausted) const {
    return fd;
 }
 
-int connectTo(Sarn::String const& path) {
+int connectTo(Sarn::String const& path, std::chrono::milliseconds patience) {
    sockaddr_un const address = addressOf(path);
    int const fd = newSocket(path);
+   // For a UNIX socket this is the bound of connect(), too.
+   auto const most = std::max<S64>(1, patience.count());
+   timeval const bound{most / 1000, most % 1000 * 1000};
+   ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
    int const error = tryConnect(fd, address);
    if (error == 0) {
       return fd;
@@ -173,6 +178,10 @@ int connectTo(Sarn::String const& path) {
               "there is no such socket; start a server there: ptpstate serve --socket " + path);
       case ECONNREFUSED:
          fail(path, "nobody serves here any more; start a server: ptpstate serve --socket " + path);
+      case EAGAIN:
+         fail(path,
+              "the server does not answer (asked for a connection); wait longer with "
+              "--timeout, or look after it");
       case EACCES:
       case EPERM:
          fail(path, "connecting is not permitted to you; ask its owner");

@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <chrono>
+
 #include "Sarn/String.h"
 #include "tools/ptpstate/Access.h"
 
@@ -32,7 +34,7 @@ private:
    ino_t inode_ = 0;
 };
 
-/// A connected descriptor.
-int connectTo(Sarn::String const& path);
+/// A connected descriptor. A server that is too busy to accept is waited for so long.
+int connectTo(Sarn::String const& path, std::chrono::milliseconds patience);
 
 }  // namespace Ptpstate
