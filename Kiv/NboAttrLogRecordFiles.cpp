@@ -1,6 +1,8 @@
 // Recordings as files on disk, and rings of them.
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,6 +55,14 @@ std::vector<U64> numbersOf(Sarn::String const& path) {
    return numbers;
 }
 
+constexpr char const* beingWritten = "another recorder is writing to it";
+
+/// A file that is written is locked, so that nobody else replaces it or continues its ring. False
+/// if somebody else has locked it; where locks are not to be had, nobody has.
+bool lock(int fd) noexcept {
+   return ::flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
 }  // namespace
 
 RecordFiles::RecordFiles(Sarn::String path, Existing existing)
@@ -69,19 +79,57 @@ RecordFiles::~RecordFiles() {
    }
 }
 
-U64 RecordFiles::begin() {
-   current_ = count_ != 0 ? numbered(path_, number_ + 1) : path_;
-   if (fd_ >= 0) {
-      ::close(fd_);
+bool RecordFiles::fail(Sarn::String const& what) {
+   reason_ = current_ + ": " + what;
+   return false;
+}
+
+/// The newest file of a ring that is there is not written by anybody.
+bool RecordFiles::ringIsFree() {
+   if (count_ == 0 || number_ == 0 || fd_ >= 0) {
+      return true;
    }
-   fd_ = ::open(
-         current_.c_str(),
-         O_WRONLY | O_CREAT | O_CLOEXEC | (existing_ == Existing::replace ? O_TRUNC : O_EXCL),
-         0666);
-   if (fd_ < 0) {
-      reason_ = current_ + ": " + std::generic_category().message(errno);
+   current_ = numbered(path_, number_);
+   int const newest = ::open(current_.c_str(), O_RDONLY | O_CLOEXEC);
+   bool const free = newest < 0 || lock(newest);
+   if (newest >= 0) {
+      ::close(newest);
+   }
+   return free || fail(beingWritten);
+}
+
+/// The file, locked and empty, or -1.
+int RecordFiles::open() {
+   int const flags = existing_ == Existing::replace ? 0 : O_EXCL;
+   int const fd = ::open(current_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666);
+   if (fd >= 0) {
+      struct stat file {};
+      bool const locked = lock(fd);
+      if (locked && (::fstat(fd, &file) < 0 || !S_ISREG(file.st_mode) || ::ftruncate(fd, 0) == 0)) {
+         return fd;
+      }
+      int const error = errno;
+      ::close(fd);
+      fail(locked ? std::generic_category().message(error) : beingWritten);
+      return -1;
+   }
+   fail(std::generic_category().message(errno));
+   return -1;
+}
+
+U64 RecordFiles::begin() {
+   if (!ringIsFree()) {
       return 0;
    }
+   current_ = count_ != 0 ? numbered(path_, number_ + 1) : path_;
+   int const fd = open();
+   if (fd < 0) {
+      return 0;
+   }
+   if (fd_ >= 0) {
+      ::close(fd_);  // only now: one file of the ring is locked at any time
+   }
+   fd_ = fd;
    ++number_;
    if (count_ != 0) {
       removeOld();
@@ -107,8 +155,7 @@ bool RecordFiles::write(U8 const* bytes, std::size_t size) {
          bytes += count;
          size -= static_cast<std::size_t>(count);
       } else if (errno != EINTR) {
-         reason_ = current_ + ": " + std::generic_category().message(errno);
-         return false;
+         return fail(std::generic_category().message(errno));
       }
    }
    return true;

@@ -70,6 +70,38 @@ TEST_F(RecordFilesTest, ARingKeepsTheNewestAndGoesOnBehindThem) {
          << "what has another name is somebody else's";
 }
 
+TEST_F(RecordFilesTest, AFileThatIsBeingWrittenIsLeftAlone) {
+   U8 const bytes[] = {1, 2, 3};
+   RecordFiles other(path("one"), RecordFiles::Existing::replace);
+   {
+      RecordFiles writing(path("one"));
+      ASSERT_EQ(writing.begin(), 1u);
+      ASSERT_TRUE(writing.write(bytes, 3));
+      EXPECT_EQ(other.begin(), 0u);
+      EXPECT_EQ(other.reason(), path("one") + ": another recorder is writing to it");
+      EXPECT_EQ(std::filesystem::file_size(path("one")), 3u);
+      ASSERT_TRUE(writing.write(bytes, 3));
+   }
+   EXPECT_EQ(std::filesystem::file_size(path("one")), 6u);
+   EXPECT_EQ(other.begin(), 1u);
+   EXPECT_EQ(std::filesystem::file_size(path("one")), 0u);
+}
+
+TEST_F(RecordFilesTest, ARingThatIsBeingWrittenIsLeftAlone) {
+   RecordFiles writing(path("flight"), 2);
+   ASSERT_EQ(writing.begin(), 1u);
+   {
+      RecordFiles second(path("flight"), 2);
+      EXPECT_EQ(second.begin(), 0u);
+      EXPECT_EQ(second.reason(), path("flight.000001") + ": another recorder is writing to it");
+   }
+   ASSERT_EQ(writing.begin(), 2u);
+   RecordFiles third(path("flight"), 2);
+   EXPECT_EQ(third.begin(), 0u);
+   EXPECT_EQ(third.reason(), path("flight.000002") + ": another recorder is writing to it");
+   EXPECT_EQ(names(), "flight.000001 flight.000002 ");
+}
+
 TEST_F(RecordFilesTest, FindsTheFilesOfARing) {
    put("flight.000009");
    put("flight.000010");

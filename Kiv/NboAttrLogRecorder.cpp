@@ -119,13 +119,13 @@ std::size_t Recorder::room(std::size_t atLeast, Moment now) {
    if (left >= frameHeaderSize + atLeast) {
       return left - frameHeaderSize;
    }
-   static constexpr std::array<U8, 4096> padding{};
-   while (left != 0) {
-      std::size_t const part = std::min(left, padding.size());
-      if (!writeOut(padding.data(), part)) {
-         return 0;
-      }
-      left -= part;
+   // Padding has a header and a checksum, so that zeros for which nobody has written are damage.
+   std::memset(frame_.data(), 0, left);
+   if (left >= frameHeaderSize) {
+      writeFrameHeader(frame_.data(), FrameKind::padding, now, left - frameHeaderSize);
+   }
+   if (left != 0 && !writeOut(frame_.data(), left)) {
+      return 0;
    }
    std::array<U8, blockHeaderSize> header;
    writeBlockHeader(header.data(), {options_.blockSize, offset_ / options_.blockSize, file_,

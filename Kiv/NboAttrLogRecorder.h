@@ -131,7 +131,8 @@ private:
    bool closed_ = false;
 };
 
-/// Files on disk: one, or a ring of which the oldest is removed.
+/// Files on disk: one, or a ring of which the oldest is removed. A file is locked (`flock`) while
+/// it is written: one that another process, or another `RecordFiles`, writes is refused.
 class RecordFiles final : public RecordSink {
 public:
    /// What becomes of a file that is there.
@@ -155,6 +156,9 @@ public:
    Sarn::String const& current() const noexcept { return current_; }
 
 private:
+   bool fail(Sarn::String const& what);
+   bool ringIsFree();
+   int open();
    void removeOld() noexcept;
 
    Sarn::String path_;

@@ -37,6 +37,11 @@ constexpr std::array<std::array<U32, 256>, 8> crcTables = makeCrcTables();
 /// How much is read at once, if the frame is not longer.
 constexpr std::size_t windowSize = std::size_t(1) << 18;
 
+Sarn::String noSnapshot(U64 offset) {
+   return "the header of a block has the last snapshot at byte " + std::to_string(offset) +
+          ", where none begins";
+}
+
 bool blockSizeIsValid(U32 size) {
    return size >= smallestBlock && size <= largestBlock;
 }
@@ -109,7 +114,8 @@ RecordingReader::RecordingReader(RecordingSource& source) : source_(source) {
 }
 
 void RecordingReader::rewind() {
-   offset_ = 0;
+   offset_ = from_ = 0;
+   snapshots_.clear();
    ended_ = false;
    damage_.clear();
    if (!header_) {
@@ -151,69 +157,90 @@ bool RecordingReader::enterBlock() {
       return stop("it ends within the header of a block");
    }
    std::optional<BlockHeader> const header = readBlockHeader(at);
-   bool const itsPlace = header && header->blockSize == header_->blockSize &&
-                         header->file == header_->file &&
-                         header->block == offset_ / header_->blockSize;
-   if (!itsPlace) {
+   if (!header || header->blockSize != header_->blockSize) {
       return stop("the header of a block is damaged");
    }
+   if (header->file != header_->file) {
+      return stop("a block of file " + std::to_string(header->file) + " stands in file " +
+                  std::to_string(header_->file));
+   }
+   U64 const place = offset_ / header_->blockSize;
+   if (header->block != place) {
+      return stop("block " + std::to_string(header->block) + " stands in the place of block " +
+                  std::to_string(place));
+   }
+   bool const begins = header->snapshot < from_ ||
+                       std::binary_search(snapshots_.begin(), snapshots_.end(), header->snapshot);
+   if (header->snapshot != 0 && !begins) {
+      return stop(noSnapshot(header->snapshot));
+   }
    offset_ += blockHeaderSize;
+   return true;
+}
+
+bool RecordingReader::readFrame(Frame& frame) {
+   U64 const left = header_->blockSize - offset_ % header_->blockSize;
+   U8 const* at = fetch(offset_, frameHeaderSize);
+   if (at == nullptr) {
+      return offset_ >= source_.size() ? false : stop("it ends within the header of a frame");
+   }
+   In in(at, at + frameHeaderSize);
+   std::size_t const size = in.nextU32();
+   U32 const checksum = in.nextU32();
+   if (size > left - frameHeaderSize) {
+      return stop("a frame of " + std::to_string(size) + " bytes exceeds its block");
+   }
+   at = fetch(offset_, frameHeaderSize + size);
+   if (at == nullptr) {
+      return stop("it ends within a frame");
+   }
+   if (crc32c(at + 8, frameHeaderSize - 8 + size) != checksum) {
+      return stop(std::all_of(at, at + frameHeaderSize, [](U8 byte) { return byte == 0; })
+                        ? "there are zeros where a frame should begin"
+                        : "the checksum of a frame does not fit");
+   }
+   In rest(at + 8, at + frameHeaderSize);
+   U8 const kind = rest.nextU8();
+   if (kind > static_cast<U8>(FrameKind::end)) {
+      return stop("there is no frame of kind " + std::to_string(kind));
+   }
+   frame.kind = static_cast<FrameKind>(kind);
+   frame.at.steady = rest.nextU64();
+   frame.at.wall = rest.nextU64();
+   frame.offset = offset_;
+   frame.body = at + frameHeaderSize;
+   frame.size = size;
+   if (frame.kind == FrameKind::padding && size != left - frameHeaderSize) {
+      return stop("padding ends before its block");
+   }
+   offset_ += frameHeaderSize + size;
+   ended_ = frame.kind == FrameKind::end;
    return true;
 }
 
 bool RecordingReader::next(Frame& frame) {
    while (!damaged() && !ended_) {
       U64 const blockSize = header_->blockSize;
-      U64 const inBlock = offset_ % blockSize;
-      if (inBlock == 0 && !enterBlock()) {
+      if (offset_ % blockSize == 0 && !enterBlock()) {
          return false;
       }
       U64 const left = blockSize - offset_ % blockSize;
-      if (left < frameHeaderSize) {
-         offset_ = std::min(offset_ + left, source_.size());
-         if (offset_ % blockSize != 0) {
-            return false;  // the file ends in what nothing was written to
-         }
-         continue;
-      }
-      U8 const* at = fetch(offset_, frameHeaderSize);
-      if (at == nullptr) {
-         return offset_ >= source_.size() ? false : stop("it ends within the header of a frame");
-      }
-      In in(at, at + frameHeaderSize);
-      std::size_t const size = in.nextU32();
-      U32 const checksum = in.nextU32();
-      U8 const kind = in.nextU8();
-      if (size == 0 && checksum == 0 && kind == 0) {
+      if (left < frameHeaderSize) {  // too little for a frame: nothing was written there
          offset_ = std::min(offset_ + left, source_.size());
          if (offset_ % blockSize != 0) {
             return false;
          }
          continue;
       }
-      if (size > left - frameHeaderSize) {
-         return stop("a frame of " + std::to_string(size) + " bytes exceeds its block");
+      if (!readFrame(frame)) {
+         return false;
       }
-      at = fetch(offset_, frameHeaderSize + size);
-      if (at == nullptr) {
-         return stop("it ends within a frame");
+      if (frame.kind == FrameKind::snapshot) {
+         snapshots_.push_back(frame.offset);
       }
-      if (crc32c(at + 8, frameHeaderSize - 8 + size) != checksum) {
-         return stop("the checksum of a frame does not fit");
+      if (frame.kind != FrameKind::padding) {
+         return true;
       }
-      if (kind == 0 || kind > static_cast<U8>(FrameKind::end)) {
-         return stop("there is no frame of kind " + std::to_string(kind));
-      }
-      In times(at + 9, at + frameHeaderSize);
-      frame.kind = static_cast<FrameKind>(kind);
-      frame.at.steady = times.nextU64();
-      frame.at.wall = times.nextU64();
-      frame.offset = offset_;
-      frame.body = at + frameHeaderSize;
-      frame.size = size;
-      offset_ += frameHeaderSize + size;
-      ended_ = frame.kind == FrameKind::end;
-      return true;
    }
    return false;
 }
@@ -231,14 +258,31 @@ std::optional<U64> RecordingReader::seek(U64 wall) {
          continue;  // a block whose header was cut
       }
       std::optional<BlockHeader> const at = readBlockHeader(bytes.data());
-      bool const usable = at && at->blockSize == blockSize && at->block == block &&
-                          at->file == header_->file && at->snapshot < begin + blockSize;
+      bool const usable =
+            at && at->blockSize == blockSize && at->block == block && at->file == header_->file;
       if (usable && at->begun.wall <= wall) {
-         offset_ = at->snapshot;
+         seekSnapshot(begin, at->snapshot);
          return begin;
       }
    }
    return std::nullopt;
+}
+
+/// Goes to the snapshot that the header of the block at `block` names.
+void RecordingReader::seekSnapshot(U64 block, U64 snapshot) {
+   if (snapshot == 0) {
+      return;  // none was complete then: reading begins with the file
+   }
+   bool const frames = snapshot < block && snapshot % header_->blockSize >= blockHeaderSize &&
+                       header_->blockSize - snapshot % header_->blockSize >= frameHeaderSize;
+   offset_ = snapshot;
+   Frame frame;
+   bool const found = frames && readFrame(frame) && frame.kind == FrameKind::snapshot;
+   offset_ = from_ = found ? snapshot : block;
+   ended_ = false;
+   if (!found) {
+      damage_ = noSnapshot(snapshot);
+   }
 }
 
 std::vector<OfferedRoot> snapshotRoots(RecordingReader::Frame const& frame) {

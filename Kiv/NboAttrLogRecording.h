@@ -24,7 +24,7 @@ struct Moment {
 U32 crc32c(U8 const* bytes, std::size_t size, U32 before = 0) noexcept;
 
 enum class FrameKind : U8 {
-   padding = 0,   ///< the rest of the block is unused
+   padding = 0,   ///< zeros up to the end of the block
    snapshot = 1,  ///< a new stream begins: U32 count, then type and name of each root
    log = 2,       ///< whole messages of the stream
    lost = 3,      ///< what is recorded lost its source; the state stands still
@@ -33,7 +33,7 @@ enum class FrameKind : U8 {
 };
 
 inline constexpr char recordingMagic[9] = "KivNboRc";
-inline constexpr U32 recordingVersion = 1;
+inline constexpr U32 recordingVersion = 2;
 /// Magic, version, block size, block, file, snapshot, two times, checksum.
 inline constexpr std::size_t blockHeaderSize = 8 + 4 + 4 + 5 * 8 + 4;
 /// Size, checksum, kind, two times.
@@ -92,7 +92,7 @@ public:
 
    /// The first block's header; nothing if the file does not begin with one.
    std::optional<BlockHeader> const& header() const noexcept { return header_; }
-   /// The next frame. False at the end and at damage.
+   /// The next frame that is not padding. False at the end and at damage.
    bool next(Frame& frame);
    /// Whether reading has come upon bytes that are not as they should be.
    bool damaged() const noexcept { return !damage_.empty(); }
@@ -105,7 +105,8 @@ public:
 
    /// Goes to the snapshot from which the state at a time of day is reached, and tells from which
    /// offset on a frame that is later than `wall` ends it. Nothing if the recording begins later.
-   /// Looks at a header a block, from the end. O(blocks).
+   /// Looks at a header a block, from the end. O(blocks). Where no whole snapshot stands at the
+   /// place that the block's header names, that is damage, and `next` gives nothing.
    std::optional<U64> seek(U64 wall);
    /// Goes back to the beginning.
    void rewind();
@@ -115,10 +116,16 @@ private:
    U8 const* fetch(U64 offset, std::size_t size);
    bool stop(Sarn::String damage);
    bool enterBlock();
+   /// Reads the frame that begins at `offset_`, padding too, and goes behind it.
+   bool readFrame(Frame& frame);
+   void seekSnapshot(U64 block, U64 snapshot);
 
    RecordingSource& source_;
    std::optional<BlockHeader> header_;
    U64 offset_ = 0;
+   /// Where reading began, and the snapshots that have come since.
+   U64 from_ = 0;
+   std::vector<U64> snapshots_;
    std::vector<U8> window_;
    U64 windowAt_ = 0;
    Sarn::String damage_;

@@ -22,11 +22,11 @@ TEST(Crc32c, IsThatOfTheStandard) {
 TEST(RecordingFormat, HasTheBytesThatTheDocumentationShows) {
    Bytes block(Kiv::NboAttrLog::blockHeaderSize);
    Kiv::NboAttrLog::writeBlockHeader(block.data(), {4096, 0, 7, 0, {1000, 2000}});
-   EXPECT_EQ(block, (Bytes{0x4b, 0x69, 0x76, 0x4e, 0x62, 0x6f, 0x52, 0x63, 0,    0, 0, 1, 0,
+   EXPECT_EQ(block, (Bytes{0x4b, 0x69, 0x76, 0x4e, 0x62, 0x6f, 0x52, 0x63, 0,    0, 0, 2, 0,
                            0,    0x10, 0,    0,    0,    0,    0,    0,    0,    0, 0, 0, 0,
                            0,    0,    0,    0,    0,    7,    0,    0,    0,    0, 0, 0, 0,
                            0,    0,    0,    0,    0,    0,    0,    3,    0xe8, 0, 0, 0, 0,
-                           0,    0,    7,    0xd0, 0xe2, 0xa6, 0x76, 0xf7}));
+                           0,    0,    7,    0xd0, 0x51, 0x16, 0x1b, 0x24}));
    auto const header = Kiv::NboAttrLog::readBlockHeader(block.data());
    ASSERT_TRUE(header);
    EXPECT_EQ(header->file, 7u);

@@ -63,10 +63,8 @@ void putRight(Bytes& bytes) {
       for (std::size_t at = block + blockHeaderSize; at + frameHeaderSize <= end;) {
          std::size_t const left = end - at - frameHeaderSize;
          std::size_t size = Kiv::NboAttrLog::In(bytes.data() + at, bytes.data() + end).nextU32();
-         if (size == 0 && bytes[at + 8] == 0) {
-            break;  // padding
-         }
-         size = size <= left ? size : size % (left + 1);
+         bool const padding = size == 0 && bytes[at + 8] == 0;
+         size = padding ? left : size <= left ? size : size % (left + 1);
          U8* const frame = bytes.data() + at;
          Out(frame, 4).writeU32(static_cast<U32>(size));
          Out(frame + 4, 4).writeU32(Kiv::NboAttrLog::crc32c(frame + 8, frameHeaderSize - 8 + size));

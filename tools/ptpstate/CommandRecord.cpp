@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "Kiv/NboAttrLogRecorder.h"
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Progress.h"
 #include "tools/ptpstate/Signals.h"
@@ -119,8 +120,10 @@ void Record::write() {
       recorder_->turn(moment);
    } while (recorder_->waiting());
    if (recorder_->failed()) {
-      throw Failure("the recording ends: " + recorder_->reason() +
-                    "; make room, or record elsewhere");
+      throw Failure(recorder_->stats().files == 0
+                          ? recorder_->reason() + "; nothing is recorded, choose another name"
+                          : "the recording ends: " + recorder_->reason() +
+                                  "; make room, or record elsewhere");
    }
 }
 
@@ -187,7 +190,7 @@ Exit Record::run() {
    }
    write();
    std::cout << "recording " << roots_.size() << (roots_.size() == 1 ? " root" : " roots") << " to "
-             << files_.current() << std::endl;
+             << Kiv::printable(files_.current()) << std::endl;
    if (options_.seconds > 0) {
       end_ = Clock::now() + milliseconds(static_cast<S64>(options_.seconds * 1000));
    }
@@ -195,6 +198,7 @@ Exit Record::run() {
    bool const lost = !client_ || client_->over();
    if (!lost) {
       stop_.taken();  // a second signal ends the waiting
+      client_->beginAnew();
       client_->sync();
    }
    recorder_->close(now());

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <regex>
 
+#include "Kiv/NboAttrLogRecording.h"
 #include "tools/ptpstate/Client.h"
 #include "tools/ptpstate/Failure.h"
 #include "tools/ptpstate/Place.h"
@@ -238,7 +239,7 @@ TEST_F(RecordTest, ThatWasCutOrDamagedIsReadUpToThere) {
    std::ofstream(file, std::ios::binary) << bad;
    Outcome const damaged = replay({"--info"});
    EXPECT_EQ(damaged.status, 1);
-   EXPECT_NE(damaged.out.find("   damaged    at byte " + std::to_string(whole.size() - 61) +
+   EXPECT_NE(damaged.out.find("   fault      damaged at byte " + std::to_string(whole.size() - 61) +
                               ": the checksum of a frame does not fit\n"),
              std::string::npos)
          << damaged.out;
@@ -246,7 +247,7 @@ TEST_F(RecordTest, ThatWasCutOrDamagedIsReadUpToThere) {
    EXPECT_EQ(replay().status, 0) << "a recorder that was killed is no damage";
    EXPECT_NE(replay({"--info"}).out.find(", not closed\n"), std::string::npos);
    std::ofstream(file, std::ios::binary) << "something else";
-   EXPECT_NE(replay().err.find("damaged at byte 0: it does not begin as a recording of version 1"),
+   EXPECT_NE(replay().err.find("damaged at byte 0: it does not begin as a recording of version 2"),
              std::string::npos);
    EXPECT_NE(run({"replay", scratch.file("nothing")}).err.find("there is no such recording"),
              std::string::npos);
@@ -340,6 +341,52 @@ TEST_F(RecordTest, KeepsARingOfFilesEachOfWhichStandsAlone) {
    EXPECT_NE(small.err.find("files of 1048576 bytes: at least 14680064 are needed"),
              std::string::npos)
          << small.err;
+}
+
+TEST_F(RecordTest, AFileThatIsBeingRecordedIsLeftAlone) {
+   auto const recording = record();
+   set("ptp/config.priority1", "7");
+   Outcome const second = run({"record", "--socket", socket, "--for", "5", "--replace", file});
+   EXPECT_EQ(second.status, 1);
+   EXPECT_EQ(second.err, "ptpstate: " + file +
+                               ": another recorder is writing to it; nothing is recorded, choose "
+                               "another name\n");
+   ended(*recording);
+   Outcome const played = replay();
+   EXPECT_EQ(played.err, "");
+   EXPECT_NE(played.out.find("ptp/config.priority1: 128 -> 7\n"), std::string::npos);
+}
+
+TEST_F(RecordTest, InfoTellsWhatReplayWouldFind) {
+   auto const recording = record();
+   set("ptp/config.priority1", "7");
+   ended(*recording);
+   std::string const whole = readFile(file);
+   auto const expectSame = [this](std::string const& bytes, std::string const& fault) {
+      std::ofstream(file, std::ios::binary) << bytes;
+      Outcome const info = replay({"--info"});
+      Outcome const played = replay({"--dump", "/dev/null"});
+      EXPECT_EQ(info.status, 1) << fault;
+      EXPECT_EQ(played.status, 1) << fault;
+      EXPECT_NE(info.out.find("   fault      " + fault), std::string::npos) << info.out;
+      EXPECT_NE(info.err.find(fault), std::string::npos) << info.err;
+      EXPECT_NE(played.err.find(fault), std::string::npos) << played.err;
+   };
+   // A frame of its own, with a right checksum, whose message is none: the last change begins its
+   // frame 61 bytes before the end.
+   std::string bad = whole;
+   std::size_t const frame = whole.size() - 61;
+   bad[frame + Kiv::NboAttrLog::frameHeaderSize] = '\x7f';
+   U8* const at = reinterpret_cast<U8*>(bad.data()) + frame;
+   Kiv::NboAttrLog::writeFrameHeader(at, Kiv::NboAttrLog::FrameKind::log, {1, 1}, 11);
+   expectSame(bad, "cannot be played behind byte " + std::to_string(frame) + ": ");
+   // Only the beginning of the snapshot.
+   std::size_t const roots = whole.find("Ptp::Config") + 11 + 4 + 10;
+   expectSame(whole.substr(0, roots), "what there was is not yet complete at that time");
+   std::string hole = whole;
+   std::fill(hole.begin() + static_cast<std::ptrdiff_t>(frame), hole.end(), '\0');
+   expectSame(hole, "damaged at byte " + std::to_string(frame) +
+                          ": there are zeros where a frame should begin");
 }
 
 TEST_F(RecordTest, AFileThatIsThereIsLeftAlone) {

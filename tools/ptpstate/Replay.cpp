@@ -6,6 +6,7 @@
 
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogRecorder.h"
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Dump.h"
 #include "tools/ptpstate/Failure.h"
 #include "tools/ptpstate/Times.h"
@@ -56,6 +57,15 @@ Sarn::String damageText(Sarn::String const& file, Kiv::NboAttrLog::RecordingRead
    return file + ": damaged at byte " + std::to_string(reader.offset()) + ": " + reader.damage();
 }
 
+Sarn::String unplayableText(Sarn::String const& file,
+                            Kiv::NboAttrLog::RecordingReader::Frame const& frame,
+                            Kiv::NboAttrLog::Player const& player) {
+   return file + ": cannot be played behind byte " + std::to_string(frame.offset) + ": " +
+          player.reason();
+}
+
+constexpr char const* incomplete = ": what there was is not yet complete at that time";
+
 }  // namespace
 
 Replay::Replay(ReplayOptions const& options)
@@ -84,16 +94,14 @@ Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
       Sarn::Ptr<Kiv::NamedEntity> made = newRoot(root.type, root.name);
       if (options_.showsChanges()) {
          observers_.emplace_back(Sarn::Ptr<Kiv::Entity>(made.get()), root.name,
-                                 [this](ChangeText const& text) {
-                                    if (player_.complete()) {
-                                       tell(text.path + text.what);
-                                    }
-                                 });
+                                 [this](ChangeText const& text) { tell(text.path + text.what); });
+         observers_.back().tellingIs(player_.complete());
       }
       return made;
    }
    for (OfferedRoot const& offered : client_->roots()) {
       if (offered.type == root.type && offered.name == root.name) {
+         client_->beginAnew();
          Mount& mount =
                client_->mountIs(root, options_.claim ? MountMode::owner : MountMode::writer);
          client_->waitComplete(mount);
@@ -105,7 +113,7 @@ Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
 }
 
 void Replay::tell(Sarn::String const& line) const {
-   std::cout << dateText(wall_) << ' ' << line << '\n';
+   std::cout << dateText(wall_) << ' ' << Kiv::printable(line) << '\n';
 }
 
 /// The last file with that moment, and where the moment ends there.
@@ -173,6 +181,7 @@ void Replay::catchUp() {
                        Exit::connection);
       }
       if (client_->crowded()) {
+         client_->beginAnew();
          client_->sync();
       }
    }
@@ -182,14 +191,16 @@ bool Replay::playFrame(Sarn::String const& file, Reader::Frame const& frame) {
    wall_ = frame.at.wall;
    bool const complete = player_.complete();
    if (!player_.apply(frame)) {
-      throw Failure(file + ": cannot be played behind byte " + std::to_string(frame.offset) + ": " +
-                    player_.reason());
+      throw Failure(unplayableText(file, frame, player_));
    }
    if (!options_.showsChanges()) {
       catchUp();
       return true;
    }
    if (!complete && player_.complete()) {
+      for (ChangeObserver& observer : observers_) {
+         observer.tellingIs(true);
+      }
       for (Kiv::NamedEntity const* const root : roots()) {
          Dump dump;
          dump.entity(*root, root->nameString());
@@ -253,49 +264,81 @@ void Replay::run() {
    progress_.clear();
    if (client_ && !client_->over()) {
       stop_.taken();
+      client_->beginAnew();
       client_->sync();
    }
    if (damage_.empty() && !player_.complete() && !options_.showsChanges()) {
-      throw Failure(files_[firstFile_] + ": what there was is not yet complete at that time");
+      throw Failure(files_[firstFile_] + incomplete);
    }
 }
 
+namespace {
+
+/// What is in one file, and whether it can be played from its beginning.
+struct RecordingInfo {
+   U64 frames = 0;
+   U64 snapshots = 0;
+   U64 begin = 0;
+   U64 end = 0;
+   Sarn::String roots;
+   bool complete = false;
+   /// What `replay` would stop with; empty if with nothing.
+   Sarn::String fault;
+};
+
+RecordingInfo infoOf(Sarn::String const& file, Kiv::NboAttrLog::RecordingReader& reader) {
+   RecordingInfo info;
+   Kiv::NboAttrLog::Player player([](OfferedRoot const& root) {
+      return Kiv::typeByName(root.type) != nullptr ? newRoot(root.type, root.name)
+                                                   : Sarn::Ptr<Kiv::NamedEntity>();
+   });
+   for (Kiv::NboAttrLog::RecordingReader::Frame frame; reader.next(frame); ++info.frames) {
+      info.begin = info.frames == 0 ? frame.at.wall : info.begin;
+      info.end = frame.at.wall;
+      if (frame.kind == FrameKind::snapshot) {
+         ++info.snapshots;
+         info.roots = rootsText(frame);
+      }
+      if (info.fault.empty() && !player.apply(frame)) {
+         info.fault = unplayableText(file, frame, player);
+      }
+   }
+   info.complete = player.complete();
+   if (info.fault.empty() && reader.damaged()) {
+      info.fault = damageText(file, reader);
+   }
+   if (info.fault.empty() && !info.complete) {
+      info.fault = file + incomplete;
+   }
+   return info;
+}
+
+}  // namespace
+
 void printRecordingInfo(std::ostream& out, std::vector<std::string> const& named) {
-   Sarn::String damage;
+   Sarn::String fault;
    for (Sarn::String const& file : filesOf(named)) {
       std::unique_ptr<RecordingFile> const source = opened(file);
       Kiv::NboAttrLog::RecordingReader reader(*source);
-      U64 frames = 0;
-      U64 snapshots = 0;
-      U64 begin = 0;
-      U64 end = 0;
-      Sarn::String roots;
-      for (Kiv::NboAttrLog::RecordingReader::Frame frame; reader.next(frame); ++frames) {
-         begin = frames == 0 ? frame.at.wall : begin;
-         end = frame.at.wall;
-         if (frame.kind == FrameKind::snapshot) {
-            ++snapshots;
-            roots = rootsText(frame);
-         }
-      }
-      out << file << '\n'
-          << "   begins     " << (frames != 0 ? dateText(begin) : "-") << '\n'
-          << "   ends       " << (frames != 0 ? dateText(end) : "-")
+      RecordingInfo const info = infoOf(file, reader);
+      out << Kiv::printable(file) << '\n'
+          << "   begins     " << (info.frames != 0 ? dateText(info.begin) : "-") << '\n'
+          << "   ends       " << (info.frames != 0 ? dateText(info.end) : "-")
           << (reader.ended()     ? ""
               : reader.damaged() ? ", damaged"
                                  : ", not closed")
           << '\n'
-          << "   roots      " << (roots.empty() ? "-" : roots) << '\n'
-          << "   size       " << source->size() << " bytes, " << frames << " frames, " << snapshots
-          << (snapshots == 1 ? " snapshot" : " snapshots") << '\n';
-      if (reader.damaged()) {
-         damage = damageText(file, reader);
-         out << "   damaged    at byte " << reader.offset() << ": " << reader.damage() << '\n';
+          << "   roots      " << (info.roots.empty() ? "-" : Kiv::printable(info.roots)) << '\n'
+          << "   size       " << source->size() << " bytes, " << info.frames << " frames, "
+          << info.snapshots << (info.snapshots == 1 ? " snapshot" : " snapshots") << '\n';
+      if (!info.fault.empty()) {
+         out << "   fault      " << Kiv::printable(info.fault.substr(file.size() + 2)) << '\n';
+         fault = fault.empty() ? info.fault : fault;
       }
    }
-   if (!damage.empty()) {
+   if (!fault.empty()) {
       out.flush();
-      throw Failure(damage);
+      throw Failure(fault);
    }
 }
 

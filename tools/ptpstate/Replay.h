@@ -76,7 +76,8 @@ private:
    bool endsBefore_ = false;
 };
 
-/// What is in recordings, without playing them. Throws `Failure` at the end if one is damaged.
+/// What is in recordings. Each is played by itself, into nothing; if one cannot be, that is told in
+/// its place, and is the `Failure` that is thrown at the end.
 void printRecordingInfo(std::ostream& out, std::vector<std::string> const& files);
 
 }  // namespace Ptpstate
