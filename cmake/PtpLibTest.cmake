@@ -28,7 +28,7 @@ function(ptplib_test_environment name)
    target_compile_definitions(${name} PRIVATE
       PTPLIB_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
       PTPLIB_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
-   foreach(program IN ITEMS kivc ptpstate ptpports)
+   foreach(program IN ITEMS kivc ptpstate ptpports demoAgent)
       if(TARGET ${program})
          add_dependencies(${name} ${program})
       endif()

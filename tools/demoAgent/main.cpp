@@ -3,11 +3,13 @@
 #include <poll.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <list>
 
 #include "Kiv/NboAttrLogConnection.h"
+#include "Kiv/Printable.h"
 #include "tools/demoAgent/Agent.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Signals.h"
@@ -44,8 +46,8 @@ private:
    U64 changes_ = 0;
 };
 
-/// The loop of a process that owns a tree: one listening socket, any number of readers.
-class Loop final : Kiv::NboAttrLog::SessionListener {
+/// The loop of a process that owns a tree: one listening socket, any number of readers, no writer.
+class Loop {
 public:
    Loop(std::string const& socket, Sarn::Ptr<Kiv::NamedEntity> const& root) : listener_(socket) {
       hub_.rootIs(root);
@@ -55,8 +57,8 @@ public:
    /// Notes when the process is told to end.
    void turn(int timeout) {
       std::vector<pollfd> polled = {{stop_.fd(), POLLIN, 0}, {listener_.fd(), POLLIN, 0}};
-      for (auto const& connection : connections_) {
-         polled.push_back({connection.fd(), connection.events(), 0});
+      for (Reader const& reader : readers_) {
+         polled.push_back({reader.connection.fd(), reader.connection.events(), 0});
       }
       if (::poll(polled.data(), polled.size(), timeout) < 0) {
          return;
@@ -66,60 +68,82 @@ public:
          return;
       }
       std::size_t i = 2;
-      for (auto& connection : connections_) {
-         connection.onReady(polled[i++].revents);
+      for (Reader& reader : readers_) {
+         reader.connection.onReady(polled[i++].revents);
       }
-      connections_.remove_if([](auto const& connection) { return connection.done(); });
+      readers_.remove_if([this](Reader const& reader) {
+         if (reader.connection.done()) {
+            add(gone_, reader);
+         }
+         return reader.connection.done();
+      });
       bool exhausted = false;
       for (int fd = -1; polled[1].revents != 0 && (fd = listener_.accept(exhausted)) >= 0;) {
-         connections_.emplace_back(hub_, fd, static_cast<Kiv::NboAttrLog::SessionListener*>(this));
+         readers_.emplace_back(hub_, fd);
       }
    }
    bool stopped() const noexcept { return stopped_; }
 
    /// Waits until a reader has all that there is, or the process is told to end.
    void waitForReader() {
-      while (!stopped_ && (connections_.empty() || mounted() == 0)) {
+      while (!stopped_ && std::none_of(readers_.begin(), readers_.end(),
+                                       [](Reader const& reader) { return reader.isTold(); })) {
          turn(-1);
       }
       waitSynced();
    }
-   /// Waits until all readers have applied all changes.
+   /// Waits until all readers that there are now, and stay, have applied all changes.
    void waitSynced() {
-      synced_ = 0;
-      for (auto& connection : connections_) {
-         connection.session().syncIs(1);
-         connection.flush();
+      for (Reader& reader : readers_) {
+         reader.synced = false;
+         reader.connection.session().syncIs(1);
+         reader.connection.flush();
       }
-      while (!stopped_ && synced_ < connections_.size()) {
+      while (!stopped_ && !std::all_of(readers_.begin(), readers_.end(),
+                                       [](Reader const& reader) { return reader.synced; })) {
          turn(-1);
       }
    }
+   /// What has been sent to all readers, those that are gone included.
    Kiv::NboAttrLog::SessionStats total() const {
-      Kiv::NboAttrLog::SessionStats sum;
-      for (auto const& connection : connections_) {
-         sum.messagesOut += connection.session().stats().messagesOut;
-         sum.bytesOut += connection.session().stats().bytesOut;
+      Kiv::NboAttrLog::SessionStats all = gone_;
+      for (Reader const& reader : readers_) {
+         add(all, reader);
       }
-      return sum;
+      return all;
    }
 
 private:
-   void onSynced(Kiv::NboAttrLog::Session&, U32) override { ++synced_; }
-   /// Readers that have been told of the root: more than the greeting has gone out.
-   std::size_t mounted() const {
-      std::size_t count = 0;
-      for (auto const& connection : connections_) {
-         count += connection.session().stats().messagesOut > 10 && connection.session().upToDate();
+   struct Reader final : Kiv::NboAttrLog::SessionListener {
+      Reader(Kiv::NboAttrLog::Hub& hub, int fd) : connection(hub, fd, this) {}
+
+      Sarn::String onMountAsked(Kiv::NboAttrLog::Session&, Kiv::NamedEntity const& root,
+                                Kiv::NboAttrLog::MountMode mode) override {
+         return writesBack(mode) ? root.nameString() + " is the agent's own; it may only be read"
+                                 : Sarn::String();
       }
-      return count;
+      void onSynced(Kiv::NboAttrLog::Session&, U32) override { synced = true; }
+      /// Whether it has been told of the root: more than the greeting has gone out.
+      bool isTold() const {
+         Kiv::NboAttrLog::Session const& session = connection.session();
+         return session.stats().messagesOut > 10 && session.upToDate();
+      }
+
+      Kiv::NboAttrLog::FdConnection connection;
+      /// One that has come since it was last asked for has nothing to wait for.
+      bool synced = true;
+   };
+
+   static void add(Kiv::NboAttrLog::SessionStats& sum, Reader const& reader) {
+      sum.messagesOut += reader.connection.session().stats().messagesOut;
+      sum.bytesOut += reader.connection.session().stats().bytesOut;
    }
 
    Ptpstate::StopSignals stop_;
    Ptpstate::Listener listener_;
    Kiv::NboAttrLog::Hub hub_;
-   std::list<Kiv::NboAttrLog::FdConnection> connections_;
-   std::size_t synced_ = 0;
+   std::list<Reader> readers_;
+   Kiv::NboAttrLog::SessionStats gone_;
    bool stopped_ = false;
 };
 
@@ -173,10 +197,10 @@ int main(int argc, char** argv) {
    } catch (CLI::ParseError const& error) {
       return app.exit(error) == 0 ? 0 : static_cast<int>(Exit::usage);
    } catch (Failure const& error) {
-      std::cerr << "demoAgent: " << error.what() << std::endl;
+      std::cerr << "demoAgent: " << Kiv::printable(error.what()) << std::endl;
       return static_cast<int>(error.status());
    } catch (std::exception const& error) {
-      std::cerr << "demoAgent: internal error: " << error.what() << std::endl;
+      std::cerr << "demoAgent: internal error: " << Kiv::printable(error.what()) << std::endl;
       return 4;
    }
 }

@@ -19,7 +19,7 @@ using std::chrono::milliseconds;
 using SteadyClock = std::chrono::steady_clock;
 
 Program::Program(std::vector<std::string> const& args, Surroundings const& in) {
-   std::string const program = PTPLIB_BIN_DIR "/ptpstate";
+   std::string const program = PTPLIB_BIN_DIR "/" + in.program;
    std::vector<char*> words{const_cast<char*>(program.c_str())};
    for (std::string const& argument : args) {
       words.push_back(const_cast<char*>(argument.c_str()));
@@ -32,9 +32,10 @@ Program::Program(std::vector<std::string> const& args, Surroundings const& in) {
    }
    pid_ = ::fork();
    if (pid_ == 0) {
-      ::dup2(out[1], 1);
+      ::dup2(in.output >= 0 ? in.output : out[1], 1);
       ::dup2(err[1], 2);
       ::unsetenv("PTPSTATE_SOCKET");
+      ::setenv("LC_ALL", "C.UTF-8", 1);
       bool ready = in.directory.empty() || ::chdir(in.directory.c_str()) == 0;
       if (!in.socket.empty()) {
          ready = ready && ::setenv("PTPSTATE_SOCKET", in.socket.c_str(), 1) == 0;

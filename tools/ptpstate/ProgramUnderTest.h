@@ -26,9 +26,12 @@ struct Surroundings {
    std::string socket = "";
    /// With this file as standard input; with that of the test if empty.
    std::string input = "";
+   /// With this descriptor as standard output; -1 for one whose text comes in the outcome.
+   int output = -1;
+   std::string program = "ptpstate";
 };
 
-/// A running `ptpstate`. Killed at the end if it still runs.
+/// A running `ptpstate`, in a locale with UTF-8. Killed at the end if it still runs.
 class Program {
 public:
    explicit Program(std::vector<std::string> const& args, uid_t uid = 0)
