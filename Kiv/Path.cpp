@@ -8,18 +8,6 @@
 namespace Kiv {
 namespace {
 
-/// The attribute that holds a child's key: of those given to its constructor, the first.
-FieldDescriptor const* keyField(TypeImpl const& type) {
-   FieldDescriptor const* found = nullptr;
-   forEachField(type, [&](FieldDescriptor const& field) {
-      if (found == nullptr && field.kind == MemberKind::single && field.fieldId != nameFieldId &&
-          field.has(FieldDescriptor::given)) {
-         found = &field;
-      }
-   });
-   return found;
-}
-
 void appendStep(Sarn::String& path, FieldDescriptor const& field, void const* key) {
    path += '.';
    path += field.name;
@@ -32,10 +20,12 @@ void appendStep(Sarn::String& path, FieldDescriptor const& field, void const* ke
 
 /// Looks a child up by the key that it holds. False where it cannot be found in that way.
 bool appendByKey(Sarn::String& path, Entity const& parent, Entity const& child) {
-   FieldDescriptor const* const held = keyField(child.kivType());
-   if (held == nullptr) {
+   // A child's key is the first argument of its constructor.
+   TypeImpl const& type = child.kivType();
+   if (type.ctorArgs.empty() || type.ctorArgs.front() == nameFieldId) {
       return false;
    }
+   FieldDescriptor const* const held = type.field(type.ctorArgs.front());
    AnyValue key(*held->type);
    held->ops->read(&child, key.room());
    key.constructed();

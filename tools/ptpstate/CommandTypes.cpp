@@ -91,7 +91,7 @@ Json memberJson(TypeImpl const& type, MemberInfo const& member) {
    FieldDescriptor const& field = *member.field;
    Json json{{"id", field.fieldId}, {"name", field.name}, {"kind", member.kind}};
    if (field.type != nullptr) {
-      json["type"] = field.type->name;
+      json["type"] = member.valueType;
    }
    if (field.keyType != nullptr) {
       json["key"] = field.keyType->name;
@@ -140,7 +140,7 @@ void printJson(std::vector<TypeImpl const*> const& types) {
       }
       modules.back()["types"].push_back(typeJson(*type));
    }
-   std::cout << modules.dump(3) << '\n';
+   std::cout << jsonLine(modules, 3) << '\n';
 }
 
 Exit types(TypesOptions const& options) {

@@ -1,9 +1,11 @@
 #include "tools/ptpstate/JsonValue.h"
 
 #include <charconv>
+#include <cstdio>
 #include <set>
 
 #include "Kiv/Module.h"
+#include "Kiv/Printable.h"
 #include "Kiv/Text.h"
 #include "tools/ptpstate/Failure.h"
 #include "tools/ptpstate/Values.h"
@@ -270,6 +272,33 @@ Sarn::String jsonKey(AnyValue const& key) {
       }
    }
    return utf8Text(valueText(key));
+}
+
+Sarn::String jsonLine(Json const& json, int indent) {
+   Sarn::String const text = json.dump(indent, ' ', false, Json::error_handler_t::replace);
+   Sarn::String line;
+   line.reserve(text.size());
+   for (std::size_t at = 0; at != text.size();) {
+      std::string_view const rest = std::string_view(text).substr(at);
+      std::size_t const shown = rest[0] == '\n' ? 1 : Kiv::printableCharacter(rest);
+      if (shown != 0) {
+         line += rest.substr(0, shown);
+         at += shown;
+         continue;
+      }
+      // The others below 0x20 are escaped already.
+      auto const first = static_cast<U8>(rest[0]);
+      std::size_t const size = first < 0x80 ? 1 : first < 0xe0 ? 2 : 3;
+      U32 point = size == 1 ? first : first & (0xffU >> (size + 1));
+      for (std::size_t i = 1; i != size; ++i) {
+         point = point << 6 | (static_cast<U8>(rest[i]) & 0x3fU);
+      }
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", point);
+      line += escaped;
+      at += size;
+   }
+   return line;
 }
 
 Json parseJson(std::string const& text, std::string const& source) {

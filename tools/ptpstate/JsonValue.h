@@ -33,6 +33,11 @@ Sarn::String jsonKey(Kiv::AnyValue const& key);
 /// where an object has a key twice.
 Json parseJson(std::string const& text, std::string const& source);
 
+/// A document as text without the end of the line, indented by so many blanks or, below 0, in one
+/// line. What a terminal would not show as it is comes escaped; bytes that are no UTF-8, which only
+/// a name can have, are replaced.
+Sarn::String jsonLine(Json const& json, int indent = -1);
+
 /// The members of a value type that its constructor takes; empty for a type without fields.
 std::vector<Kiv::FieldDescriptor const*> valueFields(Kiv::TypeImpl const& type);
 

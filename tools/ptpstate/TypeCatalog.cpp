@@ -182,6 +182,28 @@ private:
    Scale scale_;
 };
 
+/// The member's type as it was declared, from the module's records: a time is a double in C++.
+Sarn::String declaredName(TypeImpl const& type, FieldDescriptor const& field) {
+   if (field.type == nullptr) {
+      return "";
+   }
+   Sarn::String name = field.type->name;
+   for (TypeImpl const* at = &type; at != nullptr; at = at->base) {
+      Kiv::TypeRecord const& record = at->module->typeRecords[at->index];
+      for (U32 i = 0; i != record.memberCount; ++i) {
+         Kiv::MemberRecord const& member = at->module->memberRecords[record.firstMember + i];
+         if (member.id != field.fieldId || member.typeNameOffset() == Kiv::MemberRecord::noType) {
+            continue;
+         }
+         std::string_view const declared = at->module->typeNames + member.typeNameOffset();
+         std::string_view const cpp = Kiv::typeOf<Kiv::Seconds>().name;
+         std::size_t const place = declared == "Kiv::Seconds" ? name.find(cpp) : name.npos;
+         return place != name.npos ? name.replace(place, cpp.size(), declared) : name;
+      }
+   }
+   return name;
+}
+
 char const* kindOf(TypeImpl const& type, FieldDescriptor const& field) {
    switch (field.kind) {
       case MemberKind::child:
@@ -205,9 +227,11 @@ char const* kindOf(TypeImpl const& type, FieldDescriptor const& field) {
    if (field.ops != nullptr && field.ops->write != nullptr) {
       return "attribute";
    }
-   return type.isCtorArg(field.fieldId)          ? "key"
-          : field.has(FieldDescriptor::constant) ? "constant"
-                                                 : "computed";
+   if (!type.isCtorArg(field.fieldId)) {
+      return field.has(FieldDescriptor::constant) ? "constant" : "computed";
+   }
+   // Its parent knows it by the first argument of its constructor; the others never change.
+   return field.fieldId == type.ctorArgs.front() ? "key" : "constant";
 }
 
 bool hasInitial(TypeImpl const& type, FieldDescriptor const& field) {
@@ -219,7 +243,8 @@ MemberInfo infoOf(TypeImpl const& type, FieldDescriptor const& field, Specimen c
    MemberInfo info;
    info.field = &field;
    info.kind = kindOf(type, field);
-   info.type = field.type != nullptr ? field.type->name : "";
+   info.valueType = declaredName(type, field);
+   info.type = info.valueType;
    if (field.keyType != nullptr && field.kind != MemberKind::queue) {
       info.type += Sarn::String(" by ") + field.keyType->name;
    }

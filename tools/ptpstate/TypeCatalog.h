@@ -13,6 +13,8 @@ struct MemberInfo {
    /// "attribute", "key", "constant", "computed", "field", "child", "children", "map", "ordered",
    /// "queue" or "operation".
    char const* kind = "";
+   /// Of the value, the element or the child, as it was declared; empty for an operation.
+   Sarn::String valueType;
    /// "U8", "Ptp::IntfConfig by Dorn::IntfId"; empty for an operation.
    Sarn::String type;
    /// What it has in a new object; null for what has no value, or is given when it is made.

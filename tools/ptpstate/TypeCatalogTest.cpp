@@ -31,6 +31,33 @@ TEST(TypeCatalog, FindsTheBoundsOfEverySetter) {
    }
 }
 
+/// "kind : type" of a member.
+std::string declared(std::string_view type, std::string_view name) {
+   for (MemberInfo const& member : membersOf(*Kiv::typeByName(type))) {
+      if (member.field->name == name) {
+         return std::string(member.kind) + " : " + member.type;
+      }
+   }
+   return "no such member";
+}
+
+TEST(TypeCatalog, KnowsAKeyFromAConstantThatIsGivenWithIt) {
+   EXPECT_EQ(declared("Ptp::HwIntfStatus", "intf"), "key : Dorn::IntfId");
+   EXPECT_EQ(declared("Ptp::HwIntfStatus", "linuxTsOptions"), "constant : Ptp::LinuxTsOptions");
+   EXPECT_EQ(declared("KivTest::Leaf", "number"), "key : U32");
+   EXPECT_EQ(declared("KivTest::Leaf", "origin"), "constant : KivTest::Opaque");
+   EXPECT_EQ(declared("Ptp::VlanStatus", "trunkAllowed"), "attribute : bool");
+}
+
+TEST(TypeCatalog, CallsATimeWhatItWasDeclared) {
+   EXPECT_EQ(declared("Ptp::CurrentDS", "lastSyncSystemTime"), "attribute : Kiv::Seconds");
+   EXPECT_EQ(declared("Ptp::CurrentDS", "skew"), "attribute : double");
+   EXPECT_EQ(declared("Ptp::RegionBoundaryIntfConfig", "lockTime"),
+             "attribute : Kiv::Optional<Kiv::Seconds>");
+   EXPECT_EQ(declared("Ptp::DebugCounter::CounterClearList", "clearTime"),
+             "map : Kiv::Seconds by Kiv::String");
+}
+
 TEST(TypeCatalog, TellsWhatAFreshObjectHas) {
    for (MemberInfo const& member : membersOf(*Kiv::typeByName("KivTest::Root"))) {
       std::string const name = member.field->name;
