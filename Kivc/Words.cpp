@@ -14,9 +14,12 @@ std::string boundValue(Expr const& bound) {
 }
 
 std::string nameOf(TypeRef const& ref) {
-   return ref.type == nullptr                   ? ref.name.text
-          : ref.type->origin == Origin::builtin ? ref.type->name.text
-                                                : ref.type->qualifiedName();
+   if (ref.type == nullptr) {
+      return ref.name.text;
+   }
+   // Strings are called by their name in the language: in C++ there are two for them.
+   bool const isWord = ref.type->kind == TypeKind::string;
+   return isWord ? ref.type->name.text : ref.type->qualifiedName();
 }
 
 /// The initial value of a member whose declaration states none.
