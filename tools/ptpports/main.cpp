@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpports/PortTable.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Signals.h"
@@ -36,7 +37,7 @@ void run(Options const& options) {
    client.interruptFd = stop.fd();
    Mount const& mount = mountStatus(client, options.root);
    if (options.atEnd) {
-      std::cout << "mirroring " << mount.root().nameString() << std::endl;
+      std::cout << "mirroring " << Kiv::printable(mount.root().nameString()) << std::endl;
       while (!client.over() && !client.turn(stop.fd(), std::chrono::hours(1))) {
       }
       if (client.over()) {
@@ -44,6 +45,7 @@ void run(Options const& options) {
                        Exit::connection);
       }
       stop.taken();  // a second signal ends the waiting, too
+      client.beginAnew();
       client.sync();
    }
    Ptpports::printPorts(std::cout, static_cast<Ptp::Status const&>(mount.root()));
@@ -76,10 +78,10 @@ int main(int argc, char** argv) {
    } catch (CLI::ParseError const& error) {
       return app.exit(error) == 0 ? 0 : static_cast<int>(Exit::usage);
    } catch (Failure const& error) {
-      std::cerr << "ptpports: " << error.what() << std::endl;
+      std::cerr << "ptpports: " << Kiv::printable(error.what()) << std::endl;
       return static_cast<int>(error.status());
    } catch (std::exception const& error) {
-      std::cerr << "ptpports: internal error: " << error.what() << std::endl;
+      std::cerr << "ptpports: internal error: " << Kiv::printable(error.what()) << std::endl;
       return 4;
    }
 }

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <list>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Changes.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/StateDiff.h"
@@ -25,7 +26,7 @@ struct DiffOptions : ClientOptions {
 /// Tells what is wrong, a line each, and gives up.
 [[noreturn]] void refuse(std::string const& file, DocErrors const& errors, char const* outcome) {
    for (Sarn::String const& error : errors) {
-      std::cerr << "ptpstate: " << error << '\n';
+      std::cerr << "ptpstate: " << Kiv::printable(error) << '\n';
    }
    throw Failure(file + ": " + outcome + "; correct what is told above");
 }
@@ -94,7 +95,7 @@ Exit load(LoadOptions const& options) {
                              [&](ChangeText const& text) {
                                 ++changes;
                                 if (options.dryRun) {
-                                   std::cout << text.path << text.what << '\n';
+                                   std::cout << Kiv::printable(text.path + text.what) << '\n';
                                 }
                              });
    }
@@ -115,8 +116,9 @@ Exit load(LoadOptions const& options) {
       }
       client.sync();
    }
-   std::cout << options.file << ": " << changes << (changes == 1 ? " change" : " changes")
-             << (options.dryRun ? ", not applied" : "") << '\n';
+   std::cout << Kiv::printable(options.file) << ": " << changes
+             << (changes == 1 ? " change" : " changes") << (options.dryRun ? ", not applied" : "")
+             << '\n';
    return Exit::ok;
 }
 
@@ -148,10 +150,11 @@ StateDoc readWhole(std::string const& file) {
 void tellDifference(StateLine const* first, StateLine const* second) {
    StateLine const& line = first != nullptr ? *first : *second;
    if (first != nullptr && second != nullptr) {
-      std::cout << "~ " << line.path << ": " << first->text << " -> " << second->text << '\n';
+      std::cout << "~ " << Kiv::printable(line.path + ": " + first->text + " -> " + second->text)
+                << '\n';
    } else {
-      std::cout << (first != nullptr ? "- " : "+ ") << line.path << (line.isEntity ? " : " : " = ")
-                << line.text << '\n';
+      std::cout << (first != nullptr ? "- " : "+ ")
+                << Kiv::printable(line.path + (line.isEntity ? " : " : " = ") + line.text) << '\n';
    }
 }
 
@@ -163,7 +166,7 @@ void tellJson(StateLine const* first, StateLine const* second) {
    if (second != nullptr) {
       json["new"] = second->json();
    }
-   std::cout << json.dump() << '\n';
+   std::cout << jsonLine(json) << '\n';
 }
 
 Exit diff(DiffOptions const& options) {

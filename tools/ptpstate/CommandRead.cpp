@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Dump.h"
 #include "tools/ptpstate/StateDoc.h"
@@ -76,7 +77,7 @@ Exit get(ReadOptions const& options) {
    } else if (place.isCollection() || place.entity() != nullptr) {
       Dump(std::cout).place(place);
    } else {
-      std::cout << place.text() << '\n';
+      std::cout << Kiv::printable(place.text()) << '\n';
    }
    return Exit::ok;
 }

@@ -1,8 +1,12 @@
 // serve: the one command that knows a type of the model, to load a daemon's configuration into it.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <iostream>
 #include <system_error>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Client.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Ptp4lLoad.h"
@@ -22,10 +26,10 @@ struct ServeOptions {
    std::string owner;
    std::vector<std::string> writers;
 
-   Server::Options server() const;
+   Server::Options server(LogOutput& log) const;
 };
 
-Server::Options ServeOptions::server() const {
+Server::Options ServeOptions::server(LogOutput& log) const {
    Server::Options server;
    server.socket = socket;
    if (!mode.empty()) {
@@ -37,7 +41,7 @@ Server::Options ServeOptions::server() const {
    if (!writers.empty()) {
       server.writers = Writers({writers.begin(), writers.end()});
    }
-   server.log = quiet ? nullptr : &std::cout;
+   server.log = quiet ? nullptr : &log;
    return server;
 }
 
@@ -50,7 +54,8 @@ Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string const& text) {
 }
 
 /// Loads the file into the first root of the type that it belongs into.
-void loadConf(std::string const& file, std::vector<Kiv::NamedEntity*> const& roots) {
+void loadConf(std::string const& file, std::vector<Kiv::NamedEntity*> const& roots,
+              LogOutput& log) {
    Ptp::Config* config = nullptr;
    for (Kiv::NamedEntity* const root : roots) {
       if (config == nullptr && root->kivType().isA(Ptp::Config::kivTypeImpl)) {
@@ -68,42 +73,47 @@ void loadConf(std::string const& file, std::vector<Kiv::NamedEntity*> const& roo
    }
    Ptp4lOutcome const outcome = loadPtp4lConf(conf, *config);
    for (Ptp4lRemark const& note : outcome.notes) {
-      std::cout << "note: " << remarkText(conf.file, note) << '\n';
+      log.line("note: " + remarkText(conf.file, note));
    }
    if (outcome.errors.empty()) {
-      std::cout << "loaded " << conf.file << std::endl;
+      log.line("loaded " + conf.file);
       return;
    }
    for (Ptp4lRemark const& error : outcome.errors) {
-      std::cerr << "ptpstate: " << remarkText(conf.file, error) << std::endl;
+      std::cerr << "ptpstate: " << Kiv::printable(remarkText(conf.file, error)) << std::endl;
    }
    throw Failure(conf.file + ": not loaded, and nothing is served; correct the " +
                  (outcome.errors.size() == 1 ? "line" : "lines") + " above");
 }
 
 Exit serve(ServeOptions const& options) {
-   StopSignals stop;
+   std::signal(SIGPIPE, SIG_IGN);  // a server outlives who reads its log
    std::vector<Sarn::Ptr<Kiv::NamedEntity>> roots;
    std::vector<Kiv::NamedEntity*> plain;
    for (std::string const& root : options.roots) {
       roots.push_back(rootOf(root));
       plain.push_back(roots.back().get());
    }
-   if (!options.ptp4lConf.empty()) {
-      loadConf(options.ptp4lConf, plain);
-   }
-   Server server(options.server());
-   for (auto const& root : roots) {
-      try {
-         server.rootIs(root);
-      } catch (Kiv::Exception const& error) {
-         throw Failure(error.what());
+   {
+      StopSignals stop;
+      LogOutput log(STDOUT_FILENO);
+      if (!options.ptp4lConf.empty()) {
+         loadConf(options.ptp4lConf, plain, log);
       }
-      std::cout << "serving " << root->nameString() << " (" << root->kivType().name << ") at "
-                << options.socket << std::endl;
+      Server server(options.server(log));
+      for (auto const& root : roots) {
+         try {
+            server.rootIs(root);
+         } catch (Kiv::Exception const& error) {
+            throw Failure(error.what());
+         }
+         log.line("serving " + root->nameString() + " (" + root->kivType().name + ") at " +
+                  options.socket);
+      }
+      server.run(stop.fd());
+      server.closeAll("the server has ended");
    }
-   server.run(stop.fd());
-   server.closeAll("the server has ended");
+   // From here on a signal ends the process: the dump may go to a pipe that nobody reads.
    if (!options.dump.empty()) {
       writeFile(options.dump, [&](std::ostream& out) { dumpRoots(out, plain); });
    }

@@ -1,9 +1,10 @@
 // status
 #include <CLI/CLI.hpp>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/JsonValue.h"
 
 namespace Ptpstate {
 namespace {
@@ -49,10 +50,10 @@ Sarn::String counted(U64 count, char const* one, char const* many) {
 
 void print(std::ostream& out, SessionStatus const& session) {
    auto const row = [&out](char const* name, Sarn::String const& text) {
-      out << "   " << name << Sarn::String(11 - std::char_traits<char>::length(name), ' ') << text
-          << '\n';
+      out << "   " << name << Sarn::String(11 - std::char_traits<char>::length(name), ' ')
+          << Kiv::printable(text) << '\n';
    };
-   out << "connection " << session.number << ": " << peerText(session.peer)
+   out << "connection " << session.number << ": " << Kiv::printable(peerText(session.peer))
        << (session.asking ? " (this command)" : "") << '\n';
    row("connected", durationText(session.age));
    for (ServedRoot const& served : session.roots) {
@@ -82,15 +83,15 @@ void print(std::ostream& out, SessionStatus const& session) {
    }
 }
 
-nlohmann::ordered_json sessionJson(SessionStatus const& session) {
-   nlohmann::ordered_json peer;
+Json sessionJson(SessionStatus const& session) {
+   Json peer;
    if (session.peer.pid != 0) {
       peer = {{"pid", session.peer.pid},
               {"uid", session.peer.uid},
               {"gid", session.peer.gid},
               {"program", session.peer.program}};
    }
-   nlohmann::ordered_json roots = nlohmann::ordered_json::array();
+   Json roots = Json::array();
    for (ServedRoot const& served : session.roots) {
       roots.push_back({{"type", served.root.type},
                        {"name", served.root.name},
@@ -122,12 +123,11 @@ Exit status(StatusOptions const& options) {
    Client client(options.socket, options.patience());
    std::vector<SessionStatus> const& sessions = client.sessions();
    if (options.json) {
-      nlohmann::ordered_json all = nlohmann::ordered_json::array();
+      Json all = Json::array();
       for (SessionStatus const& session : sessions) {
          all.push_back(sessionJson(session));
       }
-      std::cout << all.dump(3, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
-                << '\n';
+      std::cout << jsonLine(all, 3) << '\n';
       return Exit::ok;
    }
    for (SessionStatus const& session : sessions) {

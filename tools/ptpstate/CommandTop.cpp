@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "Kiv/Module.h"
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Signals.h"
 #include "tools/ptpstate/TopScreen.h"
@@ -149,7 +150,7 @@ void Top::headFor(Sarn::String const& text) {
 void Top::choose() {
    path_ = parsePath(options_.path, client_->roots());
    TopRoot const& root = rootFor(path_.root);
-   pathText_ = destinationOf(root.mirror->kivType(), path_).path;
+   pathText_ = Kiv::printable(destinationOf(root.mirror->kivType(), path_).path);
    topEntities(root.mirror, path_);  // refuses what can be no rows
    for (std::string const& head : options_.head) {
       headFor(head);
@@ -230,7 +231,7 @@ Sarn::String Top::title(TopView const* view) const {
 /// connect again where the connection is lost. Whether there is input.
 bool Top::turn(int inputFd, milliseconds time) {
    if (client_ != nullptr && client_->over()) {
-      lost_ = "connection lost: " + client_->closeReason();
+      lost_ = "connection lost: " + Kiv::printable(client_->closeReason());
       client_.reset();
    }
    if (client_ == nullptr) {

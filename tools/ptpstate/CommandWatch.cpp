@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "Kiv/Module.h"
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Changes.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/Dump.h"
@@ -51,8 +52,7 @@ std::string timeText(bool forPrograms) {
 struct Watched {
    OfferedRoot root;
    Sarn::Ptr<Kiv::NamedEntity> mirror;
-   /// Whether it has been complete: before that, what comes is no change.
-   bool known = false;
+   /// Tells once the mirror has been complete: before that, what comes is no change.
    std::optional<ChangeObserver> observer;
 };
 
@@ -94,7 +94,8 @@ private:
 };
 
 void Watch::event(Sarn::String const& text, Json const& json) const {
-   std::cout << (options_.json ? json.dump() : timeText(false) + " -- " + text) << '\n';
+   std::cout << (options_.json ? jsonLine(json) : timeText(false) + " -- " + Kiv::printable(text))
+             << '\n';
 }
 
 /// An event as an object that begins with its time and its name.
@@ -122,8 +123,10 @@ void Watch::choose() {
    }
    for (OfferedRoot const& root : client_->roots()) {
       if (Kiv::typeByName(root.type) == nullptr) {
-         std::cerr << "ptpstate: " << root.name << " is left out: its type " << root.type
-                   << " is not known here; load the module that has it" << std::endl;
+         std::cerr << "ptpstate: "
+                   << Kiv::printable(root.name + " is left out: its type " + root.type +
+                                     " is not known here; load the module that has it")
+                   << std::endl;
          continue;
       }
       rootIs(root, root.name);
@@ -134,11 +137,9 @@ void Watch::rootIs(OfferedRoot const& root, Sarn::String const& below) {
    Watched& watched = watched_.emplace_back();
    watched.root = root;
    watched.mirror = newRoot(root.type, root.name);
-   watched.observer.emplace(watched.mirror, below, [this, &watched](ChangeText const& text) {
-      if (watched.known) {
-         onChange(text);
-      }
-   });
+   watched.observer.emplace(watched.mirror, below,
+                            [this](ChangeText const& text) { onChange(text); });
+   watched.observer->tellingIs(false);
 }
 
 void Watch::onState(Mount const& mount) {
@@ -146,7 +147,9 @@ void Watch::onState(Mount const& mount) {
    switch (mount.state()) {
       case Mount::State::complete: {
          for (Watched& watched : watched_) {
-            watched.known = watched.known || watched.mirror.get() == &mount.root();
+            if (watched.mirror.get() == &mount.root()) {
+               watched.observer->tellingIs(true);
+            }
          }
          Dump dump;
          dump.entity(mount.root(), name);
@@ -178,9 +181,9 @@ void Watch::onChange(ChangeText const& text) {
    if (options_.json) {
       Json json{{"time", timeText(true)}};
       json.update(changeJson(text));
-      std::cout << json.dump() << '\n';
+      std::cout << jsonLine(json) << '\n';
    } else {
-      std::cout << timeText(false) << ' ' << text.path << text.what << '\n';
+      std::cout << timeText(false) << ' ' << Kiv::printable(text.path + text.what) << '\n';
    }
 }
 
@@ -286,6 +289,7 @@ void Watch::dump() const {
 void Watch::finish() {
    if (!client_->over()) {
       stop_.taken();  // a second signal ends the waiting, too
+      client_->beginAnew();
       client_->sync();
       if (told_ != toldWhenAsked_) {
          client_->sessions();

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Dump.h"
 #include "tools/ptpstate/Manual.h"
 
@@ -37,7 +38,7 @@ void addClientOptions(CLI::App& command, ClientOptions& options, bool required) 
    addSocketOption(command, options.socket, required);
    command
          .add_option("--timeout", options.timeout,
-                     "Give up when the server is silent for so many seconds (10)")
+                     "Give up when the server has not answered in full within so many seconds (10)")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
 }
@@ -94,11 +95,11 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
       } else if (commands.empty() && args.empty()) {
          message = "a command is wanted";
       }
-      errors << "ptpstate: " << message << "; see 'ptpstate "
+      errors << "ptpstate: " << Kiv::printable(message) << "; see 'ptpstate "
              << (commands.empty() ? "" : commands[0]->get_name() + " ") << "--help'" << std::endl;
       return Exit::usage;
    } catch (Failure const& error) {
-      errors << "ptpstate: " << error.what() << std::endl;
+      errors << "ptpstate: " << Kiv::printable(error.what()) << std::endl;
       return error.status();
    }
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iomanip>
 
+#include "Kiv/Printable.h"
+
 namespace Ptpstate {
 
 using Kiv::Entity;
@@ -33,6 +35,10 @@ Sarn::String tallyText(Tally const& tally) {
 }
 
 void Dump::entity(Entity const& entity, Sarn::String const& path) {
+   below(entity, Kiv::printable(path));
+}
+
+void Dump::below(Entity const& entity, Sarn::String const& path) {
    tally_ = &byType_[entity.kivType().name];
    ++tally_->entities;
    if (out_ != nullptr) {
@@ -53,17 +59,18 @@ void Dump::entity(Entity const& entity, Sarn::String const& path) {
 
 void Dump::place(Place const& place) {
    FieldDescriptor const* const field = place.field();
+   Sarn::String const path = Kiv::printable(place.path());
    if (field == nullptr || (leadsToEntities(*field) && !place.isCollection())) {
       if (Entity const* const found = place.entity()) {
-         entity(*found, place.path());
+         below(*found, path);
       }
       return;
    }
    tally_ = &byType_[place.owner().kivType().name];
    if (place.isCollection()) {
-      member(place.owner(), *field, place.path());
+      member(place.owner(), *field, path);
    } else {
-      value(place.path(), place.text());
+      value(path, place.text());
    }
    writeValues();
 }
@@ -78,7 +85,7 @@ void Dump::member(Entity const& entity, FieldDescriptor const& field, Sarn::Stri
          break;
       case MemberKind::child:
          if (Entity const* const child = field.ops->child->get(entity)) {
-            this->entity(*child, path);
+            below(*child, path);
          }
          break;
       case MemberKind::children:
@@ -108,7 +115,7 @@ void Dump::elements(Entity const& entity, FieldDescriptor const& field, Sarn::St
                 [](auto const& a, auto const& b) { return naturallyLess(a.first, b.first); });
    }
    for (auto& [key, text] : all) {
-      value(path + "[" + key + "]", std::move(text));
+      value(path + "[" + Kiv::printable(key) + "]", std::move(text));
    }
 }
 
@@ -133,14 +140,14 @@ void Dump::children(Entity const& entity, FieldDescriptor const& field, Sarn::St
    std::sort(all.begin(), all.end(),
              [](auto const& a, auto const& b) { return naturallyLess(a.first, b.first); });
    for (auto const& [key, child] : all) {
-      this->entity(*child, path + "[" + key + "]");
+      below(*child, path + "[" + Kiv::printable(key) + "]");
    }
 }
 
 void Dump::value(Sarn::String path, Sarn::String text) {
    ++tally_->attributes;
    if (out_ != nullptr) {
-      values_.emplace_back(std::move(path), std::move(text));
+      values_.emplace_back(std::move(path), Kiv::printable(std::move(text)));
    }
 }
 

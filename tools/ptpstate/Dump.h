@@ -37,7 +37,8 @@ Sarn::String tallyText(Tally const& tally);
 /// Attributes come in the order of their ids, elements of ordered maps and queues in theirs,
 /// elements of hashed collections in the natural order of their keys' text; what a process keeps
 /// to itself (attributes that are not streamed) is left out. So the dumps of a source and of its
-/// complete mirror are the same text. The counter of a queue that has been used is told with it.
+/// complete mirror are the same text. What a terminal would not show as it is comes escaped, so
+/// that each line is one. The counter of a queue that has been used is told with it.
 class Dump {
 public:
    explicit Dump(std::ostream& out) : out_(&out) {}
@@ -54,6 +55,7 @@ public:
    std::map<Sarn::String, Tally> const& byType() const noexcept { return byType_; }
 
 private:
+   void below(Kiv::Entity const& entity, Sarn::String const& path);
    void member(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field,
                Sarn::String const& path);
    void elements(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field,

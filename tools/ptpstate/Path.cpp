@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Failure.h"
 
 namespace Ptpstate {
@@ -95,9 +96,12 @@ Path parsePath(std::string_view text, std::vector<OfferedRoot> const& roots) {
    std::size_t length = 0;
    bool several = false;
    for (OfferedRoot const& root : roots) {
-      for (Sarn::String const& name : {root.name, root.type + "=" + root.name}) {
+      Sarn::String const shown = Kiv::printable(root.name);  // as other commands print it
+      for (Sarn::String const& name :
+           {root.name, root.type + "=" + root.name, shown, root.type + "=" + shown}) {
          if (beginsWith(text, name) && name.size() >= length) {
-            several = found != nullptr && name.size() == length;
+            bool const better = found == nullptr || name.size() > length;
+            several = !better && (several || found != &root);
             found = &root;
             length = name.size();
          }

@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Times.h"
 
 namespace Ptpstate {
@@ -26,8 +27,9 @@ bool Progress::due() noexcept {
    return true;
 }
 
-void Progress::say(Sarn::String const& line) {
+void Progress::say(Sarn::String const& text) {
    if (on_) {
+      Sarn::String const line = Kiv::printable(text);
       std::cerr << '\r' << line
                 << Sarn::String(width_ > line.size() ? width_ - line.size() : 0, ' ') << std::flush;
       width_ = line.size();

@@ -18,7 +18,7 @@ public:
    /// Whether it is time for another line.
    bool due() noexcept;
    /// Writes the line over the last one.
-   void say(Sarn::String const& line);
+   void say(Sarn::String const& text);
    void clear();
 
 private:

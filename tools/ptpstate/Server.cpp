@@ -57,8 +57,8 @@ void Server::Peer::onLeftOut(Kiv::NboAttrLog::Session&, Sarn::String const& what
 
 void Server::say(Peer const& peer, Sarn::String const& what) {
    if (options_.log != nullptr) {
-      *options_.log << dateText(wallNow()) << " connection " << peer.number << " ("
-                    << peerText(peer.connection.session().peer()) << ") " << what << std::endl;
+      options_.log->line(dateText(wallNow()) + " connection " + std::to_string(peer.number) + " (" +
+                         peerText(peer.connection.session().peer()) + ") " + what);
    }
 }
 
@@ -66,9 +66,8 @@ void Server::acceptAll() {
    for (;;) {
       int const fd = listener_.accept(exhausted_);
       if (exhausted_ && options_.log != nullptr) {
-         *options_.log << dateText(wallNow())
-                       << " no descriptor left for another connection; it waits until one ends"
-                       << std::endl;
+         options_.log->line(dateText(wallNow()) +
+                            " no descriptor left for another connection; it waits until one ends");
       }
       if (fd < 0) {
          return;
@@ -101,6 +100,8 @@ void Server::run(int stopFd) {
       polled.clear();
       polled.push_back({stopFd, POLLIN, 0});
       polled.push_back({exhausted_ ? -1 : listener_.fd(), POLLIN, 0});
+      bool const logWaits = options_.log != nullptr && options_.log->waiting();
+      polled.push_back({logWaits ? options_.log->fd() : -1, POLLOUT, 0});
       for (Peer const& peer : peers_) {
          polled.push_back({peer.connection.fd(), peer.connection.events(), 0});
       }
@@ -113,7 +114,10 @@ void Server::run(int stopFd) {
       if (polled[0].revents != 0) {
          return;
       }
-      std::size_t i = 2;
+      if (polled[2].revents != 0) {
+         options_.log->flush();
+      }
+      std::size_t i = 3;
       for (Peer& peer : peers_) {
          peer.connection.onReady(polled[i++].revents);
       }

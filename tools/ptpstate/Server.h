@@ -3,9 +3,9 @@
 
 #include <list>
 #include <memory>
-#include <ostream>
 
 #include "Kiv/NboAttrLogConnection.h"
+#include "tools/ptpstate/LogOutput.h"
 #include "tools/ptpstate/Socket.h"
 
 namespace Ptpstate {
@@ -20,7 +20,7 @@ public:
       Writers writers;
       /// Gets one line for each connection that is opened or ends, and for each root that is
       /// refused to one; null for none.
-      std::ostream* log = nullptr;
+      LogOutput* log = nullptr;
    };
 
    /// Listens at once.

@@ -165,7 +165,7 @@ Json jsonOf(StateDoc const& doc) {
 }
 
 std::string jsonText(Json const& json) {
-   return json.dump(3) + "\n";
+   return jsonLine(json, 3) + "\n";
 }
 
 }  // namespace Ptpstate

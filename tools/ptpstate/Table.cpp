@@ -2,7 +2,16 @@
 
 #include <algorithm>
 
+#include "Kiv/Printable.h"
+
 namespace Ptpstate {
+
+void Table::row(std::vector<std::string> cells) {
+   for (std::string& cell : cells) {
+      cell = Kiv::printable(std::move(cell));
+   }
+   rows_.push_back(std::move(cells));
+}
 
 void Table::print(std::ostream& out) const {
    std::vector<std::size_t> widths;

@@ -16,7 +16,8 @@ public:
       right_.resize(std::max(right_.size(), column + 1));
       right_[column] = true;
    }
-   void row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+   /// Cells are made printable.
+   void row(std::vector<std::string> cells);
    void print(std::ostream& out) const;
 
 private:

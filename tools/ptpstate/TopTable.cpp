@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Failure.h"
 #include "tools/ptpstate/JsonValue.h"
 
@@ -19,7 +20,7 @@ Sarn::String shortText(Kiv::TypeImpl const& type, void const* value) {
       readMember(value, *field, inner);
       text += (text.empty() ? "" : ",") + shortText(*field->type, inner.get());
    }
-   return text.empty() ? type.genericIfStrRep(value) : text;
+   return text.empty() ? Kiv::printable(type.genericIfStrRep(value)) : text;
 }
 
 TopColumn topColumn(Sarn::String const& name) {
@@ -210,7 +211,7 @@ std::vector<std::pair<Sarn::String, Entity*>> topEntities(Sarn::Ptr<Kiv::NamedEn
       Place const place(root, path.root.name, path.steps);
       if (!place.isCollection()) {
          if (Entity* const entity = place.entity()) {
-            found.emplace_back(to.path.substr(to.path.rfind('.') + 1), entity);
+            found.emplace_back(Kiv::printable(to.path.substr(to.path.rfind('.') + 1)), entity);
          }
          return found;
       }

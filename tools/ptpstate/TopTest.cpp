@@ -241,7 +241,7 @@ protected:
    void start(std::string const& options) {
       tmux("-f /dev/null new-session -d -x " + std::to_string(GetParam().first) + " -y " +
            std::to_string(GetParam().second) +
-           " \"env LANG=C.UTF-8 '" PTPLIB_BIN_DIR "/ptpstate' top --socket '" + socket +
+           " \"env LC_ALL=C.UTF-8 '" PTPLIB_BIN_DIR "/ptpstate' top --socket '" + socket +
            "' --interval 0.1 " + options + "\"");
    }
    void press(std::string const& keys) { tmux("send-keys " + keys); }

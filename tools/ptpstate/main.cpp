@@ -2,6 +2,7 @@
 #include <exception>
 #include <iostream>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 
 int main(int argc, char** argv) {
@@ -9,7 +10,7 @@ int main(int argc, char** argv) {
       return static_cast<int>(
             Ptpstate::runCommandLine({argv + 1, argv + argc}, std::cout, std::cerr));
    } catch (std::exception const& error) {
-      std::cerr << "ptpstate: internal error: " << error.what() << std::endl;
+      std::cerr << "ptpstate: internal error: " << Kiv::printable(error.what()) << std::endl;
       return 4;
    }
 }
