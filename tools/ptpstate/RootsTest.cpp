@@ -171,11 +171,9 @@ TEST_F(RootsTest, OpenConfig) {
              "TIME oc.defaultDs.state created\n"
              "TIME oc.defaultDs.state.instanceType: ordinary -> transparentP2P\n"
              "TIME oc.defaultDs.state.clockIdentity: \"\" -> \"00:11:22:ff:fe:33:44:55\"\n"
-             "TIME oc.defaultDs.clockQuality: Openconfig::Ptp::ClockQuality("
-             "state=Openconfig::Ptp::ClockQualityState(clockClass=0, clockAccuracy=0, "
-             "offsetScaledLogVariance=0)) -> Openconfig::Ptp::ClockQuality("
-             "state=Openconfig::Ptp::ClockQualityState(clockClass=6, clockAccuracy=0, "
-             "offsetScaledLogVariance=0))\n"
+             "TIME oc.defaultDs.clockQuality: Openconfig::Ptp::ClockQualityState(clockClass=0, "
+             "clockAccuracy=0, offsetScaledLogVariance=0) -> Openconfig::Ptp::ClockQualityState("
+             "clockClass=6, clockAccuracy=0, offsetScaledLogVariance=0)\n"
              "TIME oc.defaultDs deleted\n");
 }
 

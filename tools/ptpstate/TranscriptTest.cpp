@@ -119,8 +119,8 @@ private:
       steady = std::regex_replace(steady, pid, "PEER");
       steady = std::regex_replace(steady, connected, "connected  A WHILE");
       steady = std::regex_replace(steady, bytes, "N bytes");
-      static std::regex const buffer("buffer     \\d+ of");
-      return withoutTimes(std::regex_replace(steady, buffer, "buffer     N of"));
+      static std::regex const buffer("buffer     \\d+ of N bytes \\(\\d+ %\\)");
+      return withoutTimes(std::regex_replace(steady, buffer, "buffer     N of N bytes (N %)"));
    }
 
    static std::string text(Outcome const& outcome) {
