@@ -91,6 +91,7 @@ void MemberEmitter::range(MemberCode& code) const {
    code.constructorBody = fill("Kiv::checkRange(@name@_, @low@, @high@, @name@Range_);\n",
                                {{"low", names_.bound(*member_.lower)}, {"high", high}});
    auto const isFloating = type().kind == TypeKind::floating;
+   auto const stored = member_.name.text + '_';
    code.inlineBodies = fill(
          R"(
          inline void @Owner@::@name@Is(@param@ v) {
@@ -102,7 +103,7 @@ void MemberEmitter::range(MemberCode& code) const {
          }
          )",
          {{"param", names_.param(member_)},
-          {"unchanged", fill(isFloating ? "Kiv::isUnchanged(@name@_, v)" : "@name@_ == v")},
+          {"unchanged", isFloating ? "Kiv::isUnchanged(" + stored + ", v)" : stored + " == v"},
           {"streamed", streamedArgument()},
           {"low", names_.bound(*member_.lower)},
           {"high", high}});

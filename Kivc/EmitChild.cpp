@@ -176,7 +176,7 @@ std::string MemberEmitter::updateExisting() const {
                      {"arg", name},
                      {"given", isText ? "Sarn::String(" + name + ")" : name}});
       } else {
-         setters.push_back(fill("child->@arg@Is(@arg@);", {{"arg", name}}));
+         setters.push_back("child->" + name + "Is(" + name + ");");
       }
    }
    if (setters.size() < 2) {

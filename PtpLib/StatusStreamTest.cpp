@@ -109,7 +109,7 @@ TEST_F(StatusStream, AnotherAclServiceTakesThePlaceOfTheFirst) {
    EXPECT_EQ(written([&] { status->aclStatusServiceIs("x"); }),
              "create 01000000.277 010000010000000178");
    EXPECT_EQ(written([&] { status->aclStatusServiceIs("y"); }),
-             "erase 01000000.277; create 01000000.277 010000020000000179");
+             "create 01000000.277 010000020000000179");
    EXPECT_EQ(copy->aclStatusService()->name(), "y");
 }
 
