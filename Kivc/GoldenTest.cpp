@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 fs::path testdata() {
-   return fs::absolute(__FILE__).parent_path() / "testdata";
+   return fs::path(PTPLIB_SOURCE_DIR) / "Kivc/testdata";
 }
 
 std::string contentOf(fs::path const& path) {
