@@ -196,9 +196,9 @@ std::string emitValueSource(Type const& type) {
       @version@
 
       @open@
-      namespace {
-
       using Flag = Kiv::FieldDescriptor::Flag;
+
+      namespace {
 
       constexpr Kiv::FieldDescriptor rowsOf@Type@[] = {
             @rows@
