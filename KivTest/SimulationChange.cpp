@@ -1,7 +1,9 @@
 #include "KivTest/SimulationChange.h"
 
+#include <algorithm>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Kiv/Types.h"
@@ -65,11 +67,26 @@ public:
    }
 
 private:
+   static std::vector<U8> encodedKey(FieldDescriptor const& field, void const* key) {
+      Kiv::CollectionOps const& ops = *field.ops->collection;
+      std::vector<U8> bytes(ops.keySize(key));
+      Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
+      ops.encodeKey(out, key);
+      return bytes;
+   }
+
+   /// In the order of the members and keys: that of a hash map differs from map to map.
    static void gather(Entity& entity, std::vector<Entity*>& all) {
       all.push_back(&entity);
-      Kiv::forEachChild(entity, [&all](Entity& child, FieldDescriptor const&, void const*) {
-         gather(child, all);
+      std::vector<std::tuple<Kiv::AttributeId, std::vector<U8>, Entity*>> children;
+      Kiv::forEachChild(entity, [&](Entity& child, FieldDescriptor const& field, void const* key) {
+         children.emplace_back(field.fieldId,
+                               key != nullptr ? encodedKey(field, key) : std::vector<U8>(), &child);
       });
+      std::sort(children.begin(), children.end());
+      for (auto const& child : children) {
+         gather(*std::get<Entity*>(child), all);
+      }
    }
 
    /// Bytes that are often a good encoding of something small.
@@ -129,14 +146,18 @@ private:
          draw(key);
          return;
       }
+      std::vector<std::vector<U8>> keys;
       Kiv::IteratorStorage storage;
       Kiv::CollectionIterator* const at = ops.iterator(entity, storage);
-      for (std::size_t left = chance_.below(size); left != 0; --left) {
-         at->next();
+      for (; at->valid(); at->next()) {
+         keys.push_back(encodedKey(field, at->key()));
       }
-      field.keyType->genericIfConstruct(key.room(), at->key());
-      key.constructed();
       at->~CollectionIterator();
+      auto const drawn = keys.begin() + static_cast<std::ptrdiff_t>(chance_.below(keys.size()));
+      std::nth_element(keys.begin(), drawn, keys.end());
+      Kiv::NboAttrLog::In in(drawn->data(), drawn->data() + drawn->size());
+      field.keyType->support->decode(key.room(), in);
+      key.constructed();
    }
 
    void change(Entity& entity, FieldDescriptor const& field) {
@@ -219,9 +240,7 @@ private:
    /// child with other constant arguments is replaced.
    void create(Entity& entity, FieldDescriptor const& field, void const* key) {
       Kiv::CollectionOps const& ops = *field.ops->collection;
-      std::vector<U8> message(ops.keySize(key));
-      Kiv::NboAttrLog::Out out(message.data(), message.size());
-      ops.encodeKey(out, key);
+      std::vector<U8> message = encodedKey(field, key);
       std::size_t const arguments = argumentsSize(field, message);
       for (std::size_t left = arguments; left != 0; --left) {
          message.push_back(static_cast<U8>(chance_.below(2)));
