@@ -75,8 +75,9 @@ struct CollectionOps {
    /// Applies a received insertion or update; `seen`, if not null, is told of the key.
    void (*applyElement)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen);
    /// Applies a received deletion. A child that is removed is put into `removed` before anybody is
-   /// told, so that it is known also when an observer throws.
-   void (*applyDelete)(Entity& owner, NboAttrLog::In& in, Sarn::Ptr<Entity>& removed);
+   /// told, so that it is known also when an observer throws. `seen`, if not null, loses the key.
+   void (*applyDelete)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
+                       Sarn::Ptr<Entity>& removed);
    /// Creates or finds the child that a received creation names. An existing child is first given
    /// to `found(context, child)`; one with other constant arguments is then replaced. When an
    /// observer throws, so is what is there by then.

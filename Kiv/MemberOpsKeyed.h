@@ -88,9 +88,13 @@ struct KeyedOps {
       Self::erase(owner, keyOf<typename Self::K>(key));
       return there;
    }
-   static void applyDelete(Entity& owner, NboAttrLog::In& in, Sarn::Ptr<Entity>& removed) {
+   static void applyDelete(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
+                           Sarn::Ptr<Entity>& removed) {
       typename Self::K const key = ValueOps<typename Self::K>::decode(in);
       in.expectEnd();
+      if (seen != nullptr) {
+         seen->remove(&key);  // before observers, who may put something in its place
+      }
       if constexpr (!std::is_void_v<Child>) {
          removed = Self::map(owner).child(key);
       }
@@ -101,7 +105,9 @@ struct KeyedOps {
       auto const keys = keysOf(Self::map(owner), [&](K const& key) { return !seen.has(&key); });
       FirstException thrown;
       for (K const& key : keys) {
-         thrown.attempt([&] { Self::erase(owner, key); });
+         if (!seen.has(&key)) {  // an observer may have put something in its place meanwhile
+            thrown.attempt([&] { Self::erase(owner, key); });
+         }
       }
       thrown.rethrow();
    }

@@ -339,7 +339,7 @@ void Session::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
       removed.entity = Sarn::Ptr<Entity>(field.ops->child->get(entity));
       field.ops->child->del(entity);
    } else {
-      field.ops->collection->applyDelete(entity, in, removed.entity);
+      field.ops->collection->applyDelete(entity, in, seenKeys(entity, field), removed.entity);
    }
 }
 
@@ -417,6 +417,18 @@ Sarn::Ptr<Entity> Session::applyCreateSingleton(Entity& owner, FieldDescriptor c
 DirtyKeys* Session::seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept {
    std::size_t const at = findOpen(entity, field);
    return at != open_.size() ? open_[at].seen.get() : nullptr;
+}
+
+void Session::sawInReplay(Entity const& entity, FieldDescriptor const& field, void const* key) {
+   DirtyKeys* const seen = seenKeys(entity, field);
+   if (seen == nullptr) {
+      return;
+   }
+   if (field.ops->collection->find(entity, key) != nullptr) {
+      seen->insert(key, false);
+   } else {
+      seen->remove(key);
+   }
 }
 
 void Session::applyCollectionMarker(Entity& entity, FieldDescriptor const& field,

@@ -233,14 +233,16 @@ void Session::onChange(Entity& entity, FieldDescriptor const& field, void const*
    Write result = Write::done;
    bool erased = wasKnown;
    if (field.kind == MemberKind::child || field.kind == MemberKind::children) {
-      if (wasKnown) {
-         result = writeErase(entity, field, key);
-         erased = result != Write::done;
-      }
       Entity* const present = field.kind == MemberKind::child
                                     ? field.ops->child->get(entity)
                                     : field.ops->collection->findChild(entity, key);
-      if (result == Write::done && present != nullptr && !peerHas(*present)) {
+      // A replay may have told of the present child before this removal comes here.
+      bool const told = present != nullptr && peerHas(*present);
+      if (wasKnown && !told) {
+         result = writeErase(entity, field, key);
+         erased = result != Write::done;
+      }
+      if (result == Write::done && present != nullptr && !told) {
          result = writeCreate(entity, field, *present);
          if (result == Write::done && descendInto(*present, true)) {
             fill();

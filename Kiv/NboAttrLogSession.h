@@ -128,7 +128,8 @@ private:
    struct OpenCollection {
       Entity* entity;
       FieldDescriptor const* field;
-      /// The keys that were named; null if the collection was empty when the replay began.
+      /// The keys that were named and are there, so that it is never larger than the collection;
+      /// null if that was empty when the replay began.
       std::shared_ptr<DirtyKeys> seen;
    };
 
@@ -306,12 +307,11 @@ private:
    DirtyKeys* seenKeys(Entity const& entity, FieldDescriptor const& field) noexcept;
    /// A key that was changed here while the peer replays the collection stays.
    void saw(Entity const& entity, FieldDescriptor const& field, void const* key) {
-      if (!open_.empty()) {
-         if (DirtyKeys* const seen = seenKeys(entity, field)) {
-            seen->insert(key, false);
-         }
+      if (!open_.empty()) [[unlikely]] {
+         sawInReplay(entity, field, key);
       }
    }
+   void sawInReplay(Entity const& entity, FieldDescriptor const& field, void const* key);
    Sarn::String describe(Header const& header) const;
    Sarn::String faultText(Header const& header, char const* fault) const noexcept;
    /// Ends the session since the peer broke a rule.

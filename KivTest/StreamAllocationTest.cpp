@@ -1,5 +1,6 @@
 // In the steady state a change costs no allocation on either side.
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -13,9 +14,10 @@ namespace {
 /// How often this program has allocated.
 std::atomic<std::size_t> allocations = 0;
 
-void* allocate(std::size_t size) {
+void* allocate(std::size_t size, std::size_t alignment = alignof(std::max_align_t)) {
    ++allocations;
-   void* const memory = std::malloc(size != 0 ? size : 1);
+   std::size_t const whole = (size + alignment) / alignment * alignment;
+   void* const memory = std::aligned_alloc(alignment, whole);
    if (memory == nullptr) {
       throw std::bad_alloc();
    }
@@ -24,15 +26,24 @@ void* allocate(std::size_t size) {
 
 }  // namespace
 
-// NOLINTBEGIN(misc-new-delete-overloads): the sized and aligned forms end up here as well
+// NOLINTBEGIN(misc-new-delete-overloads): the others end up here as well
 // Not inlined: the compiler would take the pairs for mismatched.
 [[gnu::noinline]] void* operator new(std::size_t size) {
    return allocate(size);
+}
+[[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
+   return allocate(size, static_cast<std::size_t>(alignment));
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
    std::free(memory);
 }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+   std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept {
+   std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
    std::free(memory);
 }
 // NOLINTEND(misc-new-delete-overloads)
@@ -164,6 +175,56 @@ TEST_F(StreamAllocation, OfAnEntityThatManyReadIsNone) {
    flow();
    EXPECT_EQ(third->u32(), root->u32());
    other.session.reset();
+}
+
+/// Messages that name a key and erase it again, a new key each time.
+std::vector<Bytes> passingKeys(U32 handle) {
+   U16 const id = Root::kivTypeImpl.field("byNumber")->fieldId;
+   std::vector<Bytes> all;
+   for (U32 key = 1000; key != 1102; ++key) {
+      all.push_back(concat(message(Opcode::element, handle, id, concat(u32(key), text("x"))),
+                           message(Opcode::erase, handle, id, u32(key))));
+   }
+   return all;
+}
+
+Bytes beginOfNumbers(U32 handle) {
+   return message(Opcode::collectionBegin, handle, Root::kivTypeImpl.field("byNumber")->fieldId,
+                  {});
+}
+
+TEST_F(StreamAllocation, OfKeysThatAReplayNamesAndErasesIsNone) {
+   std::vector<Bytes> const keys = passingKeys(root->streamHandle());
+   mirror.receive(beginOfNumbers(root->streamHandle()));
+   EXPECT_EQ(allocationsOf([&](int i) { mirror.receive(keys.at(static_cast<std::size_t>(i))); }),
+             0u);
+}
+
+class StreamWriterAllocation : public StreamTest {
+protected:
+   StreamWriterAllocation() {
+      for (U32 i = 0; i != 100; ++i) {
+         root->byNumberIs(i, "short");
+      }
+      mount(MountMode::writer);
+   }
+};
+
+TEST_F(StreamWriterAllocation, OfKeysThatComeAndGoHereDuringAReplayIsNone) {
+   mirror.receive(beginOfNumbers(root->streamHandle()));
+   std::size_t before = 0;
+   for (U32 i = 0; i != 102; ++i) {
+      before = i == 2 ? allocations.load() : before;
+      copy->byNumberIs(1000 + i, "x");
+      copy->byNumberDel(1000 + i);
+      while (mirror.session->output().size != 0) {
+         auto const piece = mirror.session->output();
+         source.session->received(piece.begin, piece.size);
+         mirror.session->sent(piece.size);
+      }
+   }
+   EXPECT_EQ(allocations - before, 0u);
+   expectEqual();
 }
 
 }  // namespace

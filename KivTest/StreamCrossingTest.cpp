@@ -155,6 +155,152 @@ TEST_F(StreamCrossing, AnEntityThatAnObserverRemovesLivesUntilItsMessageIsApplie
    EXPECT_FALSE(copy->leafHas(1));
 }
 
+/// At the end of a replay the mirror removes what was not named. While it does so, an observer does
+/// to the next in line what it is given to do with a key.
+template <class Work>
+struct AtFirstRemoval final : Kiv::Observer {
+   AtFirstRemoval(Root& root, U16 id, Work work) : root_(root), id_(id), work_(work) {
+      root_.observerAdd(*this);
+   }
+   ~AtFirstRemoval() { root_.observerDel(*this); }
+   AtFirstRemoval(AtFirstRemoval const&) = delete;
+   AtFirstRemoval& operator=(AtFirstRemoval const&) = delete;
+
+   void onChange(Kiv::Change const& change) override {
+      bool const removes = change.attributeId == id_ && change.oldValue != nullptr;
+      if (removes && other == 0) {
+         other = 3 - *static_cast<U32 const*>(change.key);  // of 1 and 2
+         work_(other);
+      }
+   }
+
+   U32 other = 0;
+
+private:
+   Root& root_;
+   U16 id_;
+   Work work_;
+};
+
+class StreamLeftOver : public StreamTest {
+protected:
+   StreamLeftOver() : StreamTest(oneKey()) { mount(MountMode::writer); }
+   ~StreamLeftOver() override {
+      carry();
+      expectEqual();
+      EXPECT_EQ(source.session->closeReason(), "");
+      EXPECT_EQ(mirror.session->closeReason(), "");
+   }
+
+   static Limits oneKey() {
+      Limits limits = narrow();
+      limits.dirtyKeys = 1;
+      return limits;
+   }
+   /// Makes changes that the mirror is told of by a replay of their collection. Returns how that
+   /// ends, which is the last that the mirror receives before the source hears of it again.
+   template <class Changes>
+   std::string replayOf(Changes&& changes) {
+      root->textIs(std::string(980, 'x'));
+      changes();
+      Bytes const replay = source.take();
+      mirror.receive(replay);
+      return lines(replay).back();
+   }
+};
+
+TEST_F(StreamLeftOver, AChildThatAnObserverMakesAnewMeanwhileStaysOnBothSides) {
+   for (U32 const key : {1u, 2u, 7u}) {
+      root->leafIs(key, true, KivTest::Opaque(1));
+   }
+   carry();
+   U16 const id = idOf(Root::kivTypeImpl, "leaf");
+   AtFirstRemoval first(*copy, id, [this](U32 other) {
+      copy->leafDel(other);
+      copy->leafIs(other, false, KivTest::Opaque(2))->ticksIs(5);
+   });
+   EXPECT_EQ(replayOf([this] {
+                root->leafDel(1);
+                root->leafDel(2);
+             }),
+             "collectionEnd 01000000." + std::to_string(id));
+   carry();
+   ASSERT_NE(first.other, 0u);
+   EXPECT_EQ(copy->leafCount(), 2u);
+   ASSERT_TRUE(copy->leafHas(first.other));
+   ASSERT_TRUE(root->leafHas(first.other));
+   EXPECT_EQ(root->leaf(first.other)->ticks(), 5);
+}
+
+TEST_F(StreamLeftOver, AnElementThatAnObserverChangesMeanwhileStaysOnBothSides) {
+   root->byNumberIs(1, "old");
+   root->byNumberIs(2, "old");
+   carry();
+   U16 const id = idOf(Root::kivTypeImpl, "byNumber");
+   AtFirstRemoval first(*copy, id, [this](U32 other) { copy->byNumberIs(other, "mine"); });
+   EXPECT_EQ(replayOf([this] {
+                root->byNumberDel(1);
+                root->byNumberDel(2);
+             }),
+             "erase 01000000." + std::to_string(id));
+   carry();
+   ASSERT_NE(first.other, 0u);
+   EXPECT_EQ(copy->byNumberCount(), 1u);
+   EXPECT_EQ(copy->byNumber(first.other), "mine");
+   EXPECT_EQ(root->byNumber(first.other), "mine");
+}
+
+TEST_F(StreamLeftOver, AChildThatAnObserverRemovesMeanwhileIsGone) {
+   root->leafIs(1, true, KivTest::Opaque(1));
+   root->leafIs(2, true, KivTest::Opaque(1));
+   carry();
+   AtFirstRemoval first(*copy, idOf(Root::kivTypeImpl, "leaf"),
+                        [this](U32 other) { copy->leafDel(other); });
+   replayOf([this] {
+      root->leafDel(1);
+      root->leafDel(2);
+   });
+   carry();
+   ASSERT_NE(first.other, 0u);
+   EXPECT_EQ(copy->leafCount(), 0u);
+}
+
+TEST_F(StreamLeftOver, AChildThatAReplayToldBeforeTheRemovalOfTheFormerStays) {
+   using KivTest::Level;
+   Sarn::Ptr<KivTest::Leaf> const leaf = root->leafIs(1, true, KivTest::Opaque(1));
+   for (Level const level : {Level::low, Level::middle, Level::high}) {
+      leaf->twigIs(level);
+   }
+   carry();
+   struct MakeAnew : Kiv::Observer {
+      explicit MakeAnew(KivTest::Leaf& l) : leaf(l) {}
+      void onChange(Kiv::Change const& change) override {
+         if (change.oldValue != nullptr) {
+            leaf.twigIs(Level::low);
+         }
+      }
+      KivTest::Leaf& leaf;
+   } makeAnew(*leaf);
+   struct Flush : Kiv::Observer {
+      explicit Flush(End& s) : source(s) {}
+      void onChange(Kiv::Change const&) override { sent = concat(sent, source.take()); }
+      End& source;
+      Bytes sent;
+   } flush(source);
+   root->textIs(std::string(980, 'x'));
+   leaf->twigDel(Level::middle);
+   leaf->twigDel(Level::high);
+   leaf->observerAdd(makeAnew, Kiv::Scope::entity);
+   leaf->observerAdd(flush, Kiv::Scope::entity);
+   leaf->twigDel(Level::low);
+   leaf->observerDel(makeAnew, Kiv::Scope::entity);
+   leaf->observerDel(flush, Kiv::Scope::entity);
+   mirror.receive(flush.sent);
+   carry();
+   ASSERT_TRUE(leaf->twigHas(Level::low));
+   EXPECT_TRUE(copy->leaf(1)->twigHas(Level::low));
+}
+
 /// What a source says, forged: bodies of the messages that make leaves.
 class StreamForgedSource : public StreamTest {
 protected:
