@@ -217,9 +217,13 @@ void Session::map(U32 handle, Entity* entity, bool writable) {
    if (entity != nullptr) {
       U64 const key = reinterpret_cast<U64>(entity);
       if (U32* const known = incomingHandles_.find(key)) {
-         if (*known != handle && entity->streamHandle() != 0 && !serves(*entity)) {
-            // The source has put another in the place of the one that it knew by our handle.
-            introducedIs(entity->streamHandle(), false);
+         if (*known != handle) {
+            // The peer has put another in the place of the one that it called so. It replays that
+            // one no further, and does not know this one by our handle.
+            closeCollections(*entity);
+            if (entity->streamHandle() != 0 && !serves(*entity)) {
+               introducedIs(entity->streamHandle(), false);
+            }
          }
          *known = handle;
       } else {

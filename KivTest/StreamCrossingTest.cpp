@@ -334,6 +334,14 @@ TEST_F(StreamForgedSource, ReplaysACollectionAnewUnderAnotherHandleWhenTheFirstI
    EXPECT_EQ(copy->leaf(1)->twigCount(), 0u);
 }
 
+TEST_F(StreamForgedSource, ReplaysACollectionAnewWhenItsEntityGetsAnotherHandle) {
+   mirror.receive(twig(Opcode::collectionBegin, root->leaf(1)->streamHandle()));
+   mirror.receive(create(0x01000050, 1));
+   mirror.receive(twig(Opcode::collectionBegin, 0x01000050));
+   mirror.receive(twig(Opcode::collectionEnd, 0x01000050));
+   EXPECT_EQ(copy->leaf(1)->twigCount(), 0u);
+}
+
 TEST_F(StreamForgedSource, ReplaysACollectionOfAnEntityInThePlaceOfOneThatIsGone) {
    for (U32 i = 0; i != 8; ++i) {  // one of them is where the last one was
       mirror.receive(create(0x01000060 + i, 3));
