@@ -37,6 +37,10 @@ void* allocate(std::size_t size) {
 void* operator new[](std::size_t size) {
    return allocate(size);
 }
+void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
+   ++allocations;
+   return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* p) noexcept {
    std::free(p);
 }

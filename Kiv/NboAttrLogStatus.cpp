@@ -140,7 +140,11 @@ SessionStatus Session::status() const {
    status.behind = behindSince_ != 0 ? now - behindSince_ : 0;
    for (Served const& served : served_) {
       NamedEntity const& root = served.root->entity();
-      status.roots.push_back({{root.kivType().name, root.nameString()}, served.mode, served.ended});
+      ServedRoot& told = status.roots.emplace_back();
+      told.root.type = root.kivType().name;
+      told.root.name = root.nameString();
+      told.mode = served.mode;
+      told.complete = served.ended;
    }
    status.leftOut = leftOut_;
    return status;
@@ -159,14 +163,14 @@ bool Session::writeSessions() {
    std::vector<SessionStatus> told;
    std::size_t size = 4 + 4;
    for (Session const* const session : hub_.sessions_) {
-      SessionStatus status = session->status();
-      status.asking = session == this;
-      std::size_t const more = encodedSize(status);
+      told.push_back(session->status());
+      told.back().asking = session == this;
+      std::size_t const more = encodedSize(told.back());
       if (size + more > longestBody_) {
+         told.pop_back();
          break;
       }
       size += more;
-      told.push_back(std::move(status));
    }
    return write(Opcode::sessions, size, 0, 0, [&](Out& out) {
       out.writeU32(static_cast<U32>(hub_.sessions_.size()));

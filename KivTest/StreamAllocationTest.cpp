@@ -6,6 +6,7 @@
 
 #include "Kiv/NboAttrLogRecorder.h"
 #include "KivTest/StreamTestSupport.h"
+#include "Sarn/Slab.h"
 
 using namespace StreamTesting;
 
@@ -33,6 +34,10 @@ void* allocate(std::size_t size, std::size_t alignment = alignof(std::max_align_
 }
 [[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
    return allocate(size, static_cast<std::size_t>(alignment));
+}
+[[gnu::noinline]] void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+   ++allocations;
+   return std::malloc(size);
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
    std::free(memory);
@@ -194,6 +199,9 @@ Bytes beginOfNumbers(U32 handle) {
 }
 
 TEST_F(StreamAllocation, OfKeysThatAReplayNamesAndErasesIsNone) {
+   if (Sarn::slabPassesThrough) {
+      GTEST_SKIP() << "the nodes of sets come from the allocator under a sanitizer";
+   }
    std::vector<Bytes> const keys = passingKeys(root->streamHandle());
    mirror.receive(beginOfNumbers(root->streamHandle()));
    EXPECT_EQ(allocationsOf([&](int i) { mirror.receive(keys.at(static_cast<std::size_t>(i))); }),
@@ -211,6 +219,9 @@ protected:
 };
 
 TEST_F(StreamWriterAllocation, OfKeysThatComeAndGoHereDuringAReplayIsNone) {
+   if (Sarn::slabPassesThrough) {
+      GTEST_SKIP() << "the nodes of sets come from the allocator under a sanitizer";
+   }
    mirror.receive(beginOfNumbers(root->streamHandle()));
    std::size_t before = 0;
    for (U32 i = 0; i != 102; ++i) {

@@ -116,6 +116,7 @@ inline Bytes text(std::string_view v) {
 /// One end: a hub with one session, whose listener keeps what it was told.
 struct End : SessionListener {
    explicit End(Limits const& limits = {}) : hub(limits) { connect(); }
+   virtual ~End() = default;
 
    void connect() {
       session.reset();
