@@ -45,6 +45,7 @@ diff -u "$scratch/wanted" "$scratch/installed" || fail "other headers than these
 # finds PROGRAM: it takes our libraries from the prefix, and from nowhere else.
 finds() {
    ldd "$1" | awk -v lib="$prefix/lib/" -v program="$1" '
+      { sub("/bin/[.][.]/", "/", $3) }
       /libKiv|libPtp/ && index($3, lib) != 1 { print program ": " $0; bad = 1 }
       END { exit bad }' || fail "libraries are not found in the prefix"
 }
