@@ -3,7 +3,7 @@
 #include <array>
 #include <compare>
 
-#include "Kiv/Hash.h"
+#include "Kiv/Map/Hash.h"
 #include "Kiv/NboAttrLog.h"
 #include "Kiv/Text.h"
 

@@ -3,7 +3,7 @@
 #include <compare>
 #include <optional>
 
-#include "Kiv/Hash.h"
+#include "Kiv/Map/Hash.h"
 #include "Kiv/NboAttrLog.h"
 #include "Kiv/Text.h"
 

@@ -2,7 +2,7 @@
 
 #include <compare>
 
-#include "Kiv/Hash.h"
+#include "Kiv/Map/Hash.h"
 #include "Kiv/NboAttrLog.h"
 #include "Kiv/Text.h"
 

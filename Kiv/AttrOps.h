@@ -3,8 +3,8 @@
 #include "Kiv/Entity.h"
 
 /// What the generic interface and the stream can do with one attribute, by function pointers that
-/// `Kiv/MemberOps.h` instantiates for each member. An entry that a kind of member does not have is
-/// null. Objects are entities, or values where the member is a value type's field.
+/// `Kiv/Glue/MemberOps.h` instantiates for each member. An entry that a kind of member does not
+/// have is null. Objects are entities, or values where the member is a value type's field.
 namespace Kiv {
 
 /// A collection's iterator that stays valid whatever happens to the collection: an element that is

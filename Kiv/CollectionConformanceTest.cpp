@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "Kiv/CollectionTestSupport.h"
-#include "Kiv/HSet.h"
 #include "Kiv/HashMap2018.h"
 #include "Kiv/HashMap2018NodeInternalKey.h"
-#include "Kiv/RbTreeMap.h"
+#include "Kiv/Map/CollectionTestSupport.h"
+#include "Kiv/Map/HSet.h"
+#include "Kiv/Map/RbTreeMap.h"
 
 namespace {
 

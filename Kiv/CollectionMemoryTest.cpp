@@ -1,70 +1,23 @@
 // What collections allocate, and what they do not: the program's `operator new` counts.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "Kiv/CollectionTestSupport.h"
-#include "Kiv/HSet.h"
 #include "Kiv/HashMap2018.h"
 #include "Kiv/HashMap2018NodeInternalKey.h"
-#include "Kiv/RbTreeMap.h"
+#include "Kiv/Map/CollectionTestSupport.h"
+#include "Kiv/Map/HSet.h"
+#include "Kiv/Map/RbTreeMap.h"
 #include "Sarn/RQueue.h"
 #include "Sarn/Slab.h"
-
-namespace {
-
-/// Of this thread: other tests of the program run threads that allocate.
-thread_local long allocations = 0;
-
-void* allocate(std::size_t size) {
-   void* const p = std::malloc(size);
-   if (p == nullptr) {
-      throw std::bad_alloc();
-   }
-   ++allocations;
-   return p;
-}
-
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-   return allocate(size);
-}
-void* operator new[](std::size_t size) {
-   return allocate(size);
-}
-void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
-   ++allocations;
-   return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept {
-   std::free(p);
-}
-void operator delete[](void* p) noexcept {
-   std::free(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
-   std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-   std::free(p);
-}
+#include "tests/CountedNew.h"
 
 namespace {
 
 using namespace CollectionTest;
-
-/// Calls of `operator new` while `work` runs.
-template <class Work>
-long allocationsOf(Work&& work) {
-   long const before = allocations;
-   work();
-   return allocations - before;
-}
+using CountedNew::allocationsOf;
 
 TEST(CollectionMemory, TheCounterCounts) {
    EXPECT_GE(allocationsOf([] { delete new std::string(100, 'x'); }), 2);

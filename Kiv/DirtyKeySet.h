@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Kiv/AttrOps.h"
-#include "Kiv/HSet.h"
-#include "Kiv/RbTreeMap.h"
+#include "Kiv/Map/HSet.h"
+#include "Kiv/Map/RbTreeMap.h"
 
 /// The sets of dirty keys of the two sorts of collections. See `Kiv::DirtyKeys`.
 namespace Kiv::Impl {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "Kiv/HashMap2018Table.h"
+#include "Kiv/Map/Table.h"
 
 namespace Kiv {
 

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "Kiv/HSet.h"
 #include "Kiv/HashMap2018.h"
+#include "Kiv/Map/HSet.h"
 
 /// What the order of a hash table gives away, and that no order in which elements come and go makes
 /// it slow. Work is counted, not timed: comparisons of keys, and elements moved.

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "Kiv/CollectionTestSupport.h"
-#include "Kiv/HSet.h"
 #include "Kiv/HashMap2018NodeInternalKey.h"
+#include "Kiv/Map/CollectionTestSupport.h"
+#include "Kiv/Map/HSet.h"
 
 namespace {
 

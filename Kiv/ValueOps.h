@@ -4,7 +4,7 @@
 #include <optional>
 #include <type_traits>
 
-#include "Kiv/Hash.h"
+#include "Kiv/Map/Hash.h"
 #include "Kiv/NboAttrLog.h"
 #include "Kiv/Text.h"
 

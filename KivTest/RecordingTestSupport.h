@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "Kiv/Hash.h"
 #include "Kiv/NboAttrLogPlayer.h"
 #include "Kiv/NboAttrLogRecorder.h"
 #include "KivTest/Recorder.h"
@@ -27,12 +26,6 @@ using KivTest::Chance;
 using KivTest::Root;
 using Bytes = std::vector<U8>;
 using LogRecorder = Kiv::NboAttrLog::Recorder;
-
-/// Trees that have seen the same changes are compared, so hashes must not differ between them.
-[[maybe_unused]] inline bool const sameHashes = [] {
-   Kiv::HashHelper::hashSeed32Is(1);
-   return true;
-}();
 
 class Memory final : public Kiv::NboAttrLog::RecordSink {
 public:

@@ -14,7 +14,7 @@ std::string banner(Module const& module);
 /// The include lines of a file, sorted, standard headers first.
 class Includes {
 public:
-   /// A header such as "<limits>" or "Kiv/Members.h".
+   /// A header such as "<limits>" or "Kiv/Glue/Members.h".
    void add(std::string const& header);
    /// The header of a declared or external type; nothing for a built-in one or for null.
    void add(Type const* type);

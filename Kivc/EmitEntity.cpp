@@ -183,7 +183,7 @@ struct HeaderParts {
 
 HeaderParts headerParts(Type const& type) {
    HeaderParts parts;
-   parts.includes.add("Kiv/Members.h");
+   parts.includes.add("Kiv/Glue/Members.h");
    for (auto const& member : type.members) {
       parts.includes.addValuesOf(member);
       if (member.kind == MemberKind::children) {
@@ -317,7 +317,7 @@ std::string emitEntitySource(Type const& type) {
    CppNames const names(type.nameSpace);
    auto const code = codeOf(type);
    Includes includes;
-   includes.add("Kiv/Provider.h");
+   includes.add("Kiv/Glue/Provider.h");
    includes.add(recordHeader(*type.module));
 
    Template text;

@@ -16,7 +16,7 @@ std::string emitEnumHeader(Type const& type) {
    auto const qualified = type.qualifiedName();
    Includes includes;
    includes.add("<iosfwd>");
-   includes.add("Kiv/EnumType.h");
+   includes.add("Kiv/Glue/EnumType.h");
    Template text;
    text.set("banner", banner(*type.module))
          .set("includes", includes.text())

@@ -81,7 +81,7 @@ public:
    std::string run() const {
       Includes includes;
       includes.add("<ostream>");
-      includes.add("Kiv/Provider.h");
+      includes.add("Kiv/Glue/Provider.h");
       for (auto const& type : module_.types) {
          includes.add(type.get());
       }

@@ -73,7 +73,7 @@ std::string storedTypes(Type const& type, CppNames const& names) {
 std::string emitValueHeader(Type const& type) {
    CppNames const names(type.nameSpace);
    Includes includes;
-   includes.add("Kiv/ValueType.h");
+   includes.add("Kiv/Glue/ValueType.h");
    includes.add("Kiv/AllocTrack.h");
    std::string accessors;
    std::string storage;
@@ -168,7 +168,7 @@ std::string emitValueHeader(Type const& type) {
 std::string emitValueSource(Type const& type) {
    CppNames const names(type.nameSpace);
    Includes includes;
-   includes.add("Kiv/Provider.h");
+   includes.add("Kiv/Glue/Provider.h");
    includes.add(recordHeader(*type.module));
    std::string rows;
    for (auto const& field : type.members) {

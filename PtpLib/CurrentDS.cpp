@@ -1,6 +1,6 @@
 #include "PtpLib/PtpStatusStatedbTypes/CurrentDS.h"
 
-#include "Kiv/AllSteps.h"
+#include "Kiv/Glue/AllSteps.h"
 
 namespace Ptp {
 

@@ -12,7 +12,7 @@
 
 #include "Kiv/AttrOps.h"
 #include "Kiv/Entity.h"
-#include "Kiv/EnumType.h"
+#include "Kiv/Glue/EnumType.h"
 #include "Kiv/Module.h"
 #include "Kiv/Types.h"
 #include "KivTest/RecordWalkTestSupport.h"

@@ -1,6 +1,6 @@
 #include "PtpLib/PtpStatusStatedbTypes/PortDS.h"
 
-#include "Kiv/AllSteps.h"
+#include "Kiv/Glue/AllSteps.h"
 #include "Kiv/System.h"
 
 namespace Ptp {

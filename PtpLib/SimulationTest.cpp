@@ -6,7 +6,7 @@
 
 #include <cstdlib>
 
-#include "Kiv/Hash.h"
+#include "Kiv/Map/Hash.h"
 #include "Kiv/Module.h"
 #include "KivTest/SimulationCoverage.h"
 #include "KivTest/SimulationTree.h"

@@ -1,6 +1,6 @@
 #include "PtpLib/PtpStatusStatedbTypes/TimePropertiesDS.h"
 
-#include "Kiv/AllSteps.h"
+#include "Kiv/Glue/AllSteps.h"
 
 namespace Ptp {
 

@@ -1,58 +1,13 @@
 // What observers cost: the program's `operator new` counts.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
 #include "Sarn/PublisherTestSupport.h"
+#include "tests/CountedNew.h"
 
 namespace {
 
-// Other tests of this program have threads.
-std::atomic<long> blocks = 0;
-std::atomic<long> allocations = 0;
-
-void* allocate(std::size_t size) {
-   void* const p = std::malloc(size);
-   if (p == nullptr) {
-      throw std::bad_alloc();
-   }
-   ++blocks;
-   ++allocations;
-   return p;
-}
-
-void release(void* p) noexcept {
-   if (p != nullptr) {
-      --blocks;
-      std::free(p);
-   }
-}
-
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-   return allocate(size);
-}
-void* operator new[](std::size_t size) {
-   return allocate(size);
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept {
-   release(p);
-}
-void operator delete[](void* p) noexcept {
-   release(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
-   release(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-   release(p);
-}
-
-namespace {
-
+using CountedNew::allocations;
+using CountedNew::blocks;
 using Sarn::Scope;
 
 /// Counts only, so that it allocates nothing itself.
@@ -78,9 +33,9 @@ TEST(PublisherMemory, APublisherIsTwoPointersAndAByte) {
 
 TEST(PublisherMemory, NothingIsAllocatedWithoutObservers) {
    SarnTest::Source source("s");
-   long const before = allocations;
+   long const before = allocations();
    source.change(1);
-   EXPECT_EQ(allocations, before);
+   EXPECT_EQ(allocations(), before);
 }
 
 TEST(PublisherMemory, ThePublicationsThemselvesAllocateNothing) {
@@ -91,11 +46,11 @@ TEST(PublisherMemory, ThePublicationsThemselvesAllocateNothing) {
    Counter subtree;
    source.observerAdd(own);
    above.observerAdd(subtree, Scope::subtree);
-   long const before = allocations;
+   long const before = allocations();
    for (int i = 0; i != 1000; ++i) {
       source.change(1);
    }
-   EXPECT_EQ(allocations, before);
+   EXPECT_EQ(allocations(), before);
    EXPECT_EQ(own.count, 1000);
    EXPECT_EQ(subtree.count, 1000);
 }
@@ -104,25 +59,25 @@ TEST(PublisherMemory, TheListGoesWithTheLastObserver) {
    SarnTest::Source source("s");
    Counter one;
    Counter two;
-   long const before = blocks;
+   long const before = blocks();
    source.observerAdd(one);
    source.observerAdd(two, Scope::subtree);
-   EXPECT_GT(blocks, before);
+   EXPECT_GT(blocks(), before);
    source.observerDel(one);
-   EXPECT_GT(blocks, before);
+   EXPECT_GT(blocks(), before);
    source.observerDel(two, Scope::subtree);
-   EXPECT_EQ(blocks, before);
+   EXPECT_EQ(blocks(), before);
 }
 
 TEST(PublisherMemory, TheListGoesWithTheLastObserverThatRemovesItselfInside) {
    SarnTest::Source source("s");
    Counter one;
    one.leave = &source;
-   long const before = blocks;
+   long const before = blocks();
    source.observerAdd(one);
    source.change(1);
    EXPECT_EQ(one.count, 1);
-   EXPECT_EQ(blocks, before);
+   EXPECT_EQ(blocks(), before);
 }
 
 /// An observer that asks for one more change each time must not make the list grow.
@@ -134,23 +89,23 @@ TEST(PublisherMemory, ComingAndGoingInsideNotificationsDoesNotGrowTheList) {
    source.observerAdd(stays);
    source.observerAdd(comes);
    source.change(1);
-   long const before = allocations;
+   long const before = allocations();
    for (int i = 0; i != 1000; ++i) {
       source.change(1);
    }
    EXPECT_EQ(comes.count, 1001);
    EXPECT_EQ(stays.count, 1001);
-   EXPECT_EQ(allocations, before);
+   EXPECT_EQ(allocations(), before);
 }
 
 TEST(PublisherMemory, AListWithObserversGoesWithItsPublisher) {
    Counter one;
-   long const before = blocks;
+   long const before = blocks();
    {
       SarnTest::Source source("s");
       source.observerAdd(one);
    }
-   EXPECT_EQ(blocks, before);
+   EXPECT_EQ(blocks(), before);
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ endfunction()
 
 # ptplib_bench_programs(DIR dir LINK library...)
 # Programs that measure what Google Benchmark cannot, one a source file: across processes, at load.
+# Those in a subdirectory are another call's, which may link less.
 function(ptplib_bench_programs)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
    if(NOT PTPLIB_BENCHES)
@@ -30,6 +31,7 @@ function(ptplib_bench_programs)
    endif()
    ptplib_bench(${ARGV})
    ptplib_sources(sources ${arg_DIR})
+   list(FILTER sources INCLUDE REGEX "/${arg_DIR}/[^/]+$")
    foreach(source IN LISTS sources)
       cmake_path(GET source STEM stem)
       set(name bench_${stem})

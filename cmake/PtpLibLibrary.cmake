@@ -1,4 +1,4 @@
-# What belongs to what in a directory. Lists are never kept by hand, so that no file and no test can
+# What belongs to what in a directory and its subdirectories. Lists are never kept by hand, so that no file and no test can
 # be left out: `*Test.cpp` are tests, `*Bench.cpp` benchmarks, `*TestSupport.h` headers for tests, and
 # all else is the library's. A type may have any name, though: a file that is named as a type that the
 # directory declares is that type's, whatever its name ends in.
@@ -24,11 +24,11 @@ function(ptplib_types out dir)
    set(${out} "${types}" PARENT_SCOPE)
 endfunction()
 
-# ptplib_files(out dir pattern INCLUDE|EXCLUDE ending): the files of the directory that match, only
+# ptplib_files(out dir pattern INCLUDE|EXCLUDE ending): the files below the directory that match, only
 # those or all but those whose name has the ending and is no type's.
 function(ptplib_files out dir pattern mode ending)
    ptplib_types(types ${dir})
-   file(GLOB found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/${pattern}")
+   file(GLOB_RECURSE found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/${pattern}")
    set(files)
    foreach(file IN LISTS found)
       cmake_path(GET file STEM LAST_ONLY stem)

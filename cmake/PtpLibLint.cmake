@@ -7,7 +7,7 @@ function(ptplib_header_check)
    add_custom_target(declarations DEPENDS ${stamps})
    set(headers)
    foreach(dir IN LISTS ARGN)
-      file(GLOB found CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
+      file(GLOB_RECURSE found CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
          "${PROJECT_SOURCE_DIR}/${dir}/*.h")
       list(APPEND headers ${found})
    endforeach()

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "Kiv/Hash.h"
+#include "Kiv/Map/Hash.h"
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogSession.h"
 #include "KivTest/SimulationChange.h"

@@ -6,7 +6,7 @@ cd "$(dirname "$0")/../.."
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-mkdir -p "$scratch/Lab" "$scratch/Plain"
+mkdir -p "$scratch/Lab" "$scratch/Plain/Cellar"
 cat >"$scratch/Lab/Lab.kiv" <<'END'
 module Lab 0x1ab01ab0;
 namespace Lab;
@@ -23,7 +23,8 @@ END
 touch "$scratch"/Lab/{CableTest.h,CableTest.cpp,CableTestTest.cpp,SelfTest.cpp,SelfTestTest.cpp} \
    "$scratch"/Lab/{LoopBench.cpp,LoopBenchTest.cpp,SpeedBench.cpp,TestSupport.h,TestMode.h} \
    "$scratch"/Lab/{LabTestSupport.h,Latest.h,Latest.cpp} \
-   "$scratch"/Plain/{Contest.cpp,ContestTest.cpp,Contest.h,PlainTestSupport.h}
+   "$scratch"/Plain/{Contest.cpp,ContestTest.cpp,Contest.h,PlainTestSupport.h} \
+   "$scratch"/Plain/Cellar/{Shelf.cpp,ShelfTest.cpp,ShelfBench.cpp,Shelf.h}
 
 cat >"$scratch/CMakeLists.txt" <<END
 cmake_minimum_required(VERSION 3.25)
@@ -50,9 +51,9 @@ cmake -S "$scratch" -B "$scratch/build" >"$scratch/log" 2>&1 || {
    exit 1
 }
 diff -u - "$scratch/build/said" <<'END'
-library: Lab/CableTest.cpp;Lab/Latest.cpp;Lab/LoopBench.cpp;Lab/SelfTest.cpp;Plain/Contest.cpp
+library: Lab/CableTest.cpp;Lab/Latest.cpp;Lab/LoopBench.cpp;Lab/SelfTest.cpp;Plain/Cellar/Shelf.cpp;Plain/Contest.cpp
 tests: Lab/CableTestTest.cpp;Lab/LoopBenchTest.cpp;Lab/SelfTestTest.cpp
-tests: Plain/ContestTest.cpp
+tests: Plain/Cellar/ShelfTest.cpp;Plain/ContestTest.cpp
 benchmarks: Lab/SpeedBench.cpp
-headers: Lab/CableTest.h;Lab/Latest.h;Lab/TestMode.h;Lab/TestSupport.h;Plain/Contest.h
+headers: Lab/CableTest.h;Lab/Latest.h;Lab/TestMode.h;Lab/TestSupport.h;Plain/Cellar/Shelf.h;Plain/Contest.h
 END

@@ -1,24 +1,29 @@
 #!/usr/bin/env bash
-# Includes point down only: each directory may include itself and what the table lists for it. The
+# Includes point down only: each directory may include itself and what the table lists for it. A header
+# may be a layer of its own, below the directory that it lies in. The
 # libraries need nothing but the standard library and the operating system. Tests, benchmarks and
 # headers for them, `*TestSupport.h`, may use what is made for tests as well.
 set -u
 . "$(dirname "$0")/common.sh"
 
 platform="Dorn Bridging Brim Acl PtpPlatform"
-libraries="Sarn Kiv $platform PtpLib"
+framework="Sarn Kiv/AllocTrack.h Kiv/Map Kiv Kiv/Glue"
+libraries="$framework $platform PtpLib"
 for_tests="KivTest tests"
 
-# directory: what it may include beside itself
+# directory or header: what it may include beside itself
 table="
 Sarn:
-Kiv: Sarn
-Dorn: Sarn Kiv $platform
-Bridging: Sarn Kiv $platform
-Brim: Sarn Kiv $platform
-Acl: Sarn Kiv $platform
-PtpPlatform: Sarn Kiv $platform
-PtpLib: Sarn Kiv $platform
+Kiv/AllocTrack.h: Sarn
+Kiv/Map: Sarn Kiv/AllocTrack.h
+Kiv: Sarn Kiv/AllocTrack.h Kiv/Map
+Kiv/Glue: Sarn Kiv/AllocTrack.h Kiv/Map Kiv
+Dorn: $framework $platform
+Bridging: $framework $platform
+Brim: $framework $platform
+Acl: $framework $platform
+PtpPlatform: $framework $platform
+PtpLib: $framework $platform
 KivTest: $libraries
 Kivc:
 tools/ptpstate: $libraries
@@ -54,9 +59,12 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
             helper[names[j]] = 1
          }
       }
-      # The longest directory of the table that the path lies in.
+      # The header of the table that the path is, or the longest directory that it lies in.
       function layer(path,   dir) {
          dir = path
+         if (dir in known) {
+            return dir
+         }
          while (sub(/\/[^\/]*$/, "", dir)) {
             if (dir in known) {
                return dir

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <functional>
 
-#include "Kiv/EnumType.h"
+#include "Kiv/Glue/EnumType.h"
 #include "Kiv/Text.h"
 #include "tools/ptpstate/Failure.h"
 #include "tools/ptpstate/Values.h"

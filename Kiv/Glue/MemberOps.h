@@ -1,0 +1,98 @@
+#pragma once
+
+#include "Kiv/Glue/MemberOpsChildren.h"
+#include "Kiv/Glue/MemberOpsKeyed.h"
+#include "Kiv/Glue/MemberOpsQueue.h"
+#include "Kiv/Glue/MemberOpsSingle.h"
+
+/// Rows of a type's member table: `FieldDescriptor`s with the functions that drive one member. The
+/// generated source has one line a member, such as
+///
+///     Kiv::single<Config, &Config::driftLimit, &Config::driftLimitIs>(274, "driftLimit", flags)
+///
+/// The functions and their tables are hidden: nobody outside the library names them, so loading it
+/// looks none of them up.
+namespace Kiv {
+
+// Row makers. `flags` are `FieldDescriptor::Flag`s.
+
+/// A value. Without a setter it is read-only.
+template <class Owner, auto Get, auto Set = nullptr>
+constexpr FieldDescriptor single(AttributeId id, U16 kindWord, char const* name, U16 flags) {
+   using Ops = Impl::SingleOps<Owner, Get, Set>;
+   return {id,      kindWord, flags, MemberKind::single, name, &typeOf<typename Ops::T>(),
+           nullptr, &Ops::ops};
+}
+
+template <class Owner, auto Get, auto Is, auto Del>
+constexpr FieldDescriptor child(AttributeId id, char const* name, U16 flags) {
+   using Child = typename std::remove_cvref_t<decltype((std::declval<Owner const&>().*
+                                                        Get)())>::element_type;
+   return {id,   0xdd20,           flags,   MemberKind::child,
+           name, &typeOf<Child>(), nullptr, &Impl::SingletonOps<Owner, Get, Is, Del>::ops};
+}
+
+template <class Owner, auto Map, AttributeId id, auto Is, auto Del>
+constexpr FieldDescriptor children(char const* name, U16 flags) {
+   using Ops = Impl::ChildrenOps<Owner, Map, id, Is, Del>;
+   return {id,
+           0xdd21,
+           flags,
+           MemberKind::children,
+           name,
+           &typeOf<typename Ops::Child>(),
+           &typeOf<typename Ops::K>(),
+           &Ops::ops};
+}
+
+/// A map with its keys outside the values; `MemberKind::ordered` for an ordered one.
+template <class Owner, auto Map, AttributeId id>
+constexpr FieldDescriptor map(char const* name, U16 flags) {
+   using Ops = Impl::MapOps<Owner, Map, id>;
+   return {id,
+           0xdc01,
+           flags,
+           Ops::isOrdered ? MemberKind::ordered : MemberKind::map,
+           name,
+           &typeOf<typename Ops::V>(),
+           &typeOf<typename Ops::K>(),
+           &Ops::ops};
+}
+
+template <class Owner, auto Map, AttributeId id>
+constexpr FieldDescriptor internalKeyMap(char const* name, U16 flags) {
+   using Ops = Impl::InternalKeyMapOps<Owner, Map, id>;
+   return {id,
+           0xdc01,
+           static_cast<U16>(flags | FieldDescriptor::keyInside),
+           MemberKind::map,
+           name,
+           &typeOf<typename Ops::V>(),
+           &typeOf<typename Ops::K>(),
+           &Ops::ops};
+}
+
+template <class Owner, auto Queue, AttributeId id>
+constexpr FieldDescriptor queue(char const* name, U16 flags) {
+   using Ops = Impl::QueueMemberOps<Owner, Queue, id>;
+   return {id,
+           0xdc01,
+           flags,
+           MemberKind::queue,
+           name,
+           &typeOf<typename Ops::T>(),
+           &typeOf<U32>(),
+           &Ops::ops};
+}
+
+/// A hand-written operation: it has a place and a name, nothing else.
+constexpr FieldDescriptor operation(AttributeId id, U16 kindWord, char const* name) {
+   return {id, kindWord, 0, MemberKind::operation, name, nullptr, nullptr, nullptr};
+}
+
+/// An id that nobody has.
+constexpr FieldDescriptor reserved(AttributeId id) {
+   return {id, 0, 0, MemberKind::none, "", nullptr, nullptr, nullptr};
+}
+
+}  // namespace Kiv
