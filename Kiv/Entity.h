@@ -10,12 +10,12 @@ using Sarn::Change;
 using Sarn::Observer;
 using Sarn::Scope;
 
-/// Base of every generated entity type: a reference-counted node that has observers, a place in a
-/// tree of entities, and a type that tells of its attributes.
+/// Base of every generated entity type: a reference-counted node with observers, a position in a
+/// tree of entities, and a type that describes its attributes.
 ///
-/// Ownership: a parent's attribute holds the child; a child never holds its parent. A child that
-/// was removed, or whose parent died, has a null parent and lives on while somebody holds it.
-/// Threads: one thread owns a whole tree; only reference counts may be touched by others.
+/// Ownership: an attribute of the parent holds the child; a child never holds its parent. A child
+/// that was removed, or whose parent died, has a null parent and lives on while somebody holds it.
+/// Threads: one thread owns a whole tree; others may only touch reference counts.
 class Entity : public Sarn::Node, public Sarn::Publisher {
 public:
    /// The stream adapter: see `Kiv/NboAttrLogSa.h`.
@@ -25,11 +25,11 @@ public:
 
    /// The entity whose attribute holds this one; null for a root.
    Entity* parent() const noexcept { return static_cast<Entity*>(parentPublisher()); }
-   /// Links this entity below `parent`, or nowhere. The framework calls it when an attribute takes
-   /// or gives up the child.
+   /// Links this entity below `parent`, or unlinks it if null. The framework calls it when an
+   /// attribute takes or releases the child.
    void parentIs(Entity* parent) noexcept;
 
-   /// Tells `observer` of every later change here (`Scope::entity`) or here and below
+   /// Notifies `observer` of every later change here (`Scope::entity`) or here and below
    /// (`Scope::subtree`: O(entities below) for the first and the last one).
    /// REQUIRES: not registered here with this scope.
    void observerAdd(Observer& observer, Scope scope = Scope::entity) {
@@ -40,7 +40,7 @@ public:
 
    Sarn::Publisher& publisher() noexcept { return *this; }
 
-   /// The number that the attribute log knows this entity by; 0 when it is not streamed.
+   /// The number of this entity in the attribute log; 0 if it is not streamed.
    U32 streamHandle() const noexcept { return tag_; }
    /// Where nobody listens but the attribute log, and one connection is up to date and has room: a
    /// message that sets a streamed attribute, complete but for its `size` bytes of value, which the
@@ -63,7 +63,7 @@ inline Entity& entityOf(Change const& change) noexcept {
    return static_cast<Entity&>(change.source);
 }
 
-/// An entity that is made with a name: a root, or a named child.
+/// An entity with a name: a root, or a named child.
 class NamedEntity : public Entity {
 public:
    /// Fixed at construction; field id 154 in the generic interface.

@@ -10,7 +10,7 @@ namespace Kiv {
 /// The 16-bit id of an attribute (from 258 in an entity) or of a value type's field (from 2).
 using AttributeId = U16;
 
-/// Base of everything that the framework throws for bad input. `what()` is one line for a person.
+/// Base of everything that the framework throws for bad input. `what()` is one line for people.
 class Exception : public std::runtime_error {
 public:
    using std::runtime_error::runtime_error;
@@ -22,7 +22,7 @@ public:
    using Exception::Exception;
 };
 
-/// Text that is not the text form of the wanted type.
+/// Text that is not a text form of the requested type.
 class ParseException : public Exception {
 public:
    ParseException(Sarn::String const& message, std::size_t position);
@@ -33,7 +33,7 @@ private:
    std::size_t position_;
 };
 
-/// An entity was asked for with generic arguments of the wrong kind or number.
+/// An entity was requested with generic arguments of the wrong kind or number.
 class NewEntityArgsException : public Exception {
 public:
    using Exception::Exception;
@@ -45,13 +45,13 @@ public:
    using Exception::Exception;
 };
 
-/// A hash was asked of a type that has none.
+/// A hash was requested from a type that has none.
 class UnhashableException : public Exception {
 public:
    using Exception::Exception;
 };
 
-/// *xIs(key, args)* met a child that was made with another value of a constant argument.
+/// *xIs(key, args)* found a child that was made with another value of a constant argument.
 class MutatorReinstValException : public Exception {
 public:
    MutatorReinstValException(Sarn::String const& message, AttributeId argument,
@@ -67,7 +67,7 @@ private:
    AttributeId collection_;
 };
 
-/// A change came from a side that only mirrors the entity.
+/// A change came from an end that only mirrors the entity.
 class ReadOnlyProxyException : public Exception {
 public:
    using Exception::Exception;
@@ -75,10 +75,10 @@ public:
 
 [[noreturn]] void throwRangeException(std::string_view message);
 [[noreturn]] void throwParseException(std::string_view message, std::size_t position);
-/// `fault` says what is wrong with the arguments, where that is known.
+/// `fault` says what is wrong with the arguments, if known.
 [[noreturn]] void throwNewEntityArgsException(std::string_view type, std::string_view fault = {});
 
-/// Throws `error` again with the field's name before its message: "state: clockClass: ...".
+/// Rethrows `error` with the field's name before its message: "state: clockClass: ...".
 [[noreturn]] void rethrowFromDeserializeAttr(RangeException const& error, std::string_view name);
 
 namespace GenericIfImpl {

@@ -36,10 +36,10 @@ struct ExternalKeyPolicy {
 ///     for (auto const& [key, value] : thresholds) { ... }        // must not change meanwhile
 ///     for (auto it = thresholds.iterator(); it; ++it) { ... }    // may
 ///
-/// One pointer in size, nothing allocated while empty; grows and shrinks with its contents. What
-/// is said at `Impl::HashTable` of invalidation, threads and exceptions holds here.
+/// One pointer in size, nothing allocated while empty; grows and shrinks with its contents. See
+/// `Impl::HashTable` for invalidation, threads and exceptions.
 ///
-/// `seedConstant` tells the hashes of this collection from those of its neighbours.
+/// `seedConstant` makes the hashes of this collection differ from those of other collections.
 template <class Key, class Value, U32 seedConstant = 0>
 class HashMap2018 : public Impl::HashTable<Impl::ExternalKeyPolicy<Key, Value, seedConstant>> {
    using Table = Impl::HashTable<Impl::ExternalKeyPolicy<Key, Value, seedConstant>>;

@@ -8,9 +8,9 @@
 
 #include "Kiv/ValueOps.h"
 
-/// Values that are equal and yet not the same: 0.0 and -0.0, alone or within other values. Setters
-/// go by equality. What the attribute log brings is stored as it is, so that a mirror that has
-/// missed the changes between two such values shows the one that its source has.
+/// Values that are equal but not identical: 0.0 and -0.0, alone or within other values. Setters
+/// compare by equality. Values from the attribute log are stored bit by bit, so that a mirror that
+/// has missed the changes between two such values shows the one that its source has.
 namespace Kiv {
 
 /// Whether equal values of the type may differ in their text and in the log.
@@ -60,13 +60,13 @@ bool isIdentical(T const& a, T const& b) {
 
 namespace Impl {
 
-/// Set while the log applies a value that equals the stored one and is not the same; the setter
-/// that it goes through takes it back.
+/// Set while the log applies a value that equals the stored one but is not identical; the setter
+/// that the value goes through resets it.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local bool storesEqual;
 /// The child that the log creates again: its constant arguments are compared bit by bit.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local void const* exactChild;
 
-/// Sets one of these as long as it lives.
+/// Sets one of these for its lifetime.
 template <class T>
 class Exactly {
 public:

@@ -18,7 +18,7 @@ void appendStep(Sarn::String& path, FieldDescriptor const& field, void const* ke
    }
 }
 
-/// Looks a child up by the key that it holds. False where it cannot be found in that way.
+/// Looks a child up by its own key. Returns false if it cannot be found in that way.
 bool appendByKey(Sarn::String& path, Entity const& parent, Entity const& child) {
    // A child's key is the first argument of its constructor.
    TypeImpl const& type = child.kivType();

@@ -5,8 +5,8 @@
 namespace Kiv {
 namespace {
 
-/// What does more than to stand in its place in a line: the second half of the control characters,
-/// separators of lines and paragraphs, and what changes the direction of text.
+/// Characters that would affect more than their position in a line: the second half of the control
+/// characters, separators of lines and paragraphs, and changes of text direction.
 bool isControl(U32 point) noexcept {
    return (point >= 0x80 && point < 0xa0) || (point >= 0x2028 && point <= 0x202e) ||
           (point >= 0x2066 && point <= 0x2069);

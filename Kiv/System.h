@@ -10,13 +10,13 @@ public:
    /// A clock: seconds since the epoch.
    using Clock = Seconds (*)();
 
-   /// Seconds since the epoch. Each call in a process gives a later time than all before it, even
-   /// where the clock stands still or is set back, so that what happened first has the smaller
-   /// time. Any thread.
+   /// Seconds since the epoch. Each call in a process returns a later time than all calls before
+   /// it, even if the clock stops or is set back, so that earlier events have smaller times. Any
+   /// thread.
    static Seconds currentTime() noexcept;
 
-   /// Has `currentTime` ask `clock` from now on and forget the times that it gave; null brings the
-   /// system's clock back. For tests: REQUIRES: no other thread is asking for the time.
+   /// Makes `currentTime` ask `clock` and forget the times that it returned; null restores the
+   /// system's clock. For tests. REQUIRES: no other thread is asking for the time.
    static void clockIs(Clock clock) noexcept;
 };
 

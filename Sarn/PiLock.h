@@ -6,12 +6,12 @@
 
 namespace Sarn {
 
-/// A lock with priority inheritance, for a few instructions' worth of shared state: whoever waits
-/// lends the holder its priority, so that no scheduler keeps the holder off its CPU meanwhile.
+/// A lock with priority inheritance, to be held for a few instructions: a waiter lends the holder
+/// its priority, so that no thread in between can keep the holder off the CPU.
 ///
 /// One word, constant-initialised: 0 when free, else the holder's thread id, in the form that the
-/// kernel's priority-inheriting futexes ask for. Taking a free lock and releasing one that nobody
-/// waits for is one atomic operation each, without a system call.
+/// kernel's priority-inheriting futexes require. Taking a free lock and releasing one without
+/// waiters is one atomic operation each, without a system call.
 ///
 /// Not recursive. Nothing that may block or throw belongs under it.
 class PiLock {

@@ -18,8 +18,8 @@
 
 namespace Sarn {
 
-/// A queue without a bound whose elements are numbered: the first that is ever enqueued has number
-/// 1, each further one the next, also after the queue has been empty.
+/// An unbounded queue with numbered elements: the first one ever enqueued has number 1, each
+/// further one the next number, even after the queue has been empty.
 ///
 ///     Sarn::RQueue<double> delays;
 ///     Sarn::RQueueSequence const n = delays.enq(17.5);
@@ -30,7 +30,8 @@ namespace Sarn {
 ///     | next | first number | first, end, log2 | slot 0 | slot 1 | ... | slot 2^log2 - 1 |
 ///                                                taken    ^ first        ^ end
 ///
-/// - A chunk is made when the last one is full, or its numbers do not go on to the next (see
+/// - A chunk is made when the last one is full, or the next number does not follow its last one
+/// (see
 ///   `forceSequenceNumber`). It has the smallest power of two of slots strictly above the number of
 ///   elements before the new one, at least 4, at most 8192.
 /// - The element with number `n` of a chunk lies in slot `n - first number`.
@@ -98,10 +99,10 @@ public:
    }
 
    /// Gives the next element this number: for a mirror of another queue. Numbers must ascend, or
-   /// elements before the step cannot be told from those after it.
+   /// elements before the step cannot be distinguished from those after it.
    void forceSequenceNumber(RQueueSequence sequence) noexcept { nextSequence_ = sequence; }
 
-   /// Takes all elements at once. Numbers go on.
+   /// Removes all elements at once. Numbering continues.
    void doClear() noexcept;
 
    /// From front to back, `Item` by `Item`; the queue must not change meanwhile.
@@ -134,7 +135,7 @@ U32 RQueue<T>::chunks() const noexcept {
    return count;
 }
 
-/// The chunk into which the next element goes: the last one, or a new one behind it.
+/// The chunk for the next element: the last one, or a new one after it.
 template <class T>
 auto RQueue<T>::chunkForNext() -> Chunk* {
    Chunk* const last = chunks_.back();
@@ -210,7 +211,7 @@ void RQueue<T>::release(Chunk* chunk) noexcept {
    slabFree(chunk, size, Chunk::alignment);
 }
 
-/// Goes through a queue from front to back.
+/// Walks a queue from front to back.
 template <class T>
 class RQueue<T>::Iterator {
 public:

@@ -36,7 +36,7 @@ struct RQueueChunk {
    U32 log2Size : 4;
 
    static constexpr std::size_t alignment = std::max(alignof(void*), alignof(T));
-   /// The size of a chunk with so many slots.
+   /// The size of a chunk with this many slots.
    static constexpr std::size_t bytes(U32 slots) noexcept {
       return slotsOffset() + slots * sizeof(T);
    }

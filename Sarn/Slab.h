@@ -6,7 +6,7 @@
 #include "Sarn/Types.h"
 
 /// Fixed-size slab allocation, for entities, collection nodes, small bucket arrays and queue
-/// chunks. Use `slabAllocate` and `slabFree`; a `Slab` of one's own is for tests.
+/// chunks. Use `slabAllocate` and `slabFree`; only tests make a `Slab` themselves.
 ///
 /// Sizes are rounded up to 16 bytes; each of the 128 sizes up to 2 KiB has a slab of its own, and
 /// what is larger goes to operator new. A slab is a set of 32 KiB chunks, each aligned to its size,
@@ -18,9 +18,10 @@
 ///                                                                        ^ fresh_
 ///
 /// - Both operations are O(1) and touch the slab, the chunk's header and the slot alone.
-/// - Slots of a fresh chunk are given out in ascending addresses, so that objects made one after
-///   the other lie one after the other; freed slots are used again last in, first out.
-/// - A chunk whose slots are all free is given back, except that each slab keeps one.
+/// - Slots of a fresh chunk are handed out at ascending addresses, so that objects made in a row
+/// are
+///   adjacent; freed slots are reused last in, first out.
+/// - A chunk whose slots are all free is released, except that each slab keeps one.
 ///
 /// Invariants, outside of an operation:
 /// 1. a chunk is in its slab's list exactly when it has a free or a fresh slot;
@@ -28,9 +29,9 @@
 /// 3. at most one chunk of a slab has `used_ == 0`, and `empty_` names it.
 ///
 /// Threads: any thread may allocate, and any other may free. Once threads exist each operation
-/// holds the slab's lock for some ten instructions; before, none is taken. It is a lock with
-/// priority inheritance, under which no memory is asked for or given back: a real-time thread waits
-/// for another no longer than those take, whatever else wants its CPU.
+/// holds the slab's lock for about ten instructions; before, none is taken. The lock has priority
+/// inheritance, and no memory is requested or released under it: a real-time thread waits for
+/// another no longer than these instructions take, whatever else competes for the CPU.
 ///
 /// With AddressSanitizer `slabAllocate` passes through to operator new, so that its reports of uses
 /// after free stay exact.

@@ -17,8 +17,8 @@ constexpr bool isPowerOfTwo(U32 i) noexcept {
 
 }  // namespace Sarn
 
-/// assert() for what must be found in every build, the release included: going on would destroy
-/// data. The message names the expression as it is written.
+/// assert() for faults that must be found in every build, the release included, since continuing
+/// would destroy data. The message shows the expression as written.
 #define SARN_CHECK(expression)                                                         \
    (static_cast<bool>(expression) ? static_cast<void>(0)                               \
                                   : Sarn::checkFailed(#expression, __FILE__, __LINE__, \

@@ -5,8 +5,9 @@
 
 namespace Kiv {
 
-/// An operation on an entity that takes several setters: all of them are called, whatever their
-/// observers throw, and the entity lives until the end, whoever drops its last reference.
+/// An operation on an entity that consists of several setters: all of them are called even if
+/// observers throw, and the entity lives until the end even if an observer drops the last
+/// reference.
 ///
 ///     Kiv::AllSteps steps(*this);
 ///     steps.take([&] { skewNumeratorIs(1); });

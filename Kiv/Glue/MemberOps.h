@@ -6,12 +6,12 @@
 #include "Kiv/Glue/MemberOpsSingle.h"
 
 /// Rows of a type's member table: `FieldDescriptor`s with the functions that drive one member. The
-/// generated source has one line a member, such as
+/// generated source has one line per member, such as
 ///
 ///     Kiv::single<Config, &Config::driftLimit, &Config::driftLimitIs>(274, "driftLimit", flags)
 ///
-/// The functions and their tables are hidden: nobody outside the library names them, so loading it
-/// looks none of them up.
+/// The functions and their tables have hidden visibility: only the library itself refers to them,
+/// so loading it needs no symbol lookups for them.
 namespace Kiv {
 
 // Row makers. `flags` are `FieldDescriptor::Flag`s.
@@ -85,12 +85,12 @@ constexpr FieldDescriptor queue(char const* name, U16 flags) {
            &Ops::ops};
 }
 
-/// A hand-written operation: it has a place and a name, nothing else.
+/// A hand-written operation: an id and a name, nothing else.
 constexpr FieldDescriptor operation(AttributeId id, U16 kindWord, char const* name) {
    return {id, kindWord, 0, MemberKind::operation, name, nullptr, nullptr, nullptr};
 }
 
-/// An id that nobody has.
+/// A reserved id.
 constexpr FieldDescriptor reserved(AttributeId id) {
    return {id, 0, 0, MemberKind::none, "", nullptr, nullptr, nullptr};
 }

@@ -5,7 +5,7 @@
 
 #include "Kiv/Glue/MemberOpsKeyed.h"
 
-/// What drives a collection of child entities. See `Kiv/Glue/MemberOps.h`.
+/// Operations on a collection of child entities. See `Kiv/Glue/MemberOps.h`.
 namespace Kiv::Impl {
 #pragma GCC visibility push(hidden)
 
@@ -96,8 +96,8 @@ struct ChildrenOps
             thrown.rethrow();
             return child;
          }
-         // The source has another child under this key than the mirror: it replaces ours, and what
-         // an observer puts in its place.
+         // The source has another child under this key than the mirror: it replaces ours, and
+         // whatever an observer inserts in its place.
          thrown.attempt([&] { erase(owner, std::get<0>(args)); });
       }
    }

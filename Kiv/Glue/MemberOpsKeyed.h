@@ -8,7 +8,7 @@
 #include "Kiv/Glue/Members.h"
 #include "Kiv/Types.h"
 
-/// What drives a collection of values with keys. See `Kiv/Glue/MemberOps.h`.
+/// Operations on a collection of values with keys. See `Kiv/Glue/MemberOps.h`.
 namespace Kiv::Impl {
 #pragma GCC visibility push(hidden)
 
@@ -93,7 +93,7 @@ struct KeyedOps {
       typename Self::K const key = ValueOps<typename Self::K>::decode(in);
       in.expectEnd();
       if (seen != nullptr) {
-         seen->remove(&key);  // before observers, who may put something in its place
+         seen->remove(&key);  // before observers run: they may insert something under this key
       }
       if constexpr (!std::is_void_v<Child>) {
          removed = Self::map(owner).child(key);
@@ -105,7 +105,7 @@ struct KeyedOps {
       auto const keys = keysOf(Self::map(owner), [&](K const& key) { return !seen.has(&key); });
       FirstException thrown;
       for (K const& key : keys) {
-         if (!seen.has(&key)) {  // an observer may have put something in its place meanwhile
+         if (!seen.has(&key)) {  // an observer may have inserted something under this key
             thrown.attempt([&] { Self::erase(owner, key); });
          }
       }
@@ -132,7 +132,7 @@ struct KeyedOps {
    }
 };
 
-/// A map of values whose keys lie outside them: a hash map or an ordered map.
+/// A map with keys beside its values: a hash map or an ordered map.
 template <class Owner, auto Map, AttributeId id>
 struct MapOps : KeyedOps<MapOps<Owner, Map, id>, void> {
    using Self = MapOps;

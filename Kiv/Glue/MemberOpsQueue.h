@@ -4,12 +4,12 @@
 #include "Kiv/FirstException.h"
 #include "Kiv/Glue/Members.h"
 
-/// What drives a queue. See `Kiv/Glue/MemberOps.h`.
+/// Operations on a queue. See `Kiv/Glue/MemberOps.h`.
 namespace Kiv::Impl {
 #pragma GCC visibility push(hidden)
 
-/// Stands on a sequence number. What is taken out meanwhile is skipped, and what is appended is
-/// met.
+/// Holds a sequence number. Elements that are removed meanwhile are skipped; appended ones are
+/// visited.
 template <class Ops>
 class QueueIterator final : public CollectionIterator {
 public:
@@ -17,7 +17,7 @@ public:
    bool valid() override {
       U32 const next = Ops::nextSequence(owner_);
       U32 const front = Ops::frontSequence(owner_);
-      if (at_ - front > next - front) {  // the element is gone, or the queue was numbered anew
+      if (at_ - front > next - front) {  // the element is gone, or the queue was renumbered
          at_ = front;
       }
       return at_ != next;
@@ -95,7 +95,7 @@ struct QueueMemberOps {
       }
       thrown.rethrow();
    }
-   /// Takes out the elements before `sequence`.
+   /// Removes the elements before `sequence`.
    static void dropTo(Entity& owner, U32 sequence, FirstException& thrown) {
       Q& q = queue(owner);
       while (!q.empty() && static_cast<S32>(sequence - q.frontSequence()) > 0) {

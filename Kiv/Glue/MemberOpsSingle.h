@@ -6,12 +6,12 @@
 #include "Kiv/Glue/Members.h"
 #include "Kiv/Types.h"
 
-/// What drives a member that holds one thing: a value or a singleton child. See
+/// Operations on a member that holds one thing: a value or a singleton child. See
 /// `Kiv/Glue/MemberOps.h`.
 namespace Kiv::Impl {
 #pragma GCC visibility push(hidden)
 
-/// The object of a generic operation: an entity is given as its `Entity`, a value as itself.
+/// The object of a generic operation: an entity is passed as its `Entity`, a value as itself.
 template <class Owner>
 Owner const& ownerOf(void const* object) {
    if constexpr (std::is_base_of_v<Entity, Owner>) {
@@ -25,7 +25,7 @@ Owner& ownerOf(void* object) {
    return const_cast<Owner&>(ownerOf<Owner>(static_cast<void const*>(object)));
 }
 
-/// `Get` is an accessor, or a static function that gives a constant.
+/// `Get` is an accessor, or a static function that returns a constant.
 template <class Owner, auto Get>
 decltype(auto) getMember(Owner const& owner) {
    if constexpr (std::is_invocable_v<decltype(Get)>) {
@@ -104,7 +104,7 @@ struct SingleOps {
    }();
 };
 
-/// A singleton child. `Is` takes a name where the child has one.
+/// A singleton child. `Is` takes a name if the child has one.
 template <class Owner, auto Get, auto Is, auto Del>
 struct SingletonOps {
    static Entity* get(Entity const& owner) {

@@ -7,8 +7,8 @@ constinit thread_local void const* exactChild = nullptr;
 
 namespace {
 
-/// A string whose room serves the next old value. A setter that runs inside another finds it
-/// empty and allocates.
+/// A string whose capacity is reused for the next old value. A setter that runs inside another
+/// finds it empty and allocates.
 thread_local Sarn::String spareString;
 
 Sarn::String describe(TypeImpl const& type, AttributeId id) {

@@ -7,7 +7,7 @@
 #include "Kiv/Glue/MembersSingle.h"
 #include "Kiv/Glue/TextConstant.h"
 
-/// The members of generated entities: what their setters, creating and deleting accessors do.
+/// The members of generated entities: the steps of their setters, creating and deleting accessors.
 ///
-/// The generated function names the member, its id and its bounds; the steps stand here, once.
-/// Each function publishes on `owner` with the attribute id that it is given.
+/// A generated function only names the member, its id and its bounds; the steps are here, once.
+/// Each function publishes on `owner` with the given attribute id.

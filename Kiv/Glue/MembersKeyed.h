@@ -15,17 +15,17 @@
 #include "Kiv/Map/RbTreeMap.h"
 #include "Kiv/ValueOps.h"
 
-/// Members that hold many things by keys: collections of children and of values. See
+/// Members that hold many things by key: collections of children and of values. See
 /// `Kiv/Glue/Members.h`.
 namespace Kiv {
 
-/// The key comparison that goes with a change.
+/// The key comparison that accompanies a change.
 template <class K>
 bool keysEqual(void const* a, void const* b) {
    return *static_cast<K const*>(a) == *static_cast<K const*>(b);
 }
 
-/// Drops every element at once: nobody is told.
+/// Drops every element at once, without notifying anybody.
 template <class Map>
 void _memberDelAll(Map& map) noexcept {
    if constexpr (requires { map.orphan(); }) {
@@ -36,7 +36,7 @@ void _memberDelAll(Map& map) noexcept {
 
 // Keyed collections of children
 
-/// An instantiating collection: `KeyFunktor` reads the child's own key. Its death clears the
+/// An instantiating collection: `KeyFunktor` reads the child's own key. The destructor clears the
 /// children's parent links.
 template <class T, class KeyFunktor, U32 seedConstant>
 class ChildMap : public HashMap2018NodeInternalKey<Sarn::Ptr<T>, KeyFunktor, seedConstant> {
@@ -60,7 +60,7 @@ public:
    }
 };
 
-/// *xIs(key, ...)* of a child that is not there: puts the fresh child in place and publishes.
+/// *xIs(key, ...)* of an absent child: inserts the fresh child and publishes.
 template <class Map>
 Sarn::Ptr<typename Map::Child> childrenAdd(Entity& owner, AttributeId id, Map& map,
                                            typename Map::Key const& key,
@@ -75,7 +75,7 @@ Sarn::Ptr<typename Map::Child> childrenAdd(Entity& owner, AttributeId id, Map& m
 template <class Map>
 Sarn::Ptr<typename Map::Child> childrenDel(Entity& owner, AttributeId id, Map& map,
                                            typename Map::Key const& givenKey) {
-   typename Map::Key const key = givenKey;  // the given one may be the child's own
+   typename Map::Key const key = givenKey;  // `givenKey` may be the child's own
    std::optional<Sarn::Ptr<typename Map::Child>> taken = map.erase(key);
    if (!taken) {
       return {};
@@ -88,9 +88,9 @@ Sarn::Ptr<typename Map::Child> childrenDel(Entity& owner, AttributeId id, Map& m
    return *std::move(taken);
 }
 
-/// *xDelAll()*: removes the children that are there now, one by one and each once, and tells of
-/// each; what observers put in their place stays. If observers throw, the first exception comes out
-/// at the end.
+/// *xDelAll()*: removes and publishes the present children one by one, each once; whatever
+/// observers insert in their place stays. If observers throw, the first exception is rethrown at
+/// the end.
 template <class Map>
 void childrenDelAll(Entity& owner, AttributeId id, Map& map) {
    if (!owner.watched()) {
@@ -121,7 +121,8 @@ namespace Impl {
                                         Sarn::String const& newArgument);
 }  // namespace Impl
 
-/// Throws `MutatorReinstValException` unless an existing child's constant argument is the given.
+/// Throws `MutatorReinstValException` unless an existing child's constant argument is the given
+/// one.
 template <class T>
 void checkReinstVal(Entity const& owner, AttributeId collection, Entity const& child,
                     AttributeId argument, T const& stored, T const& given) {
@@ -138,7 +139,7 @@ void checkReinstVal(Entity const& owner, AttributeId collection, Entity const& c
 // Keyed collections of values. `Map` is `HashMap2018` or `RbTreeMap`.
 
 namespace Impl {
-/// Replaces the value of an element and publishes that. What may throw comes first.
+/// Replaces the value of an element and publishes. Steps that may throw come first.
 template <class K, class V>
 void replaceValue(Entity& owner, AttributeId id, K const& key, V& stored, V const& value) {
    V fresh(value);
@@ -146,8 +147,8 @@ void replaceValue(Entity& owner, AttributeId id, K const& key, V& stored, V cons
    owner.publishChangeRecursive(id, &key, &old, &keysEqual<K>);
 }
 
-/// Whether an element is to be stored. `exactly`: also if it equals the stored one and is not the
-/// same.
+/// Whether an element has to be stored. `exactly`: also if it equals the stored one but differs in
+/// its bits.
 template <bool exactly, class V>
 bool elementDiffers(V const& stored, V const& value) {
    return !(stored == value) || (exactly && !isIdentical(stored, value));
@@ -162,8 +163,8 @@ void mapIs(Entity& owner, AttributeId id, Map& map, K const& key, V const& value
       map.insert(key, value);
       owner.publishChangeRecursive(id, &key, nullptr, &keysEqual<K>);
    } else if (Impl::elementDiffers<exactly>(*stored, value)) {
-      // A key that lies in the element, as an iterator gives it, is copied: an observer may remove
-      // the element while others are still to be told.
+      // The key may be the element's own, as from an iterator. It is copied, since an observer may
+      // remove the element before others have been notified.
       auto const distance =
             reinterpret_cast<std::uintptr_t>(stored) - reinterpret_cast<std::uintptr_t>(&key);
       if (distance < sizeof(typename Map::Entry)) [[unlikely]] {
@@ -190,7 +191,7 @@ void internalKeyMapIs(Entity& owner, AttributeId id, Map& map, K const& key, V c
 /// *xDel(key)*: the removed value, the default value if the key was absent.
 template <class V, class Map, class K>
 V mapDel(Entity& owner, AttributeId id, Map& map, K const& givenKey) {
-   K const key = givenKey;  // the given one may be the element's own
+   K const key = givenKey;  // `givenKey` may be the element's own
    std::optional<V> taken = map.erase(key);
    if (!taken) {
       return defaultValue<V>();
@@ -207,7 +208,7 @@ V mapValue(Map const& map, K const& key) {
 }
 
 namespace Impl {
-/// The keys that are in `map` now and of which `wanted(key)` holds, in its order.
+/// The present keys of `map` for which `wanted(key)` holds, in its order.
 template <class Map, class Wanted>
 auto keysOf(Map& map, Wanted&& wanted) {
    std::vector<typename Map::Key> keys;
@@ -220,8 +221,8 @@ auto keysOf(Map& map, Wanted&& wanted) {
 }
 }  // namespace Impl
 
-/// *xDelAll()*: removes what is there now, one by one and each key once, and tells of each. If
-/// observers throw, the first exception comes out at the end.
+/// *xDelAll()*: removes and publishes the present elements one by one, each key once. If observers
+/// throw, the first exception is rethrown at the end.
 template <class V, class K, class Map>
 void mapDelAll(Entity& owner, AttributeId id, Map& map) {
    if (!owner.watched()) {

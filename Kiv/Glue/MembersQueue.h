@@ -30,8 +30,8 @@ void _memberDelAll(Sarn::RQueue<T>& queue) noexcept {
    queue.doClear();
 }
 
-/// *xDelAll()*: takes out what is there now, and tells of each. What observers put in meanwhile
-/// stays. If observers throw, the first exception comes out at the end.
+/// *xDelAll()*: removes and publishes the present elements one by one. Whatever observers append
+/// meanwhile stays. If observers throw, the first exception is rethrown at the end.
 template <class T>
 void queueDelAll(Entity& owner, AttributeId id, Sarn::RQueue<T>& queue) {
    if (!owner.watched()) {

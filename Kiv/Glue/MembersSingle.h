@@ -29,8 +29,8 @@ inline void checkRange(T v, std::type_identity_t<T> min, std::type_identity_t<T>
 }
 
 namespace Impl {
-/// The part of a string setter that somebody listens to: keeps the old string without an
-/// allocation as long as the strings' sizes stay what they were.
+/// A string setter with listeners: keeps the old string, without an allocation as long as the sizes
+/// of the strings stay the same.
 void publishString(Entity& owner, AttributeId id, Sarn::String& stored, std::string_view v);
 }  // namespace Impl
 
@@ -50,7 +50,7 @@ inline void assignWhole(T& stored, V const& v) {
 }
 }  // namespace Impl
 
-/// Stores a value that is known to differ and to be in range, and publishes the change.
+/// Stores a value that differs and is in range, and publishes the change.
 template <Streamed streamed = Streamed::yes, class T, class V>
 inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v) {
    if (!owner.watched()) [[likely]] {
@@ -86,7 +86,7 @@ inline void attributeIs(Entity& owner, AttributeId id, T& stored, V const& v) {
 
 // Singleton children
 
-/// The attribute that holds a singleton child. Its death clears the child's parent link.
+/// The attribute that holds a singleton child. The destructor clears the child's parent link.
 template <class T>
 class ChildSlot {
 public:
@@ -102,7 +102,7 @@ public:
    Sarn::Ptr<T> const& get() const noexcept { return child_; }
    T* operator->() const noexcept { return child_.get(); }
 
-   /// Takes the child out and clears its parent link.
+   /// Removes the child and clears its parent link.
    Sarn::Ptr<T> take() noexcept {
       if (child_) {
          child_->parentIs(nullptr);

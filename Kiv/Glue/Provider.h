@@ -1,14 +1,14 @@
 #pragma once
 
-/// All that generated code uses of the framework beyond what its users see. Not for other code.
+/// Everything that generated code needs from the framework beyond its public headers. Not for other
+/// code.
 #include "Kiv/Glue/EntityGlue.h"
 #include "Kiv/Glue/EnumType.h"
 #include "Kiv/Glue/ValueType.h"
 
 namespace Kiv {
 
-/// Raised whenever generated code and framework no longer fit each other; generated code asserts
-/// it.
+/// Raised whenever generated code and framework become incompatible; generated code asserts it.
 inline constexpr int providerVersion = 1;
 
 }  // namespace Kiv

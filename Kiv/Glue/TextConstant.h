@@ -16,7 +16,7 @@ struct TextLiteral {
    }
 };
 
-/// The value with this text form, read once a process.
+/// The value with this text form, parsed once per process.
 template <class T, TextLiteral literal>
 T const& textConstant() {
    static T const value = fromText<T>(literal.text);

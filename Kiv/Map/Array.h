@@ -17,31 +17,32 @@
 ///     | header | tag | tag | ...  | 16 x 0 | place | place | ... | slot | slot | slot | ...
 ///       64 B     1 byte a slot               4 bytes a slot        elements, in place
 ///
-/// - The place of a key is its hash times the array's factor, a random number that no other map
-///   has: so no map's order is another's, and filling one from another stays linear.
-/// - The home of a key is its slot when there is no other: the upper bits of its place. The homes,
-///   a power of two, are followed by a tail of further slots instead of wrapping around.
-/// - Elements lie in ascending order of their places, equal places in order of insertion, each at
-///   its home or, pushed on by its predecessors, in an unbroken run behind it (linear probing).
-/// - A tag is 0 for a free slot, else the lower bits of the hash with 0 made 1. A lookup compares
-///   sixteen tags from the home on at once; only slots whose tag agrees are looked at. The last
-///   sixteen tags, behind the slots, are always 0.
+/// - The place of a key is its hash times the factor of the array, a random number that differs
+///   from map to map. So no two maps have the same order, and filling one from another is linear.
+/// - The home of a key is the upper bits of its place: the slot where it lies if nothing is in the
+///   way. The homes, a power of two, are followed by a tail of further slots; nothing wraps around.
+/// - Elements lie in ascending order of their places, those with equal places in the order of
+///   their insertion, each at its home or, displaced by its predecessors, in an unbroken run after
+///   it (linear probing).
+/// - A tag is 0 for a free slot, else the lower bits of the hash, with 0 replaced by 1. A lookup
+///   compares sixteen tags at once, from the home on, and looks only at slots with an equal tag.
+///   The last sixteen tags, after the slots, are always 0.
 /// - The order does not depend on the size. Growing and shrinking read one array and write the
-///   other, each from front to back; nothing is hashed again.
-/// - Where most elements have come to lie together, as the rest does when a map is emptied in its
-///   own order, the map takes another factor, and with it another order: when it shrinks, or when
-///   it has been inserted into far from home too often. While a checked iterator is on its way
-///   the order stays, and such a map does not shrink.
-/// - Up to eight elements have the same home and fill their slots to the last.
+///   other, each from front to back, without hashing again.
+/// - If most elements cluster, as the rest does when a map is emptied in its own order, the map
+///   takes another factor, and so another order: when it shrinks, or after too many insertions far
+///   from home. While a checked iterator exists, the order stays, and a clustered map does not
+///   shrink.
+/// - Up to eight elements share one home and use every slot.
 namespace Kiv::Impl {
 
 class HashIteratorBase;
 template <class Policy>
 class HashTable;
 
-/// How far elements may lie from their homes before that is taken for a cluster that another order
-/// would dissolve: when the array fills, and when it has just shrunk to half of what it may hold.
-/// With well-spread hashes neither happens, up to the largest map.
+/// How far an element may be from its home before the map suspects a cluster, which another order
+/// would dissolve: while the array fills, and when it has just shrunk to half of its limit. With
+/// well-spread hashes neither happens, up to the largest map.
 inline constexpr U32 farFromHome = 512;
 inline constexpr U32 farFromHomeWhenShrunk = 64;
 
@@ -63,14 +64,14 @@ struct BucketArray {
    U32 seed = 0;
    /// No element lies before this slot.
    U32 first = 0;
-   /// The removal that leaves so many elements shrinks the array.
+   /// The removal that leaves this many elements shrinks the array.
    U32 shrinkAt = 0;
    U8 shift = 32;
    HashSizeStep step;
-   /// So many insertions may still end far from home before the elements are ordered anew.
+   /// How many more insertions may end far from home before the elements are reordered.
    U16 patience = 0;
 
-   /// Extra tags behind the slots, so that sixteen can be read from any slot on.
+   /// Extra tags after those of the slots, so that sixteen can be read at any slot.
    static constexpr std::size_t tagPadding = 16;
 
    U8* tags() noexcept { return reinterpret_cast<U8*>(this + 1); }
@@ -94,7 +95,7 @@ struct BucketArray {
    std::size_t home(U32 place) const noexcept {
       return static_cast<std::size_t>(U64{place} >> shift);
    }
-   /// Moves what this array itself knows of an element to the next slot or the one before.
+   /// Moves an element's tag and place to the next or the previous slot.
    void moveByOne(U32 to, U32 from) noexcept {
       U32 const slotsToShift = to > from ? to - from : from - to;
       SARN_CHECK(slotsToShift == 1);
@@ -133,21 +134,21 @@ struct BucketArray {
    U32 rankOf(U32 slot) const noexcept;
    U32 slotOfRank(U32 rank) const noexcept;
 
-   /// Makes an empty array for a map that has none, with a factor and a version that no array of
-   /// the process has had. `slotSize` and `alignment` are those of one slot.
+   /// Makes an empty array for a map without one, with a factor and a version that no other array
+   /// of the process has had. `slotSize` and `alignment` are those of one slot.
    static BucketArray* create(AllocTrackTypeInfo& tracker, HashSizeStep step, U32 slots,
                               std::size_t slotSize, std::size_t alignment);
    /// Makes an empty array that is to replace this one, with its seed and its factor.
    BucketArray* createNext(AllocTrackTypeInfo& tracker, HashSizeStep step, U32 slots,
                            std::size_t slotSize, std::size_t alignment) const;
-   /// Takes one user away, with the last one the block. The elements are the caller's business.
+   /// Drops one user, and frees the block with the last one. The caller destroys the elements.
    void release(AllocTrackTypeInfo& tracker, std::size_t slotSize, std::size_t alignment) noexcept;
-   /// What laying out elements by a step comes to.
+   /// The result of laying out elements by a step.
    struct Layout {
       HashSizeStep step;
       /// The slots that they need.
       U32 slots = 0;
-      /// How far the furthest lies from its home.
+      /// The largest distance of an element from its home.
       U32 furthest = 0;
 
       /// The slot of the next element in the order of places.
@@ -159,7 +160,7 @@ struct BucketArray {
          return slot;
       }
    };
-   /// That of this array's elements, in their order, by another step.
+   /// The layout of this array's elements, in their order, by another step.
    Layout layoutBy(HashSizeStep newStep) noexcept;
 };
 

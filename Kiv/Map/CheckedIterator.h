@@ -17,8 +17,8 @@ auto checkedIterator(Map& map) {
    return map.iterator();
 }
 
-/// The same for an ordered map. It keeps the current key and finds its place again by it, so an
-/// element that is inserted behind it is met, and one before it is not.
+/// The same for an ordered map. It keeps the current key and finds its position again by it: an
+/// element inserted after that key is visited, one inserted before it is not.
 template <class Map>
 class OrderedMapIterator {
 public:

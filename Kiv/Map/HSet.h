@@ -21,7 +21,7 @@ struct SetPolicy {
 
 }  // namespace Impl
 
-/// A hash set, such as that of the keys of a collection that a reader has still to be told of.
+/// A hash set, such as the keys of a collection whose changes a reader has not received yet.
 /// Iterates as `HashMap2018` does, and keeps its promises; `operator*` gives the key.
 template <class Key, U32 seedConstant = 1>
 class HSet : public Impl::HashTable<Impl::SetPolicy<Key, seedConstant>> {

@@ -18,8 +18,8 @@
 ///
 ///     U32 PortDSKey::hash(U32 seed) const { return Kiv::hashFields(seed, intf_, vlanId_); }
 ///
-/// Beside the seed goes a secret of 64 bits into every hash. Both differ from process to process,
-/// so that a peer that chooses keys cannot know which ones collide.
+/// Every hash depends on a seed and on a secret of 64 bits. Both differ from process to process, so
+/// that a peer that chooses keys cannot know which ones collide.
 namespace Kiv {
 
 /// The process-wide seed.
@@ -32,8 +32,8 @@ public:
       return seed != 0 ? seed : makeSeed();
    }
 
-   /// Fixes the seed, and all secrets with it, so that a test sees the same orders in every run.
-   /// REQUIRES: `seed` is not 0, and nothing has been hashed yet except with this very seed.
+   /// Fixes the seed and all secrets, so that a test sees the same orders in every run.
+   /// REQUIRES: `seed` is not 0, and nothing has been hashed yet except with this seed.
    static void hashSeed32Is(U32 seed) noexcept;
 
 private:
@@ -56,26 +56,26 @@ constexpr U64 foldedMultiply(U64 a, U64 b) {
    return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
 }
 
-/// What nobody outside this process can know of its hashes: 64 random bits, drawn when the library
-/// is loaded, that never leave the process. A forked process keeps them.
+/// The secret part of every hash: 64 random bits, drawn when the library is loaded, which never
+/// leave the process. A forked process keeps them.
 extern U64 hashSecret;
 
-/// The factor of the `number`-th order that a hash table asks for: odd, and made from a secret of
-/// its own, which a forked process draws anew.
+/// The factor of the `number`-th order that a hash table requests: odd, and derived from a second
+/// secret, which a forked process draws again.
 U64 orderFactor(U64 number) noexcept;
 
-/// A seed and the secret in all 64 bits. The multiplier is not symmetric, so that folding does not
-/// cancel it.
+/// A seed spread over 64 bits and mixed with the secret. The multiplier is not symmetric, so that
+/// folding does not cancel it.
 constexpr U64 spreadSeed(U32 seed) {
    U64 const spread = seed * hashMultiplier2;
    return std::is_constant_evaluated() ? spread : spread ^ hashSecret;
 }
 
-/// Takes differences down to the lower bits, and by the product up again.
+/// Spreads differences to the lower bits, and by the product to the upper ones.
 constexpr U64 hashStep(U64 state) {
    return (state ^ state >> 32) * hashMultiplier;
 }
-/// A state as 32 bits, each depending on each of the state's, however they came about.
+/// Reduces a state to 32 bits, each of which depends on all bits of the state.
 constexpr U32 hashFinish(U64 state) {
    state = hashStep(state);
    return static_cast<U32>(((state ^ state >> 29) * hashMultiplier2) >> 32);
@@ -153,8 +153,8 @@ constexpr U32 hashMix(U32 seed, U32 h) noexcept {
    return Impl::hashWord(seed, h);
 }
 
-/// A value type that is no more than a few bits gives them as they are, when it is a field: then
-/// the whole is hashed at once.
+/// A value type of at most 64 bits that, as a field, hands over its bits unhashed: then the whole
+/// is hashed at once.
 template <class T>
 concept HasHashWord = requires(T const& v) {
    { v.hashWord() } -> std::same_as<U64>;
@@ -201,7 +201,7 @@ constexpr U32 hashFields(U32 seed, First const& first, Rest const&... rest) {
    }
 }
 
-/// How a key of type `K` is handed to a lookup: a string as a view, so that none is made for it.
+/// How a lookup takes a key of type `K`: a string as a view, so that no string has to be made.
 template <class K>
 using LookupKey = std::conditional_t<
       std::is_same_v<K, Sarn::String>, std::string_view,

@@ -13,22 +13,22 @@
 
 namespace Kiv {
 
-/// The checked iterator of a hash map or set. It may be kept across any change of the map, and
-/// gone on with later; it visits every element that is there throughout exactly once, and never
-/// one that has been erased. Elements inserted meanwhile may or may not be visited.
+/// The checked iterator of a hash map or set. It stays valid across any change of the map, and can
+/// be continued later. It visits every element that is there throughout exactly once, and no erased
+/// element. Elements inserted meanwhile may or may not be visited.
 ///
 ///     for (auto it = map.iterator(); it; ++it) { use(it.key(), it.value()); }
 ///
-/// - When the current element is erased, the iterator keeps a copy of its key (`key()`), says so
-///   (`markedForDeletion()`), and goes on at the next one.
-/// - When the map is cleared or destroyed, the iterator is at its end after the current element;
-///   only then, without memory for a copy of its key, it keeps one with the value of `Key()`.
-///   It then holds the map's empty bucket array until it is advanced, assigned or destroyed.
-/// - It holds no element alive.
+/// - When the current element is erased, the iterator keeps a copy of its key (`key()`), reports it
+///   (`markedForDeletion()`), and continues with the next element.
+/// - When the map is cleared or destroyed, the iterator ends after the current element. Only then,
+///   if there is no memory for a copy of the key, it keeps `Key()` instead. It holds the map's
+///   empty bucket array until it is advanced, assigned or destroyed.
+/// - It keeps no element alive.
 ///
-/// It is entered in a list at the bucket array, so that the map tells it of changes: making,
-/// copying and destroying one is cheap but not free, and each one alive makes each structural
-/// change of the map a little slower. Belongs to the map's thread.
+/// The bucket array has a list of its iterators, so that the map can update them: making, copying
+/// and destroying one is cheap but not free, and each one slows down structural changes of the map
+/// a little. Belongs to the map's thread.
 template <class Table>
 class HashMap2018Iterator : private Impl::HashIteratorBase {
 public:
@@ -77,7 +77,7 @@ public:
    /// REQUIRES: not at the end, not `markedForDeletion()`.
    auto const& value() const noexcept { return Table::PolicyType::valueOf(currNode()); }
 
-   /// Goes on to the next element. REQUIRES: not at the end.
+   /// Advances to the next element. REQUIRES: not at the end.
    HashMap2018Iterator& operator++() noexcept {
       assert(array_ != nullptr);
       U32 from = slot_ + 1;
@@ -114,8 +114,8 @@ private:
       }
    }
 
-   /// Has the object fetched that a pointer a few slots on points to, so that walking over objects
-   /// that lie anywhere does not wait for each.
+   /// Prefetches the object behind the pointer a few slots ahead, so that a walk over scattered
+   /// objects does not wait for each.
    void prefetchAhead() const noexcept {
       if constexpr (Impl::PointsToObject<std::remove_cvref_t<decltype(value())>>) {
          U32 const ahead = slot_ + 8;
@@ -129,7 +129,7 @@ private:
       std::construct_at(&key_, std::move(key));
       erased_ = true;
    }
-   /// Where there is no memory for a copy, the key is one as it is made.
+   /// Without memory for a copy, the key is `Key()`.
    void keepKeyOrNone(Key const& key) noexcept {
       try {
          keepKey(Key(key));
@@ -169,8 +169,8 @@ private:
    };
 };
 
-/// The fast iterator, for walking a map that does not change meanwhile: each use checks that it
-/// has not. Replacing values in place is no change. Several threads may walk one map.
+/// The fast iterator, for walking a map that does not change meanwhile; each use checks that it has
+/// not. Replacing values in place does not count as a change. Several threads may walk one map.
 template <class Table>
 class HashMap2018UnsafeIteratorConstGeneric {
 public:
@@ -222,7 +222,7 @@ private:
       }
    }
 
-   /// At the start of a window has the objects fetched that the next one's pointers point to.
+   /// At the start of a window, prefetches the objects behind the pointers of the next one.
    void prefetchNextWindow() const noexcept {
       using Value = std::remove_cvref_t<decltype(Table::PolicyType::valueOf(*window_))>;
       if constexpr (Impl::PointsToObject<Value>) {

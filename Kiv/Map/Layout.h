@@ -19,8 +19,8 @@ template <class T>
 class Ptr;
 }  // namespace Sarn
 
-/// What bucket arrays are made with: moving elements, sizes, and tags sixteen at a time. Not for
-/// use by anyone but the hash tables; `HashMap2018Array.h` shows the whole.
+/// Building blocks of bucket arrays: moving elements, sizes, and comparing tags sixteen at a time.
+/// For the hash tables only; `Kiv/Map/Array.h` shows the whole.
 namespace Kiv::Impl {
 
 /// Whether an object may be moved by copying its bytes and forgetting the original.
@@ -50,7 +50,7 @@ concept PointsToObject = requires(T const& p) {
    sizeof(*p.get());
 };
 
-/// Has the start of the object that `p` points to brought into the cache.
+/// Prefetches the start of the object that `p` points to.
 template <PointsToObject T>
 void prefetchObject(T const& p) noexcept {
    constexpr std::size_t lines = 4;
@@ -84,10 +84,10 @@ public:
    constexpr U32 slots() const noexcept {
       return isSmall() ? U32{1} << log2_ : homes() + (log2_ > 4 ? 16 : 8);
    }
-   /// An array of this step with so many elements should shrink.
+   /// An array of this step shrinks when this many elements are left.
    constexpr U32 shrinkAt() const noexcept { return log2_ > 1 ? limit() / 8 : 0; }
-   /// How many insertions far from home an array of this step bears: what they cost is then about
-   /// what ordering it anew costs.
+   /// How many insertions far from home an array of this step tolerates: by then they have cost
+   /// about as much as reordering it.
    constexpr U16 patience() const noexcept {
       return static_cast<U16>(std::min(homes() / 128, U32{0xffff}));
    }
@@ -101,7 +101,7 @@ private:
    U8 log2_ = 1;
 };
 
-/// What distinguishes a new bucket array from every other of the process.
+/// What distinguishes a new bucket array from all others of the process.
 struct HashOrder {
    /// Counts the orders that have been made.
    U64 number;

@@ -8,11 +8,12 @@
 /// The red-black tree beneath `RbTreeMap`, without its types: nodes, links, balance. Not for use by
 /// anyone else.
 ///
-/// Invariants: the root is black; a red node has black children; every way from a node down to a
-/// missing child passes the same number of black nodes. So no way is longer than twice another.
+/// Invariants: the root is black; a red node has black children; every path from a node down to a
+/// missing child has the same number of black nodes. So no path is more than twice as long as
+/// another.
 ///
-/// The tree is nothing but its root pointer, for the root's parent word, which has no parent to
-/// name, holds the number of nodes:
+/// The tree is just its root pointer: the root has no parent, so its parent word holds the number
+/// of nodes:
 ///
 ///     parent word of the root:   count | 1 0      of another node:   parent's address | 0 red
 namespace Kiv::Impl {

@@ -15,7 +15,7 @@
 namespace Kiv {
 
 /// An ordered map: a red-black tree whose elements are visited in ascending order of their keys,
-/// by `operator<`. For maps whose order nobody needs, `HashMap2018` is several times faster.
+/// by `operator<`. If the order does not matter, `HashMap2018` is several times faster.
 ///
 ///     Kiv::RbTreeMap<Ptp::MessageTypeNumber, Dorn::IntfId> byType;
 ///     byType.insert(type, intf);
@@ -23,7 +23,7 @@ namespace Kiv {
 ///     for (auto at = byType.lowerBound(from); at != byType.end(); ++at) { use(at->key); }
 ///
 /// One pointer in size, nothing allocated while empty; each element is a node from the slab of its
-/// size. Elements never move: a pointer or an iterator to one stays good until that one is erased.
+/// size. Elements never move: a pointer or an iterator to one stays valid until it is erased.
 /// Finding, inserting and erasing take O(log n); iteration takes O(1) a step on average.
 ///
 /// Threads: belongs to one thread; several may read while none changes it. If a constructor or an
@@ -137,7 +137,7 @@ private:
    Impl::RbNode* lowerNode(LookupKey key) const {
       Impl::RbNode* found = nullptr;
       for (Impl::RbNode* node = root_; node != nullptr;) {
-         // No branch on the comparison: of keys in random order half would be guessed wrong.
+         // No branch on the comparison: for keys in random order, half would be mispredicted.
          bool const below = keyOf(node) < key;
          found = below ? found : node;
          node = node->child[below];
@@ -201,8 +201,8 @@ std::pair<Value*, bool> RbTreeMap<Key, Value>::add(LookupKey key, V&& value) {
    return {&node->entry.value, true};
 }
 
-/// Goes through a map in order, both ways. Good as long as its element is there, whatever happens
-/// to the others.
+/// Walks a map in order, in both directions. Valid until its element is erased, whatever happens to
+/// the others.
 template <class Key, class Value>
 template <bool isConst>
 class RbTreeMap<Key, Value>::IteratorTo {
@@ -214,7 +214,7 @@ public:
    using pointer = std::conditional_t<isConst, Entry const*, Entry*>;
 
    IteratorTo() noexcept = default;
-   /// A const iterator from one that is not.
+   /// Converts an iterator to a const iterator.
    template <bool fromConst>
    requires(isConst && !fromConst) IteratorTo(IteratorTo<fromConst> const& other)
    noexcept : map_(other.map_), node_(other.node_) {}

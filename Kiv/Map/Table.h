@@ -13,28 +13,28 @@
 
 namespace Kiv::Impl {
 
-/// The hash table that the hash maps and the hash set are made of; `HashMap2018Array.h` shows its
-/// memory. Its own size is that of a pointer, null until the first insertion.
+/// The hash table of the hash maps and the hash set; `Kiv/Map/Array.h` shows its memory. The table
+/// itself is one pointer, null until the first insertion.
 ///
 /// `Policy` says what lies in a slot:
 ///
 ///     using Slot = ...;                         what is stored, such as key and value
 ///     using Key = ...;
-///     static constexpr U32 seedConstant;        what tells this collection's hashes from another's
+///     static constexpr U32 seedConstant;        makes this collection's hashes differ from others
 ///     static Key const& keyOf(Slot const&);     or Key
 ///     static Value const& valueOf(Slot const&);  what iterators show as the value
 ///
-/// Invalidation: any insertion, removal or reservation moves elements, and with it ends the life
-/// of pointers to them; checked iterators follow. Replacing a value in place moves nothing.
+/// Invalidation: any insertion, removal or reservation may move elements, which invalidates
+/// pointers to them; checked iterators follow. Replacing a value in place moves nothing.
 ///
-/// Time: every operation on one element is O(1), amortised, in whatever order elements come and go,
-/// as long as the hashes of the keys differ. Only where elements are taken out in the table's own
-/// order and others put in while a checked iterator stays on its way, it may take longer.
+/// Time: every operation on one element is amortised O(1), in whatever order elements come and go,
+/// as long as the hashes of the keys differ. It may take longer only if elements are removed in the
+/// table's own order and others inserted while a checked iterator exists.
 ///
 /// Threads: a table belongs to one thread; several may read it by `find` and by unsafe iterators
 /// while none changes it. Elements must move without exceptions; if a copy or an allocation
-/// throws, the table is as it was. A removal allocates nothing that it needs: without memory for a
-/// smaller array the table keeps the one it has.
+/// throws, the table is as it was. A removal never fails: without memory for a smaller array, the
+/// table keeps the one it has.
 template <class Policy>
 class HashTable {
 public:
@@ -66,12 +66,12 @@ public:
    bool empty() const noexcept { return size() == 0; }
    bool has(LookupKey key) const { return findSlot(key) != nullptr; }
 
-   /// Changes with every structural change; the same version means that no element has come, gone
-   /// or moved.
+   /// Changes with every structural change; the same version means that no element was inserted,
+   /// removed or moved.
    U64 version() const noexcept { return array_ != nullptr ? array_->version : 0; }
 
-   /// Makes room for `count` elements in all, so that no insertion up to there allocates. A later
-   /// removal may give the room back.
+   /// Makes room for `count` elements in all, so that no insertion up to that size allocates. A
+   /// later removal may release the room.
    void reserve(std::size_t count) {
       if (count > (array_ != nullptr ? array_->limit : 0)) {
          rebuild(HashSizeStep::forCount(count));
@@ -113,7 +113,7 @@ protected:
    template <class Make>
    std::pair<Slot*, bool> insertSlot(LookupKey key, Make&& make);
 
-   /// Takes the element out of the table, after `take(Slot&)` has moved out what is wanted of it.
+   /// Removes the element from the table, after `take(Slot&)` has moved its contents out.
    template <class Take>
    void eraseSlot(Slot* slot, Take&& take);
 
@@ -161,8 +161,8 @@ private:
    BucketArray* array_ = nullptr;
 };
 
-/// Nearly every lookup ends in the first window, at the first slot whose tag agrees or for want of
-/// one; that much is inlined.
+/// Nearly every lookup ends in the first window: at the first slot with an equal tag, or because no
+/// tag is equal. Only that part is inlined.
 template <class Policy>
 inline auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* {
    BucketArray* const array = array_;

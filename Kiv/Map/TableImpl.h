@@ -11,7 +11,7 @@
 /// The longer functions of `HashTable`; included by its header.
 namespace Kiv::Impl {
 
-/// Goes on with the remaining candidates of the window at `home`.
+/// Continues with the remaining candidates of the window at `home`.
 template <class Policy>
 auto HashTable<Policy>::findFurther(LookupKey key, U32 hash, std::size_t home, U32 match) const
       -> Slot* {
@@ -43,7 +43,7 @@ auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot
          return {found, false};
       }
    }
-   // Made aside first: it may throw, or read from an element that is about to move.
+   // Built separately first: this may throw, or read from an element that is about to move.
    alignas(Slot) std::byte memory[sizeof(Slot)];
    make(static_cast<void*>(memory));
    auto* const pending = std::launder(reinterpret_cast<Slot*>(memory));
@@ -64,7 +64,7 @@ auto HashTable<Policy>::insertSlot(LookupKey key, Make&& make) -> std::pair<Slot
    return {slot, true};
 }
 
-/// Makes the slot free at which an element of this hash, the latest of its equals, belongs.
+/// Frees the slot where an element of this hash belongs, after all elements with the same place.
 template <class Policy>
 U32 HashTable<Policy>::openSlot(U32 hash) {
    if (array_ == nullptr || array_->count == array_->limit) {
@@ -142,7 +142,7 @@ void HashTable<Policy>::keepKeyOf(U32 slot, HashIteratorBase* at) {
    }
 }
 
-/// Moves back by one slot each element that the one in `slot`, destroyed now, has pushed on.
+/// Moves back by one slot each element that the one in `slot`, now destroyed, had displaced.
 template <class Policy>
 void HashTable<Policy>::closeSlot(U32 slot) noexcept {
    U8* const tags = array_->tags();
