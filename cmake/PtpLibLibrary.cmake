@@ -1,7 +1,7 @@
-# What belongs to what in a directory and its subdirectories. Lists are never kept by hand, so that no file and no test can
-# be left out: `*Test.cpp` are tests, `*Bench.cpp` benchmarks, `*TestSupport.h` headers for tests, and
-# all else is the library's. A type may have any name, though: a file that is named as a type that the
-# directory declares is that type's, whatever its name ends in.
+# What belongs to what in a directory and its subdirectories. Lists are never kept by hand, so that no
+# file and no test can be left out: `*Test.cpp` are tests, `*Bench.cpp` benchmarks, `*TestSupport.h`
+# headers for tests, and all else is the library's. A type may have any name, though: a file that is
+# named as a type that the directory declares is that type's, whatever its name ends in.
 
 # ptplib_types(out dir): the names of the types that the directory's modules declare, and the stems of
 # the headers of those that are written by hand.
@@ -73,11 +73,11 @@ function(ptplib_headers out)
    set(${out} "${headers}" PARENT_SCOPE)
 endfunction()
 
-# ptplib_library(name DIRS dir... [LINK library...] [PRIVATE_TO_THE_BUILD])
-# One shared object of the sources and the modules in the directories. PRIVATE_TO_THE_BUILD: it is
-# not installed.
+# ptplib_library(name DIRS dir... [LINK library...] [PACKAGES package...] [PRIVATE_TO_THE_BUILD])
+# One shared object of the sources and the modules in the directories. PACKAGES: what its sources use
+# and the library contains; a package of headers. PRIVATE_TO_THE_BUILD: it is not installed.
 function(ptplib_library name)
-   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "" "DIRS;LINK")
+   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "" "DIRS;LINK;PACKAGES")
    ptplib_sources(sources ${arg_DIRS})
    ptplib_module_files(kivs ${arg_DIRS})
    if(NOT sources AND NOT kivs)
@@ -92,6 +92,13 @@ function(ptplib_library name)
    target_include_directories(${name} PUBLIC
       "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>" "$<INSTALL_INTERFACE:${PTPLIB_INSTALL_INCLUDEDIR}>")
    ptplib_link(${name} PUBLIC ${arg_LINK})
+   foreach(package IN LISTS arg_PACKAGES)
+      find_package(${package} REQUIRED)
+      ptplib_link(${name} PRIVATE ${package}::${package})
+   endforeach()
+   if(arg_PACKAGES)
+      ptplib_compiled_together(${name})  # most of what they compile is the packages' headers
+   endif()
    # A symbol that nothing defines is an error here and not in the program that loads the library,
    # except where a sanitizer's runtime comes with that program.
    if(NOT PTPLIB_SANITIZE)

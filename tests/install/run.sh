@@ -19,7 +19,7 @@ prefix=$scratch/prefix
 
 echo "--- what is installed"
 (cd "$prefix" && find . -type d | LC_ALL=C sort)
-for library in Kiv PtpPlatform PtpLib; do
+for library in Kiv PtpPlatform PtpLib Holt; do
    [ -f "$prefix/lib/lib$library.so.0.1.0" ] || fail "lib$library.so.0.1.0 is missing"
    [ -L "$prefix/lib/lib$library.so.0" ] || fail "lib$library.so.0 is missing"
    [ -L "$prefix/lib/lib$library.so" ] || fail "lib$library.so is missing"
@@ -32,7 +32,7 @@ done
 ! find "$prefix" -type d -empty | grep . || fail "these directories are empty"
 
 # Every header of the tree but those for tests, and every generated one, is there.
-for dir in Sarn Kiv Dorn Bridging Brim Acl PtpPlatform PtpLib; do
+for dir in Sarn Kiv Dorn Bridging Brim Acl PtpPlatform PtpLib Holt; do
    for root in . "$build/generated"; do
       [ -d "$root/$dir" ] || continue
       (cd "$root" && find "$dir" -name '*.h' ! -name '*TestSupport.h')
@@ -46,7 +46,7 @@ diff -u "$scratch/wanted" "$scratch/installed" || fail "other headers than these
 finds() {
    ldd "$1" | awk -v lib="$prefix/lib/" -v program="$1" '
       { sub("/bin/[.][.]/", "/", $3) }
-      /libKiv|libPtp/ && index($3, lib) != 1 { print program ": " $0; bad = 1 }
+      /libKiv|libPtp|libHolt/ && index($3, lib) != 1 { print program ": " $0; bad = 1 }
       END { exit bad }' || fail "libraries are not found in the prefix"
 }
 for file in "$prefix"/bin/* "$prefix"/lib/*.so; do

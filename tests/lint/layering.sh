@@ -26,9 +26,11 @@ PtpPlatform: $framework $platform
 PtpLib: $framework $platform
 KivTest: $libraries
 Kivc:
-tools/ptpstate: $libraries
-tools/ptpports: $libraries tools/ptpstate
-tools/demoAgent: $libraries tools/ptpstate
+Holt: $libraries
+tools/shared: $libraries Holt
+tools/ptpstate: $libraries Holt tools/shared
+tools/ptpports: $libraries Holt tools/shared
+tools/demoAgent: $libraries Holt tools/shared
 examples: $libraries
 bench: $libraries $for_tests
 fuzz: $libraries $for_tests

@@ -8,17 +8,19 @@
 #include <iostream>
 #include <list>
 
+#include "Holt/Failure.h"
+#include "Holt/Socket.h"
+#include "Holt/State/Dump.h"
+#include "Holt/StopSignals.h"
 #include "Kiv/NboAttrLogConnection.h"
 #include "Kiv/Printable.h"
 #include "tools/demoAgent/Agent.h"
-#include "tools/ptpstate/Commands.h"
-#include "tools/ptpstate/Signals.h"
-#include "tools/ptpstate/Socket.h"
+#include "tools/shared/CommandLine.h"
 
 namespace {
 
-using Ptpstate::Exit;
-using Ptpstate::Failure;
+using Holt::Exit;
+using Holt::Failure;
 
 struct Options {
    std::string socket;
@@ -139,8 +141,8 @@ private:
       sum.bytesOut += reader.connection.session().stats().bytesOut;
    }
 
-   Ptpstate::StopSignals stop_;
-   Ptpstate::Listener listener_;
+   Holt::StopSignals stop_;
+   Holt::Listener listener_;
    Kiv::NboAttrLog::Hub hub_;
    std::list<Reader> readers_;
    Kiv::NboAttrLog::SessionStats gone_;
@@ -173,9 +175,8 @@ void run(Options const& options) {
       loop.turn(-1);
    }
    if (!options.dump.empty()) {
-      Ptpstate::writeFile(options.dump, [&status](std::ostream& out) {
-         Ptpstate::dumpRoots(out, {status.get()});
-      });
+      Tools::writeFile(options.dump,
+                       [&status](std::ostream& out) { Holt::dumpRoots(out, {status.get()}); });
    }
 }
 
@@ -184,7 +185,7 @@ void run(Options const& options) {
 int main(int argc, char** argv) {
    CLI::App app{"Plays a PTP agent: serves a status that it fills and changes.", "demoAgent"};
    Options options;
-   Ptpstate::addSocketOption(app, options.socket);
+   Tools::addSocketOption(app, options.socket);
    app.add_option("--ports", options.ports, "How many ports (64)")->check(CLI::Range(3, 4096));
    app.add_option("--seconds", options.seconds, "How many seconds to play (300)");
    app.add_option("--seed", options.seed, "What chance begins with (1)");

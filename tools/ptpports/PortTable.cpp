@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ptpstate/Table.h"
+#include "Holt/Table.h"
 
 namespace Ptpports {
 
@@ -111,7 +111,7 @@ void printPorts(std::ostream& out, Status const& status) {
    for (Column const& column : columns) {
       headings.emplace_back(column.heading);
    }
-   Ptpstate::Table table(std::move(headings));
+   Holt::Table table(std::move(headings));
    for (std::size_t i = 0; i != std::size(columns); ++i) {
       if (columns[i].rightAligned) {
          table.rightIs(i);

@@ -9,9 +9,9 @@
 #include <sstream>
 #include <thread>
 
+#include "Holt/Client.h"
+#include "Holt/Server.h"
 #include "PtpLib/PtpStatusStatedbTypes.h"
-#include "tools/ptpstate/Client.h"
-#include "tools/ptpstate/Server.h"
 
 namespace {
 
@@ -22,10 +22,10 @@ public:
       if (::pipe(stop_) != 0) {
          throw std::runtime_error("no pipe");
       }
-      Ptpstate::Server::Options options;
+      Holt::Server::Options options;
       options.socket = socket;
-      auto server = std::make_unique<Ptpstate::Server>(std::move(options));  // listens from here on
-      server->rootIs(Ptpstate::newRoot(type, name));
+      auto server = std::make_unique<Holt::Server>(std::move(options));  // listens from here on
+      server->rootIs(Holt::newRoot(type, name));
       thread_ = std::thread([server = std::move(server), stop = stop_[0]]() mutable {
          server->run(stop);
          server.reset();

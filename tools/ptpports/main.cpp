@@ -3,14 +3,18 @@
 #include <exception>
 #include <iostream>
 
+#include "Holt/Client.h"
+#include "Holt/Failure.h"
+#include "Holt/State/Dump.h"
+#include "Holt/StopSignals.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpports/PortTable.h"
-#include "tools/ptpstate/Commands.h"
-#include "tools/ptpstate/Signals.h"
+#include "tools/shared/CommandLine.h"
 
 namespace {
 
-using namespace Ptpstate;
+using namespace Holt;
+using namespace Tools;
 
 struct Options : ClientOptions {
    std::string root;

@@ -1,16 +1,19 @@
 // Who may connect and who may write, tried with the real program as two users.
-#include "tools/ptpstate/Access.h"
+#include "Holt/Access.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tools/ptpstate/Client.h"
-#include "tools/ptpstate/Failure.h"
-#include "tools/ptpstate/Place.h"
+#include "Holt/Client.h"
+#include "Holt/Failure.h"
+#include "Holt/State/Place.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
 
 namespace Ptpstate {
+
+using namespace Holt;
+
 namespace {
 
 constexpr uid_t nobody = 65534;

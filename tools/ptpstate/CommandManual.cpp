@@ -7,6 +7,8 @@
 
 namespace Ptpstate {
 
+using namespace Holt;
+
 void addManual(CLI::App& app, Run& run) {
    CLI::App& command = *app.add_subcommand("manual");
    command.group("");

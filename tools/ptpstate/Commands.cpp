@@ -2,14 +2,15 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 
 #include "Kiv/Printable.h"
-#include "tools/ptpstate/Dump.h"
 #include "tools/ptpstate/Manual.h"
 
 namespace Ptpstate {
+
+using namespace Holt;
+
 namespace {
 
 constexpr char guard = '\x01';
@@ -25,22 +26,6 @@ bool isNegativeNumber(std::string const& argument) {
 
 std::string plainArgument(std::string const& argument) {
    return !argument.empty() && argument[0] == guard ? argument.substr(1) : argument;
-}
-
-void addSocketOption(CLI::App& command, std::string& socket, bool required) {
-   command.add_option("--socket", socket, "Path of the server's socket")
-         ->type_name("PATH")
-         ->envname("PTPSTATE_SOCKET")
-         ->required(required);
-}
-
-void addClientOptions(CLI::App& command, ClientOptions& options, bool required) {
-   addSocketOption(command, options.socket, required);
-   command
-         .add_option("--timeout", options.timeout,
-                     "Give up when the server has not answered in full within so many seconds (10)")
-         ->type_name("SECONDS")
-         ->check(CLI::Range(0.001, 1e6));
 }
 
 void addCommands(CLI::App& app, Run& run) {
@@ -108,30 +93,6 @@ Opened::Opened(ClientOptions const& options, std::string const& text, MountMode 
       : client(options.socket, options.patience()), path(parsePath(text, client.roots())) {
    mount = &client.mountIs(path.root, mode);
    client.waitComplete(*mount);
-}
-
-void writeFile(std::string const& path, std::function<void(std::ostream&)> const& write) {
-   if (path == "-") {
-      write(std::cout);
-      std::cout.flush();
-      return;
-   }
-   std::ofstream file(path, std::ios::binary | std::ios::trunc);
-   if (file) {
-      write(file);
-      file.close();
-   }
-   if (!file) {
-      throw Failure(path + ": cannot be written");
-   }
-}
-
-void dumpRoots(std::ostream& out, std::vector<Kiv::NamedEntity*> const& roots) {
-   Dump dump(out);
-   for (Kiv::NamedEntity const* const root : roots) {
-      dump.entity(*root, root->nameString());
-   }
-   out << "# " << tallyText(dump.total()) << '\n';
 }
 
 }  // namespace Ptpstate

@@ -11,13 +11,16 @@
 #include <functional>
 #include <thread>
 
+#include "Holt/Client.h"
+#include "Holt/Failure.h"
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogWire.h"
-#include "tools/ptpstate/Client.h"
-#include "tools/ptpstate/Failure.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
 
 namespace Ptpstate {
+
+using namespace Holt;
+
 namespace {
 
 using Kiv::NboAttrLog::Opcode;

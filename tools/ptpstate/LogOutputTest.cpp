@@ -1,4 +1,4 @@
-#include "tools/ptpstate/LogOutput.h"
+#include "Holt/LogOutput.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,6 +10,9 @@
 #include "tools/ptpstate/ProgramUnderTest.h"
 
 namespace Ptpstate {
+
+using namespace Holt;
+
 namespace {
 
 /// Two ends, of which the second is written; the least that the kernel keeps between them.

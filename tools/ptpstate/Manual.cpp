@@ -11,7 +11,7 @@ namespace {
 /// The width of a terminal, less one.
 constexpr std::size_t width = 79;
 /// Where the second column of a table begins.
-constexpr std::size_t second = 24;
+constexpr std::size_t secondColumn = 24;
 
 /// Without backquotes, and of links their text.
 std::string plain(std::string const& text) {
@@ -52,11 +52,11 @@ std::string tableText(std::vector<std::pair<std::string, std::string>> const& ro
    std::string result;
    for (auto const& [left, right] : rows) {
       std::string first = "  " + plain(left);
-      if (first.size() + 2 > second) {
+      if (first.size() + 2 > secondColumn) {
          result += first + "\n";
          first.clear();
       }
-      result += wrapped(first, plain(right), second);
+      result += wrapped(first, plain(right), secondColumn);
    }
    return result;
 }

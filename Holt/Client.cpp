@@ -1,0 +1,171 @@
+#include "Holt/Client.h"
+
+#include <poll.h>
+
+#include <cerrno>
+
+#include "Holt/Failure.h"
+#include "Holt/Progress.h"
+#include "Holt/Socket.h"
+#include "Kiv/Module.h"
+#include "Kiv/Types.h"
+
+namespace Holt {
+
+using std::chrono::milliseconds;
+
+Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const& name) {
+   Kiv::TypeImpl const* const found = Kiv::typeByName(type);
+   if (found == nullptr) {
+      throw Failure("there is no type '" + type + "'");
+   }
+   if (found->kind != Kiv::TypeKind::entity || !found->named || found->ctorArgs.size() != 1) {
+      throw Failure(type + " is no type of a root, which is an entity that is made with a name");
+   }
+   std::array<Kiv::ValueRef, 1> const arguments{&name};
+   Sarn::Ptr<Kiv::Entity> const root = found->entity->genericIfConstructFromCtorArgs(arguments);
+   return Sarn::Ptr<Kiv::NamedEntity>(static_cast<Kiv::NamedEntity*>(root.get()));
+}
+
+Client::Client(Sarn::String const& socket, milliseconds patience)
+      : socket_(socket),
+        patience_(patience),
+        deadline_(Clock::now() + patience),
+        connection_(std::make_unique<Kiv::NboAttrLog::FdConnection>(
+              hub_, connectTo(socket, patience),
+              static_cast<Kiv::NboAttrLog::SessionListener*>(this))) {}
+
+Client::~Client() {
+   onMountState = nullptr;
+   onSessionsTold = nullptr;
+   connection_->close("done");
+}
+
+void Client::onMount(Kiv::NboAttrLog::Session&, Mount& mount) {
+   if (onMountState) {
+      onMountState(mount);
+   }
+}
+
+void Client::onSynced(Kiv::NboAttrLog::Session&, U32 token) {
+   synced_ = token;
+}
+
+void Client::onRoots(Kiv::NboAttrLog::Session&, std::vector<OfferedRoot> const& roots) {
+   roots_ = roots;
+   rootsKnown_ = true;
+}
+
+void Client::onSessions(Kiv::NboAttrLog::Session&,
+                        std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions, U32 total) {
+   sessions_ = sessions;
+   sessionsTotal_ = total;
+   sessionsKnown_ = true;
+   if (onSessionsTold) {
+      onSessionsTold(sessions);
+   }
+}
+
+bool Client::turn(int otherFd, milliseconds timeout) {
+   connection_->flush();
+   if (over()) {
+      return false;  // there was nobody to write to, and there is nothing to wait for
+   }
+   pollfd polled[2] = {{connection_->fd(), connection_->events(), 0}, {otherFd, POLLIN, 0}};
+   int const count = ::poll(polled, 2, static_cast<int>(timeout.count()));
+   if (count < 0) {
+      if (errno != EINTR) {
+         throw Failure("cannot wait for the server", Exit::connection);
+      }
+      return false;
+   }
+   connection_->onReady(polled[0].revents);
+   return polled[1].revents != 0;
+}
+
+/// Runs the connection until `done()`; gives up when the patience is over.
+template <class Done>
+void Client::waitFor(char const* what, Done&& done) {
+   U64 const before = connection_->session().stats().bytesIn;
+   Clock::time_point const begin = Clock::now();
+   Progress progress;
+   while (!done()) {
+      if (over()) {
+         throw Failure(socket_ + ": the connection is lost: " + closeReason(), Exit::connection);
+      }
+      U64 const heard = connection_->session().stats().bytesIn;
+      auto const left = std::chrono::ceil<milliseconds>(deadline_ - Clock::now());
+      if (left <= milliseconds::zero()) {
+         throw Failure(socket_ +
+                             (heard == before ? ": the server does not answer ("
+                                              : ": the server has not answered in full in time (") +
+                             what + "); wait longer with --timeout, or look after it",
+                       Exit::connection);
+      }
+      Clock::duration const waited = Clock::now() - begin;
+      if (waited > std::chrono::seconds(1) && progress.due()) {
+         progress.say(
+               Sarn::String(what) + ": " + std::to_string((heard - before) / 1000) + " kB in " +
+               std::to_string(std::chrono::duration_cast<std::chrono::seconds>(waited).count()) +
+               " s");
+      }
+      if (turn(interruptFd, progress.on() ? std::min(left, milliseconds(500)) : left)) {
+         throw Failure(socket_ + ": interrupted before the server has answered (" + what + ")",
+                       Exit::connection);
+      }
+   }
+}
+
+std::vector<OfferedRoot> const& Client::roots() {
+   if (!rootsKnown_) {
+      connection_->session().rootsAsk();
+      waitFor("asked for its roots", [this] { return rootsKnown_; });
+   }
+   return roots_;
+}
+
+std::vector<Kiv::NboAttrLog::SessionStatus> const& Client::sessions() {
+   sessionsKnown_ = false;
+   connection_->session().sessionsAsk();
+   waitFor("asked for its connections", [this] { return sessionsKnown_; });
+   return sessions_;
+}
+
+Mount& Client::mountIs(OfferedRoot const& root, MountMode mode) {
+   return mountIs(newRoot(root.type, root.name), mode);
+}
+
+Mount& Client::mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode) {
+   return connection_->session().mountIs(mirror, mode);
+}
+
+bool Client::crowded() const noexcept {
+   Kiv::NboAttrLog::Session const& session = connection_->session();
+   return !session.upToDate() || session.output().size > (std::size_t(1) << 17);
+}
+
+void Client::waitComplete(Mount const& mount) {
+   waitFor("asked for a mirror", [&mount] {
+      return mount.state() != Mount::State::asked && mount.state() != Mount::State::replaying;
+   });
+   if (mount.state() == Mount::State::lost) {
+      throw Failure(socket_ + ": the connection is lost: " + mount.reason(), Exit::connection);
+   }
+   if (mount.state() == Mount::State::refused && writesBack(mount.mode())) {
+      throw Failure(mount.root().nameString() +
+                    ": the server takes no changes from here: " + mount.reason());
+   }
+   if (!mount.complete()) {
+      throw Failure(socket_ + ": the server refuses a mirror: " +
+                          (mount.reason().empty() ? "the root is gone" : mount.reason()),
+                    Exit::connection);
+   }
+}
+
+void Client::sync() {
+   U32 const token = ++token_;
+   connection_->session().syncIs(token);
+   waitFor("asked whether it has everything", [this, token] { return synced_ == token; });
+}
+
+}  // namespace Holt

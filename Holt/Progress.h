@@ -1,0 +1,30 @@
+// How far long work is, on a terminal; nothing when standard error is none.
+#pragma once
+
+#include "Sarn/String.h"
+#include "Sarn/Types.h"
+
+namespace Holt {
+
+class Progress {
+public:
+   Progress();
+   /// Clears the line.
+   ~Progress();
+   Progress(Progress const&) = delete;
+   Progress& operator=(Progress const&) = delete;
+
+   bool on() const noexcept { return on_; }
+   /// Whether it is time for another line.
+   bool due() noexcept;
+   /// Writes the line over the last one.
+   void say(Sarn::String const& text);
+   void clear();
+
+private:
+   bool on_;
+   U64 next_ = 0;
+   std::size_t width_ = 0;
+};
+
+}  // namespace Holt

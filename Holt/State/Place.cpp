@@ -1,0 +1,435 @@
+#include "Holt/State/Place.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "Holt/Failure.h"
+
+namespace Holt {
+
+using Kiv::AnyValue;
+using Kiv::Entity;
+using Kiv::FieldDescriptor;
+using Kiv::MemberKind;
+using Kiv::TypeImpl;
+
+Sarn::String unknownMember(TypeImpl const& type, Sarn::String const& name) {
+   Sarn::String near;
+   forEachField(type, [&](FieldDescriptor const& field) {
+      std::string_view const candidate = field.name;
+      bool const alike =
+            candidate.size() == name.size() &&
+            std::equal(name.begin(), name.end(), candidate.begin(), [](char a, char b) {
+               return std::tolower(static_cast<unsigned char>(a)) ==
+                      std::tolower(static_cast<unsigned char>(b));
+            });
+      if (near.empty() && (alike || (!name.empty() && candidate.starts_with(name)))) {
+         near = candidate;
+      }
+   });
+   return Sarn::String(type.name) + " has no attribute '" + name + "'" +
+          (near.empty() ? "" : "; is '" + near + "' meant?");
+}
+
+namespace {
+
+bool isKeyed(FieldDescriptor const& field) {
+   return field.ops != nullptr && field.ops->collection != nullptr;
+}
+
+/// Reads the field `fields[0]` of the value at `object`, then the next one within it.
+void readInside(void const* object, std::span<FieldDescriptor const* const> fields,
+                AnyValue& value) {
+   if (fields.size() == 1) {
+      readMember(object, *fields[0], value);
+      return;
+   }
+   AnyValue outer(*fields[0]->type);
+   readMember(object, *fields[0], outer);
+   readInside(outer.get(), fields.subspan(1), value);
+}
+
+/// Writes a field within a value: reads what it lies in, changes that, writes it back.
+void writeInside(void* object, std::span<FieldDescriptor const* const> fields,
+                 AnyValue const& value) {
+   FieldDescriptor const& field = *fields[0];
+   if (field.ops->write == nullptr) {
+      throw Failure(Sarn::String(field.name) + " is read-only");
+   }
+   if (fields.size() == 1) {
+      field.ops->write(object, value.get());
+      return;
+   }
+   AnyValue inner(*field.type);
+   readMember(object, field, inner);
+   writeInside(const_cast<void*>(inner.get()), fields.subspan(1), value);
+   field.ops->write(object, inner.get());
+}
+
+}  // namespace
+
+/// A failure that names the path already.
+struct Place::Placed : Failure {
+   using Failure::Failure;
+};
+
+void Place::fail(std::string_view what) const {
+   throw Placed(path_ + ": " + Sarn::String(what));
+}
+
+/// Runs what may be refused by a setter, and puts the path before its words.
+template <class Do>
+void Place::refusing(Do&& doIt) const {
+   try {
+      doIt();
+   } catch (Placed const&) {
+      throw;
+   } catch (Failure const& error) {
+      fail(error.what());
+   } catch (Kiv::Exception const& error) {
+      fail(error.what());
+   }
+}
+
+Place::Place(Sarn::Ptr<Entity> const& root, Sarn::String const& rootName,
+             std::vector<PathStep> const& steps)
+      : owner_(root), path_(rootName) {
+   for (std::size_t i = 0; i != steps.size(); ++i) {
+      step(steps[i], i + 1 == steps.size());
+   }
+}
+
+void Place::step(PathStep const& step, bool last) {
+   bool const inValue = field_ != nullptr;
+   TypeImpl const& type = !inValue          ? owner_->kivType()
+                          : inside_.empty() ? *field_->type
+                                            : *inside_.back()->type;
+   FieldDescriptor const* const field = type.field(std::string_view(step.name));
+   if (field == nullptr) {
+      fail(unknownMember(type, step.name));
+   }
+   path_ += '.';
+   path_ += field->name;
+   if (inValue) {
+      if (step.key) {
+         fail("a field takes no key");
+      }
+      inside_.push_back(field);
+      return;
+   }
+   if (field->kind == MemberKind::operation) {
+      fail("is an operation; it has no value");
+   }
+   field_ = field;
+   keyIs(step);
+   bool const leadsToEntity =
+         field->kind == MemberKind::child || field->kind == MemberKind::children;
+   if (!last && leadsToEntity) {
+      descend();
+   } else if (!last && field->keyType != nullptr && key_ == nullptr) {
+      fail("is a collection; a key in brackets is missing");
+   }
+}
+
+void Place::keyIs(PathStep const& step) {
+   key_.reset();
+   if (!step.key) {
+      return;
+   }
+   if (field_->keyType == nullptr) {
+      fail("is no collection; it takes no key");
+   }
+   auto key = std::make_unique<AnyValue>(*field_->keyType);
+   refusing([&] { parseValue(*step.key, *key); });
+   key_ = std::move(key);
+   path_ += "[" + valueText(*key_) + "]";
+}
+
+void Place::descend() {
+   if (field_->kind == MemberKind::children && key_ == nullptr) {
+      fail("is a collection; a key in brackets is missing");
+   }
+   Entity* const next = entity();
+   if (next == nullptr) {
+      fail("does not exist");
+   }
+   owner_ = Sarn::Ptr<Entity>(next);
+   field_ = nullptr;
+   key_.reset();
+}
+
+Entity* Place::entity() const {
+   if (field_ == nullptr) {
+      return owner_.get();
+   }
+   if (field_->kind == MemberKind::child) {
+      return field_->ops->child->get(*owner_);
+   }
+   return field_->kind == MemberKind::children && key_ != nullptr
+                ? field_->ops->collection->findChild(*owner_, key_->get())
+                : nullptr;
+}
+
+bool Place::isCollection() const noexcept {
+   return field_ != nullptr && field_->keyType != nullptr && key_ == nullptr;
+}
+
+/// The element of a map or queue with the key, or null.
+void const* Place::element() const {
+   if (field_->kind == MemberKind::queue) {
+      Kiv::QueueOps const& queue = *field_->ops->queue;
+      U32 const sequence = *static_cast<U32 const*>(key_->get());
+      U32 const place = sequence - queue.frontSequence(*owner_);
+      return place < queue.size(*owner_) ? queue.at(*owner_, sequence) : nullptr;
+   }
+   return field_->ops->collection->find(*owner_, key_->get());
+}
+
+/// Reads the value that the path leads to, without regard to fields within it.
+void Place::read(AnyValue& value) const {
+   if (field_->kind == MemberKind::single) {
+      readMember(owner_.get(), *field_, value);
+      return;
+   }
+   void const* const found = element();
+   if (found == nullptr) {
+      fail("does not exist");
+   }
+   copyValue(found, value);
+}
+
+Sarn::String Place::text() const {
+   return valueText(*value());
+}
+
+std::unique_ptr<AnyValue> Place::value() const {
+   if (field_ == nullptr || field_->kind == MemberKind::child ||
+       field_->kind == MemberKind::children) {
+      fail("does not exist");
+   }
+   auto value = std::make_unique<AnyValue>(*field_->type);
+   read(*value);
+   if (!inside_.empty()) {
+      auto inner = std::make_unique<AnyValue>(*inside_.back()->type);
+      readInside(value->get(), inside_, *inner);
+      value = std::move(inner);
+   }
+   return value;
+}
+
+void Place::checkStreamed() const {
+   if (!field_->has(FieldDescriptor::streamed)) {
+      fail("does not travel to the server; only the process that holds the state can set it");
+   }
+}
+
+void Place::write(AnyValue const& value) {
+   if (field_->kind == MemberKind::single) {
+      if (field_->ops->write == nullptr) {
+         fail("is read-only");
+      }
+      checkStreamed();
+      field_->ops->write(owner_.get(), value.get());
+   } else {
+      checkStreamed();
+      if (!hasOwnKey(*field_, key_->get(), value)) {
+         fail("the value " + valueText(value) + " has another key");
+      }
+      field_->ops->collection->is(*owner_, key_->get(), value.get());
+   }
+}
+
+void Place::checkSettable() const {
+   if (field_ == nullptr || field_->kind == MemberKind::child ||
+       field_->kind == MemberKind::children) {
+      fail("is an entity; 'add' creates one, 'del' removes it, 'set' sets its attributes");
+   }
+   if (field_->kind == MemberKind::queue) {
+      fail("is a queue; 'add' appends to it, 'del' takes its front");
+   }
+   if (isCollection()) {
+      fail("is a collection; a key in brackets is missing");
+   }
+}
+
+void Place::set(std::string_view text) {
+   checkSettable();
+   refusing([&] {
+      AnyValue value(inside_.empty() ? *field_->type : *inside_.back()->type);
+      parseValue(text, value);
+      set(value);
+   });
+}
+
+void Place::set(AnyValue const& value) {
+   checkSettable();
+   refusing([&] {
+      if (inside_.empty()) {
+         write(value);
+         return;
+      }
+      AnyValue outer(*field_->type);
+      read(outer);
+      writeInside(const_cast<void*>(outer.get()), inside_, value);
+      write(outer);
+   });
+}
+
+void Place::add(std::span<Sarn::String const> args) {
+   if (field_ == nullptr || field_->kind == MemberKind::single || !inside_.empty()) {
+      fail("is nothing that could be added; 'set' sets a value");
+   }
+   checkStreamed();
+   if (field_->kind == MemberKind::child) {
+      addChild(args);
+   } else {
+      addToCollection(args);
+   }
+}
+
+void Place::addChild(std::span<Sarn::String const> args) {
+   bool const named = field_->has(FieldDescriptor::named);
+   if (args.size() != (named ? 1U : 0U)) {
+      fail(named ? "takes one argument, its name" : "takes no arguments");
+   }
+   refusing([&] { field_->ops->child->is(*owner_, named ? std::string_view(args[0]) : ""); });
+}
+
+void Place::addToCollection(std::span<Sarn::String const> args) {
+   if (field_->kind == MemberKind::children) {
+      if (key_ == nullptr) {
+         fail("is a collection; a key in brackets is missing");
+      }
+      Kiv::CollectionOps const& ops = *field_->ops->collection;
+      if (args.size() + 1 != ops.childArgCount) {
+         Sarn::String const wanted = childArgsText(*field_);
+         fail(wanted.empty() ? "takes no arguments" : "takes as arguments: " + wanted);
+      }
+      refusing([&] {
+         std::vector<std::unique_ptr<AnyValue>> values;
+         std::vector<Kiv::ValueRef> all{key_->ref()};
+         for (std::size_t i = 0; i != args.size(); ++i) {
+            values.push_back(std::make_unique<AnyValue>(*ops.childArgTypes[i + 1]));
+            parseValue(args[i], *values.back());
+            all.push_back(values.back()->ref());
+         }
+         ops.childIs(*owner_, all);
+      });
+      return;
+   }
+   if (args.size() != 1) {
+      fail("takes one argument, the value");
+   }
+   if (field_->kind != MemberKind::queue) {
+      set(args[0]);
+      return;
+   }
+   if (key_ != nullptr) {
+      fail("is a place in a queue; elements are appended to the queue as a whole");
+   }
+   refusing([&] {
+      AnyValue value(*field_->type);
+      parseValue(args[0], value);
+      field_->ops->queue->enq(*owner_, value.get());
+   });
+}
+
+void Place::del() {
+   if (field_ == nullptr) {
+      fail("is a root, which only the server can give up");
+   }
+   if (field_->kind == MemberKind::single) {
+      fail("is an attribute, which always has a value; 'set' changes it");
+   }
+   if (!inside_.empty()) {
+      fail("is a field, which always has a value; 'set' changes it");
+   }
+   checkStreamed();
+   if (field_->kind == MemberKind::child) {
+      if (!field_->ops->child->del(*owner_)) {
+         fail("does not exist");
+      }
+      return;
+   }
+   if (isKeyed(*field_)) {
+      if (key_ == nullptr) {
+         field_->ops->collection->delAll(*owner_);
+      } else if (!field_->ops->collection->del(*owner_, key_->get())) {
+         fail("does not exist");
+      }
+      return;
+   }
+   Kiv::QueueOps const& queue = *field_->ops->queue;
+   if (key_ == nullptr) {
+      queue.delAll(*owner_);
+   } else if (element() == nullptr) {
+      fail("does not exist");
+   } else if (*static_cast<U32 const*>(key_->get()) != queue.frontSequence(*owner_)) {
+      fail("is not the queue's front, which is " + std::to_string(queue.frontSequence(*owner_)));
+   } else {
+      queue.deq(*owner_);
+   }
+}
+
+bool hasOwnKey(FieldDescriptor const& field, void const* key, AnyValue const& value) {
+   if (!field.has(FieldDescriptor::keyInside)) {
+      return true;
+   }
+   bool same = false;
+   forEachField(*field.type, [&](FieldDescriptor const& inner) {
+      if (inner.type == field.keyType) {
+         AnyValue own(*inner.type);
+         readMember(value.get(), inner, own);
+         same = same || inner.type->support->isEq(own.get(), key);
+      }
+   });
+   return same;
+}
+
+Destination destinationOf(TypeImpl const& rootType, Path const& path) {
+   Destination to{path.root.name, &rootType};
+   for (PathStep const& step : path.steps) {
+      FieldDescriptor const* const field = to.type->field(std::string_view(step.name));
+      if (field == nullptr || field->type == nullptr || field->kind == MemberKind::operation) {
+         throw Failure(to.path + ": " + unknownMember(*to.type, step.name));
+      }
+      if (to.field != nullptr && to.field->keyType != nullptr && !to.keyed) {
+         throw Failure(to.path + ": is a collection; a key in brackets is missing");
+      }
+      to.inside = to.type->kind != Kiv::TypeKind::entity;
+      to.path += "." + step.name;
+      if (!to.inside) {
+         to.field = field;
+         to.keyed = step.key.has_value();
+      }
+      if (step.key) {
+         if (field->keyType == nullptr) {
+            throw Failure(to.path + ": is no collection; it takes no key");
+         }
+         AnyValue key(*field->keyType);
+         try {
+            parseValue(*step.key, key);
+         } catch (Failure const& error) {
+            throw Failure(to.path + ": " + error.what());
+         }
+         to.path += "[" + valueText(key) + "]";
+      }
+      to.type = field->type;
+   }
+   return to;
+}
+
+Sarn::String childArgsText(FieldDescriptor const& field) {
+   Sarn::String text;
+   bool isKey = true;
+   forEachCtorArg(*field.type, [&](FieldDescriptor const& member) {
+      if (!isKey) {
+         text += (text.empty() ? "" : ", ") + Sarn::String(member.name) + " (" + member.type->name +
+                 ")";
+      }
+      isKey = false;
+   });
+   return text;
+}
+
+}  // namespace Holt

@@ -1,0 +1,105 @@
+#include "Holt/State/Values.h"
+
+#include <charconv>
+
+#include "Holt/Failure.h"
+#include "Kiv/Text.h"
+
+namespace Holt {
+namespace {
+
+bool isDigit(char c) {
+   return c >= '0' && c <= '9';
+}
+
+/// Compares the runs of digits that begin at `i` and `j`, by their value, and steps behind them.
+int compareNumbers(std::string_view a, std::size_t& i, std::string_view b, std::size_t& j) {
+   auto const run = [](std::string_view text, std::size_t& at) {
+      while (at + 1 < text.size() && text[at] == '0' && isDigit(text[at + 1])) {
+         ++at;
+      }
+      std::size_t const begin = at;
+      while (at < text.size() && isDigit(text[at])) {
+         ++at;
+      }
+      return text.substr(begin, at - begin);
+   };
+   std::string_view const x = run(a, i);
+   std::string_view const y = run(b, j);
+   return x.size() != y.size() ? (x.size() < y.size() ? -1 : 1) : x.compare(y);
+}
+
+bool isNumber(std::string_view text, double& number) {
+   auto const result = std::from_chars(text.data(), text.data() + text.size(), number);
+   return result.ec == std::errc() && result.ptr == text.data() + text.size() && number == number;
+}
+
+}  // namespace
+
+void parseValue(std::string_view text, Kiv::AnyValue& value) {
+   Kiv::TypeImpl const& type = value.type();
+   static std::string_view const stringName = Kiv::typeOf<Sarn::String>().name;
+   try {
+      if (type.name == stringName && !text.starts_with('"')) {
+         new (value.room()) Sarn::String(text);
+         value.constructed();
+         return;
+      }
+      Kiv::CharRange range(text);
+      range.skipBlanks();
+      type.genericIfStrepToValue(value.room(), range);
+      value.constructed();
+      range.expectEnd();
+   } catch (Kiv::RangeException const& error) {
+      throw Failure(error.what());
+   } catch (Kiv::Exception const& error) {
+      throw Failure("'" + Sarn::String(text) + "' is no " + type.name + ": " + error.what());
+   }
+}
+
+void readMember(void const* object, Kiv::FieldDescriptor const& field, Kiv::AnyValue& value) {
+   field.ops->read(object, value.room());
+   value.constructed();
+}
+
+Sarn::String valueText(Kiv::AnyValue const& value) {
+   return value.type().genericIfStrRep(value.get());
+}
+
+void copyValue(void const* source, Kiv::AnyValue& value) {
+   value.type().genericIfConstruct(value.room(), source);
+   value.constructed();
+}
+
+bool naturallyLess(std::string_view a, std::string_view b) {
+   double x = 0;
+   double y = 0;
+   bool const aIsNumber = isNumber(a, x);
+   bool const bIsNumber = isNumber(b, y);
+   if (aIsNumber != bIsNumber) {
+      return aIsNumber;  // all numbers before all texts, or the order would have circles
+   }
+   if (aIsNumber && x != y) {
+      return x < y;
+   }
+   std::size_t i = 0;
+   std::size_t j = 0;
+   while (i < a.size() && j < b.size()) {
+      if (isDigit(a[i]) && isDigit(b[j])) {
+         if (int const order = compareNumbers(a, i, b, j); order != 0) {
+            return order < 0;
+         }
+      } else if (a[i] != b[j]) {
+         return static_cast<unsigned char>(a[i]) < static_cast<unsigned char>(b[j]);
+      } else {
+         ++i;
+         ++j;
+      }
+   }
+   if (i == a.size() && j == b.size()) {
+      return a < b;  // they differ in leading zeros at most
+   }
+   return i == a.size();
+}
+
+}  // namespace Holt

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <csignal>
+
+namespace Holt {
+
+/// Turns SIGINT and SIGTERM into a descriptor that a loop polls, so that a command ends where it
+/// can and not in the middle of something. One at a time.
+class StopSignals {
+public:
+   StopSignals();
+   ~StopSignals();
+   StopSignals(StopSignals const&) = delete;
+   StopSignals& operator=(StopSignals const&) = delete;
+
+   /// Readable once a signal has come.
+   int fd() const noexcept { return fd_; }
+   /// Takes the signals that have come; whether there were any.
+   bool taken();
+
+private:
+   sigset_t before_;
+   int fd_;
+};
+
+}  // namespace Holt

@@ -1,0 +1,217 @@
+// load, diff
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <list>
+
+#include "Holt/State/Changes.h"
+#include "Holt/State/Diff.h"
+#include "Holt/State/Load.h"
+#include "Kiv/Printable.h"
+#include "tools/ptpstate/Commands.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+struct LoadOptions : ClientOptions {
+   std::string file;
+   bool dryRun = false;
+};
+
+struct DiffOptions : ClientOptions {
+   std::string first;
+   std::string second;
+   bool json = false;
+};
+
+/// Tells what is wrong, a line each, and gives up.
+[[noreturn]] void refuse(std::string const& file, DocErrors const& errors, char const* outcome) {
+   for (Sarn::String const& error : errors) {
+      std::cerr << "ptpstate: " << Kiv::printable(error) << '\n';
+   }
+   throw Failure(file + ": " + outcome + "; correct what is told above");
+}
+
+/// The roots that a document has places in, mirrored.
+class LoadedRoots {
+public:
+   LoadedRoots(Client& client, StateDoc const& doc, MountMode mode) {
+      std::vector<OfferedRoot> const offered = client.roots();
+      for (DocPlace const& place : doc.places) {
+         if (find(place.path.root) == nullptr) {
+            mounts_.emplace_back(place.path.root, nullptr);
+            for (OfferedRoot const& root : offered) {
+               if (root.type == place.path.root.type && root.name == place.path.root.name) {
+                  mounts_.back().second = &client.mountIs(root, mode);
+               }
+            }
+            if (mounts_.back().second == nullptr) {
+               throw Failure("the server has no root " + place.path.root.type + "=" +
+                             place.path.root.name + "; add it where the server is started");
+            }
+         }
+      }
+      for (auto const& [root, mount] : mounts_) {
+         client.waitComplete(*mount);
+      }
+   }
+
+   Kiv::NamedEntity& of(DocPlace const& place) const { return (*find(place.path.root))->root(); }
+   std::vector<Mount*> all() const {
+      std::vector<Mount*> mounts;
+      for (auto const& [root, mount] : mounts_) {
+         mounts.push_back(mount);
+      }
+      return mounts;
+   }
+
+private:
+   Mount* const* find(OfferedRoot const& root) const {
+      for (auto const& [known, mount] : mounts_) {
+         if (known.type == root.type && known.name == root.name) {
+            return &mount;
+         }
+      }
+      return nullptr;
+   }
+
+   std::list<std::pair<OfferedRoot, Mount*>> mounts_;
+};
+
+Exit load(LoadOptions const& options) {
+   DocErrors errors;
+   StateDoc const doc = readStateFile(options.file, errors);
+   if (!errors.empty()) {
+      refuse(options.file, errors, "not loaded, nothing was changed");
+   }
+   Client client(options.socket, options.patience());
+   LoadedRoots const roots(client, doc, options.dryRun ? MountMode::reader : MountMode::writer);
+   // Everything is tried on copies first, so that either all is applied or nothing.
+   std::vector<std::pair<Kiv::NamedEntity*, Sarn::Ptr<Kiv::NamedEntity>>> copies;
+   std::list<ChangeObserver> observers;
+   U64 changes = 0;
+   for (Mount const* const mount : roots.all()) {
+      copies.emplace_back(&mount->root(), copyOfRoot(mount->root()));
+      observers.emplace_back(copies.back().second, mount->root().nameString(),
+                             [&](ChangeText const& text) {
+                                ++changes;
+                                if (options.dryRun) {
+                                   std::cout << Kiv::printable(text.path + text.what) << '\n';
+                                }
+                             });
+   }
+   for (DocPlace const& place : doc.places) {
+      for (auto const& [root, copy] : copies) {
+         if (root == &roots.of(place)) {
+            loadPlace(copy, place, errors);
+         }
+      }
+   }
+   observers.clear();
+   if (!errors.empty()) {
+      refuse(options.file, errors, "not loaded, nothing was changed");
+   }
+   if (!options.dryRun) {
+      for (DocPlace const& place : doc.places) {
+         loadPlace(Sarn::Ptr<Kiv::Entity>(&roots.of(place)), place, errors);
+      }
+      client.sync();
+   }
+   std::cout << Kiv::printable(options.file) << ": " << changes
+             << (changes == 1 ? " change" : " changes") << (options.dryRun ? ", not applied" : "")
+             << '\n';
+   return Exit::ok;
+}
+
+/// The same places of a live state; what is not there is left out.
+StateDoc liveOf(Client& client, StateDoc const& doc) {
+   LoadedRoots const roots(client, doc, MountMode::reader);
+   StateDoc live;
+   for (DocPlace const& place : doc.places) {
+      try {
+         live.places.push_back(docOf(Place(Sarn::Ptr<Kiv::Entity>(&roots.of(place)),
+                                           place.path.root.name, place.path.steps),
+                                     place.path));
+      } catch (Failure const&) {
+         continue;  // nothing stands there
+      }
+   }
+   return live;
+}
+
+StateDoc readWhole(std::string const& file) {
+   DocErrors errors;
+   StateDoc doc = readStateFile(file, errors);
+   if (!errors.empty()) {
+      refuse(file, errors, "not compared");
+   }
+   return doc;
+}
+
+void tellDifference(StateLine const* first, StateLine const* second) {
+   StateLine const& line = first != nullptr ? *first : *second;
+   if (first != nullptr && second != nullptr) {
+      std::cout << "~ " << Kiv::printable(line.path + ": " + first->text + " -> " + second->text)
+                << '\n';
+   } else {
+      std::cout << (first != nullptr ? "- " : "+ ")
+                << Kiv::printable(line.path + (line.isEntity ? " : " : " = ") + line.text) << '\n';
+   }
+}
+
+void tellJson(StateLine const* first, StateLine const* second) {
+   Json json{{"path", (first != nullptr ? first : second)->path}};
+   if (first != nullptr) {
+      json["old"] = first->json();
+   }
+   if (second != nullptr) {
+      json["new"] = second->json();
+   }
+   std::cout << jsonLine(json) << '\n';
+}
+
+Exit diff(DiffOptions const& options) {
+   try {
+      StateDoc const first = readWhole(options.first);
+      StateDoc second;
+      if (options.second.empty()) {
+         if (options.socket.empty()) {
+            throw Failure("a second dump or --socket is wanted, to compare with");
+         }
+         Client client(options.socket, options.patience());
+         second = liveOf(client, first);
+      } else {
+         second = readWhole(options.second);
+      }
+      U64 const count =
+            compareLines(linesOf(first), linesOf(second), options.json ? tellJson : tellDifference);
+      return count == 0 ? Exit::ok : Exit::differs;
+   } catch (Failure const& failure) {
+      throw Failure(failure.what(), Exit::trouble);
+   }
+}
+
+}  // namespace
+
+void addLoad(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<LoadOptions>();
+   CLI::App& command = *app.add_subcommand("load");
+   addClientOptions(command, *options);
+   command.add_option("file", options->file)->type_name("FILE")->required();
+   command.add_flag("--dry-run", options->dryRun);
+   command.callback([options, &run] { run = [options] { return load(*options); }; });
+}
+
+void addDiff(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<DiffOptions>();
+   CLI::App& command = *app.add_subcommand("diff");
+   addClientOptions(command, *options, false);
+   command.add_option("file", options->first)->type_name("FILE")->required();
+   command.add_option("other", options->second)->type_name("FILE");
+   command.add_flag("--json", options->json);
+   command.callback([options, &run] { run = [options] { return diff(*options); }; });
+}
+
+}  // namespace Ptpstate

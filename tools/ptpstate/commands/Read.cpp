@@ -1,0 +1,111 @@
+// dump, get
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "Holt/State/Doc.h"
+#include "Holt/State/Dump.h"
+#include "Kiv/Printable.h"
+#include "tools/ptpstate/Commands.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+struct ReadOptions : ClientOptions {
+   std::string path;
+   bool summary = false;
+   bool json = false;
+};
+
+Exit dumpPath(ReadOptions const& options) {
+   Opened opened(options, options.path, MountMode::reader);
+   Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
+                     opened.path.steps);
+   if (!place.isCollection() && place.entity() == nullptr) {
+      place.text();  // a value that is not there is refused before anything is written
+   }
+   if (options.json) {
+      StateDoc doc;
+      doc.places.push_back(docOf(place, opened.path));
+      std::cout << jsonText(jsonOf(doc));
+      return Exit::ok;
+   }
+   Dump dump = options.summary ? Dump() : Dump(std::cout);
+   dump.place(place);
+   if (options.summary) {
+      printSummary(std::cout, dump);
+   }
+   return Exit::ok;
+}
+
+Exit dumpAll(ReadOptions const& options) {
+   Client client(options.socket, options.patience());
+   std::vector<Kiv::NamedEntity*> roots;
+   for (OfferedRoot const& root : client.roots()) {
+      Mount& mount = client.mountIs(root, MountMode::reader);
+      client.waitComplete(mount);
+      roots.push_back(&mount.root());
+   }
+   if (options.json) {
+      StateDoc doc;
+      for (Kiv::NamedEntity const* const root : roots) {
+         doc.places.emplace_back();
+         doc.places.back().path.root = {root->kivType().name, root->nameString()};
+         doc.places.back().text = root->nameString();
+         doc.places.back().entity = docOf(*root);
+      }
+      std::cout << jsonText(jsonOf(doc));
+      return Exit::ok;
+   }
+   if (!options.summary) {
+      dumpRoots(std::cout, roots);
+      return Exit::ok;
+   }
+   Dump dump;
+   for (Kiv::NamedEntity const* const root : roots) {
+      dump.entity(*root, root->nameString());
+   }
+   printSummary(std::cout, dump);
+   return Exit::ok;
+}
+
+Exit get(ReadOptions const& options) {
+   Opened opened(options, options.path, MountMode::reader);
+   Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
+                     opened.path.steps);
+   if (options.json) {
+      std::cout << jsonText(jsonOf(docOf(place, opened.path)));
+   } else if (place.isCollection() || place.entity() != nullptr) {
+      Dump(std::cout).place(place);
+   } else {
+      std::cout << Kiv::printable(place.text()) << '\n';
+   }
+   return Exit::ok;
+}
+
+}  // namespace
+
+void addDump(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<ReadOptions>();
+   CLI::App& command = *app.add_subcommand("dump");
+   addClientOptions(command, *options);
+   command.add_option("path", options->path)->type_name("PATH");
+   auto* const summary = command.add_flag("--summary", options->summary);
+   command.add_flag("--json", options->json)->excludes(summary);
+   command.callback([options, &run] {
+      run = [options] { return options->path.empty() ? dumpAll(*options) : dumpPath(*options); };
+   });
+}
+
+void addGet(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<ReadOptions>();
+   CLI::App& command = *app.add_subcommand("get");
+   addClientOptions(command, *options);
+   command.add_option("path", options->path)->type_name("PATH")->required();
+   command.add_flag("--json", options->json);
+   command.callback([options, &run] { run = [options] { return get(*options); }; });
+}
+
+}  // namespace Ptpstate

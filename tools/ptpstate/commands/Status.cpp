@@ -1,0 +1,156 @@
+// status
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "Holt/State/Json.h"
+#include "Kiv/Printable.h"
+#include "tools/ptpstate/Commands.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+using Kiv::NboAttrLog::ServedRoot;
+using Kiv::NboAttrLog::SessionStatus;
+
+struct StatusOptions : ClientOptions {
+   bool json = false;
+};
+
+char const* modeText(MountMode mode) {
+   switch (mode) {
+      case MountMode::reader:
+         return "reader";
+      case MountMode::writer:
+         return "writer";
+      case MountMode::owner:
+         return "owner";
+   }
+   return "?";
+}
+
+/// "3.204 s", "2:03:04"
+Sarn::String durationText(U64 nanoseconds) {
+   U64 const ms = nanoseconds / 1'000'000;
+   U64 const seconds = ms / 1000;
+   char text[64];
+   if (seconds < 60) {
+      std::snprintf(text, sizeof text, "%u.%03u s", static_cast<unsigned>(seconds),
+                    static_cast<unsigned>(ms % 1000));
+   } else {
+      std::snprintf(text, sizeof text, "%llu:%02u:%02u",
+                    static_cast<unsigned long long>(seconds / 3600),
+                    static_cast<unsigned>(seconds / 60 % 60), static_cast<unsigned>(seconds % 60));
+   }
+   return text;
+}
+
+Sarn::String counted(U64 count, char const* one, char const* many) {
+   return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+void print(std::ostream& out, SessionStatus const& session) {
+   auto const row = [&out](char const* name, Sarn::String const& text) {
+      out << "   " << name << Sarn::String(11 - std::char_traits<char>::length(name), ' ')
+          << Kiv::printable(text) << '\n';
+   };
+   out << "connection " << session.number << ": " << Kiv::printable(peerText(session.peer))
+       << (session.asking ? " (this command)" : "") << '\n';
+   row("connected", durationText(session.age));
+   for (ServedRoot const& served : session.roots) {
+      row("mirrors", served.root.name + " (" + served.root.type + ") as " + modeText(served.mode) +
+                           (served.complete ? ", complete" : ", not complete yet"));
+   }
+   row("received", counted(session.stats.messagesIn, "message, ", "messages, ") +
+                         counted(session.stats.bytesIn, "byte", "bytes"));
+   row("sent", counted(session.stats.messagesOut, "message, ", "messages, ") +
+                     counted(session.stats.bytesOut, "byte", "bytes"));
+   row("coalesced",
+       std::to_string(session.stats.changesCoalesced) + " of " +
+             counted(session.stats.changesDeferred, "deferred change", "deferred changes"));
+   row("untold", counted(session.dirtyAttributes, "attribute and ", "attributes and ") +
+                       counted(session.dirtyKeys, "key of ", "keys of ") +
+                       counted(session.dirtyEntities, "entity", "entities"));
+   U64 const percent = session.capacity != 0 ? session.waiting * 100 / session.capacity : 0;
+   row("buffer", std::to_string(session.waiting) + " of " +
+                       counted(session.capacity, "byte", "bytes") + " (" + std::to_string(percent) +
+                       " %)");
+   row("behind", session.behind != 0 ? "for " + durationText(session.behind) : "no");
+   if (session.stats.valuesLeftOut != 0) {
+      row("left out", counted(session.stats.valuesLeftOut, "value", "values"));
+   }
+   for (Sarn::String const& what : session.leftOut) {
+      row("", what);
+   }
+}
+
+Json sessionJson(SessionStatus const& session) {
+   Json peer;
+   if (session.peer.pid != 0) {
+      peer = {{"pid", session.peer.pid},
+              {"uid", session.peer.uid},
+              {"gid", session.peer.gid},
+              {"program", session.peer.program}};
+   }
+   Json roots = Json::array();
+   for (ServedRoot const& served : session.roots) {
+      roots.push_back({{"type", served.root.type},
+                       {"name", served.root.name},
+                       {"mode", modeText(served.mode)},
+                       {"complete", served.complete}});
+   }
+   return {{"connection", session.number},
+           {"thisCommand", session.asking},
+           {"peer", std::move(peer)},
+           {"connectedNs", session.age},
+           {"roots", std::move(roots)},
+           {"messagesReceived", session.stats.messagesIn},
+           {"bytesReceived", session.stats.bytesIn},
+           {"messagesSent", session.stats.messagesOut},
+           {"bytesSent", session.stats.bytesOut},
+           {"changesDeferred", session.stats.changesDeferred},
+           {"changesCoalesced", session.stats.changesCoalesced},
+           {"dirtyEntities", session.dirtyEntities},
+           {"dirtyAttributes", session.dirtyAttributes},
+           {"dirtyKeys", session.dirtyKeys},
+           {"bufferedBytes", session.waiting},
+           {"bufferBytes", session.capacity},
+           {"behindNs", session.behind},
+           {"valuesLeftOut", session.stats.valuesLeftOut},
+           {"leftOut", session.leftOut}};
+}
+
+Exit status(StatusOptions const& options) {
+   Client client(options.socket, options.patience());
+   std::vector<SessionStatus> const& sessions = client.sessions();
+   if (options.json) {
+      Json all = Json::array();
+      for (SessionStatus const& session : sessions) {
+         all.push_back(sessionJson(session));
+      }
+      std::cout << jsonLine(all, 3) << '\n';
+      return Exit::ok;
+   }
+   for (SessionStatus const& session : sessions) {
+      print(std::cout, session);
+   }
+   U32 const all = client.sessionsTotal();
+   if (all > sessions.size()) {
+      std::cout << "and " << all - sessions.size() << " more\n";
+   }
+   return Exit::ok;
+}
+
+}  // namespace
+
+void addStatus(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<StatusOptions>();
+   CLI::App& command = *app.add_subcommand("status");
+   addClientOptions(command, *options);
+   command.add_flag("--json", options->json);
+   command.callback([options, &run] { run = [options] { return status(*options); }; });
+}
+
+}  // namespace Ptpstate

@@ -1,0 +1,50 @@
+// complete: what ptpstate.bash asks. It is not shown among the commands.
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/complete/Complete.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+struct CompleteOptions {
+   std::string line;
+   std::size_t point = 0;
+   std::string word;
+};
+
+/// Prints candidates as bash wants them: what replaces the word as it sees it, which begins behind
+/// the last character that breaks words.
+Exit complete(CLI::App const& app, CompleteOptions const& options) {
+   ShellWords const line = shellWords(options.line.substr(0, options.point));
+   std::string const word = plainArgument(options.word);
+   bool const known = line.raw.ends_with(word);
+   std::string const before = known ? line.raw.substr(0, line.raw.size() - word.size()) : "";
+   std::string const plain = before.empty() ? "" : shellWords(before).words.back();
+   for (std::string candidate : candidates(app, line)) {
+      if (line.quote != 0 && candidate.ends_with(' ')) {
+         candidate.pop_back();  // the quote has to be closed first
+      }
+      std::cout << shellQuoted(candidate.substr(plain.size()), line.quote) << '\n';
+   }
+   return Exit::ok;
+}
+
+}  // namespace
+
+void addComplete(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<CompleteOptions>();
+   CLI::App& command = *app.add_subcommand("complete");
+   command.group("");
+   command.add_option("line", options->line)->required();
+   command.add_option("point", options->point)->required();
+   command.add_option("word", options->word);
+   command.callback(
+         [options, &app, &run] { run = [options, &app] { return complete(app, *options); }; });
+}
+
+}  // namespace Ptpstate

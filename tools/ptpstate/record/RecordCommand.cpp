@@ -1,0 +1,247 @@
+// record
+#include <poll.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+
+#include "Holt/Progress.h"
+#include "Holt/StopSignals.h"
+#include "Holt/Times.h"
+#include "Kiv/NboAttrLogRecorder.h"
+#include "Kiv/Printable.h"
+#include "tools/ptpstate/Commands.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+using Kiv::NboAttrLog::Recorder;
+using Kiv::NboAttrLog::RecordFiles;
+using std::chrono::milliseconds;
+
+struct RecordOptions : ClientOptions {
+   std::string file;
+   std::vector<std::string> roots;
+   double seconds = 0;
+   U32 ring = 0;
+   U64 size = U64(64) << 20;
+   bool replace = false;
+   bool reconnect = false;
+};
+
+Kiv::NboAttrLog::Moment now() noexcept {
+   return {steadyNow(), wallNow()};
+}
+
+/// Mirrors roots, and records what happens to the mirrors.
+class Record {
+public:
+   explicit Record(RecordOptions const& options)
+         : options_(options),
+           files_(options.ring != 0
+                        ? RecordFiles(options.file, options.ring)
+                        : RecordFiles(options.file, options.replace
+                                                          ? RecordFiles::Existing::replace
+                                                          : RecordFiles::Existing::refuse)) {}
+
+   Exit run();
+
+private:
+   void connect();
+   void chooseRoots();
+   void mountAll();
+   /// Whether the server is back; false if it is time to end.
+   bool connectAgain();
+   void follow();
+   void write();
+   bool over() const { return end_ && Clock::now() >= *end_; }
+   milliseconds left() const;
+
+   RecordOptions const& options_;
+   StopSignals stop_;
+   RecordFiles files_;
+   std::vector<Sarn::Ptr<Kiv::NamedEntity>> roots_;
+   Kiv::NboAttrLog::Hub hub_;
+   std::optional<Recorder> recorder_;
+   std::optional<Client> client_;
+   std::optional<Clock::time_point> end_;
+   Progress progress_;
+   Sarn::String lostBy_;
+   bool stopped_ = false;
+};
+
+void Record::connect() {
+   client_.reset();
+   client_.emplace(options_.socket, options_.patience());
+   client_->interruptFd = stop_.fd();
+}
+
+void Record::chooseRoots() {
+   std::vector<OfferedRoot> chosen;
+   for (std::string const& text : options_.roots) {
+      Path const path = parsePath(text, client_->roots());
+      if (!path.steps.empty()) {
+         throw Failure(text + ": whole roots are recorded; give " + path.root.name);
+      }
+      chosen.push_back(path.root);
+   }
+   for (OfferedRoot const& root : options_.roots.empty() ? client_->roots() : chosen) {
+      roots_.push_back(newRoot(root.type, root.name));
+   }
+   if (roots_.empty()) {
+      throw Failure(options_.socket + ": the server has no roots to record");
+   }
+}
+
+void Record::mountAll() {
+   std::vector<Mount*> mounts;
+   for (Sarn::Ptr<Kiv::NamedEntity> const& root : roots_) {
+      mounts.push_back(&client_->mountIs(root, MountMode::reader));
+   }
+   for (Mount const* const mount : mounts) {
+      client_->waitComplete(*mount);
+   }
+}
+
+milliseconds Record::left() const {
+   auto const most = milliseconds(1000);
+   if (!end_) {
+      return most;
+   }
+   auto const left = std::chrono::duration_cast<milliseconds>(*end_ - Clock::now());
+   return std::clamp(left + milliseconds(1), milliseconds::zero(), most);
+}
+
+void Record::write() {
+   Kiv::NboAttrLog::Moment const moment = now();
+   do {
+      recorder_->turn(moment);
+   } while (recorder_->waiting());
+   if (recorder_->failed()) {
+      throw Failure(recorder_->stats().files == 0
+                          ? recorder_->reason() + "; nothing is recorded, choose another name"
+                          : "the recording ends: " + recorder_->reason() +
+                                  "; make room, or record elsewhere");
+   }
+}
+
+bool Record::connectAgain() {
+   recorder_->sourceIs(false, now());
+   while (!over()) {
+      pollfd polled{stop_.fd(), POLLIN, 0};
+      if (::poll(&polled, 1, static_cast<int>(std::min(left(), milliseconds(200)).count())) > 0) {
+         stopped_ = true;
+         return false;
+      }
+      try {
+         connect();
+         mountAll();
+      } catch (Failure const& failure) {
+         client_.reset();
+         stopped_ = stop_.taken();
+         if (stopped_ || failure.status() != Exit::connection) {
+            lostBy_ = failure.what();
+            return false;
+         }
+         continue;
+      }
+      recorder_->sourceIs(true, now());
+      return true;
+   }
+   return false;
+}
+
+void Record::follow() {
+   while (!stopped_ && !over()) {
+      stopped_ = client_->turn(stop_.fd(), left());
+      write();
+      if (progress_.due()) {
+         progress_.say(std::to_string(recorder_->stats().changes) + " changes, " +
+                       std::to_string(recorder_->stats().bytes) + " bytes in " + files_.current());
+      }
+      if (client_->over() && !stopped_) {
+         lostBy_ = client_->closeReason();
+         if (!options_.reconnect || !connectAgain()) {
+            return;
+         }
+      }
+   }
+}
+
+Exit Record::run() {
+   std::error_code ignored;
+   if (options_.ring == 0 && !options_.replace && std::filesystem::exists(options_.file, ignored)) {
+      throw Failure(options_.file + ": is there already; choose another name, or --replace it");
+   }
+   connect();
+   chooseRoots();
+   mountAll();
+   for (Sarn::Ptr<Kiv::NamedEntity> const& root : roots_) {
+      hub_.rootIs(root);
+   }
+   Kiv::NboAttrLog::RecorderOptions recorder;
+   recorder.fileSize = options_.ring != 0 ? options_.size : 0;
+   try {
+      recorder_.emplace(hub_, files_, recorder);
+   } catch (Kiv::Exception const& error) {
+      throw Failure(error.what());
+   }
+   write();
+   std::cout << "recording " << roots_.size() << (roots_.size() == 1 ? " root" : " roots") << " to "
+             << Kiv::printable(files_.current()) << std::endl;
+   if (options_.seconds > 0) {
+      end_ = Clock::now() + milliseconds(static_cast<S64>(options_.seconds * 1000));
+   }
+   follow();
+   bool const lost = !client_ || client_->over();
+   if (!lost) {
+      stop_.taken();  // a second signal ends the waiting
+      client_->beginAnew();
+      client_->sync();
+   }
+   recorder_->close(now());
+   progress_.clear();
+   if (recorder_->failed()) {
+      throw Failure("the recording ends: " + recorder_->reason() +
+                    "; make room, or record elsewhere");
+   }
+   Kiv::NboAttrLog::RecorderStats const& stats = recorder_->stats();
+   std::cout << "recorded " << stats.changes << (stats.changes == 1 ? " change, " : " changes, ")
+             << stats.bytes << " bytes" << std::endl;
+   if (lost && !stopped_ && !over()) {
+      throw Failure(options_.socket + ": the connection is lost: " + lostBy_ +
+                          "; what came until then is recorded; --reconnect waits for the server",
+                    Exit::connection);
+   }
+   return Exit::ok;
+}
+
+}  // namespace
+
+void addRecord(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<RecordOptions>();
+   CLI::App& command = *app.add_subcommand("record");
+   addClientOptions(command, *options);
+   command.add_option("file", options->file)->type_name("FILE")->required();
+   command.add_option("roots", options->roots)->type_name("ROOT");
+   command.add_option("--for", options->seconds)
+         ->type_name("SECONDS")
+         ->check(CLI::Range(0.001, 1e9));
+   CLI::Option* const ring = command.add_option("--ring", options->ring)
+                                   ->type_name("N")
+                                   ->check(CLI::Range(2, 1'000'000));
+   command.add_option("--size", options->size)
+         ->transform(CLI::AsSizeValue(false))
+         ->type_name("BYTES")
+         ->needs(ring);
+   command.add_flag("--replace", options->replace)->excludes(ring);
+   command.add_flag("--reconnect", options->reconnect);
+   command.callback([options, &run] { run = [options] { return Record(*options).run(); }; });
+}
+
+}  // namespace Ptpstate

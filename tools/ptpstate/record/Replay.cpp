@@ -1,0 +1,347 @@
+#include "tools/ptpstate/record/Replay.h"
+
+#include <poll.h>
+
+#include <iostream>
+
+#include "Holt/Failure.h"
+#include "Holt/State/Dump.h"
+#include "Holt/Times.h"
+#include "Kiv/Module.h"
+#include "Kiv/NboAttrLogRecorder.h"
+#include "Kiv/Printable.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+using Kiv::NboAttrLog::FrameKind;
+using Kiv::NboAttrLog::RecordingFile;
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+
+namespace {
+
+/// All files that are meant, those of rings in their order.
+std::vector<Sarn::String> filesOf(std::vector<std::string> const& named) {
+   std::vector<Sarn::String> files;
+   for (std::string const& name : named) {
+      std::vector<Sarn::String> const found = Kiv::NboAttrLog::recordingFiles(name);
+      if (found.empty()) {
+         throw Failure(name + ": there is no such recording, nor a ring " + name + ".000001 ...");
+      }
+      files.insert(files.end(), found.begin(), found.end());
+   }
+   return files;
+}
+
+std::unique_ptr<RecordingFile> opened(Sarn::String const& file) {
+   try {
+      return std::make_unique<RecordingFile>(file);
+   } catch (Kiv::Exception const& error) {
+      throw Failure(error.what());
+   }
+}
+
+Sarn::String rootsText(Kiv::NboAttrLog::RecordingReader::Frame const& snapshot) {
+   Sarn::String text;
+   try {
+      for (OfferedRoot const& root : snapshotRoots(snapshot)) {
+         text += (text.empty() ? "" : ", ") + root.name + " (" + root.type + ")";
+      }
+   } catch (Kiv::Exception const& error) {
+      return error.what();
+   }
+   return text;
+}
+
+Sarn::String damageText(Sarn::String const& file, Kiv::NboAttrLog::RecordingReader const& reader) {
+   return file + ": damaged at byte " + std::to_string(reader.offset()) + ": " + reader.damage();
+}
+
+Sarn::String unplayableText(Sarn::String const& file,
+                            Kiv::NboAttrLog::RecordingReader::Frame const& frame,
+                            Kiv::NboAttrLog::Player const& player) {
+   return file + ": cannot be played behind byte " + std::to_string(frame.offset) + ": " +
+          player.reason();
+}
+
+constexpr char const* incomplete = ": what there was is not yet complete at that time";
+
+}  // namespace
+
+Replay::Replay(ReplayOptions const& options)
+      : options_(options),
+        files_(filesOf(options.files)),
+        player_([this](OfferedRoot const& root) { return makeRoot(root); }) {
+   if (!options.into.empty()) {
+      client_.emplace(options.into, milliseconds(static_cast<S64>(options.timeout * 1000)));
+      client_->interruptFd = stop_.fd();
+   }
+}
+
+std::vector<Kiv::NamedEntity*> Replay::roots() const {
+   std::vector<Kiv::NamedEntity*> roots;
+   for (Sarn::Ptr<Kiv::NamedEntity> const& root : player_.roots()) {
+      roots.push_back(root.get());
+   }
+   return roots;
+}
+
+Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
+   if (Kiv::typeByName(root.type) == nullptr) {
+      return {};
+   }
+   if (!client_) {
+      Sarn::Ptr<Kiv::NamedEntity> made = newRoot(root.type, root.name);
+      if (options_.showsChanges()) {
+         observers_.emplace_back(Sarn::Ptr<Kiv::Entity>(made.get()), root.name,
+                                 [this](ChangeText const& text) { tell(text.path + text.what); });
+         observers_.back().tellingIs(player_.complete());
+      }
+      return made;
+   }
+   for (OfferedRoot const& offered : client_->roots()) {
+      if (offered.type == root.type && offered.name == root.name) {
+         client_->beginAnew();
+         Mount& mount =
+               client_->mountIs(root, options_.claim ? MountMode::owner : MountMode::writer);
+         client_->waitComplete(mount);
+         return Sarn::Ptr<Kiv::NamedEntity>(&mount.root());
+      }
+   }
+   throw Failure(options_.into + ": the server has no root " + root.name +
+                 "; serve it with --root " + root.type + "=" + root.name);
+}
+
+void Replay::tell(Sarn::String const& line) const {
+   std::cout << dateText(wall_) << ' ' << Kiv::printable(line) << '\n';
+}
+
+/// The last file with that moment, and where the moment ends there.
+void Replay::findMoment() {
+   std::optional<U64> begin;
+   for (Sarn::String const& file : files_) {
+      std::unique_ptr<RecordingFile> const source = opened(file);
+      Reader const reader(*source);
+      if (reader.header()) {
+         begin = reader.header()->begun.wall;
+         break;
+      }
+   }
+   if (!begin) {
+      return;  // what is wrong is told when it is played
+   }
+   end_ = parseTime(options_.at, *begin);
+   for (std::size_t i = files_.size(); i-- != 0;) {
+      std::unique_ptr<RecordingFile> const source = opened(files_[i]);
+      Reader reader(*source);
+      if (std::optional<U64> const from = reader.seek(*end_)) {
+         firstFile_ = i;
+         endsFrom_ = *from;
+         return;
+      }
+   }
+   throw Failure(dateText(*end_) + " is before the beginning, " + dateText(*begin));
+}
+
+/// Waits until it is time for a frame. False if playing was interrupted.
+bool Replay::pace(U64 steady) {
+   if (options_.speed > 0) {
+      if (!due_) {
+         due_ = Clock::now();
+      } else if (lastSteady_ && steady > *lastSteady_) {  // another process has another clock
+         *due_ += nanoseconds(
+               static_cast<S64>(static_cast<double>(steady - *lastSteady_) / options_.speed));
+      }
+      lastSteady_ = steady;
+      while (*due_ > Clock::now()) {
+         std::cout.flush();
+         auto const left = std::chrono::ceil<milliseconds>(*due_ - Clock::now());
+         auto const wait = std::min<milliseconds>(left, milliseconds(1000));
+         if (client_) {
+            if (client_->turn(stop_.fd(), wait)) {
+               return false;
+            }
+         } else {
+            pollfd polled{stop_.fd(), POLLIN, 0};
+            if (::poll(&polled, 1, static_cast<int>(wait.count())) > 0) {
+               return false;
+            }
+         }
+      }
+   }
+   return true;
+}
+
+/// Sends what has been played, and lets the server keep up.
+void Replay::catchUp() {
+   if (client_) {
+      client_->turn(-1, milliseconds(0));
+      if (client_->over()) {
+         throw Failure(options_.into + ": the connection is lost: " + client_->closeReason(),
+                       Exit::connection);
+      }
+      if (client_->crowded()) {
+         client_->beginAnew();
+         client_->sync();
+      }
+   }
+}
+
+bool Replay::playFrame(Sarn::String const& file, Reader::Frame const& frame) {
+   wall_ = frame.at.wall;
+   bool const complete = player_.complete();
+   if (!player_.apply(frame)) {
+      throw Failure(unplayableText(file, frame, player_));
+   }
+   if (!options_.showsChanges()) {
+      catchUp();
+      return true;
+   }
+   if (!complete && player_.complete()) {
+      for (ChangeObserver& observer : observers_) {
+         observer.tellingIs(true);
+      }
+      for (Kiv::NamedEntity const* const root : roots()) {
+         Dump dump;
+         dump.entity(*root, root->nameString());
+         tell("-- " + root->nameString() + " is complete: " + tallyText(dump.total()));
+      }
+   }
+   if (frame.kind == FrameKind::lost) {
+      tell("-- the recorder lost the server");
+   } else if (frame.kind == FrameKind::back) {
+      tell("-- the recorder has the server again");
+   }
+   return true;
+}
+
+bool Replay::play(Sarn::String const& file, bool first) {
+   std::unique_ptr<RecordingFile> const source = opened(file);
+   Reader reader(*source);
+   if (end_ && first) {
+      reader.seek(*end_);
+   }
+   Reader::Frame frame;
+   for (U64 count = 0; reader.next(frame); ++count) {
+      if (end_ && frame.at.wall > *end_ && frame.offset >= endsFrom_) {
+         return false;
+      }
+      if (!pace(frame.at.steady)) {
+         return false;
+      }
+      playFrame(file, frame);
+      if (count % 256 == 0) {
+         pollfd polled{stop_.fd(), POLLIN, 0};
+         if (::poll(&polled, 1, 0) > 0) {
+            return false;
+         }
+         if (progress_.due()) {
+            progress_.say(file + ": " + dateText(frame.at.wall) + ", " +
+                          std::to_string(reader.offset() * 100 / source->size()) + " %");
+         }
+      }
+   }
+   if (reader.damaged()) {
+      damage_ = damageText(file, reader) +
+                (wall_ != 0 ? "; read up to there, " + dateText(wall_) : Sarn::String());
+      return false;
+   }
+   return true;
+}
+
+void Replay::run() {
+   if (!options_.at.empty()) {
+      findMoment();
+   }
+   bool first = true;
+   for (std::size_t i = firstFile_; i != files_.size() && play(files_[i], first); ++i) {
+      first = false;
+      if (end_) {
+         endsBefore_ = i + 1 == files_.size() && wall_ < *end_;
+         break;  // a later file has nothing of before
+      }
+   }
+   progress_.clear();
+   if (client_ && !client_->over()) {
+      stop_.taken();
+      client_->beginAnew();
+      client_->sync();
+   }
+   if (damage_.empty() && !player_.complete() && !options_.showsChanges()) {
+      throw Failure(files_[firstFile_] + incomplete);
+   }
+}
+
+namespace {
+
+/// What is in one file, and whether it can be played from its beginning.
+struct RecordingInfo {
+   U64 frames = 0;
+   U64 snapshots = 0;
+   U64 begin = 0;
+   U64 end = 0;
+   Sarn::String roots;
+   bool complete = false;
+   /// What `replay` would stop with; empty if with nothing.
+   Sarn::String fault;
+};
+
+RecordingInfo infoOf(Sarn::String const& file, Kiv::NboAttrLog::RecordingReader& reader) {
+   RecordingInfo info;
+   Kiv::NboAttrLog::Player player([](OfferedRoot const& root) {
+      return Kiv::typeByName(root.type) != nullptr ? newRoot(root.type, root.name)
+                                                   : Sarn::Ptr<Kiv::NamedEntity>();
+   });
+   for (Kiv::NboAttrLog::RecordingReader::Frame frame; reader.next(frame); ++info.frames) {
+      info.begin = info.frames == 0 ? frame.at.wall : info.begin;
+      info.end = frame.at.wall;
+      if (frame.kind == FrameKind::snapshot) {
+         ++info.snapshots;
+         info.roots = rootsText(frame);
+      }
+      if (info.fault.empty() && !player.apply(frame)) {
+         info.fault = unplayableText(file, frame, player);
+      }
+   }
+   info.complete = player.complete();
+   if (info.fault.empty() && reader.damaged()) {
+      info.fault = damageText(file, reader);
+   }
+   if (info.fault.empty() && !info.complete) {
+      info.fault = file + incomplete;
+   }
+   return info;
+}
+
+}  // namespace
+
+void printRecordingInfo(std::ostream& out, std::vector<std::string> const& named) {
+   Sarn::String fault;
+   for (Sarn::String const& file : filesOf(named)) {
+      std::unique_ptr<RecordingFile> const source = opened(file);
+      Kiv::NboAttrLog::RecordingReader reader(*source);
+      RecordingInfo const info = infoOf(file, reader);
+      out << Kiv::printable(file) << '\n'
+          << "   begins     " << (info.frames != 0 ? dateText(info.begin) : "-") << '\n'
+          << "   ends       " << (info.frames != 0 ? dateText(info.end) : "-")
+          << (reader.ended()     ? ""
+              : reader.damaged() ? ", damaged"
+                                 : ", not closed")
+          << '\n'
+          << "   roots      " << (info.roots.empty() ? "-" : Kiv::printable(info.roots)) << '\n'
+          << "   size       " << source->size() << " bytes, " << info.frames << " frames, "
+          << info.snapshots << (info.snapshots == 1 ? " snapshot" : " snapshots") << '\n';
+      if (!info.fault.empty()) {
+         out << "   fault      " << Kiv::printable(info.fault.substr(file.size() + 2)) << '\n';
+         fault = fault.empty() ? info.fault : fault;
+      }
+   }
+   if (!fault.empty()) {
+      out.flush();
+      throw Failure(fault);
+   }
+}
+
+}  // namespace Ptpstate

@@ -1,0 +1,355 @@
+// top
+#include <poll.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <ctime>
+#include <iostream>
+#include <list>
+#include <memory>
+
+#include "Holt/StopSignals.h"
+#include "Kiv/Module.h"
+#include "Kiv/Printable.h"
+#include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/top/Screen.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+using std::chrono::milliseconds;
+
+struct TopOptions : ClientOptions {
+   std::string path;
+   std::vector<std::string> head;
+   std::vector<std::string> columns;
+   std::string sort;
+   bool reverse = false;
+   double interval = 1;
+   bool batch = false;
+   U64 count = 0;
+};
+
+/// A root that something on the screen comes from. Its mirror outlives connections.
+struct TopRoot {
+   OfferedRoot root;
+   Sarn::Ptr<Kiv::NamedEntity> mirror;
+   /// What of it stands above the table: one row, whose columns these are.
+   TopTable head;
+   std::vector<TopColumn> headColumns;
+   Mount const* mount = nullptr;
+};
+
+/// Readable when one of several descriptors is.
+class AnyOf {
+public:
+   explicit AnyOf(std::initializer_list<int> fds) : fd_(::epoll_create1(EPOLL_CLOEXEC)) {
+      for (int const fd : fds) {
+         epoll_event event{};
+         event.events = EPOLLIN;
+         ::epoll_ctl(fd_, EPOLL_CTL_ADD, fd, &event);
+      }
+   }
+   ~AnyOf() { ::close(fd_); }
+   AnyOf(AnyOf const&) = delete;
+   AnyOf& operator=(AnyOf const&) = delete;
+   int fd() const noexcept { return fd_; }
+
+private:
+   int fd_;
+};
+
+class Top {
+public:
+   explicit Top(TopOptions const& options)
+         : options_(options), ascii_(!isUtf8Environment()), table_(ascii_) {}
+
+   Exit run() {
+      connect();
+      choose();
+      waitComplete();
+      columns();
+      return options_.batch ? batch() : live();
+   }
+
+private:
+   void connect();
+   void choose();
+   void waitComplete();
+   void columns();
+   TopRoot& rootFor(OfferedRoot const& root);
+   void headFor(Sarn::String const& text);
+   void sample();
+   Exit batch();
+   Exit live();
+   bool handleKeys(TopScreen& screen, TopView& view);
+   bool turn(int inputFd, milliseconds time);
+   void mount();
+   std::vector<Sarn::String> headItems() const;
+   Sarn::String title(TopView const* view) const;
+
+   milliseconds interval() const {
+      return milliseconds(static_cast<S64>(options_.interval * 1000));
+   }
+
+   TopOptions const& options_;
+   bool ascii_;
+   StopSignals stop_;
+   std::list<TopRoot> roots_;
+   Path path_;
+   Sarn::String pathText_;
+   TopTable table_;
+   std::size_t rows_ = 0;
+   std::unique_ptr<Client> client_;
+   Sarn::String lost_;
+};
+
+void Top::connect() {
+   client_.reset();
+   client_ = std::make_unique<Client>(options_.socket, options_.patience());
+   client_->interruptFd = stop_.fd();
+}
+
+void Top::mount() {
+   for (TopRoot& root : roots_) {
+      root.mount = &client_->mountIs(root.mirror, MountMode::reader);
+   }
+}
+
+TopRoot& Top::rootFor(OfferedRoot const& root) {
+   for (TopRoot& known : roots_) {
+      if (known.root.type == root.type && known.root.name == root.name) {
+         return known;
+      }
+   }
+   roots_.push_back({root, newRoot(root.type, root.name), TopTable(ascii_), {}, nullptr});
+   return roots_.back();
+}
+
+/// "PATH", "PATH/s", "PATH~"; of an entity, all its attributes.
+void Top::headFor(Sarn::String const& text) {
+   Sarn::String plain = text;
+   Sarn::String const behind = text.ends_with("/s") ? "/s" : text.ends_with("~") ? "~" : "";
+   plain.resize(plain.size() - behind.size());
+   Path const path = parsePath(plain, client_->roots());
+   TopRoot& root = rootFor(path.root);
+   Destination const to = destinationOf(root.mirror->kivType(), path);
+   TopColumn column = topColumn((path.steps.empty() ? "none" : path.steps.back().name) + behind);
+   column.steps = path.steps;
+   if (to.type->kind != Kiv::TypeKind::entity) {
+      root.headColumns.push_back(column);
+      return;
+   }
+   for (TopColumn attribute : attributeColumns(*to.type)) {
+      attribute.steps.insert(attribute.steps.begin(), path.steps.begin(), path.steps.end());
+      root.headColumns.push_back(std::move(attribute));
+   }
+}
+
+void Top::choose() {
+   path_ = parsePath(options_.path, client_->roots());
+   TopRoot const& root = rootFor(path_.root);
+   pathText_ = Kiv::printable(destinationOf(root.mirror->kivType(), path_).path);
+   topEntities(root.mirror, path_);  // refuses what can be no rows
+   for (std::string const& head : options_.head) {
+      headFor(head);
+   }
+   for (TopRoot& each : roots_) {
+      each.head.columnsAre(each.headColumns);
+   }
+   mount();
+}
+
+void Top::waitComplete() {
+   for (TopRoot const& root : roots_) {
+      client_->waitComplete(*root.mount);
+   }
+}
+
+/// The columns that are asked for, or all attributes; and what the rows are sorted by.
+void Top::columns() {
+   Kiv::TypeImpl const& type = *destinationOf(roots_.front().mirror->kivType(), path_).type;
+   std::vector<TopColumn> columns;
+   for (std::string const& name : options_.columns) {
+      columns.push_back(topColumn(name));
+      destinationOf(type, {{type.name, type.name}, columns.back().steps});
+   }
+   table_.columnsAre(columns.empty() ? attributeColumns(type) : columns);
+   if (!options_.sort.empty()) {
+      int at = 0;
+      for (TopColumn const& column : table_.columns()) {
+         if (column.name == options_.sort) {
+            table_.sortIs(at);
+         }
+         ++at;
+      }
+      if (table_.sortedBy() < 0) {
+         throw Failure("--sort " + options_.sort + ": is none of the columns; add it to --columns",
+                       Exit::usage);
+      }
+   }
+   if (options_.reverse) {
+      table_.sortIs(table_.sortedBy());
+   }
+}
+
+void Top::sample() {
+   Clock::time_point const now = Clock::now();
+   auto const rows = topEntities(roots_.front().mirror, path_);
+   rows_ = rows.size();
+   table_.sample(rows, now);
+   for (TopRoot& root : roots_) {
+      root.head.sample({{root.root.name, root.mirror.get()}}, now);
+   }
+}
+
+std::vector<Sarn::String> Top::headItems() const {
+   std::vector<Sarn::String> items;
+   for (TopRoot const& root : roots_) {
+      for (TopRow const& row : root.head.rows()) {
+         for (std::size_t i = 0; i != row.cells.size(); ++i) {
+            items.push_back(root.headColumns[i].name + " " + row.cells[i].text);
+         }
+      }
+   }
+   return items;
+}
+
+Sarn::String Top::title(TopView const* view) const {
+   std::time_t const now = std::time(nullptr);
+   std::tm local{};
+   localtime_r(&now, &local);
+   char time[16];
+   std::strftime(time, sizeof time, "%H:%M:%S", &local);
+   return Sarn::String(time) + "  " + pathText_ + ": " + std::to_string(rows_) +
+          (rows_ == 1 ? " row" : " rows") + (lost_.empty() ? "" : "  -- " + lost_) +
+          (view != nullptr && view->paused() ? "  -- paused" : "");
+}
+
+/// Does what there is to do until the time is over or something comes in at `inputFd`. Tries to
+/// connect again where the connection is lost. Whether there is input.
+bool Top::turn(int inputFd, milliseconds time) {
+   if (client_ != nullptr && client_->over()) {
+      lost_ = "connection lost: " + Kiv::printable(client_->closeReason());
+      client_.reset();
+   }
+   if (client_ == nullptr) {
+      try {
+         connect();
+         mount();
+      } catch (Failure const&) {  // it is not there yet
+         pollfd polled{inputFd, POLLIN, 0};
+         return ::poll(&polled, 1, static_cast<int>(std::min(time, milliseconds(200)).count())) > 0;
+      }
+   }
+   bool const input = client_->turn(inputFd, time);
+   bool complete = true;
+   for (TopRoot const& root : roots_) {
+      if (root.mount->state() == Mount::State::refused) {
+         throw Failure(root.root.name + ": the server refuses a mirror: " + root.mount->reason(),
+                       Exit::connection);
+      }
+      complete = complete && root.mount->complete();
+   }
+   if (complete && !client_->over()) {
+      lost_.clear();
+   }
+   return input;
+}
+
+Exit Top::batch() {
+   for (U64 done = 0; options_.count == 0 || done != options_.count; ++done) {
+      Clock::time_point const until = Clock::now() + interval();
+      while (done != 0 && Clock::now() < until) {
+         auto const left = std::chrono::duration_cast<milliseconds>(until - Clock::now());
+         if (client_->turn(stop_.fd(), left + milliseconds(1))) {
+            return Exit::ok;
+         }
+         if (client_->over()) {
+            throw Failure(options_.socket + ": the connection is lost: " + client_->closeReason(),
+                          Exit::connection);
+         }
+      }
+      sample();
+      std::cout << (done == 0 ? "" : "\n");
+      for (Sarn::String const& item : headItems()) {
+         std::cout << item << '\n';
+      }
+      for (Sarn::String const& line : TopView(table_, {}).text()) {
+         std::cout << line << '\n';
+      }
+      std::cout.flush();
+   }
+   return Exit::ok;
+}
+
+/// False if a key ends the program.
+bool Top::handleKeys(TopScreen& screen, TopView& view) {
+   for (int key = screen.key(); key != -1; key = screen.key()) {
+      if (!view.press(key)) {
+         return false;
+      }
+   }
+   return true;
+}
+
+Exit Top::live() {
+   TopScreen screen;
+   TopView view(table_,
+                attributeColumns(*destinationOf(roots_.front().mirror->kivType(), path_).type));
+   AnyOf const input{0, stop_.fd()};
+   Clock::time_point next = Clock::now();
+   U64 frames = 0;
+   for (;;) {
+      Clock::time_point const now = Clock::now();
+      if (now >= next) {
+         if (options_.count != 0 && frames++ == options_.count) {
+            return Exit::ok;
+         }
+         if (!view.paused()) {
+            sample();
+         }
+         next = now + interval();
+      }
+      screen.draw(view.lines(title(&view), headItems(), screen.width(), screen.height()));
+      bool pressed = false;
+      while (!pressed && Clock::now() < next) {
+         auto const left = std::chrono::duration_cast<milliseconds>(next - Clock::now());
+         std::size_t const width = screen.width();
+         std::size_t const height = screen.height();
+         pressed = turn(input.fd(), left + milliseconds(1));
+         if (stop_.taken() || !handleKeys(screen, view)) {
+            return Exit::ok;
+         }
+         pressed = pressed || width != screen.width() || height != screen.height();
+      }
+   }
+}
+
+}  // namespace
+
+void addTop(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<TopOptions>();
+   CLI::App& command = *app.add_subcommand("top");
+   addClientOptions(command, *options);
+   command.add_option("path", options->path)->type_name("PATH")->required();
+   command.add_option("--head", options->head)->type_name("PATH")->allow_extra_args(false);
+   command.add_option("--columns", options->columns)->type_name("NAME,...")->delimiter(',');
+   command.get_option("--columns")->allow_extra_args(false);
+   command.add_option("--sort", options->sort)->type_name("NAME");
+   command.add_flag("--reverse", options->reverse);
+   command.add_option("--interval", options->interval)
+         ->type_name("SECONDS")
+         ->check(CLI::Range(0.05, 3600.0));
+   command.add_flag("--batch", options->batch);
+   command.add_option("--count", options->count)
+         ->type_name("N")
+         ->check(CLI::Range(U64{1}, ~U64{0}));
+   command.callback([options, &run] { run = [options] { return Top(*options).run(); }; });
+}
+
+}  // namespace Ptpstate

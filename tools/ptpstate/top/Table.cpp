@@ -1,0 +1,240 @@
+#include "tools/ptpstate/top/Table.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "Holt/Failure.h"
+#include "Holt/State/Json.h"
+#include "Kiv/Printable.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+using Kiv::Entity;
+using Kiv::MemberKind;
+
+Sarn::String shortText(Kiv::TypeImpl const& type, void const* value) {
+   Sarn::String text;
+   for (Kiv::FieldDescriptor const* const field : valueFields(type)) {
+      Kiv::AnyValue inner(*field->type);
+      readMember(value, *field, inner);
+      text += (text.empty() ? "" : ",") + shortText(*field->type, inner.get());
+   }
+   return text.empty() ? Kiv::printable(type.genericIfStrRep(value)) : text;
+}
+
+TopColumn topColumn(Sarn::String const& name) {
+   TopColumn column{name, TopColumn::value, {}};
+   Sarn::String path = name;
+   if (path.ends_with("/s")) {
+      column.show = TopColumn::rate;
+      path.resize(path.size() - 2);
+   } else if (path.ends_with("~")) {
+      column.show = TopColumn::history;
+      path.resize(path.size() - 1);
+   }
+   column.steps = parseSteps("." + path);
+   return column;
+}
+
+std::optional<TopNumber> topNumber(Kiv::AnyValue const& value) {
+   Sarn::String const text = valueText(value);
+   TopNumber number;
+   auto const result = std::from_chars(text.data(), text.data() + text.size(), number.value);
+   if (result.ec != std::errc() || result.ptr != text.data() + text.size() ||
+       !std::isfinite(number.value)) {
+      return std::nullopt;
+   }
+   std::string_view const type = value.type().name;
+   if (type.starts_with('U')) {
+      std::from_chars(text.data(), text.data() + text.size(), number.exact);
+      std::from_chars(type.data() + 1, type.data() + type.size(), number.bits);
+   }
+   return number;
+}
+
+std::optional<double> ratePerSecond(TopNumber const& before, TopNumber const& now, double seconds) {
+   if (seconds <= 0) {
+      return std::nullopt;
+   }
+   if (now.bits == 0) {
+      return (now.value - before.value) / seconds;
+   }
+   U64 const all = now.bits >= 64 ? ~U64{0} : (U64{1} << now.bits) - 1;
+   U64 const steps = (now.exact - before.exact) & all;
+   // More than half of all steps at once: it did not wrap, it began anew.
+   return steps > all / 2 ? std::nullopt : std::optional(static_cast<double>(steps) / seconds);
+}
+
+Sarn::String historyLine(std::deque<double> const& samples, bool ascii) {
+   static char const* const eighths[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+   static char const* const characters[] = {"_", "_", ".", ".", "-", "-", "=", "^"};
+   if (samples.empty()) {
+      return "";
+   }
+   auto const [least, greatest] = std::minmax_element(samples.begin(), samples.end());
+   double const span = *greatest - *least;
+   Sarn::String line;
+   for (double const sample : samples) {
+      double const height = span > 0 ? (sample - *least) / span : 0;
+      auto const step = static_cast<std::size_t>(std::min(7.0, height * 8));
+      line += (ascii ? characters : eighths)[step];
+   }
+   return line;
+}
+
+Sarn::String rateText(double rate) {
+   char text[32];
+   double const size = std::fabs(rate);
+   std::snprintf(text, sizeof text,
+                 size >= 1e6 ? "%.2e" : (size >= 100 || rate == 0 ? "%.0f" : "%.1f"), rate);
+   return text;
+}
+
+void TopTable::columnsAre(std::vector<TopColumn> columns) {
+   std::optional<TopColumn> sorted;
+   if (sort_ >= 0) {
+      sorted = columns_[static_cast<std::size_t>(sort_)];
+   }
+   for (auto& [key, states] : rows_) {
+      std::vector<State> kept(columns.size());
+      for (std::size_t i = 0; i != columns.size(); ++i) {
+         auto const same = std::find(columns_.begin(), columns_.end(), columns[i]);
+         if (same != columns_.end()) {
+            kept[i] = std::move(states[static_cast<std::size_t>(same - columns_.begin())]);
+         }
+      }
+      states = std::move(kept);
+   }
+   columns_ = std::move(columns);
+   sort_ = -1;
+   if (sorted) {
+      auto const same = std::find(columns_.begin(), columns_.end(), *sorted);
+      sort_ = same != columns_.end() ? static_cast<int>(same - columns_.begin()) : -1;
+   }
+}
+
+void TopTable::sortIs(int column) {
+   reversed_ = column == sort_ && !reversed_;
+   sort_ = column;
+}
+
+void TopTable::sample(State& state, TopColumn const& column, Entity& entity, double seconds) const {
+   std::optional<TopNumber> number;
+   Sarn::String text;
+   try {
+      auto const value = Place(Sarn::Ptr<Entity>(&entity), "", column.steps).value();
+      number = topNumber(*value);
+      text = shortText(value->type(), value->get());
+   } catch (Failure const&) {
+      text = "-";  // there is none now
+   }
+   if (number && state.last && seconds > 0) {
+      state.rate = ratePerSecond(*state.last, *number, seconds);
+   } else if (!number) {
+      state.rate.reset();
+   }
+   state.last = number;
+   switch (column.show) {
+      case TopColumn::value:
+         state.cell = {text, number.has_value(), number ? number->value : 0};
+         break;
+      case TopColumn::rate:
+         state.cell = {state.rate ? rateText(*state.rate) : "-", true, state.rate.value_or(0)};
+         break;
+      case TopColumn::history:
+         if (number) {
+            state.history.push_back(number->value);
+            if (state.history.size() > historyLength) {
+               state.history.pop_front();
+            }
+         }
+         state.cell = {historyLine(state.history, ascii_), false, number ? number->value : 0};
+         break;
+   }
+}
+
+void TopTable::sample(std::vector<std::pair<Sarn::String, Entity*>> const& entities, Time now) {
+   double const seconds = sampledAt_ ? std::chrono::duration<double>(now - *sampledAt_).count() : 0;
+   sampledAt_ = now;
+   std::map<Sarn::String, std::vector<State>> rows;
+   for (auto const& [key, entity] : entities) {
+      auto const before = rows_.find(key);
+      std::vector<State>& states = rows[key];
+      if (before != rows_.end()) {
+         states = std::move(before->second);
+      }
+      states.resize(columns_.size());
+      for (std::size_t i = 0; i != columns_.size(); ++i) {
+         sample(states[i], columns_[i], *entity, seconds);
+      }
+   }
+   rows_ = std::move(rows);
+}
+
+std::vector<TopRow> TopTable::rows() const {
+   std::vector<TopRow> rows;
+   for (auto const& [key, states] : rows_) {
+      TopRow row{key, {}};
+      for (State const& state : states) {
+         row.cells.push_back(state.cell);
+      }
+      rows.push_back(std::move(row));
+   }
+   std::sort(rows.begin(), rows.end(),
+             [](TopRow const& a, TopRow const& b) { return naturallyLess(a.key, b.key); });
+   if (sort_ >= 0) {
+      auto const column = static_cast<std::size_t>(sort_);
+      bool const byNumber = columns_[column].show != TopColumn::value;
+      std::stable_sort(rows.begin(), rows.end(), [&](TopRow const& a, TopRow const& b) {
+         TopCell const& left = a.cells[column];
+         TopCell const& right = b.cells[column];
+         return byNumber || (left.isNumber && right.isNumber)
+                      ? left.number < right.number
+                      : naturallyLess(left.text, right.text);
+      });
+   }
+   if (reversed_) {
+      std::reverse(rows.begin(), rows.end());
+   }
+   return rows;
+}
+
+std::vector<std::pair<Sarn::String, Entity*>> topEntities(Sarn::Ptr<Kiv::NamedEntity> const& root,
+                                                          Path const& path) {
+   Destination const to = destinationOf(root->kivType(), path);
+   if (to.type->kind != Kiv::TypeKind::entity) {
+      throw Failure(to.path + ": is no entity and no collection of entities; give one as PATH");
+   }
+   std::vector<std::pair<Sarn::String, Entity*>> found;
+   try {
+      Place const place(root, path.root.name, path.steps);
+      if (!place.isCollection()) {
+         if (Entity* const entity = place.entity()) {
+            found.emplace_back(Kiv::printable(to.path.substr(to.path.rfind('.') + 1)), entity);
+         }
+         return found;
+      }
+      for (Kiv::CollectionCursor at(place.owner(), *place.field()); at->valid(); at->next()) {
+         found.emplace_back(shortText(*place.field()->keyType, at->key()), at->child());
+      }
+   } catch (Failure const&) {
+      return {};  // what the collection belongs to is not there now
+   }
+   return found;
+}
+
+std::vector<TopColumn> attributeColumns(Kiv::TypeImpl const& type) {
+   std::vector<TopColumn> columns;
+   forEachField(type, [&](Kiv::FieldDescriptor const& field) {
+      if (field.kind == MemberKind::single && field.ops->write != nullptr &&
+          field.has(Kiv::FieldDescriptor::streamed)) {
+         columns.push_back(topColumn(field.name));
+      }
+   });
+   return columns;
+}
+
+}  // namespace Ptpstate

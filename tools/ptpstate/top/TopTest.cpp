@@ -1,0 +1,323 @@
+// `top`: what it samples, how it lays that out, and the program on a terminal.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+
+#include "Holt/Failure.h"
+#include "KivTest/TestTypes/Root.h"
+#include "tools/ptpstate/ProgramUnderTest.h"
+#include "tools/ptpstate/top/View.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+TopNumber counter(U64 value, unsigned bits) {
+   return {static_cast<double>(value), value, bits};
+}
+
+TEST(TopRate, IsTheChangePerSecond) {
+   EXPECT_EQ(ratePerSecond({1, 0, 0}, {4, 0, 0}, 2), 1.5);
+   EXPECT_EQ(ratePerSecond({4, 0, 0}, {1, 0, 0}, 1), -3);
+   EXPECT_EQ(ratePerSecond(counter(10, 32), counter(30, 32), 2), 10);
+   EXPECT_EQ(ratePerSecond({1, 0, 0}, {4, 0, 0}, 0), std::nullopt);
+}
+
+TEST(TopRate, GoesOnOverTheWrapOfACounter) {
+   EXPECT_EQ(ratePerSecond(counter(0xfffffffe, 32), counter(4, 32), 1), 6);
+   EXPECT_EQ(ratePerSecond(counter(250, 8), counter(4, 8), 1), 10);
+   U64 const last = std::numeric_limits<U64>::max();
+   EXPECT_EQ(ratePerSecond(counter(last, 64), counter(9, 64), 1), 10);
+}
+
+TEST(TopRate, HasNoneWhereACounterBeganAnew) {
+   EXPECT_EQ(ratePerSecond(counter(1000, 32), counter(0, 32), 1), std::nullopt);
+}
+
+TEST(TopHistory, StandsBetweenTheLeastAndTheGreatest) {
+   EXPECT_EQ(historyLine({1, 2, 3, 4, 5, 6, 7, 8}, false), "▁▂▃▄▅▆▇█");
+   EXPECT_EQ(historyLine({5, 5}, false), "▁▁");
+   EXPECT_EQ(historyLine({}, false), "");
+   EXPECT_EQ(historyLine({-1, 1}, true), "_^");
+}
+
+TEST(TopText, IsCutByCellsAndNotByBytes) {
+   EXPECT_EQ(displayWidth("▁▂x"), 3U);
+   EXPECT_EQ(cutTo("abcdef", 4), "abc+");
+   EXPECT_EQ(cutTo("▁▂▃▄", 3), "▁▂+");
+   EXPECT_EQ(cutTo("abc", 3), "abc");
+   EXPECT_EQ(rateText(0), "0");
+   EXPECT_EQ(rateText(1.25), "1.2");
+   EXPECT_EQ(rateText(12345.6), "12346");
+   EXPECT_EQ(rateText(-2.5e9), "-2.50e+09");
+}
+
+class TopTableTest : public testing::Test {
+protected:
+   void SetUp() override {
+      for (U32 const number : {2U, 10U, 1U}) {
+         root->leafIs(number, number == 10, KivTest::Opaque(0.5));
+      }
+   }
+   void columnsAre(std::vector<std::string> const& names) {
+      std::vector<TopColumn> columns;
+      for (std::string const& name : names) {
+         columns.push_back(topColumn(name));
+      }
+      table.columnsAre(std::move(columns));
+   }
+   /// Takes a sample `seconds` later.
+   void sample(double seconds) {
+      now += std::chrono::duration_cast<TopTable::Time::duration>(
+            std::chrono::duration<double>(seconds));
+      table.sample(topEntities(root, {{"KivTest::Root", "root"}, parseSteps(".leaf")}), now);
+   }
+   /// "KEY: CELL, CELL" of each row.
+   std::vector<std::string> rows() {
+      std::vector<std::string> rows;
+      for (TopRow const& row : table.rows()) {
+         std::string line = row.key + ":";
+         for (TopCell const& cell : row.cells) {
+            line += (&cell == row.cells.data() ? " " : ", ") + cell.text;
+         }
+         rows.push_back(std::move(line));
+      }
+      return rows;
+   }
+
+   Sarn::Ptr<KivTest::Root> root = KivTest::rootFactory("root");
+   TopTable table;
+   TopTable::Time now;
+};
+
+TEST_F(TopTableTest, ShowsEveryEntityOfACollection) {
+   columnsAre({"lit", "origin", "origin.content", "ticks"});
+   sample(0);
+   EXPECT_THAT(rows(), ElementsAre("1: false, 0.5, 0.5, 0", "2: false, 0.5, 0.5, 0",
+                                   "10: true, 0.5, 0.5, 0"));
+   root->leafDel(2);
+   root->leafIs(3, true, KivTest::Opaque(1));
+   sample(1);
+   EXPECT_THAT(rows(),
+               ElementsAre("1: false, 0.5, 0.5, 0", "3: true, 1, 1, 0", "10: true, 0.5, 0.5, 0"));
+}
+
+TEST_F(TopTableTest, CountsRatesBetweenSamples) {
+   columnsAre({"ticks/s"});
+   sample(0);
+   EXPECT_THAT(rows(), ElementsAre("1: -", "2: -", "10: -"));
+   root->leaf(1)->ticksInc(30);
+   sample(2);
+   EXPECT_THAT(rows(), ElementsAre("1: 15.0", "2: 0", "10: 0"));
+   root->leaf(1)->ticksInc(65530);  // wraps
+   sample(1);
+   EXPECT_THAT(rows(), ElementsAre("1: -", "2: 0", "10: 0")) << "more than half of all at once";
+   root->leaf(1)->ticksInc(5);
+   sample(1);
+   EXPECT_THAT(rows(), ElementsAre("1: 5.0", "2: 0", "10: 0"));
+}
+
+TEST_F(TopTableTest, KeepsTheLastSamplesOfAHistory) {
+   columnsAre({"ticks~"});
+   for (int i = 0; i != 20; ++i) {
+      root->leaf(1)->ticksInc(1);
+      sample(1);
+   }
+   std::string const line = table.rows()[0].cells[0].text;
+   EXPECT_EQ(displayWidth(line), TopTable::historyLength);
+   EXPECT_THAT(line, StartsWith("▁▁"));
+   EXPECT_TRUE(line.ends_with("██")) << line;
+   columnsAre({"lit", "ticks~"});
+   sample(1);
+   EXPECT_EQ(displayWidth(table.rows()[0].cells[1].text), TopTable::historyLength)
+         << "a column that stays keeps its history";
+}
+
+TEST_F(TopTableTest, SortsByAnyColumnBothWays) {
+   columnsAre({"lit", "ticks"});
+   root->leaf(2)->ticksInc(100);
+   root->leaf(10)->ticksInc(9);
+   sample(0);
+   table.sortIs(1);
+   EXPECT_THAT(rows(), ElementsAre("1: false, 0", "10: true, 9", "2: false, 100"));
+   table.sortIs(1);
+   EXPECT_THAT(rows(), ElementsAre("2: false, 100", "10: true, 9", "1: false, 0"));
+   table.sortIs(0);
+   EXPECT_THAT(rows(), ElementsAre("1: false, 0", "2: false, 100", "10: true, 9"));
+   columnsAre({"ticks"});
+   EXPECT_EQ(table.sortedBy(), -1) << "its column is gone";
+}
+
+TEST_F(TopTableTest, RefusesWhatIsNoEntity) {
+   auto const entities = [this](char const* steps) {
+      return topEntities(root, {{"KivTest::Root", "root"}, parseSteps(steps)});
+   };
+   EXPECT_THROW(entities(".u8"), Failure);
+   EXPECT_THROW(entities(".byNumber"), Failure);
+   EXPECT_EQ(entities("").size(), 1U);
+   EXPECT_EQ(entities(".badge").size(), 0U) << "there may be one later";
+   EXPECT_EQ(entities(".leaf[7].twig").size(), 0U);
+   EXPECT_EQ(entities(".leaf[1]").size(), 1U);
+}
+
+TEST_F(TopTableTest, IsLaidOutOnTheScreen) {
+   columnsAre({"lit", "ticks", "origin"});
+   sample(0);
+   TopView view(table, attributeColumns(KivTest::Leaf::kivTypeImpl));
+   auto const screen = [&](std::size_t width, std::size_t height) {
+      std::vector<std::string> texts;
+      for (TopLine const& line : view.lines("title", {"one 1", "two 2"}, width, height)) {
+         std::string text;
+         for (TopSpan const& span : line) {
+            text += span.text;
+         }
+         text.erase(text.find_last_not_of(' ') + 1);
+         texts.push_back(text);
+      }
+      return texts;
+   };
+   EXPECT_THAT(screen(40, 8), ElementsAre("title", "one 1   two 2", "^key  lit    ticks  origin",
+                                          "1     false      0  0.5", "2     false      0  0.5",
+                                          "10    true       0  0.5", "",
+                                          "q: end  arrows: go  s: sort  k: by key +"));
+   EXPECT_EQ(screen(19, 8)[2], "^key  lit    ticks") << "what has no room is left out";
+   for (int i = 0; i != 3; ++i) {
+      view.press(TopView::keyRight);
+   }
+   EXPECT_EQ(screen(19, 8)[2], "^key  ticks  origin") << "until it is chosen";
+   view.press('s');
+   view.press('s');
+   EXPECT_EQ(screen(40, 8)[0], "title  origin");
+   EXPECT_THAT(screen(40, 8)[2], HasSubstr("vorigin"));
+   EXPECT_THAT(screen(40, 6)[3], StartsWith("10 "));
+   view.press(TopView::keyEnd);
+   EXPECT_THAT(screen(40, 6)[3], StartsWith("2 "));
+   EXPECT_THAT(screen(40, 6)[4], StartsWith("1 ")) << "the last of the rows";
+   view.press('c');
+   EXPECT_THAT(screen(40, 8)[3], StartsWith("value"));
+   view.press(' ');
+   view.press('h');
+   EXPECT_THAT(screen(40, 8)[3], HasSubstr("history  lit"));
+   EXPECT_TRUE(view.press('q'));
+   EXPECT_FALSE(view.press('q'));
+}
+
+/// The program in a terminal of its own, by tmux.
+class TopTerminal : public testing::TestWithParam<std::pair<int, int>> {
+protected:
+   void SetUp() override {
+      if (std::system("command -v tmux >/dev/null") != 0) {
+         GTEST_SKIP() << "tmux is not installed";
+      }
+      server = std::make_unique<Program>(std::vector<std::string>{"serve", "--socket", socket});
+      ASSERT_TRUE(server->says("serving "));
+      for (int i = 1; i <= ports; ++i) {
+         change({"add", "ptp/config.intfConfig[Ethernet" + std::to_string(i) + "]", "true",
+                 i % 2 != 0 ? "true" : "false"});
+      }
+   }
+   void TearDown() override { tmux("kill-server"); }
+   void change(std::vector<std::string> args) {
+      args.insert(args.begin() + 1, {"--socket", socket});
+      ASSERT_EQ(run(args).err, "");
+   }
+   /// Runs tmux on a server of its own; what it prints.
+   std::string tmux(std::string const& command) {
+      std::string const whole = "tmux -S '" + scratch.file("tmux") + "' " + command + " 2>&1";
+      std::unique_ptr<FILE, int (*)(FILE*)> const pipe(::popen(whole.c_str(), "r"), ::pclose);
+      std::string said;
+      for (char text[4096]; std::fgets(text, sizeof text, pipe.get()) != nullptr;) {
+         said += text;
+      }
+      return said;
+   }
+   void start(std::string const& options) {
+      tmux("-f /dev/null new-session -d -x " + std::to_string(GetParam().first) + " -y " +
+           std::to_string(GetParam().second) +
+           " \"env LC_ALL=C.UTF-8 '" PTPLIB_BIN_DIR "/ptpstate' top --socket '" + socket +
+           "' --interval 0.1 " + options + "\"");
+   }
+   void press(std::string const& keys) { tmux("send-keys " + keys); }
+   /// Waits until the screen has a text; the screen.
+   std::string shows(std::string const& text) {
+      std::string screen;
+      for (int i = 0; i != 100; ++i) {
+         screen = tmux("capture-pane -p");
+         if (screen.find(text) != std::string::npos) {
+            return screen;
+         }
+         ::usleep(50000);
+      }
+      ADD_FAILURE() << "'" << text << "' is not on the screen:\n" << screen;
+      return screen;
+   }
+
+   static constexpr int ports = 30;
+   Scratch scratch;
+   std::string socket = scratch.file("socket");
+   std::unique_ptr<Program> server;
+};
+
+TEST_P(TopTerminal, FillsTheScreenAndFollowsChangesAndKeys) {
+   start("ptp/config.intfConfig --columns enabled,mpassEnabled,ttl,ttl/s,ttl~ "
+         "--head ptp/config.priority1");
+   std::string const first = shows("\nq: end  arrows: go");  // the last line: all are drawn
+   auto const [width, height] = GetParam();
+   EXPECT_EQ(std::count(first.begin(), first.end(), '\n'), height);
+   EXPECT_THAT(first, HasSubstr("ptp/config.intfConfig: 30 rows\npriority1 128\n"));
+   EXPECT_THAT(first, HasSubstr("\nEthernet2 "));
+   EXPECT_EQ(first.find("Ethernet30 ") != std::string::npos, height > 40);
+
+   change({"set", "ptp/config.priority1", "7"});
+   change({"set", "ptp/config.intfConfig[Ethernet2].ttl", "9"});
+   shows("priority1 7");
+   shows("█");
+
+   press("End");
+   shows("Ethernet30 ");
+   press("Home Right Right s s");
+   std::string const sorted = shows("vmpassEnabled");
+   EXPECT_LT(sorted.find("Ethernet29 "), sorted.find("Ethernet1 ")) << sorted;
+
+   press("c");
+   shows("blank: value   r: rate   h: history");
+   press("Down Down Space q");
+   shows(width > 100 ? "logSyncInterval" : "key");
+   press("p");
+   shows("-- paused");
+   press("p '?'");
+   shows("Any key goes back.");
+
+   press("x");
+   server->signal(SIGKILL);
+   server->finish();
+   EXPECT_THAT(shows("-- connection lost: "), HasSubstr("Ethernet2"));
+   server = std::make_unique<Program>(std::vector<std::string>{"serve", "--socket", socket});
+   shows("ptp/config.intfConfig: 0 rows");
+   change({"add", "ptp/config.intfConfig[Ethernet99]", "true", "true"});
+   EXPECT_EQ(shows("Ethernet99 ").find("connection lost"), std::string::npos);
+   press("q");
+   for (int i = 0; i != 100 && tmux("ls").find("no server") == std::string::npos; ++i) {
+      ::usleep(20000);
+   }
+   EXPECT_THAT(tmux("ls"), HasSubstr("no server"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, TopTerminal, testing::Values(std::pair(80, 24), std::pair(200, 60)),
+                         [](auto const& at) {
+                            return std::to_string(at.param.first) + "x" +
+                                   std::to_string(at.param.second);
+                         });
+
+}  // namespace
+}  // namespace Ptpstate

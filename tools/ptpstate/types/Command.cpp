@@ -1,0 +1,174 @@
+// types
+#include <CLI/CLI.hpp>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+
+#include "Holt/State/Values.h"
+#include "Holt/Table.h"
+#include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/types/Catalog.h"
+
+namespace Ptpstate {
+
+using namespace Holt;
+
+namespace {
+
+using Kiv::TypeImpl;
+
+struct TypesOptions {
+   std::string name;
+   bool json = false;
+};
+
+std::string hashText(Kiv::KivModule const& module) {
+   std::ostringstream text;
+   text << std::hex << std::setfill('0') << std::setw(8) << module.hash();
+   return text.str();
+}
+
+std::string rangeText(MemberInfo const& member) {
+   return member.least != nullptr ? valueText(*member.least) + ".." + valueText(*member.greatest)
+                                  : "";
+}
+
+/// What a member is beside its kind: constructor arguments and what does not travel.
+std::string remarkText(TypeImpl const& type, MemberInfo const& member) {
+   using Kiv::FieldDescriptor;
+   std::string text;
+   if (type.isCtorArg(member.field->fieldId)) {
+      text = "given";
+   }
+   if (member.kind == std::string_view("attribute") &&
+       !member.field->has(FieldDescriptor::streamed)) {
+      text += text.empty() ? "local" : ", local";
+   }
+   if (member.field->has(FieldDescriptor::named)) {
+      text += "named";
+   }
+   return text;
+}
+
+void printList(std::vector<TypeImpl const*> const& types) {
+   Table table({"module", "type", "kind", "members"});
+   table.rightIs(3);
+   for (TypeImpl const* const type : types) {
+      std::size_t count = enumeratorsOf(*type).size();
+      forEachField(*type, [&count](Kiv::FieldDescriptor const&) { ++count; });
+      table.row({type->module->name(), type->name, kindText(*type), std::to_string(count)});
+   }
+   table.print(std::cout);
+}
+
+void printType(TypeImpl const& type) {
+   std::cout << type.name << ": " << kindText(type) << " of " << type.module->name();
+   if (type.base != nullptr) {
+      std::cout << ", derived from " << type.base->name;
+   }
+   if (type.named) {
+      std::cout << ", made with a name";
+   }
+   std::cout << '\n';
+   if (type.kind == Kiv::TypeKind::enumeration) {
+      Table table({"value", "name"});
+      table.rightIs(0);
+      for (Enumerator const& each : enumeratorsOf(type)) {
+         table.row({std::to_string(each.value), each.name});
+      }
+      table.print(std::cout);
+      return;
+   }
+   Table table({"id", "name", "kind", "type", "range", "note", "default"});
+   table.rightIs(0);
+   for (MemberInfo const& member : membersOf(type)) {
+      table.row({std::to_string(member.field->fieldId), member.field->name, member.kind,
+                 member.type, rangeText(member), remarkText(type, member),
+                 member.initial != nullptr ? valueText(*member.initial) : ""});
+   }
+   table.print(std::cout);
+}
+
+Json memberJson(TypeImpl const& type, MemberInfo const& member) {
+   using Kiv::FieldDescriptor;
+   FieldDescriptor const& field = *member.field;
+   Json json{{"id", field.fieldId}, {"name", field.name}, {"kind", member.kind}};
+   if (field.type != nullptr) {
+      json["type"] = member.valueType;
+   }
+   if (field.keyType != nullptr) {
+      json["key"] = field.keyType->name;
+   }
+   if (member.initial != nullptr) {
+      json["default"] = jsonOf(*field.type, member.initial->get());
+   }
+   if (member.least != nullptr) {
+      json["range"] = {jsonOf(*field.type, member.least->get()),
+                       jsonOf(*field.type, member.greatest->get())};
+   }
+   if (type.kind == Kiv::TypeKind::entity) {
+      json["given"] = type.isCtorArg(field.fieldId);
+      json["streamed"] = field.has(FieldDescriptor::streamed);
+   }
+   return json;
+}
+
+Json typeJson(TypeImpl const& type) {
+   Json json{{"name", type.name}, {"kind", kindText(type)}};
+   if (type.base != nullptr) {
+      json["base"] = type.base->name;
+   }
+   if (type.kind == Kiv::TypeKind::enumeration) {
+      json["enumerators"] = Json::object();
+      for (Enumerator const& each : enumeratorsOf(type)) {
+         json["enumerators"][each.name] = each.value;
+      }
+      return json;
+   }
+   json["named"] = type.named;
+   json["members"] = Json::array();
+   for (MemberInfo const& member : membersOf(type)) {
+      json["members"].push_back(memberJson(type, member));
+   }
+   return json;
+}
+
+void printJson(std::vector<TypeImpl const*> const& types) {
+   Json modules = Json::array();
+   for (TypeImpl const* const type : types) {
+      if (modules.empty() || modules.back()["module"] != type->module->name()) {
+         modules.push_back({{"module", type->module->name()},
+                            {"hash", hashText(*type->module)},
+                            {"types", Json::array()}});
+      }
+      modules.back()["types"].push_back(typeJson(*type));
+   }
+   std::cout << jsonLine(modules, 3) << '\n';
+}
+
+Exit types(TypesOptions const& options) {
+   auto const found = typesByName(options.name);
+   if (options.json) {
+      printJson(found);
+   } else if (options.name.empty()) {
+      printList(found);
+   } else {
+      for (TypeImpl const* const type : found) {
+         std::cout << (type == found.front() ? "" : "\n");
+         printType(*type);
+      }
+   }
+   return Exit::ok;
+}
+
+}  // namespace
+
+void addTypes(CLI::App& app, Run& run) {
+   auto const options = std::make_shared<TypesOptions>();
+   CLI::App& command = *app.add_subcommand("types");
+   command.add_option("name", options->name)->type_name("NAME");
+   command.add_flag("--json", options->json);
+   command.callback([options, &run] { run = [options] { return types(*options); }; });
+}
+
+}  // namespace Ptpstate
