@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Kiv/Map/Hash.h"
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogPlayer.h"
 #include "Kiv/NboAttrLogRecorder.h"
@@ -42,9 +43,9 @@ public:
    /// Watches the root, or a random child of it before those who watch from above.
    void watch() {
       Kiv::Entity* watched = &root_;
-      Kiv::forEachChild(root_, [&](Kiv::Entity& child, Kiv::FieldDescriptor const&, void const*) {
-         watched = chance_.oneIn(3) ? &child : watched;
-      });
+      for (Kiv::Entity* const child : childrenInOrder(root_)) {
+         watched = chance_.oneIn(3) ? child : watched;
+      }
       if (!watched->hasObserver(*this, Kiv::Scope::entity)) {
          watched->observerAdd(*this);
       }
@@ -171,6 +172,7 @@ struct Simulation::Recording final : Kiv::NboAttrLog::RecordSink, Kiv::NboAttrLo
 };
 
 Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chance_(seed) {
+   Kiv::HashHelper::hashSeed32Is(hashSeed);  // the orders of maps are part of what a seed does
    static constexpr std::size_t buffers[] = {900, 1200, 3000, 100000};
    std::size_t const chosen = buffers[chance_.below(std::size(buffers))];
    limits_.outputBuffer = plan.outputBuffer != 0 ? plan.outputBuffer : chosen;
@@ -258,6 +260,7 @@ std::size_t Simulation::carry(Session& from, Session& to, std::size_t most) {
       // In memory of exactly this size, so that reading past its end is noticed.
       std::unique_ptr<U8[]> const bytes(new U8[size]);
       std::copy(piece.begin, piece.begin + size, bytes.get());
+      trace_ = Kiv::NboAttrLog::crc32c(bytes.get(), size, trace_);
       to.received(bytes.get(), size);
       from.sent(size);
    }

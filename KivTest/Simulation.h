@@ -48,8 +48,14 @@ struct SimulationPlan {
 /// mirror must equal the source, all connections must be there and all mounts complete.
 ///
 ///    EXPECT_EQ(Simulation(plan, seed).run(), "");
+///
+/// A seed does the same in every run, alone or behind others: each simulation begins with the same
+/// hashes and orders of maps. A program that simulates therefore fixes the seed of hashes when it
+/// starts, by `Kiv::HashHelper::hashSeed32Is(Simulation::hashSeed)`.
 class Simulation {
 public:
+   static constexpr U32 hashSeed = 1;
+
    Simulation(SimulationPlan const& plan, U64 seed);
    ~Simulation();
    Simulation(Simulation const&) = delete;
@@ -57,6 +63,8 @@ public:
 
    /// What went wrong first; empty if nothing did.
    std::string run();
+   /// A checksum of all bytes that were carried so far: the same for the same plan and seed.
+   U32 trace() const noexcept { return trace_; }
 
 private:
    struct Link;
@@ -76,6 +84,7 @@ private:
 
    SimulationPlan plan_;
    Chance chance_;
+   U32 trace_ = 0;
    Kiv::NboAttrLog::Limits limits_;
    std::vector<std::unique_ptr<Site>> sites_;
    std::vector<std::unique_ptr<Link>> links_;

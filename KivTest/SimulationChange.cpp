@@ -25,11 +25,20 @@ std::string domainText(std::string const& domain) {
           domain + ")";
 }
 
+std::string opaqueText(std::string const& content) {
+   return "KivTest::Opaque(content=" + content + ")";
+}
+
 /// Text forms of values of types whose encoded bytes are seldom good by chance, or seldom
 /// different.
 std::vector<std::string> const* textsOf(std::string_view type) {
    static std::map<std::string, std::vector<std::string>, std::less<>> const all = {
          {"bool", {"false", "true"}},
+         // The two zeros are equal, so that setters take one for the other.
+         {"double", {"0", "-0", "0", "-0", "1", "-2.5", "1e300", "inf", "nan"}},
+         {"float", {"0", "-0", "0", "-0", "1", "-2.5", "1e30", "inf", "nan"}},
+         {"Kiv::Seconds", {"0", "-0", "1", "2.5", "inf"}},
+         {"KivTest::Opaque", {opaqueText("0"), opaqueText("-0"), opaqueText("1")}},
          {"Dorn::IntfId", {"\"\"", "Ethernet1", "Ethernet2", "Ethernet3/1", "Vlan7", "eth0"}},
          {"Ptp::PortDSKey",
           {"Ptp::PortDSKey(intf=\"\", vlanId=none)", "Ptp::PortDSKey(intf=Ethernet1, vlanId=none)",
@@ -40,6 +49,14 @@ std::vector<std::string> const* textsOf(std::string_view type) {
    };
    auto const found = all.find(type);
    return found == all.end() ? nullptr : &found->second;
+}
+
+std::vector<U8> encodedKey(FieldDescriptor const& field, void const* key) {
+   Kiv::CollectionOps const& ops = *field.ops->collection;
+   std::vector<U8> bytes(ops.keySize(key));
+   Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
+   ops.encodeKey(out, key);
+   return bytes;
 }
 
 class Changer {
@@ -67,25 +84,10 @@ public:
    }
 
 private:
-   static std::vector<U8> encodedKey(FieldDescriptor const& field, void const* key) {
-      Kiv::CollectionOps const& ops = *field.ops->collection;
-      std::vector<U8> bytes(ops.keySize(key));
-      Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
-      ops.encodeKey(out, key);
-      return bytes;
-   }
-
-   /// In the order of the members and keys: that of a hash map differs from map to map.
    static void gather(Entity& entity, std::vector<Entity*>& all) {
       all.push_back(&entity);
-      std::vector<std::tuple<Kiv::AttributeId, std::vector<U8>, Entity*>> children;
-      Kiv::forEachChild(entity, [&](Entity& child, FieldDescriptor const& field, void const* key) {
-         children.emplace_back(field.fieldId,
-                               key != nullptr ? encodedKey(field, key) : std::vector<U8>(), &child);
-      });
-      std::sort(children.begin(), children.end());
-      for (auto const& child : children) {
-         gather(*std::get<Entity*>(child), all);
+      for (Entity* const child : childrenInOrder(entity)) {
+         gather(*child, all);
       }
    }
 
@@ -289,6 +291,20 @@ private:
 };
 
 }  // namespace
+
+std::vector<Entity*> childrenInOrder(Entity const& entity) {
+   std::vector<std::tuple<Kiv::AttributeId, std::vector<U8>, Entity*>> keyed;
+   Kiv::forEachChild(entity, [&](Entity& child, FieldDescriptor const& field, void const* key) {
+      keyed.emplace_back(field.fieldId, key != nullptr ? encodedKey(field, key) : std::vector<U8>(),
+                         &child);
+   });
+   std::sort(keyed.begin(), keyed.end());
+   std::vector<Entity*> children;
+   for (auto const& child : keyed) {
+      children.push_back(std::get<Entity*>(child));
+   }
+   return children;
+}
 
 void changeAtRandom(Entity& root, Chance& chance, ChangeBounds const& bounds) {
    Changer(chance, bounds).change(root);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <random>
+#include <vector>
 
 #include "Kiv/AttrOps.h"
 #include "Kiv/Entity.h"
@@ -29,6 +30,10 @@ struct ChangeBounds {
    /// Bytes of a text that is not a key; the default leaves most texts empty.
    std::size_t text = 0;
 };
+
+/// The children of an entity in the order of their attributes and keys: that of a hash map differs
+/// from map to map, and what chance picks must not.
+std::vector<Kiv::Entity*> childrenInOrder(Kiv::Entity const& entity);
 
 /// Makes one random change somewhere in the tree: a value of any kind, an element or a child
 /// entity made, changed, deleted or made again, a queue filled, emptied or shortened. Values that

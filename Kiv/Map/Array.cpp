@@ -1,7 +1,6 @@
 #include "Kiv/Map/Array.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -16,8 +15,6 @@ constexpr std::size_t blockAlignment(std::size_t size, std::size_t slotAlignment
    std::size_t const wanted = size > Sarn::slabMaxSize ? 64 : Sarn::slabAlignment;
    return std::max(wanted, slotAlignment);
 }
-
-constinit std::atomic<U64> ordersMade{0};
 
 /// Makes an array without factor and version.
 BucketArray* makeArray(AllocTrackTypeInfo& tracker, HashSizeStep step, U32 slots,
@@ -41,13 +38,7 @@ BucketArray* makeArray(AllocTrackTypeInfo& tracker, HashSizeStep step, U32 slots
 }  // namespace
 
 HashOrder HashOrder::fresh() noexcept {
-   U64 number;
-   if (Sarn::threadsExist()) {
-      number = ordersMade.fetch_add(1, std::memory_order_relaxed) + 1;
-   } else {
-      number = ordersMade.load(std::memory_order_relaxed) + 1;
-      ordersMade.store(number, std::memory_order_relaxed);
-   }
+   U64 const number = nextOrder();
    return {number, orderFactor(number)};
 }
 

@@ -7,6 +7,8 @@
 #include <cassert>
 #include <chrono>
 
+#include "Sarn/Node.h"
+
 namespace Kiv {
 
 namespace {
@@ -23,6 +25,9 @@ U64 randomWord() noexcept {
 }
 
 constinit U64 orderSecret = 0;
+constinit std::atomic<U64> ordersMade{0};
+/// The last order before `hashSeed32Is` was called.
+constinit U64 ordersBefore = 0;
 
 void drawOrderSecret() noexcept {
    orderSecret = randomWord();
@@ -42,8 +47,17 @@ namespace Impl {
 
 constinit U64 hashSecret = 0;
 
+U64 nextOrder() noexcept {
+   if (Sarn::threadsExist()) {
+      return ordersMade.fetch_add(1, std::memory_order_relaxed) + 1;
+   }
+   U64 const number = ordersMade.load(std::memory_order_relaxed) + 1;
+   ordersMade.store(number, std::memory_order_relaxed);
+   return number;
+}
+
 U64 orderFactor(U64 number) noexcept {
-   U64 mixed = orderSecret + number * hashMultiplier;
+   U64 mixed = orderSecret + (number - ordersBefore) * hashMultiplier;
    mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
    return (mixed ^ mixed >> 31) | 1;
@@ -67,6 +81,7 @@ void HashHelper::hashSeed32Is(U32 seed) noexcept {
       Impl::hashSecret = seed * Impl::hashMultiplier;
       orderSecret = seed;
    }
+   ordersBefore = ordersMade.load(std::memory_order_relaxed);
 }
 
 namespace Impl {

@@ -32,8 +32,10 @@ public:
       return seed != 0 ? seed : makeSeed();
    }
 
-   /// Fixes the seed and all secrets, so that a test sees the same orders in every run.
-   /// REQUIRES: `seed` is not 0, and nothing has been hashed yet except with this seed.
+   /// Fixes the seed and all secrets, so that a test sees the same orders in every run: from each
+   /// call on, maps get the orders that they got after the first call.
+   /// REQUIRES: `seed` is not 0, nothing has been hashed yet except with this seed, and no other
+   /// thread makes maps meanwhile.
    static void hashSeed32Is(U32 seed) noexcept;
 
 private:
@@ -60,8 +62,10 @@ constexpr U64 foldedMultiply(U64 a, U64 b) {
 /// leave the process. A forked process keeps them.
 extern U64 hashSecret;
 
-/// The factor of the `number`-th order that a hash table requests: odd, and derived from a second
-/// secret, which a forked process draws again.
+/// The number of the next order that a hash table requests, from 1. No number is given twice.
+U64 nextOrder() noexcept;
+/// The factor of that order: odd, and derived from a second secret, which a forked process draws
+/// again.
 U64 orderFactor(U64 number) noexcept;
 
 /// A seed spread over 64 bits and mixed with the secret. The multiplier is not symmetric, so that
