@@ -5,22 +5,19 @@
 
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogPlayer.h"
-#include "KivTest/SimulationTree.h"
+#include "KivTest/RecordingPutRight.h"
 #include "KivTest/TestTypes.h"
 
 // A file that claims to be a recording. Whatever it holds, reading it ends, damage lies within it,
 // what it says is applied as far as it can be, and every moment that it names is found or is not.
 //
-//     byte 0     bit 0: checksums and lengths are put right first, so that what is behind them is
-//                reached
+//     byte 0     bit 0: checksums and lengths are put right first (KivTest/RecordingPutRight.h)
 //     then       the file
 
 namespace {
 
-using Kiv::NboAttrLog::blockHeaderSize;
 using Kiv::NboAttrLog::frameHeaderSize;
 using Kiv::NboAttrLog::Limits;
-using Kiv::NboAttrLog::Out;
 using Kiv::NboAttrLog::Player;
 using Kiv::NboAttrLog::RecordingReader;
 using Bytes = std::vector<U8>;
@@ -47,32 +44,6 @@ private:
    Bytes const& bytes_;
 };
 
-/// The checksum that each header and frame would have, so far as lengths lead from one to the next.
-void putRight(Bytes& bytes) {
-   constexpr U32 blockSize = 1024;
-   for (std::size_t block = 0; block + blockHeaderSize <= bytes.size(); block += blockSize) {
-      U8* const header = bytes.data() + block;
-      std::copy_n(Kiv::NboAttrLog::recordingMagic, 8, header);
-      Out out(header + 8, 16);
-      out.writeU32(Kiv::NboAttrLog::recordingVersion);
-      out.writeU32(blockSize);
-      out.writeU64(block / blockSize);
-      Out(header + blockHeaderSize - 4, 4)
-            .writeU32(Kiv::NboAttrLog::crc32c(header, blockHeaderSize - 4));
-      std::size_t const end = std::min<std::size_t>(block + blockSize, bytes.size());
-      for (std::size_t at = block + blockHeaderSize; at + frameHeaderSize <= end;) {
-         std::size_t const left = end - at - frameHeaderSize;
-         std::size_t size = Kiv::NboAttrLog::In(bytes.data() + at, bytes.data() + end).nextU32();
-         bool const padding = size == 0 && bytes[at + 8] == 0;
-         size = padding ? left : size <= left ? size : size % (left + 1);
-         U8* const frame = bytes.data() + at;
-         Out(frame, 4).writeU32(static_cast<U32>(size));
-         Out(frame + 4, 4).writeU32(Kiv::NboAttrLog::crc32c(frame + 8, frameHeaderSize - 8 + size));
-         at += frameHeaderSize + size;
-      }
-   }
-}
-
 Sarn::Ptr<Kiv::NamedEntity> make(Kiv::NboAttrLog::OfferedRoot const& root) {
    return root.type == "KivTest::Root" && root.name.size() < 16
                 ? Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get())
@@ -98,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
    }
    Bytes bytes(data + 1, data + size);
    if ((data[0] & 1) != 0) {
-      putRight(bytes);
+      KivTest::recordingPutRight(bytes);
    }
    Source source(bytes);
    RecordingReader reader(source);

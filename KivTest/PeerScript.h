@@ -1,0 +1,51 @@
+// A peer that sends whatever it likes, to a mirror or to a source that takes writers.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Kiv/NboAttrLogSession.h"
+#include "KivTest/TestTypes.h"
+
+namespace KivTest {
+
+/// Plays a script: what the peer sends, as it stands or as messages of which only the fields are
+/// given, changes on this side, and reads. The peer may lose its connection; the tree stays whole,
+/// and a bystander who mirrors the same tree notices nothing but changes.
+///
+///     byte 0             bit 0: the peer is a writer, not a source; bit 1: it has not greeted yet
+///     then, repeated     0 length16 bytes...                             received as they are
+///                        1 opcode handle attribute length8 bytes...      a message
+///                        2 seed16                                        a change on this side
+///                        3                                               the peer reads
+///                        4                                               the bystander reads
+class PeerScript {
+public:
+   using Bytes = std::vector<U8>;
+
+   explicit PeerScript(Bytes const& script);
+
+   /// What is wrong at the end; empty if nothing is.
+   std::string check();
+   /// Messages that came from the peer, and why its session was closed, if it was.
+   U64 messages() const noexcept { return session_.stats().messagesIn; }
+   Sarn::String const& closeReason() const noexcept { return session_.closeReason(); }
+
+private:
+   class Input;
+
+   void begin(U8 mode);
+   void play(Input& in);
+   void receive(Bytes const& bytes);
+   void rest();
+
+   Sarn::Ptr<Root> root_;
+   Sarn::Ptr<Root> mirrored_;
+   Kiv::NboAttrLog::Hub hub_;
+   Kiv::NboAttrLog::Hub otherHub_;
+   Kiv::NboAttrLog::Session session_;
+   Kiv::NboAttrLog::Session server_;
+   Kiv::NboAttrLog::Session bystander_;
+};
+
+}  // namespace KivTest
