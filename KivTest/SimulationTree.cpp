@@ -1,5 +1,7 @@
 #include "KivTest/SimulationTree.h"
 
+#include <vector>
+
 #include "Kiv/AttrOps.h"
 #include "Kiv/Path.h"
 #include "Kiv/Types.h"
@@ -57,9 +59,17 @@ private:
       return where + ": " + actual + ", not " + expected;
    }
 
-   /// Equal by the type's own comparison, or alike as text, as NaNs are.
+   static std::vector<U8> encoded(Kiv::TypeImpl const& type, void const* value) {
+      std::vector<U8> bytes(type.support->encodedSize(value));
+      Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
+      type.support->encode(out, value);
+      return bytes;
+   }
+
+   /// Alike in a dump: so are NaNs, which are not equal, and not the two zeros, which are.
    static bool alike(Kiv::TypeImpl const& type, void const* a, void const* b) {
-      return type.support->isEq(a, b) || type.genericIfStrRep(a) == type.genericIfStrRep(b);
+      return type.support->isEq(a, b) ? encoded(type, a) == encoded(type, b)
+                                      : type.genericIfStrRep(a) == type.genericIfStrRep(b);
    }
 
    std::string members(Entity& expected, Entity& actual, FieldDescriptor const& field) {

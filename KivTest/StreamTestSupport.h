@@ -25,6 +25,13 @@ using Kiv::NboAttrLog::SessionListener;
 using KivTest::Root;
 using Bytes = std::vector<U8>;
 
+/// Room for few messages, so that a reader is soon behind.
+inline Limits narrow(std::size_t outputBuffer = 1200) {
+   Limits limits;
+   limits.outputBuffer = outputBuffer;
+   return limits;
+}
+
 /// "set 01000000.258 01": opcode, handle, attribute and body of one message.
 inline std::string line(U8 const* header, U8 const* body, std::size_t size) {
    static constexpr char const* names[] = {"?",

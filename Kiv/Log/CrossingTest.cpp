@@ -10,12 +10,6 @@ U16 idOf(Kiv::TypeImpl const& type, std::string_view name) {
    return type.field(name)->fieldId;
 }
 
-Limits narrow() {
-   Limits limits;
-   limits.outputBuffer = 1000;
-   return limits;
-}
-
 class StreamCrossing : public StreamTest {
 protected:
    explicit StreamCrossing(Limits const& limits = {}) : StreamTest(limits) {
@@ -31,7 +25,7 @@ protected:
 
 class StreamNarrowCrossing : public StreamCrossing {
 protected:
-   StreamNarrowCrossing() : StreamCrossing(narrow()) {}
+   StreamNarrowCrossing() : StreamCrossing(narrow(1000)) {}
 };
 
 TEST_F(StreamNarrowCrossing, AChildThatTheWriterCouldNotTellYetKeepsWhatWasDoneToIt) {
@@ -103,6 +97,34 @@ TEST_F(StreamNarrowCrossing, ARootThatIsWithdrawnInsideAReplayIsReplayedAgain) {
    copy->leaf(7)->ticksIs(5);
    carry();
    EXPECT_EQ(root->leaf(7)->ticks(), 5);
+}
+
+TEST_F(StreamNarrowCrossing, ARootThatIsWithdrawnInsideAReplayIsToldNoFurtherThoughOthersHaveIt) {
+   for (U32 i = 0; i != 60; ++i) {
+      root->leafIs(i, true, KivTest::Opaque(1))->twigIs(KivTest::Level::low);
+   }
+   carry();
+   source.connect();
+   mirror.connect();
+   mirror.told();
+   mirror.session->mountIs(copy, MountMode::writer);
+   source.receive(mirror.take());
+   auto const piece = source.session->output();
+   Bytes const part(piece.begin, piece.begin + piece.size);
+   source.session->sent(part.size());
+   mirror.receive(part);
+   {
+      Session here(source.hub);
+      here.mountIs(root, MountMode::writer);
+      source.hub.rootDel("KivTest::Root", "test");
+      Bytes const rest = source.take();
+      EXPECT_LT(lines(rest).size(), 100u) << "what waited, and that the root is gone";
+      mirror.receive(rest);
+      carry();
+   }
+   EXPECT_EQ(mirror.told(), "replaying; gone");
+   source.hub.rootIs(root);
+   mount(MountMode::writer);
 }
 
 TEST_F(StreamCrossing, ABindForWhatIsGoneLeavesTheHandleWithWhatItWasGivenTo) {
@@ -193,7 +215,7 @@ protected:
    }
 
    static Limits oneKey() {
-      Limits limits = narrow();
+      Limits limits = narrow(1000);
       limits.dirtyKeys = 1;
       return limits;
    }
@@ -351,9 +373,21 @@ TEST_F(StreamForgedSource, ReplaysACollectionOfAnEntityInThePlaceOfOneThatIsGone
    EXPECT_FALSE(copy->leafHas(3));
 }
 
+TEST_F(StreamForgedSource, ReplaysACollectionOfAnEntityInThePlaceOfOneThatAWriterHasRemoved) {
+   mirror.connect();
+   source.connect();
+   mount(MountMode::writer);
+   for (U32 i = 0; i != 8; ++i) {
+      mirror.receive(create(0x01000060 + i, 3));
+      mirror.receive(twig(Opcode::collectionBegin, 0x01000060 + i));
+      copy->leafDel(3);
+   }
+   EXPECT_FALSE(copy->leafHas(3));
+}
+
 class StreamNarrowWalk : public StreamTest {
 protected:
-   StreamNarrowWalk() : StreamTest(narrow()) {}
+   StreamNarrowWalk() : StreamTest(narrow(1000)) {}
 };
 
 TEST_F(StreamNarrowWalk, AKeyThatIsDeletedAndMadeAgainIsToldBehindItsCollection) {

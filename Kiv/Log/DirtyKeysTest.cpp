@@ -2,7 +2,7 @@
 // of which more has changed is replayed whole.
 #include <algorithm>
 
-#include "KivTest/StreamTestSupport.h"
+#include "KivTest/StreamStopTestSupport.h"
 
 using namespace StreamTesting;
 
@@ -11,61 +11,16 @@ namespace {
 constexpr std::size_t bound = 8;
 
 Limits fewKeys() {
-   Limits limits;
-   limits.outputBuffer = 1200;
+   Limits limits = narrow();
    limits.dirtyKeys = bound;
    return limits;
 }
 
-/// A complete mirror whose connection can be filled up, so that changes must wait.
-class StreamDirtyKeys : public StreamTest {
+class StreamDirtyKeys : public StreamStopTest {
 protected:
-   StreamDirtyKeys() : StreamTest(fewKeys()) { mount(); }
+   StreamDirtyKeys() : StreamStopTest(fewKeys()) {}
 
-   /// Fills an end's output, so that nothing more can be written.
-   static void fillUp(End& end, Root& of) {
-      while (end.session->upToDate()) {
-         of.count8Is(static_cast<U8>(of.count8() + 1));
-      }
-   }
-   void stop() {
-      fillUp(source, *root);
-      waiting = source.session->stats().messagesOut;
-   }
-   /// Carries one piece of what waits.
-   std::string carryPiece() {
-      auto const piece = source.session->output();
-      Bytes const bytes(piece.begin, piece.begin + piece.size);
-      mirror.receive(bytes);
-      source.session->sent(bytes.size());
-      EXPECT_EQ(mirror.session->closeReason(), "");
-      return joined(lines(bytes));
-   }
-   /// Carries what was written before the stop, and gives what is written then, but for the
-   /// counter that has filled the output up.
-   std::string resume() {
-      while (source.session->stats().messagesOut == waiting) {
-         carryPiece();
-      }
-      Bytes const rest = source.take();
-      mirror.receive(rest);
-      EXPECT_EQ(mirror.session->closeReason(), "");
-      expectEqual();
-      EXPECT_EQ(source.session->dirtyEntities(), 0u);
-      std::string text;
-      for (std::string const& one : lines(rest)) {
-         if (one.find("." + std::to_string(idOf("count8")) + " ") == one.npos) {
-            text += (text.empty() ? "" : "; ") + one;
-         }
-      }
-      return text;
-   }
    std::size_t dirtyKeys() const { return source.session->status().dirtyKeys; }
-   static U16 idOf(std::string_view name) { return Root::kivTypeImpl.field(name)->fieldId; }
-   static std::string at(char const* opcode, char const* name, std::string const& body = "") {
-      return std::string(opcode) + " 01000000." + std::to_string(idOf(name)) +
-             (!body.empty() ? " " : "") + body;
-   }
    static std::string hex(U32 v) {
       char text[9];
       std::snprintf(text, sizeof text, "%08x", v);
@@ -79,8 +34,6 @@ protected:
       made->ticksIs(ticks);
       return made;
    }
-
-   U64 waiting = 0;
 };
 
 TEST_F(StreamDirtyKeys, UpToTheBoundAreToldOneByOne) {

@@ -324,4 +324,111 @@ TEST_F(StreamPartsIn, GreetingsAndPartsDoNotComeInParts) {
    }
 }
 
+TEST_F(StreamSmallParts, AValueThatIsLeftOutAgainIsToldOnceAndSixteenAreNamed) {
+   mount();
+   auto const what = [](U32 number) {
+      return "test.byNumber[" + std::to_string(number) + "] (" + std::to_string(idOf("byNumber")) +
+             "): 308 bytes exceed the bound of 256";
+   };
+   for (char const c : {'x', 'y', 'z'}) {
+      root->byNumberIs(1, std::string(300, c));
+      carry();
+   }
+   EXPECT_EQ(source.told(), "left out: " + what(1));
+   EXPECT_EQ(source.session->status().stats.valuesLeftOut, 3u);
+   for (U32 number = 2; number != 21; ++number) {
+      root->byNumberIs(number, std::string(300, 'x'));
+      carry();
+   }
+   std::vector<Sarn::String> const named = source.session->status().leftOut;
+   ASSERT_EQ(named.size(), 16u);
+   EXPECT_EQ(named.front(), what(5));
+   EXPECT_EQ(named.back(), what(20));
+}
+
+/// A tree with keys and queues of any size, and a bound of two changed keys.
+class StreamSmallPartsOfAHedge : public testing::Test {
+protected:
+   StreamSmallPartsOfAHedge() : source(few()), mirror(few()) {
+      source.hub.rootIs(root);
+      connect();
+   }
+   ~StreamSmallPartsOfAHedge() override {
+      mirror.session.reset();
+      source.session.reset();
+   }
+   static Limits few() {
+      Limits all = limits(700, 200, 2000);
+      all.dirtyKeys = 2;
+      return all;
+   }
+   void connect() {
+      source.connect();
+      mirror.connect();
+      mirror.session->mountIs(copy);
+      carry();
+   }
+   void carry() {
+      for (bool moved = true; moved;) {
+         Bytes const forth = source.take();
+         Bytes const back = mirror.take();
+         moved = !forth.empty() || !back.empty();
+         mirror.receive(forth);
+         source.receive(back);
+      }
+      EXPECT_EQ(source.session->closeReason() + mirror.session->closeReason(), "");
+   }
+
+   Sarn::Ptr<KivTest::Hedge> root = KivTest::hedgeFactory("hedge");
+   Sarn::Ptr<KivTest::Hedge> copy = KivTest::hedgeFactory("hedge");
+   End source;
+   End mirror;
+};
+
+TEST_F(StreamSmallPartsOfAHedge, AnElementOfAQueueThatIsLeftOutKeepsItsPlace) {
+   source.told();
+   root->labelsEnq("a");
+   root->labelsEnq(std::string(3000, 'x'));
+   root->labelsEnq("c");
+   carry();
+   auto const expectPlaces = [this] {
+      ASSERT_EQ(copy->labelsCount(), 3u);
+      EXPECT_EQ(copy->labels(1), "a");
+      EXPECT_EQ(copy->labels(2), "");
+      EXPECT_EQ(copy->labels(3), "c");
+      std::string const told = source.told();
+      EXPECT_EQ(told.find("left out: hedge.labels[2] ("), 0u) << told;
+      EXPECT_NE(told.find("): 3008 bytes exceed the bound of 2000"), std::string::npos) << told;
+   };
+   expectPlaces();
+   connect();
+   expectPlaces();
+}
+
+TEST_F(StreamSmallPartsOfAHedge, ManyChildrenMadeAgainAreReplayedThoughAKeyTravelsInParts) {
+   std::vector<std::string> keys = {"a", "b", "c", "d", std::string(1500, 'k')};
+   for (std::string const& key : keys) {
+      root->witheIs(key)->lengthIs(5);
+   }
+   carry();
+   while (source.session->upToDate()) {
+      root->measureIs(KivTest::Opaque(root->measure().content() + 1));
+   }
+   for (std::string const& key : keys) {
+      root->witheDel(key);
+      root->witheIs(key);
+   }
+   EXPECT_EQ(source.session->status().dirtyKeys, 0u) << "more than are remembered";
+   for (int rounds = 0; !source.session->upToDate(); ++rounds) {
+      ASSERT_LT(rounds, 1000);
+      auto const piece = source.session->output();
+      Bytes const bytes(piece.begin, piece.begin + piece.size);
+      mirror.receive(bytes);
+      source.session->sent(bytes.size());
+   }
+   carry();
+   EXPECT_EQ(copy->witheCount(), keys.size());
+   EXPECT_EQ(KivTest::firstDifference(*root, *copy), "");
+}
+
 }  // namespace

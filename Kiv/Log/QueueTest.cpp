@@ -1,5 +1,5 @@
 // Queues whose numbers are not what a reader had: behind a relay, from a writer, and during a walk.
-#include "KivTest/StreamTestSupport.h"
+#include "KivTest/StreamStopTestSupport.h"
 
 using namespace StreamTesting;
 
@@ -7,12 +7,6 @@ namespace {
 
 U16 samplesId() {
    return Root::kivTypeImpl.field("samples")->fieldId;
-}
-
-Limits narrow() {
-   Limits limits;
-   limits.outputBuffer = 1000;
-   return limits;
 }
 
 Bytes pieceOf(Session& session, std::size_t most) {
@@ -88,7 +82,7 @@ protected:
 
 class StreamNarrowRelay : public StreamRelay {
 protected:
-   StreamNarrowRelay() : StreamRelay(narrow()) {}
+   StreamNarrowRelay() : StreamRelay(narrow(1000)) {}
 };
 
 TEST_F(StreamNarrowRelay, AReaderThatStopsInsideAQueueGetsItWhenItIsNumberedLowerMeanwhile) {
@@ -140,7 +134,7 @@ TEST_F(StreamRelay, AReaderThatIsUpToDateGetsAQueueThatIsNumberedLower) {
 
 class StreamWalkedQueue : public StreamTest {
 protected:
-   StreamWalkedQueue() : StreamTest(narrow()) {}
+   StreamWalkedQueue() : StreamTest(narrow(1000)) {}
 };
 
 TEST_F(StreamWalkedQueue, TellsAnElementOnceThatCameWhileTheQueueWasReplayed) {
@@ -212,6 +206,82 @@ TEST_F(StreamServedQueue, GetsTheWholeQueueBackForAWrongNumberAlthoughNothingIsO
    EXPECT_EQ(source.sent(), "collectionBegin" + id + "00000001; enqueue" + id +
                                   "000000013ff0000000000000; enqueue" + id +
                                   "000000024000000000000000");
+}
+
+/// The numbers of the queue wrap around: its third element is number 0.
+class StreamQueueWrap : public StreamStopTest {
+protected:
+   StreamQueueWrap() {
+      source.connect();
+      mirror.connect();
+      // The only way to such numbers without four thousand million elements.
+      const_cast<Sarn::RQueue<double>&>(root->samplesAll()).forceSequenceNumber(0xfffffffe);
+   }
+   void enqueue(int count) {
+      for (int i = 0; i != count; ++i) {
+         root->samplesEnq(0);
+      }
+   }
+   static std::string front(char const* sequence) { return at("front", "samples", sequence); }
+   static std::string element(std::string const& sequence) {
+      return at("enqueue", "samples", sequence + "0000000000000000");
+   }
+};
+
+TEST_F(StreamQueueWrap, AReaderThatWasBehindIsToldOfEachElementOnce) {
+   mount();
+   stop();
+   enqueue(1);
+   EXPECT_EQ(resume(), front("fffffffe") + "; " + element("fffffffe"));
+   stop();
+   enqueue(1);
+   EXPECT_EQ(resume(), front("fffffffe") + "; " + element("ffffffff"));
+   stop();
+   enqueue(2);
+   EXPECT_EQ(resume(), front("fffffffe") + "; " + element("00000000") + "; " + element("00000001"));
+   stop();
+   enqueue(1);
+   root->samplesDeq();
+   EXPECT_EQ(resume(), front("ffffffff") + "; " + element("00000002"));
+   stop();
+   for (int i = 0; i != 3; ++i) {
+      root->samplesDeq();
+   }
+   EXPECT_EQ(resume(), front("00000002"));
+}
+
+TEST_F(StreamQueueWrap, WhatAWriterTakesIsTakenAtTheSource) {
+   mount(MountMode::writer);
+   enqueue(5);
+   carry();
+   for (int i = 0; i != 4; ++i) {
+      copy->samplesDeq();
+      carry();
+   }
+   EXPECT_EQ(root->samplesAll().frontSequence(), 2u);
+   EXPECT_EQ(root->samplesCount(), 1u);
+   expectEqual();
+}
+
+TEST_F(StreamQueueWrap, AWriterDoesNotAskAgainForWhatIsTakenAtTheSource) {
+   mount(MountMode::writer);
+   enqueue(5);
+   carry();
+   for (int i = 0; i != 4; ++i) {
+      root->samplesDeq();
+      mirror.receive(source.take());
+      EXPECT_EQ(mirror.sent(), "");
+   }
+   expectEqual();
+}
+
+TEST_F(StreamQueueWrap, IsEmptiedElementByElement) {
+   mount();
+   enqueue(5);
+   root->samplesDelAll();
+   EXPECT_EQ(root->samplesCount(), 0u);
+   carry();
+   expectEqual();
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // What a connection is told later: FlowOut, dirty keys, and readers that stop.
 #include <algorithm>
 
-#include "KivTest/StreamTestSupport.h"
+#include "KivTest/StreamStopTestSupport.h"
 
 using namespace StreamTesting;
 using Kiv::NboAttrLog::FlowOut;
@@ -9,54 +9,7 @@ using Kiv::NboAttrLog::Sa;
 
 namespace {
 
-Limits narrowLimits() {
-   Limits limits;
-   limits.outputBuffer = 1200;
-   return limits;
-}
-
-/// A mirror that is complete, and whose connection can be filled up so that changes must wait.
-class StreamReplay : public StreamTest {
-protected:
-   StreamReplay() : StreamTest(narrowLimits()) { mount(); }
-
-   /// Fills the source's output, so that nothing more can be written.
-   void stop() {
-      for (U8 i = 0; source.session->upToDate(); ++i) {
-         root->count8Is(static_cast<U8>(i + 1));
-      }
-      waiting = source.session->stats().messagesOut;
-   }
-   /// Carries what was written before the stop, and gives what is written then.
-   std::string resume() {
-      while (source.session->stats().messagesOut == waiting) {
-         Bytes const bytes(source.session->output().begin,
-                           source.session->output().begin + source.session->output().size);
-         mirror.receive(bytes);
-         source.session->sent(bytes.size());
-      }
-      Bytes const rest = source.take();
-      mirror.receive(rest);
-      EXPECT_EQ(mirror.session->closeReason(), "");
-      expectEqual();
-      EXPECT_EQ(source.session->dirtyEntities(), 0u);
-      // The counter that has filled the output up is not of interest.
-      std::string text;
-      for (std::string const& one : lines(rest)) {
-         if (one.find("." + std::to_string(idOf("count8")) + " ") == one.npos) {
-            text += (text.empty() ? "" : "; ") + one;
-         }
-      }
-      return text;
-   }
-   static U16 idOf(std::string_view name) { return Root::kivTypeImpl.field(name)->fieldId; }
-   static std::string at(char const* opcode, char const* name, char const* body) {
-      return std::string(opcode) + " 01000000." + std::to_string(idOf(name)) +
-             (*body != '\0' ? " " : "") + body;
-   }
-
-   U64 waiting = 0;
-};
+class StreamReplay : public StreamStopTest {};
 
 TEST_F(StreamReplay, AChangeThatCannotBeWrittenIsRememberedAndItsLatestValueWrittenOnce) {
    stop();

@@ -12,10 +12,8 @@ U64 testClock() noexcept {
    return clockNow;
 }
 
-/// Room for few messages, so that a reader is soon behind.
-Limits narrow() {
-   Limits limits;
-   limits.outputBuffer = 2048;
+Limits few() {
+   Limits limits = narrow(2048);
    limits.longestMessage = 1024;
    return limits;
 }
@@ -33,7 +31,7 @@ struct Answer : SessionListener {
 
 class StreamStatus : public StreamTest {
 protected:
-   StreamStatus() : StreamTest(narrow()) {
+   StreamStatus() : StreamTest(few()) {
       clockNow = 1000;
       source.hub.clockIs(&testClock);
       source.connect();

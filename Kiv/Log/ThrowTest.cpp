@@ -79,6 +79,24 @@ TEST_F(StreamThrow, AnObserversExceptionComesOutAndTheNextCallAppliesTheRest) {
    EXPECT_EQ(mirror.told(), "replaying; complete");
 }
 
+TEST_F(StreamThrow, WhateverItIsTheSessionSaysThatBytesMayWait) {
+   struct Other final : Kiv::Observer {
+      explicit Other(Root& observed) : root(observed) { root.observerAdd(*this); }
+      ~Other() { root.observerDel(*this); }
+      void onChange(Kiv::Change const&) override { throw 7; }
+      Root& root;
+   } const other(*copy);
+   Bytes const both = concat(make(Opcode::set, "u8", {7}), make(Opcode::set, "s8", {1}));
+   EXPECT_THROW(mirror.receive(both), int);
+   EXPECT_TRUE(mirror.session->interrupted());
+   EXPECT_EQ(copy->s8(), -5);
+   EXPECT_THROW(mirror.receive({}), int);
+   EXPECT_TRUE(mirror.session->interrupted());
+   EXPECT_EQ(copy->s8(), 1);
+   mirror.receive({});
+   EXPECT_FALSE(mirror.session->interrupted());
+}
+
 TEST_F(StreamThrow, AnExceptionOfASetterThatAnObserverCallsIsTheObservers) {
    struct Follower final : Kiv::Observer {
       explicit Follower(Root& observed) : root(observed) { root.observerAdd(*this); }

@@ -282,4 +282,18 @@ TEST_F(StreamReader, MustNotBindWhatWasNeverNumbered) {
    EXPECT_NE(source.session->closeReason().find("we have introduced no entity"), std::string::npos);
 }
 
+TEST_F(StreamReader, MustNotBindHandlesThatAreNone) {
+   for (auto const& [handle, reason] :
+        {std::pair<U32, char const*>(5, "the handle 5 is of turn 0, but turns begin at 1"),
+         {0x01ffffff, "the handle 33554431 exceeds the bound of 1048576 entities"}}) {
+      source.connect();
+      mirror.connect();
+      mount(MountMode::writer);
+      ASSERT_EQ(source.session->closeReason(), "");
+      source.receive(message(Opcode::bind, handle, 0, u32(root->streamHandle())));
+      EXPECT_NE(source.session->closeReason().find(reason), std::string::npos)
+            << source.session->closeReason();
+   }
+}
+
 }  // namespace

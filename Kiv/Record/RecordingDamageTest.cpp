@@ -114,6 +114,40 @@ TEST_F(RecordingDamage, AHoleOfZerosIsFoundWhereverItIs) {
    }
 }
 
+TEST_F(RecordingDamage, AHoleOfZerosIsFoundAtAnyByteAndOfAnyLength) {
+   record();
+   for (U8 i = 0; i != 36; ++i) {
+      root->byNumberIs(i, std::string(40 + i, 'x'));
+      turn();
+   }
+   Bytes const whole = closed();
+   ASSERT_GT(whole.size(), 2 * 2048u);
+   std::vector<U64> const frames = offsetsIn(whole);
+   for (std::size_t begin = 0; begin != whole.size(); ++begin) {
+      for (std::size_t const length :
+           {std::size_t(1), std::size_t(2), std::size_t(5), std::size_t(25), std::size_t(64),
+            std::size_t(512), std::size_t(2048), std::size_t(4096), whole.size()}) {
+         Bytes bad = whole;
+         std::size_t const end = std::min(begin + length, bad.size());
+         std::fill(bad.begin() + static_cast<std::ptrdiff_t>(begin),
+                   bad.begin() + static_cast<std::ptrdiff_t>(end), U8(0));
+         Source source(bad);
+         RecordingReader reader(source);
+         std::size_t count = 0;
+         for (RecordingReader::Frame frame; reader.next(frame); ++count) {
+            ASSERT_EQ(frame.offset, frames[count]);
+         }
+         // Where zeros stood before, nothing is missing.
+         ASSERT_EQ(reader.damaged(), bad != whole) << length << " zeros at " << begin;
+         ASSERT_EQ(reader.ended(), bad == whole);
+         // Nothing is read beyond the first byte that differs.
+         auto const differs = std::mismatch(bad.begin(), bad.end(), whole.begin()).first;
+         ASSERT_LE(reader.offset(), static_cast<U64>(differs - bad.begin()))
+               << length << " zeros at " << begin;
+      }
+   }
+}
+
 TEST_F(RecordingDamage, AFileThatWasMadeLongerIsDamagedThere) {
    record();
    root->u8Is(3);
