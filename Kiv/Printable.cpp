@@ -21,9 +21,15 @@ std::size_t cleanPrefix(std::string_view text) noexcept {
    return at;
 }
 
-void escape(Sarn::String& out, char c) {
+}  // namespace
+
+void appendEscape(Sarn::String& out, char c) {
    static constexpr char hex[] = "0123456789abcdef";
    switch (c) {
+      case '"':
+      case '\\':
+         out.append({'\\', c});
+         break;
       case '\n':
          out += "\\n";
          break;
@@ -39,8 +45,6 @@ void escape(Sarn::String& out, char c) {
       }
    }
 }
-
-}  // namespace
 
 std::size_t printableCharacter(std::string_view text) noexcept {
    if (text.empty()) {
@@ -78,7 +82,7 @@ Sarn::String printable(Sarn::String text) {
    shown.reserve(text.size() + text.size() / 4 + 4);
    while (clean != rest.size()) {
       shown += rest.substr(0, clean);
-      escape(shown, rest[clean]);
+      appendEscape(shown, rest[clean]);
       rest.remove_prefix(clean + 1);
       clean = cleanPrefix(rest);
    }

@@ -14,6 +14,9 @@ namespace Kiv {
 /// escapes is returned without a copy; applying the function twice changes nothing more.
 Sarn::String printable(Sarn::String text);
 
+/// Appends the escape of one byte: `\"`, `\\`, `\n`, `\r`, `\t`, else `\xHH`.
+void appendEscape(Sarn::String& out, char c);
+
 /// The bytes of the first character if it needs no escape; 0 if it does, or there is none.
 std::size_t printableCharacter(std::string_view text) noexcept;
 

@@ -243,42 +243,14 @@ void printFloat(Sarn::String& out, float v) {
 }
 
 void printString(Sarn::String& out, std::string_view v) {
-   static constexpr char hex[] = "0123456789abcdef";
    out += '"';
    for (std::size_t at = 0; at != v.size();) {
-      char const c = v[at];
       std::size_t const shown = printableCharacter(v.substr(at));
-      if (shown > 1) {
+      if (shown == 0 || v[at] == '"' || v[at] == '\\') {
+         appendEscape(out, v[at++]);
+      } else {
          out += v.substr(at, shown);
          at += shown;
-         continue;
-      }
-      ++at;
-      auto const byte = static_cast<U8>(c);
-      switch (c) {
-         case '"':
-            out += "\\\"";
-            break;
-         case '\\':
-            out += "\\\\";
-            break;
-         case '\n':
-            out += "\\n";
-            break;
-         case '\r':
-            out += "\\r";
-            break;
-         case '\t':
-            out += "\\t";
-            break;
-         default:
-            if (shown == 0) {
-               out += "\\x";
-               out += hex[byte >> 4];
-               out += hex[byte & 15];
-            } else {
-               out += c;
-            }
       }
    }
    out += '"';

@@ -1,9 +1,6 @@
 #include "PtpLib/Constants.h"
 
-// What the C library's assert() calls. Called directly because the two checks below are part of
-// the interface: they hold, and say the same, in every build and from whatever source line.
-extern "C" [[noreturn]] void __assert_fail(  // NOLINT(bugprone-reserved-identifier): its name
-      char const* expression, char const* file, unsigned line, char const* function) noexcept;
+#include "Sarn/Util.h"
 
 namespace Ptp {
 
@@ -44,9 +41,10 @@ Dorn::IpGenAddr Constants::ptpMcastIpAddr(MessageTypeNumber messageType,
       return Dorn::IpGenAddr(pdelay ? ptpPdelayIp4Addr() : ptpMcastIp4Addr());
    }
    if (transportMode != TransportMode::ipv6) {
-      __assert_fail("transportMode == ipv6()", "PtpLib/PtpStatusStatedbTypes", 34,
-                    "static Dorn::IpGenAddr Ptp::Constants::ptpMcastIpAddr("
-                    "Ptp::MessageTypeNumber, Ptp::TransportMode)");
+      // Part of the interface: it says the same wherever it stands.
+      Sarn::checkFailed("transportMode == ipv6()", "PtpLib/PtpStatusStatedbTypes", 34,
+                        "static Dorn::IpGenAddr Ptp::Constants::ptpMcastIpAddr("
+                        "Ptp::MessageTypeNumber, Ptp::TransportMode)");
    }
    return Dorn::IpGenAddr(pdelay ? ptpPdelayIp6Addr() : ptpMcastIp6Addr());
 }
@@ -60,9 +58,9 @@ Dorn::EthAddr Constants::ptpMcastEthAddr(MessageTypeNumber messageType, Transpor
       return generalMacs.of(transportMode);
    }
    if (transportMode != TransportMode::layer2) {
-      __assert_fail("ptpMode != ptpGeneralized_", "PtpLib/PtpStatusStatedbTypes", 81,
-                    "static Dorn::EthAddr Ptp::Constants::ptpMcastEthAddr("
-                    "Ptp::MessageTypeNumber, Ptp::TransportMode, Ptp::PtpMode)");
+      Sarn::checkFailed("ptpMode != ptpGeneralized_", "PtpLib/PtpStatusStatedbTypes", 81,
+                        "static Dorn::EthAddr Ptp::Constants::ptpMcastEthAddr("
+                        "Ptp::MessageTypeNumber, Ptp::TransportMode, Ptp::PtpMode)");
    }
    return pdelayMacs.layer2;
 }

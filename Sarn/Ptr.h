@@ -12,6 +12,10 @@ namespace Sarn {
 struct Adopt {};
 inline constexpr Adopt adopt{};
 
+/// Whether a pointer to a `U` is one to a `T`.
+template <class U, class T>
+concept PointsToA = std::is_convertible_v<U*, T*>;
+
 /// The pointer by which nodes are held: a user of its node, or null. Copying costs one count.
 template <class T>
 class Ptr {
@@ -26,12 +30,12 @@ public:
    Ptr(T* node, Adopt) noexcept : node_(node) {}
    Ptr(Ptr const& other) noexcept : node_(other.node_) { inc(); }
    Ptr(Ptr&& other) noexcept : node_(std::exchange(other.node_, nullptr)) {}
-   template <class U>
-   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other)
-   noexcept : node_(other.get()) { inc(); }
-   template <class U>
-   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
-   noexcept : node_(other.release()) {}
+   template <PointsToA<T> U>
+   Ptr(Ptr<U> const& other) noexcept : node_(other.get()) {
+      inc();
+   }
+   template <PointsToA<T> U>
+   Ptr(Ptr<U>&& other) noexcept : node_(other.release()) {}
    ~Ptr() { dec(); }
 
    Ptr& operator=(Ptr other) noexcept {

@@ -7,7 +7,8 @@
 /// Small helpers that everything else builds on.
 namespace Sarn {
 
-/// Ends the process as a failed assert() does. For `SARN_CHECK` alone.
+/// Ends the process as a failed assert() does, in every build. For `SARN_CHECK`, and for checks
+/// whose message names a fixed place instead of that in the code.
 [[noreturn, gnu::cold]] void checkFailed(char const* expression, char const* file, unsigned line,
                                          char const* function) noexcept;
 

@@ -113,13 +113,11 @@ struct BucketArray {
    }
    /// The first free slot from `slot` on, or `slotCount`.
    U32 freeFrom(U32 slot) const noexcept {
-      U32 free = TagWindow(tags() + slot).free();
-      while (free == 0)
-         [[unlikely]] {
-            slot += TagWindow::width;
-            free = TagWindow(tags() + slot).free();
+      for (;; slot += TagWindow::width) {
+         if (U32 const free = TagWindow(tags() + slot).free(); free != 0) [[likely]] {
+            return slot + static_cast<U32>(std::countr_zero(free));
          }
-      return slot + static_cast<U32>(std::countr_zero(free));
+      }
    }
    /// Calls `visit(slot)` for each occupied slot, in order.
    void eachOccupied(auto&& visit) const {
