@@ -8,7 +8,7 @@
 
 namespace Bridging {
 
-/// An IEEE 802.1Q VLAN id, from 1 to 4094, or none. None is first in the order.
+/// An IEEE 802.1Q VLAN id, from 1 to 4094, or none, which sorts first.
 ///
 /// Text: the number, or `none`. In the stream: U16, none as 0.
 class VlanIdOrNone {
@@ -26,10 +26,10 @@ public:
          throwRange(id);
       }
    }
-   /// The id that all of `text` is, blanks around it allowed.
+   /// Parses all of `text`; blanks around the id are allowed.
    explicit VlanIdOrNone(std::string_view text);
-   /// Reads an id or `none` at the cursor. A number that is no id, 0 included: a `RangeException`;
-   /// neither number nor `none`: a `ParseException`.
+   /// Reads an id or `none` at the cursor. Throws `RangeException` if the number is not an id (0 is
+   /// not), `ParseException` if there is neither a number nor `none`.
    explicit VlanIdOrNone(Kiv::CharRange& text);
    VlanIdOrNone(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
 

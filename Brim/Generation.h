@@ -8,10 +8,10 @@
 
 namespace Brim {
 
-/// A count that marks each restart of an activity, with a flag that asks for the next one.
+/// A count that identifies each restart of an activity, with a flag that requests the next one.
 ///
-/// The order (by count, then flag) is for use as a key alone: counts wrap around, so it does not
-/// tell which of two generations is the later.
+/// The order (by count, then flag) is only for use as a key: counts wrap around, so it does not say
+/// which of two generations is later.
 ///
 /// Text: `Brim::Generation(count=1, flag=false)`. In the stream: U32 count, bool flag.
 class Generation {
@@ -22,10 +22,10 @@ public:
    /// Count 0, flag false.
    constexpr Generation() noexcept = default;
    constexpr Generation(U32 count, bool flag) noexcept : count_(count), flag_(flag) {}
-   /// The value that all of `text` is the text form of.
+   /// Parses all of `text`.
    explicit Generation(std::string_view text);
-   /// Reads a value at the cursor. A field that does not fit: a `RangeException` that names it;
-   /// another structure: a `ParseException`.
+   /// Reads a value at the cursor. Throws `RangeException`, which names the field, if a field does
+   /// not fit, and `ParseException` if the structure is wrong.
    explicit Generation(Kiv::CharRange& text);
    Generation(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
 

@@ -9,8 +9,8 @@
 
 namespace Dorn {
 
-/// An IEEE 802 MAC address. Six bytes in transmission order, in memory as in the stream; ordered by
-/// them as a number.
+/// An IEEE 802 MAC address. Six bytes in transmission order, both in memory and in the stream;
+/// ordered as the number that they form.
 ///
 /// Text, with digits of either case: `01:80:c2:00:00:0e`, `01-80-C2-00-00-0E` or `0180.c200.000e`;
 /// printed in the first form, in lower case.
@@ -26,15 +26,15 @@ public:
    constexpr explicit EthAddr(Bytes const& bytes) noexcept : bytes_(bytes) {}
    constexpr EthAddr(U8 b0, U8 b1, U8 b2, U8 b3, U8 b4, U8 b5) noexcept
          : bytes_{b0, b1, b2, b3, b4, b5} {}
-   /// The address that all of `text` spells, blanks around it allowed. In a constant expression
-   /// (without blanks) a misspelt one does not compile.
+   /// Parses all of `text`; blanks around the address are allowed. In a constant expression
+   /// (without blanks), a malformed address does not compile.
    constexpr explicit EthAddr(std::string_view text) {
       if (!spelled(text, bytes_)) {
          parseAll(text);
       }
    }
-   /// Reads an address at the cursor. A word that is no MAC address: a `RangeException`; no word
-   /// at all: a `ParseException`.
+   /// Reads an address at the cursor. Throws `RangeException` if the word is not a MAC address,
+   /// `ParseException` if there is no word.
    explicit EthAddr(Kiv::CharRange& text);
    EthAddr(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
 
@@ -47,7 +47,8 @@ public:
       }
       return v;
    }
-   /// Whether the address is of a group: the first bit on the wire, the lowest of the first byte.
+   /// Whether it is a group address: the first bit on the wire, the lowest of the first byte, is
+   /// set.
    constexpr bool isMulticast() const noexcept { return (bytes_[0] & 1) != 0; }
 
    constexpr bool operator==(EthAddr const& other) const noexcept {
@@ -73,7 +74,7 @@ private:
              : c >= 'A' && c <= 'F' ? c - 'A' + 10
                                     : -1;
    }
-   /// Whether `text` is exactly one of the three spellings; `bytes` is only then complete.
+   /// Whether `text` is exactly one of the three spellings; otherwise `bytes` may be incomplete.
    static constexpr bool spelled(std::string_view text, Bytes& bytes) noexcept {
       bool const dotted = text.size() == 14;
       if (!dotted && text.size() != 17) {

@@ -9,7 +9,7 @@ using IntfIdImpl::Encoded;
 
 constexpr std::string_view blanks = " \t\n\r";
 constexpr std::string_view emptyText = "\"\"";
-/// More of a bad name than this says no more.
+/// How much of a bad name a message shows.
 constexpr std::size_t shownSize = 80;
 
 Sarn::String quoted(std::string_view text) {
@@ -23,14 +23,14 @@ Sarn::String quoted(std::string_view text) {
    switch (encoded.result) {
       case Encoded::Result::character:
          message += quoted(name.substr(encoded.at, 1)) +
-                    " is in no interface name (letters, digits and . _ - / : may be)";
+                    " is not allowed in an interface name (letters, digits and . _ - / : are)";
          break;
       case Encoded::Result::number:
          message += "the number at position " + std::to_string(encoded.at) + " exceeds " +
                     std::to_string(IntfIdImpl::maxNumber);
          break;
       default:
-         message += "it takes " + std::to_string(encoded.at) + " bits of 64";
+         message += "it needs " + std::to_string(encoded.at) + " bits, more than 64";
    }
    Kiv::throwRangeException(message);
 }
@@ -80,7 +80,7 @@ std::optional<IntfId> IntfId::fromBits(U64 bits) noexcept {
 IntfId::IntfId(Kiv::NboAttrLog::In* in, Kiv::StreamBogon) {
    std::optional<IntfId> const id = fromBits(in->nextU64());
    if (!id) {
-      in->fault("the bits of an interface id are those of no name", kivMaxEncodedSize);
+      in->fault("the bits of an interface id do not encode a name", kivMaxEncodedSize);
    }
    *this = *id;
 }

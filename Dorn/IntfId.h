@@ -10,14 +10,14 @@
 namespace Dorn {
 
 /// The name of a network interface in 64 bits: the same bits for the same name in every process,
-/// 0 for the empty name, and the exact name back from the bits. Nothing is looked up or allocated.
+/// 0 for the empty name. The bits give the exact name back. Nothing is looked up or allocated.
 ///
 /// It holds names of switch ports (`Ethernet3/1/2`, `PortChannel12`, `Vlan100`, `Ethernet1.100`)
 /// and of Linux devices (`eth0`, `enp3s0f1np1`, `bond0.100`, `br-lan`): letters, digits and any of
-/// `. _ - / :`, as long as they take no more than 64 bits. Always held are a known word or a letter
-/// with nine lower-case letters, or eight letters, digits and dashes, after it; four slot levels up
-/// to 40; three, with any VLAN as subinterface. A name that does not fit is a
-/// `Kiv::RangeException`, never another name.
+/// `. _ - / :`, as long as they need no more than 64 bits. These always fit: a known word or a
+/// letter, followed by nine lower-case letters or by eight letters, digits and dashes; four slot
+/// levels up to 40; three, with any VLAN as subinterface. A name that does not fit throws
+/// `Kiv::RangeException`; it never becomes another name.
 ///
 ///     63      55 54                                                  0
 ///    +----------+----------------------------------------------------+
@@ -29,10 +29,10 @@ namespace Dorn {
 /// `word` numbers the known beginnings of names (`IntfIdWords.h`) and the gaps between them, in
 /// alphabetical order, so that every name has exactly one. `rest` is what follows the known
 /// beginning, in the prefix code of `IntfIdTables.h`, whose codes increase in the order of what
-/// they stand for. So the ids, as integers, are ordered as people sort names: `Ethernet2` before
+/// they encode. So the ids, as integers, are ordered as people sort names: `Ethernet2` before
 /// `Ethernet10`, and `eth0`, `eth0.100`, `eth1`. Numbers with leading zeros come before the others.
 /// Names that fit only as a word and a string of digits and letters (`veth1a2b3c4`) come last among
-/// those of their word.
+/// the names with that word.
 ///
 /// Text: the bare name, or `""` for the empty one; it ends before a blank, a comma, a parenthesis,
 /// a bracket or anything else that is not part of a name. In the stream: the 8 bytes.
@@ -43,14 +43,14 @@ public:
 
    /// The empty name.
    constexpr IntfId() noexcept = default;
-   /// The id of a name; blanks around it are not part of it, and `""` is the empty name as well as
-   /// nothing is. A name that cannot be held: a `RangeException` that says why.
+   /// The id of a name. Blanks around it are ignored; `""` and empty text are the empty name.
+   /// Throws `RangeException`, which says why, if the name does not fit.
    explicit IntfId(std::string_view name);
-   /// Reads a name at the cursor. Errors as above; no name at all is a `ParseException`.
+   /// Reads a name at the cursor. Errors as above; throws `ParseException` if there is no name.
    explicit IntfId(Kiv::CharRange& text);
-   /// 64 bits that no name has are a fault.
+   /// Bits that do not encode a name are a fault.
    IntfId(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
-   /// The id of these bits, if a name has them.
+   /// The id with these bits, if they encode a name.
    static std::optional<IntfId> fromBits(U64 bits) noexcept;
 
    constexpr U64 bits() const noexcept { return bits_; }

@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-// An interface id against what it stands in for: the name as a string.
+// An interface id compared with what it replaces: the name as a string.
 
 namespace {
 
@@ -59,7 +59,7 @@ void BM_IdToName(benchmark::State& state) {
 }
 BENCHMARK(BM_IdToName);
 
-/// What a received id costs: all that is checked before it is taken.
+/// What a received id costs: all checks before it is accepted.
 void BM_IdFromBits(benchmark::State& state) {
    std::array<U64, names.size()> bits{};
    std::transform(names.begin(), names.end(), bits.begin(),
@@ -71,7 +71,7 @@ void BM_IdFromBits(benchmark::State& state) {
 }
 BENCHMARK(BM_IdFromBits);
 
-/// Baseline: strings sort by bytes, which is not even the order wanted.
+/// Baseline: strings sort by bytes, which is not even the order that people expect.
 void BM_SortStrings(benchmark::State& state) {
    auto const many = manyNames();
    for (auto _ : state) {

@@ -16,7 +16,7 @@ constexpr bool isLower(char c) {
    return c >= 'a' && c <= 'z';
 }
 
-/// Where a number may stand, by the first six bits.
+/// Codes where a number may follow, by the first six bits.
 constexpr unsigned leadingZero = 0b000100;
 constexpr bool isNumberCode(unsigned bits) {
    return bits >= 0b000110 && bits < 0b100000;
@@ -33,7 +33,7 @@ class BitWriter {
 public:
    void put(U64 code, unsigned size) noexcept {
       if (code != 0) {
-         // The end of a code may hang over if it is all zeros.
+         // The end of a code may be cut off if it is all zeros.
          unsigned const trailing = static_cast<unsigned>(std::countr_zero(code));
          needed_ = used_ + size - trailing;
          if (needed_ <= idBits) {
@@ -53,7 +53,7 @@ private:
    unsigned needed_ = 0;
 };
 
-/// The bits, then zeros without end.
+/// Reads the bits, then an infinite number of zeros.
 class BitReader {
 public:
    explicit BitReader(U64 bits) noexcept : bits_(bits) {}
@@ -74,21 +74,21 @@ private:
    U64 bits_;
 };
 
-/// The words that come before `name` or begin it. REQUIRES: ASCII.
+/// How many words sort before `name` or are a prefix of it. REQUIRES: ASCII.
 std::size_t wordsUpTo(std::string_view name) noexcept {
    if (name.empty()) {
       return 0;
    }
-   // A word with another first character needs no comparison.
+   // Words with another first character need no comparison.
    auto const first = static_cast<U8>(name.front());
    auto const above = std::upper_bound(words.begin() + wordTable.firstOf[first],
                                        words.begin() + wordTable.firstOf[first + 1u], name);
    return static_cast<std::size_t>(above - words.begin());
 }
 
-/// The longest word that begins `name`; `upTo`: of `wordsUpTo`.
+/// The longest word that is a prefix of `name`; `upTo`: the result of `wordsUpTo`.
 U8 wordOf(std::string_view name, std::size_t upTo) noexcept {
-   // A word that begins `name` begins all words between itself and `name`.
+   // A word that is a prefix of `name` is one of all words between itself and `name`.
    U8 word = upTo == 0 ? noWord : static_cast<U8>(upTo - 1);
    while (word != noWord && !name.starts_with(words[word])) {
       word = wordTable.parent[word];
@@ -111,7 +111,7 @@ Place placeOf(std::string_view name) noexcept {
    return {2 * upTo - wordTable.depth[word], words[word].size()};
 }
 
-/// Whether `number`, for which the table has `word`, is the one of `name`.
+/// Whether `number`, for which the table has `word`, is the number for `name`.
 bool isPlaceOf(std::size_t number, U8 word, std::string_view name) noexcept {
    std::size_t const depth = word == noWord ? 0 : wordTable.depth[word];
    std::size_t const upTo = (number + depth) / 2;
@@ -124,7 +124,7 @@ constexpr bool isNameChar(char c) {
           blockChars.find(c) != std::string_view::npos;
 }
 
-/// Writes the digits from `at` on and moves behind them. False if the number is too large.
+/// Writes the digits from `at` on and moves past them. False if the number is too large.
 bool putNumber(BitWriter& out, std::string_view name, std::size_t& at) noexcept {
    while (name[at] == '0' && at + 1 < name.size() && isDigit(name[at + 1])) {
       out.put(leadingZero, 6);
@@ -145,7 +145,7 @@ bool putNumber(BitWriter& out, std::string_view name, std::size_t& at) noexcept 
    return true;
 }
 
-/// Writes the character at `at`, which is no digit, and moves behind it.
+/// Writes the character at `at`, which is not a digit, and moves past it.
 void putCharacter(BitWriter& out, std::string_view name, std::size_t& at,
                   bool afterNumber) noexcept {
    char const c = name[at++];
@@ -175,8 +175,8 @@ void putCharacter(BitWriter& out, std::string_view name, std::size_t& at,
    out.put(U64{letterTable.slot[letter]} >> shift, letterTable.bits[letter]);
 }
 
-/// Writes `rest` in the prefix code. Where it stops at a number that is too large, the place of
-/// that number in it, else npos.
+/// Writes `rest` in the prefix code. Returns npos, or the position in `rest` of the number that is
+/// too large.
 std::size_t putRest(BitWriter& out, std::string_view rest) noexcept {
    bool afterNumber = false;
    for (std::size_t at = 0; at < rest.size();) {
@@ -198,7 +198,7 @@ bool isHex(std::string_view text) noexcept {
    return std::all_of(text.begin(), text.end(), [](char c) { return hexValue(c) >= 0; });
 }
 
-/// Writes `rest` as a tail; false if it is none or too long.
+/// Writes `rest` as a tail; false if it is not a tail or too long.
 bool putTail(BitWriter& out, std::string_view rest) noexcept {
    bool const dashed = rest.size() == dashedTailSize && rest[dashPlace] == '-' &&
                        isHex(rest.substr(0, dashPlace)) && isHex(rest.substr(dashPlace + 1));
@@ -224,7 +224,7 @@ bool putTail(BitWriter& out, std::string_view rest) noexcept {
    return true;
 }
 
-/// A name under construction. What does not fit the buffer is no name's.
+/// A name under construction. Bits whose name does not fit the buffer do not encode a name.
 class NameWriter {
 public:
    explicit NameWriter(NameBuffer& buffer) noexcept : buffer_(buffer) {}
@@ -305,7 +305,7 @@ void readAfterNumber(BitReader& in, NameWriter& out) noexcept {
    char const c = letter == nAfter ? 'n' : static_cast<char>('a' + letter);
    out.put(c);
    if (c == 'n') {
-      // Which of its codes, or that of "np", is the right one hangs on the next letter.
+      // The next letter decides which of the codes of "n", or the code of "np", is correct.
       unsigned const next = in.peek(6);
       bool const isAfter = next > letterCode('p') && next <= letterCode('z');
       if (next == letterCode('p') || isAfter != (letter == nAfter)) {
@@ -314,7 +314,7 @@ void readAfterNumber(BitReader& in, NameWriter& out) noexcept {
    }
 }
 
-/// Reads the rest of a name as a tail; false if it is none.
+/// Reads the rest of a name as a tail; false if it is not a tail.
 bool readTail(BitReader& in, NameWriter& out) noexcept {
    if (in.peek(6) == hexTail) {
       in.take(6);
@@ -345,7 +345,7 @@ bool readTail(BitReader& in, NameWriter& out) noexcept {
    return false;
 }
 
-/// Reads one thing where a number may stand. True if it was one.
+/// Reads one item where a number may follow. True if it was a number.
 bool readElsewhere(BitReader& in, NameWriter& out) noexcept {
    unsigned const next = in.peek(6);
    if (isNumberCode(next)) {
@@ -413,7 +413,8 @@ std::string_view decode(U64 bits, NameBuffer& buffer) noexcept {
       out.put(words[word]);
    }
    if (readTail(in, out)) {
-      // Right only for what does not fit otherwise, which takes trying.
+      // A tail is only correct for a name that does not fit otherwise. Encoding the name shows
+      // that.
       Encoded const encoded = encode(out.name());
       bool const right = encoded.result == Encoded::Result::ok && encoded.bits == bits;
       return right ? out.name() : std::string_view();

@@ -5,18 +5,18 @@
 
 #include "Sarn/Types.h"
 
-/// Between interface names and the 64 bits of `Dorn::IntfId`.
+/// Converts between interface names and the 64 bits of `Dorn::IntfId`.
 namespace Dorn::IntfIdImpl {
 
-/// What became of a name. Only with `ok` are the bits the name's.
+/// The result of encoding a name. `bits` is valid only with `ok`.
 struct Encoded {
    enum class Result : U8 {
       ok,
-      /// The character at `at` is in no name.
+      /// The character at `at` is not allowed in a name.
       character,
       /// The number at `at` is above `maxNumber`.
       number,
-      /// It takes `at` bits.
+      /// The name needs `at` bits, which is more than 64.
       size,
    };
    Result result = Result::ok;
@@ -29,7 +29,7 @@ extern U64 const maxNumber;
 
 Encoded encode(std::string_view name) noexcept;
 
-/// Room for the longest name that 64 bits can stand for.
+/// Room for the longest name that 64 bits can encode.
 using NameBuffer = std::array<char, 96>;
 
 /// The name that `encode` gives `bits` for, in `buffer`; empty if there is none, and for 0.

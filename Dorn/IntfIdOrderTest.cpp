@@ -5,15 +5,15 @@
 #include "Dorn/IntfIdWords.h"
 #include "tests/ValueTypeTesting.h"
 
-// Random names against a plain statement of the order, and random bits.
+// Random names, checked against a plain definition of the order, and random bits.
 
 using namespace ValueTypeTesting;
 using Dorn::IntfId;
 
 namespace {
 
-/// The order of names, stated without regard to how ids are made: a run of digits is one thing, a
-/// zero before more digits another; digits stand where ASCII has them.
+/// The order of names, independent of how ids are encoded: a run of digits is one item, and a zero
+/// before more digits is an item, too; digits sort where ASCII has them.
 using Key = std::vector<std::pair<int, U64>>;
 
 Key keyOf(std::string_view name) {
@@ -38,7 +38,7 @@ Key keyOf(std::string_view name) {
    return key;
 }
 
-/// Whether the id holds its name as a tail, which sorts apart.
+/// Whether the id encodes its name with a tail, which sorts separately.
 bool isTail(IntfId id) {
    return (id.bits() >> 49 & 63) >= 62;
 }
@@ -173,7 +173,7 @@ TEST_F(IntfIdProperties, BitsAreAcceptedOnlyIfANameHasThem) {
    for (int i = 0; i < 100000; ++i) {
       U64 bits = random();
       if (i % 2 == 0) {
-         // Near a name's: a few bits changed.
+         // Close to the bits of a name: a few are changed.
          auto const id = idOf(anyName());
          if (!id) {
             continue;

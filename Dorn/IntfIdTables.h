@@ -6,8 +6,8 @@
 #include "Dorn/IntfIdWords.h"
 #include "Sarn/Types.h"
 
-// The code of a name's rest. What may come next depends on whether a number stands before; codes
-// increase from top to bottom, as what they stand for does.
+// The code of a name's rest. What may come next depends on whether a number precedes it; codes
+// increase from top to bottom, in the order of what they encode.
 //
 //    elsewhere (a number may follow)          after a number (none can follow)
 //    000000       end                         0000         end
@@ -30,11 +30,11 @@
 //    1111110      tail of the form 8-2
 //    1111111      tail of letters and digits
 //
-// The end of a name needs no room: zeros are what follows the 64 bits, too.
+// The end of a name needs no room, since the 64 bits are taken to be followed by zeros.
 //
-// A tail follows the word directly and is the whole rest of a name that does not fit otherwise:
-//  - lower-case hexadecimal digits of four bits each, at most 12, and a 1 that marks the end;
-//  - eight such digits, a dash and two digits, as virtual ports are named after their UUIDs;
+// A tail follows the word directly and is the whole rest of a name that would not fit otherwise:
+//  - at most 12 lower-case hexadecimal digits of four bits each, and a 1 that marks the end;
+//  - eight such digits, a dash and two digits, for virtual ports that are named after their UUIDs;
 //  - at most eight of - 0-9 A-Z a-z, of six bits each, from 1.
 // The first of these that holds a rest is its code.
 namespace Dorn::IntfIdImpl {
@@ -45,14 +45,14 @@ inline constexpr U8 noWord = 255;
 
 static_assert(words.size() < noWord && 2 * words.size() < 1u << wordBits);
 
-/// The forest that the words form by one being the beginning of another, and for each number of the
-/// `word` field the word that it implies.
+/// The forest of words, in which a word's parent is the longest other word that it begins with; and
+/// the word that each number of the `word` field implies.
 struct WordTable {
    std::array<U8, words.size()> parent{};
-   /// How many words a word begins with, itself included.
+   /// How many words each word begins with, including itself.
    std::array<U8, words.size()> depth{};
    std::array<U8, 2 * words.size() + 1> wordOf{};
-   /// The first word that begins with a character or a later one.
+   /// The first word that begins with this character or a later one.
    std::array<U8, 129> firstOf{};
 
    constexpr WordTable() {
@@ -124,8 +124,9 @@ inline constexpr std::size_t dashPlace = 8;
 // Characters of the block that is ":", "A" to "Z", "_" in both halves of the table.
 inline constexpr std::string_view blockChars = ":ABCDEFGHIJKLMNOPQRSTUVWXYZ_";
 
-/// After a number, letters go by their first seven bits: "np" has a code of its own, and "n" two,
-/// so that "n" with a lower and with a higher letter after it stay on their sides of it.
+/// After a number, a letter is identified by its first seven bits: "np" has its own code, and "n"
+/// has two, so that "n" sorts before "np" if a lower letter follows and after it if a higher one
+/// does.
 enum LetterAfterNumber : U8 { np = 26, nAfter = 27, none = 28 };
 
 struct LetterTable {

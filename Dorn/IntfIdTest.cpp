@@ -12,7 +12,7 @@ namespace {
 
 static_assert(sizeof(IntfId) == 8 && IntfId().bits() == 0 && IntfId().isEmpty());
 
-/// Names as switches and kernels give them.
+/// Names that switches and kernels use.
 constexpr std::string_view realNames[] = {
       // clang-format off
       "Ethernet1", "Ethernet48", "Ethernet3/1", "Ethernet3/1/2", "Ethernet16/36/4",
@@ -94,8 +94,8 @@ TEST(IntfId, HoldsNamesAsTheyOccur) {
 }
 
 TEST(IntfId, SameNameHasTheSameBitsInEveryRelease) {
-   // If one of these changes, so must the hash of the module Dorn: old and new do not understand
-   // each other.
+   // If one of these changes, so must the hash of the module Dorn: the old and the new encoding are
+   // not compatible.
    struct {
       char const* name;
       U64 bits;
@@ -199,24 +199,24 @@ TEST(IntfId, HexadecimalTailsComeAfterTheNumbersOfTheirWord) {
 
 TEST(IntfId, WhatCannotBeHeldIsSaid) {
    EXPECT_EQ(rangeMessage<IntfId>("veth0@if3"),
-             "\"veth0@if3\" does not fit Dorn::IntfId: \"@\" is in no interface name (letters, "
-             "digits and . _ - / : may be)");
+             "\"veth0@if3\" does not fit Dorn::IntfId: \"@\" is not allowed in an interface "
+             "name (letters, digits and . _ - / : are)");
    EXPECT_EQ(rangeMessage<IntfId>("Ethernet 1"),
-             "\"Ethernet 1\" does not fit Dorn::IntfId: \" \" is in no interface name (letters, "
-             "digits and . _ - / : may be)");
+             "\"Ethernet 1\" does not fit Dorn::IntfId: \" \" is not allowed in an interface "
+             "name (letters, digits and . _ - / : are)");
    EXPECT_EQ(
          rangeMessage<IntfId>("Ethernet9999999999999"),
          "\"Ethernet9999999999999\" does not fit Dorn::IntfId: the number at position 8 exceeds "
          "4312797544");
    EXPECT_EQ(rangeMessage<IntfId>("a-very-long-name"),
-             "\"a-very-long-name\" does not fit Dorn::IntfId: it takes 96 bits of 64");
+             "\"a-very-long-name\" does not fit Dorn::IntfId: it needs 96 bits, more than 64");
    EXPECT_EQ(rangeMessage<IntfId>(std::string(100000, 'x')),
              "\"" + std::string(80, 'x') +
-                   "\"... does not fit Dorn::IntfId: it takes 600003 bits "
-                   "of 64");
+                   "\"... does not fit Dorn::IntfId: it needs 600003 bits, "
+                   "more than 64");
    EXPECT_EQ(rangeMessage<IntfId>(std::string_view("eth\0", 4)),
-             "\"eth\\x00\" does not fit Dorn::IntfId: \"\\x00\" is in no interface name (letters, "
-             "digits and . _ - / : may be)");
+             "\"eth\\x00\" does not fit Dorn::IntfId: \"\\x00\" is not allowed in an interface "
+             "name (letters, digits and . _ - / : are)");
 }
 
 TEST(IntfId, NoNameInTextIsABrokenStructure) {
@@ -232,7 +232,7 @@ TEST(IntfId, NoNameInTextIsABrokenStructure) {
 
 TEST(IntfId, BitsOfNoNameAreAFault) {
    EXPECT_EQ(faultMessage<IntfId>(Bytes(8, 0xff)),
-             "the bits of an interface id are those of no name at offset 0");
+             "the bits of an interface id do not encode a name at offset 0");
    EXPECT_EQ(IntfId::fromBits(~U64{0}), std::nullopt);
    EXPECT_EQ(IntfId::fromBits(1), std::nullopt);
    EXPECT_EQ(IntfId::fromBits(0), IntfId());

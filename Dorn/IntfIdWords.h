@@ -5,13 +5,13 @@
 
 namespace Dorn::IntfIdImpl {
 
-/// The beginnings of interface names that an id holds as one number: ports and logical interfaces
-/// of switches, devices of the Linux kernel and of common programs, and each letter, so that other
-/// names save their first. Sorted by byte value; without digits, which are numbers.
+/// The beginnings of interface names that an id stores as one number: ports and logical interfaces
+/// of switches, devices of the Linux kernel and of common programs, and each letter, which saves
+/// the first letter of all other names. Sorted by byte value; without digits, which are numbers.
 ///
-/// This table is part of the encoding. Adding or removing a word gives other ids to the same names,
-/// so it must come with another hash of the module `Dorn`, by which connected processes tell that
-/// they agree.
+/// This table is part of the encoding. Adding or removing a word changes the ids of existing names,
+/// so the hash of the module `Dorn` must change with it; connected processes compare this hash to
+/// make sure that they agree.
 inline constexpr auto words = std::to_array<std::string_view>({
       // clang-format off
       "A", "B", "Bridge", "Bundle-Ether", "C", "CPU", "Cpu", "D", "E", "Ethernet", "F", "Fabric",

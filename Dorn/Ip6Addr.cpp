@@ -98,7 +98,7 @@ char const* Ip6Addr::misspelling(std::string_view text, Ip6Addr& value) noexcept
       std::string_view const before = text.substr(0, gap);
       std::string_view const after = text.substr(gap + 2);
       if (before.find('.') != std::string_view::npos) {
-         return "an IPv4 address stands before its end";
+         return "an IPv4 address is not at its end";
       }
       if (!before.empty()) {
          if (char const* const reason = readGroups(before, groups, count)) {
@@ -112,9 +112,9 @@ char const* Ip6Addr::misspelling(std::string_view text, Ip6Addr& value) noexcept
          }
       }
       if (count == 8) {
-         return "its \"::\" stands for no group";
+         return "its \"::\" replaces no group";
       }
-      // What follows the gap belongs at the end.
+      // The groups after the gap belong at the end.
       for (std::size_t i = count; i-- > head;) {
          groups[8 - (count - i)] = groups[i];
          groups[i] = 0;
@@ -145,7 +145,7 @@ Ip6Addr::Ip6Addr(std::string_view text) {
 }
 
 Ip6Addr::Ip6Addr(Kiv::NboAttrLog::In* in, Kiv::StreamBogon) {
-   // Both halves or none: a short message is one fault for the whole address.
+   // Both halves at once: a short message is one fault for the whole address.
    U8 const* const bytes = in->nextBytes(kivMaxEncodedSize);
    Bytes copy;
    std::memcpy(copy.data(), bytes, copy.size());

@@ -11,9 +11,9 @@ namespace Dorn {
 
 /// An IPv6 address, ordered as a number; 16 bytes in the stream.
 ///
-/// Read in any form of RFC 4291, section 2.2, an embedded IPv4 address included; printed in the one
-/// of RFC 5952 (lower case, the longest run of zero groups as `::`, IPv4-mapped addresses as
-/// `::ffff:192.0.2.1`). There is no zone: an address is not of one interface here.
+/// Read in any form of RFC 4291, section 2.2, including an embedded IPv4 address; printed in the
+/// form of RFC 5952 (lower case, the longest run of zero groups as `::`, IPv4-mapped addresses as
+/// `::ffff:192.0.2.1`). There is no zone: an address does not belong to an interface here.
 class Ip6Addr {
 public:
    using Bytes = std::array<U8, 16>;
@@ -34,10 +34,10 @@ public:
          low_ = low_ << 8 | bytes[i + 8];
       }
    }
-   /// The address that all of `text` spells, blanks around it allowed.
+   /// Parses all of `text`; blanks around the address are allowed.
    explicit Ip6Addr(std::string_view text);
-   /// Reads an address at the cursor. A word that is no IPv6 address: a `RangeException`; no word
-   /// at all: a `ParseException`.
+   /// Reads an address at the cursor. Throws `RangeException` if the word is not an IPv6 address,
+   /// `ParseException` if there is no word.
    explicit Ip6Addr(Kiv::CharRange& text);
    Ip6Addr(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
 
@@ -51,7 +51,7 @@ public:
       }
       return bytes;
    }
-   /// Whether the address is of a group: ff00::/8.
+   /// Whether it is a group address: ff00::/8.
    constexpr bool isMulticast() const noexcept { return high_ >> 56 == 0xff; }
 
    constexpr bool operator==(Ip6Addr const&) const noexcept = default;
@@ -67,7 +67,8 @@ public:
       return out;
    }
 
-   /// What is wrong with `text` as an IPv6 address, or null; `value` is only then set.
+   /// What is wrong with `text` as an IPv6 address; null if nothing is, and only then is `value`
+   /// set.
    static char const* misspelling(std::string_view text, Ip6Addr& value) noexcept;
 
 private:

@@ -15,7 +15,7 @@ static_assert(Ip6Addr(0xff0e'0000'0000'0000, 0x181).isMulticast());
 
 class Ip6AddrProperties : public SeededTest {
 protected:
-   /// Addresses with runs of zero groups at all places, and groups of all lengths.
+   /// Addresses with runs of zero groups at all positions, and groups of all lengths.
    Ip6Addr any() {
       Ip6Addr::Bytes bytes{};
       U64 const zeroGroups = random() & random();
@@ -30,7 +30,7 @@ protected:
    }
 };
 
-/// glibc prints ::/96 with a dotted quad as well, which RFC 5952 leaves to known prefixes.
+/// glibc also prints ::/96 with a dotted quad, which RFC 5952 reserves for known prefixes.
 Sarn::String systemText(Ip6Addr const& v) {
    char text[INET6_ADDRSTRLEN];
    auto const bytes = v.bytes();
@@ -94,9 +94,9 @@ TEST(Ip6Addr, MessagesSayWhatIsWrong) {
    EXPECT_EQ(message("1:::2"), "a group is empty or not hexadecimal");
    EXPECT_EQ(message("fe80::g"), "a group is empty or not hexadecimal");
    EXPECT_EQ(message("1::2::3"), "a group is empty or not hexadecimal");
-   EXPECT_EQ(message("1::2:3:4:5:6:7:8"), "its \"::\" stands for no group");
+   EXPECT_EQ(message("1::2:3:4:5:6:7:8"), "its \"::\" replaces no group");
    EXPECT_EQ(message("::1.2.3.256"), "a number exceeds 255");
-   EXPECT_EQ(message("1.2.3.4::"), "an IPv4 address stands before its end");
+   EXPECT_EQ(message("1.2.3.4::"), "an IPv4 address is not at its end");
    EXPECT_EQ(parseMessage<Ip6Addr>(""), "at position 0: expected an IPv6 address");
    EXPECT_EQ(parseMessage<Ip6Addr>("fe80::1%eth0"), "at position 7: text follows the value");
 }
@@ -152,7 +152,7 @@ TEST_F(Ip6AddrProperties, AcceptsWhatTheSystemAccepts) {
    for (int i = 0; i < 150000; ++i) {
       Sarn::String text;
       if (i % 2 == 0) {
-         // Often valid: groups with colons, one gap somewhere.
+         // Often valid: groups with colons and one gap.
          U64 const groups = random() % 9;
          for (U64 g = 0; g < groups; ++g) {
             text += g == 0 ? "" : random() % 6 == 0 ? "::" : ":";

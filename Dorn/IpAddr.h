@@ -9,7 +9,7 @@
 namespace Dorn {
 
 /// An IPv4 address, ordered as a number. Text: a dotted quad, each part from 0 to 255 in decimal
-/// and without leading zeros, which some programs would read as octal.
+/// without leading zeros, since some programs would read those as octal.
 class IpAddr {
 public:
    static constexpr char const* kivTypeName = "Dorn::IpAddr";
@@ -21,20 +21,20 @@ public:
    constexpr explicit IpAddr(U32 value) noexcept : value_(value) {}
    constexpr IpAddr(U8 b0, U8 b1, U8 b2, U8 b3) noexcept
          : value_(U32{b0} << 24 | U32{b1} << 16 | U32{b2} << 8 | b3) {}
-   /// The address that all of `text` spells, blanks around it allowed. In a constant expression
-   /// (without blanks) a misspelt one does not compile.
+   /// Parses all of `text`; blanks around the address are allowed. In a constant expression
+   /// (without blanks), a malformed address does not compile.
    constexpr explicit IpAddr(std::string_view text) {
       if (misspelling(text, value_) != nullptr) {
          parseAll(text);
       }
    }
-   /// Reads an address at the cursor. A word that is no IPv4 address: a `RangeException`; no word
-   /// at all: a `ParseException`.
+   /// Reads an address at the cursor. Throws `RangeException` if the word is not an IPv4 address,
+   /// `ParseException` if there is no word.
    explicit IpAddr(Kiv::CharRange& text);
    IpAddr(Kiv::NboAttrLog::In* in, Kiv::StreamBogon) : value_(in->nextU32()) {}
 
    constexpr U32 value() const noexcept { return value_; }
-   /// Whether the address is of a group: 224.0.0.0/4.
+   /// Whether it is a group address: 224.0.0.0/4.
    constexpr bool isMulticast() const noexcept { return value_ >> 28 == 14; }
 
    constexpr bool operator==(IpAddr const&) const noexcept = default;
@@ -49,7 +49,7 @@ public:
       return out;
    }
 
-   /// What is wrong with `text` as a dotted quad, or null; `value` is only then set.
+   /// What is wrong with `text` as a dotted quad; null if nothing is, and only then is `value` set.
    static constexpr char const* misspelling(std::string_view text, U32& value) noexcept {
       U32 v = 0;
       std::size_t at = 0;
@@ -74,7 +74,7 @@ public:
          v = v << 8 | number;
       }
       if (at != text.size()) {
-         return "more follows the fourth number";
+         return "there is text after the fourth number";
       }
       value = v;
       return nullptr;

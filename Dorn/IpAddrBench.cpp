@@ -7,7 +7,7 @@
 #include "Dorn/Ip6Addr.h"
 #include "Dorn/IpAddr.h"
 
-// Text of addresses, both ways, against the C library's functions.
+// Parsing and printing addresses, compared with the C library's functions.
 
 namespace {
 

@@ -34,7 +34,7 @@ TEST(IpAddr, MessagesSayWhatIsWrong) {
    EXPECT_EQ(rangeMessage<IpAddr>("10.0.0.01"),
              "\"10.0.0.01\" is not an IPv4 address: a number has a leading zero");
    EXPECT_EQ(rangeMessage<IpAddr>("10.0.0.1.5"),
-             "\"10.0.0.1.5\" is not an IPv4 address: more follows the fourth number");
+             "\"10.0.0.1.5\" is not an IPv4 address: there is text after the fourth number");
    EXPECT_EQ(parseMessage<IpAddr>(" ("), "at position 1: expected an IPv4 address");
    EXPECT_EQ(parseMessage<IpAddr>("10.0.0.1/8"), "at position 8: text follows the value");
 }

@@ -44,7 +44,7 @@ IpGenAddr::IpGenAddr(Kiv::NboAttrLog::In* in, Kiv::StreamBogon tag) {
          *this = IpGenAddr(Ip6Addr(in, tag));
          break;
       default:
-         in->fault("an address family of " + std::to_string(family) + " is none of 0, 4 and 6", 4);
+         in->fault("an address family of " + std::to_string(family) + " is not 0, 4 or 6", 4);
    }
 }
 

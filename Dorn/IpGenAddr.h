@@ -5,12 +5,12 @@
 
 namespace Dorn {
 
-/// An address of either family, or none (unset, the default). Unset is a value of its own: it
-/// differs from 0.0.0.0 and from `::`, which differ from each other. Ordered: unset, then the IPv4
+/// An address of either family, or none (unset, the default). Unset is a separate value: it differs
+/// from 0.0.0.0 and from `::`, which differ from each other. Ordered: unset, then the IPv4
 /// addresses, then the IPv6 addresses, each as numbers.
 ///
-/// Text: `none`, or that of `IpAddr` or `Ip6Addr`; the text decides the family. In the stream: U32
-/// family (0 unset, 4 or 6), then the 0, 4 or 16 bytes of the address.
+/// Text: `none`, or the text of `IpAddr` or `Ip6Addr`, which decides the family. In the stream: U32
+/// family (0 for unset, 4 or 6), then the 0, 4 or 16 bytes of the address.
 class IpGenAddr {
 public:
    /// The numbers that the stream carries.
@@ -25,10 +25,10 @@ public:
          : family_(Family::v4), low_(address.value()) {}
    constexpr explicit IpGenAddr(Ip6Addr const& address) noexcept
          : family_(Family::v6), high_(address.high()), low_(address.low()) {}
-   /// The address that all of `text` spells, blanks around it allowed.
+   /// Parses all of `text`; blanks around the address are allowed.
    explicit IpGenAddr(std::string_view text);
-   /// Reads an address at the cursor. A word that is no address: a `RangeException`; no word at
-   /// all: a `ParseException`.
+   /// Reads an address at the cursor. Throws `RangeException` if the word is not an address,
+   /// `ParseException` if there is no word.
    explicit IpGenAddr(Kiv::CharRange& text);
    IpGenAddr(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
 
@@ -36,11 +36,11 @@ public:
    constexpr bool isSet() const noexcept { return family_ != Family::unset; }
    constexpr bool isV4() const noexcept { return family_ == Family::v4; }
    constexpr bool isV6() const noexcept { return family_ == Family::v6; }
-   /// The IPv4 address; 0.0.0.0 unless it is one.
+   /// The IPv4 address; 0.0.0.0 if the family is another.
    constexpr IpAddr v4() const noexcept {
       return isV4() ? IpAddr(static_cast<U32>(low_)) : IpAddr();
    }
-   /// The IPv6 address; `::` unless it is one.
+   /// The IPv6 address; `::` if the family is another.
    constexpr Ip6Addr v6() const noexcept { return isV6() ? Ip6Addr(high_, low_) : Ip6Addr(); }
    /// How many bits an address of this family has: 0, 32 or 128.
    constexpr U8 bitCount() const noexcept { return isV4() ? 32 : isV6() ? 128 : 0; }

@@ -83,9 +83,9 @@ TEST(IpGenAddr, TravelsAsFamilyAndAddress) {
 
 TEST(IpGenAddr, AnotherFamilyInTheStreamIsAFault) {
    EXPECT_EQ(faultMessage<IpGenAddr>({0, 0, 0, 5, 1, 2, 3, 4}),
-             "an address family of 5 is none of 0, 4 and 6 at offset 0");
+             "an address family of 5 is not 0, 4 or 6 at offset 0");
    EXPECT_EQ(faultMessage<IpGenAddr>({4, 0, 0, 0}),
-             "an address family of 67108864 is none of 0, 4 and 6 at offset 0");
+             "an address family of 67108864 is not 0, 4 or 6 at offset 0");
    for (U32 family = 0; family < 4096; ++family) {
       Bytes bytes(20);
       bytes[2] = static_cast<U8>(family >> 8);

@@ -3,7 +3,7 @@
 namespace Dorn {
 namespace {
 
-/// The leading `length` bits of 64, the rest 0. `length` may exceed 64.
+/// `bits` with all but the leading `length` bits cleared. `length` may exceed 64.
 constexpr U64 leading(U64 bits, unsigned length) {
    return length == 0 ? 0 : length >= 64 ? bits : bits & ~U64{0} << (64 - length);
 }

@@ -4,14 +4,14 @@
 
 namespace Dorn {
 
-/// An address of either family with a mask, as the number of leading bits that count; or none.
+/// An address of either family with a prefix length, or none.
 ///
-/// The address is kept whole, bits beyond the mask included: 10.1.2.3/8 is not equal to 10.0.0.0/8,
-/// and comes back from text and stream as it was. `network()` clears them. Ordered by address, then
-/// by length.
+/// The address is kept whole, including the bits beyond the mask: 10.1.2.3/8 is not equal to
+/// 10.0.0.0/8, and text and stream preserve it. `network()` clears these bits. Ordered by address,
+/// then by length.
 ///
-/// Text: `10.0.0.0/8`, `2001:db8::/32`; an address alone is read as that one address, of 32 or 128
-/// bits; the unset value is `none`. In the stream: the address, then the length as one byte.
+/// Text: `10.0.0.0/8`, `2001:db8::/32`; an address alone has a length of 32 or 128 bits; the unset
+/// value is `none`. In the stream: the address, then the length as one byte.
 class IpGenAddrWithMask {
 public:
    static constexpr char const* kivTypeName = "Dorn::IpGenAddrWithMask";
@@ -21,19 +21,20 @@ public:
    constexpr IpGenAddrWithMask() noexcept = default;
    /// Throws `RangeException` if the address has fewer than `length` bits.
    IpGenAddrWithMask(IpGenAddr const& address, U8 length);
-   /// The value that all of `text` spells, blanks around it allowed.
+   /// Parses all of `text`; blanks around the value are allowed.
    explicit IpGenAddrWithMask(std::string_view text);
-   /// Reads a value at the cursor. Errors as in `IpGenAddr`; a length beyond the address's bits is
-   /// a `RangeException` too. No blanks around the slash.
+   /// Reads a value at the cursor. Errors as in `IpGenAddr`; also throws `RangeException` if the
+   /// length exceeds the address's bits. Blanks around the slash are not allowed.
    explicit IpGenAddrWithMask(Kiv::CharRange& text);
    IpGenAddrWithMask(Kiv::NboAttrLog::In* in, Kiv::StreamBogon);
 
    constexpr IpGenAddr const& address() const noexcept { return address_; }
-   /// At most 0, 32 or 128 by the address's family.
+   /// At most 0, 32 or 128, depending on the address's family.
    constexpr U8 length() const noexcept { return length_; }
-   /// The mask with the bits beyond it cleared: 10.0.0.0/8 of 10.1.2.3/8.
+   /// The value with the bits beyond the mask cleared: 10.0.0.0/8 for 10.1.2.3/8.
    IpGenAddrWithMask network() const noexcept;
-   /// Whether `other` is of the same family and agrees in the leading bits. Nothing is in `none`.
+   /// Whether `other` is of the same family and agrees in the leading bits. `none` contains
+   /// nothing.
    bool contains(IpGenAddr const& other) const noexcept;
 
    constexpr bool operator==(IpGenAddrWithMask const&) const noexcept = default;

@@ -8,9 +8,9 @@
 
 namespace Dorn {
 
-/// A 64-bit unsigned number that is kept in network byte order, so that a packet's field can be
-/// copied to it and from it as bytes. Ordered and printed as the number; nothing converts
-/// implicitly, so that no arithmetic happens on swapped bytes.
+/// A 64-bit unsigned number stored in network byte order, so that a packet's field can be copied to
+/// it and from it as bytes. Ordered and printed as the number. There are no implicit conversions,
+/// so that nobody calculates with swapped bytes.
 class NetU64 {
 public:
    static constexpr char const* kivTypeName = "Dorn::NetU64";
@@ -21,10 +21,10 @@ public:
    /// `value`: in the host's byte order.
    constexpr explicit NetU64(U64 value) noexcept
          : networkOrder_(Kiv::NboAttrLog::byteSwapped(value)) {}
-   /// The number that all of `text` is in decimal, blanks around it allowed.
+   /// Parses all of `text` as a decimal number; blanks around it are allowed.
    explicit NetU64(std::string_view text);
-   /// Reads a decimal number at the cursor. Too large: a `RangeException`; no number: a
-   /// `ParseException`.
+   /// Reads a decimal number at the cursor. Throws `RangeException` if it is too large,
+   /// `ParseException` if there is no number.
    explicit NetU64(Kiv::CharRange& text);
    NetU64(Kiv::NboAttrLog::In* in, Kiv::StreamBogon) : NetU64(in->nextU64()) {}
 

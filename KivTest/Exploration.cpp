@@ -17,14 +17,15 @@ using Kiv::NboAttrLog::Session;
 
 namespace {
 
-/// Room for a greeting, and for most of what an end can have to say.
+/// Room for a greeting, and for most of what an end may have to send.
 constexpr std::size_t outputBuffer = 1000;
 
-/// What one end did and got, in one number.
+/// What one end did and received, as one number.
 class History {
 public:
    void add(U64 word) noexcept {
-      // Two multiplications with xor-shifts between: one bit of a word changes half of the result.
+      // Two multiplications with xor-shifts between: one bit of a word changes half of the result
+      // bits.
       state_ = (state_ ^ word) * 0x9e3779b97f4a7c15;
       state_ = (state_ ^ state_ >> 29) * 0xbf58476d1ce4e5b9;
       state_ ^= state_ >> 32;
@@ -50,7 +51,8 @@ Kiv::NboAttrLog::Limits limits() {
 
 }  // namespace
 
-/// The steps from a state: a change at a side, a stop of a side, a message from a side.
+/// Two ends and the steps that they can take: a side makes a change, is blocked, or sends a
+/// message.
 class Exploration::World {
 public:
    explicit World(ExplorationPlan const& plan) : plan_(plan) {
@@ -64,7 +66,7 @@ public:
       for (unsigned const change : plan.ofTheMirror) {
          make(*ends_[1].root, change, 1);
       }
-      // Each side offers a root with which it can fill its output; these are not changed else.
+      // Each side offers a root that is only used to fill the side's output.
       for (unsigned side = 0; side != 2; ++side) {
          ends_[side].hub.rootIs(ends_[side].filler);
          ends_[1 - side].session->mountIs(rootFactory(name(side)));
@@ -102,7 +104,7 @@ public:
       if (what == delivery) {
          deliver(side);
       } else if (what == stop) {
-         // The header, the length of the text, and the text but for what is to be left.
+         // The text of a message that fills the output except for the room that should be left.
          std::size_t const size = outputBuffer - 1 - headerSize - 4 - plan_.room;
          end.filler->textIs(std::string(size, static_cast<char>('a' + end.stops)));
          ++end.stops;
@@ -120,14 +122,14 @@ public:
    bool quiet() const noexcept {
       return ends_[0].session->output().size == 0 && ends_[1].session->output().size == 0;
    }
-   /// What is wrong now that nothing is on its way; empty if all is well.
+   /// What is wrong now that nothing is in transit; empty if nothing is.
    std::string check() const {
       for (End const& end : ends_) {
          if (end.session->closed()) {
             return "closed: " + end.session->closeReason();
          }
          if (!end.session->upToDate() || end.session->dirtyEntities() != 0) {
-            return "something is left to be told";
+            return "something has not been sent";
          }
       }
       if (!mount_->complete()) {
@@ -135,10 +137,10 @@ public:
       }
       std::string problem = firstDifference(*ends_[0].root, *ends_[1].root);
       for (unsigned side = 0; side != 2 && problem.empty() && plan_.mounted; ++side) {
-         // A source that is behind tells a writer of its own changes as well, and late.
+         // A source that is behind also sends a writer that writer's own changes, and late.
          if (ends_[1 - side].changes == 0 && (side == 0 || ends_[0].stops == 0)) {
             problem = firstDifference(*alone_[side], *ends_[0].root);
-            problem += problem.empty() ? "" : ", although one end alone made changes";
+            problem += problem.empty() ? "" : ", although only one end made changes";
          }
       }
       return problem;
@@ -186,7 +188,8 @@ private:
       std::size_t const before = waiting(from);
       from.sent(size);
       if (waiting(from) != before - size) {
-         ends_[side].history.add(delivery);  // else an end that has less to send is no other
+         ends_[side].history.add(
+               delivery);  // otherwise, having less to send does not change the end's state
       }
       ends_[1 - side].history.add(bytes.get(), size);
       ends_[1 - side].session->received(bytes.get(), size);
@@ -222,8 +225,8 @@ std::unique_ptr<Exploration::World> Exploration::replayed() {
    return world;
 }
 
-/// Explores what can follow from where `world` is, which is where `path_` leads, and uses it up.
-/// False as soon as something is wrong.
+/// Explores everything that can follow from `world`, which is in the state to which `path_` leads,
+/// and consumes it. False as soon as something is wrong.
 bool Exploration::follow(std::unique_ptr<World>& world) {
    if (world->quiet()) {
       ++compared_;
@@ -239,7 +242,7 @@ bool Exploration::follow(std::unique_ptr<World>& world) {
          world = replayed();
       }
       if (!world->take(step)) {
-         continue;  // the world is as it was
+         continue;  // the world is unchanged
       }
       path_.push_back(step);
       bool const good = !visited_.insert(world->fingerprint()).second || follow(world);

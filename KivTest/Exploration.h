@@ -1,4 +1,5 @@
-// All that two ends of the attribute log which both change a small tree can do, in every order.
+// Everything that two ends of the attribute log can do when both change a small tree, in every
+// order.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +15,8 @@ namespace KivTest {
 
 /// What the two ends may do.
 struct ExplorationPlan {
-   /// One change of a tree. `side`: 0 at the source, 1 at the writer. False if there is nothing to
-   /// be done; then nothing was.
+   /// One change of a tree. `side`: 0 at the source, 1 at the writer. Returns false if there was
+   /// nothing to do.
    struct Change {
       char const* name;
       bool (*make)(Kiv::NamedEntity& root, unsigned side);
@@ -23,12 +24,12 @@ struct ExplorationPlan {
    /// The type of the root, by name.
    std::string type;
    std::vector<Change> changes;
-   /// How many changes the two ends make at most, together.
+   /// The maximum number of changes that both ends make together.
    unsigned mostChanges = 3;
-   /// How often an end falls behind at most, and how many bytes are left then.
+   /// How often the ends fall behind at most, and how many bytes of output are left then.
    unsigned mostStops = 1;
    std::size_t room = 0;
-   /// Places in `changes` of what both ends have from the start, and of what the mirror has then.
+   /// Indices in `changes`: what both ends have from the start, and what the mirror also has.
    std::vector<unsigned> common;
    std::vector<unsigned> ofTheMirror;
    /// Whether the mirror is complete before the first change.
@@ -36,13 +37,13 @@ struct ExplorationPlan {
 };
 
 /// Drives two real sessions through every order of changes at both ends, messages delivered to
-/// either, and moments at which an end is blocked, up to the bounds of the plan. Wherever all has
-/// been delivered, the two trees must be equal; and if one end alone made changes, they must be as
-/// that end left them. (A writer may find its own change undone for a moment while the source is
-/// behind; that end is not held to this then.)
+/// either end, and moments at which an end is blocked, up to the bounds of the plan. Whenever
+/// everything has been delivered, the two trees must be equal; if only one end made changes, they
+/// must be as that end left them. (While the source is behind, a writer's change may be undone for
+/// a moment; the second requirement is then not checked for the writer.)
 ///
-/// Each order is run from the start. An end depends only on what it did and got itself, so that
-/// two orders in which each end has the same history have come to the same state: of these one is
+/// Each order is run from the start. The state of an end depends only on what it did and received,
+/// so two orders in which each end has the same history lead to the same state; only one of them is
 /// followed.
 ///
 ///    EXPECT_EQ(Exploration(plan).run(), "");
@@ -53,13 +54,13 @@ public:
    Exploration(Exploration const&) = delete;
    Exploration& operator=(Exploration const&) = delete;
 
-   /// What went wrong first and how it came to be; empty if nothing did.
+   /// The first thing that went wrong and the steps that led to it; empty if nothing did.
    std::string run();
 
-   /// Different states that were met, and orders that were run from the start to tell them.
+   /// The number of different states.
    U64 states() const noexcept { return visited_.size(); }
    U64 runs() const noexcept { return runs_; }
-   /// States in which all had been delivered, and the trees were compared.
+   /// The number of states in which everything had been delivered and the trees were compared.
    U64 compared() const noexcept { return compared_; }
 
 private:

@@ -1,4 +1,4 @@
-// An observer whose reaction a test writes down where it stands.
+// An observer whose reaction is written where the test uses it.
 #pragma once
 
 #include <functional>
@@ -7,7 +7,8 @@
 
 namespace KivTest {
 
-/// Calls a function for each change, as long as it lives. It does not hold the entity.
+/// Calls a function for each change during its lifetime. It does not hold a reference to the
+/// entity.
 class Hears final : public Kiv::Observer {
 public:
    using React = std::function<void(Kiv::Change const&)>;
@@ -20,7 +21,7 @@ public:
    Hears(Hears const&) = delete;
    Hears& operator=(Hears const&) = delete;
 
-   /// Hears no more, or says that the entity has gone.
+   /// Stops observing; `entityGone` does so after the entity has been destroyed.
    void stop() {
       if (entity_ != nullptr) {
          entity_->observerDel(*this, scope_);

@@ -1,5 +1,5 @@
-// Reading module records by their layout alone: the types and constants of the framework are not
-// used, so that a test shows what the layout is.
+// Reads module records by their layout alone. It does not use the types and constants of the
+// framework, so that a test shows what the layout is.
 #pragma once
 
 #include <cstring>
@@ -10,7 +10,7 @@
 
 namespace KivTest {
 
-/// What lies so many bytes behind an address.
+/// The value at an offset in bytes from an address.
 template <class T>
 T at(void const* base, std::size_t offset) {
    T v;
@@ -18,7 +18,7 @@ T at(void const* base, std::size_t offset) {
    return v;
 }
 
-/// What a type record of 16 bytes says.
+/// The content of a type record of 16 bytes.
 struct TypeBytes {
    U32 kind;
    std::string name;
@@ -29,7 +29,7 @@ struct TypeBytes {
    U32 flags;
 };
 
-/// What a member record of 20 bytes says.
+/// The content of a member record of 20 bytes.
 struct MemberBytes {
    U16 id;
    U16 kind;
@@ -39,7 +39,7 @@ struct MemberBytes {
    bool zeroAtTheEnd;
 };
 
-/// A module's record as a program reads it that has no header: bytes, offsets and counts.
+/// A module's record as read by a program without its header: bytes, offsets and counts.
 class RecordWalk {
 public:
    explicit RecordWalk(void const* record) : record_(record) {}
@@ -70,7 +70,7 @@ public:
    void const* functions(U32 type) const {
       return at<void const*>(at<void const*>(record_, 48), type * sizeof(void*));
    }
-   /// The names of a NUL-separated table, up to the empty one that ends it.
+   /// The names in a NUL-separated table, up to the empty name that ends it.
    static std::vector<std::string> names(char const* table) {
       std::vector<std::string> all;
       for (; *table != '\0'; table += all.back().size() + 1) {

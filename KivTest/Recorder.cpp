@@ -11,7 +11,7 @@ namespace KivTest {
 
 namespace {
 
-/// A value of a type known at run time, in storage of its own.
+/// Owns a value of a type known at run time.
 class AnyValue {
 public:
    explicit AnyValue(Kiv::TypeImpl const& type)
@@ -82,7 +82,7 @@ std::string hex(U16 number) {
    return text;
 }
 
-/// Whether op 1 with the attribute's own value is accepted.
+/// Whether writing the attribute's current value (op 1) is accepted.
 bool isWritable(Kiv::Entity& entity, Kiv::FieldDescriptor const& field) {
    return attributeTextIs(entity, field.fieldId, attributeText(entity, field.fieldId)) ==
           Kiv::statusOk;

@@ -1,5 +1,5 @@
-// Observers and printers for tests: what an entity publishes, and what its type says of itself, as
-// text that a test compares with what it expects.
+// Observers and printers for tests. They give what an entity publishes, and how its type describes
+// itself, as text that a test compares with its expectation.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace KivTest {
 
-/// Records what an entity, or all below it, publishes, as long as it lives.
+/// During its lifetime, records what an entity, or everything below it, publishes.
 ///
 ///    Recorder published(*dataSet);
 ///    dataSet->flagFieldIs(0x3f);
@@ -21,12 +21,13 @@ public:
    Recorder(Recorder const&) = delete;
    Recorder& operator=(Recorder const&) = delete;
 
-   /// The attribute ids published since the last call of any of these, with blanks between them.
+   /// The attribute ids published since the last call of one of these functions, separated by
+   /// blanks.
    std::string ids();
    /// The same with names, keys and old values: "intfConfig[Ethernet1] was nothing". Below the
-   /// root of a subtree the type stands before the name: "Ptp::IntfConfig.enabled was false".
+   /// root of a subtree, the type precedes the name: "Ptp::IntfConfig.enabled was false".
    std::string changes();
-   /// Forgets what was published so far.
+   /// Forgets what has been published so far.
    void clear() { published_.clear(); }
 
    void onChange(Kiv::Change const& change) override;
@@ -42,10 +43,10 @@ private:
    std::vector<Published> published_;
 };
 
-/// A line for each member of the entity's type, read through the generic interface:
-/// "274 dc00 driftLimit : U32 = 500000000". Behind the type stand the value as text or, in
-/// parentheses, what else it is; then `const` where a write is refused, `local` where the member
-/// is not streamed, and the instantiation flags where one is set.
+/// One line for each member of the entity's type, read through the generic interface:
+/// "274 dc00 driftLimit : U32 = 500000000". The type is followed by the value as text or by the
+/// kind of member in parentheses; then by `const` if a write is refused, `local` if the member is
+/// not streamed, and the instantiation flags if any is set.
 std::string attributeTable(Kiv::Entity& entity);
 
 /// The value of an attribute as text, through the generic interface. Throws std::logic_error if it

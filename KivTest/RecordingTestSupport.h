@@ -1,4 +1,4 @@
-// A hub whose root is recorded into memory, for tests.
+// A hub whose root is recorded in memory, for tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -85,7 +85,7 @@ inline Moment moment(U64 n) {
    return {n * 1000, 1'000'000 + n * 1000};
 }
 
-/// A hub with a root that is recorded.
+/// A hub with a recorded root.
 class Recording : public testing::Test {
 protected:
    Recording() : hub(narrow()) { hub.rootIs(root); }
@@ -94,7 +94,7 @@ protected:
       recorder = std::make_unique<LogRecorder>(hub, memory, options);
       turn();
    }
-   /// Writes all that there is, at the next moment.
+   /// Writes everything that is pending, with the next moment as its time.
    void turn() {
       ++now;
       do {

@@ -19,7 +19,7 @@ using Kiv::NboAttrLog::Session;
 Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string_view type, std::string_view name) {
    Kiv::TypeImpl const* const found = Kiv::typeByName(type);
    if (found == nullptr || !found->named) {
-      throw Kiv::Exception("there is no type of roots named " + std::string(type));
+      throw Kiv::Exception("no root type is named " + std::string(type));
    }
    Sarn::String const text(name);
    std::array<Kiv::ValueRef, 1> const arguments{&text};
@@ -27,7 +27,7 @@ Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string_view type, std::string_view name)
    return Sarn::Ptr<Kiv::NamedEntity>(static_cast<Kiv::NamedEntity*>(made.get()));
 }
 
-/// Changes the tree again when told of a change, as long as it has not done so too often.
+/// Makes another change when notified of one, until its budget is used up.
 class Simulation::Meddler final : public Kiv::Observer {
 public:
    Meddler(Kiv::NamedEntity& root, Chance& chance) : root_(root), chance_(chance) {}
@@ -40,7 +40,7 @@ public:
    }
    void budgetIs(std::size_t budget) { budget_ = budget; }
 
-   /// Watches the root, or a random child of it before those who watch from above.
+   /// Observes the root, or a random child of it, where it is notified before observers further up.
    void watch() {
       Kiv::Entity* watched = &root_;
       for (Kiv::Entity* const child : childrenInOrder(root_)) {
@@ -65,7 +65,7 @@ struct Simulation::Site {
       }
    }
 
-   // An observer must not die before what it observes.
+   // An observer must not be destroyed before what it observes.
    struct Release {
       std::vector<Sarn::Ptr<Kiv::NamedEntity>>& roots;
       ~Release() { roots.clear(); }
@@ -98,7 +98,7 @@ struct Simulation::Link {
       client.reset();
       mounts.clear();
    }
-   /// Asks again for roots that were not there, or are not there any more. Whether any were.
+   /// Mounts roots again that were missing or have gone. Returns whether there were any.
    bool mountAgain() {
       bool any = false;
       for (std::size_t i = 0; i != mounts.size() && !client->closed(); ++i) {
@@ -112,7 +112,7 @@ struct Simulation::Link {
    }
 };
 
-/// What the source's roots were is played back at the end.
+/// A recording of the source's roots, which is played back at the end.
 struct Simulation::Recording final : Kiv::NboAttrLog::RecordSink, Kiv::NboAttrLog::RecordingSource {
    explicit Recording(Hub& hub) : recorder(hub, *this, {.blockSize = U32(1) << 15}) {}
 
@@ -134,7 +134,7 @@ struct Simulation::Recording final : Kiv::NboAttrLog::RecordSink, Kiv::NboAttrLo
       ++now;
       recorder.turn({now, now});
    }
-   /// How what is played back differs from the roots; empty if it does not.
+   /// How the played-back trees differ from the roots; empty if they do not.
    std::string check(std::vector<Sarn::Ptr<Kiv::NamedEntity>> const& roots) {
       recorder.snapshotIs();
       do {
@@ -163,7 +163,7 @@ struct Simulation::Recording final : Kiv::NboAttrLog::RecordSink, Kiv::NboAttrLo
             }
          }
       }
-      return player.roots().size() == roots.size() ? "" : "the recording has not all roots";
+      return player.roots().size() == roots.size() ? "" : "the recording lacks a root";
    }
 
    std::vector<U8> bytes;
@@ -186,7 +186,7 @@ Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chan
       sites_.push_back(std::make_unique<Site>(plan_, limits_, chance_));
       return *sites_.back();
    };
-   // The source comes first, then those that write; all of these may be changed from outside.
+   // The source comes first, then the writers; all of these may be changed directly.
    Site& source = siteIs();
    offer(source);
    writable_.push_back(&source);
@@ -211,7 +211,7 @@ Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chan
       }
       linkIs(before, siteIs(), MountMode::reader);
    }
-   if (chance_.oneIn(2)) {  // a mirror need not be empty when it begins
+   if (chance_.oneIn(2)) {  // a mirror need not be empty at the start
       for (auto const& site : sites_) {
          for (std::size_t left = chance_.below(60); left != 0; --left) {
             change(*site);
@@ -240,7 +240,7 @@ void Simulation::linkIs(Site& server, Site& client, MountMode mode) {
    links_.push_back(std::make_unique<Link>(Link{server, client, mode, nullptr, nullptr, {}}));
 }
 
-/// Offers those of the site's roots that it does not offer.
+/// Offers those of the site's roots that are not offered yet.
 void Simulation::offer(Site& site) {
    for (auto const& root : site.roots) {
       if (site.hub.root(root->kivType().name, root->nameString()) == nullptr) {
@@ -257,7 +257,7 @@ std::size_t Simulation::carry(Session& from, Session& to, std::size_t most) {
    auto const piece = from.output();
    std::size_t const size = std::min(most, piece.size);
    if (size != 0) {
-      // In memory of exactly this size, so that reading past its end is noticed.
+      // In memory of exactly this size, so that reading past its end is detected.
       std::unique_ptr<U8[]> const bytes(new U8[size]);
       std::copy(piece.begin, piece.begin + size, bytes.get());
       trace_ = Kiv::NboAttrLog::crc32c(bytes.get(), size, trace_);
@@ -313,7 +313,7 @@ void Simulation::step() {
    }
 }
 
-/// Carries all bytes there are, in random pieces, until there are none.
+/// Carries all bytes, in random pieces, until there are none left.
 std::string Simulation::rest() {
    offer(*sites_[0]);
    for (auto const& link : links_) {
@@ -337,7 +337,7 @@ std::string Simulation::rest() {
          return {};
       }
    }
-   return "the connections do not come to rest";
+   return "the connections never finish sending";
 }
 
 std::string Simulation::check() {
@@ -349,7 +349,7 @@ std::string Simulation::check() {
             return who + "closed: " + session->closeReason();
          }
          if (!session->upToDate() || session->dirtyEntities() != 0) {
-            return who + "something is left to be told";
+            return who + "something has not been sent";
          }
       }
       for (Mount const* const mount : link.mounts) {

@@ -1,4 +1,4 @@
-// Mirrors in one process, joined by pipes that carry as many bytes as chance allows.
+// Mirrors in one process, connected by pipes that carry a random number of bytes at a time.
 #pragma once
 
 #include <memory>
@@ -10,42 +10,42 @@
 
 namespace KivTest {
 
-/// A new root of a registered type that is made with a name alone.
+/// Creates a root of a registered type whose constructor takes only a name.
 Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string_view type, std::string_view name);
 
-/// What is simulated beside changes, transport and drops.
+/// What is simulated in addition to changes, transport and dropped connections.
 struct SimulationPlan {
    /// The root's type, by name.
    std::string type;
    std::size_t readers = 1;
-   /// Mirrors that change the tree, too.
+   /// The number of mirrors that change the tree, too.
    std::size_t writers = 0;
    /// A mirror of the first reader's mirror.
    bool relay = false;
-   /// Observers that make changes while they are told of some.
+   /// Observers that make changes when they are notified of changes.
    bool meddlers = false;
    /// A mirror of the last writer's mirror that changes the tree, too.
    bool writerBehindWriter = false;
-   /// The type of a second root that is mirrored beside the first, or empty.
+   /// The type of a second root that is mirrored along with the first, or empty.
    std::string otherType;
-   /// The source gives a root up now and then, and offers it again.
+   /// From time to time, the source withdraws a root and offers it again.
    bool withdrawals = false;
-   /// The source is recorded; what the recording plays back must equal it at the end.
+   /// The source is recorded; at the end, playing back the recording must give an equal tree.
    bool recorder = false;
-   /// Changes in one step at most, and how far each may go.
+   /// The maximum number of changes in one step, and the bounds of each.
    std::size_t burst = 1;
    ChangeBounds bounds;
-   /// Bytes that wait in a connection; 0: chance chooses.
+   /// The size of a connection's output buffer in bytes; 0: random.
    std::size_t outputBuffer = 0;
    std::size_t steps = 150;
-   /// Watches all of the last mirror, if not null: what it is told of has come through the log.
+   /// Observes all of the last mirror, if not null: every change it sees has come through the log.
    Kiv::Observer* witness = nullptr;
 };
 
-/// A source of a tree, and mirrors of it: random changes on every side that may make them, pipes
-/// that take 0 to n bytes at a time between small output buffers, ends that stop reading,
-/// connections that break at any byte and are made again. Whenever all have come to rest, every
-/// mirror must equal the source, all connections must be there and all mounts complete.
+/// A source of a tree and its mirrors: random changes on every side that may make them, pipes that
+/// carry 0 to n bytes at a time between small output buffers, ends that stop reading, connections
+/// that break at any byte and are re-established. Whenever nothing is in transit, every mirror must
+/// equal the source, all connections must be open and all mounts complete.
 ///
 ///    EXPECT_EQ(Simulation(plan, seed).run(), "");
 ///
@@ -61,7 +61,7 @@ public:
    Simulation(Simulation const&) = delete;
    Simulation& operator=(Simulation const&) = delete;
 
-   /// What went wrong first; empty if nothing did.
+   /// The first thing that went wrong; empty if nothing did.
    std::string run();
    /// A checksum of all bytes that were carried so far: the same for the same plan and seed.
    U32 trace() const noexcept { return trace_; }
@@ -88,7 +88,7 @@ private:
    Kiv::NboAttrLog::Limits limits_;
    std::vector<std::unique_ptr<Site>> sites_;
    std::vector<std::unique_ptr<Link>> links_;
-   /// Sites that are changed from outside.
+   /// Sites whose trees are changed directly.
    std::vector<Site*> writable_;
    std::unique_ptr<Recording> recording_;
 };

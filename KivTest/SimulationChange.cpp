@@ -18,7 +18,7 @@ using Kiv::FieldDescriptor;
 using Kiv::MemberKind;
 using Kiv::TypeImpl;
 
-/// The key of such a value is that of the element that it is stored as.
+/// The key in such a value is replaced by that of the element in which it is stored.
 std::string domainText(std::string const& domain) {
    return "Ptp::IntfDomainNumberInfo(portDSKey=Ptp::PortDSKey(intf=\"\", vlanId=none), "
           "activeRegionDomain=" +
@@ -66,9 +66,10 @@ public:
    void change(Entity& root) {
       std::vector<Entity*> all;
       gather(root, all);
-      // The root has most of the members; half of the changes happen below it all the same.
+      // The root has most of the members, but half of the changes are made below it.
       Entity& entity = chance_.oneIn(2) ? root : *all[chance_.below(all.size())];
-      // Below it there are types with a collection among scores of values: it gets its share.
+      // Some types below it have one collection among many values; make sure that it is changed,
+      // too.
       bool const valuesToo = &entity == &root || !chance_.oneIn(3);
       std::vector<FieldDescriptor const*> fields;
       Kiv::forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
@@ -91,7 +92,7 @@ private:
       }
    }
 
-   /// Bytes that are often a good encoding of something small.
+   /// Bytes that are often a valid encoding of something small.
    std::vector<U8> bytes(std::size_t size) {
       std::vector<U8> all(size);
       for (U8& byte : all) {
@@ -110,7 +111,8 @@ private:
       return all;
    }
 
-   /// Fills `value` with a random value of its type; the default one if chance gives none.
+   /// Fills `value` with a random value of its type, or with the default if random bytes are not
+   /// valid.
    void draw(AnyValue& value) {
       TypeImpl const& type = value.type();
       if (bounds_.text != 0 && &type == &Kiv::typeOf<Sarn::String>() && chance_.oneIn(3)) {
@@ -140,7 +142,7 @@ private:
       value.constructed();
    }
 
-   /// The key of an element that is there, or with some luck of one that is not.
+   /// The key of an existing element, or sometimes a random key.
    void drawKey(Entity& entity, FieldDescriptor const& field, AnyValue& key) {
       Kiv::CollectionOps const& ops = *field.ops->collection;
       std::size_t const size = ops.size(entity);
@@ -211,7 +213,7 @@ private:
          ops.delAll(entity);
          return;
       }
-      // A large collection gets large by jumps.
+      // A large collection grows in jumps.
       bool const jumps = bounds_.elements > 6 && chance_.oneIn(8);
       for (std::size_t left = jumps ? chance_.below(bounds_.elements) : 0; left != 0; --left) {
          changeElement(entity, field);
@@ -238,8 +240,8 @@ private:
       }
    }
 
-   /// Through a creation message, since that is where the constructor's arguments are untyped. A
-   /// child with other constant arguments is replaced.
+   /// Creates a child through a creation message, in which the constructor's arguments are untyped.
+   /// A child with different constant arguments is replaced.
    void create(Entity& entity, FieldDescriptor const& field, void const* key) {
       Kiv::CollectionOps const& ops = *field.ops->collection;
       std::vector<U8> message = encodedKey(field, key);
@@ -251,7 +253,7 @@ private:
       ops.applyCreate(entity, in, nullptr, nullptr, [](void*, Kiv::Entity&) {});
    }
 
-   /// The size of a child's arguments behind its key, which is fixed, found by attempt.
+   /// The size of a child's arguments after its key. It is fixed, and found by trial.
    static std::size_t argumentsSize(FieldDescriptor const& field, std::vector<U8> message) {
       static std::map<FieldDescriptor const*, std::size_t> sizes;
       auto const known = sizes.find(&field);

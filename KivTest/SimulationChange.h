@@ -1,4 +1,4 @@
-// Random changes of trees of any types, through their member tables alone.
+// Random changes to trees of any type, using only their member tables.
 #pragma once
 
 #include <random>
@@ -9,25 +9,25 @@
 
 namespace KivTest {
 
-/// A source of random numbers that gives the same ones for the same seed on every machine.
+/// A source of random numbers that are the same for the same seed on every machine.
 class Chance {
 public:
    explicit Chance(U64 seed) : engine_(seed) {}
 
    /// From 0 to `bound - 1`.
    std::size_t below(std::size_t bound) { return bound == 0 ? 0 : engine_() % bound; }
-   /// True once in `n` times.
+   /// True with a probability of 1 in `n`.
    bool oneIn(std::size_t n) { return below(n) == 0; }
 
 private:
    std::mt19937_64 engine_;
 };
 
-/// How far random changes may go.
+/// Bounds of random changes.
 struct ChangeBounds {
-   /// Elements of a collection. Above six, many are made or deleted at a time.
+   /// Maximum number of elements in a collection. Above six, many are changed at a time.
    std::size_t elements = 6;
-   /// Bytes of a text that is not a key; the default leaves most texts empty.
+   /// Maximum length in bytes of a text that is not a key; the default leaves most texts empty.
    std::size_t text = 0;
 };
 

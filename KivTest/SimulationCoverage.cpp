@@ -52,7 +52,7 @@ void SimulationCoverage::onChange(Kiv::Change const& change) {
          break;
       }
       case MemberKind::queue: {
-         // The element at the back is the one that was appended, unless the queue is empty now.
+         // The element at the back is the one that was appended, unless the queue is now empty.
          Kiv::QueueOps const& queue = *field.ops->queue;
          U32 const sequence = *static_cast<U32 const*>(change.key);
          if (queue.size(entity) != 0 && sequence + 1 == queue.nextSequence(entity)) {

@@ -1,5 +1,5 @@
-// What has happened to the members of a tree's types, so that a random test can show that it met
-// everything it is meant to meet.
+// What has happened to the members of a tree's types, so that a random test can show that it covers
+// everything it should.
 #pragma once
 
 #include <map>
@@ -10,15 +10,15 @@
 
 namespace KivTest {
 
-/// Notes what it is told of: values that change; elements, children and queue elements that are
-/// made, changed, deleted and made again. Made to watch subtrees, one after the other or several at
-/// a time.
+/// Notes the changes that it is notified of: values that change; elements, children and queue
+/// elements that are created, changed, deleted and recreated. It observes subtrees, one after
+/// another or several at a time.
 class SimulationCoverage final : public Kiv::Observer {
 public:
    void onChange(Kiv::Change const& change) override;
 
-   /// What has not happened yet to the streamed members of `root` and of all types below it, a line
-   /// each: "Ptp::PortDS.peerPathDelay: never made again". Empty if everything has.
+   /// What has not happened yet to the streamed members of `root` and of all types below it, one
+   /// per line: "Ptp::PortDS.peerPathDelay: never made again". Empty if everything has.
    std::string missing(Kiv::TypeImpl const& root) const;
 
 private:
@@ -31,7 +31,7 @@ private:
                   std::string& all) const;
 
    std::map<Kiv::FieldDescriptor const*, std::set<Event>> seen_;
-   /// Paths of elements, children and queues that something was deleted from.
+   /// Paths of deleted elements and children, and of queues from which something was deleted.
    std::set<std::string> gone_;
 };
 

@@ -14,7 +14,7 @@ using Kiv::Entity;
 using Kiv::FieldDescriptor;
 using Kiv::MemberKind;
 
-/// Iterates over a collection for the length of a scope.
+/// Iterates over a collection; the iterator lives as long as the scope.
 class Walk {
 public:
    Walk(Entity& owner, FieldDescriptor const& field)
@@ -73,7 +73,7 @@ private:
    }
 
    std::string members(Entity& expected, Entity& actual, FieldDescriptor const& field) {
-      // What is constant travels with the creation of the entity.
+      // Constant members are sent when the entity is created.
       bool const travels = field.has(FieldDescriptor::streamed) ||
                            (field.has(FieldDescriptor::constant) && field.ops != nullptr);
       if (!travels) {

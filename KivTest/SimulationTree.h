@@ -1,4 +1,4 @@
-// Trees of entities compared with each other, of any types, through their member tables alone.
+// Compares trees of entities of any type, using only their member tables.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 
 namespace KivTest {
 
-/// Where the second tree differs from the first, and how: "root.leaf[3].ticks: 5, not 7". Looks at
-/// all that is streamed: attributes, constructor arguments, keys, child entities, and the elements
-/// and sequence numbers of queues. Empty if nothing differs. The roots' names are not compared.
+/// Where and how the second tree differs from the first: "root.leaf[3].ticks: 5, not 7". Compares
+/// everything that is streamed: attributes, constructor arguments, keys, child entities, and the
+/// elements and sequence numbers of queues. Empty if nothing differs. The roots' names are ignored.
 std::string firstDifference(Kiv::Entity& expected, Kiv::Entity& actual);
 
-/// The number of entities in a tree, its root included.
+/// The number of entities in a tree, including its root.
 std::size_t entityCount(Kiv::Entity& root);
 
 }  // namespace KivTest

@@ -1,5 +1,5 @@
-// Two ends of the attribute log in one process, whose bytes a test carries, reads as lines and
-// forges.
+// Two ends of the attribute log in one process. A test carries the bytes between them, reads them
+// as lines of text, and forges them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -73,7 +73,7 @@ inline std::string line(U8 const* header, U8 const* body, std::size_t size) {
    return text;
 }
 
-/// The whole messages in `bytes`, a line each.
+/// The complete messages in `bytes`, one per line.
 inline std::vector<std::string> lines(Bytes const& bytes) {
    std::vector<std::string> all;
    for (std::size_t at = 0; at + 10 <= bytes.size();) {
@@ -95,7 +95,7 @@ inline std::string joined(std::vector<std::string> const& all) {
    return text;
 }
 
-/// A message as it goes over the wire.
+/// A message as sent over the wire.
 inline Bytes message(Opcode opcode, U32 handle, U16 attribute, Bytes const& body) {
    Bytes bytes(10 + body.size());
    Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
@@ -109,7 +109,7 @@ inline Bytes u32(U32 v) {
            static_cast<U8>(v)};
 }
 
-/// The bytes after those of the first argument, and so on.
+/// The arguments' bytes, concatenated.
 template <class... More>
 Bytes concat(Bytes first, More const&... more) {
    (first.insert(first.end(), more.begin(), more.end()), ...);
@@ -120,7 +120,7 @@ inline Bytes text(std::string_view v) {
    return concat(u32(static_cast<U32>(v.size())), Bytes(v.begin(), v.end()));
 }
 
-/// One end: a hub with one session, whose listener keeps what it was told.
+/// One end: a hub with one session, whose listener stores its notifications.
 struct End : SessionListener {
    explicit End(Limits const& limits = {}) : hub(limits) { connect(); }
    virtual ~End() = default;
@@ -129,7 +129,7 @@ struct End : SessionListener {
       session.reset();
       session = std::make_unique<Session>(hub, this);
    }
-   /// Takes all bytes that wait to be sent.
+   /// Takes all bytes that are waiting to be sent.
    Bytes take() {
       Bytes bytes;
       if (session->closed()) {
@@ -160,7 +160,7 @@ struct End : SessionListener {
    void onSynced(Session&, U32 token) override {
       events.push_back("synced " + std::to_string(token));
    }
-   /// What the listener was told since the last call.
+   /// The listener's notifications since the last call.
    std::string told() {
       std::string const all = joined(events);
       events.clear();
@@ -172,7 +172,7 @@ struct End : SessionListener {
    std::vector<std::string> events;
 };
 
-/// A source with a root, and a mirror of it.
+/// A source with a root and a mirror of it.
 class StreamTest : public testing::Test {
 protected:
    explicit StreamTest(Limits const& limits = {}) : source(limits), mirror(limits) {
@@ -183,7 +183,7 @@ protected:
       source.session.reset();
    }
 
-   /// Carries everything both ways until there is nothing left.
+   /// Carries everything in both directions until nothing is left.
    void carry() {
       for (bool moved = true; moved;) {
          Bytes const forth = source.take();
@@ -199,7 +199,7 @@ protected:
       return made;
    }
    void expectEqual() { EXPECT_EQ(KivTest::firstDifference(*root, *copy), ""); }
-   /// What the mirror says when it receives a message, after the other side's greeting.
+   /// The reason why the mirror rejects a message that follows the other side's greeting.
    std::string fault(Bytes const& bytes) {
       mirror.receive(bytes);
       return mirror.session->closeReason();

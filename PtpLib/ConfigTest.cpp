@@ -283,7 +283,7 @@ TEST_F(ConfigTest, ReservedMessageTypesAreKeysToo) {
    EXPECT_EQ(config->missingTimerThresholds(reserved), 3);
 }
 
-// ---- Ends ----
+// ---- Lifetimes and observers ----
 
 TEST_F(ConfigTest, ChildrenOutliveTheConfigWithoutAParent) {
    auto const intf = config->intfConfigIs(ethernet1, true, false);

@@ -24,7 +24,7 @@ struct MacGroups {
    }
 };
 
-// IEEE 1588-2008, F.3; the MAC addresses of IP groups by RFC 1112 and RFC 2464.
+// IEEE 1588-2008, F.3; the MAC addresses of IP groups follow RFC 1112 and RFC 2464.
 constexpr MacGroups generalMacs{Dorn::EthAddr("01:1b:19:00:00:00"),
                                 Dorn::EthAddr("01:00:5e:00:01:81"),
                                 Dorn::EthAddr("33:33:00:00:01:81")};

@@ -13,7 +13,7 @@
 
 namespace Ptp {
 
-/// Limits that the PTP configuration keeps to, and where PTP messages go. All functions are pure
+/// Limits of the PTP configuration, and the destinations of PTP messages. All functions are pure
 /// and may be called from any thread.
 class Constants {
 public:
@@ -36,16 +36,16 @@ public:
    /// Range of the number of skew samples that a port needs to leave UNCALIBRATED.
    static constexpr U32 skewMinQueueSize = 3;
    static constexpr U32 skewMaxQueueSize = 128;
-   /// Range of the wait for a timestamp; above, only the type bounds it.
+   /// Range of the wait for a timestamp; only the type limits the maximum.
    static constexpr U32 delayEventMsgTimeoutMin = 5;
    static constexpr U32 delayEventMsgTimeoutMax = std::numeric_limits<U32>::max();
    /// Range of the base-2 logarithm of the Delay_Req interval in seconds.
    static constexpr S16 minlogMinDelayReqInterval = -7;
    static constexpr S16 maxlogMinDelayReqInterval = 8;
-   /// Range of the number of Announce intervals before a timeout; above, only the type bounds it.
+   /// Range of the number of Announce intervals before a timeout; only the type limits the maximum.
    static constexpr U8 minannounceReceiptTimeout = 2;
    static constexpr U8 maxannounceReceiptTimeout = std::numeric_limits<U8>::max();
-   /// Least number of Sync intervals before a timeout.
+   /// Minimum number of Sync intervals before a timeout.
    static constexpr U8 minsyncReceiptTimeout() noexcept { return 2; }
 
    // ---- Message types ----
@@ -54,7 +54,7 @@ public:
    static constexpr U16 ptpUdpPort(MessageTypeNumber messageType) noexcept {
       return isEventPtpMessage(messageType) ? 319 : 320;
    }
-   /// Whether messages of the type are timestamped. Bit 3 alone decides, for reserved types too.
+   /// Whether messages of the type are timestamped. Bit 3 alone decides, even for reserved types.
    static constexpr bool isEventPtpMessage(MessageTypeNumber messageType) noexcept {
       return (static_cast<U8>(messageType) & 0x08) == 0;
    }
@@ -64,7 +64,7 @@ public:
              messageType == MessageTypeNumber::pdelayResp ||
              messageType == MessageTypeNumber::pdelayRespFollowUp;
    }
-   /// The header's `controlField` (IEEE 1588-2008, table 23); 5 for types without one of their own.
+   /// The header's `controlField` (IEEE 1588-2008, table 23); 5 for types that have none there.
    static constexpr U8 getControlField(MessageTypeNumber messageType) noexcept {
       switch (messageType) {
          case MessageTypeNumber::sync:
@@ -89,23 +89,23 @@ public:
    static constexpr Dorn::Ip6Addr ptpMcastIp6Addr() noexcept { return Ptp::ptpMcastIp6Addr(); }
    static constexpr Dorn::Ip6Addr ptpPdelayIp6Addr() noexcept { return Ptp::ptpPdelayIp6Addr(); }
 
-   /// The IP group that messages of the type go to. REQUIRES: a transport over IP; anything else
-   /// ends the process as a failed assertion does, in every build.
+   /// The IP group to which messages of the type are sent. REQUIRES: a transport over IP; anything
+   /// else ends the process like a failed assertion, in every build.
    static Dorn::IpGenAddr ptpMcastIpAddr(MessageTypeNumber messageType,
                                          TransportMode transportMode);
-   /// The MAC group that messages of the type go to; a transport that is neither Ethernet nor IPv4
-   /// counts as IPv6. REQUIRES: in generalized mode, over IP, a peer delay message; anything else
-   /// ends the process as a failed assertion does, in every build.
+   /// The MAC group to which messages of the type are sent; a transport that is neither Ethernet
+   /// nor IPv4 is treated as IPv6. REQUIRES: in generalized mode over IP, a peer delay message;
+   /// anything else ends the process like a failed assertion, in every build.
    static Dorn::EthAddr ptpMcastEthAddr(MessageTypeNumber messageType, TransportMode transportMode,
                                         PtpMode ptpMode);
 
-   /// Whether PTP messages go to that IP group.
+   /// Whether PTP messages are sent to this IP group.
    static bool isPtpMcastIpAddr(Dorn::IpGenAddr const& address) noexcept;
-   /// Whether PTP messages over Ethernet go to that MAC group.
+   /// Whether PTP messages over Ethernet are sent to this MAC group.
    static bool isPtpL2McastEthAddr(Dorn::EthAddr const& mac) noexcept;
-   /// Whether PTP messages over IP go to that MAC group.
+   /// Whether PTP messages over IP are sent to this MAC group.
    static bool isPtpL3McastEthAddr(Dorn::EthAddr const& mac) noexcept;
-   /// Whether PTP messages go to that MAC group.
+   /// Whether PTP messages are sent to this MAC group.
    static bool isPtpMcastEthAddr(Dorn::EthAddr const& mac) noexcept;
 };
 

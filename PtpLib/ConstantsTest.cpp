@@ -39,7 +39,7 @@ TEST(Constants, LimitsHaveTheTypeOfWhatTheyBound) {
    EXPECT_TRUE(isLimit<U8>(Constants::minannounceReceiptTimeout, 2));
    EXPECT_TRUE(isLimit<U8>(Constants::maxannounceReceiptTimeout, 255));
    EXPECT_TRUE(isLimit<U8>(Constants::minsyncReceiptTimeout(), 2));
-   // isLimit converts its argument: the exact types are checked here.
+   // isLimit converts its argument, so the exact types are checked here.
    static_assert(std::is_same_v<decltype(Constants::minDscp), U8 const>);
    static_assert(std::is_same_v<decltype(Constants::maxDscp), U8 const>);
    static_assert(std::is_same_v<decltype(Constants::mindriftLimit), U32 const>);
@@ -66,7 +66,7 @@ struct MessageTypeRow {
    U8 controlField;
 };
 
-// Types 4 to 7, 14 and 15 are reserved; bit 3 classifies them all the same.
+// Types 4 to 7, 14 and 15 are reserved; bit 3 classifies them, too.
 constexpr MessageTypeRow messageTypes[] = {
       {0, true, false, 0},   {1, true, false, 1},   {2, true, true, 5},    {3, true, true, 5},
       {4, true, false, 5},   {5, true, false, 5},   {6, true, false, 5},   {7, true, false, 5},

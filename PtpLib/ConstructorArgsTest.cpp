@@ -1,4 +1,4 @@
-// What the types of all modules say of their constructors' arguments.
+// What the types of all modules report about the arguments of their constructors.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Arguments for a type's constructor, as `ctorArgs` tells of them, each with its default.
+/// Arguments for a type's constructor as described by `ctorArgs`, each with its default.
 struct Arguments {
    explicit Arguments(Kiv::TypeImpl const& type) {
       for (Kiv::AttributeId const id : type.ctorArgs) {
@@ -30,7 +30,8 @@ struct Arguments {
    std::vector<Kiv::ValueRef> all;
 };
 
-/// The constructor takes what the type says: no more, no less, and nothing of another type.
+/// The constructor takes exactly the arguments that the type reports: no more, no fewer, and of no
+/// other type.
 TEST(ConstructorArgs, OfEveryEntityAreThoseThatItsConstructorTakes) {
    int entities = 0;
    for (auto const* module = Kiv::firstModule(); module != nullptr; module = module->data->next) {
@@ -59,7 +60,7 @@ TEST(ConstructorArgs, OfEveryEntityAreThoseThatItsConstructorTakes) {
    EXPECT_GE(entities, 30);
 }
 
-/// What a collection makes its children from is what these are made from.
+/// A collection creates its children from the arguments that their constructor takes.
 TEST(ConstructorArgs, OfEveryChildAreWhatItsCollectionTakes) {
    for (auto const* module = Kiv::firstModule(); module != nullptr; module = module->data->next) {
       for (U32 i = 0; i != module->typeCount; ++i) {

@@ -1,4 +1,4 @@
-// Every counter of the data sets: what `Inc` adds, and what it publishes.
+// Every counter of the data sets: what `Inc` adds and what it publishes.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -19,7 +19,7 @@ struct Counter {
    void (Owner::*inc)(T);
 };
 
-/// Checks a counter of an entity that is as it was made.
+/// Checks a counter of a newly created entity.
 template <class Owner, class T>
 void check(Owner& owner, Counter<Owner, T> const& counter, T fresh = 0) {
    SCOPED_TRACE(counter.id);

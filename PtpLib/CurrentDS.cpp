@@ -9,7 +9,7 @@ U32 CurrentDS::pathTraceLen() const {
 }
 
 void CurrentDS::reset() {
-   // Readers rely on this order, which is not that of the attribute ids.
+   // Readers rely on this order, which differs from that of the attribute ids.
    Kiv::AllSteps steps(*this);
    steps.take([&] { offsetFromHardwareIs(0); });
    steps.take([&] { offsetFromMasterIs(0); });
@@ -26,8 +26,8 @@ void CurrentDS::reset() {
    steps.take([&] { gptpCumulativeRateOffsetIs(0); });
    steps.take([&] { pathDelaySnapshotIs(0); });
    steps.take([&] {
-      // The first reset of a fresh data set makes generation 1; afterwards somebody has to ask for
-      // the next one by the flag.
+      // The first reset of a new data set starts generation 1; after that, the flag must request
+      // the next one.
       if (genId().flag() || genId().count() == 0) {
          genIdIs(Brim::Generation(genId().count() + 1, false));
       }

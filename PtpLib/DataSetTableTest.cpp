@@ -1,4 +1,4 @@
-// Every attribute of the data sets as the generic interface shows it: id, kind, name, type and
+// Every attribute of the data sets as shown by the generic interface: id, kind, name, type and
 // default.
 
 #include <gtest/gtest.h>

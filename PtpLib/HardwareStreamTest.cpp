@@ -1,5 +1,5 @@
-// Hardware, system clock and OpenConfig in the attribute log: what travels, in which form, and what
-// a mirror has of it.
+// Hardware, system clock and OpenConfig in the attribute log: what is sent, in which form, and what
+// a mirror receives.
 #include "KivTest/StreamTestSupport.h"
 #include "PtpLib/PtpOpenConfig.h"
 #include "PtpLib/PtpStatusStatedbTypes.h"
@@ -10,7 +10,7 @@ using KivTest::Recorder;
 
 namespace {
 
-/// A root of the test's type, and a mirror of it.
+/// A root of the test's type and a mirror of it.
 template <class T>
 class Mirrored {
 public:
@@ -25,7 +25,7 @@ public:
       source_.session.reset();
    }
 
-   /// Brings the mirror up to date. The messages that do so, as text.
+   /// Brings the mirror up to date. Returns the messages that do so, as text.
    std::string carry() {
       std::string sent;
       for (bool moved = true; moved;) {
@@ -52,7 +52,7 @@ private:
    End mirror_;
 };
 
-/// Without the handle: "set.258 01".
+/// The text without handles: "set.258 01".
 std::string withoutHandles(std::string text) {
    for (std::size_t at = 0; (at = text.find(' ', at)) != std::string::npos;) {
       std::size_t const dot = text.find('.', at);

@@ -24,7 +24,7 @@ Sarn::String IntfStatus::disabledReasonString() const {
       case Mpass::DisabledReason::mlagIntfDisabled:
          break;
    }
-   // Reasons that a newer writer may know read as the last one.
+   // A reason that only a newer writer knows is reported as the last one.
    return "MLAG interface disabled";
 }
 

@@ -1,6 +1,6 @@
-// The records of the five modules as a program meets them that was built without any of their
-// headers: found by symbol, read as bytes. What they say is compared with the declarations, by the
-// checked-in lists of ids, and with what the generic interface answers.
+// The records of the five modules as seen by a program that was built without their headers: found
+// by symbol and read as bytes. Their content is compared with the declarations, using the
+// checked-in lists of ids, and with the answers of the generic interface.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -27,10 +27,10 @@ using Names = std::vector<std::string>;
 struct ModuleCase {
    char const* name;
    char const* symbol;
-   /// In the order of the record; in the namespace.
+   /// The namespace of the types, which are listed in the order of the record.
    char const* nameSpace;
    Names types;
-   /// Some that the module only refers to.
+   /// Some types that the module only refers to.
    Names mentioned;
 };
 
@@ -96,9 +96,9 @@ void PrintTo(ModuleCase const& module, std::ostream* out) {
    *out << module.name;
 }
 
-/// What a declared type is, as the checked-in list says it.
+/// A declared type, as described by the checked-in list.
 struct Declared {
-   /// "name id kind", or of an enumerator "name value".
+   /// "name id kind", or "name value" for an enumerator.
    Names members;
    Names keywords;
 
@@ -162,7 +162,7 @@ TEST_P(ModuleRecords, NameEveryTypeThatTheyDefineOrReferToOnceAndInOrder) {
    for (std::string const& type : GetParam().mentioned) {
       EXPECT_TRUE(has(type)) << type;
    }
-   // Whatever a member is of, its type's name is in the table.
+   // The table contains the type names of all members.
    for (std::string const& type : GetParam().types) {
       auto const& impl = *Kiv::typeByName(GetParam().nameSpace + type);
       for (U16 row = 0; row != impl.rowCount && impl.kind != Kiv::TypeKind::enumeration; ++row) {
@@ -200,7 +200,7 @@ TEST_P(ModuleRecords, HaveTheMembersIdsAndKindsOfTheDeclarations) {
    U32 next = 0;
    U32 enumerators = 0;
    U32 index = 0;
-   for (auto const& [name, type] : declared) {  // a map has them in the order of the names
+   for (auto const& [name, type] : declared) {  // a map is sorted by name
       TypeBytes const bytes = walk.type(index);
       ASSERT_EQ(bytes.name, name);
       EXPECT_EQ(bytes.firstMember, next) << name;
@@ -288,7 +288,7 @@ TEST_P(ModuleRecords, AgreeWithTheGenericInterface) {
             continue;
          }
          MemberBytes const record = walk.member(member++);
-         // By id and by name: both lead to the member that the record tells of.
+         // The id and the name both lead to the member that the record describes.
          Kiv::FieldDescriptor const* const field = type->field(record.id);
          ASSERT_NE(field, nullptr) << bytes.name << "." << record.name;
          EXPECT_EQ(type->field(std::string_view(record.name)), field);
@@ -301,8 +301,8 @@ TEST_P(ModuleRecords, AgreeWithTheGenericInterface) {
    }
 }
 
-/// Value types by the eight words of their function table alone: copied, printed, read back,
-/// assigned and destroyed.
+/// Copies, prints, reads back, assigns and destroys values using only the eight words of the
+/// function tables of their types.
 TEST_P(ModuleRecords, DriveValuesThroughTheirFunctionTables) {
    for (U32 i = 0; i != walk.typeCount(); ++i) {
       TypeBytes const bytes = walk.type(i);
@@ -353,7 +353,7 @@ TEST_P(ModuleRecords, DriveValuesThroughTheirFunctionTables) {
    }
 }
 
-/// Entities by their table's first words: roots are made, and say their name.
+/// Creates roots using the first words of their tables, and reads their names.
 TEST_P(ModuleRecords, DriveEntitiesThroughTheirFunctionTables) {
    for (U32 i = 0; i != walk.typeCount(); ++i) {
       TypeBytes const bytes = walk.type(i);
@@ -410,7 +410,7 @@ TEST(ModuleRecordsTogether, Define46Types) {
    EXPECT_EQ(count, 46u);
 }
 
-/// Kind words of members of each kind, as other programs of the system expect them.
+/// The kind words of members of each kind, as other programs in the system expect them.
 TEST(ModuleRecordsTogether, MarkTheKindsOfMembersAsOtherProgramsExpect) {
    struct {
       char const* member;

@@ -138,7 +138,8 @@ TEST(OpenConfigTypes, EachHasAFactoryAndAStaticCreator) {
    EXPECT_EQ(TransparentClockDefaultDS::TransparentClockDefaultDSIs("tc")->nameString(), "tc");
 }
 
-/// Whoever is told of a child finds it in its place with its parent, or gone without one.
+/// An observer that is notified of a child finds it in its collection with its parent, or removed
+/// and without a parent.
 TEST(OpenConfigInstance, AnObserverFindsTheTreeConsistent) {
    struct Witness final : Kiv::Observer {
       void onChange(Kiv::Change const& change) override {

@@ -48,16 +48,16 @@ bool PortDS::isManagementPktForwardingState() const {
 }
 
 void PortDS::receiveSyncMessage() {
-   // One more is always a change, even where the counter wraps.
+   // Adding one is always a change, even if the counter wraps.
    syncMessageReceivedInc(1);
 }
 
 void PortDS::maybeClearCounters() {
-   // Not `<=`: with a NaN on either side the counters are cleared.
+   // Not `<=`: the counters are also cleared if either side is NaN.
    if (!initialized() || lastClearTime() > clearCountersRequestTime()) {
       return;
    }
-   // Deliberate: this counter is stepped by a clear, not reset by it.
+   // Deliberate: clearing increments this counter rather than resetting it.
    Kiv::AllSteps steps(*this);
    steps.take([&] { syncMessageReceivedInc(1); });
    steps.take([&] { stpDiscardedRxMessagesCountIs(0); });

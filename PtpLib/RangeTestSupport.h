@@ -11,7 +11,7 @@
 
 namespace Ptp {
 
-/// A setter, values that it takes and values that it refuses with exactly that message.
+/// A setter, values that it accepts, and values that it refuses with exactly the given message.
 template <typename Owner, typename T>
 struct RangeRow {
    T (Owner::*get)() const;
@@ -32,7 +32,7 @@ std::string rangeMessage(Set set) {
    return "accepted";
 }
 
-/// Checks that values in range are stored, and that the others change and publish nothing.
+/// Checks that values in range are stored, and that others change and publish nothing.
 template <typename Owner, typename T>
 void checkRange(Owner& owner, RangeRow<Owner, T> const& row) {
    for (T const value : row.accepted) {

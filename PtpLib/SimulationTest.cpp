@@ -21,7 +21,7 @@ using KivTest::SimulationPlan;
 
 namespace {
 
-/// A seed must do the same in every run, and hash maps are walked in the order of the hashes.
+/// A seed must do the same in every run, and hash maps are iterated in the order of the hashes.
 [[maybe_unused]] bool const sameHashes = [] {
    Kiv::HashHelper::hashSeed32Is(Simulation::hashSeed);
    return true;
@@ -49,7 +49,7 @@ SimulationPlan planOf(char const* type) {
    return plan;
 }
 
-/// Everything at once, as wide as it gets: which of it, the seed decides.
+/// Everything at once, within the widest bounds; the seed decides what is included.
 SimulationPlan widePlan(U64 seed) {
    static constexpr char const* types[] = {"Ptp::SystemClockConfig", "Ptp::Config", "KivTest::Root",
                                            "KivTest::Hedge", "Ptp::HwConfig"};
@@ -73,7 +73,7 @@ SimulationPlan widePlan(U64 seed) {
    return plan;
 }
 
-/// The plan in which a source and one writer came to differ, before the log was mended.
+/// A plan in which a source and one writer used to diverge, before the log was fixed.
 SimulationPlan oneWriterPlan(U64 seed) {
    Chance chance(~seed);
    SimulationPlan plan = planOf(chance.oneIn(2) ? "Ptp::SystemClockConfig" : "Ptp::Config");
@@ -190,7 +190,7 @@ TEST(Simulation, PtpStatusEqualsTheSourceWhateverIsMadeChangedDeletedAndMadeAgai
    plan.readers = 2;
    plan.writers = 1;
    plan.witness = &arrived;
-   plan.steps = 1000;  // ports must live long enough to come by all that they can have
+   plan.steps = 1000;  // ports must live long enough for everything to happen to them
    simulate(plan, 200);
    if (std::getenv("PTPLIB_TEST_SEED") == nullptr) {
       EXPECT_EQ(arrived.missing(Ptp::Status::kivTypeImpl), "");
@@ -243,7 +243,7 @@ INSTANTIATE_TEST_SUITE_P(EveryRoot, SimulationOf,
                                          "Openconfig::Ptp::TransparentClockDefaultDS"));
 
 TEST(FirstDifference, NamesTheAttributeAndBothValues) {
-   // Two trees that chance has made different are found to be so, and each equals itself.
+   // Two trees with different random changes are found to differ, and each equals itself.
    Chance chance(1);
    auto const config = Ptp::configFactory("ptp/config");
    auto const other = Ptp::configFactory("ptp/config");

@@ -1,5 +1,5 @@
-// Every attribute of every type of the status tree, driven from the outside through the generic
-// interface alone: what can be read, written, and seen in a mirror.
+// Every attribute of every type of the status tree, accessed only through the generic interface:
+// what can be read, written, and seen in a mirror.
 #include <map>
 #include <set>
 #include <string>
@@ -20,7 +20,7 @@ using KivTest::attributeText;
 using KivTest::attributeTextIs;
 using KivTest::Recorder;
 
-/// A value of the type that no attribute has from the start.
+/// A value of the type that is not the default of any attribute.
 std::string otherValue(Kiv::TypeImpl const& type, std::string const& present) {
    static std::map<std::string, std::string> const all = {
          {"U8", "77"},
@@ -54,7 +54,7 @@ std::string otherValue(Kiv::TypeImpl const& type, std::string const& present) {
       return present == "true" ? "false" : "true";
    }
    if (type.kind == TypeKind::enumeration) {
-      return "77";  // by number, which is legal for any
+      return "77";  // by number, which is valid for every enumeration
    }
    auto const found = all.find(type.name);
    return found == all.end() ? "no value is known for " + std::string(type.name) : found->second;

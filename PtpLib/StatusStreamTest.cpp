@@ -1,5 +1,5 @@
-// The status tree as it travels: how each kind of child is made at the other end, which attributes
-// are told of, and in which order the operations' changes arrive.
+// The status tree in the attribute log: how each kind of child is created at the other end, which
+// attributes are sent, and in which order the changes made by operations arrive.
 #include <map>
 #include <string>
 #include <vector>
@@ -33,7 +33,7 @@ std::string encoded(T const& value) {
 std::string const key = encoded(portKey());
 constexpr char const* clock = "001122fffe334455";
 
-/// What an entity's creation carries beside its handle.
+/// What the creation message of an entity contains after the handle.
 std::string ctorParams(Entity const& entity) {
    Kiv::StreamFunctions const& stream = *entity.kivType().entity->stream;
    std::vector<U8> bytes(stream.attrLogSizeCtorParams(entity));
@@ -113,7 +113,7 @@ TEST_F(StatusStream, AnotherAclServiceTakesThePlaceOfTheFirst) {
    EXPECT_EQ(copy->aclStatusService()->name(), "y");
 }
 
-/// Attribute ids that a new reader is told of, by the type of their entity.
+/// The attribute ids that a new reader receives, by the type of their entity.
 std::map<std::string, std::string> told(std::map<std::string, std::string> const& types,
                                         std::string const& messages) {
    std::map<std::string, std::vector<std::string>> ids;
@@ -254,7 +254,7 @@ TEST_F(StatusStream, DelaysTravelWithTheirSequenceNumbers) {
    EXPECT_FALSE(copy->portDS(portKey())->peerPathDelayHas(1));
 }
 
-// Operations: what arrives is the order of their changes, not that of the ids.
+// Operations: changes arrive in the order in which they are made, not in the order of the ids.
 
 TEST_F(StatusStream, ResetArrivesInItsOwnOrder) {
    auto const dataSet = status->currentDSIs();

@@ -184,7 +184,7 @@ TEST_F(StatusTest, DeletingAllPortsPublishesEachOfThem) {
    EXPECT_EQ(published.ids(), "");
 }
 
-/// What an observer finds of a port when it is told that it was made or removed.
+/// The state in which an observer finds a port when notified that it was created or removed.
 struct PortLook final : Kiv::Observer {
    explicit PortLook(PortDSKey const& wanted) : key(wanted) {}
    void onChange(Kiv::Change const& change) override {

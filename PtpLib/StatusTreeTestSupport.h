@@ -13,7 +13,7 @@ inline PortIdentity portIdentity(U16 number) {
    return {Kiv::fromText<ClockIdentity>("00:11:22:ff:fe:33:44:55"), number};
 }
 
-/// Makes one child of each kind below a status.
+/// Creates one child of each kind below a status.
 inline void fillStatus(Status& status) {
    status.defaultDSIs();
    status.currentDSIs();
@@ -27,7 +27,7 @@ inline void fillStatus(Status& status) {
    status.portDSIs(portKey(), portIdentity(1))->g8275_2Is();
 }
 
-/// A status, and what another process would have of it.
+/// A status, and its mirror as another process would have it.
 class MirroredStatus : public testing::Test {
 protected:
    MirroredStatus() { source.hub.rootIs(status); }
@@ -51,7 +51,7 @@ protected:
       }
       ASSERT_EQ(mirror.session->closeReason(), "");
    }
-   /// The messages that a change has written, as text; they reach the mirror, too.
+   /// The messages that a change writes, as text; they reach the mirror, too.
    template <class Change>
    std::string written(Change&& change) {
       carry();

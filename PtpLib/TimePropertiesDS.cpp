@@ -28,7 +28,7 @@ U8 TimePropertiesDS::flagField() const {
 }
 
 void TimePropertiesDS::flagFieldIs(U8 flags) {
-   // Readers rely on the order of the bits, which is not that of the attribute ids.
+   // Readers rely on the order of the bits, which differs from that of the attribute ids.
    Kiv::AllSteps steps(*this);
    steps.take([&] { leap61Is((flags & leap61Bit) != 0); });
    steps.take([&] { leap59Is((flags & leap59Bit) != 0); });

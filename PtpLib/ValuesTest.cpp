@@ -63,7 +63,7 @@ TEST(ParentSourceAddresses, DefaultIsAllZeroWithAnUnsetAddress) {
 }
 
 TEST(ParentSourceAddresses, EqualityAndOrderGoByFieldsInOrder) {
-   // Ascending: every later value differs from the one before in an earlier or the same field.
+   // Ascending: each value differs from the previous one in the same field or an earlier one.
    ParentSourceAddresses const ascending[] = {
          {portIdentity(1), IpGenAddr("192.0.2.1"), EthAddr("00:00:00:00:00:01")},
          {portIdentity(1), IpGenAddr("192.0.2.1"), EthAddr("00:00:00:00:00:02")},

@@ -13,8 +13,8 @@ int hexDigit(char c) {
    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
-/// Whether `text` has the form of `pattern`: `h` stands for a hexadecimal digit, anything else for
-/// itself. `value` takes the digits.
+/// Whether `text` matches `pattern`, in which `h` is any hexadecimal digit and anything else is
+/// itself. The digits are stored in `value`.
 bool matches(std::string_view text, std::string_view pattern, U64& value) {
    if (text.size() != pattern.size()) {
       return false;

@@ -8,8 +8,8 @@
 
 namespace Ptp {
 
-/// The identity of a PTP clock (IEEE 1588-2008, 7.5.2.2): an EUI-64, mostly made of a MAC address.
-/// Ordered as a number, as the best master clock algorithm compares identities.
+/// The identity of a PTP clock (IEEE 1588-2008, 7.5.2.2): an EUI-64, usually derived from a MAC
+/// address. Ordered as a number, as the best master clock algorithm compares identities.
 ///
 /// Text, with digits of either case: `00:11:22:ff:fe:33:44:55`, `00-11-22-FF-FE-33-44-55` or
 /// `001122.fffe.334455`; printed in the first form, in lower case.
@@ -33,19 +33,19 @@ public:
       }
       identity_ = Dorn::NetU64(v);
    }
-   /// The identity made of a MAC address by putting ff:fe in its middle (IEEE 1588-2008,
+   /// Derives the identity from a MAC address by inserting ff:fe in its middle (IEEE 1588-2008,
    /// 7.5.2.2.2).
    constexpr explicit ClockIdentity(Dorn::EthAddr const& mac) noexcept
          : identity_((mac.value() >> 24) << 40 | U64{0xfffe} << 24 | (mac.value() & 0xffffff)) {}
-   /// The identity that all of `text` spells, blanks around it allowed.
+   /// Parses all of `text`; blanks around the identity are allowed.
    explicit ClockIdentity(std::string_view text);
-   /// Reads an identity at the cursor. A word that is none: a `RangeException`; no word at all: a
-   /// `ParseException`.
+   /// Reads an identity at the cursor. Throws `RangeException` if the word is not an identity,
+   /// `ParseException` if there is no word.
    explicit ClockIdentity(Kiv::CharRange& text);
    ClockIdentity(Kiv::NboAttrLog::In* in, Kiv::StreamBogon tag) : identity_(in, tag) {}
 
    constexpr Dorn::NetU64 identity() const noexcept { return identity_; }
-   /// The identity as a number, the first byte on the wire the most significant.
+   /// The identity as a number; the first byte on the wire is the most significant.
    constexpr U64 value() const noexcept { return identity_.value(); }
    constexpr Bytes bytes() const noexcept {
       Bytes bytes{};

@@ -15,8 +15,8 @@ namespace Ptp {
 
 using EnumNames = std::vector<std::pair<int, char const*>>;
 
-/// Checks names, numbers and default of an enumeration, and that every byte comes back from text
-/// and stream. `count` is what its instance says.
+/// Checks the names, numbers and default of an enumeration, and that every byte survives a round
+/// trip through text and stream. `count` is what its instance reports.
 template <typename E>
 void checkEnum(EnumNames const& names, E defaultValue, U32 count) {
    EXPECT_EQ(sizeof(E), 1u);

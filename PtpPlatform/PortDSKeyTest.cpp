@@ -4,8 +4,8 @@
 #include "PtpPlatform/PtpDataSetTypes/PortIdentity.h"
 #include "tests/ValueTypeTesting.h"
 
-// The declared values whose keys and encodings other parts count on, through the framework's code
-// for values and the platform's for their fields.
+// The declared values whose keys and encodings other code relies on, with the framework's code for
+// values and the platform's for their fields.
 
 using namespace ValueTypeTesting;
 using Bridging::VlanIdOrNone;

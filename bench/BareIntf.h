@@ -48,8 +48,8 @@ U8* putSet(U8* at, U32 handle, U16 attribute, T const& v) {
    }
 }
 
-/// What the log tells of an interface, in its order: `value(id, member)` for each value,
-/// `empty(id)` for each collection or optional that has nothing.
+/// What the log sends for an interface, in its order: `value(id, member)` for each value,
+/// `empty(id)` for each empty collection or optional.
 template <class Value, class Empty>
 void forEachRecord(Intf& intf, Value&& value, Empty&& empty) {
    value(259, intf.enabled);
@@ -90,7 +90,7 @@ void forEachRecord(Intf& intf, Value&& value, Empty&& empty) {
    value(300, intf.loopbackSourceIntf);
 }
 
-/// Everything of one interface: its creation, then its attributes.
+/// Writes everything about one interface: its creation, then its attributes.
 inline U8* putIntf(U8* at, U32 handle, Intf& intf) {
    at = putHeader(at, createRecord, 14, rootHandle, intfConfigId);
    put32(at, handle);
@@ -116,7 +116,7 @@ void getSet(T& member, U8 const* body) {
    }
 }
 
-/// Stores one value. False for an attribute that there is not, or of another size.
+/// Stores one value. False if the attribute does not exist or has another size.
 inline bool getValue(Intf& intf, U16 attribute, U8 const* body, U32 size) {
    auto const sized = [body, size](auto& member) {
       if (size != sizeof member) {

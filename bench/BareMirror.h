@@ -3,9 +3,9 @@
 #include "bench/BareIntf.h"
 #include "bench/BareReader.h"
 
-/// The bare mirror: plain structs, changed in one process and written by hand to another, which
-/// reads them into plain structs. Its records are those of the attribute log, byte for byte
-/// (`verifyBareMirror` in `processes.cpp` compares them).
+/// The bare mirror: plain structs that are changed in one process and sent by hand-written code to
+/// another, which reads them into plain structs. Its records are identical to those of the
+/// attribute log, byte for byte (`verifyBareMirror` in `processes.cpp` compares them).
 namespace Baseline {
 
 /// The structs that records are read into.
@@ -13,7 +13,7 @@ class Mirror {
 public:
    explicit Mirror(U32 count) : intfs_(count) {}
 
-   /// Applies one record; false if it is none.
+   /// Applies one record; false if it is not valid.
    bool apply(U32 word, U32 handle, U16 attribute, U8 const* body) {
       U32 const size = word & 0xffffff;
       U32 const index = handle - handleOf(0);
@@ -21,7 +21,7 @@ public:
          case setRecord:
             return index < intfs_.size() && getValue(intfs_[index], attribute, body, size);
          case eraseRecord:
-            return index < intfs_.size();  // nothing is there
+            return index < intfs_.size();  // there is nothing to erase
          case createRecord: {
             U32 const created = get32(body) - handleOf(0);
             if (size != 14 || created >= intfs_.size()) {
@@ -41,13 +41,13 @@ private:
    std::vector<Intf> intfs_;
 };
 
-/// Reads records into structs until the socket ends; answers each mark with a byte.
+/// Reads records into structs until the socket is closed; answers each mark with a byte.
 inline void mirror(int fd, U32 count) {
    Mirror structs(count);
    readRecords(fd, structs);
 }
 
-/// The other end: structs whose changes are written by hand.
+/// The other end: structs whose changes are written by hand-written code.
 class Writer {
 public:
    explicit Writer(U32 count) : intfs_(count) {}
@@ -66,7 +66,7 @@ public:
       }
       used_ = 0;
    }
-   /// Everything, to a new mirror.
+   /// Sends everything to a new mirror.
    void replay(int fd) {
       for (U32 i = 0; i != intfs_.size(); ++i) {
          if (out_.size() - used_ < 1024) {

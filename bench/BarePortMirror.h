@@ -3,8 +3,8 @@
 #include "bench/BarePortRecords.h"
 #include "bench/BareReader.h"
 
-/// Plain structs of a clock's ports in one process, written by hand to another, which reads them
-/// into plain structs.
+/// Plain structs of a clock's ports in one process, sent by hand-written code to another, which
+/// reads them into plain structs.
 namespace BarePorts {
 
 /// Structs that records are read into.
@@ -12,7 +12,7 @@ class Mirror {
 public:
    explicit Mirror(U32 ports) : statuses_(ports), ports_(ports) {}
 
-   /// Applies one record; false if it is none.
+   /// Applies one record; false if it is not valid.
    bool apply(U32 word, U32 handle, U16 attribute, U8 const* body) {
       U32 const size = word & 0xffffff;
       switch (word >> 24) {
@@ -74,13 +74,13 @@ private:
    std::vector<Port> ports_;
 };
 
-/// Reads records into structs until the socket ends; answers each mark with a byte.
+/// Reads records into structs until the socket is closed; answers each mark with a byte.
 inline void mirror(int fd, U32 ports) {
    Mirror structs(ports);
    Baseline::readRecords(fd, structs);
 }
 
-/// What waits to be written, and the socket that it goes to.
+/// The bytes that are waiting to be written, and the socket for them.
 struct Output {
    int fd;
    std::vector<U8> bytes = std::vector<U8>(1 << 20);
@@ -95,7 +95,7 @@ struct Output {
       total += used;
       used = 0;
    }
-   /// Has the reader answer when it has come so far, and waits for that.
+   /// Asks the reader to answer when it has read everything so far, and waits for the answer.
    void sync() {
       endIs(putHeader(end(), setRecord, 0, Baseline::markHandle, 0));
       flush();

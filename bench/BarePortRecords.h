@@ -2,11 +2,11 @@
 
 #include "bench/BarePorts.h"
 
-/// The records of a clock's ports in the attribute log, written from structs and read into structs
-/// by hand.
+/// The records of a clock's ports in the attribute log: hand-written code that writes them from
+/// structs and reads them into structs.
 namespace BarePorts {
 
-// Handles: a port takes six, in the order in which its entities are made.
+// Handles: a port takes six, in the order in which its entities are created.
 
 inline constexpr U32 rootHandle = 0x01000000;
 inline constexpr U32 handlesAPort = 2 + PortStatus::masterCount;
@@ -129,7 +129,7 @@ bool getSet(T& member, U8 const* body, U32 size) {
    case id:                           \
       return getSet(v.name, body, size);
 
-/// Stores one value. False for an attribute that there is not, or of another size.
+/// Stores one value. False if the attribute does not exist or has another size.
 inline bool getValue(ForeignMaster& v, U16 attribute, U8 const* body, U32 size) {
    switch (attribute) {
       BARE_FOREIGN_MASTER(BARE_GET)

@@ -5,8 +5,8 @@
 
 #include "bench/Baseline.h"
 
-/// A clock's ports as plain structs. Each member is listed once; `BarePortRecords.h` makes of these
-/// lists what encodes and decodes them.
+/// A clock's ports as plain structs. Each member is listed once; `BarePortRecords.h` derives the
+/// code that encodes and decodes them from these lists.
 namespace BarePorts {
 
 using namespace Baseline;

@@ -7,12 +7,12 @@
 
 namespace Baseline {
 
-/// No entity: the record asks for a sign that all before it has been read.
+/// Not an entity: the record asks the reader to confirm that it has read everything before it.
 inline constexpr U32 markHandle = ~U32(0);
 
-/// Reads records into `structs` until the socket ends, with
-/// `structs.apply(word, handle, attribute, body)`, which is false for what is no record; answers
-/// each mark with a byte.
+/// Reads records into `structs` until the socket is closed, using
+/// `structs.apply(word, handle, attribute, body)`, which returns false if a record is not valid;
+/// answers each mark with a byte.
 template <class Structs>
 void readRecords(int fd, Structs& structs) {
    std::vector<U8> in(1 << 16);

@@ -5,7 +5,7 @@
 
 #include "Sarn/Types.h"
 
-/// What the benchmarks compare with: hand-written code that does the bare minimum of the same work
+/// The baselines of the benchmarks: hand-written code that does the bare minimum of the same work
 /// and produces the same bytes.
 namespace Baseline {
 
@@ -89,7 +89,7 @@ struct Intf {
    U8 ttl = 1;
 };
 
-/// The simplest way to tell others: functions in an array.
+/// The simplest way to notify others: functions in an array.
 using Listener = void (*)(void* context, U16 attribute, void const* oldValue);
 struct Listeners {
    struct Entry {

@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-/// What measuring across processes takes: a child on the other end of a socket, one CPU or all,
-/// repetitions and medians, and a line for each figure with its baseline beside it.
+/// Tools for measuring across processes: a child process at the other end of a socket, one CPU or
+/// all, repetitions and medians, and a line for each figure with its baseline.
 namespace Harness {
 
 inline double now() {
@@ -30,7 +30,7 @@ inline double now() {
    std::exit(1);
 }
 
-/// Restricts the process and its later children to CPU 0, or lets it run on all of `mask`.
+/// Restricts the process and its future children to CPU 0, or lets it run on all CPUs of `mask`.
 inline void pin(cpu_set_t const& mask) {
    if (sched_setaffinity(0, sizeof mask, &mask) != 0) {
       die("sched_setaffinity");
@@ -48,7 +48,7 @@ inline cpu_set_t firstCpu(cpu_set_t const& all) {
    return one;
 }
 
-/// A child process that runs `body(fd)` on the other end of `fd`.
+/// A child process that runs `body(fd)` at the other end of `fd`.
 struct Child {
    pid_t pid = -1;
    int fd = -1;
@@ -74,7 +74,7 @@ struct Child {
    Child(Child&& other) noexcept
          : pid(std::exchange(other.pid, -1)), fd(std::exchange(other.fd, -1)) {}
    Child& operator=(Child&&) = delete;
-   /// Ends when the child has; the socket must have been closed by whoever took it.
+   /// Waits for the child to end; whoever took the socket must have closed it.
    ~Child() {
       if (pid > 0) {
          int status = 0;
@@ -132,9 +132,8 @@ inline double median(std::vector<double> values) {
    return values[values.size() / 2];
 }
 
-/// Runs both in turn, five times, and prints the medians and their ratio.
-/// `better`: "more" or "less", what is good in the figure.
-inline void compare(char const* what, char const* unit, double scale, char const* wanted,
+/// Runs both in turn, five times, and prints the medians and their ratio with the target.
+inline void compare(char const* what, char const* unit, double scale, char const* target,
                     std::function<double()> const& baseline, std::function<double()> const& ours) {
    std::vector<double> a;
    std::vector<double> b;
@@ -145,13 +144,13 @@ inline void compare(char const* what, char const* unit, double scale, char const
    double const left = median(a);
    double const right = median(b);
    std::printf("%-58s %12.3f %12.3f %-8s %7.3f  %s\n", what, left * scale, right * scale, unit,
-               right / left, wanted);
+               right / left, target);
    std::fflush(stdout);
 }
 
 inline void heading() {
    std::printf("%-58s %12s %12s %-8s %7s  %s\n", "what", "baseline", "measured", "unit", "ratio",
-               "wanted");
+               "target");
 }
 
 }  // namespace Harness

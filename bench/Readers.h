@@ -5,8 +5,8 @@
 #include "Kiv/NboAttrLogConnection.h"
 #include "bench/Harness.h"
 
-/// The library's side of measuring across processes: a source whose readers are other processes,
-/// and the loop of such a reader.
+/// The library's side of measurements across processes: a source whose readers are other processes,
+/// and the event loop of such a reader.
 namespace Harness {
 
 inline void turn(Kiv::NboAttrLog::FdConnection& connection) {
@@ -14,7 +14,7 @@ inline void turn(Kiv::NboAttrLog::FdConnection& connection) {
    connection.onReady(POLLIN | POLLOUT);
 }
 
-/// Mirrors a root until the source goes.
+/// Mirrors a root until the source closes the connection.
 inline void mirror(int fd, Sarn::Ptr<Kiv::NamedEntity> const& root) {
    Kiv::NboAttrLog::Hub hub;
    Kiv::NboAttrLog::FdConnection connection(hub, fd);
@@ -38,7 +38,7 @@ struct Readers {
    Syncs syncs;
    std::vector<std::unique_ptr<Connection>> connections;
 
-   /// Connects to the children and waits until each has been told of `entities` entities at least.
+   /// Connects to the children and waits until each has received at least `entities` entities.
    void connect(std::vector<Child> const& children, U32 entities) {
       for (Child const& child : children) {
          connections.push_back(std::make_unique<Connection>(hub, child.fd, &syncs));
@@ -48,7 +48,7 @@ struct Readers {
       }
       sync();
    }
-   /// Waits until one of them is ready, and serves those that are.
+   /// Waits until a reader is ready, and serves all that are.
    void turn() {
       std::vector<pollfd> polls;
       for (auto const& connection : connections) {
@@ -88,7 +88,7 @@ struct Readers {
          turn();
       }
    }
-   /// Ends the program if changes were coalesced: a figure would not count all of them.
+   /// Ends the program if changes were coalesced, since the figure would not count all of them.
    void expectNothingDeferred() const {
       for (auto const& connection : connections) {
          if (connection->session().stats().changesDeferred != 0) {

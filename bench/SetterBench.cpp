@@ -1,4 +1,4 @@
-// What a setter costs: the same value, another one, with nobody and with somebody listening.
+// What a setter costs: with the same value and another one, without and with observers.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>

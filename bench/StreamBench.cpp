@@ -1,4 +1,5 @@
-// A change on its way: from the setter to the bytes, and from the bytes to the stored value.
+// What streaming a change costs: from the setter to the bytes, and from the bytes to the stored
+// value.
 #include <benchmark/benchmark.h>
 
 #include "Kiv/NboAttrLogSession.h"
@@ -11,7 +12,7 @@ using namespace Kiv::NboAttrLog;
 
 constexpr int batch = 1000;
 
-/// Two ends in one process, joined by copying bytes.
+/// Two ends in one process, connected by copying bytes.
 struct Ends {
    Hub source;
    Hub mirror;
@@ -43,7 +44,7 @@ struct Ends {
 };
 
 void SetterToBytes_Baseline(benchmark::State& state) {
-   // What any agent has: entities that know their number and their connection.
+   // What any agent would have: entities that know their number and their connection.
    struct Connection {
       std::vector<U8> bytes = std::vector<U8>(1 << 20);
       std::size_t used = 0;

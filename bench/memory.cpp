@@ -1,4 +1,4 @@
-// What an entity, a stopped reader and peers that only hold on cost in memory.
+// The memory cost of an entity, of a stopped reader, and of peers that only hold connections.
 #include <malloc.h>
 
 #include <cstdio>
@@ -32,7 +32,7 @@ void entity() {
       held.push_back(Ptp::intfConfigFactory(intf(i), true, false));
    }
    double const each = static_cast<double>(heap() - before) / entities;
-   std::printf("%-58s %12zu %12.1f %-8s %7.1f  %s\n", "a Ptp::IntfConfig, nobody listening",
+   std::printf("%-58s %12zu %12.1f %-8s %7.1f  %s\n", "a Ptp::IntfConfig without observers",
                sizeof(Baseline::Intf), each, "bytes", each - sizeof(Baseline::Intf), "<= 96 more");
 }
 
@@ -47,7 +47,7 @@ void inMap() {
                each, "bytes", each - sizeof(Baseline::Intf));
 }
 
-/// Bytes of memory that the process really has.
+/// The resident memory of the process in bytes.
 std::size_t resident() {
    std::size_t pages = 0;
    if (std::FILE* const file = std::fopen("/proc/self/statm", "r")) {
@@ -59,7 +59,7 @@ std::size_t resident() {
    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
-/// Brings a reader up to date, then lets it stop: `measure(config, intfs)` is called then.
+/// Brings a reader up to date, stops it, and calls `measure(config, intfs)`.
 template <class Measure>
 void withStoppedReader(Measure&& measure) {
    Hub source;
@@ -85,7 +85,7 @@ void withStoppedReader(Measure&& measure) {
    measure(*config, intfs);
 }
 
-/// What the source holds for it after so many changes.
+/// The memory that the source holds for a stopped reader after this many changes.
 std::size_t stopped(U64 changes) {
    std::size_t held = 0;
    withStoppedReader([&](Ptp::Config&, std::vector<Ptp::IntfConfig*> const& intfs) {
@@ -98,8 +98,8 @@ std::size_t stopped(U64 changes) {
    return held;
 }
 
-/// Interfaces that come and go while the reader stands still, each under a new key: what the
-/// process has grown by after a tenth of them and after all.
+/// Creates and deletes interfaces with ever new keys while the reader is stopped, and prints by how
+/// much the process has grown after a tenth of them and after all.
 void churned(U64 keys) {
    withStoppedReader([&](Ptp::Config& config, std::vector<Ptp::IntfConfig*> const&) {
       std::size_t const before = resident();
@@ -114,7 +114,7 @@ void churned(U64 keys) {
       }
       std::size_t const many = resident() - before;
       std::printf("%-58s %12zu %12zu %-8s %7.3f  %s\n",
-                  "the same, keys that come and go, after 10^6 / 10^7", few, many, "resident",
+                  "the same, 10^6 / 10^7 keys that come and go", few, many, "resident",
                   static_cast<double>(many) / static_cast<double>(few), "the same");
    });
 }
@@ -123,7 +123,7 @@ U64 steadyNanoseconds() noexcept {
    return static_cast<U64>(Harness::now() * 1e9);
 }
 
-/// A message of a peer that does not keep to what the library would send.
+/// A message that the library would not send.
 std::vector<U8> forged(Opcode opcode, std::size_t claimed, std::size_t sent) {
    std::vector<U8> bytes(headerSize + sent);
    Out out(bytes.data(), headerSize);
@@ -131,11 +131,11 @@ std::vector<U8> forged(Opcode opcode, std::size_t claimed, std::size_t sent) {
    return bytes;
 }
 
-/// So many peers greet, ask without reading the answers, leave half a message, and go: what the
-/// server has beyond what it had, meanwhile and afterwards.
+/// Lets `count` peers greet, send requests without reading the answers, leave half a message, and
+/// disconnect. Prints how much more memory the server has meanwhile and afterwards.
 void peers(int count, std::size_t claimed, char const* what) {
    Limits limits;
-   limits.sessionsOfUid = static_cast<U32>(count);  // all of them are of this process
+   limits.sessionsOfUid = static_cast<U32>(count);  // all of them belong to this process
    Hub hub(limits);
    hub.clockIs(&steadyNanoseconds);
    hub.rootIs(Ptp::configFactory("ptp/config"));
@@ -178,7 +178,7 @@ void peers(int count, std::size_t claimed, char const* what) {
    std::printf("%-58s %12zu %12zu %-8s\n", what, with, after, "resident");
 }
 
-/// In a process of its own, since memory that was given back to the heap stays resident.
+/// Runs `body` in a separate process, since memory freed to the heap stays resident.
 template <class Body>
 void apart(Body&& body) {
    Harness::Child const child([&body](int) {
@@ -201,8 +201,10 @@ int main() {
                static_cast<double>(many) / static_cast<double>(few), "the same");
    apart([] { churned(10'000'000); });
    apart([] {
-      peers(500, std::size_t(1) << 14, "500 peers that mount nothing: with them, and after");
+      peers(500, std::size_t(1) << 14, "500 peers that mount nothing: with them / after");
    });
-   apart([] { peers(500, std::size_t(1) << 18, "the same, that claim messages of 256 KiB"); });
+   apart([] {
+      peers(500, std::size_t(1) << 18, "the same, each announcing a message of 256 KiB");
+   });
    return 0;
 }

@@ -1,4 +1,4 @@
-// Updates from process to process through a socket, beside the bare mirror: the same records
+// Updates from process to process through a socket, compared with the bare mirror: the same records
 // through the same kind of socket into plain structs.
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 #include "bench/BareMirror.h"
@@ -49,8 +49,7 @@ double bareUpdates(U64 updates, int changesAWrite, int readers) {
    return static_cast<double>(updates) / seconds;
 }
 
-// Ours
-
+// The library
 Sarn::Ptr<Ptp::Config> makeConfig(U32 count) {
    Sarn::Ptr<Ptp::Config> const config = Ptp::configFactory("ptp/config");
    for (U32 i = 0; i != count; ++i) {
@@ -59,12 +58,12 @@ Sarn::Ptr<Ptp::Config> makeConfig(U32 count) {
    return config;
 }
 
-/// Mirrors the configuration until the source goes.
+/// Mirrors the configuration until the source closes the connection.
 void mirrorConfig(int fd) {
    mirror(fd, Ptp::configFactory("ptp/config"));
 }
 
-/// A source with readers that are all up to date.
+/// A source whose readers are all up to date.
 struct Source : Readers {
    Sarn::Ptr<Ptp::Config> config;
    std::vector<Ptp::IntfConfig*> intfs;
@@ -105,7 +104,7 @@ double ourUpdates(U64 updates, int changesAWrite, int readers) {
    return static_cast<double>(updates) / seconds;
 }
 
-// Latency of one change: the value is the time it was set at.
+// Latency of one change: the value is the time at which it was set.
 
 U64 nanoseconds() {
    return static_cast<U64>(now() * 1e9);
@@ -203,7 +202,7 @@ double bareCatchUp() {
    return seconds;
 }
 
-/// The bare mirror is a fair baseline only while its records are those of the log.
+/// The bare mirror is a fair baseline only if its records are identical to those of the log.
 void verifyBareMirror() {
    Hub source;
    Hub mirrored;
@@ -247,19 +246,19 @@ void all(char const* where) {
    std::printf("%s\n", where);
    heading();
    compare(
-         "updates a second, 1000 a turn, one reader", "M/s", 1e-6, ">= 0.1 (goal 0.25)",
+         "updates per second, 1000 per turn, one reader", "M/s", 1e-6, ">= 0.1 (goal 0.25)",
          [] { return bareUpdates(10000000, batch, 1); },
          [] { return ourUpdates(10000000, batch, 1); });
    compare(
-         "updates a second, 1000 a turn, four readers", "M/s", 1e-6, ">= 0.1",
+         "updates per second, 1000 per turn, four readers", "M/s", 1e-6, ">= 0.1",
          [] { return bareUpdates(2000000, batch, 4); },
          [] { return ourUpdates(2000000, batch, 4); });
    compare(
-         "the same: one reader of ours, four of ours", "M/s", 1e-6, ">= 0.15",
+         "the same: one reader and four, both with the library", "M/s", 1e-6, ">= 0.15",
          [] { return ourUpdates(2000000, batch, 1); },
          [] { return ourUpdates(2000000, batch, 4); });
    compare(
-         "updates a second, one change a write", "M/s", 1e-6, ">= 0.67",
+         "updates per second, one change per write", "M/s", 1e-6, ">= 0.67",
          [] { return bareUpdates(300000, 1, 1); }, [] { return ourUpdates(300000, 1, 1); });
    compare(
          "latency of one change, median", "us", 1e6, "<= 1.3", [] { return bareLatency(20000); },

@@ -1,7 +1,7 @@
-// What recording costs a change, what a recording of a long time costs in memory, and how long it
-// takes to show a moment of it.
+// What recording costs per change, how much memory a long recording takes, and how long it takes to
+// show a moment of it.
 //
-//     bench_recording [CHANGES]     864000000 are a day of 10 000 changes a second: 19 GB
+//     bench_recording [CHANGES]     864000000 is a day of 10 000 changes per second: 19 GB
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ using namespace Kiv::NboAttrLog;
 
 constexpr U32 ports = 1000;
 constexpr U64 changesPerTurn = 10;
-/// 10 000 changes a second.
+/// For 10 000 changes per second.
 constexpr U64 turnNanoseconds = 1'000'000;
 
 std::size_t heap() {
@@ -32,7 +32,7 @@ std::size_t heap() {
    return info.uordblks + info.hblkhd;
 }
 
-/// The most memory that the process ever had, in kilobytes.
+/// The peak memory of the process in kilobytes.
 long peak() {
    long kilobytes = 0;
    if (std::FILE* const status = std::fopen("/proc/self/status", "r")) {
@@ -63,7 +63,7 @@ struct Source {
    std::vector<Ptp::IntfConfig*> intfs;
 };
 
-/// Records so many changes; seconds.
+/// Records this many changes; returns the seconds that it takes.
 double record(Source& source, RecordSink& sink, U64 changes, std::size_t& grown, U64& bytes) {
    Recorder recorder(source.hub, sink);
    recorder.turn(moment(0));
@@ -93,8 +93,8 @@ double record(Source& source, RecordSink& sink, U64 changes, std::size_t& grown,
    return seconds;
 }
 
-/// The same by hand: a time, a port and a value, with the checksum of each turn, written a turn at
-/// a time.
+/// The same by hand: a time, a port and a value, with a checksum per turn, written one turn at a
+/// time.
 double recordByHand(std::string const& path, U64 changes) {
    int const fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
    std::vector<double> values(ports);
@@ -118,7 +118,7 @@ double recordByHand(std::string const& path, U64 changes) {
    return seconds;
 }
 
-/// Plays all of a file; seconds.
+/// Plays all of a file; returns the seconds that it takes.
 double play(std::string const& path, U64& messages) {
    RecordingFile file(path);
    RecordingReader reader(file);
@@ -132,7 +132,7 @@ double play(std::string const& path, U64& messages) {
    return Harness::now() - begin;
 }
 
-/// Shows the state at one moment; seconds.
+/// Shows the state at one moment; returns the seconds that it takes.
 double show(std::string const& path, U64 wall) {
    RecordingFile file(path);
    double const begin = Harness::now();
@@ -163,7 +163,7 @@ int main(int argc, char** argv) {
    }
    std::string const path = std::string(directory) + "/recording";
    std::string const byHand = std::string(directory) + "/by-hand";
-   std::printf("%llu changes of %u ports, 10 a turn\n", static_cast<unsigned long long>(changes),
+   std::printf("%llu changes to %u ports, 10 per turn\n", static_cast<unsigned long long>(changes),
                ports);
    auto const n = static_cast<double>(changes);
    auto const source = std::make_unique<Source>();
@@ -173,20 +173,20 @@ int main(int argc, char** argv) {
    double const hand = recordByHand(byHand, changes);
    std::filesystem::remove(byHand);
    double const ours = record(*source, files, changes, grown, bytes);
-   std::printf("%-44s %9.1f %9.1f ns  %6.2f\n", "a change recorded, by hand and ours",
+   std::printf("%-44s %9.1f %9.1f ns  %6.2f\n", "recording a change, by hand and measured",
                hand / n * 1e9, ours / n * 1e9, ours / hand);
    std::printf("%-44s %9.1f bytes\n", "its size in the file", static_cast<double>(bytes) / n);
-   std::printf("%-44s %9zu bytes\n", "heap that grew while it was recorded", grown);
+   std::printf("%-44s %9zu bytes\n", "heap growth while recording", grown);
    U64 messages = 0;
    double const played = play(path, messages);
-   std::printf("%-44s %9.1f ns\n", "a message played",
+   std::printf("%-44s %9.1f ns\n", "playing a message",
                played / static_cast<double>(messages) * 1e9);
    for (U64 const part : {U64(1), U64(50), U64(99)}) {
       double const shown = show(path, moment(changes / changesPerTurn / 100 * part).wall);
       std::printf("%s %2llu %%%27s %9.1f ms\n", "the state at",
                   static_cast<unsigned long long>(part), "", shown * 1e3);
    }
-   std::printf("%-44s %9ld kB\n", "most memory of the process", peak());
+   std::printf("%-44s %9ld kB\n", "peak memory of the process", peak());
    std::filesystem::remove_all(directory);
    return 0;
 }

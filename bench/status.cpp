@@ -1,6 +1,6 @@
-// The status of a clock with many ports: counters that run, and a reader that comes anew. Beside
-// each figure of ours stands plain code that does the same: the records of the attribute log
-// written from structs and read into structs by hand, and whole structs copied as they are in
+// The status of a clock with many ports: running counters, and a new reader. Each figure is
+// compared with plain code that does the same: hand-written code that writes the records of the
+// attribute log from structs and reads them into structs, and whole structs copied as they are in
 // memory.
 #include <malloc.h>
 
@@ -29,7 +29,7 @@ Ptp::PortIdentity masterIdentity(U32 master) {
    return {Ptp::ClockIdentity(0x020011fffe00aa00u + master), 1};
 }
 
-/// Makes ports with their status and four foreign masters each, in the order of the bare handles.
+/// Creates ports with their status and four foreign masters each, in the order of the bare handles.
 void fillStatus(Ptp::Status& status, U32 ports) {
    for (U32 i = 0; i != ports; ++i) {
       auto const intf = status.intfStatusIs(keyOf(i));
@@ -113,7 +113,7 @@ double ourLocal() {
    return now() - begin;
 }
 
-/// A record for each increment, a thousand a write.
+/// One record for each increment, a thousand per write.
 double bareMirrored() {
    Child const child([](int fd) { BarePorts::mirror(fd, counterPorts); });
    Bare bare(counterPorts);
@@ -133,7 +133,7 @@ double bareMirrored() {
    return seconds;
 }
 
-/// After a thousand increments, all thousand structs as they are.
+/// Copies all thousand structs as they are after every thousand increments.
 double copiedMirrored() {
    Child const child([](int fd) {
       std::vector<Port> ports(counterPorts);
@@ -253,12 +253,12 @@ void memoryLine(char const* what, double bytes) {
    std::printf("%-58s %12.0f %12.1f %-8s %7.3f\n", what, bare, each, "bytes", each / bare);
 }
 
-/// Both ends in this process, joined without a socket.
+/// Both ends are in this process, connected without a socket.
 void memory() {
    double const empty = heap();
    auto const status = makeStatus(readerPorts);
    double const filled = heap();
-   memoryLine("memory a port, nobody listening", filled - empty);
+   memoryLine("memory per port, without observers", filled - empty);
    Hub source;
    Hub mirrored;
    source.rootIs(status);
@@ -275,19 +275,19 @@ void memory() {
       reader.received(told.begin, told.size);
       writer.sent(told.size);
    }
-   memoryLine("the same, mirror and both ends' tables", heap() - before);
+   memoryLine("the same, a mirror with both ends' tables", heap() - before);
    if (copy->portDSCount() != readerPorts) {
-      std::fprintf(stderr, "the mirror is not whole\n");
+      std::fprintf(stderr, "the mirror is not complete\n");
       std::exit(1);
    }
 }
 
-/// The bare mirror is a fair baseline only while its records are those of the log.
+/// The bare mirror is a fair baseline only if its records are identical to those of the log.
 void verify() {
    Hub source;
    Hub mirrored;
    auto const status = Ptp::statusFactory("ptp/status");
-   source.rootIs(status);  // first, so that handles are given as the entities are made
+   source.rootIs(status);  // first, so that handles are assigned as the entities are created
    fillStatus(*status, 1);
    Session writer(source);
    Session reader(mirrored);
@@ -310,8 +310,8 @@ void verify() {
              BarePorts::putMaster(begin, BarePorts::statusHandle(0), BarePorts::masterHandle(0, k),
                                   bare.statuses[0].masters[k]));
    }
-   // The masters stand in the order of their hashes; what is behind them, and the sizes, must
-   // agree.
+   // The masters are in the order of their hashes; the sizes, and everything after the masters,
+   // must match.
    U8* const end = BarePorts::putStatus(begin, 0, bare.statuses[0]);
    constexpr std::size_t behind = 10 + 11 + 11 + 14 + 14 + 14 + 14;
    expect(end - behind, end);
@@ -321,7 +321,7 @@ void verify() {
 void all(char const* where, Sarn::Ptr<Ptp::Status> const& status) {
    std::printf("%s\n", where);
    heading();
-   compare("10^6 increments over 1 000 ports, nobody listening", "ms", 1e3, "", bareLocal,
+   compare("10^6 increments over 1 000 ports, without observers", "ms", 1e3, "", bareLocal,
            ourLocal);
    compare("the same, mirrored; structs and records by hand", "ms", 1e3, "", bareMirrored,
            ourMirrored);

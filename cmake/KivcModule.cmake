@@ -1,19 +1,19 @@
 # kivc_module(target file.kiv [ROOTS dir...] [PARTS count])
-# Makes a module of declarations part of a target: kivc writes the module's C++ below
+# Adds a module of declarations to a target: kivc generates the module's C++ below
 # KIVC_GENERATED_DIR when the target is built, and again when the declarations, those of the modules
-# that they use, or the compiler change. Files whose content stays the same are left alone, so that
-# only what is affected is compiled again.
+# that they use, or the compiler change. Files whose content stays the same are not touched, so that
+# only what is affected is recompiled.
 #
 #    find_package(PtpLib REQUIRED)
 #    add_library(Demo Demo/Operations.cpp)
 #    target_link_libraries(Demo PUBLIC PtpLib::PtpLib)
 #    kivc_module(Demo Demo/Demo.kiv)            # #include "Demo/Demo/SomeType.h"
 #
-# The directory in which the file lies below the current source directory (or below one of ROOTS) is
-# the directory by which its headers are included. Used modules are looked for in the same places,
-# one directory below them, and among the installed declarations. The types are compiled in PARTS
-# sources (1 for every 8 KiB of declarations), each with many types, since most of the time would go
-# into what they all include.
+# Headers are included by the directory of the file, relative to the current source directory (or to
+# one of ROOTS). Modules that it uses are searched for in the same directories, one directory below
+# them, and among the installed declarations. The types are compiled in PARTS sources (by default, 1
+# for every 8 KiB of declarations), each with many types, since most of the time is spent on the
+# headers that they all include.
 
 if(NOT DEFINED KIVC_GENERATED_DIR)
    set(KIVC_GENERATED_DIR "${CMAKE_BINARY_DIR}/generated")
@@ -29,7 +29,8 @@ function(kivc_module target file)
       set(kivc kivc)
    endif()
 
-   # Where the compiler puts the module's files: by the first root that the file is in.
+   # Where the compiler writes the module's files: relative to the first root that contains the
+   # file.
    cmake_path(GET file STEM module)
    cmake_path(GET file PARENT_PATH directory)
    set(prefix)
@@ -48,14 +49,15 @@ function(kivc_module target file)
       math(EXPR arg_PARTS "1 + ${size} / 8192")
    endif()
 
-   # The sources do not depend on the types: the record, and parts that include those of the types.
+   # The list of sources does not depend on the types: it is the record, and parts that include the
+   # sources of the types.
    set(sources "${base}Record.cpp")
    foreach(part RANGE 1 ${arg_PARTS})
       list(APPEND sources "${base}Part${part}.cpp")
    endforeach()
 
-   # The headers do, and the compiler lists them when it runs. A build that has made them for the first
-   # time compiles everything anyway; the next one reads the list first.
+   # The list of headers does; the compiler writes it when it runs. The first build compiles
+   # everything anyway; later builds read the list first.
    set(list "${base}.headers")
    if(NOT EXISTS "${list}")
       file(WRITE "${list}" "")
@@ -65,7 +67,7 @@ function(kivc_module target file)
    file(STRINGS "${list}" headers)
    list(TRANSFORM headers PREPEND "${KIVC_GENERATED_DIR}/")
 
-   # The stamp tells when the compiler ran last; the files keep their times unless they change.
+   # The stamp records when the compiler last ran; the files keep their times unless they change.
    set(stamp "${base}.stamp")
    set(options)
    foreach(root IN LISTS roots)

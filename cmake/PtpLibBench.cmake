@@ -1,6 +1,6 @@
 # ptplib_bench(DIR dir LINK library...)
-# One program of all benchmarks in the directory: <directory name>_bench. As a test, each benchmark
-# runs for a moment only, so that none can rot.
+# Builds all benchmarks in the directory into one program, <directory name>_bench. As a test, it
+# runs each benchmark only for a moment, so that none can rot.
 function(ptplib_bench)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
    if(NOT PTPLIB_BENCHES)
@@ -22,8 +22,8 @@ function(ptplib_bench)
 endfunction()
 
 # ptplib_bench_programs(DIR dir LINK library...)
-# Programs that measure what Google Benchmark cannot, one a source file: across processes, at load.
-# Those in a subdirectory are another call's, which may link less.
+# Programs that measure what Google Benchmark cannot, such as several processes or loading, one per
+# source file. Those in a subdirectory belong to another call, which may link less.
 function(ptplib_bench_programs)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
    if(NOT PTPLIB_BENCHES)

@@ -1,4 +1,4 @@
-# What every translation unit of this project is compiled with.
+# The compile options of every translation unit of this project.
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
    set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
@@ -16,22 +16,22 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
 find_program(PTPLIB_CCACHE ccache)
 if(PTPLIB_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-   # With precompiled headers the cache is used only if it may take macros of theirs for unused.
+   # With precompiled headers, the cache works only if it may assume that their macros are unused.
    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
       CCACHE_SLOPPINESS=pch_defines,time_macros "${PTPLIB_CCACHE}")
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-   # g++ 12 warns of overlapping copies inside std::string that cannot happen (GCC bug 105651).
+   # g++ 12 warns about overlapping copies inside std::string that cannot happen (GCC bug 105651).
    add_compile_options(-Wno-restrict)
 endif()
 if(PTPLIB_WERROR)
    add_compile_options(-Werror)
 endif()
 
-# Calls inside a shared object need no indirection that only a preloaded replacement would use, and
-# inline functions stay out of the symbol table: faster code, and less to relocate at load.
+# Calls inside a shared object do not use the indirection that only a preloaded replacement would
+# need, and inline functions are not in the symbol table: faster code, and less to relocate at load.
 add_compile_options(-fno-semantic-interposition -fvisibility-inlines-hidden -fno-plt)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
@@ -39,7 +39,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
    add_compile_options(-fno-gnu-unique)
 endif()
 
-# The generated code and the programs include from the root of the tree: "Kiv/Entity.h".
+# Generated code and programs use includes relative to the root of the tree: "Kiv/Entity.h".
 include_directories("${CMAKE_CURRENT_SOURCE_DIR}")
 
 if(PTPLIB_SANITIZE)
@@ -48,7 +48,7 @@ if(PTPLIB_SANITIZE)
    add_link_options(-fsanitize=${PTPLIB_SANITIZE})
 endif()
 if(PTPLIB_FUZZ)
-   # Coverage counters everywhere, so that the fuzzer sees into the libraries.
+   # Coverage counters everywhere, so that the fuzzer also sees the code of the libraries.
    add_compile_options(-fsanitize=fuzzer-no-link)
    add_link_options(-fsanitize=fuzzer-no-link)
 endif()

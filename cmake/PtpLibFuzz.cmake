@@ -1,7 +1,7 @@
 # ptplib_fuzz(DIR dir LINK library...)
-# One target a source file, which defines LLVMFuzzerTestOneInput; its seeds are in seeds/<Name> of
-# that directory. With PTPLIB_FUZZ each becomes the fuzzer fuzz_<Name>. In every other build it is a
-# test that runs the target over its seeds, so that an input once found to be bad stays fixed.
+# One target per source file, which defines LLVMFuzzerTestOneInput; its seeds are in seeds/<Name> of
+# that directory. With PTPLIB_FUZZ, each becomes the fuzzer fuzz_<Name>. In all other builds, it is
+# a test that runs the target on its seeds, so that an input that once failed stays fixed.
 function(ptplib_fuzz)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
    ptplib_sources(sources ${arg_DIR})

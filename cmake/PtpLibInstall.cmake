@@ -1,5 +1,5 @@
-# What `cmake --install` puts where. Headers get a directory of their own below include/, since
-# their top directories have short names.
+# What `cmake --install` installs, and where. Headers go to a separate directory below include/,
+# since their top directories have short names.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -7,7 +7,8 @@ set(PTPLIB_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/ptplib")
 set(PTPLIB_INSTALL_KIVDIR "${CMAKE_INSTALL_DATADIR}/ptplib/kiv")
 set(PTPLIB_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/PtpLib")
 
-# Installed programs and libraries find the shared objects beside them, wherever the prefix is.
+# Installed programs and libraries find the shared objects relative to their own location, wherever
+# the prefix is.
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" "$ORIGIN")
 
 function(ptplib_install)
@@ -24,7 +25,7 @@ function(ptplib_install)
       list(APPEND exported kivc)
       list(REMOVE_ITEM programs kivc)
    endif()
-   # What `cmake --install` takes, for a build of no more than that.
+   # Builds only what `cmake --install` needs.
    add_custom_target(installed DEPENDS ${exported} ${programs})
    install(TARGETS ${exported} EXPORT PtpLibTargets
       RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
@@ -41,7 +42,7 @@ function(ptplib_install)
    install(EXPORT PtpLibTargets NAMESPACE PtpLib:: DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
 
    foreach(library IN LISTS libraries)
-      # The compiler has listed the generated headers when the build is installed, not before.
+      # The list of generated headers exists when the build is installed, but not before.
       get_target_property(lists ${library} KIVC_HEADER_LISTS)
       foreach(list IN LISTS lists)
          if(list)
@@ -80,7 +81,8 @@ function(ptplib_install)
    file(RELATIVE_PATH PTPLIB_PREFIX_FROM_PC
       "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
    string(REGEX REPLACE "/$" "" PTPLIB_PREFIX_FROM_PC "${PTPLIB_PREFIX_FROM_PC}")
-   # A program finds the libraries where they are installed, unless the loader looks there anyway.
+   # Makes a program find the libraries where they are installed, unless the loader looks there
+   # anyway.
    set(PTPLIB_PC_RPATH "-Wl,-rpath,\${libdir}")
    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
       set(PTPLIB_PC_RPATH "")

@@ -1,10 +1,11 @@
-# What belongs to what in a directory and its subdirectories. Lists are never kept by hand, so that no
-# file and no test can be left out: `*Test.cpp` are tests, `*Bench.cpp` benchmarks, `*TestSupport.h`
-# headers for tests, and all else is the library's. A type may have any name, though: a file that is
-# named as a type that the directory declares is that type's, whatever its name ends in.
+# Decides which files in a directory and its subdirectories belong to what. No lists are kept by
+# hand, so that no file and no test can be forgotten: `*Test.cpp` are tests, `*Bench.cpp`
+# benchmarks, `*TestSupport.h` headers for tests, and everything else belongs to the library. A type
+# may have any name, though: a file with the name of a type that the directory declares belongs to
+# that type, whatever its name ends in.
 
-# ptplib_types(out dir): the names of the types that the directory's modules declare, and the stems of
-# the headers of those that are written by hand.
+# ptplib_types(out dir): the names of the types that the directory's modules declare, and the base
+# names of the headers of those that are written by hand.
 function(ptplib_types out dir)
    file(GLOB kivs CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/*.kiv")
    set(types)
@@ -61,8 +62,9 @@ macro(ptplib_headers out)
 endmacro()
 
 # ptplib_library(name DIRS dir... [LINK library...] [PACKAGES package...] [PRIVATE_TO_THE_BUILD])
-# One shared object of the sources and the modules in the directories. PACKAGES: what its sources use
-# and the library contains; a package of headers. PRIVATE_TO_THE_BUILD: it is not installed.
+# Builds one shared object from the sources and modules in the directories. PACKAGES: packages of
+# headers that its sources use; they become part of the library. PRIVATE_TO_THE_BUILD: it is not
+# installed.
 function(ptplib_library name)
    cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "" "DIRS;LINK;PACKAGES")
    ptplib_sources(sources ${arg_DIRS})
@@ -86,16 +88,18 @@ function(ptplib_library name)
    if(arg_PACKAGES)
       ptplib_compiled_together(${name})  # most of what they compile is the packages' headers
    endif()
-   # A symbol that nothing defines is an error here and not in the program that loads the library,
-   # except where a sanitizer's runtime comes with that program.
+   # An undefined symbol is an error here rather than in the program that loads the library. With a
+   # sanitizer, whose runtime is linked to that program, this is not possible.
    if(NOT PTPLIB_SANITIZE)
       target_link_options(${name} PRIVATE LINKER:-z,defs)
    endif()
-   # What the library says of its own functions it need not look up when it is loaded. Data stays
-   # as it is: a program may have a copy of it.
+   # The library's references to its own functions are not looked up at load. This does not apply to
+   # data, since a program may have a copy of it.
    target_link_options(${name} PRIVATE LINKER:-Bsymbolic-functions)
    if(kivs)
-      # Who links a library of modules wants its types by name, even if he calls no function of it.
+      # A program that links a library of modules can use its types by name without calling any of
+      # its
+   # functions, so the linker must not drop the library.
       target_link_options(${name} INTERFACE LINKER:--no-as-needed)
    endif()
    foreach(kiv IN LISTS kivs)
@@ -108,8 +112,9 @@ function(ptplib_library name)
    endif()
 endfunction()
 
-# ptplib_link(target PUBLIC|PRIVATE|INTERFACE library...): links targets. A name that is not a target
-# is an error: CMake would pass it to the linker, which looks for such a library on the system.
+# ptplib_link(target PUBLIC|PRIVATE|INTERFACE library...): links targets. A name that is not a
+# target is an error: CMake would pass it to the linker, which looks for such a library on the
+# system.
 function(ptplib_link target scope)
    foreach(library IN LISTS ARGN)
       if(NOT TARGET ${library})
@@ -119,8 +124,8 @@ function(ptplib_link target scope)
    endforeach()
 endfunction()
 
-# ptplib_opens_libraries(target): the program is not linked with the libraries of modules but opens
-# them when it runs, from PTPLIB_LIB_DIR.
+# ptplib_opens_libraries(target): the program is not linked with the libraries of modules, but opens
+# them at run time from PTPLIB_LIB_DIR.
 function(ptplib_opens_libraries target)
    if(TARGET ${target} AND TARGET PtpLib)
       target_compile_definitions(${target} PRIVATE

@@ -1,7 +1,7 @@
 # ptplib_header_check(dir...)
 # The target header_check compiles each header of the directories, and each generated one, alone and
-# included twice: it needs nothing before it, and a second inclusion does no harm.
-# The generated ones are known when the target `declarations` has been built.
+# included twice: it must not depend on earlier includes, and a second inclusion must be harmless.
+# The generated headers are known once the target `declarations` has been built.
 function(ptplib_header_check)
    get_property(stamps GLOBAL PROPERTY KIVC_STAMPS)
    add_custom_target(declarations DEPENDS ${stamps})

@@ -1,12 +1,13 @@
-# Modules: declaration files that become sources of a library.
+# Modules: declaration files that are compiled into a library.
 
 if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/cmake/KivcModule.cmake")
    include(KivcModule)
 endif()
 
 # ptplib_module_files(out dir...): the declaration files in the directories, in the order in which
-# their records are to be linked. A record registers its module when the library is loaded, and
-# initialisers run in link order; file(GLOB) sorts, so that is the order of the names.
+# their records must be linked. A record registers its module when the library is loaded, and
+# initialisers run in link order; since file(GLOB) sorts, modules register in the order of their
+# names.
 function(ptplib_module_files out)
    set(kivs)
    if(COMMAND kivc_module AND TARGET kivc)
@@ -18,8 +19,8 @@ function(ptplib_module_files out)
    set(${out} "${kivs}" PARENT_SCOPE)
 endfunction()
 
-# ptplib_generated_headers(out library): the headers that kivc writes for the library's modules, as
-# they are included.
+# ptplib_generated_headers(out library): the headers that kivc generates for the library's modules,
+# by the paths with which they are included.
 function(ptplib_generated_headers out library)
    get_target_property(found ${library} SOURCES)
    set(headers)

@@ -1,12 +1,12 @@
-# Precompiled headers: what a compiler reads again and again is the standard library and the
-# packages, not this tree. Only these are precompiled, so that no edit here compiles all of them
-# again, and two checkouts make the same bytes for the compiler's cache.
+# Precompiled headers: most of what a compiler reads repeatedly is the standard library and the
+# packages, not this tree. Only these are precompiled, so that an edit of this tree does not
+# recompile them, and two checkouts produce the same bytes for the compiler cache.
 #
-# A source still includes what it uses. Builds without PTPLIB_PCH, such as the `tsan` preset, and the
-# target header_check fail where one does not.
+# A source must still include what it uses. Builds without PTPLIB_PCH, such as the `tsan` preset,
+# and the target header_check fail if one does not.
 
-# The sources of a program are compiled a dozen at a time for the same reason: most of what they read
-# and instantiate is the same. Names in their unnamed namespaces therefore differ.
+# For the same reason, the sources of a program are compiled a dozen at a time: most of what they
+# read and instantiate is the same. The names in their unnamed namespaces must therefore differ.
 
 option(PTPLIB_UNITY "Compile several sources of a program at once" ON)
 option(PTPLIB_PCH "Precompile the headers of the standard library and of packages" ON)
@@ -17,18 +17,19 @@ set(PTPLIB_PCH_STANDARD <algorithm> <array> <bit> <charconv> <chrono> <compare> 
 
 if(PTPLIB_PCH)
    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-      # So that the cache sees the precompiled header as one, and not all of its text.
+      # So that the cache hashes the precompiled header as one file rather than all of its text.
       add_compile_options(-fpch-preprocess)
    elseif(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-      # The time in it would make it differ each time.
+      # A timestamp would make the precompiled header different each time.
       add_compile_options("SHELL:-Xclang -fno-pch-timestamp")
    endif()
 endif()
 
 # ptplib_precompiled(target [OF_PROGRAM] [HEADERS header...] [PACKAGES library...])
-# Precompiles the standard headers and those of packages for a target. Targets that ask for the same
-# share one. OF_PROGRAM: the target is an executable, which is compiled for another kind of address.
-# Call it after all compile options of the target have been set.
+# Precompiles the standard headers and those of packages for a target. Targets with the same
+# arguments share one precompiled header. OF_PROGRAM: the target is an executable, whose code is
+# position-independent in a different way. Call it after all compile options of the target have been
+# set.
 function(ptplib_precompiled target)
    cmake_parse_arguments(PARSE_ARGV 1 arg "OF_PROGRAM" "" "HEADERS;PACKAGES")
    if(NOT PTPLIB_PCH)
@@ -55,7 +56,7 @@ function(ptplib_precompiled target)
    target_precompile_headers(${target} REUSE_FROM ${pch})
 endfunction()
 
-# ptplib_compiled_together(target): compiles the target's sources together, but generated ones.
+# ptplib_compiled_together(target): compiles the target's sources together, except generated ones.
 function(ptplib_compiled_together target)
    if(PTPLIB_UNITY)
       set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 12)

@@ -1,6 +1,6 @@
 # ptplib_program(name DIR dir [LINK library...] [PACKAGES package...] [PRIVATE_TO_THE_BUILD])
-# A program: main.cpp in the directory, and the library <name>_objects of everything else there, so
-# that tests can link what the program is made of. It is installed unless it is private.
+# A program: main.cpp in the directory, and the library <name>_objects with everything else there,
+# so that tests can link the code of the program. It is installed unless it is private.
 function(ptplib_program name)
    cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "DIR" "LINK;PACKAGES")
    set(main "${PROJECT_SOURCE_DIR}/${arg_DIR}/main.cpp")
@@ -30,7 +30,7 @@ function(ptplib_program name)
 endfunction()
 
 # ptplib_manual(name page)
-# Puts a page of docs/ into a program, as `char const* const Ptpstate::manualText`.
+# Embeds a page of docs/ in a program, as `char const* const Ptpstate::manualText`.
 function(ptplib_manual name page)
    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${page}")
    file(READ "${page}" text)
@@ -41,8 +41,8 @@ namespace Ptpstate {\nchar const* const manualText = R\"manual(${text})manual\";
    target_sources(${name}_objects PRIVATE "${source}")
 endfunction()
 
-# ptplib_curses(name): what a program's objects need to draw on a terminal. Programs that use other
-# parts of these objects are not linked with it.
+# ptplib_curses(name): links what a program's objects need to draw on a terminal. Programs that use
+# other parts of these objects are not linked with it.
 function(ptplib_curses name)
    set(CURSES_NEED_NCURSES TRUE)
    set(CURSES_NEED_WIDE TRUE)
@@ -53,7 +53,7 @@ function(ptplib_curses name)
       "-Wl,--push-state,--as-needed,${libraries},--pop-state")
 endfunction()
 
-# ptplib_examples(DIR dir LINK library...): one program a source file, run as a test.
+# ptplib_examples(DIR dir LINK library...): one program per source file, run as a test.
 function(ptplib_examples)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")
    ptplib_sources(sources ${arg_DIR})

@@ -1,5 +1,6 @@
 # ptplib_test(DIR dir LINK library... [SOURCES source...])
-# One program of all tests in the directory: <directory name>_test. SOURCES: what else it is made of.
+# Builds all tests in the directory into one program, <directory name>_test. SOURCES: additional
+# sources.
 function(ptplib_test)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK;SOURCES")
    if(NOT PTPLIB_TESTS)
@@ -15,7 +16,8 @@ function(ptplib_test)
    add_executable(${name} ${sources} ${arg_SOURCES})
    ptplib_link(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main)
    ptplib_test_environment(${name})
-   # What is tested is as it is shipped; the tests' own code need not be fast, but soon compiled.
+   # The tested code is compiled as it is shipped. The tests themselves need not be fast, but should
+   # compile quickly.
    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
    ptplib_precompiled(${name} OF_PROGRAM HEADERS <gmock/gmock.h> <gtest/gtest.h>
       PACKAGES GTest::gmock)
@@ -23,7 +25,7 @@ function(ptplib_test)
    set_tests_properties(${name} PROPERTIES TIMEOUT 900)
 endfunction()
 
-# What a test may need to know of the tree: PTPLIB_SOURCE_DIR for data, PTPLIB_BIN_DIR for programs.
+# The directories that a test may need: PTPLIB_SOURCE_DIR for data, PTPLIB_BIN_DIR for programs.
 function(ptplib_test_environment name)
    target_compile_definitions(${name} PRIVATE
       PTPLIB_SOURCE_DIR="${PROJECT_SOURCE_DIR}"

@@ -1,4 +1,4 @@
-// Makes, changes and prints an entity of a type that is known by name only.
+// Creates, changes and prints an entity of a type that is known only by name.
 #include <iostream>
 
 #include "Kiv/GenericIfImpl.h"

@@ -1,4 +1,4 @@
-// Makes a configuration, observes it, and mirrors it to the other end of a socket.
+// Creates a configuration, observes it, and mirrors it at the other end of a socket.
 #include <poll.h>
 #include <sys/socket.h>
 

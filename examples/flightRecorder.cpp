@@ -1,4 +1,4 @@
-// An agent that keeps a recording of what happened last, and shows what it was a moment ago.
+// An agent that keeps a recording of what happened recently, and shows its state a moment ago.
 #include <chrono>
 #include <filesystem>
 #include <iostream>

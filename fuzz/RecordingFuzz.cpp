@@ -8,8 +8,9 @@
 #include "KivTest/RecordingPutRight.h"
 #include "KivTest/TestTypes.h"
 
-// A file that claims to be a recording. Whatever it holds, reading it ends, damage lies within it,
-// what it says is applied as far as it can be, and every moment that it names is found or is not.
+// A file that claims to be a recording. Whatever it contains: reading it terminates, reported
+// damage is inside the file, its frames are applied as far as possible, and searching for any
+// moment in it terminates.
 //
 //     byte 0     bit 0: checksums and lengths are put right first (KivTest/RecordingPutRight.h)
 //     then       the file
@@ -79,18 +80,18 @@ extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
       bool applies = true;
       U64 before = 0;
       for (RecordingReader::Frame frame; reader.next(frame);) {
-         require(frame.offset >= before, "a frame lies before the one before it");
+         require(frame.offset >= before, "a frame begins before the previous one");
          before = frame.offset + 1;
          require(frame.offset + frameHeaderSize + frame.size <= bytes.size(),
-                 "a frame reaches beyond the file");
+                 "a frame extends past the end of the file");
          if (walls.size() < 16) {
             walls.push_back(frame.at.wall);
          }
          applies = applies && player.apply(frame);
-         require(applies == player.reason().empty(), "no reason, or one without need");
+         require(applies == player.reason().empty(), "a reason is missing or given for no failure");
       }
    }
-   require(reader.offset() <= bytes.size(), "it ends beyond the file");
+   require(reader.offset() <= bytes.size(), "the reader is past the end of the file");
    for (U64 const wall : walls) {
       Player player(make, limits());
       if (reader.seek(wall)) {

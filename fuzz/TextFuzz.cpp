@@ -16,9 +16,9 @@
 #include "PtpPlatform/PtpDataSetTypes/PortIdentity.h"
 #include "PtpPlatform/PtpDataSetTypes/PortState.h"
 
-// Text of any bytes is either refused with one of the two exceptions or is a value whose own text
-// and stream forms give an equal value back. The first byte chooses the type, and whether the rest
-// is read as text or as an encoded value.
+// Arbitrary bytes as text are either refused with one of the two exceptions, or give a value whose
+// text and stream forms in turn give an equal value. The first byte chooses the type, and whether
+// the rest is read as text or as an encoded value.
 
 namespace {
 
@@ -32,7 +32,7 @@ void require(bool holds, char const* what, std::string_view type, std::string_vi
    }
 }
 
-/// NaNs are alike here, as their text is.
+/// NaNs are considered equal here, since their text is.
 template <class T>
 bool alike(T const& a, T const& b) {
    if constexpr (std::is_floating_point_v<T>) {
@@ -60,7 +60,7 @@ T decoded(std::string_view bytes) {
    return v;
 }
 
-/// A value that was accepted comes back from both its forms.
+/// Checks that an accepted value survives a round trip through both forms.
 template <class T>
 void requireRoundTrips(T const& v, std::string_view type) {
    Sarn::String const text = Kiv::strRep(v);
@@ -71,7 +71,8 @@ void requireRoundTrips(T const& v, std::string_view type) {
    Kiv::CharRange range(inside);
    require(alike(ValueOps<T>::parse(range), v), "text before a comma gives another value", type,
            text);
-   require(range.position() == text.size(), "the cursor stops elsewhere", type, text);
+   require(range.position() == text.size(), "the cursor is not at the end of the value", type,
+           text);
    require(alike(decoded<T>(encoded(v)), v), "the stream gives another value", type, text);
 }
 
@@ -117,7 +118,7 @@ constexpr Target target(char const* type) {
    return {type, runText<T>, runStream<T>};
 }
 
-// The order is that of the seeds' first bytes: new ones go to the end.
+// The seeds' first bytes depend on this order, so add new ones at the end.
 constexpr Target targets[] = {
       target<bool>("bool"),
       target<U8>("U8"),

@@ -10,7 +10,7 @@ constinit thread_local long allocated = 0;
 constinit thread_local long held = 0;
 
 void* allocateOrNull(std::size_t size, std::size_t alignment) noexcept {
-   // aligned_alloc asks for a multiple of the alignment, and a size of zero for a block as well.
+   // aligned_alloc requires a multiple of the alignment, and a size of zero needs a block, too.
    void* const block = std::aligned_alloc(alignment, (size + alignment) / alignment * alignment);
    if (block != nullptr) {
       ++allocated;
@@ -45,8 +45,8 @@ long CountedNew::blocks() noexcept {
    return held;
 }
 
-// Every form, so that none of them is paired with one of a sanitizer's runtime.
-// Not inlined: the compiler would take the pairs for mismatched.
+// Every form, so that none of them is paired with one from a sanitizer's runtime.
+// Not inlined: otherwise, the compiler would report the pairs as mismatched.
 [[gnu::noinline]] void* operator new(std::size_t size) {
    return allocate(size, usual);
 }

@@ -1,14 +1,14 @@
 #pragma once
 
-/// Counts what this program allocates. A test program that is linked with `CountedNew.cpp` has its
-/// `operator new` and `operator delete`, in all forms, replaced by ones that count.
+/// Counts what this program allocates. Linking a test program with `CountedNew.cpp` replaces all
+/// forms of `operator new` and `operator delete` with ones that count.
 ///
-/// Counts are kept by thread, so that tests which run threads do not disturb others.
+/// Counts are kept per thread, so that tests with threads do not disturb others.
 namespace CountedNew {
 
 /// Calls of `operator new` on this thread.
 long allocations() noexcept;
-/// Blocks allocated on this thread less those freed on it.
+/// Blocks allocated on this thread minus those freed on it.
 long blocks() noexcept;
 
 /// Calls of `operator new` on this thread while `work` runs.

@@ -9,13 +9,13 @@
 
 #include "Kiv/ValueOps.h"
 
-/// What the tests of value types have in common: verbs for text and stream, and the properties that
-/// every value type has.
+/// Common code for the tests of value types: functions for text and stream, and checks of the
+/// properties that every value type has.
 namespace ValueTypeTesting {
 
 using Bytes = std::vector<U8>;
 
-/// Random numbers whose seed is told when a test fails; PTPLIB_TEST_SEED runs with that seed again.
+/// Random numbers whose seed is reported if a test fails; PTPLIB_TEST_SEED reruns with that seed.
 class SeededTest : public testing::Test {
 public:
    SeededTest()
@@ -61,7 +61,7 @@ T decoded(Bytes const& bytes) {
    return v;
 }
 
-/// The message of the exception `E` that `act` throws; anything else that happens is told instead.
+/// The message of the exception `E` that `act` throws, or else a text that says what happened.
 template <class E, class Act>
 Sarn::String messageOf(Act act) {
    try {
@@ -89,8 +89,9 @@ Sarn::String faultMessage(Bytes const& bytes) {
    return messageOf<Kiv::NboAttrLog::FaultException>([&] { decoded<T>(bytes); });
 }
 
-/// Text and stream give the value back, alone and between other things; every shorter message is a
-/// fault. `enders`: what may follow the value's text directly.
+/// Checks that the value survives a round trip through text and stream, alone and between other
+/// data, and that every shorter message is a fault. `enders`: the characters that may directly
+/// follow the value's text.
 template <class T>
 void expectRoundTrips(T const& v, std::string_view enders = ",)] \t/") {
    static_assert(std::is_trivially_copyable_v<T>);
@@ -114,7 +115,8 @@ void expectRoundTrips(T const& v, std::string_view enders = ",)] \t/") {
    }
 }
 
-/// The operators agree with each other on every pair, and the order is transitive on every triple.
+/// Checks that the operators agree with each other for every pair, and that the order is transitive
+/// for every triple.
 template <class T>
 void expectOrderingLaws(std::vector<T> const& values) {
    for (T const& a : values) {
@@ -136,7 +138,7 @@ void expectOrderingLaws(std::vector<T> const& values) {
    }
 }
 
-/// Each value is less than the next.
+/// Checks that each value is less than the next.
 template <class T>
 void expectAscending(std::vector<T> const& values) {
    for (std::size_t i = 0; i + 1 < values.size(); ++i) {

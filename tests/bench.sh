@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# bench.sh BIN [PATTERN]: runs the benchmark programs of a build (those whose names match) and prints
-# one table: each figure beside its baseline from the same run, and at last what builds cost (`build`). A figure is the median CPU time of
-# five repetitions, taken in random order so that a slow moment hits all alike.
+# bench.sh BIN [PATTERN]: runs the benchmark programs of a build (those whose names match) and
+# prints one table: each figure with its baseline from the same run, and finally what builds cost
+# (`build`). A figure is the median CPU time of five repetitions, which run in random order so that
+# a slow moment affects all alike.
 #
-# A baseline does the same work: its name differs in a template argument with Std or Bare in it, in
-# the words Std or Baseline, or in ByInet... for the C library's functions, only.
+# A baseline does the same work. Its name differs only in a template argument that contains Std or
+# Bare, in the words Std or Baseline, or in ByInet... for the C library's functions.
 set -u
 bin=$1
 pattern=${2:-.}
@@ -24,7 +25,7 @@ for program in "$bin"/*_bench; do
          return ns < 1e3 ? sprintf("%.2f ns", ns) : ns < 1e6 ? sprintf("%.2f us", ns / 1e3) \
             : ns < 1e9 ? sprintf("%.2f ms", ns / 1e6) : sprintf("%.2f s", ns / 1e9)
       }
-      # The list of names comes first and gives the order.
+      # The list of names comes first and determines the order.
       !/[",]/ && NF == 1 {
          names[++count] = $0
          next
@@ -60,7 +61,7 @@ for program in "$bin"/*_bench; do
                baseline[work(names[i])] = names[i]
             }
          }
-         printf "   %-48s %10s %10s %10s %7s\n", "", "time", "an item", "baseline", "ratio"
+         printf "   %-48s %10s %10s %10s %7s\n", "", "time", "per item", "baseline", "ratio"
          for (i = 1; i <= count; ++i) {
             name = names[i]
             if (isBaseline(name)) {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# buildCost.sh: what clean builds of the release cost, in CPU seconds of all their processes: what
-# the demo needs, and then all that the tests need. Builds in a directory of its own, without the
-# compiler's cache.
+# buildCost.sh: what clean builds of the release cost, in CPU seconds of all their processes: first
+# what the demo needs, then everything that the tests need. Builds in a separate directory, without
+# the compiler cache.
 set -u
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 
@@ -11,8 +11,7 @@ trap 'exit 130' INT TERM
 export CCACHE_DISABLE=1
 TIMEFORMAT='%U %S'
 
-# cost DIRECTORY TARGET...: builds with nothing there before, configuring included, and prints the
-# CPU seconds.
+# cost DIRECTORY TARGET...: configures and builds from scratch, and prints the CPU seconds.
 cost() {
    local dir=$1 spent
    shift
@@ -37,7 +36,7 @@ row() {
    fi
 }
 
-printf '\nclean builds, in CPU seconds\n   %-48s %10s %10s\n' '' CPU 'aimed at'
+printf '\nclean builds, in CPU seconds\n   %-48s %10s %10s\n' '' CPU target
 row 'what the demo needs' 180 "$work/demo" ptpstate ptpports demoAgent
 row 'what the tests need' 540 "$work/tests" all
 exit $status

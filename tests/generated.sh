@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# generated.sh BUILD [--update]: compares what kivc writes of our own modules with what is checked
-# in: the pages of docs/reference, and the lists of ids in tests/golden, so that a changed id is
-# seen in a review; and the man page with what ptpstate makes of docs/ptpstate.md. With --update,
-# writes them anew.
+# generated.sh BUILD [--update]: compares what kivc generates for our modules with what is checked
+# in: the pages of docs/reference, and the lists of ids in tests/golden, so that a changed id shows
+# up in a review. Also compares the man page with what ptpstate generates from docs/ptpstate.md.
+# With --update, writes them again.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 kivc=$1/bin/kivc
@@ -14,7 +14,7 @@ mkdir -p "$scratch/docs/reference" "$scratch/tests/golden"
 index=$scratch/docs/reference/README.md
 {
    printf '# Reference\n\n'
-   printf 'One page a module, generated from its declarations.\n\n'
+   printf 'One page per module, generated from its declarations.\n\n'
    printf '| module | types |\n|---|---|\n'
 } >"$index"
 for kiv in PtpLib/*.kiv PtpPlatform/*.kiv Dorn/*.kiv Bridging/*.kiv Brim/*.kiv Acl/*.kiv; do
@@ -37,19 +37,19 @@ while IFS= read -r file; do
          echo "$file: written"
       }
    elif ! diff -u "$file" "$scratch/$file"; then
-      echo "$file: not what is generated; ./dev docs brings it up to date"
+      echo "$file: differs from what is generated; ./dev docs updates it"
       status=1
    fi
 done < <(cd "$scratch" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
 
-# What belongs to no module any more.
+# Files that no longer belong to a module.
 for file in docs/reference/*.md tests/golden/*.ids; do
    [ -e "$file" ] && [ ! -e "$scratch/$file" ] || continue
    if [ "$update" = --update ]; then
       rm "$file"
       echo "$file: removed"
    else
-      echo "$file: belongs to no module; ./dev docs removes it"
+      echo "$file: does not belong to a module; ./dev docs removes it"
       status=1
    fi
 done

@@ -1,5 +1,5 @@
-// What it costs to load the libraries: time, relocations, initialisers, and the size of text and
-// data. Opens them itself, each in a process that has not seen it before.
+// What loading the libraries costs: time, relocations, initialisers, and the size of text and data.
+// Opens them itself, in processes that have not loaded them before.
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
@@ -18,15 +18,15 @@
 
 namespace {
 
-/// In the order in which they need each other. The first is the baseline: a library of the system
-/// that has nothing in it any more.
+/// Each library comes after those that it needs. The first is the baseline: a system library that
+/// is empty nowadays.
 std::vector<std::string> const libraries = {"libutil.so.1", PTPLIB_LIB_DIR "/libKiv.so",
                                             PTPLIB_LIB_DIR "/libPtpPlatform.so",
                                             PTPLIB_LIB_DIR "/libPtpLib.so"};
 
 // ---- Time ----
 
-/// Opens one library after the other and writes how long each took, in seconds.
+/// Opens the libraries one after another and writes how long each took, in seconds.
 [[noreturn]] void openAll(int out) {
    std::vector<double> times;
    for (std::string const& file : libraries) {
@@ -46,7 +46,7 @@ std::vector<std::string> const libraries = {"libutil.so.1", PTPLIB_LIB_DIR "/lib
 std::vector<double> loadTimes() {
    int ends[2];
    if (pipe(ends) != 0) {
-      throw std::runtime_error("no pipe");
+      throw std::runtime_error("a pipe cannot be created");
    }
    pid_t const child = fork();
    if (child == 0) {
@@ -64,7 +64,7 @@ std::vector<double> loadTimes() {
    return times;
 }
 
-/// By library, over many processes.
+/// The median for each library over many processes.
 std::vector<double> medianTimes() {
    constexpr std::size_t rounds = 101;
    std::vector<std::vector<double>> all(libraries.size());
@@ -82,19 +82,19 @@ std::vector<double> medianTimes() {
    return medians;
 }
 
-// ---- What is in the file ----
+// ---- The content of the file ----
 
 struct Content {
    std::size_t relative = 0;
-   /// Relocations that look a name up.
+   /// Relocations that look up a name.
    std::size_t byName = 0;
    std::size_t initialisers = 0;
-   /// What is mapped and never written, and what is a process's own.
+   /// Bytes that are mapped and never written, and bytes that each process has for itself.
    std::size_t text = 0;
    std::size_t data = 0;
 };
 
-/// Where the loader has found the library.
+/// The path at which the loader found the library.
 std::string pathOf(std::string const& library) {
    void* const handle = dlopen(library.c_str(), RTLD_NOW);
    link_map* map = nullptr;
@@ -110,7 +110,7 @@ public:
       std::ifstream file(path, std::ios::binary);
       bytes_.assign(std::istreambuf_iterator<char>(file), {});
       if (bytes_.size() < sizeof(Elf64_Ehdr) || std::memcmp(bytes_.data(), ELFMAG, SELFMAG) != 0) {
-         throw std::runtime_error(path + ": no ELF file");
+         throw std::runtime_error(path + ": not an ELF file");
       }
    }
 
@@ -128,7 +128,7 @@ private:
    T at(std::size_t offset) const {
       T v;
       if (offset > bytes_.size() || bytes_.size() - offset < sizeof v) {
-         throw std::runtime_error("an ELF file that ends too soon");
+         throw std::runtime_error("truncated ELF file");
       }
       std::memcpy(&v, bytes_.data() + offset, sizeof v);
       return v;

@@ -25,7 +25,7 @@ namespace {
 
 constexpr unsigned secondsAPoint = 20;
 
-/// What the child processes leave behind for their parent.
+/// The results that the child processes leave for their parent.
 struct Tally {
    std::size_t points;
    std::size_t bad;
@@ -41,7 +41,7 @@ struct Tally {
    }
 };
 
-/// False when the scenario has fewer allocations than n.
+/// False if the scenario has fewer than n allocations.
 bool runPoint(Scenario const& scenario, Failures failures, std::size_t n, Findings& findings) {
    failuresAre(failures, n);
    scenario(findings);

@@ -57,7 +57,7 @@ Armed::~Armed() {
 }  // namespace AllocTesting
 
 // NOLINTBEGIN(misc-new-delete-overloads): the array, sized and nothrow forms end up here as well
-// Not inlined: the compiler would take the pairs for mismatched.
+// Not inlined: otherwise, the compiler would report the pairs as mismatched.
 [[gnu::noinline]] void* operator new(std::size_t size) {
    return AllocTesting::allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 }

@@ -1,4 +1,4 @@
-// Allocations that fail where a test wants them to: this program's operator new is its own.
+// Allocations that fail where a test wants them to. The program has its own operator new.
 #pragma once
 
 #include <cstddef>
@@ -8,17 +8,17 @@ namespace AllocTesting {
 
 /// Which allocations fail.
 enum class Failures : unsigned char {
-   single,   ///< the n-th alone
+   single,   ///< only the n-th
    allFrom,  ///< the n-th and every later one
 };
 
-/// From now on the n-th allocation fails, counted from 1 and only where failures are armed. 0:
-/// none.
+/// From now on, the n-th allocation fails. Allocations are counted from 1, and only while failures
+/// are armed. 0: none fails.
 void failuresAre(Failures failures, std::size_t n) noexcept;
 /// Allocations that have failed since then.
 std::size_t failed() noexcept;
 
-/// While one lives, allocations count and fail. They do not nest.
+/// While an object of this class exists, allocations are counted and fail. Do not nest them.
 class Armed {
 public:
    Armed() noexcept;
@@ -27,7 +27,7 @@ public:
    Armed& operator=(Armed const&) = delete;
 };
 
-/// Does something with failing allocations. False if that ended in std::bad_alloc.
+/// Does something with failing allocations. False if it threw std::bad_alloc.
 template <class What>
 bool attempt(What&& what) {
    try {

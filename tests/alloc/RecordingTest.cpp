@@ -1,5 +1,5 @@
-// Recording and playing without memory: what was recorded plays, or the recording has ended for a
-// reason.
+// Recording and playing when memory runs out: either what was recorded can be played, or the
+// recording has ended with a reason.
 #include <unistd.h>
 
 #include <cstring>
@@ -21,7 +21,7 @@ using LogRecorder = Kiv::NboAttrLog::Recorder;
 
 namespace {
 
-/// One file in memory, which needs no allocation.
+/// A file in memory that needs no allocations.
 class Memory final : public Kiv::NboAttrLog::RecordSink, public Kiv::NboAttrLog::RecordingSource {
 public:
    U64 begin() override {
@@ -69,7 +69,7 @@ Sarn::Ptr<Kiv::NamedEntity> make(OfferedRoot const& root) {
    return Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get());
 }
 
-/// Plays what there is, armed or not; why it cannot be played.
+/// Plays the source, with failures armed or not; returns why it cannot be played.
 std::string play(Kiv::NboAttrLog::RecordingSource& source, Player& player) {
    RecordingReader reader(source);
    for (RecordingReader::Frame frame; reader.next(frame);) {
@@ -80,7 +80,7 @@ std::string play(Kiv::NboAttrLog::RecordingSource& source, Player& player) {
    return reader.damage();
 }
 
-/// Records changes of everything; the recorder's reason, if it has ended.
+/// Records changes to everything; returns the recorder's reason if it has ended.
 std::string record(Findings& findings, Kiv::NboAttrLog::RecordSink& sink, Twins& twins) {
    Hub hub(narrow());
    hub.rootIs(Sarn::Ptr<Kiv::NamedEntity>(twins.root.get()));
@@ -112,7 +112,7 @@ std::string record(Findings& findings, Kiv::NboAttrLog::RecordSink& sink, Twins&
    recorder->close({now, now});
    std::string reason = recorder->reason();
    if (recorder->failed() && reason.empty()) {
-      findings.bad("the recording has failed for no reason");
+      findings.bad("the recording has failed without a reason");
    }
    return reason;
 }
@@ -164,7 +164,7 @@ TEST(OutOfMemory, OfRecordingIntoFiles) {
 }
 
 TEST(OutOfMemory, OfPlaying) {
-   // Once for all points: what is played is always the same.
+   // Recorded once for all points, since they all play the same.
    static Memory memory;
    Sarn::Ptr<Root> const root = KivTest::rootFactory("test");
    {
@@ -205,7 +205,7 @@ TEST(OutOfMemory, OfPlaying) {
       }
       if (player->failed()) {
          if (player->reason().empty()) {
-            findings.bad("playing has failed for no reason");
+            findings.bad("playing has failed without a reason");
          }
          return;
       }

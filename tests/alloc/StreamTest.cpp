@@ -1,4 +1,5 @@
-// The attribute log without memory: each change arrives, or its session is closed with a reason.
+// The attribute log when memory runs out: each change arrives, or its session is closed with a
+// reason.
 #include <memory>
 
 #include "Kiv/NboAttrLogSession.h"
@@ -13,14 +14,14 @@ using Kiv::NboAttrLog::Session;
 
 namespace {
 
-/// Closes what a change could not be written for, as a connection does.
+/// Closes a session for which a change could not be written, as a connection does.
 void turn(Session& session) {
    if (session.closed()) {
       session.close(session.closeReason());
    }
 }
 
-/// Carries the bytes of one session to another until there are none, each piece armed or not.
+/// Carries the bytes of one session to another until none are left, with failures armed or not.
 bool carry(Session& from, Session& to, bool armed) {
    bool any = false;
    turn(from);
@@ -74,8 +75,8 @@ public:
    void cut() { ends_.reset(); }
    Session* theirs() const { return ends_ != nullptr ? ends_->theirs.get() : nullptr; }
 
-   /// With memory again: the mirror is what the root is, or the session is closed with a reason and
-   /// the mirror is equal after a new one.
+   /// Checks, with memory available again, that the mirror equals the root, or that the session is
+   /// closed with a reason and the mirror equals the root after a new session.
    void settle(Root& root, char const* when) {
       carry(false);
       bool const mounted = ends_ != nullptr && !ends_->theirs->mounts().empty();
@@ -83,7 +84,7 @@ public:
       if (closed) {
          badReason(*ends_->ours, when);
          badReason(*ends_->theirs, when);
-         // As a connection does that finds the other end of the socket closed.
+         // As a connection does when it finds the other end of the socket closed.
          ends_->theirs->close("the peer has closed the connection", false);
          ends_->ours->close("the peer has closed the connection", false);
       }
@@ -116,7 +117,7 @@ private:
 
    void badReason(Session const& session, char const* when) {
       if (session.closed() && session.closeReason().find("out of memory") == std::string::npos) {
-         findings_.bad(std::string(when) + ": closed for '" + session.closeReason() + "'");
+         findings_.bad(std::string(when) + ": closed with '" + session.closeReason() + "'");
       }
    }
    void compare(Root& root, char const* when) {
@@ -159,7 +160,7 @@ public:
          offerIt();
       }
       twins.streamed = true;
-      twins.mostUsers = 2;  // a session holds what its peer has made
+      twins.mostUsers = 2;  // a session holds the entities that its peer has created
       findings_.badIf("rootIs", badLink(*twins.root, true));
    }
    void connect(bool armed) {
@@ -167,7 +168,7 @@ public:
       writer.connect(armed);
    }
    void carry(bool armed) {
-      for (int i = 0; i != 2; ++i) {  // what a writer says goes to the reader, too
+      for (int i = 0; i != 2; ++i) {  // the writer's changes also go to the reader
          writer.carry(armed);
          reader.carry(armed);
       }
@@ -181,7 +182,7 @@ public:
       reader.settle(*twins.root, when);
       findings_.badIf(when, badLink(*twins.root, true, 2));
    }
-   /// Without sessions nobody holds anything any more.
+   /// Checks that nothing is held once there are no sessions.
    void finish() {
       reader.cut();
       writer.cut();
@@ -208,7 +209,7 @@ public:
    Link writer;
 };
 
-/// More than a few messages, in every kind of member.
+/// Fills every kind of member, with more than a few messages.
 void fill(World& world) {
    auto const both = [&](char const*, auto make) {
       make(*world.twins.root);
@@ -253,7 +254,7 @@ TEST(OutOfMemory, OfMounting) {
    });
 }
 
-/// A mirror from before is brought up to date.
+/// An existing mirror is brought up to date.
 TEST(OutOfMemory, OfAReplay) {
    everyPoint(20, [](Findings& findings) {
       World world(findings, small());
@@ -296,7 +297,7 @@ TEST(OutOfMemory, OfAWriter) {
       world.carry(false);
       auto const change = [&](char const* name, auto make) {
          if (!attempt([&] { make(*world.writer.copy); })) {
-            world.settle(name);  // before it is made again
+            world.settle(name);  // before the change is made again
             make(*world.writer.copy);
          }
          world.carry(true);

@@ -1,4 +1,4 @@
-// Trees, collections and observers without memory.
+// Trees, collections and observers when memory runs out.
 #include <cstdlib>
 
 #include "Kiv/AttrOps.h"
@@ -34,7 +34,7 @@ TEST(OutOfMemory, OfATree) {
 
 constexpr int many = 40;
 
-/// Fills and empties a collection of everything.
+/// Fills a collection and removes all of it.
 template <class Is, class Del, class DelAll>
 void growAndShrink(Findings& findings, Is is, Del del, DelAll delAll) {
    Twins twins(findings);
@@ -103,7 +103,7 @@ TEST(OutOfMemory, OfAnOrderedMap) {
 }
 
 TEST(OutOfMemory, OfChildren) {
-   // Slabs keep the memory of children and of small arrays.
+   // Slabs retain the memory of children and of small arrays.
    everyPoint(Sarn::slabPassesThrough ? 4 : 1, [](Findings& findings) {
       growAndShrink(
             findings,
@@ -113,7 +113,7 @@ TEST(OutOfMemory, OfChildren) {
    });
 }
 
-/// Iterators that stand on what is removed keep its key.
+/// Iterators at a removed element keep its key.
 TEST(OutOfMemory, OfIteratorsOverWhatIsRemoved) {
    everyPoint(10, [](Findings& findings) {
       Kiv::HashMap2018<Sarn::String, int> map;
@@ -129,7 +129,7 @@ TEST(OutOfMemory, OfIteratorsOverWhatIsRemoved) {
          bool const done = attempt([&] { map.erase(key); });
          if (map.has(key) == second.markedForDeletion() || second.key() != key ||
              map.size() != left - (done ? 1 : 0)) {
-            findings.bad("an iterator does not stand where it stood");
+            findings.bad("an iterator has moved");
             return;
          }
          if (done) {
@@ -150,7 +150,7 @@ TEST(OutOfMemory, OfIteratorsOverWhatIsRemoved) {
          ++left;
       }
       if (left > 1 || !map.empty()) {
-         findings.bad("an iterator goes on behind the end");
+         findings.bad("an iterator continues past the end");
       }
    });
 }
@@ -171,13 +171,13 @@ TEST(OutOfMemory, OfObservers) {
          Kiv::Entity& entity = i % 3 == 0 ? static_cast<Kiv::Entity&>(*leaf) : *root;
          added[i] = attempt([&] { entity.observerAdd(observers[i], scope); });
          if (entity.hasObserver(observers[i], scope) != added[i]) {
-            findings.bad("an observer is half added");
+            findings.bad("an observer is partly added");
          }
          leaf->ticksInc(1);
          for (std::size_t j = 0; j <= i; ++j) {
             bool const hears = added[j] && (j % 3 == 0 || j % 2 == 1);
             if (std::exchange(observers[j].heard, 0) != (hears ? 1 : 0)) {
-               findings.bad("an observer hears too much or nothing");
+               findings.bad("an observer is notified too often or not at all");
             }
          }
       }
@@ -187,12 +187,12 @@ TEST(OutOfMemory, OfObservers) {
          attempt([&] { entity.observerDel(observers[i], scope); });
       }
       if (root->watched() || leaf->watched()) {
-         findings.bad("somebody still listens");
+         findings.bad("an observer is left");
       }
    });
 }
 
-/// What an observer fails to do keeps nobody else from hearing.
+/// A failing observer does not keep others from being notified.
 TEST(OutOfMemory, OfAnObserver) {
    everyPoint(10, [](Findings& findings) {
       struct Hungry final : Kiv::Observer {
@@ -219,7 +219,7 @@ TEST(OutOfMemory, OfTheGenericInterface) {
          make(*twins.twin);
       });
       Kiv::TypeImpl const& type = twins.root->kivType();
-      // Every value as text, and back in the other order of texts.
+      // Prints every value and parses the text again.
       Kiv::forEachField(type, [&](Kiv::FieldDescriptor const& field) {
          if (field.kind != Kiv::MemberKind::single) {
             return;
@@ -270,7 +270,7 @@ TEST(OutOfMemory, OfAVisitLeavesNoIteratorBehind) {
                               }
                            }),
          std::bad_alloc);
-   // An iterator that was left in the map would be told, on a stack that is gone.
+   // If an iterator were still in the map, the map would notify it, on a stack that is gone.
    for (U32 i = 0; i != 100; ++i) {
       root->leafIs(i, true, KivTest::Opaque(1));
    }

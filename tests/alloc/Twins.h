@@ -1,4 +1,5 @@
-// A tree that is changed with failing allocations, and its twin, changed in the same way without.
+// A tree that is changed while allocations fail, and its twin, which is changed in the same way
+// without failures.
 #pragma once
 
 #include <array>
@@ -12,7 +13,7 @@ namespace AllocTesting {
 
 using KivTest::Root;
 
-/// What an observer of a whole tree has heard, kept without an allocation.
+/// The changes that an observer of a whole tree has seen, stored without allocations.
 class Heard final : public Kiv::Observer {
 public:
    explicit Heard(Kiv::Entity& entity) : entity_(entity) {
@@ -27,7 +28,7 @@ public:
          ids_[count_++] = change.attributeId;
       }
    }
-   /// The ids since the last call, with blanks between them.
+   /// The ids since the last call, separated by blanks.
    std::string ids() {
       std::string text;
       for (std::size_t i = 0; i != count_; ++i) {
@@ -43,9 +44,10 @@ private:
    std::size_t count_ = 0;
 };
 
-/// Whether each entity below has its owner for its parent, no more users than `most`, and a number
-/// in the log only if its owner has one and `streamed`: what is wrong with the first that has not.
-/// A child that could not be numbered ends the sessions; the next one numbers it.
+/// Checks that the parent of each entity below is its owner, that it has at most `most` users, and
+/// that it has a number in the log only if its owner has one and `streamed`. Returns what is wrong
+/// with the first one for which this does not hold. A child that could not be numbered ends the
+/// sessions; the next session numbers it.
 inline std::string badLink(Kiv::Entity& entity, bool streamed, U32 most = 1) {
    std::string bad;
    if (entity.streamHandle() != 0 && !streamed) {
@@ -68,19 +70,19 @@ inline std::string badLink(Kiv::Entity& entity, bool streamed, U32 most = 1) {
    return bad;
 }
 
-/// How much of a change may be there after it has failed.
+/// How much of a change may have been made after it has failed.
 enum class Change : unsigned char {
    whole,    ///< all or nothing
-   byParts,  ///< of each attribute all or nothing
+   byParts,  ///< all or nothing for each attribute
 };
 
 class Twins {
 public:
    explicit Twins(Findings& findings) : findings_(findings) {}
 
-   /// Makes a change here with failing allocations, and at the twin. If that fails, the state is
-   /// the old or the new one, observers have heard what became of it, and the change can be made
-   /// again.
+   /// Makes a change to the root with failing allocations, and to the twin. If the change fails,
+   /// checks that the state is the old or the new one, that observers were notified of what was
+   /// done, and that the change can be made again.
    template <class Make>
    void change(char const* name, Make&& make, Change how = Change::whole) {
       std::size_t const before = failed();
@@ -115,7 +117,7 @@ public:
 
    Sarn::Ptr<Root> root = KivTest::rootFactory("test");
    Sarn::Ptr<Root> twin = KivTest::rootFactory("test");
-   /// Whether the root is in a hub, and how many may hold an entity below it.
+   /// Whether the root is in a hub, and how many users an entity below it may have.
    bool streamed = false;
    U32 mostUsers = 1;
 
@@ -134,7 +136,7 @@ inline std::string longText(int i) {
    return "a text that is longer than what a string holds itself, " + std::to_string(i);
 }
 
-/// Changes of every kind of member but queues, whose chunks must not fail.
+/// Changes to every kind of member except queues, whose allocations must not fail.
 template <class Change_>
 void changeEverything(Change_&& change) {
    change("u32Is", [](Root& r) { r.u32Is(7); });
@@ -175,7 +177,7 @@ void changeEverything(Change_&& change) {
           [](Root& r) { r.sortedTextIs(longText(13), KivTest::Colour::blue); });
 }
 
-/// The way back.
+/// Undoes these changes.
 template <class Change_>
 void removeEverything(Change_&& change) {
    change("recordDel", [](Root& r) { r.recordDel(1); });

@@ -1,5 +1,5 @@
-// Runs a fuzz target over files and the files of directories given on the command line: what a
-// build without libFuzzer does with the seeds.
+// Runs a fuzz target on the files and directories given on the command line. A build without
+// libFuzzer uses this to run the seeds.
 
 #include <cstddef>
 #include <cstdint>
@@ -42,6 +42,6 @@ int main(int argc, char** argv) {
       }
    }
    std::printf("%zu inputs\n", inputs);
-   // A target whose seeds are gone is a test that runs nothing.
+   // Without its seeds, the test would check nothing.
    return inputs == 0 ? 1 : 0;
 }

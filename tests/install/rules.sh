@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# rules.sh: which files of a directory are library, test and benchmark, and which headers are
-# installed. A declared type may have any name: its files are never taken for those of a test.
+# rules.sh: checks which files of a directory belong to the library, the tests and the benchmarks,
+# and which headers are installed. A declared type may have any name: its files must never be
+# mistaken for those of a test.
 set -eu
 cd "$(dirname "$0")/../.."
 scratch=$(mktemp -d)

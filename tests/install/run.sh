@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# run.sh BUILD: installs a build into a directory of its own, moves that elsewhere, and uses it from
-# there as a stranger would: with find_package, with a module of one's own, and with pkg-config. The
-# libraries must be found there alone, and each header must compile alone.
+# run.sh BUILD: installs a build in a separate directory, moves that elsewhere, and uses it from
+# there as another project would: with find_package, with the project's own module, and with
+# pkg-config. The libraries must be found only there, and each header must compile on its own.
 set -eu
 build=$(cd "$1" && pwd)
 cd "$(dirname "$0")/../.."
@@ -31,7 +31,7 @@ done
 ! grep -rl -e "$PWD" -e "$build" "$prefix" || fail "these files name the sources or the build"
 ! find "$prefix" -type d -empty | grep . || fail "these directories are empty"
 
-# Every header of the tree but those for tests, and every generated one, is there.
+# Every header of the tree except those for tests, and every generated one, must be there.
 for dir in Sarn Kiv Dorn Bridging Brim Acl PtpPlatform PtpLib Holt; do
    for root in . "$build/generated"; do
       [ -d "$root/$dir" ] || continue
@@ -42,7 +42,7 @@ done | LC_ALL=C sort >"$scratch/wanted"
    >"$scratch/installed"
 diff -u "$scratch/wanted" "$scratch/installed" || fail "other headers than these are installed"
 
-# finds PROGRAM: it takes our libraries from the prefix, and from nowhere else.
+# finds PROGRAM: checks that it loads our libraries from the prefix, and from nowhere else.
 finds() {
    ldd "$1" | awk -v lib="$prefix/lib/" -v program="$1" '
       { sub("/bin/[.][.]/", "/", $3) }
@@ -68,7 +68,7 @@ cmake --build "$scratch/consumer/build"
 diff -u "$scratch/consumer/expected.txt" "$scratch/output"
 finds "$scratch/consumer/build/tree"
 "$scratch/consumer/build/tree" | diff -u "$scratch/consumer/tree.txt" -
-# A module that comes along must be consumed, too.
+# Every installed module must be used by the consumer, too.
 for kiv in "$prefix"/share/ptplib/kiv/*/*.kiv; do
    module=$(basename "$kiv" .kiv)
    grep -q "^$module: " "$scratch/consumer/tree.txt" || fail "tree.cpp does not use $module"
@@ -91,7 +91,7 @@ export flags
 # shellcheck disable=SC2016
 xargs -P "${PTPLIB_JOBS:-$(nproc)}" -n 1 bash -c '
    printf "#include \"%s\"\n" "$1" | g++ $flags -fsyntax-only -x c++ - || {
-      echo "$1 does not compile alone"
+      echo "$1 does not compile on its own"
       exit 1
    }' check <"$scratch/installed"
 

@@ -1,4 +1,4 @@
-// A consumer of every module, built and linked as CMake or pkg-config says.
+// A consumer of every module, built and linked with the flags from CMake or pkg-config.
 
 #include <iostream>
 
@@ -24,7 +24,7 @@
 
 namespace {
 
-/// Makes an entity of a type that this file does not name.
+/// Creates an entity of a type that this file does not name.
 Sarn::String madeOf(Kiv::TypeImpl const& type) {
    Sarn::String const name = "made";
    std::vector<std::unique_ptr<Kiv::AnyValue>> values;
@@ -55,7 +55,7 @@ int main() {
                 << " entities\n";
    }
 
-   // One thing of each module that is linked by name.
+   // One item from each module, linked by name.
    std::cout << stringValue(PtpMib::RxTxMode::multicastmix) << ' '
              << stringValue(Ptp::Mpass::Status::active) << ' ' << stringValue(Ptp::SyncTestRole())
              << ' ' << Kiv::strRep(Openconfig::Ptp::ClockQuality()) << '\n'

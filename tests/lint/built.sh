@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# built.sh BUILD: every source file of the tree is part of that build, alone or together with others,
-# so that no test is forgotten in a directory that CMake does not know.
+# built.sh BUILD: every source file of the tree is part of the build, alone or together with others,
+# so that no test is forgotten in a directory that CMake does not know about.
 set -u
 . "$(dirname "$0")/common.sh"
 

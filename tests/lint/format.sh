@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Every C++ file is as clang-format writes it. With --fix, makes it so.
+# Every C++ file is formatted as clang-format does. With --fix, formats them.
 set -u
 . "$(dirname "$0")/common.sh"
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Includes point down only: each directory may include itself and what the table lists for it. A header
-# may be a layer of its own, below the directory that it lies in. The
-# libraries need nothing but the standard library and the operating system. Tests, benchmarks and
-# headers for them, `*TestSupport.h`, may use what is made for tests as well.
+# Includes only point down: each directory may include itself and what the table lists for it. A
+# header may be a separate layer below the directory that contains it. The libraries need nothing
+# but the standard library and the operating system. Tests, benchmarks and their headers,
+# `*TestSupport.h`, may also use what is made for tests.
 set -u
 . "$(dirname "$0")/common.sh"
 
@@ -11,7 +11,7 @@ framework="Sarn Kiv/AllocTrack.h Kiv/Map Kiv Kiv/Glue"
 libraries="$framework $platform PtpLib"
 for_tests="KivTest tests"
 
-# directory or header: what it may include beside itself
+# directory or header: what it may include besides itself
 table="
 Sarn:
 Kiv/AllocTrack.h: Sarn
@@ -61,7 +61,7 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
             helper[names[j]] = 1
          }
       }
-      # The header of the table that the path is, or the longest directory that it lies in.
+      # The header in the table that the path names, or the longest directory that contains it.
       function layer(path,   dir) {
          dir = path
          if (dir in known) {

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Every relative link in a Markdown file leads to a file of the tree, and its anchor to a heading
-# there.
+# Every relative link in a Markdown file leads to a file of the tree, and its anchor leads to a
+# heading in that file.
 set -u
 . "$(dirname "$0")/common.sh"
 
-# anchors FILE: the anchors of the headings, as they are made on the usual code hosts.
+# anchors FILE: the anchors of the headings, as the usual code hosts generate them.
 anchors() {
    awk '
       /^```/ { code = !code }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Code that the documentation quotes is the code that is built and run: below a line
-# `<!-- quotes FILE -->`, the next fenced block stands in FILE, line by line.
+# The code that the documentation quotes is built and run: the fenced block after a line
+# `<!-- quotes FILE -->` must be in FILE, line by line.
 set -u
 . "$(dirname "$0")/common.sh"
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Headers and sources stay small enough to be read in one go. What is longer for a reason is listed
-# with that reason, and its own limit, in size-exceptions.txt.
+# Headers and sources are small enough to be read in one go. Files that are longer for a good reason
+# are listed with that reason, and their limit, in size-exceptions.txt.
 set -u
 . "$(dirname "$0")/common.sh"
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# tidy.sh BUILD [FILE...]: clang-tidy over what the libraries and programs are made of, or the files
-# given, with the compile commands of a build. A file is looked at again only if it, a file that it
-# includes or the configuration has changed since it was found clean.
+# tidy.sh BUILD [FILE...]: runs clang-tidy on the sources of the libraries and programs, or on the
+# given files, with the compile commands of a build. A file is checked again only if it, a file that
+# it includes or the configuration has changed since it was found clean.
 set -u
 . "$(dirname "$0")/common.sh"
 
@@ -14,13 +14,14 @@ if ! command -v clang-tidy >/dev/null; then
    exit 1
 fi
 
-# The compile commands, without what only g++ understands and without its precompiled headers.
+# The compile commands without options that only g++ understands and without its precompiled
+# headers.
 sed 's/ -fno-gnu-unique//g; s/ -fpch-preprocess//g; s/ -Winvalid-pch -include [^ "]*//g' \
    "$build/compile_commands.json" >"$clean/compile_commands.json" || exit 1
 
-# "SOURCE DEPENDENCY..." a line, as the compiler told the build, from the root of the tree or, through
-# ccache, from the build directory; without what lies outside the tree. Sources that are compiled
-# together share their dependencies.
+# One line "SOURCE DEPENDENCY..." per source, as the compiler reported them to the build. The paths
+# are relative to the root of the tree or, with ccache, to the build directory; those outside the
+# tree are omitted. Sources that are compiled together share their dependencies.
 ninja -C "$build" -t deps | awk -v root="$PWD/" '
    function flush(  i) {
       for (i = 1; i <= sources; ++i) print source[i] line

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# TODO(now) marks what must not be left behind.
+# TODO(now) marks what must be done before a change is complete.
 set -u
 . "$(dirname "$0")/common.sh"
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Texts that are true on one machine only: absolute paths of somebody's home or work directory.
+# Texts that are valid on one machine only: absolute paths in somebody's home or work directory.
 set -u
 . "$(dirname "$0")/common.sh"
 

@@ -97,7 +97,7 @@ std::vector<Kiv::KivModule const*> modulesHandedOver() {
 
 }  // namespace LoadTesting
 
-/// Stands before the framework's own for every library that is loaded.
+/// Takes precedence over the framework's function in every library that is loaded.
 void Kiv::kivModuleIs(KivModule const& module) noexcept {
    using namespace LoadTesting;
    if (handedOverCount != handedOver.size()) {
@@ -107,8 +107,8 @@ void Kiv::kivModuleIs(KivModule const& module) noexcept {
 }
 
 #ifndef LOAD_TESTING_SANITIZED
-// Everything that allocates ends up in one of these; the C library offers its own under names that
-// do not come back here.
+// Every allocation ends up in one of these functions; the C library provides its own under names
+// that do not lead back here.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

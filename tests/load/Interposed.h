@@ -1,5 +1,5 @@
-// What the loader and the libraries call, counted on the way: heap allocations and the registration
-// of modules. A program that is linked with Interposed.cpp has its functions called instead.
+// Counts what the loader and the libraries call: heap allocations and the registration of modules.
+// In a program linked with Interposed.cpp, its functions are called instead.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +9,10 @@
 
 namespace LoadTesting {
 
-/// Whether allocations can be counted: a sanitizer has an allocator of its own.
+/// Whether allocations can be counted; with a sanitizer, which has its own allocator, they cannot.
 extern bool const countsAllocations;
 
-/// Counts from its construction to its end. One at a time.
+/// Counts from its construction to its destruction. Only one may exist at a time.
 class AllocationCount {
 public:
    AllocationCount() noexcept;
@@ -20,13 +20,13 @@ public:
    AllocationCount(AllocationCount const&) = delete;
    AllocationCount& operator=(AllocationCount const&) = delete;
 
-   /// Allocations that were asked for by the dynamic loader, for its own lists of libraries.
+   /// Allocations made by the dynamic loader for its lists of libraries.
    std::size_t byLoader() const noexcept;
    /// All others.
    std::size_t byOthers() const noexcept;
 };
 
-/// The records that were handed over to `Kiv::kivModuleIs` since the last call, in order.
+/// The records that were passed to `Kiv::kivModuleIs` since the last call, in order.
 std::vector<Kiv::KivModule const*> modulesHandedOver();
 
 }  // namespace LoadTesting

@@ -1,5 +1,5 @@
 // What loading and unloading the libraries does, seen from a program that was not built with the
-// modules: which initialisers run, what they allocate, and what is left of it all afterwards.
+// modules: which initialisers run, what they allocate, and what is left afterwards.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <link.h>
@@ -17,7 +17,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-/// The modules of libPtpPlatform and those of libPtpLib, in the order in which they register.
+/// The modules of libPtpPlatform and of libPtpLib, in the order in which they register.
 Names const platformModules = {"Dorn",
                                "Bridging",
                                "Brim",
@@ -55,7 +55,7 @@ Names both() {
    return all;
 }
 
-/// An open library, closed at the end.
+/// An open library, closed by the destructor.
 class Opened {
 public:
    explicit Opened(std::string const& file, int mode = RTLD_LOCAL)
@@ -86,14 +86,15 @@ bool isLoaded(std::string const& file) {
    return handle != nullptr;
 }
 
-/// A root of a type that the program knows by name only.
+/// A root of a type that the program knows only by name.
 Sarn::Ptr<Kiv::Entity> rootOf(char const* type) {
    Sarn::String const name = "root";
    std::array<Kiv::ValueRef, 1> const arguments{&name};
    return Kiv::typeByName(type)->entity->genericIfConstructFromCtorArgs(arguments);
 }
 
-/// Initialisers of a loaded library, with the one that every library has of the compiler.
+/// The number of initialisers of a loaded library, including the one that the compiler adds to
+/// every library.
 std::size_t initialisers(void* handle) {
    link_map* map = nullptr;
    EXPECT_EQ(dlinfo(handle, RTLD_DI_LINKMAP, &map), 0);
@@ -133,7 +134,7 @@ TEST_F(Load, HandsOverTheFiveModulesEachOnceInTheirOrder) {
 
 TEST_F(Load, RunsNoInitialiserBesideOneForEachModule) {
    if (!countsAllocations) {
-      GTEST_SKIP() << "a sanitizer adds initialisers of its own";
+      GTEST_SKIP() << "a sanitizer adds its own initialisers";
    }
    Opened const kiv(library("Kiv"));
    Opened const platform(library("PtpPlatform"));
@@ -145,7 +146,7 @@ TEST_F(Load, RunsNoInitialiserBesideOneForEachModule) {
 
 TEST_F(Load, AllocatesNothing) {
    if (!countsAllocations) {
-      GTEST_SKIP() << "a sanitizer has an allocator of its own";
+      GTEST_SKIP() << "a sanitizer has its own allocator";
    }
    std::string const file = library("PtpLib");
    std::size_t byOthers = 0;
@@ -159,17 +160,17 @@ TEST_F(Load, AllocatesNothing) {
    }
    ASSERT_NE(handle, nullptr) << dlerror();
    EXPECT_EQ(byOthers, 0u);
-   EXPECT_GT(byLoader, 0u) << "what the loader asks for is seen as well";
+   EXPECT_GT(byLoader, 0u) << "what the loader allocates is counted, too";
    EXPECT_EQ(registry(), both());
    dlclose(handle);
 }
 
 TEST(AllocationCount, Counts) {
    if (!countsAllocations) {
-      GTEST_SKIP() << "a sanitizer has an allocator of its own";
+      GTEST_SKIP() << "a sanitizer has its own allocator";
    }
    AllocationCount const count;
-   // Through volatile pointers, so that the compiler does not leave them out.
+   // Through volatile pointers, so that the compiler does not remove the calls.
    void* volatile const memory = std::calloc(1, 10);
    int* volatile const number = new int(1);
    EXPECT_EQ(count.byOthers(), 2u);
@@ -185,7 +186,7 @@ TEST_F(Load, OpeningALoadedLibraryAgainChangesNothing) {
    EXPECT_EQ(namesOf(modulesHandedOver()), Names());
    EXPECT_EQ(registry(), both());
    second.close();
-   EXPECT_EQ(registry(), both()) << "one has it open still";
+   EXPECT_EQ(registry(), both()) << "the other still has it open";
    EXPECT_NE(Kiv::typeByName("Ptp::HwTime"), nullptr);
 }
 
@@ -236,13 +237,13 @@ TEST_F(Load, ALibraryCanBeLoadedAndUnloadedAnyNumberOfTimes) {
    }
 }
 
-/// Another file with the same library: to the loader, a library of its own.
+/// A copy of the library in another file: for the loader, a different library.
 class LoadOfACopy : public Load {
 protected:
    void SetUp() override {
       Load::SetUp();
       if (!countsAllocations) {
-         GTEST_SKIP() << "a sanitizer takes two variables of one name for a mistake";
+         GTEST_SKIP() << "a sanitizer reports two variables with one name as an error";
       }
       std::string name = testing::TempDir() + "/libPtpLibCopyXXXXXX";
       ASSERT_NE(mkdtemp(name.data()), nullptr);
@@ -293,7 +294,7 @@ TEST_F(LoadOfACopy, ThatFindsTheFirstsSymbolsRegistersNothingTwice) {
    Opened second(copy);
    EXPECT_EQ(registry(), both());
    second.close();
-   EXPECT_EQ(registry(), both()) << "the first is there still";
+   EXPECT_EQ(registry(), both()) << "the first is still there";
    EXPECT_EQ(Kiv::typeByName("Ptp::HwTime"), type);
 }
 

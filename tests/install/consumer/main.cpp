@@ -1,4 +1,4 @@
-// A project outside this tree: it uses the installed PTP tree and declares a module of its own.
+// A project outside this tree: it uses the installed PTP tree and declares its own module.
 
 #include <iostream>
 
@@ -19,7 +19,7 @@ public:
    }
 };
 
-/// Says what has changed in a mirror, by the type that it sees there.
+/// Prints what has changed in a mirror, with the type of the entity there.
 class MirrorPrinter : public Kiv::Observer {
 public:
    void onChange(Kiv::Change const& change) override {
@@ -40,7 +40,7 @@ void carry(Session& from, Session& to) {
    }
 }
 
-/// A type of one's own that is derived from one of the library's: mirrored, and driven by its ids.
+/// Mirrors a type derived from one of the library's, and accesses it by its ids.
 void derive(Garden::Plot& plot) {
    auto const mirror = Garden::plotFactory("front");
    Hub sourceHub;
