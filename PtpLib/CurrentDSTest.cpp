@@ -133,9 +133,9 @@ TEST_F(CurrentDSTest, ResetFinishesThoughObserversThrowAndThrowsTheFirst) {
    dataSet->pathDelaySnapshotIs(4);
    dataSet->genIdIs(Brim::Generation(7, true));
    KivTest::Hears const hears(*dataSet, [](Kiv::Change const& change) {
-      throw std::runtime_error("told of " + std::to_string(change.attributeId));
+      throw std::runtime_error("notified of " + std::to_string(change.attributeId));
    });
-   EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { dataSet->reset(); }), "told of 260");
+   EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { dataSet->reset(); }), "notified of 260");
    EXPECT_EQ(dataSet->offsetFromHardware(), 0);
    EXPECT_EQ(dataSet->offsetFromMaster(), 0);
    EXPECT_EQ(dataSet->pathDelaySnapshot(), 0);

@@ -378,10 +378,10 @@ TEST(PtpMibData, PortsAreMadeOnceAndDomainsFollowThePorts) {
 TEST_F(StatusTest, VlanStatusBringsAllFlagsToTheirValuesThoughObserversThrow) {
    auto const vlan = status->vlanStatusIs(key, true, true);
    KivTest::Hears const hears(*vlan, [](Kiv::Change const& change) {
-      throw std::runtime_error("told of " + std::to_string(change.attributeId));
+      throw std::runtime_error("notified of " + std::to_string(change.attributeId));
    });
    EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { status->vlanStatusIs(key, false, false); }),
-             "told of 261");
+             "notified of 261");
    EXPECT_FALSE(vlan->trunkAllowed());
    EXPECT_FALSE(vlan->vlanCreated());
 }

@@ -73,10 +73,10 @@ TEST_F(TimePropertiesDSTest, EachFlagHasItsBit) {
 
 TEST_F(TimePropertiesDSTest, FlagFieldSetsAllFlagsThoughObserversThrowAndThrowsTheFirst) {
    KivTest::Hears const hears(*dataSet, [](Kiv::Change const& change) {
-      throw std::runtime_error("told of " + std::to_string(change.attributeId));
+      throw std::runtime_error("notified of " + std::to_string(change.attributeId));
    });
    EXPECT_EQ(KivTest::thrown<std::runtime_error>([&] { dataSet->flagFieldIs(0x3f); }),
-             "told of 261");
+             "notified of 261");
    EXPECT_EQ(dataSet->flagField(), 0x3f);
 }
 

@@ -191,7 +191,7 @@ void apart(Body&& body) {
 
 int main() {
    std::printf("%-58s %12s %12s %-8s %7s  %s\n", "what", "baseline", "measured", "unit", "more",
-               "wanted");
+               "target");
    entity();
    inMap();
    std::size_t const few = stopped(1000000);

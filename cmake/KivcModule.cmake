@@ -29,8 +29,7 @@ function(kivc_module target file)
       set(kivc kivc)
    endif()
 
-   # Where the compiler writes the module's files: relative to the first root that contains the
-   # file.
+   # Where the compiler writes the module's files: relative to the first root that contains it.
    cmake_path(GET file STEM module)
    cmake_path(GET file PARENT_PATH directory)
    set(prefix)

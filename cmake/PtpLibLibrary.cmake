@@ -97,9 +97,8 @@ function(ptplib_library name)
    # data, since a program may have a copy of it.
    target_link_options(${name} PRIVATE LINKER:-Bsymbolic-functions)
    if(kivs)
-      # A program that links a library of modules can use its types by name without calling any of
-      # its
-   # functions, so the linker must not drop the library.
+      # A program that links a library of modules can use its types by name without calling any
+      # of its functions, so the linker must not drop the library.
       target_link_options(${name} INTERFACE LINKER:--no-as-needed)
    endif()
    foreach(kiv IN LISTS kivs)

@@ -41,7 +41,7 @@ bool carry(Session& from, Session& to, bool armed) {
    return any;
 }
 
-/// A source, and a mirror in a hub of its own.
+/// A source, and a mirror in a separate hub.
 class Link {
 public:
    Link(Findings& findings, Hub& source, MountMode mode, Limits const& limits)

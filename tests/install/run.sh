@@ -17,7 +17,7 @@ cmake --install "$build" --prefix "$scratch/first" >"$scratch/install.log"
 mv "$scratch/first" "$scratch/prefix"
 prefix=$scratch/prefix
 
-echo "--- what is installed"
+echo "--- installed files"
 (cd "$prefix" && find . -type d | LC_ALL=C sort)
 for library in Kiv PtpPlatform PtpLib Holt; do
    [ -f "$prefix/lib/lib$library.so.0.1.0" ] || fail "lib$library.so.0.1.0 is missing"
@@ -25,7 +25,7 @@ for library in Kiv PtpPlatform PtpLib Holt; do
    [ -L "$prefix/lib/lib$library.so" ] || fail "lib$library.so is missing"
 done
 ! find "$prefix/bin" "$prefix/lib" -name '*_test' -o -name '*_bench' -o -name 'libKivTest.*' |
-   grep . || fail "what only tests need is installed"
+   grep . || fail "these files are only for tests"
 ! grep -rlE '#include [<"](gtest|gmock|benchmark|KivTest|tests)/' "$prefix/include" ||
    fail "these headers are for tests"
 ! grep -rl -e "$PWD" -e "$build" "$prefix" || fail "these files name the sources or the build"
@@ -40,7 +40,7 @@ for dir in Sarn Kiv Dorn Bridging Brim Acl PtpPlatform PtpLib Holt; do
 done | LC_ALL=C sort >"$scratch/wanted"
 (cd "$prefix/include/ptplib" && find . -name '*.h' | sed 's|^\./||' | LC_ALL=C sort) \
    >"$scratch/installed"
-diff -u "$scratch/wanted" "$scratch/installed" || fail "other headers than these are installed"
+diff -u "$scratch/wanted" "$scratch/installed" || fail "the installed headers are not the expected ones"
 
 # finds PROGRAM: checks that it loads our libraries from the prefix, and from nowhere else.
 finds() {
@@ -51,15 +51,15 @@ finds() {
 }
 for file in "$prefix"/bin/* "$prefix"/lib/*.so; do
    ! readelf -d "$file" | grep -E 'RPATH|RUNPATH' | grep -vF '[$ORIGIN/../lib:$ORIGIN]' ||
-      fail "$file looks for libraries in other places"
+      fail "$file searches for libraries outside the prefix"
    finds "$file"
 done
 
-echo "--- the programs run from there"
+echo "--- running the programs from there"
 "$prefix/bin/kivc" --help >/dev/null
 [ ! -e "$build/bin/ptpstate" ] || "$prefix/bin/ptpstate" --help >/dev/null
 
-echo "--- find_package and a module of one's own"
+echo "--- find_package and a project's own module"
 cp -r tests/install/consumer tests/install/tree.cpp "$scratch"
 cmake -G Ninja -S "$scratch/consumer" -B "$scratch/consumer/build" \
    -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix"
@@ -72,7 +72,7 @@ finds "$scratch/consumer/build/tree"
 for kiv in "$prefix"/share/ptplib/kiv/*/*.kiv; do
    module=$(basename "$kiv" .kiv)
    grep -q "^$module: " "$scratch/consumer/tree.txt" || fail "tree.cpp does not use $module"
-   grep -q "\"[A-Za-z]*/$module.h\"" "$scratch/tree.cpp" || fail "tree.cpp includes no $module.h"
+   grep -q "\"[A-Za-z]*/$module.h\"" "$scratch/tree.cpp" || fail "tree.cpp does not include $module.h"
 done
 
 echo "--- pkg-config"
@@ -82,7 +82,7 @@ pkg-config --print-errors --atleast-version=0.1.0 ptplib
 g++ $(pkg-config --cflags ptplib) "$scratch/tree.cpp" -o "$scratch/tree" $(pkg-config --libs ptplib)
 finds "$scratch/tree"
 "$scratch/tree" | diff -u "$scratch/consumer/tree.txt" -
-echo "--- each header alone, with what pkg-config says, which is what CMake says"
+echo "--- each header alone, with the options from pkg-config, which must match those from CMake"
 flags=$(pkg-config --cflags ptplib)
 included() { sed -e 's/^-I//' -e 's/ -std=c++20 *$//' | xargs realpath; }
 [ "$(included <<<"$flags")" = "$(included <"$scratch/consumer/build/flags")" ] ||
@@ -95,7 +95,7 @@ xargs -P "${PTPLIB_JOBS:-$(nproc)}" -n 1 bash -c '
       exit 1
    }' check <"$scratch/installed"
 
-echo "--- the first minutes, as the README tells them"
+echo "--- the README's first minutes"
 # block START LANGUAGE: the first fenced block of the language below the line START.
 block() {
    awk -v start="$1" -v fence="\`\`\`$2" '

@@ -28,7 +28,7 @@ constinit std::array<Kiv::KivModule const*, 64> handedOver{};
 constinit std::size_t handedOverCount = 0;
 
 #ifndef LOAD_TESTING_SANITIZED
-/// Whether the address lies in the dynamic loader.
+/// Whether the address is in the dynamic loader.
 bool inLoader(void const* address) {
    struct Search {
       char const* address;
