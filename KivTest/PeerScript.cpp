@@ -12,7 +12,7 @@ using Kiv::NboAttrLog::Opcode;
 using Kiv::NboAttrLog::Session;
 using Bytes = PeerScript::Bytes;
 
-/// Takes bytes from the front of the input; zeros when there are no more.
+/// Takes bytes from the front of the input; zeros when it is exhausted.
 class PeerScript::Input {
 public:
    Input(U8 const* data, std::size_t size) : at_(data), end_(data + size) {}
@@ -48,7 +48,7 @@ Kiv::NboAttrLog::Limits limits() {
    return all;
 }
 
-/// Drops what a session has to say.
+/// Drops what a session has to send.
 void read(Session& session) {
    while (session.output().size != 0) {
       session.sent(session.output().size);
@@ -74,7 +74,7 @@ std::ptrdiff_t helloSize(Bytes const& bytes) {
    return 10 + (bytes[1] << 16 | bytes[2] << 8 | bytes[3]);
 }
 
-/// The peer asks for the root to write it.
+/// The peer mounts the root as a writer.
 Bytes mount() {
    std::string_view const type = "KivTest::Root";
    Bytes body(4 + 1 + 4 + type.size() + 4 + 1);
@@ -167,7 +167,7 @@ std::string PeerScript::check() {
 }
 
 void PeerScript::receive(Bytes const& bytes) {
-   // Exactly as large as the bytes, so that reading past their end is noticed.
+   // Exactly as large as the bytes, so that reading past their end is detected.
    session_.received(bytes.data(), bytes.size());
 }
 

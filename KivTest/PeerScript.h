@@ -1,4 +1,4 @@
-// A peer that sends whatever it likes, to a mirror or to a source that takes writers.
+// A peer that sends arbitrary bytes to a mirror or to a source that accepts writers.
 #pragma once
 
 #include <string>
@@ -9,12 +9,12 @@
 
 namespace KivTest {
 
-/// Plays a script: what the peer sends, as it stands or as messages of which only the fields are
-/// given, changes on this side, and reads. The peer may lose its connection; the tree stays whole,
-/// and a bystander who mirrors the same tree notices nothing but changes.
+/// Plays a script: what the peer sends, verbatim or as the fields of messages; changes on this
+/// side; and reads. The peer may lose its connection; the tree stays intact, and a bystander that
+/// mirrors the same tree sees nothing but changes.
 ///
 ///     byte 0             bit 0: the peer is a writer, not a source; bit 1: it has not greeted yet
-///     then, repeated     0 length16 bytes...                             received as they are
+///     then, repeated     0 length16 bytes...                             received verbatim
 ///                        1 opcode handle attribute length8 bytes...      a message
 ///                        2 seed16                                        a change on this side
 ///                        3                                               the peer reads
@@ -27,7 +27,7 @@ public:
 
    /// What is wrong at the end; empty if nothing is.
    std::string check();
-   /// Messages that came from the peer, and why its session was closed, if it was.
+   /// The number of messages from the peer, and why its session was closed, if it was.
    U64 messages() const noexcept { return session_.stats().messagesIn; }
    Sarn::String const& closeReason() const noexcept { return session_.closeReason(); }
 

@@ -6,9 +6,9 @@
 
 namespace KivTest {
 
-/// Makes whatever bytes a recording in blocks of 1 KiB as far as checksums, lengths and places go:
-/// each frame gets the checksum that it would have, from the one before it on. So what follows a
-/// changed byte is reached.
+/// Turns arbitrary bytes into a recording in blocks of 1 KiB with correct checksums, lengths and
+/// positions: each frame gets the checksum that it should have, which depends on the frame before
+/// it. So the reader gets past a changed byte.
 void recordingPutRight(std::vector<U8>& bytes);
 
 }  // namespace KivTest

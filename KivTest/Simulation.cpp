@@ -172,7 +172,7 @@ struct Simulation::Recording final : Kiv::NboAttrLog::RecordSink, Kiv::NboAttrLo
 };
 
 Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chance_(seed) {
-   Kiv::HashHelper::hashSeed32Is(hashSeed);  // the orders of maps are part of what a seed does
+   Kiv::HashHelper::hashSeed32Is(hashSeed);  // the orders of maps depend on the seed, too
    static constexpr std::size_t buffers[] = {900, 1200, 3000, 100000};
    std::size_t const chosen = buffers[chance_.below(std::size(buffers))];
    limits_.outputBuffer = plan.outputBuffer != 0 ? plan.outputBuffer : chosen;

@@ -49,9 +49,9 @@ struct SimulationPlan {
 ///
 ///    EXPECT_EQ(Simulation(plan, seed).run(), "");
 ///
-/// A seed does the same in every run, alone or behind others: each simulation begins with the same
-/// hashes and orders of maps. A program that simulates therefore fixes the seed of hashes when it
-/// starts, by `Kiv::HashHelper::hashSeed32Is(Simulation::hashSeed)`.
+/// A seed does the same in every run, alone or after others: each simulation begins with the same
+/// hashes and orders of maps. A program that simulates must therefore fix the seed of hashes when
+/// it starts, with `Kiv::HashHelper::hashSeed32Is(Simulation::hashSeed)`.
 class Simulation {
 public:
    static constexpr U32 hashSeed = 1;
@@ -63,7 +63,7 @@ public:
 
    /// The first thing that went wrong; empty if nothing did.
    std::string run();
-   /// A checksum of all bytes that were carried so far: the same for the same plan and seed.
+   /// A checksum of all bytes carried so far: the same for the same plan and seed.
    U32 trace() const noexcept { return trace_; }
 
 private:

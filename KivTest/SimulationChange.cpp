@@ -29,8 +29,7 @@ std::string opaqueText(std::string const& content) {
    return "KivTest::Opaque(content=" + content + ")";
 }
 
-/// Text forms of values of types whose encoded bytes are seldom good by chance, or seldom
-/// different.
+/// Text forms of values for types whose random bytes are seldom valid, or seldom different.
 std::vector<std::string> const* textsOf(std::string_view type) {
    static std::map<std::string, std::vector<std::string>, std::less<>> const all = {
          {"bool", {"false", "true"}},

@@ -31,13 +31,13 @@ struct ChangeBounds {
    std::size_t text = 0;
 };
 
-/// The children of an entity in the order of their attributes and keys: that of a hash map differs
-/// from map to map, and what chance picks must not.
+/// The children of an entity in the order of their attributes and keys. The order of a hash map
+/// differs from map to map, and random choices must not depend on it.
 std::vector<Kiv::Entity*> childrenInOrder(Kiv::Entity const& entity);
 
-/// Makes one random change somewhere in the tree: a value of any kind, an element or a child
-/// entity made, changed, deleted or made again, a queue filled, emptied or shortened. Values that
-/// a setter refuses are tried as well. Trees stay small unless the bounds are wide.
+/// Makes one random change somewhere in the tree: sets a value of any kind; creates, changes,
+/// deletes or recreates an element or a child entity; fills, empties or shortens a queue. Values
+/// that a setter refuses are tried, too. Trees stay small unless the bounds are wide.
 void changeAtRandom(Kiv::Entity& root, Chance& chance, ChangeBounds const& bounds = {});
 
 }  // namespace KivTest

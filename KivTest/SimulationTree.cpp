@@ -66,7 +66,8 @@ private:
       return bytes;
    }
 
-   /// Alike in a dump: so are NaNs, which are not equal, and not the two zeros, which are.
+   /// Whether the values are identical in a dump: NaNs are, although they compare unequal; the two
+   /// zeros are not, although they compare equal.
    static bool alike(Kiv::TypeImpl const& type, void const* a, void const* b) {
       return type.support->isEq(a, b) ? encoded(type, a) == encoded(type, b)
                                       : type.genericIfStrRep(a) == type.genericIfStrRep(b);

@@ -1,4 +1,4 @@
-// A mirror whose connection is filled up, so that what changes at the source must wait.
+// A mirror whose connection is full, so that changes at the source must wait.
 #pragma once
 
 #include <string>
@@ -21,7 +21,7 @@ protected:
       fillUp(source, *root);
       waiting = source.session->stats().messagesOut;
    }
-   /// Carries one piece of what waits.
+   /// Carries one piece of the waiting bytes.
    std::string carryPiece() {
       auto const piece = source.session->output();
       Bytes const bytes(piece.begin, piece.begin + piece.size);
@@ -30,8 +30,8 @@ protected:
       EXPECT_EQ(mirror.session->closeReason(), "");
       return joined(lines(bytes));
    }
-   /// Carries what was written before the stop, and gives what is written then, but for the
-   /// counter that has filled the output up.
+   /// Carries what was written before the stop, and returns what is written after it, except for
+   /// the counter that has filled the output.
    std::string resume() {
       while (source.session->stats().messagesOut == waiting) {
          carryPiece();
@@ -56,7 +56,7 @@ protected:
              (!body.empty() ? " " : "") + body;
    }
 
-   /// Messages that had been written when it stopped.
+   /// The number of messages that had been written when it stopped.
    U64 waiting = 0;
 };
 

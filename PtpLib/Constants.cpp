@@ -41,7 +41,7 @@ Dorn::IpGenAddr Constants::ptpMcastIpAddr(MessageTypeNumber messageType,
       return Dorn::IpGenAddr(pdelay ? ptpPdelayIp4Addr() : ptpMcastIp4Addr());
    }
    if (transportMode != TransportMode::ipv6) {
-      // Part of the interface: it says the same wherever it stands.
+      // Part of the interface: the message does not depend on the location of this code.
       Sarn::checkFailed("transportMode == ipv6()", "PtpLib/PtpStatusStatedbTypes", 34,
                         "static Dorn::IpGenAddr Ptp::Constants::ptpMcastIpAddr("
                         "Ptp::MessageTypeNumber, Ptp::TransportMode)");

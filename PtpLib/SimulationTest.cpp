@@ -1,5 +1,5 @@
-// Mirrors are equal to their source whatever happens on the way. PTPLIB_TEST_SEED runs one seed,
-// PTPLIB_TEST_SEEDS that many of them from PTPLIB_TEST_FIRST_SEED on, each in every plan.
+// Mirrors equal their source, whatever happens along the way. PTPLIB_TEST_SEED runs one seed,
+// PTPLIB_TEST_SEEDS this many of them from PTPLIB_TEST_FIRST_SEED on, each in every plan.
 #include "KivTest/Simulation.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ U64 number(char const* variable, U64 otherwise) {
    return text != nullptr ? std::strtoull(text, nullptr, 10) : otherwise;
 }
 
-/// The seeds that are wanted; `seeds` are as many as are tried without being asked for more.
+/// The requested seeds; `seeds` is their number unless the environment says otherwise.
 struct Seeds {
    explicit Seeds(U64 seeds) {
       U64 const wanted = number("PTPLIB_TEST_SEED", ~U64(0));
@@ -101,7 +101,7 @@ std::string textOf(SimulationPlan const& plan) {
           std::to_string(plan.burst) + ", " + std::to_string(plan.steps) + " steps";
 }
 
-/// Simulates each seed; what the first that fail say is added to the test's failures.
+/// Simulates each seed, and reports the first 20 that fail.
 template <class PlanOfSeed>
 void simulateEach(PlanOfSeed&& planOfSeed, U64 seeds) {
    Seeds const wanted(seeds);

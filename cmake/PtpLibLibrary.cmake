@@ -26,7 +26,8 @@ function(ptplib_types out dir)
 endfunction()
 
 # ptplib_files(out pattern INCLUDE|EXCLUDE ending dir...): the files below the directories that
-# match, only those or all but those whose name has the ending and is no type's.
+# match the pattern: only those, or all but those, that have the ending and are not named after a
+# type.
 function(ptplib_files out pattern mode ending)
    set(files)
    foreach(dir IN LISTS ARGN)
@@ -46,8 +47,8 @@ function(ptplib_files out pattern mode ending)
    set(${out} "${files}" PARENT_SCOPE)
 endfunction()
 
-# Of the directories: the sources that are neither test nor benchmark, the tests, the benchmarks, and
-# the headers that users of the library may include.
+# These find in the directories the sources that are neither tests nor benchmarks, the tests, the
+# benchmarks, and the headers that are not for tests.
 macro(ptplib_sources out)
    ptplib_files(${out} "*.cpp" EXCLUDE "Test|Bench" ${ARGN})
 endmacro()

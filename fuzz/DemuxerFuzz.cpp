@@ -4,7 +4,7 @@
 #include "Kiv/Map/Hash.h"
 #include "KivTest/PeerScript.h"
 
-// A peer that sends whatever it likes: the input is a script for `KivTest::PeerScript`.
+// A peer that sends arbitrary bytes: the input is a script for `KivTest::PeerScript`.
 
 namespace {
 

@@ -12,7 +12,7 @@
 // damage is inside the file, its frames are applied as far as possible, and searching for any
 // moment in it terminates.
 //
-//     byte 0     bit 0: checksums and lengths are put right first (KivTest/RecordingPutRight.h)
+//     byte 0     bit 0: checksums and lengths are corrected first (KivTest/RecordingPutRight.h)
 //     then       the file
 
 namespace {
