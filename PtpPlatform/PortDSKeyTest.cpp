@@ -51,10 +51,10 @@ TEST(PortDSKey, FieldThatDoesNotFitIsNamed) {
    EXPECT_EQ(messageOf<Kiv::RangeException>(
                    [] { Kiv::fromText<PortDSKey>("Ptp::PortDSKey(intf=Ethernet1, vlanId=4095)"); }),
              "vlanId: 4095 is not a VLAN id (1 to 4094, or none)");
-   EXPECT_EQ(messageOf<Kiv::RangeException>([] {
-                Kiv::fromText<PortDSKey>("Ptp::PortDSKey(intf=a-very-long-name, vlanId=1)");
-             }),
-             "intf: \"a-very-long-name\" does not fit Dorn::IntfId: it takes 96 bits of 64");
+   EXPECT_EQ(
+         messageOf<Kiv::RangeException>(
+               [] { Kiv::fromText<PortDSKey>("Ptp::PortDSKey(intf=a-very-long-name, vlanId=1)"); }),
+         "intf: \"a-very-long-name\" does not fit Dorn::IntfId: it needs 96 bits, more than 64");
    EXPECT_THROW(Kiv::fromText<PortDSKey>("Ptp::PortDSKey(intf=, vlanId=1)"), Kiv::ParseException);
 }
 

@@ -296,7 +296,7 @@ TEST_F(Ptp4lLoadTest, EveryErrorIsReportedInTheOrderOfTheFile) {
          "a.conf:15: neighborPropDelayThresh: \"-1\" is not from 0 to 9223372036854775807\n"
          "a.conf:16: unicast_req_duration: \"-1\" is not from 0 to 4294967295\n"
          "a.conf:17: averyveryverylonginterfacename0: \"averyveryverylonginterfacename0\" does not "
-         "fit Dorn::IntfId: it takes 188 bits of 64\n");
+         "fit Dorn::IntfId: it needs 188 bits, more than 64\n");
 }
 
 TEST_F(Ptp4lLoadTest, NothingIsLoadedFromAFileWithAnError) {
