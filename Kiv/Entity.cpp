@@ -22,11 +22,16 @@ void Entity::watchedFromAboveIs(bool watched) noexcept {
    });
 }
 
-void Entity::observerAddAt(Observer& observer, Scope scope, bool first) {
-   add(observer, scope, first);
+void Entity::observerAdd(Observer& observer, Scope scope) {
+   add(observer, scope);
    if (scope == Scope::subtree) {
       watchedFromAboveIs(true);
    }
+}
+
+void Entity::observerAddFirst(Sarn::FirstObserver& observer) {
+   addFirst(observer);
+   watchedFromAboveIs(true);
 }
 
 bool Entity::observerDel(Observer& observer, Scope scope) noexcept {

@@ -32,9 +32,11 @@ public:
    /// Notifies `observer` of every later change here (`Scope::entity`) or here and below
    /// (`Scope::subtree`: O(entities below) for the first and the last one).
    /// REQUIRES: not registered here with this scope.
-   void observerAdd(Observer& observer, Scope scope = Scope::entity) {
-      observerAddAt(observer, scope, false);
-   }
+   void observerAdd(Observer& observer, Scope scope = Scope::entity);
+   /// Tells `observer` of every later change here and below, before all others: for who keeps the
+   /// order in which changes are made, as the attribute log does.
+   /// REQUIRES: not registered here with `Scope::subtree`.
+   void observerAddFirst(Sarn::FirstObserver& observer);
    /// Returns false if it was not registered here with this scope. Legal from inside `onChange`.
    bool observerDel(Observer& observer, Scope scope = Scope::entity) noexcept;
 
@@ -42,10 +44,6 @@ public:
 
    /// The number of this entity in the attribute log; 0 if it is not streamed.
    U32 streamHandle() const noexcept { return tag_; }
-   /// Where nobody listens but the attribute log, and one connection is up to date and has room: a
-   /// message that sets a streamed attribute, complete but for its `size` bytes of value, which the
-   /// caller encodes at the address that this returns. Else null: the change is to be published.
-   U8* logRoom(AttributeId id, std::size_t size) noexcept;
 
 protected:
    Entity() noexcept = default;
@@ -54,7 +52,6 @@ protected:
 private:
    friend class EntityStreamAccess;
 
-   void observerAddAt(Observer& observer, Scope scope, bool first);
    void watchedFromAboveIs(bool watched) noexcept;
 };
 

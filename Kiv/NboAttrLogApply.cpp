@@ -3,6 +3,7 @@
 #include "Kiv/NboAttrLogSession.h"
 #include "Kiv/Path.h"
 #include "Kiv/Printable.h"
+#include "Sarn/Publications.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -10,7 +11,7 @@ void Session::received(U8 const* bytes, std::size_t size) {
    stats_.bytesIn += size;
    used_ = true;
    U64 const before = stats_.messagesIn;
-   inside_ = Sarn::Publisher::running();
+   inside_ = Sarn::Publications::innermost();
    interrupted_ = false;
    // Whatever an observer throws, what was not looked at yet is kept for the next call.
    if (in_.empty()) {

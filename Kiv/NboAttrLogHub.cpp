@@ -6,6 +6,7 @@
 #include "Kiv/AttrOps.h"
 #include "Kiv/NboAttrLogSa.h"
 #include "Kiv/NboAttrLogSession.h"
+#include "Sarn/Publications.h"
 
 namespace Kiv {
 
@@ -13,10 +14,6 @@ namespace Kiv {
 class EntityStreamAccess {
 public:
    static void tagIs(Entity& entity, U32 handle) noexcept { entity.tag_ = handle; }
-   /// Before all other observers, so that the log keeps the order in which changes were made.
-   static void observeFirst(Entity& root, Observer& observer) {
-      root.observerAddAt(observer, Scope::subtree, true);
-   }
 };
 
 }  // namespace Kiv
@@ -129,7 +126,7 @@ void Hub::unregisterUntold() {
    } context{*this, true};
    while (context.any) {  // what is found may have lost children itself
       context.any = false;
-      Sarn::Publisher::forEachRunning(&context, [](void* c, Change const& change) {
+      Sarn::Publications::forEach(&context, [](void* c, Change const& change) {
          auto& [hub, any] = *static_cast<Context*>(c);
          Entity const& owner = entityOf(change);
          FieldDescriptor const* const field = owner.kivType().field(change.attributeId);
@@ -252,7 +249,8 @@ std::vector<NamedEntity*> Hub::roots() const {
 
 Hub::Root::Root(Hub& hub, Sarn::Ptr<NamedEntity> entity, bool isOffered)
       : offered(isOffered), hub_(hub), entity_(std::move(entity)) {
-   EntityStreamAccess::observeFirst(*entity_, *this);
+   // Before all other observers, so that the log keeps the order in which changes were made.
+   entity_->observerAddFirst(*this);
 }
 
 Hub::Root::~Root() {
@@ -281,7 +279,7 @@ void Hub::Root::onChange(Change const& change) {
 }
 
 Session* Hub::Root::madeBy(Change const& change) const noexcept {
-   bool const direct = Sarn::Publisher::madeInside(change) == hub_.applying_.inside;
+   bool const direct = Sarn::Publications::around(change) == hub_.applying_.inside;
    return direct ? hub_.applying_.session : nullptr;
 }
 
@@ -398,12 +396,13 @@ void Hub::Root::registerPresent(Entity& child) noexcept {
    }
 }
 
-inline U8* Hub::Root::room(Entity const& entity, AttributeId id, std::size_t size) {
+U8* Hub::Root::roomFor(Sarn::Publisher const& source, AttributeId id,
+                       std::size_t size) noexcept {
    if (subscribers.size() != 1 || hub_.applying_.session != nullptr) {
       return nullptr;
    }
    Session& session = *subscribers.front();
-   U32 const handle = entity.streamHandle();
+   U32 const handle = static_cast<Entity const&>(source).streamHandle();
    if (handle == 0 || !session.live() || session.writesBack_ || !session.introduced(handle)) {
       return nullptr;
    }
@@ -416,13 +415,3 @@ inline U8* Hub::Root::room(Entity const& entity, AttributeId id, std::size_t siz
 }
 
 }  // namespace Kiv::NboAttrLog
-
-namespace Kiv {
-
-U8* Entity::logRoom(AttributeId id, std::size_t size) noexcept {
-   Observer* const recorder = soleRecorder();
-   return recorder != nullptr ? static_cast<NboAttrLog::Hub::Root*>(recorder)->room(*this, id, size)
-                              : nullptr;
-}
-
-}  // namespace Kiv

@@ -8,6 +8,7 @@
 #include "Kiv/Entity.h"
 #include "Kiv/NboAttrLogCircularBuffer.h"
 #include "Kiv/NboAttrLogWire.h"
+#include "Sarn/FirstObserver.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -123,7 +124,6 @@ public:
 
 private:
    friend class Session;
-   friend class Kiv::Entity;
    class Root;
 
    /// Holds a root for one more user; `subscriber`, if not null, is told of changes there.
@@ -166,15 +166,16 @@ private:
 };
 
 /// A root with the adapter that watches it.
-class Hub::Root final : public Observer {
+class Hub::Root final : public Sarn::FirstObserver {
 public:
    Root(Hub& hub, Sarn::Ptr<NamedEntity> entity, bool offered);
    ~Root();
 
    void onChange(Change const& change) override;
 
-   /// See `Entity::logRoom`.
-   U8* room(Entity const& entity, AttributeId id, std::size_t size);
+   /// Where one connection reads this root, which is up to date and has room: a message that sets
+   /// the attribute, complete but for its value.
+   U8* roomFor(Sarn::Publisher const& source, AttributeId id, std::size_t size) noexcept override;
 
    NamedEntity& entity() const noexcept { return *entity_; }
 

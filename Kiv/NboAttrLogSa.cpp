@@ -1,6 +1,7 @@
 #include "Kiv/NboAttrLogSa.h"
 
 #include "Kiv/Path.h"
+#include "Sarn/Publications.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -28,7 +29,7 @@ void Sa::apply(FieldDescriptor const& field, bool erase, U32 count, In& in) {
    } else if (!erase && (field.kind == MemberKind::child || field.kind == MemberKind::children)) {
       opcode = Opcode::create;
    }
-   session_.inside_ = Sarn::Publisher::running();
+   session_.inside_ = Sarn::Publications::innermost();
    session_.applyToEntity({opcode, count, *handle, field.fieldId}, in);
 }
 

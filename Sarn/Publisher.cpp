@@ -5,22 +5,25 @@
 #include <cstddef>
 #include <new>
 
+#include "Sarn/FirstObserver.h"
+#include "Sarn/Publications.h"
+
 namespace Sarn {
 
 /// The registrations of one publisher:
 ///
 ///     | size | capacity | slot 0 | slot 1 | ... |
 ///
-/// A slot is an observer's address with bit 0 set for a subtree observer and bit 1 for a recorder,
-/// or 0 for a hole that a removal left while a publication was running.
+/// A slot is an observer's address with bit 0 set for a subtree observer and bit 1 for a
+/// `FirstObserver`, or 0 for a hole that a removal left while a publication was running.
 struct Publisher::List {
    U32 size;
    U32 capacity;
    std::uintptr_t slots[1];
 
    static constexpr std::uintptr_t subtreeBit = 1;
-   static constexpr std::uintptr_t recorderBit = 2;
-   static constexpr std::uintptr_t flagBits = subtreeBit | recorderBit;
+   static constexpr std::uintptr_t firstBit = 2;
+   static constexpr std::uintptr_t flagBits = subtreeBit | firstBit;
 
    static List* make(U32 capacity) {
       void* const room = ::operator new(offsetof(List, slots) + capacity * sizeof(std::uintptr_t));
@@ -31,10 +34,13 @@ struct Publisher::List {
       return reinterpret_cast<std::uintptr_t>(&observer) |
              (scope == Scope::subtree ? subtreeBit : 0);
    }
+   static Observer* observer(std::uintptr_t slot) noexcept {
+      return reinterpret_cast<Observer*>(slot & ~flagBits);
+   }
    std::uintptr_t* find(std::uintptr_t wanted) noexcept {
       std::uintptr_t* const end = slots + size;
       std::uintptr_t* const at = std::find_if(
-            slots, end, [wanted](std::uintptr_t s) { return (s & ~recorderBit) == wanted; });
+            slots, end, [wanted](std::uintptr_t s) { return (s & ~firstBit) == wanted; });
       return at == end ? nullptr : at;
    }
 };
@@ -116,7 +122,7 @@ inline void Publisher::tell(Frame& frame) {
    while (frame.next != frame.end) {
       std::uintptr_t const slot = frame.at->list_->slots[frame.next++];
       if (slot != 0 && (atSource || (slot & List::subtreeBit) != 0)) {
-         reinterpret_cast<Observer*>(slot & ~List::flagBits)->onChange(frame.change);
+         List::observer(slot)->onChange(frame.change);
       }
    }
 }
@@ -254,7 +260,7 @@ bool Publisher::climb(Frame& frame) noexcept {
    return false;
 }
 
-Observer* Publisher::soleRecorder() const noexcept {
+U8* Publisher::bypass(U16 attributeId, std::size_t size) const noexcept {
    if (topFrame != nullptr) {
       return nullptr;
    }
@@ -267,28 +273,12 @@ Observer* Publisher::soleRecorder() const noexcept {
    }
    std::uintptr_t const slot = at->list_->slots[0];
    bool const sole =
-         at->list_->size == 1 && at->parent_ == nullptr && (slot & List::recorderBit) != 0;
-   return sole ? reinterpret_cast<Observer*>(slot & ~List::flagBits) : nullptr;
-}
-
-void const* Publisher::running() noexcept {
-   return topFrame;
-}
-
-void const* Publisher::madeInside(Change const& change) noexcept {
-   auto const* frame = static_cast<Frame const*>(topFrame);
-   while (&frame->change != &change) {
-      frame = frame->outer;
+         at->list_->size == 1 && at->parent_ == nullptr && (slot & List::firstBit) != 0;
+   if (!sole) {
+      return nullptr;
    }
-   return frame->outer;
-}
-
-void Publisher::forEachRunning(void* context, void (*visit)(void* context, Change const& change)) {
-   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
-      if (!frame->sourceGone) {
-         visit(context, frame->change);
-      }
-   }
+   auto* const observer = static_cast<FirstObserver*>(List::observer(slot));
+   return observer->roomFor(*this, attributeId, size);
 }
 
 bool Publisher::hasSubtreeObserver() const noexcept {
@@ -303,8 +293,8 @@ bool Publisher::hasObserver(Observer const& observer, Scope scope) const noexcep
    return list_ != nullptr && list_->find(List::slot(observer, scope)) != nullptr;
 }
 
-void Publisher::add(Observer& observer, Scope scope, bool first) {
-   assert(!hasObserver(observer, scope));
+/// Room in the list for one more, with `slot` in it.
+std::uintptr_t& Publisher::append(std::uintptr_t slot) {
    if (list_ == nullptr) {
       list_ = List::make(2);
    }
@@ -314,24 +304,26 @@ void Publisher::add(Observer& observer, Scope scope, bool first) {
       wider->size = list_->size;
       replaceList(wider);
    }
-   std::uintptr_t* const end = list_->slots + list_->size++;
-   *end = List::slot(observer, scope);
-   bool const recorder = first && scope == Scope::subtree;
-   if (recorder) {
-      *end |= List::recorderBit;
-   } else {
-      watch_ |= ownBit;
-   }
-   if (first) {
-      std::rotate(list_->slots, end, end + 1);
-      // A running publication has gone past the first place: its position moves with the others.
-      forEachOpen([this](Frame& frame) {
-         if (frame.at == this) {
-            ++frame.next;
-            ++frame.end;
-         }
-      });
-   }
+   return list_->slots[list_->size++] = slot;
+}
+
+void Publisher::add(Observer& observer, Scope scope) {
+   assert(!hasObserver(observer, scope));
+   append(List::slot(observer, scope));
+   watch_ |= ownBit;
+}
+
+void Publisher::addFirst(FirstObserver& observer) {
+   assert(!hasObserver(observer, Scope::subtree));
+   std::uintptr_t* const last = &append(List::slot(observer, Scope::subtree) | List::firstBit);
+   std::rotate(list_->slots, last, last + 1);
+   // A running publication has gone past the first place: its position moves with the others.
+   forEachOpen([this](Frame& frame) {
+      if (frame.at == this) {
+         ++frame.next;
+         ++frame.end;
+      }
+   });
 }
 
 bool Publisher::remove(Observer& observer, Scope scope) noexcept {
@@ -342,7 +334,7 @@ bool Publisher::remove(Observer& observer, Scope scope) noexcept {
    }
    *slot = 0;
    if (std::all_of(list_->slots, list_->slots + list_->size,
-                   [](std::uintptr_t s) { return s == 0 || (s & List::recorderBit) != 0; })) {
+                   [](std::uintptr_t s) { return s == 0 || (s & List::firstBit) != 0; })) {
       watch_ = static_cast<U8>(watch_ & aboveBit);
    }
    tidy();
@@ -373,6 +365,27 @@ void Publisher::tidy() noexcept {
 void Publisher::replaceList(List* list) noexcept {
    List::destroy(list_);
    list_ = list;
+}
+
+void const* Publications::innermost() noexcept {
+   return topFrame;
+}
+
+void const* Publications::around(Change const& change) noexcept {
+   auto const* frame = static_cast<Publisher::Frame const*>(topFrame);
+   while (&frame->change != &change) {
+      frame = frame->outer;
+   }
+   return frame->outer;
+}
+
+void Publications::forEach(void* context, void (*visit)(void* context, Change const& change)) {
+   auto* frame = static_cast<Publisher::Frame*>(topFrame);
+   for (; frame != nullptr; frame = frame->outer) {
+      if (!frame->sourceGone) {
+         visit(context, frame->change);
+      }
+   }
 }
 
 }  // namespace Sarn

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
+
 #include "Sarn/Types.h"
 
 namespace Sarn {
 
+class FirstObserver;
 class Publisher;
 
 /// Tells whether the two keys of a collection, given by address, are equal.
@@ -54,7 +57,7 @@ enum class Scope : U8 {
 /// load and a branch.
 ///
 /// Invariants:
-/// - `watch_ & ownBit` exactly when the list holds an observer that is no recorder;
+/// - `watch_ & ownBit` exactly when the list holds an observer that is no `FirstObserver`;
 /// - `watch_ & aboveBit` exactly when this publisher or one above it has a subtree observer:
 ///   whoever changes the tree keeps this up (`subtreeWatchedIs`);
 /// - a list on which a publication is running is neither compacted nor freed: a removal leaves a
@@ -63,6 +66,9 @@ enum class Scope : U8 {
 /// Threads: one thread owns a tree of publishers.
 class Publisher {
 public:
+   /// One running publication: see `Sarn/Publications.h`.
+   struct Frame;
+
    Publisher() noexcept = default;
    Publisher(Publisher const&) = delete;
    Publisher& operator=(Publisher const&) = delete;
@@ -85,13 +91,11 @@ public:
       publish(attributeId, key, oldValue, keyCompare);
    }
 
-   /// The one observer that a change here would be told to, if it was registered as the first of a
-   /// root and nobody else listens on the way up; null too while a publication is running on this
-   /// thread. Such an observer may be told in a way of its own, without a publication: no other can
-   /// see the difference.
-   Observer* soleRecorder() const noexcept;
-   /// Whether `soleRecorder` may find somebody.
-   bool mayHaveSoleRecorder() const noexcept { return watch_ == aboveBit; }
+   /// Where the change would be told to a `FirstObserver` alone, and no publication is running on
+   /// this thread: what its `roomFor` answers. Else null: the change is to be published.
+   U8* bypass(U16 attributeId, std::size_t size) const noexcept;
+   /// Whether `bypass` may give room.
+   bool mayBypass() const noexcept { return watch_ == aboveBit; }
    /// Whether a change here would be told to anybody.
    bool watched() const noexcept { return watch_ != 0; }
    /// Whether this publisher or one above it has a subtree observer.
@@ -100,23 +104,17 @@ public:
    bool hasSubtreeObserver() const noexcept;
    bool hasObserver(Observer const& observer, Scope scope) const noexcept;
 
-   /// The innermost publication that runs on this thread, or null; only to be compared.
-   static void const* running() noexcept;
-   /// The publication from inside which `change` was made, or null. REQUIRES: `change` is being
-   /// told on this thread.
-   static void const* madeInside(Change const& change) noexcept;
    /// How many publications on this thread have thrown what an observer threw. Whoever calls a
    /// setter learns from it whether an exception is the setter's own, which comes before anything
    /// is published, or an observer's.
    static U32 observersThrew() noexcept { return observersThrew_; }
-   /// Calls `visit(context, change)` for each change that is being told on this thread, or has been
-   /// told to all but whose publication has not returned; not for those whose source is gone.
-   static void forEachRunning(void* context, void (*visit)(void* context, Change const& change));
 
 protected:
-   /// Adds an observer behind the others, or as the recorder before them when `first`. REQUIRES: it
-   /// is not registered here with this scope already.
-   void add(Observer& observer, Scope scope, bool first);
+   /// Adds an observer behind the others. REQUIRES: it is not registered here with this scope
+   /// already.
+   void add(Observer& observer, Scope scope);
+   /// Adds an observer of the subtree before the others. REQUIRES: the same. `remove` takes it out.
+   void addFirst(FirstObserver& observer);
    /// Removes it. Returns false if it was not registered here with this scope.
    bool remove(Observer& observer, Scope scope) noexcept;
 
@@ -128,7 +126,6 @@ protected:
 
 private:
    struct List;
-   struct Frame;
    static constexpr U8 ownBit = 1;
    static constexpr U8 aboveBit = 2;
    [[gnu::tls_model("initial-exec")]] static constinit thread_local U32 observersThrew_;
@@ -146,6 +143,7 @@ private:
    static void runRest(Frame& last) noexcept;
    template <class Visit>
    static void forEachOpen(Visit&& visit);
+   std::uintptr_t& append(std::uintptr_t slot);
    void tidy() noexcept;
    void replaceList(List* list) noexcept;
 

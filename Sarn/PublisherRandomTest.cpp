@@ -75,7 +75,8 @@ private:
          case 0:
          case 1:
             if (!hasObserver(p, o, scope)) {
-               observerAdd(p, o, scope, below(4) == 0);
+               bool const first = below(4) == 0;
+               observerAdd(p, o, scope, first && scope == Scope::subtree);
             }
             return;
          case 2:
@@ -125,18 +126,23 @@ private:
       explicit Numbered(int n) : Source(std::to_string(n)), number(n) {}
       int number;
    };
-   struct Teller final : Sarn::Observer {
+   struct Teller final : Sarn::FirstObserver {
       Teller(Real& w, int n) : world(w), number(n) {}
       void onChange(Sarn::Change const& change) override {
          world.told(number, static_cast<Numbered&>(change.source).number, change.attributeId);
       }
+      U8* roomFor(Sarn::Publisher const&, U16, std::size_t) noexcept override { return nullptr; }
       Real& world;
       int number;
    };
 
    void change(int p, U16 id) override { at(p).change(id); }
    void observerAdd(int p, int o, Scope scope, bool first) override {
-      at(p).observerAdd(observer(o), scope, first);
+      if (first) {
+         at(p).observerAddFirst(observer(o));
+      } else {
+         at(p).observerAdd(observer(o), scope);
+      }
    }
    bool observerDel(int p, int o, Scope scope) override {
       return at(p).observerDel(observer(o), scope);

@@ -73,7 +73,7 @@ TEST_F(Publisher, TellsInTheOrderOfRegistration) {
    EXPECT_EQ(told(), "b:root.1 a:root.1 c:root.1");
    EXPECT_TRUE(root.observerDel(a));
    EXPECT_FALSE(root.observerDel(a));
-   root.observerAdd(a, Scope::entity, true);
+   root.observerAddFirst(a);
    root.change(2);
    EXPECT_EQ(told(), "a:root.2 b:root.2 c:root.2");
 }
@@ -166,7 +166,7 @@ TEST_F(Publisher, AnObserverThatWasRemovedInsideIsNotTold) {
 TEST_F(Publisher, AnObserverThatWasAddedInsideIsToldOfLaterChanges) {
    a.script = [&](Change const& change) {
       if (change.attributeId == 1) {
-         root.observerAdd(b, Scope::entity, true);
+         root.observerAddFirst(b);
          root.observerAdd(c);
          root.change(2);
       }
@@ -182,10 +182,14 @@ TEST_F(Publisher, ManyComeAndGoInsideOneNotification) {
    a.script = [&](Change const&) {
       for (int i = 0; i != 100; ++i) {
          crowd.push_back(std::make_unique<Scripted>("x", log));
-         root.observerAdd(*crowd.back(), Scope::entity, i % 2 == 0);
+         if (i % 2 == 0) {
+            root.observerAddFirst(*crowd.back());
+         } else {
+            root.observerAdd(*crowd.back(), Scope::subtree);
+         }
       }
       for (auto const& one : crowd) {
-         root.observerDel(*one);
+         root.observerDel(*one, Scope::subtree);
       }
    };
    root.observerAdd(a);
@@ -267,44 +271,52 @@ TEST_F(Publisher, TheParentMayDieWhileItsObserversAreTold) {
    EXPECT_EQ(told(), "a:below.1");
 }
 
-TEST_F(Publisher, HasASoleRecorderOnlyWhileNobodyElseListensOnTheWayUp) {
-   EXPECT_FALSE(leaf.mayHaveSoleRecorder());
-   root.observerAdd(a, Scope::subtree, true);
-   EXPECT_EQ(leaf.soleRecorder(), &a);
-   EXPECT_EQ(root.soleRecorder(), &a);
-   EXPECT_TRUE(leaf.mayHaveSoleRecorder());
-   EXPECT_TRUE(root.mayHaveSoleRecorder());
+TEST_F(Publisher, IsBypassedOnlyWhileNobodyButTheFirstListensOnTheWayUp) {
+   EXPECT_FALSE(leaf.mayBypass());
+   EXPECT_EQ(leaf.bypass(1, 8), nullptr);
+   root.observerAddFirst(a);
+   EXPECT_TRUE(leaf.mayBypass());
+   EXPECT_TRUE(root.mayBypass());
+   EXPECT_EQ(leaf.bypass(1, 8), a.room);
+   EXPECT_EQ(root.bypass(2, 4), a.room);
+   EXPECT_EQ(told(), "a takes 8 bytes of leaf.1 a takes 4 bytes of root.2");
 
    for (Source* const at : {&root, &child, &leaf}) {
       at->observerAdd(b);
-      EXPECT_EQ(at->soleRecorder(), nullptr) << at->name;
-      EXPECT_FALSE(at->mayHaveSoleRecorder()) << at->name;
+      EXPECT_EQ(at->bypass(1, 8), nullptr) << at->name;
+      EXPECT_FALSE(at->mayBypass()) << at->name;
       at->observerDel(b);
-      EXPECT_EQ(leaf.soleRecorder(), &a) << at->name;
+      EXPECT_EQ(leaf.bypass(1, 8), a.room) << at->name;
    }
    child.observerAdd(b, Scope::subtree);
-   EXPECT_EQ(leaf.soleRecorder(), nullptr);
-   EXPECT_EQ(root.soleRecorder(), &a);
+   EXPECT_EQ(leaf.bypass(1, 8), nullptr);
+   EXPECT_EQ(root.bypass(1, 8), a.room);
    child.observerDel(b, Scope::subtree);
 
    Source above("above");
    root.parentIs(&above);
-   EXPECT_EQ(leaf.soleRecorder(), nullptr) << "somebody above may listen";
+   EXPECT_EQ(leaf.bypass(1, 8), nullptr) << "somebody above may listen";
    root.parentIs(nullptr);
    root.observerDel(a, Scope::subtree);
    EXPECT_FALSE(leaf.watched());
 }
 
-TEST_F(Publisher, HasNoSoleRecorderInsideANotification) {
-   root.observerAdd(a, Scope::subtree, true);
+TEST_F(Publisher, IsNotBypassedByAnObserverThatIsOneOfTheOthers) {
+   root.observerAdd(a, Scope::subtree);
+   EXPECT_EQ(leaf.bypass(1, 8), nullptr);
+   EXPECT_EQ(told(), "");
+}
+
+TEST_F(Publisher, IsNotBypassedInsideANotification) {
+   root.observerAddFirst(a);
    bool asked = false;
    a.script = [&](Sarn::Change const&) {
       asked = true;
-      EXPECT_EQ(root.soleRecorder(), nullptr);
+      EXPECT_EQ(root.bypass(1, 8), nullptr);
    };
    root.change(1);
    EXPECT_TRUE(asked);
-   EXPECT_EQ(root.soleRecorder(), &a);
+   EXPECT_EQ(root.bypass(1, 8), a.room);
 }
 
 TEST_F(Publisher, TellsEverybodyThoughOneThrows) {

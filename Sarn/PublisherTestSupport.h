@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Sarn/Publisher.h"
+#include "Sarn/FirstObserver.h"
 
 namespace SarnTest {
 
@@ -32,9 +32,12 @@ public:
    }
    Source* parent() const { return static_cast<Source*>(parentPublisher()); }
 
-   void observerAdd(Sarn::Observer& observer, Sarn::Scope scope = Sarn::Scope::entity,
-                    bool first = false) {
-      add(observer, scope, first);
+   void observerAdd(Sarn::Observer& observer, Sarn::Scope scope = Sarn::Scope::entity) {
+      add(observer, scope);
+      renew();
+   }
+   void observerAddFirst(Sarn::FirstObserver& observer) {
+      addFirst(observer);
       renew();
    }
    bool observerDel(Sarn::Observer& observer, Sarn::Scope scope = Sarn::Scope::entity) {
@@ -58,7 +61,7 @@ private:
 };
 
 /// Writes "observer:source.id" to a log, then does what it was told to do.
-class Scripted final : public Sarn::Observer {
+class Scripted final : public Sarn::FirstObserver {
 public:
    using Script = std::function<void(Sarn::Change const&)>;
 
@@ -72,7 +75,15 @@ public:
       }
    }
 
+   /// Has room for the value of one change, and remembers which.
+   U8* roomFor(Sarn::Publisher const& source, U16 attributeId, std::size_t size) noexcept override {
+      log_.push_back(name_ + " takes " + std::to_string(size) + " bytes of " +
+                     static_cast<Source const&>(source).name + "." + std::to_string(attributeId));
+      return room;
+   }
+
    Script script;
+   U8 room[8] = {};
 
 private:
    std::string name_;

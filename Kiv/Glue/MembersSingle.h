@@ -59,7 +59,7 @@ inline void attributeStore(Entity& owner, AttributeId id, T& stored, V const& v)
    }
    constexpr std::size_t size = fixedEncodedSize<T>;
    if constexpr (streamed == Streamed::yes && size != 0) {
-      U8* const room = owner.mayHaveSoleRecorder() ? owner.logRoom(id, size) : nullptr;
+      U8* const room = owner.mayBypass() ? owner.bypass(id, size) : nullptr;
       if (room != nullptr) {
          stored = v;
          NboAttrLog::Out out(room, size);
