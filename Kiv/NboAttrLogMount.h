@@ -4,7 +4,7 @@
 
 namespace Kiv::NboAttrLog {
 
-class Session;
+class Mounts;
 
 /// What a peer may do to a root that it mounts.
 enum class MountMode : U8 {
@@ -39,7 +39,7 @@ public:
    Sarn::String const& reason() const noexcept { return reason_; }
 
 private:
-   friend class Session;
+   friend class Mounts;
    Sarn::Ptr<NamedEntity> root_;
    MountMode mode_ = MountMode::reader;
    State state_ = State::asked;

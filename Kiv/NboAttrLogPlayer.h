@@ -3,8 +3,8 @@
 #include <functional>
 #include <memory>
 
-#include "Kiv/NboAttrLogRecording.h"
 #include "Kiv/NboAttrLogSession.h"
+#include "Kiv/Record/Recording.h"
 
 namespace Kiv::NboAttrLog {
 

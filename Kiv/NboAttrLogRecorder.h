@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "Kiv/NboAttrLogRecording.h"
 #include "Kiv/NboAttrLogSession.h"
+#include "Kiv/Record/Recording.h"
 
 namespace Kiv::NboAttrLog {
 

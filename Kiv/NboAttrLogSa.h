@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kiv/NboAttrLogFlow.h"
 #include "Kiv/NboAttrLogSession.h"
 
 namespace Kiv::NboAttrLog {
@@ -15,14 +16,10 @@ public:
    Session& session() const noexcept { return session_; }
 
    /// Writes what `flowOut` has of one attribute. Full: false, and nothing is lost.
-   bool flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const& field) {
-      return session_.flowOutOnAttributeForConnection(flowOut, field) == Session::Write::done;
-   }
+   bool flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const& field);
    /// Writes the dirty values of a fixed size from a row of the type on, until one is something
    /// else or there is no room for all. Returns the row to go on with.
-   U16 flowOutFixedSizes(FlowOut& flowOut, TypeImpl const& type, U16 row) {
-      return session_.replayFixedSizes(flowOut, type, row);
-   }
+   U16 flowOutFixedSizes(FlowOut& flowOut, TypeImpl const& type, U16 row);
    /// Whether a peer that only mirrors the entity may all the same change this attribute: never.
    static constexpr bool allowWriteFromReadOnlyRemote(AttributeId) noexcept { return false; }
    /// Throws `ReadOnlyProxyException` that names entity and attribute.

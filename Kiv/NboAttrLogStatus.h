@@ -82,7 +82,12 @@ struct SessionStatus {
 class In;
 class Out;
 
-/// The bytes of one session in the answer, see `docs/attribute-log.md`.
+/// The least bytes of one session in the answer, see `docs/attribute-log.md`: number, pid, uid,
+/// gid, length of the program's name, flags, age, six counts, what is still to be told, the buffer,
+/// how long behind, how many roots.
+inline constexpr std::size_t smallestStatusSize =
+      8 + 3 * 4 + 4 + 1 + 8 + 6 * 8 + 3 * 8 + 2 * 8 + 8 + 4;
+/// The bytes of one session in the answer.
 std::size_t encodedSize(SessionStatus const& status);
 void encode(Out& out, SessionStatus const& status);
 /// Throws `FaultException`.

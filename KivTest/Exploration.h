@@ -9,6 +9,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "Kiv/Log/Wire.h"
 #include "Kiv/NboAttrLogSession.h"
 
 namespace KivTest {

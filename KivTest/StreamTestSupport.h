@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Kiv/Log/Wire.h"
 #include "Kiv/NboAttrLogSa.h"
 #include "KivTest/Recorder.h"
 #include "KivTest/SimulationTree.h"

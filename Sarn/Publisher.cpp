@@ -272,8 +272,7 @@ U8* Publisher::bypass(U16 attributeId, std::size_t size) const noexcept {
       }
    }
    std::uintptr_t const slot = at->list_->slots[0];
-   bool const sole =
-         at->list_->size == 1 && at->parent_ == nullptr && (slot & List::firstBit) != 0;
+   bool const sole = at->list_->size == 1 && at->parent_ == nullptr && (slot & List::firstBit) != 0;
    if (!sole) {
       return nullptr;
    }

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Kiv/Log/Wire.h"
 #include "Kiv/Map/Hash.h"
 #include "KivTest/PeerScript.h"
 

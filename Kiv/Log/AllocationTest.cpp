@@ -1,55 +1,13 @@
 // In the steady state a change costs no allocation on either side.
 #include <cstddef>
 
-#include "Kiv/NboAttrLogRecorder.h"
-#include "KivTest/StreamTestSupport.h"
+#include "KivTest/StreamAllocationTestSupport.h"
 #include "Sarn/Slab.h"
-#include "tests/CountedNew.h"
 
 using namespace StreamTesting;
 using CountedNew::allocations;
 
 namespace {
-
-class StreamAllocation : public StreamTest {
-protected:
-   StreamAllocation() {
-      mount();
-      leaf = root->leafIs(1, true, KivTest::Opaque(1));
-      for (U32 i = 0; i != 100; ++i) {
-         root->byNumberIs(i, "short");
-         root->sortedIs(static_cast<S32>(i), "short");
-      }
-      root->textIs("a text that is longer than what a string holds itself");
-      deliver();
-   }
-   /// Carries what waits, without the copies that `carry` makes.
-   void deliver() {
-      while (source.session->output().size != 0) {
-         auto const piece = source.session->output();
-         mirror.session->received(piece.begin, piece.size);
-         source.session->sent(piece.size);
-      }
-   }
-   /// Allocations of the second of two rounds of changes, delivery included.
-   template <class Change>
-   long allocationsOf(Change&& change) {
-      for (int round = 0; round != 2; ++round) {
-         change(round);
-         deliver();
-      }
-      long const before = allocations();
-      for (int i = 0; i != 100; ++i) {
-         change(2 + i);
-         deliver();
-      }
-      long const count = allocations() - before;
-      expectEqual();
-      return count;
-   }
-
-   Sarn::Ptr<KivTest::Leaf> leaf;
-};
 
 TEST_F(StreamAllocation, TheCounterCounts) {
    long const before = allocations();
@@ -66,27 +24,6 @@ TEST_F(StreamAllocation, OfScalarsIsNone) {
                 leaf->ticksInc(1);
              }),
              0);
-}
-
-struct Nowhere final : Kiv::NboAttrLog::RecordSink {
-   U64 begin() override { return 1; }
-   bool write(U8 const*, std::size_t) override { return true; }
-   Sarn::String reason() const override { return {}; }
-};
-
-TEST_F(StreamAllocation, OfRecordingIsNone) {
-   Nowhere nowhere;
-   Kiv::NboAttrLog::Recorder recorder(source.hub, nowhere);
-   U64 now = 0;
-   EXPECT_EQ(allocationsOf([&](int i) {
-                root->u32Is(static_cast<U32>(i));
-                root->byNumberIs(static_cast<U32>(i % 2), i % 4 < 2 ? "a" : "b");
-                ++now;
-                recorder.turn({now, now});
-             }),
-             0);
-   EXPECT_GT(recorder.stats().changes, 100u);
-   EXPECT_TRUE(recorder.complete());
 }
 
 TEST_F(StreamAllocation, OfValueTypesIsNone) {

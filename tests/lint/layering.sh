@@ -7,7 +7,8 @@ set -u
 . "$(dirname "$0")/common.sh"
 
 platform="Dorn Bridging Brim Acl PtpPlatform"
-framework="Sarn Kiv/AllocTrack.h Kiv/Map Kiv Kiv/Glue"
+recordings="Kiv/NboAttrLogRecorder.h Kiv/NboAttrLogPlayer.h"
+framework="Sarn Kiv/AllocTrack.h Kiv/Map Kiv Kiv/Glue $recordings Kiv/Log Kiv/Record"
 libraries="$framework $platform PtpLib"
 for_tests="KivTest tests"
 
@@ -18,6 +19,10 @@ Kiv/AllocTrack.h: Sarn
 Kiv/Map: Sarn Kiv/AllocTrack.h
 Kiv: Sarn Kiv/AllocTrack.h Kiv/Map
 Kiv/Glue: Sarn Kiv/AllocTrack.h Kiv/Map Kiv
+Kiv/Log: Sarn Kiv/Map Kiv
+Kiv/Record: Sarn Kiv Kiv/Log $recordings
+Kiv/NboAttrLogRecorder.h: Kiv Kiv/Record
+Kiv/NboAttrLogPlayer.h: Kiv Kiv/Record
 Dorn: $framework $platform
 Bridging: $framework $platform
 Brim: $framework $platform

@@ -13,8 +13,8 @@
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
+#include "Kiv/Log/Wire.h"
 #include "Kiv/Module.h"
-#include "Kiv/NboAttrLogWire.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
 
 namespace Ptpstate {

@@ -12,7 +12,7 @@
 #include "Holt/Failure.h"
 #include "Holt/State/Place.h"
 #include "Holt/Times.h"
-#include "Kiv/NboAttrLogRecording.h"
+#include "Kiv/Record/Recording.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
 
 namespace Ptpstate {

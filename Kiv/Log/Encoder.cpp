@@ -1,0 +1,132 @@
+#include "Kiv/Log/Encoder.h"
+
+namespace Kiv::NboAttrLog {
+namespace {
+
+std::shared_ptr<void> newDefault(TypeImpl const& type) {
+   auto const alignment = static_cast<std::align_val_t>(type.alignment);
+   void* const room = ::operator new(type.size, alignment);
+   type.support->construct(room);
+   return {room, [&type, alignment](void* value) {
+              type.values->genericIfDestruct(value);
+              ::operator delete(value, alignment);
+           }};
+}
+
+}  // namespace
+
+bool Encoder::acknowledge() {
+   if (!crossing_.owesAck()) {
+      return true;
+   }
+   if (!outbox_.write(Opcode::ack, 4, 0, 0,
+                      [this](Out& out) { out.writeU32(crossing_.received); })) {
+      return false;
+   }
+   crossing_.acknowledged = crossing_.received;
+   return true;
+}
+
+bool Encoder::reachSlowly(Entity& entity) {
+   if (!acknowledge()) [[unlikely]] {
+      return false;
+   }
+   U32 const handle = entity.streamHandle();
+   if (names_.introduced(handle)) [[likely]] {
+      return true;
+   }
+   U32 const* const theirs = names_.theirHandle(entity);
+   if (theirs == nullptr ||
+       !outbox_.write(Opcode::bind, 4, handle, 0, [&](Out& out) { out.writeU32(*theirs); })) {
+      return false;
+   }
+   names_.introducedIs(handle, true);
+   return true;
+}
+
+bool Encoder::set(Entity const& entity, FieldDescriptor const& field, U32 handle) {
+   std::size_t const size = valueSize(entity, field);
+   if (outbox_.isLeftOut(size)) [[unlikely]] {
+      leaveOut(size, entity, &field, nullptr);
+      return true;
+   }
+   return outbox_.write(Opcode::set, size, handle, field.fieldId,
+                        [&](Out& out) { field.ops->encode(entity, out); });
+}
+
+bool Encoder::element(Entity& entity, FieldDescriptor const& field, void const* key,
+                      void const* value) {
+   CollectionOps const& ops = *field.ops->collection;
+   std::size_t const size = ops.elementSize(key, value);
+   if (outbox_.isLeftOut(size)) [[unlikely]] {  // the one that the peer may have is not this one
+      if (!erase(entity, field, key)) {
+         return false;
+      }
+      leaveOut(size, entity, &field, key);
+      return true;
+   }
+   return outbox_.write(Opcode::element, size, entity.streamHandle(), field.fieldId,
+                        [&](Out& out) { ops.encodeElement(out, key, value); });
+}
+
+bool Encoder::erase(Entity& entity, FieldDescriptor const& field, void const* key) {
+   bool const keyed = key != nullptr;
+   std::size_t const size = keyed ? field.ops->collection->keySize(key) : 0;
+   if (outbox_.isLeftOut(size)) [[unlikely]] {
+      return true;  // no peer was ever told of such a key
+   }
+   return outbox_.write(Opcode::erase, size, entity.streamHandle(), field.fieldId, [&](Out& out) {
+      if (keyed) {
+         field.ops->collection->encodeKey(out, key);
+      }
+   });
+}
+
+bool Encoder::enqueue(Entity& entity, FieldDescriptor const& field, U32 sequence,
+                      void const* value) {
+   QueueOps const& queue = *field.ops->queue;
+   std::size_t const whole = 4 + queue.elementSize(value);
+   std::shared_ptr<void> const blank =
+         outbox_.isLeftOut(whole) ? newDefault(*field.type) : std::shared_ptr<void>();
+   void const* const told = blank != nullptr ? blank.get() : value;
+   bool const written = outbox_.write(Opcode::enqueue, 4 + queue.elementSize(told),
+                                      entity.streamHandle(), field.fieldId, [&](Out& out) {
+                                         out.writeU32(sequence);
+                                         queue.encodeElement(out, told);
+                                      });
+   if (written && blank != nullptr) {
+      leaveOut(whole, entity, &field, &sequence);
+   }
+   return written;
+}
+
+bool Encoder::front(Entity const& entity, FieldDescriptor const& field, U32 sequence, bool anew) {
+   return outbox_.write(anew ? Opcode::collectionBegin : Opcode::front, 4, entity.streamHandle(),
+                        field.fieldId, [sequence](Out& out) { out.writeU32(sequence); });
+}
+
+bool Encoder::create(Entity& owner, FieldDescriptor const& field, Entity& child) {
+   if (child.streamHandle() == 0 && !handles_.registerTree(child)) {
+      closing_.fail(handles_.tooMany());
+      return false;
+   }
+   StreamFunctions const& stream = *child.kivType().entity->stream;
+   std::size_t const size = 4 + stream.attrLogSizeCtorParams(child);
+   if (outbox_.isLeftOut(size)) [[unlikely]] {  // and with it what is below
+      if (field.kind == MemberKind::child && !erase(owner, field, nullptr)) {
+         return false;
+      }
+      leaveOut(size, child, nullptr, nullptr);
+      return true;
+   }
+   if (!outbox_.write(Opcode::create, size, owner.streamHandle(), field.fieldId, [&](Out& out) {
+          out.writeU32(child.streamHandle());
+          stream.serializeConstructorParams(out, child);
+       })) {
+      return false;
+   }
+   names_.introducedIs(child.streamHandle(), true);
+   return true;
+}
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,197 @@
+#include <algorithm>
+#include <cassert>
+
+#include "Kiv/Log/HubImpl.h"
+#include "Kiv/Log/SessionImpl.h"
+
+namespace Kiv::NboAttrLog {
+
+Hub::Impl::Impl(Limits const& limits) : limits_(limits), handles_(limits.entities, *this) {
+   budget_.bound = limits.sessionBytes;
+}
+
+Hub::Impl::~Impl() {
+   assert(sessions_.empty());
+   for (Held const& held : held_) {
+      handles_.unregisterTree(held.watcher->root());
+   }
+}
+
+void Hub::Impl::onGone(Entity& entity, U32 handle) {
+   for (Session* const session : sessions_) {
+      session->impl().teller().forget(entity, handle);
+   }
+}
+
+U64 Hub::Impl::add(Session& session) {
+   sessions_.push_back(&session);
+   return ++sessionsMade_;
+}
+
+Hub::Impl::Held const* Hub::Impl::findHeld(std::string_view type,
+                                           std::string_view name) const noexcept {
+   for (Held const& held : held_) {
+      NamedEntity const& root = held.watcher->root();
+      if (root.kivType().name == type && root.nameString() == name) {
+         return &held;
+      }
+   }
+   return nullptr;
+}
+
+Hub::Impl::Held& Hub::Impl::heldOf(RootWatcher const& watcher) noexcept {
+   return *std::find_if(held_.begin(), held_.end(),
+                        [&watcher](Held const& held) { return held.watcher.get() == &watcher; });
+}
+
+RootWatcher* Hub::Impl::find(std::string_view type, std::string_view name) const noexcept {
+   Held const* const held = findHeld(type, name);
+   return held != nullptr ? held->watcher.get() : nullptr;
+}
+
+RootWatcher* Hub::Impl::findOffered(std::string_view type, std::string_view name) const noexcept {
+   Held const* const held = findHeld(type, name);
+   return held != nullptr && held->offered ? held->watcher.get() : nullptr;
+}
+
+RootWatcher& Hub::Impl::hold(Sarn::Ptr<NamedEntity> const& root, bool offered, Teller* subscriber) {
+   Held const* const there = findHeld(root->kivType().name, root->nameString());
+   if (there != nullptr && (&there->watcher->root() != root.get() || (offered && there->offered))) {
+      throw Exception(Sarn::String(root->kivType().name) + " " + root->nameString() +
+                      " is a root of this hub already");
+   }
+   // What may throw comes before anything is changed; the numbers, which others see, come last.
+   std::unique_ptr<RootWatcher> made;
+   RootWatcher* watcher = there != nullptr ? there->watcher.get() : nullptr;
+   if (watcher == nullptr) {
+      made = std::make_unique<RootWatcher>(handles_, applying_, root);
+      watcher = made.get();
+      held_.reserve(held_.size() + 1);
+   }
+   bool const subscribes = subscriber != nullptr && !watcher->hasSubscriber(*subscriber);
+   if (subscribes) {
+      watcher->reserve();
+   }
+   if (made != nullptr) {
+      if (!handles_.registerTree(*root)) {
+         throw Exception(handles_.tooMany());
+      }
+      held_.emplace_back().watcher = std::move(made);
+   }
+   if (subscribes) {
+      watcher->subscribe(*subscriber);
+   }
+   Held& held = heldOf(*watcher);
+   held.offered = held.offered || offered;
+   ++held.users;
+   return *watcher;
+}
+
+void Hub::Impl::release(RootWatcher& watcher) {
+   if (--heldOf(watcher).users != 0) {
+      return;
+   }
+   handles_.unregisterTree(watcher.root());
+   handles_.unregisterUntold();
+   std::erase_if(held_, [&watcher](Held const& held) { return held.watcher.get() == &watcher; });
+}
+
+Session const* Hub::Impl::inTheWay(RootWatcher const& watcher, MountMode mode) const noexcept {
+   if (!writesBack(mode)) {
+      return nullptr;
+   }
+   for (Session const* const session : sessions_) {
+      Served const* const served = session->impl().mounted().find(watcher);
+      if (served != nullptr && writesBack(served->mode) &&
+          (mode == MountMode::owner || served->mode == MountMode::owner)) {
+         return session;
+      }
+   }
+   return nullptr;
+}
+
+Sarn::Ptr<NamedEntity> Hub::Impl::withdraw(std::string_view type, std::string_view name) {
+   RootWatcher* const watcher = findOffered(type, name);
+   if (watcher == nullptr) {
+      return {};
+   }
+   Sarn::Ptr<NamedEntity> root(&watcher->root());
+   std::vector<Session*> const sessions = sessions_;
+   for (Session* const session : sessions) {
+      session->impl().rootGone(*watcher);
+   }
+   heldOf(*watcher).offered = false;
+   release(*watcher);
+   return root;
+}
+
+std::vector<NamedEntity*> Hub::Impl::offered() const {
+   std::vector<NamedEntity*> roots;
+   for (Held const& held : held_) {
+      if (held.offered) {
+         roots.push_back(&held.watcher->root());
+      }
+   }
+   return roots;
+}
+
+// What users see of it.
+
+Hub::Hub(Limits const& limits) : impl_(std::make_unique<Impl>(limits)) {}
+
+Hub::~Hub() = default;
+
+Limits const& Hub::limits() const noexcept {
+   return impl_->limits();
+}
+
+void Hub::rootIs(Sarn::Ptr<NamedEntity> const& root) {
+   impl_->hold(root, true, nullptr);
+}
+
+Sarn::Ptr<NamedEntity> Hub::rootDel(std::string_view type, std::string_view name) {
+   return impl_->withdraw(type, name);
+}
+
+NamedEntity* Hub::root(std::string_view type, std::string_view name) const noexcept {
+   RootWatcher const* const watcher = impl_->findOffered(type, name);
+   return watcher != nullptr ? &watcher->root() : nullptr;
+}
+
+std::vector<NamedEntity*> Hub::roots() const {
+   return impl_->offered();
+}
+
+std::vector<Session*> const& Hub::sessions() const noexcept {
+   return impl_->sessions();
+}
+
+void Hub::clockIs(U64 (*clock)() noexcept) noexcept {
+   impl_->clock().read = clock;
+}
+
+U64 Hub::now() const noexcept {
+   return impl_->clock().now();
+}
+
+U64 Hub::deadline() const noexcept {
+   U64 first = 0;
+   for (Session const* const session : impl_->sessions()) {
+      U64 const next = impl_->clock().read != nullptr ? session->impl().deadline() : 0;
+      first = next != 0 && (first == 0 || next < first) ? next : first;
+   }
+   return first;
+}
+
+void Hub::expire() {
+   U64 const time = now();
+   for (std::size_t i = 0; i < impl_->sessions().size(); ++i) {  // a listener may end others
+      impl_->sessions()[i]->impl().expire(time);
+   }
+}
+
+std::size_t Hub::heldBytes() const noexcept {
+   return impl_->budget().held;
+}
+
+}  // namespace Kiv::NboAttrLog

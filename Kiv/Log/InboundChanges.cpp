@@ -1,0 +1,315 @@
+// The changes that a peer makes: checked, and applied through the entities' setters.
+#include <algorithm>
+
+#include "Kiv/Log/Inbound.h"
+#include "Kiv/NboAttrLogSa.h"
+
+namespace Kiv::NboAttrLog {
+
+/// By far the most: a value for an entity that no watcher here watches, or that nothing is left of
+/// a collection that is empty. False, and nothing is done, for everything else.
+bool Inbound::applyAtOnce(Header const& header, In& in) {
+   bool const isSet = header.opcode == Opcode::set;
+   if (!isSet && header.opcode != Opcode::erase) {
+      return false;
+   }
+   Names::Theirs const* const target = names_.theirs(header.handle);
+   if (target == nullptr) {
+      return false;
+   }
+   Entity* const entity = target->entity.get();
+   if (entity == nullptr || !target->writable || entity->streamHandle() != 0) {
+      return false;
+   }
+   FieldDescriptor const* const field = entity->kivType().field(header.attribute);
+   if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
+      return false;
+   }
+   if (isSet) {
+      if (field->kind != MemberKind::single || field->ops->apply == nullptr) {
+         return false;
+      }
+      ++teller_.crossing().received;
+      field->ops->apply(*entity, in);
+      return true;
+   }
+   CollectionOps const* const collection = field->ops->collection;
+   if (header.bodySize != 0 || collection == nullptr || collection->size(*entity) != 0) {
+      return false;
+   }
+   ++teller_.crossing().received;
+   return true;
+}
+
+void Inbound::applyChange(Header const& header, In& in) {
+   Names::Theirs* const target = names_.theirs(header.handle);
+   if (target == nullptr) [[unlikely]] {
+      in.fault("the peer has not introduced this entity");
+   }
+   if (!target->entity) [[unlikely]] {
+      applyToNobody(header, in);
+      return;
+   }
+   Entity& entity = *target->entity;
+   FieldDescriptor const* const field = entity.kivType().field(header.attribute);
+   // A setter has done its work when observers run; what takes several steps keeps the entity.
+   Sarn::Ptr<Entity> const alive =
+         header.opcode == Opcode::set ? Sarn::Ptr<Entity>() : target->entity;
+   if (field == nullptr || !field->has(FieldDescriptor::streamed)) [[unlikely]] {
+      Sa::doBaseKivNboAttrLogSaMsg(entity, header.attribute, in);
+   }
+   if (!target->writable && !Sa::allowWriteFromReadOnlyRemote(header.attribute)) {
+      Sa::throwWriteUpdateFromReadOnlyProxyException(entity, header.attribute);
+   }
+   struct Now {
+      Applying& applying;
+      Applying outer;
+      ~Now() { applying = outer; }
+   } const now{applying_, applying_};
+   applying_ = {&teller_, inside_};
+   MemberKind const kind = field->kind;
+   bool const keyed = kind == MemberKind::map || kind == MemberKind::ordered;
+   switch (header.opcode) {
+      case Opcode::set:
+         if (kind == MemberKind::single && field->ops->apply != nullptr) [[likely]] {
+            field->ops->apply(entity, in);
+            return;
+         }
+         break;
+      case Opcode::element:
+         if (keyed) {
+            field->ops->collection->applyElement(entity, in, open_.seen(entity, *field));
+            return;
+         }
+         break;
+      case Opcode::erase:
+         if (keyed || holdsEntities(*field)) {
+            applyErase(entity, *field, in);
+            return;
+         }
+         break;
+      case Opcode::create:
+         if (holdsEntities(*field)) {
+            applyCreate(*target, *field, in);
+            return;
+         }
+         break;
+      default:
+         if (kind == MemberKind::queue) {
+            applyToQueue(entity, *field, header, in);
+            return;
+         }
+         if (header.opcode != Opcode::collectionBegin && header.opcode != Opcode::collectionEnd) {
+            break;
+         }
+         if (keyed || kind == MemberKind::children) {
+            applyCollectionMarker(entity, *field, header, in);
+            return;
+         }
+   }
+   in.fault("a message of kind " + std::to_string(static_cast<unsigned>(header.opcode)) +
+            " does not fit the attribute");
+}
+
+/// The entity was deleted here while the message was on its way. What the message introduces is
+/// nobody too.
+void Inbound::applyToNobody(Header const& header, In& in) {
+   if (header.opcode == Opcode::create) {
+      U32 const handle = in.nextU32();
+      names_.checkHandle(handle, in);
+      names_.map(handle, nullptr, true);
+   }
+}
+
+void Inbound::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
+   if (field.kind != MemberKind::child && in.readableBytes() == 0) {
+      if (field.ops->collection->size(entity) != 0) {  // a replay that names no key
+         open_.begin(entity, field, in);
+         open_.end(entity, field, in);
+      }
+      return;
+   }
+   // Held here, and given up also when an observer throws.
+   struct Removed {
+      Names& names;
+      Sarn::Ptr<Entity> entity;
+      ~Removed() {
+         if (entity && entity->parent() == nullptr) {
+            names.unmapTree(*entity);
+         }
+      }
+   } removed{names_, {}};
+   if (field.kind == MemberKind::child) {
+      in.expectEnd();
+      removed.entity = Sarn::Ptr<Entity>(field.ops->child->get(entity));
+      field.ops->child->del(entity);
+   } else {
+      field.ops->collection->applyDelete(entity, in, open_.seen(entity, field), removed.entity);
+   }
+}
+
+void Inbound::applyCreate(Names::Theirs& target, FieldDescriptor const& field, In& in) {
+   Sarn::Ptr<Entity> const owner = target.entity;
+   bool const writable = target.writable;
+   U32 const handle = in.nextU32();
+   names_.checkHandle(handle, in);
+   names_.expectChild(handle);
+   struct Found {
+      Inbound& inbound;
+      U32 handle;
+      bool writable;
+   } found{*this, handle, writable};
+   // What is there already is known from now on, before an observer can change it again.
+   auto const know = [](void* context, Entity& there) {
+      auto const& [inbound, itsHandle, isWritable] = *static_cast<Found*>(context);
+      bool const untold = there.streamHandle() != 0 && !inbound.names_.known(there);
+      inbound.names_.map(itsHandle, &there, isWritable);
+      // Both have made it. What was done to ours was to be told when it was introduced; it is
+      // introduced now, by the peer. A replay overwrites what the mirror had before it.
+      Mounts const& mounts = inbound.mounts_;
+      if (untold && mounts.writes(there) && mounts.followed(there)->complete()) {
+         inbound.teller_.backlog().markAll(there);
+      }
+   };
+   Sarn::Ptr<Entity> child;
+   try {
+      child = field.kind == MemberKind::children
+                    ? field.ops->collection->applyCreate(*owner, in, open_.seen(*owner, field),
+                                                         &found, know)
+                    : applyCreateSingleton(*owner, field, in, &found, know);
+   } catch (...) {
+      names_.expectNoChild();
+      if (!closing_.closed() && names_.theirs(handle) == nullptr) {
+         names_.map(handle, nullptr, writable);  // what the peer says of it later is for nobody
+      }
+      throw;
+   }
+   names_.expectNoChild();
+   if (!closing_.closed()) {
+      bool const stays = child->parent() == owner.get();  // an observer may have removed it
+      names_.map(handle, stays ? child.get() : nullptr, writable);
+   }
+}
+
+/// As `CollectionOps::applyCreate`. A child of another name is replaced in one step.
+Sarn::Ptr<Entity> Inbound::applyCreateSingleton(Entity& owner, FieldDescriptor const& field, In& in,
+                                                void* context,
+                                                void (*found)(void* context, Entity& child)) {
+   bool const named = field.has(FieldDescriptor::named);
+   std::string_view const name = named ? in.nextString() : std::string_view();
+   in.expectEnd();
+   ChildOps const& ops = *field.ops->child;
+   auto const fits = [&](Entity const* child) {
+      return child != nullptr && (!named || *entityName(*child) == name);
+   };
+   Sarn::Ptr<Entity> const before(ops.get(owner));
+   if (fits(before.get())) {
+      found(context, *before);
+   }
+   Sarn::Ptr<Entity> child;
+   Impl::FirstException thrown;
+   thrown.attempt([&] { child = ops.is(owner, name); });
+   Entity* const there = ops.get(owner);
+   if (!child && fits(there)) {
+      found(context, *there);
+   }
+   if (before && before->parent() == nullptr) {
+      names_.unmapTree(*before);
+   }
+   thrown.rethrow();
+   return child;
+}
+
+void Inbound::applyCollectionMarker(Entity& entity, FieldDescriptor const& field,
+                                    Header const& header, In& in) {
+   in.expectEnd();
+   if (header.opcode == Opcode::collectionBegin) {
+      open_.begin(entity, field, in);
+   } else {
+      open_.end(entity, field, in);
+   }
+}
+
+/// Who serves a queue gives the numbers: what a writer has done to a queue that was another
+/// meanwhile is done as well as it can be, and the writer gets the whole queue.
+void Inbound::applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header,
+                           In& in) {
+   QueueOps const& queue = *field.ops->queue;
+   Backlog& backlog = teller_.backlog();
+   bool const ours = mounts_.serves(entity);
+   if (header.opcode == Opcode::collectionEnd) {
+      in.expectEnd();
+      if (!ours) {
+         in.fault("the peer asks for a queue that it serves itself");
+      }
+      backlog.markWhole(entity, field);
+      return;
+   }
+   Impl::FirstException thrown;
+   if (ours) {
+      bool const crosses = teller_.crosses();
+      if (!applyToServedQueue(entity, queue, header, in, thrown) || crosses) {
+         backlog.markWhole(entity, field);
+      }
+   } else {
+      FlowOut const* const flow = backlog.find(entity);
+      bool const changed = flow != nullptr && flow->kivIsDirty(field.fieldId);
+      if ((!applyToMirroredQueue(entity, queue, header, in, thrown) || changed) &&
+          mounts_.writes(entity)) {
+         backlog.markWhole(entity, field);
+      }
+   }
+   thrown.rethrow();
+}
+
+/// False unless the queue is now what the peer's was when it wrote. `thrown`: by observers.
+bool Inbound::applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header,
+                                 In& in, Impl::FirstException& thrown) {
+   U32 const sequence = in.nextU32();
+   U32 const next = queue.nextSequence(entity);
+   if (header.opcode == Opcode::enqueue) {
+      applyEnqueue(entity, queue, next, in, thrown);
+      return sequence == next;
+   }
+   in.expectEnd();
+   if (header.opcode == Opcode::collectionBegin) {
+      thrown.attempt([&] { queue.applyFront(entity, next); });
+   }
+   if (static_cast<S32>(sequence - queue.frontSequence(entity)) > 0) {
+      thrown.attempt([&] { queue.applyFront(entity, sequence); });
+   }
+   return sequence == queue.frontSequence(entity);
+}
+
+bool Inbound::applyToMirroredQueue(Entity& entity, QueueOps const& queue, Header const& header,
+                                   In& in, Impl::FirstException& thrown) {
+   U32 const sequence = in.nextU32();
+   U32 const next = queue.nextSequence(entity);
+   if (header.opcode == Opcode::enqueue) {
+      applyEnqueue(entity, queue, sequence, in, thrown);
+      return sequence == next;
+   }
+   in.expectEnd();
+   U32 const front = queue.frontSequence(entity);
+   if (header.opcode == Opcode::collectionBegin) {
+      thrown.attempt([&] { queue.applyFront(entity, next); });
+   }
+   thrown.attempt([&] { queue.applyFront(entity, sequence); });
+   return header.opcode == Opcode::collectionBegin || sequence - front <= next - front;
+}
+
+/// A fault of the element goes out at once: nothing of it was applied.
+void Inbound::applyEnqueue(Entity& entity, QueueOps const& queue, U32 sequence, In& in,
+                           Impl::FirstException& thrown) {
+   U32 const before = Sarn::Publisher::observersThrew();
+   try {
+      queue.applyEnq(entity, sequence, in);
+   } catch (...) {
+      if (before == Sarn::Publisher::observersThrew()) {
+         throw;
+      }
+      thrown.attempt([] { throw; });
+   }
+}
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,164 @@
+#pragma once
+
+#include <cstring>
+
+#include "Kiv/Log/Clock.h"
+#include "Kiv/Log/Closing.h"
+#include "Kiv/Log/Parts.h"
+#include "Kiv/NboAttrLogLimits.h"
+
+namespace Kiv::NboAttrLog {
+
+/// What one session has still to send: messages in a ring, each in one piece, and the one message
+/// that is longer than a message may be and travels in parts.
+///
+///     write ---- fits ----> ring ----------------------------> first(), second() ---- sent ---->
+///        '---- too long ----> parts: body in memory of its own
+///                                '---- a part at a time, nothing comes between ---> ring
+///
+/// Invariants:
+/// - what `write` and `reserve` say no to has left no trace, and may be tried again when something
+///   was sent;
+/// - as long as a message travels in parts, nothing else gets room;
+/// - `changes()` counts the changes that were written, so that both ends agree on it;
+/// - a message that finds no room although nothing waits would never find any: the session fails.
+class Outbox {
+public:
+   /// Has little room until `hasMount`.
+   Outbox(Limits const& limits, ByteBudget& budget, Clock const& clock, Closing& closing) noexcept;
+
+   // Writing.
+
+   /// Room for a message, with its header written, or null when there is none now. A change is
+   /// counted here; `commit` must follow. REQUIRES: bodySize <= longestBody().
+   U8* reserve(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute) noexcept {
+      if (parts_ != nullptr) [[unlikely]] {
+         return nullptr;
+      }
+      U8* const at = ring_.reserve(headerSize + bodySize);
+      if (at != nullptr) [[likely]] {
+         Out out(at, headerSize);
+         writeHeader(out, {opcode, static_cast<U32>(bodySize), handle, attribute});
+         changes_ += isChange(opcode) ? 1 : 0;
+      } else if (ring_.empty()) [[unlikely]] {
+         noRoom(headerSize + bodySize);
+      }
+      return at;
+   }
+   /// The message, of `size` bytes with its header, is there.
+   void commit(std::size_t size) noexcept { commit(size, 1); }
+   /// Writes a message; `body(out)` writes exactly `bodySize` bytes. False when there is no room
+   /// now.
+   template <class Body>
+   bool write(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute,
+              Body const& body) {
+      if (bodySize > longestBody_) [[unlikely]] {
+         return writeLong(
+               {opcode, static_cast<U32>(bodySize), handle, attribute}, const_cast<Body*>(&body),
+               [](void* context, Out& out) { (*static_cast<Body const*>(context))(out); });
+      }
+      U8* const at = reserve(opcode, bodySize, handle, attribute);
+      if (at == nullptr) {
+         return false;
+      }
+      Out out(at + headerSize, bodySize);
+      body(out);
+      commit(headerSize + bodySize);
+      return true;
+   }
+   /// The same for a message without a body.
+   bool writeEmpty(Opcode opcode, U32 handle, AttributeId attribute) noexcept {
+      if (reserve(opcode, 0, handle, attribute) == nullptr) {
+         return false;
+      }
+      commit(headerSize);
+      return true;
+   }
+   /// Writes a change that another session was told, byte for byte.
+   bool copy(U8 const* message, std::size_t size) noexcept;
+   /// Room for several changes, which the caller writes with their headers; null if there is none.
+   U8* reserveRun(std::size_t size) noexcept {
+      return parts_ == nullptr ? ring_.reserve(size) : nullptr;
+   }
+   void commitRun(std::size_t size, U32 count) noexcept {
+      commit(size, count);
+      changes_ += count;
+   }
+   /// Goes on with the message that travels in parts. False if there is no room now.
+   bool writeParts() noexcept;
+   /// Forgets the message that travels in parts.
+   void dropParts() noexcept { parts_.reset(); }
+
+   // Limits.
+
+   /// Something is mounted: the peer is worth its whole buffer.
+   void hasMount() noexcept { ring_.limitIs(limits_.outputBuffer); }
+   /// The longest body that goes in one message.
+   std::size_t longestBody() const noexcept { return longestBody_; }
+   /// Whether a body of this size does not even go in parts.
+   bool isLeftOut(std::size_t bodySize) const noexcept {
+      return bodySize > longestBody_ && bodySize > limits_.longestValue;
+   }
+
+   // Sending.
+
+   CircularBuffer::Piece first() const noexcept { return ring_.first(); }
+   CircularBuffer::Piece second() const noexcept { return ring_.second(); }
+   void consume(std::size_t size) noexcept { ring_.consume(size); }
+   bool empty() const noexcept { return ring_.empty(); }
+   /// Whether a message travels in parts.
+   bool inParts() const noexcept { return parts_ != nullptr; }
+   /// Drops what waits.
+   void clear() noexcept { ring_.clear(); }
+   /// Gives memory back, but for `kept` bytes, if nothing waits.
+   void shrink(std::size_t kept) noexcept { ring_.shrink(kept); }
+   std::size_t capacity() const noexcept { return ring_.capacity(); }
+
+   /// From now on the peer counts as behind, if it did not yet.
+   void fallBehind() noexcept {
+      if (behindSince_ == 0) {
+         behindSince_ = clock_.now();
+      }
+   }
+   /// The peer has taken everything.
+   void caughtUp() noexcept { behindSince_ = 0; }
+
+   // Counters.
+
+   U32 changes() const noexcept { return changes_; }
+   U64 messages() const noexcept { return messages_; }
+   U64 bytes() const noexcept { return bytes_; }
+   /// Bytes that wait, of so many that may.
+   std::size_t waiting() const noexcept { return ring_.size() + left(); }
+   std::size_t room() const noexcept { return ring_.limit() + left(); }
+   std::size_t heldBytes() const noexcept {
+      return ring_.capacity() + (parts_ != nullptr ? parts_->header().bodySize : 0);
+   }
+   /// Nanoseconds that the peer has been behind; 0 if it is not.
+   U64 behind() const noexcept { return behindSince_ != 0 ? clock_.now() - behindSince_ : 0; }
+
+private:
+   void commit(std::size_t size, U32 messages) noexcept {
+      ring_.commit(size);
+      messages_ += messages;
+      bytes_ += size;
+   }
+   std::size_t left() const noexcept { return parts_ != nullptr ? parts_->left() : 0; }
+   bool writeLong(Header const& header, void* context, void (*body)(void* context, Out& out));
+   void noRoom(std::size_t size) noexcept;
+
+   CircularBuffer ring_;
+   std::unique_ptr<PartsOut> parts_;
+   std::size_t longestBody_;
+   U32 changes_ = 0;
+   U64 messages_ = 0;
+   U64 bytes_ = 0;
+   /// 0: the peer has taken everything.
+   U64 behindSince_ = 0;
+   Limits const& limits_;
+   ByteBudget& budget_;
+   Clock const& clock_;
+   Closing& closing_;
+};
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <deque>
+
+#include "Kiv/Log/Backlog.h"
+#include "Kiv/Log/Mounts.h"
+#include "Kiv/NboAttrLogHub.h"
+
+namespace Kiv::NboAttrLog {
+
+/// What a session says that is no change: questions, answers and markers, in the order in which
+/// they came up. Each waits for room, and for the changes that it must not overtake.
+///
+///     | sync, after 17 | roots | refused 2 | ... |      17: `Backlog::sequence` when it was asked
+///
+/// Invariant: nothing is written before what is in front of it.
+class Replies {
+public:
+   Replies(Session const& session, Hub& hub, Outbox& outbox, Backlog const& backlog,
+           Mounts const& mounts) noexcept
+         : session_(session), hub_(hub), outbox_(outbox), backlog_(backlog), mounts_(mounts) {}
+
+   /// `token`: of a `sync` or `synced`, or the number of a mount. `text`: why a mount is refused.
+   /// `after`: nothing that was dirty at this `Backlog::sequence` may be overtaken.
+   void enqueue(Opcode opcode, U32 token = 0, Sarn::String text = {}, U64 after = 0);
+   /// Takes the last one back.
+   void withdraw() noexcept { waiting_.pop_back(); }
+   std::size_t size() const noexcept { return waiting_.size(); }
+   void clear() noexcept { waiting_.clear(); }
+
+   /// Writes those whose turn it is. False when there is no room now.
+   bool write();
+
+private:
+   struct Reply {
+      Opcode opcode;
+      U32 token;
+      Sarn::String text;
+      U64 after;
+   };
+
+   bool write(Reply const& reply);
+   bool writeMount(Mount const& mount);
+   bool writeRoots();
+   bool writeSessions();
+
+   Session const& session_;
+   Hub& hub_;
+   Outbox& outbox_;
+   Backlog const& backlog_;
+   Mounts const& mounts_;
+   std::deque<Reply> waiting_;
+};
+
+}  // namespace Kiv::NboAttrLog

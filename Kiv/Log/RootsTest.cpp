@@ -1,0 +1,147 @@
+#include <gtest/gtest.h>
+
+#include "Kiv/Log/Wire.h"
+#include "Kiv/NboAttrLogSession.h"
+#include "KivTest/TestTypes/Hedge.h"
+#include "KivTest/TestTypes/Root.h"
+
+namespace Kiv::NboAttrLog {
+namespace {
+
+struct Roots : SessionListener {
+   void onRoots(Session&, std::vector<OfferedRoot> const& roots) override {
+      ++answers;
+      for (OfferedRoot const& root : roots) {
+         text += root.type + "=" + root.name + " ";
+      }
+   }
+   int answers = 0;
+   Sarn::String text;
+};
+
+/// Carries all bytes that wait from one session to another.
+void carry(Session& from, Session& to) {
+   while (from.output().size != 0) {
+      std::vector<U8> const bytes(from.output().begin, from.output().begin + from.output().size);
+      from.sent(bytes.size());
+      to.received(bytes.data(), bytes.size());
+   }
+}
+
+struct Pair {
+   void run() {
+      while (a.output().size != 0 || b.output().size != 0) {
+         carry(a, b);
+         carry(b, a);
+      }
+   }
+   Hub client;
+   Hub server;
+   Roots listener;
+   Session a{client, &listener};
+   Session b{server};
+};
+
+TEST(Session, TellsWhatRootsThePeerOffersInTheirOrder) {
+   Pair pair;
+   pair.server.rootIs(KivTest::rootFactory("b/root"));
+   pair.server.rootIs(KivTest::hedgeFactory("a/hedge"));
+   pair.a.rootsAsk();
+   pair.run();
+   EXPECT_EQ(pair.listener.answers, 1);
+   EXPECT_EQ(pair.listener.text, "KivTest::Root=b/root KivTest::Hedge=a/hedge ");
+}
+
+TEST(Session, TellsThatThePeerOffersNoRoots) {
+   Pair pair;
+   pair.a.rootsAsk();
+   pair.a.rootsAsk();
+   pair.run();
+   EXPECT_EQ(pair.listener.answers, 2);
+   EXPECT_EQ(pair.listener.text, "");
+   EXPECT_FALSE(pair.a.closed()) << pair.a.closeReason();
+}
+
+TEST(Session, RootsThatAreOnlyMirroredAreNotOffered) {
+   Pair pair;
+   pair.server.rootIs(KivTest::rootFactory("root"));
+   pair.run();
+   pair.a.mountIs(KivTest::rootFactory("root"), MountMode::writer);
+   pair.a.rootsAsk();
+   pair.run();
+   Roots atServer;
+   Session fromServer(pair.server, &atServer);
+   Session toClient(pair.client);
+   fromServer.rootsAsk();
+   for (int i = 0; i != 3; ++i) {
+      carry(fromServer, toClient);
+      carry(toClient, fromServer);
+   }
+   EXPECT_EQ(atServer.answers, 1);
+   EXPECT_EQ(atServer.text, "");
+}
+
+std::vector<U8> rootsMessage(U32 count, std::vector<Sarn::String> const& strings) {
+   std::size_t body = 4;
+   for (Sarn::String const& text : strings) {
+      body += 4 + text.size();
+   }
+   std::vector<U8> bytes(headerSize + body);
+   Out out(bytes.data(), bytes.size());
+   writeHeader(out, {Opcode::roots, static_cast<U32>(body), 0, 0});
+   out.writeU32(count);
+   for (Sarn::String const& text : strings) {
+      out.writeString(text);
+   }
+   return bytes;
+}
+
+struct BadAnswer {
+   char const* what;
+   U32 asked;
+   U32 count;
+   std::vector<Sarn::String> strings;
+   char const* reason;
+};
+
+TEST(Session, RefusesAListOfRootsThatIsNotAsItShouldBe) {
+   BadAnswer const cases[] = {
+         {"not asked for", 0, 0, {}, "nobody has asked for the roots"},
+         {"count beyond the message", 1, 0xffffffff, {"T", "n"}, "exceed the bound of 1"},
+         {"name missing", 1, 1, {"T::TTTTTTTTTTTTTTTTTT"}, "message"},
+         {"more strings than counted", 1, 1, {"T", "n", "rest"}, "message"},
+   };
+   for (BadAnswer const& bad : cases) {
+      Pair pair;
+      pair.run();
+      for (U32 i = 0; i != bad.asked; ++i) {
+         pair.a.rootsAsk();
+      }
+      std::vector<U8> const bytes = rootsMessage(bad.count, bad.strings);
+      pair.a.received(bytes.data(), bytes.size());
+      EXPECT_TRUE(pair.a.closed()) << bad.what;
+      EXPECT_NE(pair.a.closeReason().find(bad.reason), Sarn::String::npos)
+            << bad.what << ": " << pair.a.closeReason();
+      EXPECT_EQ(pair.listener.answers, 0) << bad.what;
+   }
+}
+
+TEST(Session, RefusesAPeerThatAsksForRootsWithoutEverReading) {
+   Limits limits;
+   limits.nesting = 4;
+   limits.outputBuffer = 4096;
+   Hub client;
+   Hub server(limits);
+   Session a(client);
+   Session b(server);
+   for (int i = 0; i != 4096 && !b.closed(); ++i) {
+      a.rootsAsk();
+      carry(a, b);
+   }
+   EXPECT_TRUE(b.closed());
+   EXPECT_NE(b.closeReason().find("more than 4 requests wait for an answer"), Sarn::String::npos)
+         << b.closeReason();
+}
+
+}  // namespace
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,120 @@
+#pragma once
+
+#include "Kiv/Log/HubImpl.h"
+#include "Kiv/Log/Inbound.h"
+#include "Kiv/NboAttrLogSession.h"
+
+namespace Kiv::NboAttrLog {
+
+/// The inside of a session: what joins its parts, and what is about the session itself: greeting,
+/// mounts, questions and answers, its end, and its listener.
+///
+///     changes ----> Teller ( Encoder, Backlog, Walk, Replies ----> Outbox ) ----> bytes
+///                      Names, Mounts                                      Closing
+///     setters <---- Inbound ( parts, checks ) <---- bytes
+///                      OpenCollections
+///
+/// Invariants:
+/// - once `Closing` is closed nothing is written but `bye`, and the next `pump` tells the listener;
+/// - the listener is called from here only, never from inside the writing of a change.
+class Session::Impl final : Inbound::Control {
+public:
+   Impl(Session& self, Hub& hub, SessionListener* listener);
+   ~Impl() = default;
+   Impl(Impl const&) = delete;
+   Impl& operator=(Impl const&) = delete;
+   /// Ends the session without telling anybody; the hub forgets it.
+   void end() noexcept;
+
+   Teller& teller() noexcept { return teller_; }
+   Teller const& teller() const noexcept { return teller_; }
+   Inbound& inbound() noexcept { return inbound_; }
+   Inbound const& inbound() const noexcept { return inbound_; }
+   Closing& closing() noexcept { return closing_; }
+   Closing const& closing() const noexcept { return closing_; }
+   Mounts const& mounted() const noexcept { return mounts_; }
+
+   // See `Session`.
+   Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode);
+   void syncIs(U32 token);
+   void rootsAsk();
+   void sessionsAsk();
+   void peerIs(PeerIdentity peer) { peer_ = std::move(peer); }
+   PeerIdentity const& peer() const noexcept { return peer_; }
+   void boundSessionsOfUid();
+   void received(U8 const* bytes, std::size_t size);
+   void sent(std::size_t size);
+   void close(Sarn::String const& reason, bool tell);
+   SessionStats stats() const noexcept;
+   SessionStatus status() const;
+   std::size_t heldBytes() const noexcept {
+      return teller_.outbox().heldBytes() + inbound_.heldBytes();
+   }
+
+   // For the hub.
+   /// A root of ours is not offered any more.
+   void rootGone(RootWatcher& watcher) noexcept;
+   U64 deadline() const noexcept;
+   void expire(U64 now);
+
+private:
+   void hello();
+   /// Writes what there is room for, and tells the listener what has come up meanwhile.
+   void pump();
+   void unsubscribe();
+   bool holdsIdleBytes() const noexcept;
+   /// What one that mirrors something keeps when it is idle.
+   std::size_t keptWhenIdle() const noexcept;
+
+   // Messages that are no changes: SessionControl.cpp
+   void onControl(Header const& header, In& in) override;
+   void onFault(Sarn::String reason) override;
+   std::size_t longestMessage() const noexcept override;
+   std::size_t longestInParts(Opcode opcode) const noexcept override;
+   void applyHello(In& in);
+   void applyBye(In& in);
+   void applyMount(In& in);
+   void applyMountState(Header const& header, In& in);
+   Sarn::String refusal(RootWatcher const* watcher, OfferedRoot const& asked, MountMode mode);
+   void applyBind(Header const& header, In& in);
+   /// The peer asks for something; `token` goes back with the answer.
+   void answer(Opcode opcode, U32 token, U64 after, In const& in);
+   void applyRoots(In& in);
+   void applySessions(In& in);
+   void mountStateIs(Mount& mount, Mount::State state);
+   /// Calls the listener, if there is one, and remembers that an exception is the listener's.
+   template <class Call>
+   void callListener(Call&& call) {
+      if (listener_ != nullptr) {
+         try {
+            call(*listener_);
+         } catch (...) {
+            inbound_.listenerThrows();
+            throw;
+         }
+      }
+   }
+
+   Session& self_;
+   Hub::Impl& hub_;
+   SessionListener* listener_;
+   Closing closing_;
+   Mounts mounts_;
+   OpenCollections open_;
+   Teller teller_;
+   Inbound inbound_;
+   PeerIdentity peer_;
+   U64 const openedAt_;
+   /// Since when it has neither sent nor received, as far as `expire` knows.
+   U64 idleSince_;
+   bool used_ = true;
+   /// Whether everybody has been told of the end, and since when.
+   bool told_ = false;
+   U64 closedAt_ = 0;
+   /// Questions that the peer has not answered.
+   U32 rootsAsked_ = 0;
+   U32 sessionsAsked_ = 0;
+   U64 number_ = 0;
+};
+
+}  // namespace Kiv::NboAttrLog

@@ -1,0 +1,122 @@
+#include "Kiv/NboAttrLogStatus.h"
+
+#include "Kiv/Log/Wire.h"
+#include "Kiv/Printable.h"
+
+namespace Kiv::NboAttrLog {
+namespace {
+
+constexpr U8 askingFlag = 1;
+/// Behind the roots stands what was left out.
+constexpr U8 leftOutFlag = 2;
+/// Two lengths, the mode, whether it is complete.
+constexpr std::size_t fixedRootSize = 4 + 4 + 1 + 1;
+
+}  // namespace
+
+Sarn::String peerText(PeerIdentity const& peer) {
+   if (peer.pid == 0) {
+      return "an unknown peer";
+   }
+   return "pid " + std::to_string(peer.pid) + ", uid " + std::to_string(peer.uid) + ", gid " +
+          std::to_string(peer.gid) + (peer.program.empty() ? "" : ", " + printable(peer.program));
+}
+
+std::size_t encodedSize(SessionStatus const& status) {
+   std::size_t size = smallestStatusSize + status.peer.program.size();
+   for (ServedRoot const& served : status.roots) {
+      size += fixedRootSize + served.root.type.size() + served.root.name.size();
+   }
+   if (status.stats.valuesLeftOut != 0) {
+      size += 8 + 4;
+      for (Sarn::String const& what : status.leftOut) {
+         size += 4 + what.size();
+      }
+   }
+   return size;
+}
+
+void encode(Out& out, SessionStatus const& status) {
+   out.writeU64(status.number);
+   out.writeU32(status.peer.pid);
+   out.writeU32(status.peer.uid);
+   out.writeU32(status.peer.gid);
+   out.writeString(status.peer.program);
+   bool const leftOut = status.stats.valuesLeftOut != 0;
+   out.writeU8(static_cast<U8>((status.asking ? askingFlag : 0) | (leftOut ? leftOutFlag : 0)));
+   out.writeU64(status.age);
+   out.writeU64(status.stats.messagesIn);
+   out.writeU64(status.stats.messagesOut);
+   out.writeU64(status.stats.bytesIn);
+   out.writeU64(status.stats.bytesOut);
+   out.writeU64(status.stats.changesDeferred);
+   out.writeU64(status.stats.changesCoalesced);
+   out.writeU64(status.dirtyEntities);
+   out.writeU64(status.dirtyAttributes);
+   out.writeU64(status.dirtyKeys);
+   out.writeU64(status.waiting);
+   out.writeU64(status.capacity);
+   out.writeU64(status.behind);
+   out.writeU32(static_cast<U32>(status.roots.size()));
+   for (ServedRoot const& served : status.roots) {
+      out.writeString(served.root.type);
+      out.writeString(served.root.name);
+      out.writeU8(static_cast<U8>(served.mode));
+      out.writebool(served.complete);
+   }
+   if (leftOut) {
+      out.writeU64(status.stats.valuesLeftOut);
+      out.writeU32(static_cast<U32>(status.leftOut.size()));
+      for (Sarn::String const& what : status.leftOut) {
+         out.writeString(what);
+      }
+   }
+}
+
+SessionStatus decodeSessionStatus(In& in) {
+   SessionStatus status;
+   status.number = in.nextU64();
+   status.peer.pid = in.nextU32();
+   status.peer.uid = in.nextU32();
+   status.peer.gid = in.nextU32();
+   status.peer.program = in.nextValidString(longestName);
+   U8 const flags = in.nextU8();
+   if (flags > (askingFlag | leftOutFlag)) {
+      in.fault("a session has the unknown flags " + std::to_string(flags), 1);
+   }
+   status.asking = (flags & askingFlag) != 0;
+   status.age = in.nextU64();
+   status.stats.messagesIn = in.nextU64();
+   status.stats.messagesOut = in.nextU64();
+   status.stats.bytesIn = in.nextU64();
+   status.stats.bytesOut = in.nextU64();
+   status.stats.changesDeferred = in.nextU64();
+   status.stats.changesCoalesced = in.nextU64();
+   status.dirtyEntities = in.nextU64();
+   status.dirtyAttributes = in.nextU64();
+   status.dirtyKeys = in.nextU64();
+   status.waiting = in.nextU64();
+   status.capacity = in.nextU64();
+   status.behind = in.nextU64();
+   for (U32 left = in.nextU32(); left != 0; --left) {
+      ServedRoot served;
+      served.root.type = in.nextValidString(longestName);
+      served.root.name = in.nextValidString(longestName);
+      U8 const mode = in.nextU8();
+      if (mode > static_cast<U8>(MountMode::owner)) {
+         in.fault("there is no mount mode " + std::to_string(mode), 1);
+      }
+      served.mode = static_cast<MountMode>(mode);
+      served.complete = in.nextbool();
+      status.roots.push_back(std::move(served));
+   }
+   if ((flags & leftOutFlag) != 0) {
+      status.stats.valuesLeftOut = in.nextU64();
+      for (U32 left = in.nextU32(); left != 0; --left) {
+         status.leftOut.emplace_back(in.nextValidString(longestName));
+      }
+   }
+   return status;
+}
+
+}  // namespace Kiv::NboAttrLog

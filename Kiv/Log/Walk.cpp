@@ -1,0 +1,382 @@
+#include "Kiv/Log/Walk.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include "Kiv/Log/RootWatcher.h"
+#include "Kiv/NboAttrLogSa.h"
+
+namespace Kiv::NboAttrLog {
+
+void Walk::fill() noexcept {
+   if (filling_) {
+      return;
+   }
+   filling_ = true;
+   closing_.orFail([this] { fillUp(); });
+   filling_ = false;
+}
+
+void Walk::fillUp() {
+   while (!closing_.closed()) {
+      auto& served = mounts_.served();
+      auto const isNew = [](Served const& s) { return !s.begun; };
+      if (!outbox_.writeParts()) {
+         break;
+      }
+      if (depth_ != 0) {
+         if (!run(*stack_[depth_ - 1])) {
+            break;
+         }
+      } else if (!endReplays()) {
+         break;
+      } else if (auto const next = std::find_if(served.begin(), served.end(), isNew);
+                 next != served.end()) {
+         if (!beginReplay(*next)) {
+            break;
+         }
+      } else if (!replies_.write()) {
+         break;
+      } else if (!backlog_.empty()) {
+         if (!encoder_.acknowledge() || !run(*backlog_.first())) {
+            break;
+         }
+      } else {
+         break;
+      }
+   }
+}
+
+/// False when the output is full.
+bool Walk::run(FlowOut& flow) {
+   std::size_t const depth = depth_;
+   bool const walking = depth != 0 && stack_[depth - 1].get() == &flow;
+   S32 rest = 0;
+   // What was removed from the tree while it was walked has nothing more to say.
+   if (Entity* const entity = handles_.find(flow.handle)) {
+      if (!walking && !encoder_.reach(*entity)) {
+         return false;
+      }
+      Sa adapter(session_, *entity);
+      rest = entity->kivType().entity->stream->handleAttrFlowOut(
+            adapter, flow.kivFlowOutBookmarkDeq(), flow);
+   }
+   assert(rest >= 0);
+   if (closing_.closed()) {
+      return false;
+   }
+   if (rest != 0) {
+      flow.kivFlowOutBookmarkEnq(static_cast<AttributeId>(rest));
+      return depth_ > depth;
+   }
+   if (walking) {
+      if (depth_ == depth) {
+         stack_[depth - 1]->freeResyncState();
+         --depth_;
+      }
+   } else if (!flow.dirty()) {  // a change may have come for an attribute before the bookmark
+      backlog_.remove(flow.handle);
+   }
+   return true;
+}
+
+bool Walk::beginReplay(Served& served) {
+   Entity& root = *served.root;
+   if (!outbox_.write(Opcode::replayBegin, 4, root.streamHandle(), 0,
+                      [&served](Out& out) { out.writeU32(served.id); })) {
+      return false;
+   }
+   served.begun = true;
+   names_.introducedIs(root.streamHandle(), true);
+   served.watcher->subscribe(teller_);
+   descendInto(root, false);
+   return true;
+}
+
+bool Walk::endReplays() {
+   for (Served& served : mounts_.served()) {
+      if (!served.begun) {
+         continue;
+      }
+      if (!served.walked) {
+         served.walked = true;
+         served.endAfter = backlog_.sequence();
+      }
+      if (!served.ended && backlog_.isToldUpTo(served.endAfter)) {
+         if (!outbox_.write(Opcode::replayEnd, 4, served.root->streamHandle(), 0,
+                            [&served](Out& out) { out.writeU32(served.id); })) {
+            return false;
+         }
+         served.ended = true;
+      }
+   }
+   return true;
+}
+
+bool Walk::descendInto(Entity& entity, bool fresh) {
+   if (!names_.introduced(entity.streamHandle())) {
+      return false;
+   }
+   if (depth_ == stack_.size()) {
+      stack_.push_back(std::make_unique<FlowOut>(entity, !fresh));
+   } else {
+      stack_[depth_]->reset(entity, !fresh);
+   }
+   FlowOut& flow = *stack_[depth_];
+   if (fresh) {
+      forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
+         bool const any =
+               (field.kind == MemberKind::child && field.ops->child->get(entity) != nullptr) ||
+               (field.kind == MemberKind::children && field.ops->collection->size(entity) != 0);
+         if (any && field.has(FieldDescriptor::streamed)) {
+            flow.kivIsDirtyIs(field.fieldId, true);
+            flow.wholeCollectionIs(field.fieldId, true);
+         }
+      });
+      if (!flow.dirty()) {
+         return false;
+      }
+   }
+   ++depth_;
+   return true;
+}
+
+void Walk::leave(Entity const& root) noexcept {
+   // A walk stays below one root; what was taken out of the tree it leaves by itself.
+   Entity const* const walked = depth_ != 0 ? handles_.find(stack_[0]->handle) : nullptr;
+   if (walked != nullptr && rootOf(*walked) == &root) {
+      while (depth_ != 0) {
+         stack_[--depth_]->freeResyncState();
+      }
+   }
+}
+
+void Walk::clear() noexcept {
+   depth_ = 0;
+   std::vector<std::unique_ptr<FlowOut>>().swap(stack_);  // `clear` would keep the memory
+}
+
+// One attribute.
+
+Walk::Write Walk::tell(FlowOut& flow, FieldDescriptor const& field) {
+   switch (field.kind) {
+      case MemberKind::single:
+         if (!encoder_.set(flow.entity(), field, flow.handle)) {
+            return Write::full;
+         }
+         flow.told(field.fieldId);
+         return Write::done;
+      case MemberKind::child:
+         return tellChild(flow, field);
+      case MemberKind::queue:
+         return tellQueue(flow, field);
+      case MemberKind::none:
+      case MemberKind::operation:
+         return Write::done;
+      default:
+         return flow.wholeCollection(field.fieldId) ? tellWhole(flow, field)
+                                                    : tellDirtyKeys(flow, field);
+   }
+}
+
+U16 Walk::tellFixedSizes(FlowOut& flow, TypeImpl const& type, U16 row) {
+   constexpr std::size_t largest = 8;
+   Entity const& entity = flow.entity();
+   U8* const begin =
+         outbox_.reserveRun(static_cast<std::size_t>(type.rowCount - row) * (headerSize + largest));
+   if (begin == nullptr || outbox_.longestBody() < largest) {
+      return row;
+   }
+   U8* at = begin;
+   U32 count = 0;
+   for (; row != type.rowCount; ++row) {
+      FieldDescriptor const& field = type.rows[row];
+      std::size_t const size = field.kind == MemberKind::single ? field.ops->fixedSize : 0;
+      if (size == 0 || !field.has(FieldDescriptor::streamed) || !flow.kivIsDirty(field.fieldId)) {
+         break;
+      }
+      assert(size <= largest);
+      Out out(at, headerSize + size);
+      writeHeader(out, {Opcode::set, static_cast<U32>(size), flow.handle, field.fieldId});
+      field.ops->encode(entity, out);
+      at += headerSize + size;
+      ++count;
+      flow.told(field.fieldId);
+   }
+   outbox_.commitRun(static_cast<std::size_t>(at - begin), count);
+   return row;
+}
+
+Walk::Write Walk::tellChild(FlowOut& flow, FieldDescriptor const& field) {
+   Entity* const child = presentChild(flow.entity(), field, nullptr);
+   bool const told = child != nullptr && names_.peerHas(*child);
+   // A whole replay says that there is none, too: the mirror may hold one from before.
+   if ((child == nullptr || flow.erased(field.fieldId)) && !told) {
+      if (!encoder_.erase(flow.entity(), field, nullptr)) {
+         return Write::full;
+      }
+      flow.erasedIs(field.fieldId, false);
+   }
+   bool descend = false;
+   if (child != nullptr && !told) {
+      if (!encoder_.create(flow.entity(), field, *child)) {
+         return Write::full;
+      }
+      descend = descendInto(*child, false);
+   }
+   flow.told(field.fieldId);
+   return descend ? Write::descend : Write::done;
+}
+
+Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
+   Entity& entity = flow.entity();
+   CollectionIterator* at = flow.resyncIterator();
+   if (at == nullptr && field.ops->collection->size(entity) == 0) {
+      if (!outbox_.writeEmpty(Opcode::erase, flow.handle, field.fieldId)) {
+         return Write::full;
+      }
+      flow.wholeIsTold(field.fieldId);
+      return Write::done;
+   }
+   if (at == nullptr) {
+      if (!outbox_.writeEmpty(Opcode::collectionBegin, flow.handle, field.fieldId)) {
+         return Write::full;
+      }
+      at = flow.resyncIteratorIs(field);
+   }
+   // Where the keys were too many to remember, nobody knows whose former child the peer still has.
+   FlowOut const* const own = backlog_.find(entity);
+   bool const eraseFirst = own != nullptr && own->wholeCollection(field.fieldId);
+   while (at->valid()) {
+      if (field.kind != MemberKind::children) {
+         if (!encoder_.element(entity, field, at->key(), at->value())) {
+            return Write::full;
+         }
+         at->next();
+         continue;
+      }
+      Entity& child = *at->child();
+      if (backlog_.hasKey(entity, field, at->key())) {
+         at->next();
+         continue;  // erased and made since the replay began: both are told later
+      }
+      // What the peer has, too: it must not take it for gone at the collection's end.
+      bool const had = names_.peerHas(child);
+      // A key that travels in parts would be erased again and again: nothing fits behind it. There
+      // the replay runs into what the peer has.
+      bool const erases = eraseFirst && !had &&
+                          field.ops->collection->keySize(at->key()) <= outbox_.longestBody();
+      if (erases && !encoder_.erase(entity, field, at->key())) {
+         return Write::full;
+      }
+      if (!encoder_.create(entity, field, child)) {
+         return Write::full;
+      }
+      at->next();
+      if (!had && descendInto(child, false)) {
+         return Write::descend;
+      }
+   }
+   if (!outbox_.writeEmpty(Opcode::collectionEnd, flow.handle, field.fieldId)) {
+      return Write::full;
+   }
+   flow.freeResyncState();
+   flow.wholeIsTold(field.fieldId);
+   return Write::done;
+}
+
+Walk::Write Walk::tellDirtyKeys(FlowOut& flow, FieldDescriptor const& field) {
+   struct Context {
+      Walk& walk;
+      FlowOut& flow;
+      FieldDescriptor const& field;
+   } context{*this, flow, field};
+   DirtyKeys* const keys = flow.dirtyKeys(field, true);
+   std::size_t const depth = depth_;
+   bool const all = keys->flush(&context, [](void* c, void const* key, bool erased) {
+      auto& [walk, flowOut, collection] = *static_cast<Context*>(c);
+      return walk.tellDirtyKey(flowOut, collection, key, erased);
+   });
+   if (all) {
+      flow.told(field.fieldId);
+   }
+   if (depth_ > depth) {
+      return Write::descend;
+   }
+   return all ? Write::done : Write::full;
+}
+
+DirtyKeyResult Walk::tellDirtyKey(FlowOut& flow, FieldDescriptor const& field, void const* key,
+                                  bool erased) {
+   Entity& entity = flow.entity();
+   bool const children = field.kind == MemberKind::children;
+   void const* const value = field.ops->collection->find(entity, key);
+   Entity* const child = children ? presentChild(entity, field, key) : nullptr;
+   if (child != nullptr && names_.peerHas(*child)) {
+      return DirtyKeyResult::written;
+   }
+   bool const erases = value == nullptr || erased;
+   if (erases && !encoder_.erase(entity, field, key)) {
+      return DirtyKeyResult::full;
+   }
+   if (value == nullptr) {
+      return DirtyKeyResult::written;
+   }
+   if (!(children ? encoder_.create(entity, field, *child)
+                  : encoder_.element(entity, field, key, value))) {
+      return erases ? DirtyKeyResult::erased : DirtyKeyResult::full;
+   }
+   return children && descendInto(*child, false) ? DirtyKeyResult::writtenAndStop
+                                                 : DirtyKeyResult::written;
+}
+
+Walk::Write Walk::tellQueue(FlowOut& flow, FieldDescriptor const& field) {
+   Entity& entity = flow.entity();
+   QueueOps const& queue = *field.ops->queue;
+   U32 const front = queue.frontSequence(entity);
+   U32 const next = queue.nextSequence(entity);
+   FlowOut* const own = backlog_.find(entity);
+   if (flow.wholeCollection(field.fieldId) && own == &flow && !mounts_.serves(entity)) {
+      // The peer serves it: it is asked to replay the queue.
+      if (!outbox_.writeEmpty(Opcode::collectionEnd, flow.handle, field.fieldId)) {
+         return Write::full;
+      }
+      flow.wholeCollectionIs(field.fieldId, false);
+      flow.toldSequence(field.fieldId, next) = next;
+      flow.kivIsDirtyIs(field.fieldId, false);
+      return Write::done;
+   }
+   U32& told = flow.toldSequence(field.fieldId, front);
+   // Numbered anew since: what was told before is another queue's.
+   bool const anew = static_cast<S32>(next - told) < 0 ||
+                     (own != nullptr && own->wholeCollection(field.fieldId));
+   bool const whole = anew || flow.wholeCollection(field.fieldId);
+   if (!encoder_.front(entity, field, front, whole)) {
+      return Write::full;
+   }
+   flow.wholeCollectionIs(field.fieldId, false);
+   if (own != nullptr) {
+      own->wholeCollectionIs(field.fieldId, false);
+   }
+   if (whole || static_cast<S32>(told - front) < 0) {
+      told = front;
+   }
+   for (; static_cast<S32>(next - told) > 0; ++told) {
+      void const* const value = queue.at(entity, told);
+      if (value == nullptr) {
+         continue;
+      }
+      if (!encoder_.enqueue(entity, field, told, value)) {
+         return Write::full;
+      }
+   }
+   flow.told(field.fieldId);
+   // An element must not be told twice: what changed during a whole replay has been told by it.
+   if (own != nullptr && own != &flow) {
+      own->toldSequence(field.fieldId, next) = next;
+      own->kivIsDirtyIs(field.fieldId, false);
+   }
+   return Write::done;
+}
+
+}  // namespace Kiv::NboAttrLog
