@@ -38,7 +38,7 @@ protected:
          change(2 + i);
          deliver();
       }
-      long const count = CountedNew::CountedNew::allocations() - before;
+      long const count = CountedNew::allocations() - before;
       expectEqual();
       return count;
    }

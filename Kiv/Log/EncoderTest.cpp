@@ -8,7 +8,7 @@ Limits small() {
    Limits limits;
    limits.longestMessage = 64;
    limits.longestValue = 100;
-   limits.entities = 2;
+   limits.entities = 3;
    return limits;
 }
 
@@ -45,9 +45,9 @@ TEST_F(EncoderTest, WritesOneChangeACall) {
 TEST_F(EncoderTest, AChildIsNumberedAndIntroduced) {
    auto const core = root->coreIs();
    EXPECT_TRUE(encoder.create(*root, field("core"), *core));
-   EXPECT_EQ(core->streamHandle(), 0x01000001u);
+   EXPECT_EQ(core->streamHandle(), 0x01000002u);
    EXPECT_TRUE(names.introduced(core->streamHandle()));
-   EXPECT_EQ(sent(), begins("create", "core") + " 01000001");
+   EXPECT_EQ(sent(), begins("create", "core") + " 01000002");
 }
 
 TEST_F(EncoderTest, AChildWithoutANumberEndsTheSession) {
@@ -55,7 +55,7 @@ TEST_F(EncoderTest, AChildWithoutANumberEndsTheSession) {
    root->leafIs(2, true, KivTest::Opaque(1));
    EXPECT_TRUE(encoder.create(*root, field("leaf"), *root->leaf(1)));
    EXPECT_FALSE(encoder.create(*root, field("leaf"), *root->leaf(2)));
-   EXPECT_EQ(closing.reason(), "more than 2 entities cannot be streamed");
+   EXPECT_EQ(closing.reason(), "more than 3 entities cannot be streamed");
 }
 
 TEST_F(EncoderTest, AValueThatIsTooLongIsLeftOutAndAnElementErased) {
@@ -89,9 +89,9 @@ TEST_F(EncoderTest, AWriterSaysWhatItHasSeenBeforeItsNextChange) {
 TEST_F(EncoderTest, WhatThePeerIntroducedIsBoundToOurHandle) {
    names.introducedIs(root->streamHandle(), false);
    EXPECT_FALSE(encoder.reach(*root)) << "nobody has introduced it";
-   names.map(0x01000007, root.get(), true);
+   names.map(0x01000001, root.get(), true);
    EXPECT_TRUE(encoder.reach(*root));
-   EXPECT_EQ(sent(), "bind 01000000.0 01000007");
+   EXPECT_EQ(sent(), "bind 01000000.0 01000001");
    EXPECT_TRUE(encoder.reach(*root));
    EXPECT_EQ(sent(), "");
 }

@@ -1,6 +1,7 @@
 #include "Kiv/Log/Names.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "Kiv/Log/Mounts.h"
@@ -38,6 +39,7 @@ void Names::checkHandle(U32 handle, In const& in) const {
 
 void Names::map(U32 handle, Entity* entity, bool writable) {
    U32 const at = HandleTable::index(handle);
+   assert(at < limit_);
    if (at >= theirs_.size()) {
       std::size_t const wanted = std::max<std::size_t>(at + 1, theirs_.size() * 2);
       theirs_.resize(std::min<std::size_t>(wanted, limit_));

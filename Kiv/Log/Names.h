@@ -35,7 +35,7 @@ public:
    };
 
    /// `limit`: entities that the peer may introduce.
-   Names(U32 limit, Mounts const& mounts, OpenCollections& open) noexcept
+   Names(U32 limit, Mounts const& mounts, OpenCollections& open)
          : limit_(limit), mounts_(mounts), open_(open) {}
 
    /// Whether the peer knows the entity by this handle of ours.
@@ -67,7 +67,8 @@ public:
    }
    /// Faults if the peer must not introduce an entity by this handle.
    void checkHandle(U32 handle, In const& in) const;
-   /// The peer calls `entity` by this handle from now on; null if it is gone already.
+   /// The peer calls `entity` by this handle from now on; null if it is gone already. REQUIRES: a
+   /// handle that `checkHandle` takes.
    void map(U32 handle, Entity* entity, bool writable);
 
    /// The peer has a handle for the child that is being made.

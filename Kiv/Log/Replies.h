@@ -17,7 +17,7 @@ namespace Kiv::NboAttrLog {
 class Replies {
 public:
    Replies(Session const& session, Hub& hub, Outbox& outbox, Backlog const& backlog,
-           Mounts const& mounts) noexcept
+           Mounts const& mounts)
          : session_(session), hub_(hub), outbox_(outbox), backlog_(backlog), mounts_(mounts) {}
 
    /// `token`: of a `sync` or `synced`, or the number of a mount. `text`: why a mount is refused.

@@ -15,7 +15,7 @@ bool isReplaced(Entity const& owner, FieldDescriptor const& field, Entity const&
 
 Teller::Teller(Session& session, Hub& hub, Limits const& limits, ByteBudget& budget,
                Clock const& clock, Handles& handles, Closing& closing, Mounts& mounts,
-               OpenCollections& open) noexcept
+               OpenCollections& open)
       : closing_(closing),
         mounts_(mounts),
         open_(open),

@@ -18,7 +18,7 @@ namespace Kiv::NboAttrLog {
 class Teller {
 public:
    Teller(Session& session, Hub& hub, Limits const& limits, ByteBudget& budget, Clock const& clock,
-          Handles& handles, Closing& closing, Mounts& mounts, OpenCollections& open) noexcept;
+          Handles& handles, Closing& closing, Mounts& mounts, OpenCollections& open);
 
    /// Whether every change so far has been written into the output.
    bool upToDate() const noexcept { return walk_.idle() && backlog_.empty() && !outbox_.inParts(); }

@@ -63,6 +63,25 @@ protected:
    U32 handle = 0;
 };
 
+/// Hands bytes to a session from inside a change that the session applies.
+struct Feeder final : Kiv::Observer {
+   explicit Feeder(StreamTesting::End& where) : end(where) {}
+   void onChange(Kiv::Change const&) override { end.receive({}); }
+
+   StreamTesting::End& end;
+};
+
+using StreamThrowDeathTest = StreamThrow;
+
+TEST_F(StreamThrowDeathTest, ReceivingInsideWhatIsReceivedIsAProgrammingError) {
+   Feeder feeder(mirror);
+   copy->observerAdd(feeder);
+   EXPECT_DEATH(mirror.receive(make(Opcode::set, "u8", {7})), "!taking_");
+   copy->observerDel(feeder);
+   mirror.receive(make(Opcode::set, "u8", {7}));
+   EXPECT_EQ(copy->u8(), 7);
+}
+
 TEST_F(StreamThrow, AnObserversExceptionComesOutAndTheNextCallAppliesTheRest) {
    Bytes const both = concat(make(Opcode::set, "u8", {7}), make(Opcode::set, "s8", {1}));
    {
