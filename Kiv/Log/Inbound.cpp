@@ -81,14 +81,13 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
    while (size - consumed_ >= headerSize && !closing_.closed()) {
       Header const header = readHeader(bytes + consumed_);
       if (!greeted_ && header.opcode != Opcode::hello) [[unlikely]] {
-         control_.onFault("the peer does not begin with the attribute log's greeting");
+         failFor("the peer does not begin with the attribute log's greeting");
          return;
       }
       if (header.bodySize > shortMessage_ && header.bodySize > control_.longestMessage())
             [[unlikely]] {
-         control_.onFault(describe(header) + ": a message of " + std::to_string(header.bodySize) +
-                          " bytes exceeds the bound of " +
-                          std::to_string(control_.longestMessage()));
+         failFor(describe(header) + ": a message of " + std::to_string(header.bodySize) +
+                 " bytes exceeds the bound of " + std::to_string(control_.longestMessage()));
          return;
       }
       std::size_t const total = headerSize + header.bodySize;
@@ -103,13 +102,47 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
    }
 }
 
+/// By far the most: a value for an entity that no watcher here watches, or that nothing is left of
+/// a collection that is empty. False, and nothing is done, for everything else.
+[[gnu::always_inline]] inline bool Inbound::applyAtOnce(Header const& header, In& in) {
+   bool const isSet = header.opcode == Opcode::set;
+   if (!isSet && header.opcode != Opcode::erase) {
+      return false;
+   }
+   Names::Theirs const* const target = names_.theirs(header.handle);
+   if (target == nullptr) {
+      return false;
+   }
+   Entity* const entity = target->entity.get();
+   if (entity == nullptr || !target->writable || entity->streamHandle() != 0) {
+      return false;
+   }
+   FieldDescriptor const* const field = entity->kivType().field(header.attribute);
+   if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
+      return false;
+   }
+   if (isSet) {
+      if (field->kind != MemberKind::single || field->ops->apply == nullptr) {
+         return false;
+      }
+      ++teller_.crossing().received;
+      field->ops->apply(*entity, in);
+      return true;
+   }
+   CollectionOps const* const collection = field->ops->collection;
+   if (header.bodySize != 0 || collection == nullptr || collection->size(*entity) != 0) {
+      return false;
+   }
+   ++teller_.crossing().received;
+   return true;
+}
+
 /// A message that cannot be applied for want of memory must not count as applied. Decoding and
 /// checks come before anything is published: what else is thrown later is thrown by an observer or
 /// a listener, of which the peer knows nothing.
 void Inbound::parseOne(Header const& header, In& in) {
    listenerThrew_ = false;
    U32 const observersThrew = Sarn::Publisher::observersThrew();
-   Sarn::String fault;
    try {
       if (header.opcode == Opcode::part || parts_.any()) [[unlikely]] {
          applyPart(header, in);
@@ -122,14 +155,19 @@ void Inbound::parseOne(Header const& header, In& in) {
          interrupted_ = true;
          throw;
       }
-      fault = faultText(header, error.what());
+      closing_.fail(faultText(header, error.what()));
    } catch (std::bad_alloc const&) {
-      fault = outOfMemory();
+      closing_.fail(outOfMemory());
    } catch (...) {
       interrupted_ = true;
       throw;
    }
-   control_.onFault(std::move(fault));
+   control_.onFailed();
+}
+
+void Inbound::failFor(Sarn::String reason) {
+   closing_.fail(std::move(reason));
+   control_.onFailed();
 }
 
 Sarn::String Inbound::faultText(Header const& header, char const* fault) const noexcept {
@@ -232,7 +270,7 @@ void Inbound::boundKept(U64 before) {
                std::to_string(budget_.held) + " bytes of " + std::to_string(budget_.bound);
    } catch (std::bad_alloc const&) {  // the reason is that
    }
-   control_.onFault(std::move(reason));
+   failFor(std::move(reason));
 }
 
 }  // namespace Kiv::NboAttrLog

@@ -30,8 +30,8 @@ public:
    public:
       /// Applies the message. Throws `FaultException`, or what the listener throws.
       virtual void onControl(Header const& header, In& in) = 0;
-      /// Closes the session for a fault, and tells who is to hear of that.
-      virtual void onFault(Sarn::String reason) = 0;
+      /// The session was closed for a fault: tells who is to hear of that.
+      virtual void onFailed() = 0;
       /// The longest body of a message that the peer has a reason to send, in one piece and in
       /// parts.
       virtual std::size_t longestMessage() const noexcept = 0;
@@ -97,6 +97,7 @@ private:
                                     In& in, Impl::FirstException& thrown);
    static void applyEnqueue(Entity& entity, QueueOps const& queue, U32 sequence, In& in,
                             Impl::FirstException& thrown);
+   void failFor(Sarn::String reason);
    Sarn::String describe(Header const& header) const;
    Sarn::String faultText(Header const& header, char const* fault) const noexcept;
 

@@ -6,41 +6,6 @@
 
 namespace Kiv::NboAttrLog {
 
-/// By far the most: a value for an entity that no watcher here watches, or that nothing is left of
-/// a collection that is empty. False, and nothing is done, for everything else.
-bool Inbound::applyAtOnce(Header const& header, In& in) {
-   bool const isSet = header.opcode == Opcode::set;
-   if (!isSet && header.opcode != Opcode::erase) {
-      return false;
-   }
-   Names::Theirs const* const target = names_.theirs(header.handle);
-   if (target == nullptr) {
-      return false;
-   }
-   Entity* const entity = target->entity.get();
-   if (entity == nullptr || !target->writable || entity->streamHandle() != 0) {
-      return false;
-   }
-   FieldDescriptor const* const field = entity->kivType().field(header.attribute);
-   if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
-      return false;
-   }
-   if (isSet) {
-      if (field->kind != MemberKind::single || field->ops->apply == nullptr) {
-         return false;
-      }
-      ++teller_.crossing().received;
-      field->ops->apply(*entity, in);
-      return true;
-   }
-   CollectionOps const* const collection = field->ops->collection;
-   if (header.bodySize != 0 || collection == nullptr || collection->size(*entity) != 0) {
-      return false;
-   }
-   ++teller_.crossing().received;
-   return true;
-}
-
 void Inbound::applyChange(Header const& header, In& in) {
    Names::Theirs* const target = names_.theirs(header.handle);
    if (target == nullptr) [[unlikely]] {

@@ -256,9 +256,10 @@ void Session::Impl::expire(U64 now) {
    Limits const& limits = hub_.limits();
    U64 const half = inbound_.halfSince();
    if (half != 0 && now - half >= limits.halfMessage) {
-      onFault("the peer has left a message unfinished for " +
-              std::to_string((now - half) / 1'000'000) + " ms, after " +
-              std::to_string(inbound_.keptBytes()) + " bytes");
+      closing_.fail("the peer has left a message unfinished for " +
+                    std::to_string((now - half) / 1'000'000) + " ms, after " +
+                    std::to_string(inbound_.keptBytes()) + " bytes");
+      onFailed();
    }
    Outbox& outbox = teller_.outbox();
    if (told_ && closedAt_ != 0 && now - closedAt_ >= limits.halfMessage) {

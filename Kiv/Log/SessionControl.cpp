@@ -10,8 +10,7 @@
 
 namespace Kiv::NboAttrLog {
 
-void Session::Impl::onFault(Sarn::String reason) {
-   closing_.fail(std::move(reason));
+void Session::Impl::onFailed() {
    close(closing_.reason(), true);
 }
 

@@ -68,7 +68,7 @@ private:
 
    // Messages that are no changes: SessionControl.cpp
    void onControl(Header const& header, In& in) override;
-   void onFault(Sarn::String reason) override;
+   void onFailed() override;
    std::size_t longestMessage() const noexcept override;
    std::size_t longestInParts(Opcode opcode) const noexcept override;
    void applyHello(In& in);
