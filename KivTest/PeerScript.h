@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Kiv/Log/Wire.h"
 #include "Kiv/NboAttrLogSession.h"
 #include "KivTest/TestTypes.h"
 

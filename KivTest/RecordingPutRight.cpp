@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Kiv/NboAttrLogRecording.h"
+#include "Kiv/Record/Recording.h"
 
 namespace KivTest {
 

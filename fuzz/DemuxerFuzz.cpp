@@ -1,7 +1,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Kiv/Log/Wire.h"
 #include "Kiv/Map/Hash.h"
 #include "KivTest/PeerScript.h"
 

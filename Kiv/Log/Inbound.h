@@ -13,8 +13,8 @@ namespace Kiv::NboAttrLog {
 /// that are changes through the entities' setters. What is no change is for the session.
 ///
 ///     bytes ----> header ---- greeted? short enough? ----> whole? ----> part? ----> apply
-///        ^                         | no: a fault              | no                    |
-///        '---- kept for the next call <---------------------'      a change: setter, else: Control
+///       ^                        | no: a fault               | no                     |
+///       '---- kept for the next call <-----------------------'          setter, or Control
 ///
 /// The first message that breaks a rule closes the session, and nothing of it is applied. What an
 /// observer throws comes out of `take`, which goes on behind that message with the next call.
