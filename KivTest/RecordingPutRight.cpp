@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Kiv/NboAttrLog.h"
 #include "Kiv/Record/Recording.h"
 
 namespace KivTest {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "Kiv/Log/Wire.h"
 #include "Kiv/NboAttrLogConnection.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 #include "bench/Baseline.h"
