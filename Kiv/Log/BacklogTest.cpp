@@ -117,7 +117,7 @@ TEST_F(BacklogTest, AQueueKeepsTheFirstNumberThatThePeerMisses) {
    serve();
    root->samplesEnq(1);
    root->samplesEnq(2);
-   for (U32 const sequence : {2, 1}) {
+   for (U32 const sequence : {2u, 1u}) {
       backlog.mark(*root, field("samples"), &sequence, false);
    }
    EXPECT_EQ(backlog.first()->toldSequence(field("samples").fieldId, 99), 1u);

@@ -13,7 +13,7 @@ using Kiv::NboAttrLog::OpenCollections;
 class OpenCollectionsTest : public testing::Test {
 protected:
    OpenCollectionsTest() {
-      for (U32 const key : {1, 2, 3}) {
+      for (U32 const key : {1u, 2u, 3u}) {
          root->byNumberIs(key, "x");
       }
    }
