@@ -207,10 +207,14 @@ void TypeImpl::genericIfStrepToValue(void* dst, CharRange& text) const {
    values->genericIfStrepToValue(dst, text);
 }
 
+void AnyValue::read(void const* object, FieldDescriptor const& field) {
+   field.ops->read(object, room());
+   constructed();
+}
+
 Sarn::String attributeText(Entity const& entity, FieldDescriptor const& field) {
    AnyValue value(*field.type);
-   field.ops->read(&entity, value.room());
-   value.constructed();
+   value.read(&entity, field);
    return field.type->genericIfStrRep(value.get());
 }
 

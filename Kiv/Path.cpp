@@ -20,15 +20,12 @@ void appendStep(Sarn::String& path, FieldDescriptor const& field, void const* ke
 
 /// Looks a child up by its own key. Returns false if it cannot be found in that way.
 bool appendByKey(Sarn::String& path, Entity const& parent, Entity const& child) {
-   // A child's key is the first argument of its constructor.
-   TypeImpl const& type = child.kivType();
-   if (type.ctorArgs.empty() || type.ctorArgs.front() == nameFieldId) {
+   FieldDescriptor const* const held = child.kivType().key();
+   if (held == nullptr) {
       return false;
    }
-   FieldDescriptor const* const held = type.field(type.ctorArgs.front());
    AnyValue key(*held->type);
-   held->ops->read(&child, key.room());
-   key.constructed();
+   key.read(&child, *held);
    bool found = false;
    forEachField(parent.kivType(), [&](FieldDescriptor const& field) {
       if (!found && field.kind == MemberKind::children &&

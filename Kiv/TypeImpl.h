@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "Kiv/Exception.h"
-#include "Kiv/ValueRef.h"
+#include "Kiv/FieldDescriptor.h"
 #include "Sarn/Ptr.h"
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
@@ -16,7 +16,6 @@ class AllocTrackTypeInfo;
 class CharRange;
 class Entity;
 class TypeImpl;
-struct AttrOps;
 struct KivModule;
 namespace NboAttrLog {
 class FlowOut;
@@ -25,44 +24,27 @@ class Out;
 class Sa;
 }  // namespace NboAttrLog
 
-enum class TypeKind : U8 { scalar, enumeration, value, entity };
-
-/// What a member of an entity or value type is.
-enum class MemberKind : U8 {
-   none,       ///< an id that nobody has: reserved, or the first of a queue's two
-   single,     ///< a value: attribute, field, key, constant, derived member
-   child,      ///< a singleton child entity
-   children,   ///< an instantiating collection of child entities
-   map,        ///< a hash map of values
-   ordered,    ///< an ordered map of values
-   queue,      ///< a sequence-numbered queue
-   operation,  ///< a hand-written operation
-};
-
-/// One member as the generic interface and the stream see it: a row of its type's table, found by
-/// `id - firstId`. Rows are constant data.
-struct FieldDescriptor {
-   enum Flag : U16 {
-      streamed = 1,    ///< travels in the attribute log
-      constant = 4,    ///< set at construction for good, or a constant of the type
-      named = 8,       ///< a singleton child that is made with a name
-      keyInside = 16,  ///< the map's key is a field of its value
-      instantiation1 = 32,
-      instantiation2 = 64,
-      instantiation3 = 128,
-   };
-
-   AttributeId fieldId = 0;
-   U16 kindWord = 0;
-   U16 flags = 0;
-   MemberKind kind = MemberKind::none;
-   char const* name = nullptr;
-   /// Of the value, the element or the child entity; of an optional member its `Kiv::Optional`.
-   TypeImpl const* type = nullptr;
-   TypeImpl const* keyType = nullptr;
-   AttrOps const* ops = nullptr;
-
-   bool has(Flag flag) const noexcept { return (flags & flag) != 0; }
+/// What an object of a type is made of. `Kiv/Visit.h` hands a value out by its kind.
+enum class TypeKind : U8 {
+   /// A `bool`.
+   boolean,
+   /// A `U8` to `U64`, by the type's size.
+   unsignedNumber,
+   /// An `S8` to `S64`, by the type's size.
+   signedNumber,
+   /// A `float` or a `double`, by the type's size.
+   floating,
+   /// A `Sarn::String`.
+   string,
+   /// One byte; `Kiv/Visit.h` tells its names.
+   enumeration,
+   /// A `Kiv::Optional`; `TypeImpl::optional` says of what.
+   optional,
+   /// A value with fields, which are the type's rows.
+   value,
+   /// A value without fields, known by its text alone: an address, the name of an interface.
+   opaque,
+   entity,
 };
 
 /// The fixed field id of a root entity's name in the generic interface.
@@ -94,6 +76,16 @@ struct ValueSupport {
    void (*encode)(NboAttrLog::Out& out, void const* value);
    void (*decode)(void* dst, NboAttrLog::In& in);
    void (*constructFromCtorArgs)(void* dst, CtorArgs args);
+};
+
+/// What can be done with a `Kiv::Optional` of a type known at run time only.
+struct OptionalSupport {
+   /// The type of what it holds.
+   TypeImpl const* inner;
+   /// The address of what it holds, or null.
+   void const* (*held)(void const* optional);
+   /// Builds one in raw storage that holds a copy of `inner`, or nothing where that is null.
+   void (*construct)(void* dst, void const* inner);
 };
 
 /// The position of `genericIfIterator`.
@@ -139,26 +131,28 @@ public:
    TypeKind kind;
    U16 alignment;
    U32 size;
-   /// Null for an entity, or for an enumeration's names.
-   ValueFunctions const* values;
-   ValueSupport const* support;
+   /// Null for an entity.
+   ValueFunctions const* values = nullptr;
+   ValueSupport const* support = nullptr;
+   /// Null but for an optional.
+   OptionalSupport const* optional = nullptr;
    /// Null but for an entity.
-   EntityFunctions const* entity;
+   EntityFunctions const* entity = nullptr;
    /// The type that an entity type is derived from, or null.
-   TypeImpl const* base;
+   TypeImpl const* base = nullptr;
    /// Own members: `rows[id - firstId]`.
-   FieldDescriptor const* rows;
-   AttributeId firstId;
-   U16 rowCount;
+   FieldDescriptor const* rows = nullptr;
+   AttributeId firstId = 0;
+   U16 rowCount = 0;
    /// The module that defines it (null for a built-in type) and its place in the type records.
-   KivModule const* module;
-   U16 index;
+   KivModule const* module = nullptr;
+   U16 index = 0;
    /// Whether an entity of this type is made with a name (a root or a named child).
-   bool named;
-   AllocTrackTypeInfo* tracker;
+   bool named = false;
+   AllocTrackTypeInfo* tracker = nullptr;
    /// Of an entity type: the members whose first values are the constructor's arguments, in its
    /// order. `nameFieldId` stands for the name. A derived type may fix some of its base's.
-   std::span<AttributeId const> ctorArgs;
+   std::span<AttributeId const> ctorArgs = {};
 
    /// The member with this id, own or inherited; null if there is none. O(depth of derivation).
    FieldDescriptor const* field(AttributeId id) const noexcept {
@@ -170,6 +164,13 @@ public:
    }
    /// The member with this name, or null; linear.
    FieldDescriptor const* field(std::string_view name) const noexcept;
+   /// Of an entity type: the member that is its key, or null.
+   FieldDescriptor const* key() const noexcept {
+      if (base != nullptr) {
+         return base->key();
+      }
+      return rowCount != 0 && rows[0].has(FieldDescriptor::key) ? &rows[0] : nullptr;
+   }
    /// Whether this is `other` or derived from it.
    bool isA(TypeImpl const& other) const noexcept;
    /// Whether the member's first value is an argument of this type's constructor.
@@ -199,8 +200,21 @@ public:
    }
 };
 
+inline ValueRef FieldDescriptor::least() const noexcept {
+   return bounds != nullptr ? ValueRef(*type, bounds) : ValueRef();
+}
+
+inline ValueRef FieldDescriptor::greatest() const noexcept {
+   return bounds != nullptr ? ValueRef(*type, static_cast<char const*>(bounds) + type->size)
+                            : ValueRef();
+}
+
+inline FieldDescriptor const* FieldDescriptor::keyField() const noexcept {
+   return has(keyInside) ? type->rows : nullptr;
+}
+
 /// Calls `visit(row)` for every member whose first value is a constructor argument, in the order of
-/// the arguments; the name is none.
+/// the arguments. The name is no member.
 template <class Visit>
 void forEachCtorArg(TypeImpl const& type, Visit&& visit) {
    for (AttributeId const id : type.ctorArgs) {
@@ -208,6 +222,16 @@ void forEachCtorArg(TypeImpl const& type, Visit&& visit) {
          visit(*type.field(id));
       }
    }
+}
+
+/// The same without the key: what the creation of a child takes besides its key or name.
+template <class Visit>
+void forEachGivenMember(TypeImpl const& type, Visit&& visit) {
+   forEachCtorArg(type, [&](FieldDescriptor const& field) {
+      if (!field.has(FieldDescriptor::key)) {
+         visit(field);
+      }
+   });
 }
 
 /// Calls `visit(row)` for every member, inherited ones first, in id order.

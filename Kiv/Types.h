@@ -3,7 +3,7 @@
 #include <array>
 #include <memory>
 
-#include "Kiv/TypeImpl.h"
+#include "Kiv/AnyValue.h"
 #include "Kiv/ValueOps.h"
 
 /// `Kiv::typeOf<T>()`: the type data of any type that a member can have. Generated types bring
@@ -143,32 +143,53 @@ template <class T, auto ConstructFromCtorArgs = &constructFromOne<T>>
       &encodeOf<T>,         &decodeOf<T>, ConstructFromCtorArgs};
 
 template <class T>
-constexpr TypeImpl plainType(char const* name, TypeKind kind) {
-   return {name,
-           kind,
-           alignof(T),
-           sizeof(T),
-           &valueFunctions<T>,
-           &valueSupport<T>,
-           nullptr,
-           nullptr,
-           nullptr,
-           0,
-           0,
-           nullptr,
-           0,
-           false,
-           nullptr,
-           {}};
+void const* heldBy(void const* optional) {
+   auto const& v = *static_cast<std::optional<T> const*>(optional);
+   return v ? &*v : nullptr;
+}
+template <class T>
+void constructOptional(void* dst, void const* inner) {
+   auto* const made = std::construct_at(static_cast<std::optional<T>*>(dst));
+   if (inner != nullptr) {
+      made->emplace(*static_cast<T const*>(inner));
+   }
+}
+template <class T>
+[[gnu::visibility("hidden")]] inline constexpr OptionalSupport optionalSupport{
+      &typeOf<T>(), &heldBy<T>, &constructOptional<T>};
+
+/// The kind of a type that has no type data of its own.
+template <class T>
+constexpr TypeKind kindOf() {
+   if constexpr (std::is_same_v<T, bool>) {
+      return TypeKind::boolean;
+   } else if constexpr (std::is_integral_v<T>) {
+      return std::is_signed_v<T> ? TypeKind::signedNumber : TypeKind::unsignedNumber;
+   } else if constexpr (std::is_floating_point_v<T>) {
+      return TypeKind::floating;
+   } else if constexpr (std::is_same_v<T, Sarn::String>) {
+      return TypeKind::string;
+   } else {
+      return TypeKind::opaque;
+   }
 }
 
 template <class T>
-inline constexpr TypeImpl builtinType = plainType<T>(
-      typeName<T>().data(),
-      std::is_class_v<T> && !std::is_same_v<T, Sarn::String> ? TypeKind::value : TypeKind::scalar);
+constexpr TypeImpl plainType(char const* name, TypeKind kind) {
+   TypeImpl type{name, kind, alignof(T), sizeof(T)};
+   type.values = &valueFunctions<T>;
+   type.support = &valueSupport<T>;
+   return type;
+}
+
 template <class T>
-inline constexpr TypeImpl builtinType<std::optional<T>> =
-      plainType<std::optional<T>>(optionalName<T>.data(), TypeKind::scalar);
+inline constexpr TypeImpl builtinType = plainType<T>(typeName<T>().data(), kindOf<T>());
+template <class T>
+inline constexpr TypeImpl builtinType<std::optional<T>> = [] {
+   TypeImpl type = plainType<std::optional<T>>(optionalName<T>.data(), TypeKind::optional);
+   type.optional = &optionalSupport<T>;
+   return type;
+}();
 
 }  // namespace Impl
 
@@ -183,46 +204,5 @@ constexpr TypeImpl const& typeOf() noexcept {
       return Impl::builtinType<T>;
    }
 }
-
-/// Storage for one value of a type known at run time. Empty until `construct...` was called.
-class AnyValue {
-public:
-   explicit AnyValue(TypeImpl const& type) : type_(type) {
-      room_ =
-            type.size <= sizeof(inline_) ? static_cast<void*>(inline_) : ::operator new(type.size);
-   }
-   AnyValue(AnyValue const&) = delete;
-   AnyValue& operator=(AnyValue const&) = delete;
-   ~AnyValue() {
-      clear();
-      if (room_ != inline_) {
-         ::operator delete(room_);
-      }
-   }
-
-   TypeImpl const& type() const noexcept { return type_; }
-   /// Raw storage for a value that is about to be constructed; say so with `constructed()`.
-   void* room() {
-      clear();
-      return room_;
-   }
-   void constructed() noexcept { full_ = true; }
-   bool full() const noexcept { return full_; }
-   void const* get() const noexcept { return room_; }
-   /// REQUIRES: full().
-   ValueRef ref() const noexcept { return {type_, room_}; }
-   void clear() {
-      if (full_) {
-         type_.values->genericIfDestruct(room_);
-         full_ = false;
-      }
-   }
-
-private:
-   TypeImpl const& type_;
-   void* room_;
-   bool full_ = false;
-   alignas(std::max_align_t) unsigned char inline_[64];
-};
 
 }  // namespace Kiv

@@ -68,8 +68,10 @@ MemberCode MemberEmitter::attribute() const {
             {{"param", param}, {"streamed", streamedArgument()}});
    }
    code.row = fill(
-         "Kiv::single<@Owner@, &@Owner@::@name@, &@Owner@::@name@Is>(@id@, @kind@, \"@name@\", "
-         "@flags@),\n");
+         "Kiv::single<@Owner@, &@Owner@::@name@, &@Owner@::@name@Is@range@>(@id@, @kind@, "
+         "\"@name@\", @flags@),\n",
+         {{"range",
+           member_.lower ? ", &" + owner_.name.text + "::" + member_.name.text + "Range_" : ""}});
    return code;
 }
 
@@ -78,19 +80,26 @@ std::string MemberEmitter::streamedArgument() const {
    return member_.local ? "<Kiv::Streamed::no>" : "";
 }
 
-/// The parts of a bounded attribute: message, checking setter, check of the initial value.
+/// The parts of a bounded attribute: its range, checking setter, check of the initial value.
 void MemberEmitter::range(MemberCode& code) const {
    auto const isOpen = !member_.upper;
    auto const message = owner_.qualifiedName() + "::" + member_.name.text + " < " +
                         boundName(*member_.lower) +
                         (isOpen ? "" : " or > " + boundName(*member_.upper)) + " not allowed";
-   auto const high = isOpen ? "std::numeric_limits<" + names_.type(type()) + ">::max()"
-                            : names_.bound(*member_.upper);
-   code.privates = fill("static constexpr char const* @name@Range_ = \"@message@\";\n",
-                        {{"message", message}});
-   code.constructorBody = fill("Kiv::checkRange(@name@_, @low@, @high@, @name@Range_);\n",
-                               {{"low", names_.bound(*member_.lower)}, {"high", high}});
-   auto const isFloating = type().kind == TypeKind::floating;
+   auto const type = names_.type(this->type());
+   code.privates = fill(
+         R"(
+         static constexpr Kiv::Range<@type@> @name@Range_() {
+            return {@low@, @high@, "@message@"};
+         }
+         )",
+         {{"type", type},
+          {"low", names_.bound(*member_.lower)},
+          {"high",
+           isOpen ? "std::numeric_limits<" + type + ">::max()" : names_.bound(*member_.upper)},
+          {"message", message}});
+   code.constructorBody = fill("Kiv::checkRange(@name@_, @name@Range_());\n");
+   auto const isFloating = this->type().kind == TypeKind::floating;
    auto const stored = member_.name.text + '_';
    code.inlineBodies = fill(
          R"(
@@ -98,15 +107,13 @@ void MemberEmitter::range(MemberCode& code) const {
             if (@unchanged@) {
                return;
             }
-            Kiv::checkRange(v, @low@, @high@, @name@Range_);
+            Kiv::checkRange(v, @name@Range_());
             Kiv::attributeStore@streamed@(*this, @id@, @name@_, v);
          }
          )",
          {{"param", names_.param(member_)},
           {"unchanged", isFloating ? "Kiv::isUnchanged(" + stored + ", v)" : stored + " == v"},
-          {"streamed", streamedArgument()},
-          {"low", names_.bound(*member_.lower)},
-          {"high", high}});
+          {"streamed", streamedArgument()}});
 }
 
 MemberCode MemberEmitter::constant() const {

@@ -85,6 +85,9 @@ std::string MemberEmitter::flags() const {
    if (member_.isStreamed()) {
       flags.emplace_back("streamed");
    }
+   if (member_.kind == MemberKind::key) {
+      flags.emplace_back("key");
+   }
    if (member_.kind == MemberKind::key || member_.kind == MemberKind::constArg ||
        member_.kind == MemberKind::constant) {
       flags.emplace_back("constant");
@@ -96,6 +99,9 @@ std::string MemberEmitter::flags() const {
       if (member_.instantiation[i]) {
          flags.push_back("instantiation" + std::to_string(i + 1));
       }
+   }
+   if (member_.isInSeconds()) {
+      flags.emplace_back("seconds");
    }
    for (auto& flag : flags) {
       flag.insert(0, "Flag::");

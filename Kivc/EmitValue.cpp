@@ -52,7 +52,8 @@ FieldCode fieldCode(Type const& owner, Member const& field, CppNames const& name
          .set("kind", hexWord(field.kindWord()))
          .set("setter",
               field.isConst ? "" : ", &" + owner.name.text + "::" + field.name.text + "Is")
-         .set("flags", field.isConst ? "Flag::streamed | Flag::constant" : "Flag::streamed");
+         .set("flags", std::string("Flag::streamed") + (field.isConst ? " | Flag::constant" : "") +
+                             (field.isInSeconds() ? " | Flag::seconds" : ""));
    code.row = row.append(
                        "Kiv::single<@Owner@, &@Owner@::@name@@setter@>(@id@, @kind@, \"@name@\", "
                        "@flags@),\n")

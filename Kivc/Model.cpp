@@ -89,6 +89,10 @@ bool Member::isConstructorArg() const {
           given;
 }
 
+bool Member::isInSeconds() const {
+   return type.type != nullptr && type.type == builtinType("Seconds");
+}
+
 std::uint16_t Member::kindWord() const {
    switch (kind) {
       case MemberKind::name:

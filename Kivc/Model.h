@@ -123,6 +123,7 @@ struct Member {
    bool isReadable() const;    ///< has an accessor without arguments that gives a value
    bool isStreamed() const;    ///< travels under its own id
    bool isConstructorArg() const;
+   bool isInSeconds() const;  ///< its values, or what they hold, are of type `Seconds`
    /// The 16-bit word that marks the kind in module records.
    std::uint16_t kindWord() const;
    /// Ids that the member takes: two for a queue, none for the name.

@@ -110,57 +110,50 @@ template <AttributeId... id>
 [[gnu::visibility("hidden")]] inline constexpr std::array<AttributeId, sizeof...(id)> ctorArgIds{
       id...};
 
-/// The type data of a generated entity.
-template <class T, std::size_t rowCount>
-constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions,
-                              TypeImpl const* base, FieldDescriptor const (&rows)[rowCount],
-                              AttributeId firstId, KivModule const& module, U16 index,
-                              AllocTrackTypeInfo& tracker, std::span<AttributeId const> ctorArgs) {
-   return {name,       TypeKind::entity,
-           alignof(T), sizeof(T),
-           nullptr,    nullptr,
-           &functions, base,
-           rows,       firstId,
-           rowCount,   &module,
-           index,      std::is_base_of_v<NamedEntity, T>,
-           &tracker,   ctorArgs};
-}
-/// The same for one without members of its own.
+/// The type data of a generated entity without members of its own.
 template <class T>
 constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions,
                               TypeImpl const* base, std::nullptr_t, AttributeId firstId,
                               KivModule const& module, U16 index, AllocTrackTypeInfo& tracker,
                               std::span<AttributeId const> ctorArgs) {
-   return {name,       TypeKind::entity,
-           alignof(T), sizeof(T),
-           nullptr,    nullptr,
-           &functions, base,
-           nullptr,    firstId,
-           0,          &module,
-           index,      std::is_base_of_v<NamedEntity, T>,
-           &tracker,   ctorArgs};
+   TypeImpl type{name, TypeKind::entity, alignof(T), sizeof(T)};
+   type.entity = &functions;
+   type.base = base;
+   type.firstId = firstId;
+   type.module = &module;
+   type.index = index;
+   type.named = std::is_base_of_v<NamedEntity, T>;
+   type.tracker = &tracker;
+   type.ctorArgs = ctorArgs;
+   return type;
+}
+/// The same for one with members.
+template <class T, std::size_t rowCount>
+constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions,
+                              TypeImpl const* base, FieldDescriptor const (&rows)[rowCount],
+                              AttributeId firstId, KivModule const& module, U16 index,
+                              AllocTrackTypeInfo& tracker, std::span<AttributeId const> ctorArgs) {
+   TypeImpl type =
+         entityType<T>(name, functions, base, nullptr, firstId, module, index, tracker, ctorArgs);
+   type.rows = rows;
+   type.rowCount = rowCount;
+   return type;
 }
 
 /// The type data of a generated value type. `F`: the types of its fields.
 template <class T, class... F, std::size_t rowCount>
 constexpr TypeImpl valueType(char const* name, FieldDescriptor const (&rows)[rowCount],
                              KivModule const& module, U16 index, AllocTrackTypeInfo& tracker) {
-   return {name,
-           TypeKind::value,
-           alignof(T),
-           sizeof(T),
-           &Impl::valueFunctions<T>,
-           &Impl::valueSupport<T, &Impl::constructFromFields<T, F...>>,
-           nullptr,
-           nullptr,
-           rows,
-           2,
-           rowCount,
-           &module,
-           index,
-           false,
-           &tracker,
-           {}};
+   TypeImpl type{name, TypeKind::value, alignof(T), sizeof(T)};
+   type.values = &Impl::valueFunctions<T>;
+   type.support = &Impl::valueSupport<T, &Impl::constructFromFields<T, F...>>;
+   type.rows = rows;
+   type.firstId = 2;
+   type.rowCount = rowCount;
+   type.module = &module;
+   type.index = index;
+   type.tracker = &tracker;
+   return type;
 }
 
 }  // namespace Kiv

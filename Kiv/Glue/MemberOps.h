@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <limits>
+
 #include "Kiv/Glue/MemberOpsChildren.h"
 #include "Kiv/Glue/MemberOpsKeyed.h"
 #include "Kiv/Glue/MemberOpsQueue.h"
@@ -14,14 +17,42 @@
 /// so loading it needs no symbol lookups for them.
 namespace Kiv {
 
+namespace Impl {
+
+/// The bounds of a range, as a row points to them.
+template <auto RangeOf>
+[[gnu::visibility("hidden")]] inline constexpr std::array boundsOf{RangeOf().least,
+                                                                   RangeOf().greatest};
+
+/// Null for no range, and for one that leaves nothing of the type out.
+template <auto RangeOf>
+constexpr void const* bounds() {
+   if constexpr (!std::is_null_pointer_v<decltype(RangeOf)>) {
+      using Limits = std::numeric_limits<decltype(RangeOf().least)>;
+      if constexpr (RangeOf().least != Limits::lowest() || RangeOf().greatest != Limits::max()) {
+         return boundsOf<RangeOf>.data();
+      }
+   }
+   return nullptr;
+}
+
+}  // namespace Impl
+
 // Row makers. `flags` are `FieldDescriptor::Flag`s.
 
-/// A value. Without a setter it is read-only.
-template <class Owner, auto Get, auto Set = nullptr>
+/// A value. Without a setter it is read-only. `RangeOf`: a function that gives its `Range`.
+template <class Owner, auto Get, auto Set = nullptr, auto RangeOf = nullptr>
 constexpr FieldDescriptor single(AttributeId id, U16 kindWord, char const* name, U16 flags) {
    using Ops = Impl::SingleOps<Owner, Get, Set>;
-   return {id,      kindWord, flags, MemberKind::single, name, &typeOf<typename Ops::T>(),
-           nullptr, &Ops::ops};
+   return {id,
+           kindWord,
+           flags,
+           MemberKind::single,
+           name,
+           &typeOf<typename Ops::T>(),
+           nullptr,
+           &Ops::ops,
+           Impl::bounds<RangeOf>()};
 }
 
 template <class Owner, auto Get, auto Is, auto Del>

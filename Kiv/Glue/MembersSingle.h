@@ -13,18 +13,27 @@ namespace Kiv {
 
 // Single values
 
-/// Throws `RangeException(message)` unless `min <= v <= max`: one unsigned comparison.
+/// What a bounded attribute may be, both bounds included, and what its setter says of other values.
+/// Declared once: the setter, the constructor and the attribute's row take it from here.
 template <class T>
-inline void checkRange(T v, std::type_identity_t<T> min, std::type_identity_t<T> max,
-                       char const* message) {
+struct Range {
+   T least;
+   T greatest;
+   char const* message;
+};
+
+/// Throws `RangeException(range.message)` for a value out of range: one unsigned comparison.
+template <class T>
+inline void checkRange(T v, Range<T> const& range) {
    if constexpr (std::is_integral_v<T>) {
       using U = std::make_unsigned_t<T>;
-      if (static_cast<U>(static_cast<U>(v) - static_cast<U>(min)) >
-          static_cast<U>(static_cast<U>(max) - static_cast<U>(min))) [[unlikely]] {
-         throwRangeException(message);
+      if (static_cast<U>(static_cast<U>(v) - static_cast<U>(range.least)) >
+          static_cast<U>(static_cast<U>(range.greatest) - static_cast<U>(range.least)))
+            [[unlikely]] {
+         throwRangeException(range.message);
       }
-   } else if (!(v >= min && v <= max)) [[unlikely]] {
-      throwRangeException(message);
+   } else if (!(v >= range.least && v <= range.greatest)) [[unlikely]] {
+      throwRangeException(range.message);
    }
 }
 
