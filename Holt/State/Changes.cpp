@@ -4,6 +4,7 @@
 
 #include "Holt/State/Place.h"
 #include "Kiv/Path.h"
+#include "Kiv/Visit.h"
 
 namespace Holt {
 
@@ -14,63 +15,34 @@ using Kiv::TypeImpl;
 
 namespace {
 
-/// What a child was made with besides its key.
-std::vector<FieldDescriptor const*> givenFields(Entity const& child, bool keyed) {
-   std::vector<FieldDescriptor const*> given;
-   bool skip = keyed;
-   forEachCtorArg(child.kivType(), [&](FieldDescriptor const& field) {
-      if (!skip) {
-         given.push_back(&field);
-      }
-      skip = false;
-   });
-   return given;
-}
-
-Sarn::String entityWhat(Entity const* present, bool keyed) {
+Sarn::String entityWhat(Entity const* present) {
    if (present == nullptr) {
       return " deleted";
    }
    Sarn::String given;
-   for (FieldDescriptor const* const field : givenFields(*present, keyed)) {
-      given += (given.empty() ? "" : ", ") + Sarn::String(field->name) + "=" +
-               attributeText(*present, *field);
-   }
+   forEachGivenMember(present->kivType(), [&](FieldDescriptor const& field) {
+      given += (given.empty() ? "" : ", ") + Sarn::String(field.name) + "=" +
+               attributeText(*present, field);
+   });
    return given.empty() ? " created" : " created: " + given;
 }
 
-Sarn::String elementWhat(FieldDescriptor const& field, void const* old, void const* now) {
+Sarn::String elementWhat(FieldDescriptor const& field, void const* old, Kiv::Present const& now) {
    Sarn::String const oldText = old != nullptr ? field.type->genericIfStrRep(old) : "";
-   if (now == nullptr) {
+   if (!now) {
       return old != nullptr ? " deleted: was " + oldText : " deleted";
    }
-   Sarn::String const nowText = field.type->genericIfStrRep(now);
+   Sarn::String const nowText = valueText(now.value());
    return old != nullptr ? ": " + oldText + " -> " + nowText : " created: " + nowText;
 }
 
-void const* queueElement(Entity const& entity, FieldDescriptor const& field, void const* key) {
-   Kiv::QueueOps const& queue = *field.ops->queue;
-   U32 const sequence = *static_cast<U32 const*>(key);
-   U32 const place = sequence - queue.frontSequence(entity);
-   return place < queue.size(entity) ? queue.at(entity, sequence) : nullptr;
+/// What was there before a change of a value; null where that is not told, and for entities.
+void const* oldValueOf(Kiv::Change const& change, FieldDescriptor const& field) {
+   return field.kind == MemberKind::queue ? nullptr : change.oldValue;
 }
 
-Sarn::String whatOf(Kiv::Change const& change, Entity const& entity, FieldDescriptor const& field) {
-   switch (field.kind) {
-      case MemberKind::child:
-         return entityWhat(field.ops->child->get(entity), false);
-      case MemberKind::children:
-         return entityWhat(field.ops->collection->findChild(entity, change.key), true);
-      case MemberKind::map:
-      case MemberKind::ordered:
-         return elementWhat(field, change.oldValue,
-                            field.ops->collection->find(entity, change.key));
-      case MemberKind::queue:
-         return elementWhat(field, nullptr, queueElement(entity, field, change.key));
-      default:
-         return ": " + field.type->genericIfStrRep(change.oldValue) + " -> " +
-                attributeText(entity, field);
-   }
+bool isOfEntity(FieldDescriptor const& field) {
+   return field.type->kind == Kiv::TypeKind::entity;
 }
 
 }  // namespace
@@ -87,7 +59,11 @@ ChangeText changeText(Kiv::Change const& change) {
    if (change.key != nullptr) {
       path += "[" + field->keyType->genericIfStrRep(change.key) + "]";
    }
-   return {path, whatOf(change, entity, *field), change};
+   Kiv::Present const now(entity, *field, change.key);
+   return {path,
+           isOfEntity(*field) ? entityWhat(now.child())
+                              : elementWhat(*field, oldValueOf(change, *field), now),
+           change};
 }
 
 Json changeJson(ChangeText const& text) {
@@ -98,36 +74,25 @@ Json changeJson(ChangeText const& text) {
    if (field == nullptr || field->type == nullptr) {
       return json;
    }
-   if (field->kind == MemberKind::child || field->kind == MemberKind::children) {
-      bool const keyed = field->kind == MemberKind::children;
-      Entity const* const child = keyed ? field->ops->collection->findChild(entity, change.key)
-                                        : field->ops->child->get(entity);
-      json["change"] = child != nullptr ? "created" : "deleted";
-      if (child != nullptr) {
+   Kiv::Present const now(entity, *field, change.key);
+   if (isOfEntity(*field)) {
+      json["change"] = now ? "created" : "deleted";
+      if (now) {
          json["new"] = Json::object();
-         for (FieldDescriptor const* const given : givenFields(*child, keyed)) {
-            Kiv::AnyValue value(*given->type);
-            readMember(child, *given, value);
-            json["new"][given->name] = jsonOf(*given->type, value.get());
-         }
+         forEachGivenMember(now.child()->kivType(), [&](FieldDescriptor const& given) {
+            json["new"][given.name] = jsonOf(Kiv::Present(*now.child(), given).value());
+         });
       }
       return json;
    }
-   Kiv::AnyValue single(*field->type);
-   void const* now = nullptr;
-   if (field->kind == MemberKind::single) {
-      readMember(&entity, *field, single);
-      now = single.get();
-   } else {
-      now = field->kind == MemberKind::queue ? queueElement(entity, *field, change.key)
-                                             : field->ops->collection->find(entity, change.key);
-      json["change"] = now == nullptr ? "deleted" : change.oldValue == nullptr ? "created" : "set";
+   if (field->keyType != nullptr) {
+      json["change"] = !now ? "deleted" : change.oldValue == nullptr ? "created" : "set";
    }
-   if (change.oldValue != nullptr && field->kind != MemberKind::queue) {
-      json["old"] = jsonOf(*field->type, change.oldValue);
+   if (void const* const old = oldValueOf(change, *field)) {
+      json["old"] = jsonOf({*field->type, old});
    }
-   if (now != nullptr) {
-      json["new"] = jsonOf(*field->type, now);
+   if (now) {
+      json["new"] = jsonOf(now.value());
    }
    return json;
 }

@@ -2,57 +2,30 @@
 
 #include <unordered_map>
 
-namespace Holt {
+#include "Holt/State/Walk.h"
 
-using Kiv::FieldDescriptor;
-using Kiv::MemberKind;
+namespace Holt {
 
 namespace {
 
-class Lines {
+class Lines final : public StateLines<DocEntity> {
 public:
    explicit Lines(std::vector<StateLine>& lines) : lines_(lines) {}
 
-   void entity(DocEntity const& entity, Sarn::String const& path) {
-      lines_.push_back({path, entity.type->name, true, entity.type, nullptr});
-      for (bool const below : {false, true}) {  // values before entities, as in a dump
-         for (DocMember const& each : entity.members) {
-            if (below == isEntities(each)) {
-               member(each, path + "." + each.field->name);
-            }
-         }
-      }
-   }
-
    void member(DocMember const& member, Sarn::String const& path) {
-      FieldDescriptor const& field = *member.field;
-      if (member.value != nullptr) {
-         value(*member.value, path);
-         return;
-      }
-      U32 sequence = member.next - static_cast<U32>(member.elements.size());
-      for (DocElement const& element : member.elements) {
-         Sarn::String const key = field.kind == MemberKind::child ? ""
-                                  : element.key == nullptr ? "[" + std::to_string(sequence++) + "]"
-                                                           : "[" + valueText(*element.key) + "]";
-         if (element.child != nullptr) {
-            entity(*element.child, path + key);
-         } else {
-            value(*element.value, path + key);
-         }
-      }
-      if (field.kind == MemberKind::queue && member.next != 1) {
-         lines_.push_back({path, "next " + std::to_string(member.next), false, nullptr, nullptr});
-      }
+      memberAt(path, [&] { walkMember(member, *this); });
    }
-
-   void value(Kiv::AnyValue const& value, Sarn::String const& path) {
-      lines_.push_back({path, valueText(value), false, &value.type(), value.get()});
+   void valueLine(Sarn::String const& path, Kiv::ValueRef value) override {
+      lines_.push_back(
+            {path, value.type->genericIfStrRep(value.address), false, value.type, value.address});
    }
 
 private:
-   static bool isEntities(DocMember const& member) {
-      return member.field->kind == MemberKind::child || member.field->kind == MemberKind::children;
+   void entityLine(Sarn::String const& path, Kiv::TypeImpl const& type) override {
+      lines_.push_back({path, type.name, true, &type, nullptr});
+   }
+   void nextLine(Sarn::String const& path, U32 next) override {
+      lines_.push_back({path, "next " + std::to_string(next), false, nullptr, nullptr});
    }
 
    std::vector<StateLine>& lines_;
@@ -69,7 +42,7 @@ std::vector<StateLine> linesOf(StateDoc const& doc) {
       } else if (place.member != nullptr) {
          lines.member(*place.member, place.text);
       } else {
-         lines.value(*place.value, place.text);
+         lines.valueLine(place.text, place.value->ref());
       }
    }
    return all;

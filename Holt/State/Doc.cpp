@@ -1,112 +1,98 @@
 #include "Holt/State/Doc.h"
 
-#include <algorithm>
-
-#include "Holt/Failure.h"
+#include "Holt/State/Walk.h"
 
 namespace Holt {
 
 using Kiv::AnyValue;
 using Kiv::Entity;
 using Kiv::FieldDescriptor;
-using Kiv::MemberKind;
 
 namespace {
 
-std::unique_ptr<AnyValue> copyOf(Kiv::TypeImpl const& type, void const* source) {
-   auto value = std::make_unique<AnyValue>(type);
-   copyValue(source, *value);
+std::unique_ptr<AnyValue> copyOf(Kiv::ValueRef source) {
+   if (source.address == nullptr) {
+      return nullptr;
+   }
+   auto value = std::make_unique<AnyValue>(*source.type);
+   value->copy(source.address);
    return value;
 }
 
-void copyQueue(Entity const& entity, DocMember& member) {
-   Kiv::QueueOps const& ops = *member.field->ops->queue;
-   member.next = ops.nextSequence(entity);
-   auto const size = static_cast<U32>(ops.size(entity));
-   for (U32 sequence = member.next - size; sequence != member.next; ++sequence) {
-      member.elements.push_back(
-            {nullptr, copyOf(*member.field->type, ops.at(entity, sequence)), nullptr});
-   }
-}
+/// Copies members of a live entity.
+class Copier final : public StateVisitor<Entity> {
+public:
+   explicit Copier(std::vector<DocMember>& members) : members_(members) {}
 
-void copyCollection(Entity const& entity, DocMember& member) {
-   FieldDescriptor const& field = *member.field;
-   std::vector<std::pair<Sarn::String, DocElement>> all;
-   for (Kiv::CollectionCursor at(const_cast<Entity&>(entity), field); at->valid(); at->next()) {
-      DocElement element{copyOf(*field.keyType, at->key()), nullptr, nullptr};
-      if (field.kind == MemberKind::children) {
-         element.child = docOf(*at->child());
-      } else {
-         element.value = copyOf(*field.type, at->value());
+   void value(FieldDescriptor const& field, Kiv::ValueRef value) override {
+      add(field).value = copyOf(value);
+   }
+   void child(FieldDescriptor const& field, Entity const* child) override {
+      DocMember& member = add(field);
+      if (child != nullptr) {
+         member.elements.push_back({nullptr, nullptr, docOf(*child)});
       }
-      all.emplace_back(valueText(*element.key), std::move(element));
    }
-   if (field.kind != MemberKind::ordered) {
-      std::sort(all.begin(), all.end(),
-                [](auto const& a, auto const& b) { return naturallyLess(a.first, b.first); });
+   void collection(FieldDescriptor const& field, Elements const& elements) override {
+      DocMember& member = add(field);
+      for (auto const& element : elements) {
+         member.elements.push_back({copyOf(element.key), copyOf(element.value),
+                                    element.child != nullptr ? docOf(*element.child) : nullptr});
+      }
    }
-   for (auto& [key, element] : all) {
-      member.elements.push_back(std::move(element));
+   void queue(FieldDescriptor const& field, Elements const& elements, U32 next) override {
+      collection(field, elements);
+      members_.back().next = next;
    }
-}
 
-DocMember memberOf(Entity const& entity, FieldDescriptor const& field) {
-   DocMember member;
-   member.field = &field;
-   switch (field.kind) {
-      case MemberKind::single:
-         member.value = std::make_unique<AnyValue>(*field.type);
-         readMember(&entity, field, *member.value);
-         break;
-      case MemberKind::child:
-         if (Entity const* const child = field.ops->child->get(entity)) {
-            member.elements.push_back({nullptr, nullptr, docOf(*child)});
-         }
-         break;
-      case MemberKind::queue:
-         copyQueue(entity, member);
-         break;
-      default:
-         copyCollection(entity, member);
-         break;
+private:
+   DocMember& add(FieldDescriptor const& field) {
+      members_.emplace_back().field = &field;
+      return members_.back();
    }
-   return member;
-}
+
+   std::vector<DocMember>& members_;
+};
+
+/// Members of a document as JSON: each is put into an object under its name.
+class JsonMembers final : public StateVisitor<DocEntity> {
+public:
+   explicit JsonMembers(Json& object) : object_(object) {}
+
+   void value(FieldDescriptor const& field, Kiv::ValueRef value) override {
+      object_[field.name] = jsonOf(value);
+   }
+   void child(FieldDescriptor const& field, DocEntity const* child) override {
+      object_[field.name] = child != nullptr ? jsonOf(*child) : Json();
+   }
+   void collection(FieldDescriptor const& field, Elements const& elements) override {
+      Json json = Json::object();
+      for (auto const& element : elements) {
+         json[jsonKey(element.key)] =
+               element.child != nullptr ? jsonOf(*element.child) : jsonOf(element.value);
+      }
+      object_[field.name] = std::move(json);
+   }
+   void queue(FieldDescriptor const& field, Elements const& elements, U32 next) override {
+      Json json = Json::array();
+      for (auto const& element : elements) {
+         json.push_back(jsonOf(element.value));
+      }
+      object_[field.name] = Json{{"next", next}, {"elements", std::move(json)}};
+   }
+
+private:
+   Json& object_;
+};
 
 Json memberJson(DocMember const& member) {
-   FieldDescriptor const& field = *member.field;
-   if (member.value != nullptr) {
-      return jsonOf(*field.type, member.value->get());
-   }
-   if (field.kind == MemberKind::child) {
-      return member.elements.empty() ? Json() : jsonOf(*member.elements[0].child);
-   }
-   if (field.kind == MemberKind::queue) {
-      Json elements = Json::array();
-      for (DocElement const& element : member.elements) {
-         elements.push_back(jsonOf(*field.type, element.value->get()));
-      }
-      return Json{{"next", member.next}, {"elements", std::move(elements)}};
-   }
-   Json json = Json::object();
-   for (DocElement const& element : member.elements) {
-      json[jsonKey(*element.key)] = element.child != nullptr
-                                          ? jsonOf(*element.child)
-                                          : jsonOf(*field.type, element.value->get());
-   }
-   return json;
+   Json object = Json::object();
+   JsonMembers members(object);
+   walkMember(member, members);
+   return std::move(object[member.field->name]);
 }
 
 }  // namespace
-
-bool isInDocs(FieldDescriptor const& field) {
-   if (field.kind == MemberKind::none || field.kind == MemberKind::operation ||
-       field.ops == nullptr) {
-      return false;
-   }
-   return field.has(FieldDescriptor::streamed) ||
-          (field.kind == MemberKind::single && field.ops->write == nullptr);
-}
 
 std::unique_ptr<DocEntity> docOf(Entity const& entity) {
    auto doc = std::make_unique<DocEntity>();
@@ -115,11 +101,8 @@ std::unique_ptr<DocEntity> docOf(Entity const& entity) {
        name != nullptr && entity.parent() != nullptr) {
       doc->name = *name;
    }
-   forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
-      if (isInDocs(field)) {
-         doc->members.push_back(memberOf(entity, field));
-      }
-   });
+   Copier members(doc->members);
+   walkMembers(entity, StatePart::all, members);
    return doc;
 }
 
@@ -128,7 +111,10 @@ DocPlace docOf(Place const& place, Path const& path) {
    doc.path = path;
    doc.text = place.path();
    if (place.isCollection()) {
-      doc.member = std::make_unique<DocMember>(memberOf(place.owner(), *place.field()));
+      std::vector<DocMember> members;
+      Copier copier(members);
+      walkMember(place.owner(), *place.field(), copier);
+      doc.member = std::make_unique<DocMember>(std::move(members.front()));
    } else if (Entity const* const entity = place.entity()) {
       doc.entity = docOf(*entity);
    } else {
@@ -142,16 +128,15 @@ Json jsonOf(DocEntity const& entity) {
    if (!entity.name.empty()) {
       json["@name"] = entity.name;
    }
-   for (DocMember const& member : entity.members) {
-      json[member.field->name] = memberJson(member);
-   }
+   JsonMembers members(json);
+   walkMembers(entity, StatePart::all, members);
    return json;
 }
 
 Json jsonOf(DocPlace const& place) {
    return place.entity != nullptr   ? jsonOf(*place.entity)
           : place.member != nullptr ? memberJson(*place.member)
-                                    : jsonOf(place.value->type(), place.value->get());
+                                    : jsonOf(place.value->ref());
 }
 
 Json jsonOf(StateDoc const& doc) {

@@ -67,9 +67,6 @@ struct StateDoc {
    std::vector<DocPlace> places;
 };
 
-/// Whether a member has a place in documents: it has a value, and travels or is read-only.
-bool isInDocs(Kiv::FieldDescriptor const& field);
-
 /// A copy of an entity and all below it.
 std::unique_ptr<DocEntity> docOf(Kiv::Entity const& entity);
 /// A copy of what stands at a place. Throws `Failure` where there is nothing.

@@ -7,6 +7,7 @@
 
 #include "Holt/Failure.h"
 #include "Holt/State/Doc.h"
+#include "Holt/State/Walk.h"
 #include "Kiv/Module.h"
 
 namespace Holt {
@@ -83,7 +84,7 @@ std::unique_ptr<DocEntity> Reader::entity(Json const& json, TypeImpl const& type
       FieldDescriptor const* const field = type.field(std::string_view(name));
       if (field == nullptr) {
          error(path, unknownMember(type, name));
-      } else if (!isInDocs(*field)) {
+      } else if (!isInState(*field)) {
          error(path + "." + name, "does not travel, and has no place in a dump");
       } else if (auto read = member(inner, *field, path + "." + name)) {
          doc->members.push_back(std::move(*read));

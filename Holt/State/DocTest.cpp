@@ -250,7 +250,7 @@ TEST_F(StateDocTest, TellsEverythingThatCannotBeRead) {
                                 "record": {"1": {"key": 1, "other": 2}}})")),
          ElementsAre(
                "root.u8: 300 does not fit U8 (0 to 255)", HasSubstr("root.s8: '1.5' is no S8"),
-               "root: KivTest::Root has no attribute 'fleg'",
+               "root: KivTest::Root has no attribute 'fleg'; did you mean 'flag'?",
                HasSubstr("root.flag: '1' is no bool"), "root.text: a string is wanted, and not 5",
                HasSubstr("root.colour: 'purple' is no KivTest::Colour"),
                "root.pair: the field 'second' is missing",

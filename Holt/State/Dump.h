@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "Holt/State/Place.h"
+#include "Holt/State/Walk.h"
 #include "Kiv/Entity.h"
 
 namespace Holt {
@@ -39,14 +40,14 @@ Sarn::String tallyText(Tally const& tally);
 /// to itself (attributes that are not streamed) is left out. So the dumps of a source and of its
 /// complete mirror are the same text. What a terminal would not show as it is comes escaped, so
 /// that each line is one. The counter of a queue that has been used is told with it.
-class Dump {
+class Dump final : private StateLines<Kiv::Entity> {
 public:
    explicit Dump(std::ostream& out) : out_(&out) {}
    /// Only counts.
    Dump() = default;
 
    /// An entity and all below it.
-   void entity(Kiv::Entity const& entity, Sarn::String const& path);
+   using StateLines::entity;
    /// What a path leads to; nothing is not an error where there may be nothing.
    void place(Place const& place);
 
@@ -55,19 +56,13 @@ public:
    std::map<Sarn::String, Tally> const& byType() const noexcept { return byType_; }
 
 private:
-   void below(Kiv::Entity const& entity, Sarn::String const& path);
-   void member(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field,
-               Sarn::String const& path);
-   void elements(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field,
-                 Sarn::String const& path);
-   void queue(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field,
-              Sarn::String const& path);
-   void children(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field,
-                 Sarn::String const& path);
-   void value(Sarn::String path, Sarn::String text);
-   void writeValues();
+   void entityLine(Sarn::String const& path, Kiv::TypeImpl const& type) override;
+   void valueLine(Sarn::String const& path, Kiv::ValueRef value) override;
+   void nextLine(Sarn::String const& path, U32 next) override;
+   void valuesEnd() override;
 
    std::ostream* out_ = nullptr;
+   /// The values of one entity, with their paths.
    std::vector<std::pair<Sarn::String, Sarn::String>> values_;
    Tally* tally_ = nullptr;
    std::map<Sarn::String, Tally> byType_;

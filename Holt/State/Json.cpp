@@ -1,14 +1,16 @@
 #include "Holt/State/Json.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstdio>
+#include <optional>
 #include <set>
 
 #include "Holt/Failure.h"
 #include "Holt/State/Values.h"
-#include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 #include "Kiv/Text.h"
+#include "Kiv/Visit.h"
 
 namespace Holt {
 
@@ -21,42 +23,7 @@ namespace {
 constexpr char const* textKey = "@text";
 /// How a hand-written type prints what is nothing.
 constexpr char const* emptyText = "\"\"";
-constexpr S64 exactInDouble = S64{1} << 53;
-
-// By name: a type that is made in a header may be there once a library.
-template <class T>
-bool isType(TypeImpl const& type) {
-   return std::string_view(type.name) == Kiv::typeOf<T>().name;
-}
-
-bool isString(TypeImpl const& type) {
-   return isType<Sarn::String>(type);
-}
-
-bool isFloating(TypeImpl const& type) {
-   return isType<double>(type) || isType<float>(type);
-}
-
-/// The type of what an optional holds; null if it is none.
-TypeImpl const* innerOfOptional(TypeImpl const& type) {
-   constexpr std::string_view before = "Kiv::Optional<";
-   std::string_view name = type.name;
-   if (!name.starts_with(before)) {
-      return nullptr;
-   }
-   name = name.substr(before.size(), name.size() - before.size() - 1);
-   static TypeImpl const* const builtin[] = {
-         &Kiv::typeOf<bool>(),  &Kiv::typeOf<U8>(),     &Kiv::typeOf<U16>(),
-         &Kiv::typeOf<U32>(),   &Kiv::typeOf<U64>(),    &Kiv::typeOf<S8>(),
-         &Kiv::typeOf<S16>(),   &Kiv::typeOf<S32>(),    &Kiv::typeOf<S64>(),
-         &Kiv::typeOf<float>(), &Kiv::typeOf<double>(), &Kiv::typeOf<Sarn::String>()};
-   for (TypeImpl const* const candidate : builtin) {
-      if (name == candidate->name) {
-         return candidate;
-      }
-   }
-   return Kiv::typeByName(name);
-}
+constexpr U64 exactInDouble = U64{1} << 53;
 
 bool isUtf8(std::string_view text) {
    try {
@@ -86,29 +53,60 @@ Sarn::String utf8Text(Sarn::String const& text) {
    return escaped;
 }
 
-/// A whole number as this system writes it, and how a double may hold it.
-bool isExactInteger(std::string_view text, S64& number) {
-   auto const result = std::from_chars(text.data(), text.data() + text.size(), number);
-   return result.ec == std::errc() && result.ptr == text.data() + text.size() &&
-          number >= -exactInDouble && number <= exactInDouble && std::to_string(number) == text;
-}
-
-Json jsonOfText(TypeImpl const& type, Sarn::String const& text) {
-   if (isType<bool>(type)) {
-      return text == "true";
+/// A value as JSON, by what it is.
+struct ToJson {
+   Json operator()(bool v) const { return v; }
+   Json operator()(U64 v) const { return v <= exactInDouble ? Json(v) : Json(std::to_string(v)); }
+   Json operator()(S64 v) const {
+      constexpr auto exact = static_cast<S64>(exactInDouble);
+      return v >= -exact && v <= exact ? Json(v) : Json(std::to_string(v));
    }
-   if (S64 number = 0; !isFloating(type) && isExactInteger(text, number)) {
-      return number;
+   Json operator()(double v) const {
+      return std::isfinite(v) ? Json(v) : Json(textOf(Kiv::ValueRef(&v)));
    }
-   if (isFloating(type)) {
-      double number = 0;
+   /// The double that reads like it: 0.1, and not 0.10000000149011612.
+   Json operator()(float v) const {
+      Sarn::String const text = textOf(Kiv::ValueRef(&v));
+      double number = v;
       std::from_chars(text.data(), text.data() + text.size(), number);
-      if (text.find_first_of("in") == Sarn::String::npos) {  // not inf, not nan
+      return (*this)(number);
+   }
+   Json operator()(Sarn::String const& v) const {
+      return isUtf8(v) ? Json(v) : Json{{textKey, utf8Text(textOf(Kiv::ValueRef(&v)))}};
+   }
+   Json operator()(Kiv::EnumRef v) const {
+      char const* const name = v.name();
+      return name != nullptr ? Json(name) : Json(v.value);
+   }
+   Json operator()(Kiv::OptionalRef v) const {
+      return v.held.address != nullptr ? jsonOf(v.held) : Json();
+   }
+   Json operator()(Kiv::RecordRef v) const {
+      Json json = Json::object();
+      forEachPart(v, [&json](FieldDescriptor const& field, Kiv::ValueRef part) {
+         json[field.name] = jsonOf(part);
+      });
+      return json;
+   }
+   /// Its text is all that is known of it.
+   Json operator()(Kiv::OpaqueRef v) const {
+      Sarn::String const text = textOf(v.value);
+      if (S64 number = 0; isExactInteger(text, number)) {
          return number;
       }
+      return text == emptyText ? Json("") : Json(utf8Text(text));
    }
-   return text == emptyText ? Json("") : Json(utf8Text(text));
-}
+
+private:
+   static Sarn::String textOf(Kiv::ValueRef value) { return valueText(value); }
+   /// A whole number as this system writes it, which a double holds exactly.
+   static bool isExactInteger(std::string_view text, S64& number) {
+      constexpr auto exact = static_cast<S64>(exactInDouble);
+      auto const result = std::from_chars(text.data(), text.data() + text.size(), number);
+      return result.ec == std::errc() && result.ptr == text.data() + text.size() &&
+             number >= -exact && number <= exact && std::to_string(number) == text;
+   }
+};
 
 /// The text of a JSON value that is no object and no array.
 Sarn::String plainText(Json const& json) {
@@ -121,23 +119,22 @@ Sarn::String plainText(Json const& json) {
    return text.empty() ? emptyText : text;
 }
 
-void readFields(Json const& json, std::vector<FieldDescriptor const*> const& fields,
-                AnyValue& value) {
+void readFields(Json const& json, AnyValue& value) {
    std::vector<std::unique_ptr<AnyValue>> values;
    std::vector<Kiv::ValueRef> args;
-   for (FieldDescriptor const* const field : fields) {
-      auto const at = json.find(field->name);
+   Kiv::forEachPart(value.type(), [&](FieldDescriptor const& field) {
+      auto const at = json.find(field.name);
       if (at == json.end()) {
-         throw Failure(Sarn::String("the field '") + field->name + "' is missing");
+         throw Failure(Sarn::String("the field '") + field.name + "' is missing");
       }
-      values.push_back(std::make_unique<AnyValue>(*field->type));
+      values.push_back(std::make_unique<AnyValue>(*field.type));
       try {
          readJson(*at, *values.back());
       } catch (Failure const& error) {
-         throw Failure(Sarn::String(field->name) + ": " + error.what());
+         throw Failure(Sarn::String(field.name) + ": " + error.what());
       }
       args.push_back(values.back()->ref());
-   }
+   });
    for (auto const& [name, unused] : json.items()) {
       FieldDescriptor const* const field = value.type().field(std::string_view(name));
       if (field == nullptr) {
@@ -190,42 +187,8 @@ std::string lineAndColumn(std::string const& text, std::size_t at) {
 
 }  // namespace
 
-std::vector<FieldDescriptor const*> valueFields(TypeImpl const& type) {
-   std::vector<FieldDescriptor const*> fields;
-   forEachField(type, [&](FieldDescriptor const& field) {
-      if (type.kind == Kiv::TypeKind::value && field.kind == Kiv::MemberKind::single &&
-          field.has(FieldDescriptor::streamed)) {
-         fields.push_back(&field);
-      }
-   });
-   return fields;
-}
-
-Json jsonOf(TypeImpl const& type, void const* value) {
-   auto const fields = valueFields(type);
-   if (!fields.empty()) {
-      Json json = Json::object();
-      for (FieldDescriptor const* const field : fields) {
-         AnyValue inner(*field->type);
-         readMember(value, *field, inner);
-         json[field->name] = jsonOf(*field->type, inner.get());
-      }
-      return json;
-   }
-   if (isString(type)) {
-      auto const& text = *static_cast<Sarn::String const*>(value);
-      return isUtf8(text) ? Json(text) : Json{{textKey, utf8Text(type.genericIfStrRep(value))}};
-   }
-   Sarn::String const text = type.genericIfStrRep(value);
-   if (TypeImpl const* const inner = innerOfOptional(type)) {
-      if (text == "none") {
-         return nullptr;
-      }
-      AnyValue held(*inner);
-      parseValue(text, held);
-      return jsonOf(*inner, held.get());
-   }
-   return jsonOfText(type, text);
+Json jsonOf(Kiv::ValueRef value) {
+   return Kiv::visitValue(value, ToJson());
 }
 
 void readJson(Json const& json, AnyValue& value) {
@@ -235,25 +198,26 @@ void readJson(Json const& json, AnyValue& value) {
       parseValue(json[textKey].get<Sarn::String>(), value);
       return;
    }
-   TypeImpl const* const inner = innerOfOptional(type);
-   if (inner != nullptr && !json.is_null()) {
-      AnyValue held(*inner);
-      readJson(json, held);
-      parseValue(valueText(held), value);
+   if (Kiv::OptionalSupport const* const optional = type.optional) {
+      std::optional<AnyValue> held;
+      if (!json.is_null()) {
+         readJson(json, held.emplace(*optional->inner));
+      }
+      optional->construct(value.room(), held ? held->get() : nullptr);
+      value.constructed();
       return;
    }
-   auto const fields = valueFields(type);
-   if (json.is_object() && !fields.empty()) {
-      readFields(json, fields, value);
+   if (json.is_object() && type.kind == Kiv::TypeKind::value) {
+      readFields(json, value);
       return;
    }
-   if (json.is_structured() || (json.is_null() && inner == nullptr)) {
+   if (json.is_structured() || json.is_null()) {
       throw Failure("a value of type " + Sarn::String(type.name) + " is wanted, and not " +
                     (json.is_null()    ? "null"
                      : json.is_array() ? "a list"
                                        : "an object"));
    }
-   if (isString(type)) {
+   if (type.kind == Kiv::TypeKind::string) {
       if (!json.is_string()) {
          throw Failure("a string is wanted, and not " + json.dump());
       }
@@ -261,12 +225,12 @@ void readJson(Json const& json, AnyValue& value) {
       value.constructed();
       return;
    }
-   parseValue(json.is_null() ? "none" : plainText(json), value);
+   parseValue(plainText(json), value);
 }
 
-Sarn::String jsonKey(AnyValue const& key) {
-   if (isString(key.type())) {
-      auto const& text = *static_cast<Sarn::String const*>(key.get());
+Sarn::String jsonKey(Kiv::ValueRef key) {
+   if (key.type->kind == Kiv::TypeKind::string) {
+      auto const& text = *static_cast<Sarn::String const*>(key.address);
       if (!text.starts_with('"') && isUtf8(text)) {
          return text;
       }

@@ -21,13 +21,13 @@ namespace Holt {
 /// Keeps the order in which members are put in.
 using Json = nlohmann::ordered_json;
 
-Json jsonOf(Kiv::TypeImpl const& type, void const* value);
+Json jsonOf(Kiv::ValueRef value);
 
 /// Reads a value of `value`'s type. Throws `Failure` that says what is wrong, with the field.
 void readJson(Json const& json, Kiv::AnyValue& value);
 
 /// A key of a map as that of an object: its text form, of a string itself.
-Sarn::String jsonKey(Kiv::AnyValue const& key);
+Sarn::String jsonKey(Kiv::ValueRef key);
 
 /// Reads a document. Throws `Failure` that names `source`, line and column where it is no JSON, or
 /// where an object has a key twice.
@@ -37,8 +37,5 @@ Json parseJson(std::string const& text, std::string const& source);
 /// line. What a terminal would not show as it is comes escaped; bytes that are no UTF-8, which only
 /// a name can have, are replaced.
 Sarn::String jsonLine(Json const& json, int indent = -1);
-
-/// The members of a value type that its constructor takes; empty for a type without fields.
-std::vector<Kiv::FieldDescriptor const*> valueFields(Kiv::TypeImpl const& type);
 
 }  // namespace Holt

@@ -4,49 +4,56 @@
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
+#include "Holt/State/Walk.h"
+#include "Kiv/Visit.h"
 
 namespace Holt {
 
 using Kiv::AnyValue;
 using Kiv::Entity;
 using Kiv::FieldDescriptor;
-using Kiv::MemberKind;
 
 namespace {
 
-class Loader {
+/// Brings what a document has of an entity over to a live one.
+class Loader final : public StateVisitor<DocEntity> {
 public:
-   explicit Loader(DocErrors& errors) : errors_(errors) {}
+   Loader(Entity& entity, Sarn::String path, DocErrors& errors)
+         : entity_(entity), path_(std::move(path)), errors_(errors) {}
 
-   void entity(Entity& entity, DocEntity const& doc, Sarn::String const& path);
-   void member(Entity& entity, DocMember const& doc, Sarn::String const& path);
-   /// Finds or creates a child with its constructor arguments; null if it cannot be.
-   Entity* child(Entity& owner, FieldDescriptor const& field, void const* key, DocEntity const& doc,
-                 Sarn::String const& path);
+   void all(DocEntity const& doc) { walkMembers(doc, StatePart::all, *this); }
+   /// Finds or creates a child with its constructor arguments, and brings what is below it over.
+   void childAt(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity const& doc,
+                Sarn::String const& path);
+
+   void value(FieldDescriptor const& field, Kiv::ValueRef value) override;
+   void child(FieldDescriptor const& field, DocEntity const* doc) override;
+   void collection(FieldDescriptor const& field, Elements const& elements) override;
+   void queue(FieldDescriptor const& field, Elements const& elements, U32 next) override;
 
 private:
-   void single(Entity& entity, DocMember const& doc, Sarn::String const& path);
-   void singleton(Entity& entity, DocMember const& doc, Sarn::String const& path);
-   void queue(Entity& entity, DocMember const& doc, Sarn::String const& path);
-   void collection(Entity& entity, DocMember const& doc, Sarn::String const& path);
-   void element(Entity& entity, FieldDescriptor const& field, DocElement const& doc,
+   Entity* found(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity const& doc,
+                 Sarn::String const& path);
+   Entity* singleton(FieldDescriptor const& field, DocEntity const& doc, Sarn::String const& path);
+   void element(FieldDescriptor const& field, StateElement<DocEntity> const& doc,
                 Sarn::String const& path);
-   void removeOthers(Entity& entity, DocMember const& doc, Sarn::String const& path);
+   void removeOthers(FieldDescriptor const& field, Elements const& elements,
+                     Sarn::String const& path);
+   Sarn::String pathOf(FieldDescriptor const& field) const { return path_ + "." + field.name; }
    void error(Sarn::String const& path, Sarn::String const& what) {
       errors_.push_back(path + ": " + what);
    }
-   /// Whether it was not refused.
    template <class Do>
-   bool refusing(Sarn::String const& path, Do&& doIt) {
+   void refusing(Sarn::String const& path, Do&& doIt) {
       try {
          doIt();
-         return true;
       } catch (Kiv::Exception const& refused) {
          error(path, refused.what());
       }
-      return false;
    }
 
+   Entity& entity_;
+   Sarn::String path_;
    DocErrors& errors_;
 };
 
@@ -60,103 +67,80 @@ DocMember const* memberOf(DocEntity const& doc, FieldDescriptor const& field) {
 }
 
 /// A nan is no other value than a nan.
-bool isEq(AnyValue const& a, void const* b) {
-   return a.type().support->isEq(a.get(), b) || valueText(a) == a.type().genericIfStrRep(b);
-}
-
-bool has(Entity const& entity, DocMember const& doc) {
-   AnyValue now(*doc.field->type);
-   readMember(&entity, *doc.field, now);
-   return isEq(*doc.value, now.get());
+bool isEq(Kiv::ValueRef a, Kiv::ValueRef b) {
+   return a.type->support->isEq(a.address, b.address) || valueText(a) == valueText(b);
 }
 
 /// Whether a child that is there was made with other arguments than those that the document has.
 bool wasMadeOtherwise(Entity const& child, DocEntity const& doc) {
    bool otherwise = false;
-   for (DocMember const& member : doc.members) {
-      if (member.value != nullptr && child.kivType().isCtorArg(member.field->fieldId) &&
-          member.field->has(FieldDescriptor::constant)) {
-         otherwise = otherwise || !has(child, member);
-      }
-   }
+   forEachCtorArg(child.kivType(), [&](FieldDescriptor const& field) {
+      DocMember const* const given = memberOf(doc, field);
+      otherwise = otherwise || (given != nullptr && field.has(FieldDescriptor::constant) &&
+                                !isEq(given->value->ref(), Kiv::Present(child, field).value()));
+   });
    return otherwise;
 }
 
-void Loader::entity(Entity& entity, DocEntity const& doc, Sarn::String const& path) {
-   for (DocMember const& each : doc.members) {
-      member(entity, each, path + "." + each.field->name);
-   }
-}
-
-void Loader::member(Entity& entity, DocMember const& doc, Sarn::String const& path) {
-   switch (doc.field->kind) {
-      case MemberKind::single:
-         single(entity, doc, path);
-         break;
-      case MemberKind::child:
-         singleton(entity, doc, path);
-         break;
-      case MemberKind::queue:
-         queue(entity, doc, path);
-         break;
-      default:
-         collection(entity, doc, path);
-         break;
-   }
-}
-
-void Loader::single(Entity& entity, DocMember const& doc, Sarn::String const& path) {
-   if (has(entity, doc)) {
+void Loader::value(FieldDescriptor const& field, Kiv::ValueRef value) {
+   Kiv::Present const now(entity_, field);
+   if (isEq(value, now.value())) {
       return;
    }
-   if (doc.field->ops->write != nullptr) {
-      refusing(path, [&] { doc.field->ops->write(&entity, doc.value->get()); });
-   } else if (doc.field->has(FieldDescriptor::constant)) {
-      AnyValue now(*doc.field->type);
-      readMember(&entity, *doc.field, now);
-      error(path, "is " + valueText(now) + " for good, and cannot be " + valueText(*doc.value));
+   Sarn::String const path = pathOf(field);
+   if (field.ops->write != nullptr) {
+      refusing(path, [&] { field.ops->write(&entity_, value.address); });
+   } else if (field.has(FieldDescriptor::constant)) {
+      error(path, "is " + valueText(now.value()) + " for good, and cannot be " + valueText(value));
    }
 }
 
-void Loader::singleton(Entity& entity, DocMember const& doc, Sarn::String const& path) {
-   Kiv::ChildOps const& ops = *doc.field->ops->child;
-   if (doc.elements.empty()) {
-      refusing(path, [&] { ops.del(entity); });
-      return;
-   }
-   DocEntity const& wanted = *doc.elements[0].child;
-   if (Entity* const there = child(entity, *doc.field, nullptr, wanted, path)) {
-      this->entity(*there, wanted, path);
+void Loader::child(FieldDescriptor const& field, DocEntity const* doc) {
+   if (doc != nullptr) {
+      childAt(field, {}, *doc, pathOf(field));
+   } else {
+      refusing(pathOf(field), [&] { field.ops->child->del(entity_); });
    }
 }
 
-Entity* Loader::child(Entity& owner, FieldDescriptor const& field, void const* key,
-                      DocEntity const& doc, Sarn::String const& path) {
-   if (field.kind == MemberKind::child) {
-      Kiv::ChildOps const& ops = *field.ops->child;
-      Entity const* const there = ops.get(owner);
-      if (there != nullptr && field.has(FieldDescriptor::named) && !doc.name.empty() &&
-          *entityName(*there) != doc.name) {
-         ops.del(owner);
-      }
-      if (ops.get(owner) == nullptr) {
-         refusing(path, [&] { ops.is(owner, doc.name); });
-      }
-      return ops.get(owner);
+void Loader::childAt(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity const& doc,
+                     Sarn::String const& path) {
+   Entity* const there =
+         field.keyType != nullptr ? found(field, key, doc, path) : singleton(field, doc, path);
+   if (there != nullptr) {
+      Loader(*there, path, errors_).all(doc);
    }
+}
+
+/// The singleton child, or null if it cannot be made.
+Entity* Loader::singleton(FieldDescriptor const& field, DocEntity const& doc,
+                          Sarn::String const& path) {
+   Kiv::ChildOps const& ops = *field.ops->child;
+   Entity const* const there = ops.get(entity_);
+   if (there != nullptr && field.has(FieldDescriptor::named) && !doc.name.empty() &&
+       *entityName(*there) != doc.name) {
+      ops.del(entity_);
+   }
+   if (ops.get(entity_) == nullptr) {
+      refusing(path, [&] { ops.is(entity_, doc.name); });
+   }
+   return ops.get(entity_);
+}
+
+/// The child of a collection, or null if it cannot be made.
+Entity* Loader::found(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity const& doc,
+                      Sarn::String const& path) {
    Kiv::CollectionOps const& ops = *field.ops->collection;
-   if (Entity* const there = ops.findChild(owner, key)) {
+   if (Entity* const there = ops.findChild(entity_, key.address)) {
       if (!wasMadeOtherwise(*there, doc)) {
          return there;
       }
-      ops.del(owner, key);
+      ops.del(entity_, key.address);
    }
-   std::vector<Kiv::ValueRef> args;
+   std::vector<Kiv::ValueRef> args{key};
    FieldDescriptor const* missing = nullptr;
-   forEachCtorArg(*field.type, [&](FieldDescriptor const& member) {
-      if (args.empty()) {
-         args.emplace_back(*field.keyType, key);
-      } else if (DocMember const* const given = memberOf(doc, member)) {
+   forEachGivenMember(*field.type, [&](FieldDescriptor const& member) {
+      if (DocMember const* const given = memberOf(doc, member)) {
          args.push_back(given->value->ref());
       } else if (missing == nullptr) {
          missing = &member;
@@ -166,20 +150,20 @@ Entity* Loader::child(Entity& owner, FieldDescriptor const& field, void const* k
       error(path, Sarn::String("is to be created, and '") + missing->name + "' is missing");
       return nullptr;
    }
-   refusing(path, [&] { ops.childIs(owner, args); });
-   return ops.findChild(owner, key);
+   refusing(path, [&] { ops.childIs(entity_, args); });
+   return ops.findChild(entity_, key.address);
 }
 
 /// A queue counts its elements itself, so only their values can be brought over: an element that
 /// has its number already stays, and a queue that does not go on like the document's is filled
 /// anew.
-void Loader::queue(Entity& entity, DocMember const& doc, Sarn::String const& path) {
-   Kiv::QueueOps const& ops = *doc.field->ops->queue;
-   U32 const front = ops.frontSequence(entity);
-   U32 const next = ops.nextSequence(entity);
-   U32 const first = doc.next - static_cast<U32>(doc.elements.size());
+void Loader::queue(FieldDescriptor const& field, Elements const& elements, U32 docNext) {
+   Kiv::QueueOps const& ops = *field.ops->queue;
+   U32 const front = ops.frontSequence(entity_);
+   U32 const next = ops.nextSequence(entity_);
+   U32 const first = docNext - static_cast<U32>(elements.size());
    auto const same = [&](U32 at, U32 there) {
-      return isEq(*doc.elements[at - first].value, ops.at(entity, there));
+      return isEq(elements[at - first].value, {*field.type, ops.at(entity_, there)});
    };
    auto const allSame = [&](U32 from, U32 end, U32 shift) {
       bool all = true;
@@ -188,89 +172,91 @@ void Loader::queue(Entity& entity, DocMember const& doc, Sarn::String const& pat
       }
       return all;
    };
-   if (next - front == doc.next - first && allSame(first, doc.next, front - first)) {
+   if (next - front == docNext - first && allSame(first, docNext, front - first)) {
       return;
    }
    bool const goesOn = static_cast<S32>(first - front) >= 0 &&
-                       static_cast<S32>(doc.next - next) >= 0 &&
+                       static_cast<S32>(docNext - next) >= 0 &&
                        static_cast<S32>(next - first) >= 0 && allSame(first, next, 0);
-   refusing(path, [&] {
+   refusing(pathOf(field), [&] {
       if (goesOn) {
-         while (ops.frontSequence(entity) != first) {
-            ops.deq(entity);
+         while (ops.frontSequence(entity_) != first) {
+            ops.deq(entity_);
          }
       } else {
-         ops.delAll(entity);
+         ops.delAll(entity_);
       }
-      for (U32 at = goesOn ? next : first; at != doc.next; ++at) {
-         ops.enq(entity, doc.elements[at - first].value->get());
+      for (U32 at = goesOn ? next : first; at != docNext; ++at) {
+         ops.enq(entity_, elements[at - first].value.address);
       }
    });
 }
 
-void Loader::removeOthers(Entity& entity, DocMember const& doc, Sarn::String const& path) {
-   FieldDescriptor const& field = *doc.field;
+void Loader::removeOthers(FieldDescriptor const& field, Elements const& elements,
+                          Sarn::String const& path) {
    std::set<Sarn::String> named;
-   for (DocElement const& element : doc.elements) {
-      named.insert(valueText(*element.key));
+   for (auto const& element : elements) {
+      named.insert(element.keyText);
    }
    std::vector<std::unique_ptr<AnyValue>> others;
-   for (Kiv::CollectionCursor at(entity, field); at->valid(); at->next()) {
+   for (Kiv::CollectionCursor at(entity_, field); at->valid(); at->next()) {
       if (!named.contains(field.keyType->genericIfStrRep(at->key()))) {
          others.push_back(std::make_unique<AnyValue>(*field.keyType));
-         copyValue(at->key(), *others.back());
+         others.back()->copy(at->key());
       }
    }
    for (auto const& key : others) {
-      refusing(path + "[" + valueText(*key) + "]",
-               [&] { field.ops->collection->del(entity, key->get()); });
+      refusing(path + "[" + valueText(key->ref()) + "]",
+               [&] { field.ops->collection->del(entity_, key->get()); });
    }
 }
 
-void Loader::collection(Entity& entity, DocMember const& doc, Sarn::String const& path) {
-   removeOthers(entity, doc, path);
-   for (DocElement const& each : doc.elements) {
-      element(entity, *doc.field, each, path + "[" + valueText(*each.key) + "]");
-   }
-}
-
-void Loader::element(Entity& entity, FieldDescriptor const& field, DocElement const& doc,
-                     Sarn::String const& path) {
-   if (field.kind == MemberKind::children) {
-      if (Entity* const there = child(entity, field, doc.key->get(), *doc.child, path)) {
-         this->entity(*there, *doc.child, path);
+void Loader::collection(FieldDescriptor const& field, Elements const& elements) {
+   Sarn::String const path = pathOf(field);
+   removeOthers(field, elements, path);
+   for (auto const& each : elements) {
+      Sarn::String const at = path + "[" + each.keyText + "]";
+      if (each.child != nullptr) {
+         childAt(field, each.key, *each.child, at);
+      } else {
+         element(field, each, at);
       }
+   }
+}
+
+void Loader::element(FieldDescriptor const& field, StateElement<DocEntity> const& doc,
+                     Sarn::String const& path) {
+   if (!hasOwnKey(field, doc.key, doc.value)) {
+      error(path, "the value " + valueText(doc.value) + " has another key");
       return;
    }
-   if (!hasOwnKey(field, doc.key->get(), *doc.value)) {
-      error(path, "the value " + valueText(*doc.value) + " has another key");
-      return;
-   }
-   void const* const now = field.ops->collection->find(entity, doc.key->get());
-   if (now == nullptr || !isEq(*doc.value, now)) {
-      refusing(path, [&] { field.ops->collection->is(entity, doc.key->get(), doc.value->get()); });
+   Kiv::Present const now(entity_, field, doc.key.address);
+   if (!now || !isEq(doc.value, now.value())) {
+      refusing(path,
+               [&] { field.ops->collection->is(entity_, doc.key.address, doc.value.address); });
    }
 }
 
 }  // namespace
 
 void loadEntity(Entity& entity, DocEntity const& doc, Sarn::String const& path, DocErrors& errors) {
-   Loader(errors).entity(entity, doc, path);
+   Loader(entity, path, errors).all(doc);
 }
 
 void loadPlace(Sarn::Ptr<Entity> const& root, DocPlace const& doc, DocErrors& errors) {
    try {
       Place place(root, doc.path.root.name, doc.path.steps);
-      Loader loader(errors);
-      if (doc.member != nullptr) {
-         loader.member(place.owner(), *doc.member, doc.text);
-      } else if (doc.value != nullptr) {
+      if (doc.value != nullptr) {
          place.set(*doc.value);
-      } else if (Entity* const there = place.field() == nullptr
-                                             ? root.get()
-                                             : loader.child(place.owner(), *place.field(),
-                                                            place.key(), *doc.entity, doc.text)) {
-         loader.entity(*there, *doc.entity, doc.text);
+      } else if (place.field() == nullptr) {
+         Loader(*root, doc.text, errors).all(*doc.entity);
+      } else {
+         Loader loader(place.owner(), place.ownerPath(), errors);
+         if (doc.member != nullptr) {
+            walkMember(*doc.member, loader);
+         } else {
+            loader.childAt(*place.field(), place.key(), *doc.entity, doc.text);
+         }
       }
    } catch (Failure const& failure) {
       errors.emplace_back(failure.what());

@@ -1,9 +1,7 @@
 #include "Holt/State/Place.h"
 
-#include <algorithm>
-#include <cctype>
-
 #include "Holt/Failure.h"
+#include "Holt/Nearest.h"
 
 namespace Holt {
 
@@ -14,38 +12,22 @@ using Kiv::MemberKind;
 using Kiv::TypeImpl;
 
 Sarn::String unknownMember(TypeImpl const& type, Sarn::String const& name) {
-   Sarn::String near;
-   forEachField(type, [&](FieldDescriptor const& field) {
-      std::string_view const candidate = field.name;
-      bool const alike =
-            candidate.size() == name.size() &&
-            std::equal(name.begin(), name.end(), candidate.begin(), [](char a, char b) {
-               return std::tolower(static_cast<unsigned char>(a)) ==
-                      std::tolower(static_cast<unsigned char>(b));
-            });
-      if (near.empty() && (alike || (!name.empty() && candidate.starts_with(name)))) {
-         near = candidate;
-      }
-   });
-   return Sarn::String(type.name) + " has no attribute '" + name + "'" +
-          (near.empty() ? "" : "; is '" + near + "' meant?");
+   std::vector<std::string_view> members;
+   forEachField(type, [&](FieldDescriptor const& field) { members.emplace_back(field.name); });
+   return Sarn::String(type.name) + " has no attribute '" + name + "'" + didYouMean(name, members);
 }
 
 namespace {
-
-bool isKeyed(FieldDescriptor const& field) {
-   return field.ops != nullptr && field.ops->collection != nullptr;
-}
 
 /// Reads the field `fields[0]` of the value at `object`, then the next one within it.
 void readInside(void const* object, std::span<FieldDescriptor const* const> fields,
                 AnyValue& value) {
    if (fields.size() == 1) {
-      readMember(object, *fields[0], value);
+      value.read(object, *fields[0]);
       return;
    }
    AnyValue outer(*fields[0]->type);
-   readMember(object, *fields[0], outer);
+   outer.read(object, *fields[0]);
    readInside(outer.get(), fields.subspan(1), value);
 }
 
@@ -61,7 +43,7 @@ void writeInside(void* object, std::span<FieldDescriptor const* const> fields,
       return;
    }
    AnyValue inner(*field.type);
-   readMember(object, field, inner);
+   inner.read(object, field);
    writeInside(const_cast<void*>(inner.get()), fields.subspan(1), value);
    field.ops->write(object, inner.get());
 }
@@ -93,7 +75,7 @@ void Place::refusing(Do&& doIt) const {
 
 Place::Place(Sarn::Ptr<Entity> const& root, Sarn::String const& rootName,
              std::vector<PathStep> const& steps)
-      : owner_(root), path_(rootName) {
+      : owner_(root), path_(rootName), ownerPath_(rootName) {
    for (std::size_t i = 0; i != steps.size(); ++i) {
       step(steps[i], i + 1 == steps.size());
    }
@@ -107,6 +89,9 @@ void Place::step(PathStep const& step, bool last) {
    FieldDescriptor const* const field = type.field(std::string_view(step.name));
    if (field == nullptr) {
       fail(unknownMember(type, step.name));
+   }
+   if (!inValue) {
+      ownerPath_ = path_;
    }
    path_ += '.';
    path_ += field->name;
@@ -122,9 +107,7 @@ void Place::step(PathStep const& step, bool last) {
    }
    field_ = field;
    keyIs(step);
-   bool const leadsToEntity =
-         field->kind == MemberKind::child || field->kind == MemberKind::children;
-   if (!last && leadsToEntity) {
+   if (!last && field->type->kind == Kiv::TypeKind::entity) {
       descend();
    } else if (!last && field->keyType != nullptr && key_ == nullptr) {
       fail("is a collection; a key in brackets is missing");
@@ -162,40 +145,29 @@ Entity* Place::entity() const {
    if (field_ == nullptr) {
       return owner_.get();
    }
-   if (field_->kind == MemberKind::child) {
-      return field_->ops->child->get(*owner_);
-   }
-   return field_->kind == MemberKind::children && key_ != nullptr
-                ? field_->ops->collection->findChild(*owner_, key_->get())
-                : nullptr;
+   return present().child();
+}
+
+bool Place::leadsToEntity() const noexcept {
+   return field_ == nullptr || (field_->type->kind == Kiv::TypeKind::entity && !isCollection());
 }
 
 bool Place::isCollection() const noexcept {
    return field_ != nullptr && field_->keyType != nullptr && key_ == nullptr;
 }
 
-/// The element of a map or queue with the key, or null.
-void const* Place::element() const {
-   if (field_->kind == MemberKind::queue) {
-      Kiv::QueueOps const& queue = *field_->ops->queue;
-      U32 const sequence = *static_cast<U32 const*>(key_->get());
-      U32 const place = sequence - queue.frontSequence(*owner_);
-      return place < queue.size(*owner_) ? queue.at(*owner_, sequence) : nullptr;
-   }
-   return field_->ops->collection->find(*owner_, key_->get());
+/// What stands here now, without regard to fields within it. REQUIRES: not the root.
+Kiv::Present Place::present() const {
+   return {*owner_, *field_, key().address};
 }
 
 /// Reads the value that the path leads to, without regard to fields within it.
 void Place::read(AnyValue& value) const {
-   if (field_->kind == MemberKind::single) {
-      readMember(owner_.get(), *field_, value);
-      return;
-   }
-   void const* const found = element();
-   if (found == nullptr) {
+   Kiv::Present const now = present();
+   if (!now) {
       fail("does not exist");
    }
-   copyValue(found, value);
+   value.copy(now.value().address);
 }
 
 Sarn::String Place::text() const {
@@ -203,8 +175,7 @@ Sarn::String Place::text() const {
 }
 
 std::unique_ptr<AnyValue> Place::value() const {
-   if (field_ == nullptr || field_->kind == MemberKind::child ||
-       field_->kind == MemberKind::children) {
+   if (field_ == nullptr || field_->type->kind == Kiv::TypeKind::entity) {
       fail("does not exist");
    }
    auto value = std::make_unique<AnyValue>(*field_->type);
@@ -232,7 +203,7 @@ void Place::write(AnyValue const& value) {
       field_->ops->write(owner_.get(), value.get());
    } else {
       checkStreamed();
-      if (!hasOwnKey(*field_, key_->get(), value)) {
+      if (!hasOwnKey(*field_, key(), value.ref())) {
          fail("the value " + valueText(value) + " has another key");
       }
       field_->ops->collection->is(*owner_, key_->get(), value.get());
@@ -240,8 +211,7 @@ void Place::write(AnyValue const& value) {
 }
 
 void Place::checkSettable() const {
-   if (field_ == nullptr || field_->kind == MemberKind::child ||
-       field_->kind == MemberKind::children) {
+   if (field_ == nullptr || field_->type->kind == Kiv::TypeKind::entity) {
       fail("is an entity; 'add' creates one, 'del' removes it, 'set' sets its attributes");
    }
    if (field_->kind == MemberKind::queue) {
@@ -351,7 +321,7 @@ void Place::del() {
       }
       return;
    }
-   if (isKeyed(*field_)) {
+   if (field_->kind != MemberKind::queue) {
       if (key_ == nullptr) {
          field_->ops->collection->delAll(*owner_);
       } else if (!field_->ops->collection->del(*owner_, key_->get())) {
@@ -362,7 +332,7 @@ void Place::del() {
    Kiv::QueueOps const& queue = *field_->ops->queue;
    if (key_ == nullptr) {
       queue.delAll(*owner_);
-   } else if (element() == nullptr) {
+   } else if (!present()) {
       fail("does not exist");
    } else if (*static_cast<U32 const*>(key_->get()) != queue.frontSequence(*owner_)) {
       fail("is not the queue's front, which is " + std::to_string(queue.frontSequence(*owner_)));
@@ -371,19 +341,14 @@ void Place::del() {
    }
 }
 
-bool hasOwnKey(FieldDescriptor const& field, void const* key, AnyValue const& value) {
-   if (!field.has(FieldDescriptor::keyInside)) {
+bool hasOwnKey(FieldDescriptor const& field, Kiv::ValueRef key, Kiv::ValueRef value) {
+   FieldDescriptor const* const inner = field.keyField();
+   if (inner == nullptr) {
       return true;
    }
-   bool same = false;
-   forEachField(*field.type, [&](FieldDescriptor const& inner) {
-      if (inner.type == field.keyType) {
-         AnyValue own(*inner.type);
-         readMember(value.get(), inner, own);
-         same = same || inner.type->support->isEq(own.get(), key);
-      }
-   });
-   return same;
+   AnyValue own(*inner->type);
+   own.read(value.address, *inner);
+   return inner->type->support->isEq(own.get(), key.address);
 }
 
 Destination destinationOf(TypeImpl const& rootType, Path const& path) {
@@ -421,13 +386,9 @@ Destination destinationOf(TypeImpl const& rootType, Path const& path) {
 
 Sarn::String childArgsText(FieldDescriptor const& field) {
    Sarn::String text;
-   bool isKey = true;
-   forEachCtorArg(*field.type, [&](FieldDescriptor const& member) {
-      if (!isKey) {
-         text += (text.empty() ? "" : ", ") + Sarn::String(member.name) + " (" + member.type->name +
-                 ")";
-      }
-      isKey = false;
+   forEachGivenMember(*field.type, [&](FieldDescriptor const& member) {
+      text +=
+            (text.empty() ? "" : ", ") + Sarn::String(member.name) + " (" + member.type->name + ")";
    });
    return text;
 }

@@ -7,6 +7,7 @@
 #include "Holt/State/Path.h"
 #include "Holt/State/Values.h"
 #include "Kiv/Entity.h"
+#include "Kiv/Visit.h"
 
 namespace Holt {
 
@@ -25,11 +26,15 @@ public:
    Kiv::Entity& owner() const noexcept { return *owner_; }
    /// Null for the root itself.
    Kiv::FieldDescriptor const* field() const noexcept { return field_; }
-   /// Null unless the path names an element.
-   void const* key() const noexcept { return key_ != nullptr ? key_->get() : nullptr; }
+   /// The path of `owner()`.
+   Sarn::String const& ownerPath() const noexcept { return ownerPath_; }
+   /// No value unless the path names an element.
+   Kiv::ValueRef key() const noexcept { return key_ != nullptr ? key_->ref() : Kiv::ValueRef(); }
 
    /// The entity that stands here: the root, a child. Null for all else, and for none.
    Kiv::Entity* entity() const;
+   /// Whether an entity stands here, or may: the root, a singleton child, a child under a key.
+   bool leadsToEntity() const noexcept;
    /// Whether this is a collection or queue as a whole.
    bool isCollection() const noexcept;
    /// The value that stands here, as text. Throws `Failure` if there is none.
@@ -55,7 +60,7 @@ private:
    void step(PathStep const& step, bool last);
    void descend();
    void keyIs(PathStep const& step);
-   void const* element() const;
+   Kiv::Present present() const;
    void read(Kiv::AnyValue& value) const;
    void write(Kiv::AnyValue const& value);
    void checkStreamed() const;
@@ -71,10 +76,11 @@ private:
    std::unique_ptr<Kiv::AnyValue> key_;
    std::vector<Kiv::FieldDescriptor const*> inside_;
    Sarn::String path_;
+   Sarn::String ownerPath_;
 };
 
 /// Whether a value that contains its map's key, if it does, has this one.
-bool hasOwnKey(Kiv::FieldDescriptor const& field, void const* key, Kiv::AnyValue const& value);
+bool hasOwnKey(Kiv::FieldDescriptor const& field, Kiv::ValueRef key, Kiv::ValueRef value);
 
 /// Where a path leads by the types alone, whether or not there is anything now.
 struct Destination {

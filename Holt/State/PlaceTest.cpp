@@ -146,7 +146,7 @@ TEST_F(PlaceTest, SaysWhatCannotBeDone) {
    EXPECT_EQ(text(".reset"), "root.reset: is an operation; it has no value");
    EXPECT_EQ(text(".leaf.lit"), "root.leaf: is a collection; a key in brackets is missing");
    EXPECT_EQ(text(".flag[1]"), "root.flag: is no collection; it takes no key");
-   EXPECT_EQ(text(".Flag"), "root: KivTest::Root has no attribute 'Flag'; is 'flag' meant?");
+   EXPECT_EQ(text(".Flag"), "root: KivTest::Root has no attribute 'Flag'; did you mean 'flag'?");
    EXPECT_NE(del(".flag").find("always has a value"), std::string::npos);
    EXPECT_NE(del("").find("is a root"), std::string::npos);
    EXPECT_NE(set(".samples", "1").find("is a queue"), std::string::npos);

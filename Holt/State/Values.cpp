@@ -38,9 +38,8 @@ bool isNumber(std::string_view text, double& number) {
 
 void parseValue(std::string_view text, Kiv::AnyValue& value) {
    Kiv::TypeImpl const& type = value.type();
-   static std::string_view const stringName = Kiv::typeOf<Sarn::String>().name;
    try {
-      if (type.name == stringName && !text.starts_with('"')) {
+      if (type.kind == Kiv::TypeKind::string && !text.starts_with('"')) {
          new (value.room()) Sarn::String(text);
          value.constructed();
          return;
@@ -57,18 +56,8 @@ void parseValue(std::string_view text, Kiv::AnyValue& value) {
    }
 }
 
-void readMember(void const* object, Kiv::FieldDescriptor const& field, Kiv::AnyValue& value) {
-   field.ops->read(object, value.room());
-   value.constructed();
-}
-
-Sarn::String valueText(Kiv::AnyValue const& value) {
-   return value.type().genericIfStrRep(value.get());
-}
-
-void copyValue(void const* source, Kiv::AnyValue& value) {
-   value.type().genericIfConstruct(value.room(), source);
-   value.constructed();
+Sarn::String valueText(Kiv::ValueRef value) {
+   return value.type->genericIfStrRep(value.address);
 }
 
 bool naturallyLess(std::string_view a, std::string_view b) {

@@ -9,13 +9,10 @@ namespace Holt {
 /// Throws `Failure` that says what the type is and what is wrong.
 void parseValue(std::string_view text, Kiv::AnyValue& value);
 
-/// Reads a member of an entity, or a field of a value.
-void readMember(void const* object, Kiv::FieldDescriptor const& field, Kiv::AnyValue& value);
-
-Sarn::String valueText(Kiv::AnyValue const& value);
-
-/// A copy of the value at `source`.
-void copyValue(void const* source, Kiv::AnyValue& value);
+Sarn::String valueText(Kiv::ValueRef value);
+inline Sarn::String valueText(Kiv::AnyValue const& value) {
+   return valueText(value.ref());
+}
 
 /// Orders texts as people do: numbers in them count as numbers ("Ethernet2" before "Ethernet10",
 /// "-3" before "2").

@@ -168,7 +168,7 @@ void addValues(Candidates& candidates, std::string const& socket, std::string co
    for (Enumerator const& each : enumeratorsOf(type)) {
       candidates.add(each.name + " ");
    }
-   if (type.name == std::string_view(Kiv::typeOf<bool>().name)) {
+   if (type.kind == Kiv::TypeKind::boolean) {
       candidates.add("false ");
       candidates.add("true ");
    }

@@ -5,8 +5,9 @@
 #include <cmath>
 
 #include "Holt/Failure.h"
-#include "Holt/State/Json.h"
+#include "Holt/State/Values.h"
 #include "Kiv/Printable.h"
+#include "Kiv/Visit.h"
 
 namespace Ptpstate {
 
@@ -17,10 +18,11 @@ using Kiv::MemberKind;
 
 Sarn::String shortText(Kiv::TypeImpl const& type, void const* value) {
    Sarn::String text;
-   for (Kiv::FieldDescriptor const* const field : valueFields(type)) {
-      Kiv::AnyValue inner(*field->type);
-      readMember(value, *field, inner);
-      text += (text.empty() ? "" : ",") + shortText(*field->type, inner.get());
+   if (type.kind == Kiv::TypeKind::value) {
+      Kiv::forEachPart(Kiv::RecordRef{{type, value}},
+                       [&text](Kiv::FieldDescriptor const&, Kiv::ValueRef part) {
+                          text += (text.empty() ? "" : ",") + shortText(*part.type, part.address);
+                       });
    }
    return text.empty() ? Kiv::printable(type.genericIfStrRep(value)) : text;
 }
@@ -47,10 +49,9 @@ std::optional<TopNumber> topNumber(Kiv::AnyValue const& value) {
        !std::isfinite(number.value)) {
       return std::nullopt;
    }
-   std::string_view const type = value.type().name;
-   if (type.starts_with('U')) {
+   if (value.type().kind == Kiv::TypeKind::unsignedNumber) {
       std::from_chars(text.data(), text.data() + text.size(), number.exact);
-      std::from_chars(type.data() + 1, type.data() + type.size(), number.bits);
+      number.bits = value.type().size * 8;
    }
    return number;
 }

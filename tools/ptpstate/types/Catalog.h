@@ -1,4 +1,4 @@
-// What the loaded modules say of their types, and what can be found out by trying.
+// What the loaded modules say of their types.
 #pragma once
 
 #include <optional>
@@ -19,10 +19,6 @@ struct MemberInfo {
    Sarn::String type;
    /// What it has in a new object; null for what has no value, or is given when it is made.
    std::unique_ptr<Kiv::AnyValue> initial;
-   /// The bounds that its setter keeps to, where these are narrower than the type. The setter is
-   /// tried on an object of its own.
-   std::unique_ptr<Kiv::AnyValue> least;
-   std::unique_ptr<Kiv::AnyValue> greatest;
 };
 
 /// The members of an entity or value type, inherited ones first.

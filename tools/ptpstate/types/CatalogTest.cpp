@@ -17,9 +17,9 @@ namespace {
 std::string rangeOf(std::string_view type, std::string_view name) {
    for (MemberInfo const& member : membersOf(*Kiv::typeByName(type))) {
       if (member.field->name == name) {
-         return member.least != nullptr
-                      ? valueText(*member.least) + ".." + valueText(*member.greatest)
-                      : "";
+         return member.field->bounds != nullptr ? valueText(member.field->least()) + ".." +
+                                                        valueText(member.field->greatest())
+                                                : "";
       }
    }
    return "no such member";

@@ -29,7 +29,8 @@ std::string hashText(Kiv::KivModule const& module) {
 }
 
 std::string rangeText(MemberInfo const& member) {
-   return member.least != nullptr ? valueText(*member.least) + ".." + valueText(*member.greatest)
+   Kiv::FieldDescriptor const& field = *member.field;
+   return field.bounds != nullptr ? valueText(field.least()) + ".." + valueText(field.greatest())
                                   : "";
 }
 
@@ -100,11 +101,10 @@ Json memberJson(TypeImpl const& type, MemberInfo const& member) {
       json["key"] = field.keyType->name;
    }
    if (member.initial != nullptr) {
-      json["default"] = jsonOf(*field.type, member.initial->get());
+      json["default"] = jsonOf(member.initial->ref());
    }
-   if (member.least != nullptr) {
-      json["range"] = {jsonOf(*field.type, member.least->get()),
-                       jsonOf(*field.type, member.greatest->get())};
+   if (field.bounds != nullptr) {
+      json["range"] = {jsonOf(field.least()), jsonOf(field.greatest())};
    }
    if (type.kind == Kiv::TypeKind::entity) {
       json["given"] = type.isCtorArg(field.fieldId);
