@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # generated.sh BUILD [--update]: compares what kivc generates for our modules with what is checked
 # in: the pages of docs/reference, and the lists of ids in tests/golden, so that a changed id shows
-# up in a review. Also compares the man page with what ptpstate generates from docs/ptpstate.md.
-# With --update, writes them again.
+# up in a review. Also compares the man page with what ptpstate generates from docs/ptpstate.md, and
+# tests/golden/*.types with what ptpstate tells of the types. With --update, writes them again.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 kivc=$1/bin/kivc
@@ -22,6 +22,9 @@ for kiv in PtpLib/*.kiv PtpPlatform/*.kiv Dorn/*.kiv Bridging/*.kiv Brim/*.kiv A
    module=$(basename "$kiv" .kiv)
    "$kivc" -I . --reference "$scratch/docs/reference/$module.md" \
       --manifest "$scratch/tests/golden/$module.ids" "$kiv" || exit 1
+   case $kiv in
+      PtpLib/*) "$1/bin/ptpstate" types "$module" >"$scratch/tests/golden/$module.types" || exit 1 ;;
+   esac
    types=$(awk '$1 ~ /^(entity|value|enum)$/ { list = list (list ? ", " : "") "`" $2 "`" }
                 END { print list }' "$kiv")
    printf '| [%s](%s.md) | %s |\n' "$module" "$module" "$types" >>"$index"
@@ -43,7 +46,7 @@ while IFS= read -r file; do
 done < <(cd "$scratch" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
 
 # Files that no longer belong to a module.
-for file in docs/reference/*.md tests/golden/*.ids; do
+for file in docs/reference/*.md tests/golden/*.ids tests/golden/*.types; do
    [ -e "$file" ] && [ ! -e "$scratch/$file" ] || continue
    if [ "$update" = --update ]; then
       rm "$file"
