@@ -1,8 +1,8 @@
 // Creates, changes and prints an entity of a type that is known only by name.
 #include <iostream>
 
-#include "Kiv/GenericIfImpl.h"
 #include "Kiv/Module.h"
+#include "Kiv/Visit.h"
 
 namespace {
 
@@ -17,24 +17,64 @@ U8 attributeIs(Kiv::Entity& entity, Kiv::FieldDescriptor const& field, std::stri
          nullptr, &entity, &field, static_cast<U8>(Kiv::AttributeOp::write), nullptr, value.ref());
 }
 
-/// Prints values, then collections with their keys, then children.
-void print(Kiv::Entity& entity, std::string const& indent) {
-   Kiv::forEachField(entity.kivType(), [&](Kiv::FieldDescriptor const& field) {
-      if (field.kind == Kiv::MemberKind::single) {
-         std::cout << indent << field.name << " = " << Kiv::attributeText(entity, field) << '\n';
-      } else if (field.kind == Kiv::MemberKind::map) {
-         for (Kiv::CollectionCursor at(entity, field); at->valid(); at->next()) {
-            std::cout << indent << field.name << '[' << field.keyType->genericIfStrRep(at->key())
-                      << "] = " << field.type->genericIfStrRep(at->value()) << '\n';
+/// Prints the members of an entity as they are handed out, and all below it.
+class Printer {
+public:
+   explicit Printer(std::string indent) : indent_(std::move(indent)) {}
+
+   void value(Kiv::FieldDescriptor const& field, Kiv::ValueRef value) {
+      std::cout << indent_ << field.name << " = " << text(value);
+      if (field.bounds != nullptr) {
+         std::cout << "  (" << text(field.least()) << " to " << text(field.greatest()) << ')';
+      }
+      std::cout << '\n';
+   }
+   void child(Kiv::FieldDescriptor const& field, Kiv::Entity const* child) {
+      if (child != nullptr) {
+         std::cout << indent_ << field.name << ":\n";
+         Kiv::visitMembers(*child, Printer(indent_ + "   "));
+      }
+   }
+   void collection(Kiv::FieldDescriptor const& field, Kiv::CollectionCursor& at) {
+      for (; at->valid(); at->next()) {
+         std::cout << indent_ << field.name << '[' << text({*field.keyType, at->key()}) << ']';
+         if (Kiv::Entity const* const child = at->child()) {
+            std::cout << ":\n";
+            Kiv::visitMembers(*child, Printer(indent_ + "   "));
+         } else {
+            std::cout << " = " << text({*field.type, at->value()}) << '\n';
          }
       }
-   });
-   Kiv::forEachChild(entity,
-                     [&](Kiv::Entity& child, Kiv::FieldDescriptor const& field, void const*) {
-                        std::cout << indent << field.name << ":\n";
-                        print(child, indent + "   ");
-                     });
-}
+   }
+   void queue(Kiv::FieldDescriptor const& field, Kiv::CollectionCursor& at, U32) {
+      collection(field, at);
+   }
+
+private:
+   static Sarn::String text(Kiv::ValueRef value) {
+      return value.type->genericIfStrRep(value.address);
+   }
+
+   std::string indent_;
+};
+
+/// How many numbers a value holds that are not 0, in its fields and theirs, too.
+struct NumbersSet {
+   int operator()(U64 v) { return v != 0 ? 1 : 0; }
+   int operator()(S64 v) { return v != 0 ? 1 : 0; }
+   int operator()(double v) { return v != 0 ? 1 : 0; }
+   int operator()(Kiv::OptionalRef v) {
+      return v.held.address != nullptr ? Kiv::visitValue(v.held, *this) : 0;
+   }
+   int operator()(Kiv::RecordRef v) {
+      int count = 0;
+      Kiv::forEachPart(v, [&](Kiv::FieldDescriptor const&, Kiv::ValueRef part) {
+         count += Kiv::visitValue(part, *this);
+      });
+      return count;
+   }
+   int operator()(auto const&) { return 0; }
+};
 
 }  // namespace
 
@@ -56,6 +96,9 @@ int main() {
    } catch (Kiv::RangeException const& refusal) {
       std::cout << refusal.what() << '\n';
    }
-   print(*config, "");
+   Kiv::visitMembers(*config, Printer(""));
+   Kiv::Present const quality(*config, *type->field("clockQuality"));
+   std::cout << Kiv::visitValue(quality.value(), NumbersSet())
+             << " numbers of the clock's quality\n";
    return Kiv::attributeText(*config, domain) == "24" ? 0 : 1;
 }
