@@ -30,8 +30,7 @@ namespace Sarn {
 ///     | next | first number | first, end, log2 | slot 0 | slot 1 | ... | slot 2^log2 - 1 |
 ///                                                taken    ^ first        ^ end
 ///
-/// - A chunk is made when the last one is full, or the next number does not follow its last one
-/// (see
+/// - A chunk is made when the last one is full, or when its numbers do not continue (see
 ///   `forceSequenceNumber`). It has the smallest power of two of slots strictly above the number of
 ///   elements before the new one, at least 4, at most 8192.
 /// - The element with number `n` of a chunk lies in slot `n - first number`.

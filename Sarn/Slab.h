@@ -19,8 +19,7 @@
 ///
 /// - Both operations are O(1) and touch the slab, the chunk's header and the slot alone.
 /// - Slots of a fresh chunk are handed out at ascending addresses, so that objects made in a row
-/// are
-///   adjacent; freed slots are reused last in, first out.
+///   are adjacent; freed slots are reused last in, first out.
 /// - A chunk whose slots are all free is released, except that each slab keeps one.
 ///
 /// Invariants, outside of an operation:

@@ -73,24 +73,26 @@ U32 HashTable<Policy>::openSlot(U32 hash) {
    U32 place = array_->placeOf(hash);
    U32 home = static_cast<U32>(array_->home(place));
    U32 free = array_->freeFrom(home);
-   while (free - home > farFromHome || free == array_->slotCount)
-      [[unlikely]] {
-         bool const far = free - home > farFromHome;
-         if (far && array_->patience != 0) {
-            --array_->patience;
-         }
-         if (far && array_->patience == 0 && array_->iterators == nullptr) {
-            reorder(array_->step);
-         } else if (free == array_->slotCount) {
-            // The tail is full: few keys, or a hash that does not spread them.
-            rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
-         } else {
-            break;
-         }
-         place = array_->placeOf(hash);
-         home = static_cast<U32>(array_->home(place));
-         free = array_->freeFrom(home);
+   auto const unfit = [&]() noexcept {
+      return __builtin_expect(free - home > farFromHome || free == array_->slotCount, 0) != 0;
+   };
+   while (unfit()) {
+      bool const far = free - home > farFromHome;
+      if (far && array_->patience != 0) {
+         --array_->patience;
       }
+      if (far && array_->patience == 0 && array_->iterators == nullptr) {
+         reorder(array_->step);
+      } else if (free == array_->slotCount) {
+         // The tail is full: few keys, or a hash that does not spread them.
+         rebuild(array_->step, array_->slotCount * 2 - array_->step.homes());
+      } else {
+         break;
+      }
+      place = array_->placeOf(hash);
+      home = static_cast<U32>(array_->home(place));
+      free = array_->freeFrom(home);
+   }
    U32 at = free;
    for (U32 const* const places = array_->places(); at > home && places[at - 1] > place; --at) {
       moveByOne(array_, at, at - 1);

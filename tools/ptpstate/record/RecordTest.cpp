@@ -360,6 +360,32 @@ TEST_F(RecordTest, AFileThatIsBeingRecordedIsLeftAlone) {
    EXPECT_NE(played.out.find("ptp/config.priority1: 128 -> 7\n"), std::string::npos);
 }
 
+TEST_F(RecordTest, InfoAndReplayNameTheSameHole) {
+   auto const recording = record();
+   set("ptp/config.priority1", "7");
+   ended(*recording);
+   std::string const whole = readFile(file);
+   std::size_t holes = 0;
+   for (std::size_t begin = 0; begin < whole.size(); begin += whole.size() / 15 + 1) {
+      for (std::size_t const length : {std::size_t(40), whole.size()}) {
+         std::string bad = whole;
+         std::size_t const end = std::min(begin + length, bad.size());
+         std::fill(bad.begin() + static_cast<std::ptrdiff_t>(begin),
+                   bad.begin() + static_cast<std::ptrdiff_t>(end), '\0');
+         ASSERT_NE(bad, whole);
+         ++holes;
+         std::ofstream(file, std::ios::binary) << bad;
+         Outcome const info = replay({"--info"});
+         Outcome const played = replay({"--dump", "/dev/null"});
+         EXPECT_EQ(info.status, 1) << begin;
+         EXPECT_EQ(played.status, 1) << begin;
+         EXPECT_EQ(info.err, played.err);
+         EXPECT_NE(info.err.find(": damaged at byte "), std::string::npos) << info.err;
+      }
+   }
+   EXPECT_GE(holes, 28u);
+}
+
 TEST_F(RecordTest, InfoTellsWhatReplayWouldFind) {
    auto const recording = record();
    set("ptp/config.priority1", "7");
