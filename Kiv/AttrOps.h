@@ -24,10 +24,14 @@ public:
 
 /// What became of a dirty key that was to be written.
 enum class DirtyKeyResult : U8 {
-   written,         ///< drop it, go on
-   writtenAndStop,  ///< drop it, something else comes first
-   full,            ///< keep it, stop
-   erased,          ///< only that its former element is gone is written: keep the key, stop
+   /// Drop it, go on.
+   written,
+   /// Drop it, something else comes first.
+   writtenAndStop,
+   /// Keep it, stop.
+   full,
+   /// Only that its former element is gone is written: keep the key, stop.
+   erased,
 };
 
 /// Keys of one collection that a connection has still to be told of.

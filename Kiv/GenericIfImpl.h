@@ -10,8 +10,10 @@ namespace Kiv {
 /// Op codes of `genericIfAttributeOp`.
 enum class AttributeOp : U8 {
    read = 0,
-   write = 1,  ///< or create a singleton child
-   del = 2,    ///< remove a singleton child
+   /// Or create a singleton child.
+   write = 1,
+   /// Remove a singleton child.
+   del = 2,
    name = 10,
    differsFromDefault = 11,
    isEq = 12,

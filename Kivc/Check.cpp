@@ -2,7 +2,7 @@
 
 #include "Kivc/Scope.h"
 
-namespace kivc {
+namespace Kivc {
 
 void check(Module& module, Diagnostics& diagnostics) {
    for (auto const& type : module.types) {
@@ -18,4 +18,4 @@ void check(Module& module, Diagnostics& diagnostics) {
    checkValues(module, diagnostics);
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -7,7 +7,7 @@
 #include "Kivc/Diagnostics.h"
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 class Scope;
 
@@ -31,4 +31,4 @@ void checkIds(Module& module, Diagnostics& diagnostics);
 /// Defaults and ranges.
 void checkValues(Module& module, Diagnostics& diagnostics);
 
-}  // namespace kivc
+}  // namespace Kivc

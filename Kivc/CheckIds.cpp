@@ -3,7 +3,7 @@
 
 #include "Kivc/Check.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -150,4 +150,4 @@ void checkIds(Module& module, Diagnostics& diagnostics) {
    IdCheck(module, diagnostics).run();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -6,7 +6,7 @@
 
 #include "Kivc/Check.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -190,4 +190,4 @@ void checkNames(Module& module, Diagnostics& diagnostics) {
    NameCheck(module, diagnostics).run();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -3,7 +3,7 @@
 #include "Kivc/Check.h"
 #include "Kivc/Scope.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -171,4 +171,4 @@ void checkReferences(Module& module, Scope const& scope, Diagnostics& diagnostic
    ReferenceCheck(module, scope, diagnostics).run();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

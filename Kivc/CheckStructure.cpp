@@ -4,7 +4,7 @@
 
 #include "Kivc/Check.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -469,4 +469,4 @@ void checkStructure(Module& module, Diagnostics& diagnostics) {
    StructureCheck(module, diagnostics).run();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

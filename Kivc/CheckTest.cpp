@@ -6,7 +6,7 @@
 #include "Kivc/TestSupport.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 using test::Compiled;
@@ -255,4 +255,4 @@ TEST(Check, ChildrenOfOneTypeMayHoldEachOther) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

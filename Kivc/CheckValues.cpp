@@ -6,7 +6,7 @@
 #include "Kivc/Scope.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -319,4 +319,4 @@ void checkValues(Module& module, Diagnostics& diagnostics) {
    ValueCheck(module, diagnostics).run();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

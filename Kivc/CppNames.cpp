@@ -6,7 +6,7 @@
 #include "Kivc/Scope.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -187,4 +187,4 @@ std::string CppNames::params(Type const& type) const {
    return join(parts, ", ");
 }
 
-}  // namespace kivc
+}  // namespace Kivc

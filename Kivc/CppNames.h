@@ -5,7 +5,7 @@
 
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// Spells types and values as code inside one namespace sees them.
 class CppNames {
@@ -57,4 +57,4 @@ std::string join(std::vector<std::string> const& parts, std::string_view separat
 /// "IntfConfig" of `intfConfig`.
 std::string capitalized(std::string text);
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -4,7 +4,7 @@
 #include <tuple>
 #include <utility>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -127,4 +127,4 @@ std::string suggestion(std::string_view name, std::vector<std::string> const& ca
    return nearest.empty() ? std::string() : "; did you mean '" + nearest + "'?";
 }
 
-}  // namespace kivc
+}  // namespace Kivc

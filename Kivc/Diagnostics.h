@@ -8,7 +8,7 @@
 
 #include "Kivc/Source.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// Collects errors of one run. Printed sorted by file and position, at most `cap` of them.
 class Diagnostics {
@@ -47,4 +47,4 @@ std::string nearestName(std::string_view name, std::vector<std::string> const& c
 /// "; did you mean 'x'?" for the nearest of `candidates`, or empty.
 std::string suggestion(std::string_view name, std::vector<std::string> const& candidates);
 
-}  // namespace kivc
+}  // namespace Kivc

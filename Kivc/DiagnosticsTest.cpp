@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 TEST(Diagnostics, SortsByFileAndPosition) {
@@ -71,4 +71,4 @@ TEST(NearestName, FindsWhatIsCloseAndNothingElse) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

@@ -13,7 +13,7 @@
 #include "Kivc/Loader.h"
 #include "Kivc/Output.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -117,4 +117,4 @@ int run(Options const& options, std::ostream& errors) {
    return 0;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -6,14 +6,18 @@
 #include <string>
 #include <vector>
 
-namespace kivc {
+namespace Kivc {
 
 struct Options {
    std::string input;
-   std::vector<std::string> roots;  ///< -I
-   std::string out;                 ///< --out; empty: no C++ is written
-   std::string manifest;            ///< --manifest; empty: none
-   std::string reference;           ///< --reference; empty: none
+   /// -I.
+   std::vector<std::string> roots;
+   /// --out; empty: no C++ is written.
+   std::string out;
+   /// --manifest; empty: none.
+   std::string manifest;
+   /// --reference; empty: none.
+   std::string reference;
    /// --headers: the headers written below `out`, one a line, relative to it. Empty: none.
    std::string headers;
    /// --parts: how many sources are written that together include those of all types.
@@ -26,4 +30,4 @@ struct Options {
 /// in which case nothing has been written.
 int run(Options const& options, std::ostream& errors);
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <sstream>
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 namespace fs = std::filesystem;
@@ -156,4 +156,4 @@ TEST_F(Driver, OutputThatCannotBeWrittenIsAnError) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

@@ -5,7 +5,7 @@
 #include "Kivc/Layout.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -194,4 +194,4 @@ MemberCode MemberEmitter::operation() const {
    return code;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -4,7 +4,7 @@
 #include "Kivc/Layout.h"
 #include "Kivc/Scope.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// The child's factory, as the owner's namespace sees it.
 std::string MemberEmitter::childFactory() const {
@@ -189,4 +189,4 @@ std::string MemberEmitter::updateExisting() const {
    return compared + steps + "steps.finish();\n";
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -3,7 +3,7 @@
 #include "Kivc/EmitMember.h"
 #include "Kivc/Layout.h"
 
-namespace kivc {
+namespace Kivc {
 
 std::string MemberEmitter::mapType() const {
    auto const key = names_.type(keyType());
@@ -170,4 +170,4 @@ MemberCode MemberEmitter::queue() const {
    return code;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -7,7 +7,7 @@
 #include "Kivc/EmitMember.h"
 #include "Kivc/Layout.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -69,7 +69,8 @@ struct EntityCode {
    std::string sourceBodies;
    std::string constructorBody;
    std::string rows;
-   std::vector<Member const*> layout;  ///< stored members in the order of their storage
+   /// Stored members in the order of their storage.
+   std::vector<Member const*> layout;
 };
 
 EntityCode codeOf(Type const& type) {
@@ -176,8 +177,10 @@ std::string constructorUses(Type const& type) {
 
 struct HeaderParts {
    Includes includes;
-   std::string forward;      ///< declarations of types in other namespaces
-   std::string forwardNear;  ///< and of those in the same
+   /// Declarations of types in other namespaces.
+   std::string forward;
+   /// And of those in the same.
+   std::string forwardNear;
    Includes behind;
 };
 
@@ -390,4 +393,4 @@ std::string emitEntitySource(Type const& type) {
    return text.finish();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -4,7 +4,7 @@
 
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// An entity's header and source, put together from what `MemberEmitter` says of each member.
 std::string emitEntityHeader(Type const& type);
@@ -13,4 +13,4 @@ std::string emitEntitySource(Type const& type);
 /// Whether the entity or its base has a collection.
 bool hasCollection(Type const& type);
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -5,7 +5,7 @@
 #include "Kivc/Layout.h"
 #include "Kivc/Template.h"
 
-namespace kivc {
+namespace Kivc {
 
 std::string emitEnumHeader(Type const& type) {
    std::string enumerators;
@@ -85,4 +85,4 @@ std::string emitEnumDefinitions(Type const& type) {
    return text.finish();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -4,7 +4,7 @@
 
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// An enumeration's header. What it declares is defined in the module's record, which holds the
 /// names.
@@ -13,4 +13,4 @@ std::string emitEnumHeader(Type const& type);
 /// The enumeration's definitions within the module's record.
 std::string emitEnumDefinitions(Type const& type);
 
-}  // namespace kivc
+}  // namespace Kivc

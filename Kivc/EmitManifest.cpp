@@ -2,7 +2,7 @@
 
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 std::string emitManifest(Module const& module) {
    std::string out;
@@ -25,4 +25,4 @@ std::string emitManifest(Module const& module) {
    return out;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -3,7 +3,7 @@
 #include "Kivc/Layout.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 int alignmentOf(Type const& type) {
    switch (type.kind) {
@@ -113,4 +113,4 @@ std::string MemberEmitter::elementParam(Type const& type) const {
    return type.kind == TypeKind::string ? "Sarn::String const&" : names_.param(type);
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -8,18 +8,26 @@
 #include "Kivc/Model.h"
 #include "Kivc/Template.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// Lines without indentation; each part is empty or ends with a line break.
 struct MemberCode {
-   std::string declarations;     ///< public part of the class
-   std::string privates;         ///< private constants
-   std::string storage;          ///< the data member
-   std::string inlineBodies;     ///< behind the class, in the header
-   std::string sourceBodies;     ///< in the source
-   std::string constructorBody;  ///< steps of the constructor
-   std::string row;              ///< its rows of the member table, each closed by a comma
-   int alignment = 0;            ///< bytes, as far as known; members are laid out largest first
+   /// Public part of the class.
+   std::string declarations;
+   /// Private constants.
+   std::string privates;
+   /// The data member.
+   std::string storage;
+   /// Behind the class, in the header.
+   std::string inlineBodies;
+   /// In the source.
+   std::string sourceBodies;
+   /// Steps of the constructor.
+   std::string constructorBody;
+   /// Its rows of the member table, each closed by a comma.
+   std::string row;
+   /// Bytes, as far as known; members are laid out largest first.
+   int alignment = 0;
 };
 
 /// What emitters of members share: the member, its owner, and a template with `owner`, `name`, `id`
@@ -69,4 +77,4 @@ private:
 /// How far the layout of a stored value is known: 8, 4, 2 or 1 bytes.
 int alignmentOf(Type const& type);
 
-}  // namespace kivc
+}  // namespace Kivc

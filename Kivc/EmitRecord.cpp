@@ -12,7 +12,7 @@
 #include "Kivc/Template.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -430,4 +430,4 @@ void checkRecordLimits(Module const& module, Diagnostics& diagnostics) {
    }
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -6,7 +6,7 @@
 #include "Kivc/Diagnostics.h"
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// The module's record: its tables, the definitions of its enumerations, and the initializer that
 /// registers it.
@@ -24,4 +24,4 @@ std::string emitPart(Module const& module, std::size_t part, std::size_t count);
 /// Reports what does not fit into the record's fields.
 void checkRecordLimits(Module const& module, Diagnostics& diagnostics);
 
-}  // namespace kivc
+}  // namespace Kivc

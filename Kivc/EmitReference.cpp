@@ -5,7 +5,7 @@
 #include "Kivc/Template.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -211,4 +211,4 @@ std::string emitReference(Module const& module) {
    return page.finish();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

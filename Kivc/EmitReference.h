@@ -4,10 +4,10 @@
 
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// The module's reference page in Markdown: each type with its documentation and a table of its
 /// members.
 std::string emitReference(Module const& module);
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -6,7 +6,7 @@
 #include "Kivc/Template.h"
 #include "Kivc/Words.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -14,7 +14,8 @@ namespace {
 struct FieldCode {
    std::string accessors;
    std::string storage;
-   std::string listed;  ///< its entry in the list of fields
+   /// Its entry in the list of fields.
+   std::string listed;
    std::string row;
 };
 
@@ -237,4 +238,4 @@ std::string emitValueSource(Type const& type) {
    return text.finish();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -4,10 +4,10 @@
 
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// A value type's header and source.
 std::string emitValueHeader(Type const& type);
 std::string emitValueSource(Type const& type);
 
-}  // namespace kivc
+}  // namespace Kivc

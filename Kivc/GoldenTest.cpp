@@ -11,7 +11,7 @@
 
 #include "Kivc/Driver.h"
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 namespace fs = std::filesystem;
@@ -151,4 +151,4 @@ TEST(OutputGolden, LinesFitThePage) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

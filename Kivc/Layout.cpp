@@ -4,7 +4,7 @@
 #include <cctype>
 #include <vector>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -86,8 +86,10 @@ private:
 
 /// A place where a line may be broken, and how much better not.
 struct Break {
-   std::size_t at = 0;      ///< where the next line begins
-   std::size_t column = 0;  ///< its indentation
+   /// Where the next line begins.
+   std::size_t at = 0;
+   /// Its indentation.
+   std::size_t column = 0;
    std::size_t penalty = 0;
    bool inText = false;
 };
@@ -286,4 +288,4 @@ std::string docComment(std::string_view lines) {
    return out;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

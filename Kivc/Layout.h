@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace kivc {
+namespace Kivc {
 
 /// The widest line of generated C++.
 inline constexpr std::size_t pageWidth = 100;
@@ -20,4 +20,4 @@ std::string alignRemarks(std::string_view text);
 /// `lines` as `///` comment lines.
 std::string docComment(std::string_view lines);
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 TEST(Layout, LinesThatFitStayAsTheyAre) {
@@ -81,4 +81,4 @@ TEST(DocComment, PutsSlashesInFrontOfEachLine) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

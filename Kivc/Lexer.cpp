@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -178,4 +178,4 @@ std::string docText(Token const& token) {
    return std::string(text);
 }
 
-}  // namespace kivc
+}  // namespace Kivc

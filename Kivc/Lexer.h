@@ -9,15 +9,21 @@
 #include "Kivc/Diagnostics.h"
 #include "Kivc/Source.h"
 
-namespace kivc {
+namespace Kivc {
 
 enum class TokenKind : std::uint8_t {
-   identifier,   ///< letter, then letters, digits and `_`; keywords are identifiers by position
-   number,       ///< decimal or 0x integer, or a decimal fraction, without sign
-   text,         ///< "..." ; the span covers the quotes
-   doc,          ///< one `///` line
-   punctuation,  ///< one of { } ( ) ; , = . .. : :: -> -
-   end,          ///< after the last token
+   /// Letter, then letters, digits and `_`; keywords are identifiers by position.
+   identifier,
+   /// Decimal or 0x integer, or a decimal fraction, without sign.
+   number,
+   /// "..." ; the span covers the quotes.
+   text,
+   /// One `///` line.
+   doc,
+   /// One of { } ( ) ; , = . .. : :: -> -.
+   punctuation,
+   /// After the last token.
+   end,
 };
 
 struct Token {
@@ -39,4 +45,4 @@ std::vector<Token> lex(Source const& source, Diagnostics& diagnostics);
 /// The sentence of a `///` token, without the slashes and one blank.
 std::string docText(Token const& token);
 
-}  // namespace kivc
+}  // namespace Kivc

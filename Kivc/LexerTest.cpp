@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 std::vector<std::string> textsOf(std::string const& text, Diagnostics& diagnostics) {
@@ -77,4 +77,4 @@ TEST(Lexer, StrayCharactersAreReportedOncePerRun) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

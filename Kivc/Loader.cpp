@@ -8,7 +8,7 @@
 
 #include "Kivc/Parser.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace fs = std::filesystem;
 
@@ -144,4 +144,4 @@ std::string Loader::directoryOf(std::string const& path) const {
    return isInside ? written.generic_string() : std::string();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -8,7 +8,7 @@
 #include "Kivc/Diagnostics.h"
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 class Loader {
 public:
@@ -34,8 +34,9 @@ private:
    std::vector<std::string> roots_;
    Diagnostics& diagnostics_;
    std::vector<std::unique_ptr<Module>> modules_;
-   std::vector<std::unique_ptr<Module>> open_;  ///< being read: their imports are not finished
+   /// Being read: their imports are not finished.
+   std::vector<std::unique_ptr<Module>> open_;
    std::vector<std::string> files_;
 };
 
-}  // namespace kivc
+}  // namespace Kivc

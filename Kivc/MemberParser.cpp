@@ -5,7 +5,7 @@
 #include <charconv>
 #include <utility>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -307,4 +307,4 @@ Expr MemberParser::expression(std::string_view what) {
    return expr;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -5,7 +5,7 @@
 
 #include "Kivc/TokenCursor.h"
 
-namespace kivc {
+namespace Kivc {
 
 class MemberParser {
 public:
@@ -40,4 +40,4 @@ private:
    Diagnostics& diagnostics_;
 };
 
-}  // namespace kivc
+}  // namespace Kivc

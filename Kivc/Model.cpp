@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <deque>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -215,4 +215,4 @@ std::vector<std::string> builtinTypeNames() {
    return names;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -12,61 +12,21 @@
 #include <string_view>
 #include <vector>
 
-#include "Kivc/Source.h"
+#include "Kivc/Expr.h"
 
-namespace kivc {
+namespace Kivc {
 
-struct Member;
-struct Type;
 struct Module;
 
-/// Wide enough for every value of S64 and U64.
-__extension__ using WideInteger = __int128;
-
-/// A name with its place.
-struct Name {
-   std::string text;
-   Span span;
-};
-
-/// A mention of a type.
-struct TypeRef {
-   Name name;
-   Type const* type = nullptr;  ///< checked; stays null after an error
-
-   explicit operator bool() const { return !name.text.empty(); }
-};
-
-/// A default, an argument or a bound as written.
-struct Expr {
-   enum class Kind : std::uint8_t {
-      number,  ///< `-7`, `0xff`, `1.5`
-      text,    ///< `"..."`, quotes included
-      name,    ///< `true`, `initializing`, `Constants::maxDscp`, `::Ptp::Constants::min()`
-      call,    ///< `ClockQuality(248, 254, 65535)`, `ordinal(1)`
-   };
-   Kind kind = Kind::number;
-   Span span;
-   std::string text;         ///< as written, without blanks; of a call its name
-   std::vector<Expr> args;   ///< of a call
-   bool isFunction = false;  ///< a name with `()` behind it
-
-   std::optional<WideInteger> integer;  ///< checked: value, where it is known and whole
-   Type const* scope = nullptr;         ///< checked, of a name: the class that holds the constant
-   Member const* target = nullptr;      ///< checked, of a name: constant or enumerator, where known
-};
-
-/// A parameter of an operation or, checked, of a constructor.
-struct Parameter {
-   Name name;
-   TypeRef type;
-};
-
 enum class MemberKind : std::uint8_t {
-   name,      ///< the root entity's name
-   key,       ///< const, first, names the entity within its collection
-   constant,  ///< fixed value without storage
-   constArg,  ///< const constructor argument
+   /// The root entity's name.
+   name,
+   /// Const, first, names the entity within its collection.
+   key,
+   /// Fixed value without storage.
+   constant,
+   /// Const constructor argument.
+   constArg,
    attr,
    counter,
    optional,
@@ -78,14 +38,16 @@ enum class MemberKind : std::uint8_t {
    derived,
    operation,
    reserved,
-   field,  ///< of a value type
+   /// Of a value type.
+   field,
    enumerator,
 };
 
 /// How one kind of member is declared and recorded.
 struct MemberKindInfo {
    std::string_view keyword;
-   std::string_view inWords;  ///< for the reference, such as "keyed values"
+   /// For the reference, such as "keyed values".
+   std::string_view inWords;
 };
 
 MemberKindInfo const& info(MemberKind kind);
@@ -94,36 +56,60 @@ struct Member {
    MemberKind kind = MemberKind::attr;
    Name name;
    std::vector<std::string> doc;
-   Span span;  ///< the whole declaration
+   /// The whole declaration.
+   Span span;
 
-   TypeRef type;  ///< value, child or result type; none for an operation without one
-   TypeRef key;   ///< of collections; checked for a key inside the value
-   std::optional<Name> keyField;  ///< `by .field`: the key is a field of the value
+   /// Value, child or result type; none for an operation without one.
+   TypeRef type;
+   /// Of collections; checked for a key inside the value.
+   TypeRef key;
+   /// `by .field`: the key is a field of the value.
+   std::optional<Name> keyField;
    std::optional<Expr> defaultValue;
-   std::optional<Expr> lower;         ///< of a range
-   std::optional<Expr> upper;         ///< absent: open
-   std::optional<Name> hash;          ///< hash constant of a collection, as written
-   std::vector<Name> childArgs;       ///< what a collection's creator passes on after the key
-   std::optional<Name> creationName;  ///< `named "..."`: made with the parent, with this name
-   std::optional<Name> viewOf;        ///< `derived ... from attribute`
-   std::vector<Parameter> params;     ///< of an operation
+   /// The lower bound of a range.
+   std::optional<Expr> lower;
+   /// The upper bound; absent where the range is open.
+   std::optional<Expr> upper;
+   /// Hash constant of a collection, as written.
+   std::optional<Name> hash;
+   /// What a collection's creator passes on after the key.
+   std::vector<Name> childArgs;
+   /// `named "..."`: made with the parent, with this name.
+   std::optional<Name> creationName;
+   /// `derived ... from attribute`.
+   std::optional<Name> viewOf;
+   /// Of an operation.
+   std::vector<Parameter> params;
    std::array<bool, 3> instantiation{};
-   bool given = false;          ///< initial value is a constructor argument
-   bool local = false;          ///< not streamed
-   bool named = false;          ///< a child created with a name
-   bool isConst = false;        ///< const field, const operation
-   std::uint32_t places = 1;    ///< ids skipped by `reserved`; 1 otherwise
-   std::optional<Name> number;  ///< of an enumerator, as written
+   /// Initial value is a constructor argument.
+   bool given = false;
+   /// Not streamed.
+   bool local = false;
+   /// A child created with a name.
+   bool named = false;
+   /// Const field, const operation.
+   bool isConst = false;
+   /// Ids skipped by `reserved`; 1 otherwise.
+   std::uint32_t places = 1;
+   /// Of an enumerator, as written.
+   std::optional<Name> number;
 
-   std::uint32_t id = 0;  ///< checked: attribute id; an enumerator's value; the name's 154
-   std::uint32_t hashConstant = 0;  ///< checked
+   /// Checked: attribute id; an enumerator's value; the name's 154.
+   std::uint32_t id = 0;
+   /// Checked.
+   std::uint32_t hashConstant = 0;
 
-   bool isCollection() const;  ///< children, map, ordered or queue
-   bool isStored() const;      ///< has a place in the object
-   bool isReadable() const;    ///< has an accessor without arguments that gives a value
-   bool isStreamed() const;    ///< travels under its own id
+   /// Children, map, ordered or queue.
+   bool isCollection() const;
+   /// Has a place in the object.
+   bool isStored() const;
+   /// Has an accessor without arguments that gives a value.
+   bool isReadable() const;
+   /// Travels under its own id.
+   bool isStreamed() const;
    bool isConstructorArg() const;
-   bool isInSeconds() const;  ///< its values, or what they hold, are of type `Seconds`
+   /// Its values, or what they hold, are of type `Seconds`.
+   bool isInSeconds() const;
    /// The 16-bit word that marks the kind in module records.
    std::uint16_t kindWord() const;
    /// Ids that the member takes: two for a queue, none for the name.
@@ -138,7 +124,8 @@ enum class TypeKind : std::uint8_t {
    enumeration,
    value,
    entity,
-   constants,  ///< a class of named limits, written in C++; not a type of attributes
+   /// A class of named limits, written in C++; not a type of attributes.
+   constants,
 };
 
 /// Whether a type is written in C++ or by the compiler.
@@ -147,32 +134,43 @@ enum class Origin : std::uint8_t { builtin, declared, external };
 /// An argument that a derived entity hands to its base's constructor.
 struct BaseArg {
    Expr expr;
-   bool passedOn = false;  ///< checked: a parameter of the derived type too
+   /// Checked: a parameter of the derived type too.
+   bool passedOn = false;
 };
 
 struct Type {
    TypeKind kind = TypeKind::value;
    Origin origin = Origin::declared;
-   Name name;              ///< last part as declared
-   std::string nameSpace;  ///< "Ptp::Mpass"; empty for built-in types
+   /// Last part as declared.
+   Name name;
+   /// "Ptp::Mpass"; empty for built-in types.
+   std::string nameSpace;
    std::vector<std::string> doc;
-   std::string header;  ///< of an external type; of others checked: generated header
+   /// Of an external type; of others checked: generated header.
+   std::string header;
    Module const* module = nullptr;
    bool hashable = true;
    bool ordered = true;
-   bool transparent = false;  ///< hash and text are those of its only field
+   /// Hash and text are those of its only field.
+   bool transparent = false;
 
-   std::vector<Member> members;      ///< in declaration order
-   std::optional<Expr> enumDefault;  ///< the enumerator after `default`
+   /// In declaration order.
+   std::vector<Member> members;
+   /// The enumerator after `default`.
+   std::optional<Expr> enumDefault;
    TypeRef base;
    std::vector<BaseArg> baseArgs;
    bool baseArgsGiven = false;
 
-   int bits = 0;           ///< of integers and floating types
-   bool isSigned = false;  ///< of integers
+   /// Of integers and floating types.
+   int bits = 0;
+   /// Of integers.
+   bool isSigned = false;
 
-   std::uint32_t firstId = 0;                 ///< checked
-   std::vector<Parameter> constructorParams;  ///< checked; the base's first
+   /// Checked.
+   std::uint32_t firstId = 0;
+   /// Checked; the base's first.
+   std::vector<Parameter> constructorParams;
 
    /// "Ptp::Mpass::Status".
    std::string qualifiedName() const;
@@ -183,19 +181,25 @@ struct Type {
    Member const* findInherited(std::string_view member) const;
    Type const* baseType() const { return base.type; }
    bool isValueLike() const { return kind != TypeKind::entity && kind != TypeKind::constants; }
-   Member const* keyMember() const;  ///< own or inherited
-   bool isNamedRoot() const;         ///< own or inherited `name;`
+   /// Own or inherited.
+   Member const* keyMember() const;
+   /// Own or inherited `name;`.
+   bool isNamedRoot() const;
    Member const* defaultEnumerator() const;
 };
 
 struct Module {
    Name name;
-   Name hash;              ///< digits after 0x, as written
-   std::string directory;  ///< include directory: "PtpLib", or empty
+   /// Digits after 0x, as written.
+   Name hash;
+   /// Include directory: "PtpLib", or empty.
+   std::string directory;
    std::unique_ptr<Source> source;
    std::vector<Name> uses;
-   std::vector<Module const*> imports;        ///< in the order of `uses`
-   std::vector<std::unique_ptr<Type>> types;  ///< in declaration order
+   /// In the order of `uses`.
+   std::vector<Module const*> imports;
+   /// In declaration order.
+   std::vector<std::unique_ptr<Type>> types;
    std::vector<std::string> doc;
 
    std::uint32_t hashValue() const;
@@ -211,4 +215,4 @@ struct Module {
 Type const* builtinType(std::string_view name);
 std::vector<std::string> builtinTypeNames();
 
-}  // namespace kivc
+}  // namespace Kivc

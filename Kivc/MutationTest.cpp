@@ -14,7 +14,7 @@
 #include "Kivc/Lexer.h"
 #include "Kivc/TestSupport.h"
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 constexpr std::string_view seedText = R"(
@@ -171,4 +171,4 @@ TEST(Mutation, RandomMistakesAreReportedOrHarmless) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

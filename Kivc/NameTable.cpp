@@ -5,7 +5,7 @@
 
 #include "Kivc/Layout.h"
 
-namespace kivc {
+namespace Kivc {
 
 std::size_t NameTable::add(std::string const& name) {
    auto const found = std::find_if(entries_.begin(), entries_.end(),
@@ -37,4 +37,4 @@ std::string NameTable::literals() const {
    return alignRemarks(out);
 }
 
-}  // namespace kivc
+}  // namespace Kivc

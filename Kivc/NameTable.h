@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace kivc {
+namespace Kivc {
 
 class NameTable {
 public:
@@ -26,4 +26,4 @@ private:
    std::size_t size_ = 0;
 };
 
-}  // namespace kivc
+}  // namespace Kivc

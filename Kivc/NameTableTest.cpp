@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 TEST(NameTable, OffsetsCountTheClosingNuls) {
@@ -37,4 +37,4 @@ TEST(NameTable, LiteralsNameTheirOffsets) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

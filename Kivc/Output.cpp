@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace kivc {
+namespace Kivc {
 
 namespace fs = std::filesystem;
 
@@ -55,4 +55,4 @@ void Output::write() const {
    }
 }
 
-}  // namespace kivc
+}  // namespace Kivc

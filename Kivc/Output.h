@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-namespace kivc {
+namespace Kivc {
 
 class Output {
 public:
@@ -22,4 +22,4 @@ private:
    std::map<std::string, std::string> files_;
 };
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -5,7 +5,7 @@
 #include "Kivc/MemberParser.h"
 #include "Kivc/TokenCursor.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -211,4 +211,4 @@ std::unique_ptr<Module> parse(std::unique_ptr<Source> source, Diagnostics& diagn
    return Parser(std::move(source), diagnostics).run();
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -4,7 +4,7 @@
 
 #include "Kivc/TestSupport.h"
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 using test::Compiled;
@@ -169,4 +169,4 @@ TEST(Parser, EveryPrefixOfAFileComesToAnEnd) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

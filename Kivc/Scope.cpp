@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -133,4 +133,4 @@ void Scope::resolve(TypeRef& ref, std::string const& nameSpace, Diagnostics& dia
                                                         : hint));
 }
 
-}  // namespace kivc
+}  // namespace Kivc

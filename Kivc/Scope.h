@@ -7,7 +7,7 @@
 #include "Kivc/Diagnostics.h"
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 class Scope {
 public:
@@ -39,4 +39,4 @@ std::string lastPartOf(std::string const& name);
 /// The namespaces in which a name is looked up, innermost first: "A::B", "A", "".
 std::vector<std::string> enclosingNamespaces(std::string nameSpace);
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -52,4 +52,4 @@ std::string_view Span::text() const {
    return source == nullptr ? std::string_view() : source->text().substr(begin, end - begin);
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace kivc {
+namespace Kivc {
 
 /// Line and column, both counted from 1. A column is one UTF-8 character.
 struct Position {
@@ -54,4 +54,4 @@ struct Span {
    Span to(Span const& last) const { return {source, begin, last.end}; }
 };
 
-}  // namespace kivc
+}  // namespace Kivc

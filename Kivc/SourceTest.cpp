@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 TEST(Source, PositionCountsLinesAndColumnsFromOne) {
@@ -39,4 +39,4 @@ TEST(Source, EmptyTextHasOneEmptyLine) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

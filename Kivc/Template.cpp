@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -117,4 +117,4 @@ std::string Template::finish() {
    return std::exchange(result_, {});
 }
 
-}  // namespace kivc
+}  // namespace Kivc

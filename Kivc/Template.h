@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-namespace kivc {
+namespace Kivc {
 
 class TemplateError : public std::logic_error {
 public:
@@ -60,4 +60,4 @@ private:
    std::string result_;
 };
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace kivc {
+namespace Kivc {
 namespace {
 
 std::string message(auto const& action) {
@@ -109,4 +109,4 @@ TEST(Template, ValuesAreNotFilledInAgain) {
 }
 
 }  // namespace
-}  // namespace kivc
+}  // namespace Kivc

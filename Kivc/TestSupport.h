@@ -11,7 +11,7 @@
 #include "Kivc/Model.h"
 #include "Kivc/Parser.h"
 
-namespace kivc::test {
+namespace Kivc::test {
 
 /// A module from text: parsed and checked, without imports.
 struct Compiled {
@@ -37,4 +37,4 @@ struct Compiled {
    }
 };
 
-}  // namespace kivc::test
+}  // namespace Kivc::test

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace kivc {
+namespace Kivc {
 
 TokenCursor::TokenCursor(std::vector<Token> tokens, Diagnostics& diagnostics)
       : tokens_(std::move(tokens)), diagnostics_(diagnostics) {}
@@ -130,4 +130,4 @@ void TokenCursor::recover() {
    }
 }
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -8,7 +8,7 @@
 #include "Kivc/Lexer.h"
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// Thrown after a syntax error was reported, to unwind to the place where parsing can go on.
 struct SyntaxError {};
@@ -54,4 +54,4 @@ private:
    std::size_t at_ = 0;
 };
 
-}  // namespace kivc
+}  // namespace Kivc

@@ -5,7 +5,7 @@
 
 #include "Kivc/Scope.h"
 
-namespace kivc {
+namespace Kivc {
 
 namespace {
 
@@ -142,4 +142,4 @@ std::string typeInWords(Member const& member) {
    return member.key ? text + " by " + nameOf(member.key) : text;
 }
 
-}  // namespace kivc
+}  // namespace Kivc

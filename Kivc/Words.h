@@ -5,7 +5,7 @@
 
 #include "Kivc/Model.h"
 
-namespace kivc {
+namespace Kivc {
 
 /// The name of a bound in range messages: with a leading `::` as written, else fully qualified; a
 /// number as written.
@@ -31,4 +31,4 @@ std::string decimal(WideInteger value);
 /// "0xdc00".
 std::string hexWord(std::uint16_t word);
 
-}  // namespace kivc
+}  // namespace Kivc

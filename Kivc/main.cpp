@@ -8,7 +8,7 @@
 int main(int argc, char** argv) {
    CLI::App app{"Compiles the declarations of a module to C++."};
    app.footer("Example:\n  kivc -I . --out build/gen --depfile build/Demo.stamp.d Demo/Demo.kiv");
-   kivc::Options options;
+   Kivc::Options options;
    app.add_option(
             "-I", options.roots,
             "Include root: modules named by 'use' are looked for here and one directory below")
@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
    app.add_option("file", options.input, "Module to compile")->required()->type_name("FILE.kiv");
    CLI11_PARSE(app, argc, argv);
    try {
-      return kivc::run(options, std::cerr);
+      return Kivc::run(options, std::cerr);
    } catch (std::exception const& error) {
       std::cerr << "kivc: internal error: " << error.what() << "\n";
       return 2;
