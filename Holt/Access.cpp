@@ -95,8 +95,19 @@ Writers::Writers(std::vector<Sarn::String> const& allowed) : everybody_(false) {
    }
 }
 
-Sarn::String Writers::refusal(Kiv::NboAttrLog::PeerIdentity const& peer,
+Writers Writers::nobody(Sarn::String whose) {
+   Writers writers;
+   writers.everybody_ = false;
+   writers.whose_ = std::move(whose);
+   return writers;
+}
+
+Sarn::String Writers::refusal(Kiv::NamedEntity const& root,
+                              Kiv::NboAttrLog::PeerIdentity const& peer,
                               std::vector<gid_t> const& groups) const {
+   if (!whose_.empty()) {
+      return root.nameString() + " is " + whose_ + "; it may only be read";
+   }
    bool const known = peer.pid != 0;
    bool const listed = known && (contains(users_, peer.uid) || contains(groups_, peer.gid) ||
                                  std::any_of(groups.begin(), groups.end(), [this](gid_t group) {

@@ -6,14 +6,15 @@
 #include <optional>
 #include <vector>
 
+#include "Kiv/Entity.h"
 #include "Kiv/NboAttrLogStatus.h"
 
 namespace Holt {
 
 /// A user, a group, or both.
 struct Owner {
-   std::optional<uid_t> user;
-   std::optional<gid_t> group;
+   std::optional<uid_t> user = std::nullopt;
+   std::optional<gid_t> group = std::nullopt;
 };
 
 /// "USER", ":GROUP" or "USER:GROUP", each a name or a number. Throws `Failure` if there is none of
@@ -31,12 +32,16 @@ public:
    /// Those alone that `allowed` names, each by "USER" or ":GROUP". Throws `Failure`.
    explicit Writers(std::vector<Sarn::String> const& allowed);
 
-   /// Why a peer may not write; empty if it may. `groups`: besides its own.
-   Sarn::String refusal(Kiv::NboAttrLog::PeerIdentity const& peer,
+   /// Nobody: the roots are those of `whose`, such as "the agent's own".
+   static Writers nobody(Sarn::String whose);
+
+   /// Why a peer may not change a root; empty if it may. `groups`: besides its own.
+   Sarn::String refusal(Kiv::NamedEntity const& root, Kiv::NboAttrLog::PeerIdentity const& peer,
                         std::vector<gid_t> const& groups) const;
 
 private:
    bool everybody_ = true;
+   Sarn::String whose_;
    std::vector<uid_t> users_;
    std::vector<gid_t> groups_;
    Sarn::String text_;

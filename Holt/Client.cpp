@@ -5,8 +5,8 @@
 #include <cerrno>
 
 #include "Holt/Failure.h"
+#include "Holt/Listener.h"
 #include "Holt/Progress.h"
-#include "Holt/Socket.h"
 #include "Kiv/Module.h"
 #include "Kiv/Types.h"
 
@@ -81,6 +81,15 @@ bool Client::turn(int otherFd, milliseconds timeout) {
    }
    connection_->onReady(polled[0].revents);
    return polled[1].revents != 0;
+}
+
+void Client::appendTo(std::vector<pollfd>& polled) {
+   connection_->flush();
+   polled.push_back({connection_->fd(), connection_->events(), 0});
+}
+
+void Client::onTurn(std::span<pollfd const> polled) {
+   connection_->onReady(polled[0].revents);
 }
 
 /// Runs the connection until `done()`; gives up when the patience is over.

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "Holt/Loop.h"
 #include "Holt/State/Path.h"
 #include "Kiv/NboAttrLogConnection.h"
 
@@ -19,9 +20,15 @@ using Clock = std::chrono::steady_clock;
 /// not made with a name alone.
 Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const& name);
 
-/// Mirrors roots of a server. What goes wrong with the connection is a `Failure` with
-/// `Exit::connection`.
-class Client final : Kiv::NboAttrLog::SessionListener {
+/// Mirrors roots of a server. A command waits in it for what it has asked for; a process that goes
+/// on adds it to its loop, and then asks `over()` after each turn.
+///
+///     Holt::Client client("/run/ptp.sock", std::chrono::seconds(10));
+///     Holt::Mount& mount = client.mountIs({"Ptp::Status", "ptp/status"}, Holt::MountMode::reader);
+///     client.waitComplete(mount);
+///
+/// What goes wrong with the connection is a `Failure` with `Exit::connection`.
+class Client final : public Source, Kiv::NboAttrLog::SessionListener {
 public:
    /// `patience`: when it is over, all waiting for the server ends with a `Failure`.
    Client(Sarn::String const& socket, std::chrono::milliseconds patience);
@@ -60,6 +67,10 @@ public:
    /// Whether the connection is over; `connection().closeReason()` says why.
    bool over() const noexcept { return connection_->done(); }
    Sarn::String const& closeReason() const noexcept { return connection_->closeReason(); }
+
+   // As a source of a loop.
+   void appendTo(std::vector<pollfd>& polled) override;
+   void onTurn(std::span<pollfd const> polled) override;
 
    /// Called when the state of a mount changes, in its place among the changes.
    std::function<void(Mount&)> onMountState;

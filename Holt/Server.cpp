@@ -1,12 +1,10 @@
 #include "Holt/Server.h"
 
-#include <poll.h>
+#include <malloc.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <vector>
 
-#include "Holt/Failure.h"
 #include "Holt/Times.h"
 
 namespace Holt {
@@ -15,21 +13,23 @@ namespace {
 
 using Kiv::NboAttrLog::Ending;
 
-/// Milliseconds until a moment of the steady clock, rounded up; -1, for ever, if it is 0.
-int pollTimeout(U64 deadline) {
-   if (deadline == 0) {
-      return -1;
-   }
-   U64 const now = steadyNow();
-   U64 const left = deadline > now ? deadline - now : 0;
-   return static_cast<int>(std::min<U64>((left + 999'999) / 1'000'000, 60'000));
+void add(Kiv::NboAttrLog::SessionStats& sum, Kiv::NboAttrLog::SessionStats const& more) noexcept {
+   sum.messagesIn += more.messagesIn;
+   sum.messagesOut += more.messagesOut;
+   sum.bytesIn += more.bytesIn;
+   sum.bytesOut += more.bytesOut;
+   sum.changesDeferred += more.changesDeferred;
+   sum.changesCoalesced += more.changesCoalesced;
+   sum.valuesLeftOut += more.valuesLeftOut;
 }
 
 }  // namespace
 
 Server::Server(Options options)
-      : options_(std::move(options)), listener_(options_.socket, options_.mode, options_.owner) {
-   hub_.clockIs(&steadyNow);
+      : options_(std::move(options)),
+        listener_(options_.socket, options_.mode, options_.owner),
+        hub_(options_.limits) {
+   hub_.clockIs(options_.clock);
 }
 
 Server::~Server() {
@@ -37,11 +37,16 @@ Server::~Server() {
 }
 
 Server::Peer::Peer(Server& owner, int fd, U64 n)
-      : server(owner), number(n), groups(peerGroups(fd)), connection(owner.hub_, fd, this) {}
+      : server(owner),
+        number(n),
+        since(owner.options_.clock()),
+        groups(peerGroups(fd)),
+        connection(owner.hub_, fd, this) {}
 
-Sarn::String Server::Peer::onMountAsked(Kiv::NboAttrLog::Session& session, Kiv::NamedEntity const&,
+Sarn::String Server::Peer::onMountAsked(Kiv::NboAttrLog::Session& session,
+                                        Kiv::NamedEntity const& root,
                                         Kiv::NboAttrLog::MountMode mode) {
-   return writesBack(mode) ? server.options_.writers.refusal(session.peer(), groups)
+   return writesBack(mode) ? server.options_.writers.refusal(root, session.peer(), groups)
                            : Sarn::String();
 }
 
@@ -55,9 +60,13 @@ void Server::Peer::onLeftOut(Kiv::NboAttrLog::Session&, Sarn::String const& what
    server.say(*this, "left out: " + what);
 }
 
+void Server::Peer::onSynced(Kiv::NboAttrLog::Session&, U32) {
+   synced = true;
+}
+
 void Server::say(Peer const& peer, Sarn::String const& what) {
    if (options_.log != nullptr) {
-      options_.log->line(dateText(wallNow()) + " connection " + std::to_string(peer.number) + " (" +
+      options_.log->line(timeText(wallNow()) + " connection " + std::to_string(peer.number) + " (" +
                          peerText(peer.connection.session().peer()) + ") " + what);
    }
 }
@@ -66,13 +75,26 @@ void Server::acceptAll() {
    for (;;) {
       int const fd = listener_.accept(exhausted_);
       if (exhausted_ && options_.log != nullptr) {
-         options_.log->line(dateText(wallNow()) +
+         options_.log->line(timeText(wallNow()) +
                             " no descriptor left for another connection; it waits until one ends");
       }
       if (fd < 0) {
          return;
       }
       say(peers_.emplace_back(*this, fd, ++accepted_), "opened");
+   }
+}
+
+/// Ends connections whose peer has never said who it is.
+void Server::closeSilent() {
+   U64 const now = options_.clock();
+   for (Peer& peer : peers_) {
+      U64 const end = peer.greetingEnds();
+      if (end != 0 && now >= end) {
+         peer.silent = true;
+         peer.connection.close("the peer has not greeted within " +
+                               std::to_string((now - peer.since) / 1'000'000) + " ms");
+      }
    }
 }
 
@@ -85,52 +107,70 @@ void Server::removeDone() {
       Kiv::NboAttrLog::Session const& session = at->connection.session();
       // What the peer has said itself, or the server, is an orderly end.
       bool const orderly = session.ending() == Ending::peer || closing_;
-      say(*at, (session.ending() == Ending::fault ? "refused: "
-                : orderly                         ? "ended: "
-                                                  : "lost: ") +
-                     session.closeReason());
+      bool const fault = session.ending() == Ending::fault || at->silent;
+      say(*at, (fault ? "refused: " : orderly ? "ended: " : "lost: ") + session.closeReason());
+      add(gone_, session.stats());
       at = peers_.erase(at);
       exhausted_ = false;
+      ++ended_;
+   }
+   giveMemoryBack();
+}
+
+/// What peers have used lies in pieces between what is in use: the allocator keeps it until it is
+/// told to look for whole pages. That takes a millisecond, so it is done when it gives something.
+void Server::giveMemoryBack() {
+   constexpr std::size_t many = 64;
+   if (ended_ >= many && ended_ >= peers_.size()) {
+      ::malloc_trim(0);
+      ended_ = 0;
+   }
+}
+
+void Server::appendTo(std::vector<pollfd>& polled) {
+   polled.push_back({exhausted_ ? -1 : listener_.fd(), POLLIN, 0});
+   bool const logWaits = options_.log != nullptr && options_.log->waiting();
+   polled.push_back({logWaits ? options_.log->fd() : -1, POLLOUT, 0});
+   for (Peer& peer : peers_) {
+      // What has changed since the last turn, by other peers or by whoever owns the roots, and what
+      // has expired.
+      peer.connection.flush();
+      polled.push_back({peer.connection.fd(), peer.connection.events(), 0});
+   }
+}
+
+U64 Server::deadline() const {
+   U64 first = hub_.deadline();
+   for (Peer const& peer : peers_) {
+      if (peer.connection.done()) {
+         return 1;  // it is to be removed at once
+      }
+      U64 const end = peer.greetingEnds();
+      first = end != 0 && (first == 0 || end < first) ? end : first;
+   }
+   return first;
+}
+
+void Server::onTurn(std::span<pollfd const> polled) {
+   if (polled[1].revents != 0) {
+      options_.log->flush();
+   }
+   std::size_t i = 2;
+   for (Peer& peer : peers_) {
+      peer.connection.onReady(polled[i++].revents);
+   }
+   hub_.expire();
+   closeSilent();
+   removeDone();
+   if (polled[0].revents != 0) {
+      acceptAll();
    }
 }
 
 void Server::run(int stopFd) {
-   std::vector<pollfd> polled;
-   for (;;) {
-      polled.clear();
-      polled.push_back({stopFd, POLLIN, 0});
-      polled.push_back({exhausted_ ? -1 : listener_.fd(), POLLIN, 0});
-      bool const logWaits = options_.log != nullptr && options_.log->waiting();
-      polled.push_back({logWaits ? options_.log->fd() : -1, POLLOUT, 0});
-      for (Peer const& peer : peers_) {
-         polled.push_back({peer.connection.fd(), peer.connection.events(), 0});
-      }
-      if (::poll(polled.data(), polled.size(), pollTimeout(hub_.deadline())) < 0) {
-         if (errno == EINTR) {
-            continue;
-         }
-         throw Failure("cannot wait for clients", Exit::connection);
-      }
-      if (polled[0].revents != 0) {
-         return;
-      }
-      if (polled[2].revents != 0) {
-         options_.log->flush();
-      }
-      std::size_t i = 3;
-      for (Peer& peer : peers_) {
-         peer.connection.onReady(polled[i++].revents);
-      }
-      hub_.expire();
-      // One peer's changes are in the outputs of others, which were polled for reading only.
-      for (Peer& peer : peers_) {
-         peer.connection.flush();
-      }
-      removeDone();
-      if (polled[1].revents != 0) {
-         acceptAll();
-      }
-   }
+   Loop loop(options_.clock);
+   loop.add(*this);
+   loop.run(stopFd);
 }
 
 void Server::closeAll(Sarn::String const& reason) {
@@ -139,6 +179,38 @@ void Server::closeAll(Sarn::String const& reason) {
       peer.connection.close(reason);
    }
    removeDone();
+   closing_ = false;
+}
+
+bool Server::isMirrored() const {
+   for (Peer const& peer : peers_) {
+      for (Kiv::NboAttrLog::ServedRoot const& served : peer.connection.session().status().roots) {
+         if (served.complete) {
+            return true;
+         }
+      }
+   }
+   return false;
+}
+
+void Server::sync() {
+   for (Peer& peer : peers_) {
+      peer.synced = false;
+      peer.connection.session().syncIs(1);
+      peer.connection.flush();
+   }
+}
+
+bool Server::synced() const noexcept {
+   return std::all_of(peers_.begin(), peers_.end(), [](Peer const& peer) { return peer.synced; });
+}
+
+Kiv::NboAttrLog::SessionStats Server::total() const {
+   Kiv::NboAttrLog::SessionStats all = gone_;
+   for (Peer const& peer : peers_) {
+      add(all, peer.connection.session().stats());
+   }
+   return all;
 }
 
 }  // namespace Holt

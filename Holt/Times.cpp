@@ -105,14 +105,39 @@ std::optional<U64> read(Sarn::String const& text, U64 begin) {
 
 }  // namespace
 
-Sarn::String dateText(U64 wall) {
+Sarn::String timeText(U64 wall, TimeForm form) {
+   static constexpr char const* formats[] = {"%Y-%m-%d %H:%M:%S", "%H:%M:%S", "%H:%M:%S",
+                                             "%Y-%m-%dT%H:%M:%S"};
    auto const seconds = static_cast<std::time_t>(wall / second);
-   std::tm local{};
-   localtime_r(&seconds, &local);
+   std::tm parts{};
+   if (form == TimeForm::universal) {
+      gmtime_r(&seconds, &parts);
+   } else {
+      localtime_r(&seconds, &parts);
+   }
    char text[64];
-   std::size_t const length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-   std::snprintf(text + length, sizeof text - length, ".%03u",
-                 static_cast<unsigned>(wall % second / 1'000'000));
+   std::size_t const length =
+         std::strftime(text, sizeof text, formats[static_cast<std::size_t>(form)], &parts);
+   if (form != TimeForm::seconds) {
+      std::snprintf(text + length, sizeof text - length, ".%03u%s",
+                    static_cast<unsigned>(wall % second / 1'000'000),
+                    form == TimeForm::universal ? "Z" : "");
+   }
+   return text;
+}
+
+Sarn::String durationText(U64 nanoseconds) {
+   U64 const ms = nanoseconds / 1'000'000;
+   U64 const seconds = ms / 1000;
+   char text[64];
+   if (seconds < 60) {
+      std::snprintf(text, sizeof text, "%u.%03u s", static_cast<unsigned>(seconds),
+                    static_cast<unsigned>(ms % 1000));
+   } else {
+      std::snprintf(text, sizeof text, "%llu:%02u:%02u",
+                    static_cast<unsigned long long>(seconds / 3600),
+                    static_cast<unsigned>(seconds / 60 % 60), static_cast<unsigned>(seconds % 60));
+   }
    return text;
 }
 

@@ -36,9 +36,12 @@ function(ptplib_install)
    if(ptpstate IN_LIST programs)
       install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpstate/ptpstate.bash"
          DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ptpstate)
-      install(FILES "${PROJECT_SOURCE_DIR}/docs/ptpstate.1"
-         DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
    endif()
+   foreach(program IN LISTS programs ITEMS kivc)
+      file(GLOB pages CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/man/${program}.1"
+         "${PROJECT_SOURCE_DIR}/docs/man/${program}-*.1")
+      install(FILES ${pages} DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+   endforeach()
    install(EXPORT PtpLibTargets NAMESPACE PtpLib:: DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
 
    foreach(library IN LISTS libraries)

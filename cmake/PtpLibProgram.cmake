@@ -29,18 +29,6 @@ function(ptplib_program name)
    endif()
 endfunction()
 
-# ptplib_manual(name page)
-# Embeds a page of docs/ in a program, as `char const* const Ptpstate::manualText`.
-function(ptplib_manual name page)
-   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${page}")
-   file(READ "${page}" text)
-   set(source "${CMAKE_BINARY_DIR}/generated/tools/${name}/ManualText.cpp")
-   set(content "// Made of ${page}.\n#include \"tools/${name}/Manual.h\"\n\n\
-namespace Ptpstate {\nchar const* const manualText = R\"manual(${text})manual\";\n}\n")
-   file(CONFIGURE OUTPUT "${source}" CONTENT "@content@" @ONLY)
-   target_sources(${name}_objects PRIVATE "${source}")
-endfunction()
-
 # ptplib_curses(name): links what a program's objects need to draw on a terminal. Programs that use
 # other parts of these objects are not linked with it.
 function(ptplib_curses name)

@@ -129,7 +129,7 @@ void Session::Impl::received(U8 const* bytes, std::size_t size) {
 }
 
 void Session::Impl::sent(std::size_t size) {
-   used_ = true;
+   used_ = used_ || size != 0;
    Outbox& outbox = teller_.outbox();
    outbox.consume(size);
    pump();

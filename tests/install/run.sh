@@ -60,7 +60,7 @@ echo "--- running the programs from there"
 [ ! -e "$build/bin/ptpstate" ] || "$prefix/bin/ptpstate" --help >/dev/null
 
 echo "--- find_package and a project's own module"
-cp -r tests/install/consumer tests/install/tree.cpp "$scratch"
+cp -r tests/install/consumer tests/install/tree.cpp examples/agent.cpp "$scratch"
 cmake -G Ninja -S "$scratch/consumer" -B "$scratch/consumer/build" \
    -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix"
 cmake --build "$scratch/consumer/build"
@@ -68,6 +68,8 @@ cmake --build "$scratch/consumer/build"
 diff -u "$scratch/consumer/expected.txt" "$scratch/output"
 finds "$scratch/consumer/build/tree"
 "$scratch/consumer/build/tree" | diff -u "$scratch/consumer/tree.txt" -
+finds "$scratch/consumer/build/agent"
+"$scratch/consumer/build/agent" | diff -u "$scratch/consumer/agent.txt" -
 # Every installed module must be used by the consumer, too.
 for kiv in "$prefix"/share/ptplib/kiv/*/*.kiv; do
    module=$(basename "$kiv" .kiv)
@@ -80,6 +82,10 @@ export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 pkg-config --print-errors --atleast-version=0.1.0 ptplib
 # shellcheck disable=SC2046
 g++ $(pkg-config --cflags ptplib) "$scratch/tree.cpp" -o "$scratch/tree" $(pkg-config --libs ptplib)
+# shellcheck disable=SC2046
+g++ $(pkg-config --cflags holt) "$scratch/agent.cpp" -o "$scratch/agent" $(pkg-config --libs holt)
+finds "$scratch/agent"
+"$scratch/agent" | diff -u "$scratch/consumer/agent.txt" -
 finds "$scratch/tree"
 "$scratch/tree" | diff -u "$scratch/consumer/tree.txt" -
 echo "--- each header alone, with the options from pkg-config, which must match those from CMake"

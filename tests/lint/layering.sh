@@ -36,7 +36,7 @@ tools/shared: $libraries Holt
 tools/ptpstate: $libraries Holt tools/shared
 tools/ptpports: $libraries Holt tools/shared
 tools/demoAgent: $libraries Holt tools/shared
-examples: $libraries
+examples: $libraries Holt
 bench: $libraries $for_tests
 fuzz: $libraries $for_tests
 tests: $libraries $for_tests

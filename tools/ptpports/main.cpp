@@ -10,6 +10,7 @@
 #include "Kiv/Printable.h"
 #include "tools/ptpports/PortTable.h"
 #include "tools/shared/CommandLine.h"
+#include "tools/shared/Help.h"
 
 namespace {
 
@@ -62,6 +63,7 @@ void run(Options const& options) {
 
 int main(int argc, char** argv) {
    CLI::App app{"Prints the ports of a PTP agent: states, offsets, delays, counters.", "ptpports"};
+   helpLayoutIs(app);
    Options options;
    addClientOptions(app, options);
    app.add_option("--root", options.root, "The status to show, by name (the first that is offered)")
@@ -71,10 +73,14 @@ int main(int argc, char** argv) {
    app.add_option("--dump", options.dump, "Also write a dump of the mirror; - for standard output")
          ->type_name("FILE");
    app.footer(
-         "Exit status: 0 done; 1 there is no such status; 2 wrong command line;\n"
-         "3 no server, or the connection was lost.\n\n"
-         "Example:\n"
-         "  ptpports --socket /tmp/ptp");
+         "Examples:\n"
+         "  $ ptpports --socket /tmp/ptp\n"
+         "\n"
+         "Exit status:\n"
+         "  0  done\n"
+         "  1  there is no such status\n"
+         "  2  the command line is wrong\n"
+         "  3  no server, or the connection was lost");
    try {
       app.parse(argc, argv);
       run(options);

@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "Kiv/Printable.h"
-#include "tools/ptpstate/Manual.h"
+#include "tools/shared/Help.h"
 
 namespace Ptpstate {
 
@@ -45,12 +45,28 @@ void addCommands(CLI::App& app, Run& run) {
    addDiff(app, run);
    addTypes(app, run);
    addComplete(app, run);
-   addManual(app, run);
 }
 
 Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors) {
-   CLI::App app("", "ptpstate");
-   manualIs(app);
+   CLI::App app(
+         "Holds, shows and changes the state of a PTP agent over a UNIX socket. One "
+         "process serves roots such as the configuration tree; others mirror them, and "
+         "every change that is made anywhere reaches all of them through the attribute "
+         "log. No command knows a type of the model but 'serve --ptp4l-conf'.\n"
+         "\n"
+         "'ptpstate COMMAND --help' has options and examples of each command.",
+         "ptpstate");
+   Tools::helpLayoutIs(app);
+   app.footer(
+         "Exit status:\n"
+         "  0  done\n"
+         "  1  refused: there is no such thing, or the value is not allowed; nothing was\n"
+         "     changed; of diff, that there are differences\n"
+         "  2  the command line is wrong; of diff, any trouble\n"
+         "  3  no server, no answer, or the connection was lost; or a socket cannot be had\n"
+         "\n"
+         "Errors go to standard error as one line that begins with the program's name and\n"
+         "says what to do.");
    Run run;
    addCommands(app, run);
    std::vector<std::string> reversed;

@@ -34,7 +34,6 @@ void addTypes(CLI::App& app, Run& run);
 void addLoad(CLI::App& app, Run& run);
 void addDiff(CLI::App& app, Run& run);
 void addComplete(CLI::App& app, Run& run);
-void addManual(CLI::App& app, Run& run);
 
 using Tools::addClientOptions;
 using Tools::addSocketOption;

@@ -9,7 +9,10 @@
 namespace Tools {
 
 void addSocketOption(CLI::App& command, std::string& socket, bool required) {
-   command.add_option("--socket", socket, "Path of the server's socket")
+   command
+         .add_option("--socket", socket,
+                     "The server's socket; by default what the environment variable "
+                     "PTPSTATE_SOCKET says")
          ->type_name("PATH")
          ->envname("PTPSTATE_SOCKET")
          ->required(required);
@@ -19,7 +22,8 @@ void addClientOptions(CLI::App& command, ClientOptions& options, bool required) 
    addSocketOption(command, options.socket, required);
    command
          .add_option("--timeout", options.timeout,
-                     "Give up when the server has not answered in full within so many seconds (10)")
+                     "How long to wait for the server in all, connecting included; 10 by default. "
+                     "Commands that go on wait so long each time they wait for an answer")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
 }

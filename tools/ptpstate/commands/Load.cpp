@@ -197,20 +197,49 @@ Exit diff(DiffOptions const& options) {
 
 void addLoad(CLI::App& app, Run& run) {
    auto const options = std::make_shared<LoadOptions>();
-   CLI::App& command = *app.add_subcommand("load");
+   CLI::App& command = *app.add_subcommand(
+         "load",
+         "Brings a state to what a JSON dump says. Only what differs is changed; - is "
+         "standard input.\n"
+         "\n"
+         "Everything is checked before anything is sent: if the setters refuse something, "
+         "nothing is changed, and all of it is told. What the dump leaves out stays as it "
+         "is, so that a dump of a path, or one with a few attributes that was written by "
+         "hand, changes these alone. Of a collection that the dump has, what it does not "
+         "name is removed. A child whose constant arguments differ is replaced.\n"
+         "\n"
+         "If the connection is lost while the changes are on their way, some may have "
+         "been applied; load again. Computed attributes are not loaded, they follow from "
+         "the others. A queue numbers its elements itself: it gets the values.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate dump --socket /tmp/ptp --json >before.json\n"
+         "  $ ptpstate load --socket /tmp/ptp before.json");
    addClientOptions(command, *options);
    command.add_option("file", options->file)->type_name("FILE")->required();
-   command.add_flag("--dry-run", options->dryRun);
+   command.add_flag("--dry-run", options->dryRun,
+                    "Only print the changes that it would make, as watch does");
    command.callback([options, &run] { run = [options] { return load(*options); }; });
 }
 
 void addDiff(CLI::App& app, Run& run) {
    auto const options = std::make_shared<DiffOptions>();
-   CLI::App& command = *app.add_subcommand("diff");
+   CLI::App& command = *app.add_subcommand(
+         "diff",
+         "Compares two JSON dumps, or a dump with the state of a server. Of a server, "
+         "only the places that the dump has are compared.\n"
+         "\n"
+         "Its exit status is that of diff(1): 0 alike, 1 different, 2 trouble.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate diff before.json after.json\n"
+         "  $ ptpstate diff --socket /tmp/ptp before.json");
    addClientOptions(command, *options, false);
    command.add_option("file", options->first)->type_name("FILE")->required();
    command.add_option("other", options->second)->type_name("FILE");
-   command.add_flag("--json", options->json);
+   command.add_flag("--json", options->json,
+                    "An object a line, such as "
+                    "{\"path\":\"ptp/config.priority1\",\"old\":128,\"new\":7}");
    command.callback([options, &run] { run = [options] { return diff(*options); }; });
 }
 

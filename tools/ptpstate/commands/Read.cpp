@@ -89,11 +89,26 @@ Exit get(ReadOptions const& options) {
 
 void addDump(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
-   CLI::App& command = *app.add_subcommand("dump");
+   CLI::App& command = *app.add_subcommand(
+         "dump",
+         "Prints every entity and attribute, or those at a path and below.\n"
+         "\n"
+         "The order is that of the declarations, with keys in natural order (Ethernet2 "
+         "before Ethernet10), so dumps can be compared with diff(1), and the dump of a "
+         "complete mirror is that of its source to the byte. What only the serving "
+         "process knows, attributes that are not streamed, is left out. A queue that has "
+         "been used shows the number of its next element.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate dump --socket /tmp/ptp\n"
+         "  $ ptpstate dump --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]\n"
+         "  $ ptpstate dump --socket /tmp/ptp --json >state.json");
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH");
-   auto* const summary = command.add_flag("--summary", options->summary);
-   command.add_flag("--json", options->json)->excludes(summary);
+   auto* const summary = command.add_flag("--summary", options->summary,
+                                          "Count entities and attributes by type instead");
+   command.add_flag("--json", options->json, "As JSON, which load and diff read")
+         ->excludes(summary);
    command.callback([options, &run] {
       run = [options] { return options->path.empty() ? dumpAll(*options) : dumpPath(*options); };
    });
@@ -101,10 +116,17 @@ void addDump(CLI::App& app, Run& run) {
 
 void addGet(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
-   CLI::App& command = *app.add_subcommand("get");
+   CLI::App& command = *app.add_subcommand(
+         "get",
+         "Prints a value, alone on its line. Of an entity or a collection, everything "
+         "below it, as dump does.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate get --socket /tmp/ptp ptp/config.priority1\n"
+         "  $ ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass");
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH")->required();
-   command.add_flag("--json", options->json);
+   command.add_flag("--json", options->json, "As JSON, the value alone");
    command.callback([options, &run] { run = [options] { return get(*options); }; });
 }
 

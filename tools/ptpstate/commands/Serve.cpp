@@ -128,18 +128,59 @@ Exit serve(ServeOptions const& options) {
 void addServe(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ServeOptions>();
    options->roots = {"Ptp::Config=ptp/config"};
-   CLI::App& command = *app.add_subcommand("serve");
+   CLI::App& command = *app.add_subcommand(
+         "serve",
+         "Holds roots until it is interrupted. Others mirror them, and every change that "
+         "is made anywhere reaches all of them.\n"
+         "\n"
+         "It prints a line for each root, for each setting of the configuration file that "
+         "the model has no place for, and for each connection that is opened, refused or "
+         "lost, with time, peer and reason. Where nobody reads these lines, 256 KiB of "
+         "them are kept and the rest is counted; the server never waits.\n"
+         "\n"
+         "Whoever may write to the socket's file may connect and read. A user has at most "
+         "256 connections. A peer has a minute to greet, and a minute to finish a message "
+         "that it has begun. What all connections hold in memory is bounded: 64 MiB, and "
+         "4 KiB for each.\n"
+         "\n"
+         "A socket file that is left from a process that is gone is replaced. One that is "
+         "answered, and a file that is no socket, are left alone.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf\n"
+         "  $ ptpstate serve --socket /tmp/ptp --root Ptp::Config=ptp/config --root "
+         "Ptp::Status=ptp/status\n"
+         "  $ ptpstate serve --socket /run/ptp --mode 0666 --writers root,:ptp");
    addSocketOption(command, options->socket);
-   command.add_option("--root", options->roots)->type_name("TYPE=NAME")->allow_extra_args(false);
-   command.add_option("--ptp4l-conf", options->ptp4lConf)->type_name("FILE");
-   command.add_option("--dump", options->dump)->type_name("FILE");
-   command.add_option("--mode", options->mode)->type_name("MODE");
-   command.add_option("--owner", options->owner)->type_name("OWNER");
-   command.add_option("--writers", options->writers)
+   command
+         .add_option("--root", options->roots,
+                     "A root to hold; repeatable; by default Ptp::Config=ptp/config")
+         ->type_name("TYPE=NAME")
+         ->allow_extra_args(false);
+   command
+         .add_option(
+               "--ptp4l-conf", options->ptp4lConf,
+               "Load a ptp4l(8) configuration file into the first root that is a Ptp::Config; "
+               "with an error in the file nothing is served")
+         ->type_name("FILE");
+   command
+         .add_option("--dump", options->dump,
+                     "At the end, write all that it has in memory; - for standard output")
+         ->type_name("FILE");
+   command
+         .add_option("--mode", options->mode,
+                     "The socket's permissions, in octal; by default what the umask leaves")
+         ->type_name("MODE");
+   command.add_option("--owner", options->owner, "Give the socket to USER, :GROUP or USER:GROUP")
+         ->type_name("OWNER");
+   command
+         .add_option("--writers", options->writers,
+                     "Who may change something, each a user, or a group with a colon before it; by "
+                     "default everybody who may connect")
          ->type_name("WHO,...")
          ->delimiter(',')
          ->allow_extra_args(false);
-   command.add_flag("--quiet", options->quiet);
+   command.add_flag("--quiet", options->quiet, "Say nothing of connections");
    command.callback([options, &run] { run = [options] { return serve(*options); }; });
 }
 

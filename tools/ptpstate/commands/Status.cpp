@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "Holt/State/Json.h"
+#include "Holt/Times.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 
@@ -29,22 +30,6 @@ char const* modeText(MountMode mode) {
          return "owner";
    }
    return "?";
-}
-
-/// "3.204 s", "2:03:04"
-Sarn::String durationText(U64 nanoseconds) {
-   U64 const ms = nanoseconds / 1'000'000;
-   U64 const seconds = ms / 1000;
-   char text[64];
-   if (seconds < 60) {
-      std::snprintf(text, sizeof text, "%u.%03u s", static_cast<unsigned>(seconds),
-                    static_cast<unsigned>(ms % 1000));
-   } else {
-      std::snprintf(text, sizeof text, "%llu:%02u:%02u",
-                    static_cast<unsigned long long>(seconds / 3600),
-                    static_cast<unsigned>(seconds / 60 % 60), static_cast<unsigned>(seconds % 60));
-   }
-   return text;
 }
 
 Sarn::String counted(U64 count, char const* one, char const* many) {
@@ -147,9 +132,21 @@ Exit status(StatusOptions const& options) {
 
 void addStatus(CLI::App& app, Run& run) {
    auto const options = std::make_shared<StatusOptions>();
-   CLI::App& command = *app.add_subcommand("status");
+   CLI::App& command = *app.add_subcommand(
+         "status",
+         "Tells of each connection of a server who it is and how it keeps up, the oldest "
+         "first. Everybody who may connect may ask.\n"
+         "\n"
+         "\"coalesced\" are those of the changes that the peer could not take when they "
+         "were made that it will never see, since a later one took their place. "
+         "\"untold\" is what has still to be written into the buffer, \"behind\" how long "
+         "ago the peer had last taken everything.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate status --socket /tmp/ptp\n"
+         "  $ ptpstate status --socket /tmp/ptp --json");
    addClientOptions(command, *options);
-   command.add_flag("--json", options->json);
+   command.add_flag("--json", options->json, "As JSON: an array of objects, times in nanoseconds");
    command.callback([options, &run] { run = [options] { return status(*options); }; });
 }
 

@@ -11,6 +11,7 @@
 #include "Holt/State/Changes.h"
 #include "Holt/State/Dump.h"
 #include "Holt/StopSignals.h"
+#include "Holt/Times.h"
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
@@ -31,25 +32,6 @@ struct WatchOptions : ClientOptions {
    bool json = false;
    bool noReconnect = false;
 };
-
-/// The time of day here, "14:03:59.120"; or "2026-11-21T13:03:59.120Z" for other programs.
-std::string timeText(bool forPrograms) {
-   auto const now = std::chrono::system_clock::now();
-   std::time_t const seconds = std::chrono::system_clock::to_time_t(now);
-   auto const sinceEpoch = std::chrono::duration_cast<milliseconds>(now.time_since_epoch());
-   std::tm parts{};
-   if (forPrograms) {
-      gmtime_r(&seconds, &parts);
-   } else {
-      localtime_r(&seconds, &parts);
-   }
-   char text[40];
-   std::size_t const length =
-         std::strftime(text, sizeof text, forPrograms ? "%Y-%m-%dT%H:%M:%S" : "%H:%M:%S", &parts);
-   std::snprintf(text + length, sizeof text - length, ".%03d%s",
-                 static_cast<int>(sinceEpoch.count() % 1000), forPrograms ? "Z" : "");
-   return text;
-}
 
 /// A root, its mirror, and who tells of changes there. The mirror outlives connections.
 struct Watched {
@@ -97,13 +79,15 @@ private:
 };
 
 void Watch::event(Sarn::String const& text, Json const& json) const {
-   std::cout << (options_.json ? jsonLine(json) : timeText(false) + " -- " + Kiv::printable(text))
+   std::cout << (options_.json
+                       ? jsonLine(json)
+                       : timeText(wallNow(), TimeForm::time) + " -- " + Kiv::printable(text))
              << '\n';
 }
 
 /// An event as an object that begins with its time and its name.
 Json eventJson(char const* name) {
-   return Json{{"time", timeText(true)}, {"event", name}};
+   return Json{{"time", timeText(wallNow(), TimeForm::universal)}, {"event", name}};
 }
 
 void Watch::connect() {
@@ -182,11 +166,12 @@ void Watch::onChange(ChangeText const& text) {
    }
    ++told_;
    if (options_.json) {
-      Json json{{"time", timeText(true)}};
+      Json json{{"time", timeText(wallNow(), TimeForm::universal)}};
       json.update(changeJson(text));
       std::cout << jsonLine(json) << '\n';
    } else {
-      std::cout << timeText(false) << ' ' << Kiv::printable(text.path + text.what) << '\n';
+      std::cout << timeText(wallNow(), TimeForm::time) << ' '
+                << Kiv::printable(text.path + text.what) << '\n';
    }
 }
 
@@ -338,18 +323,41 @@ Exit Watch::run() {
 
 void addWatch(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WatchOptions>();
-   CLI::App& command = *app.add_subcommand("watch");
+   CLI::App& command = *app.add_subcommand(
+         "watch",
+         "Prints a line a change, until it is interrupted. With a path, only changes "
+         "there and below.\n"
+         "\n"
+         "Changes that come faster than they are read are not queued without end: of an "
+         "attribute that changed several times meanwhile, the last value is told, and a "
+         "line says how many were left out. When the connection is lost, it tries again "
+         "until the server is back, and then tells what has changed meanwhile.\n"
+         "\n"
+         "At its end it first takes what the server has still to tell, so that nothing is "
+         "missing from before. A second interrupt ends that waiting, too.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate watch --socket /tmp/ptp\n"
+         "  $ ptpstate watch --socket /tmp/ptp ptp/config.intfConfig --for 60\n"
+         "  $ ptpstate watch --socket /tmp/ptp --json --count 1 ptp/config.domainNumber");
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH");
-   command.add_option("--count", options->count)
+   command.add_option("--count", options->count, "End after so many changes")
          ->type_name("N")
          ->check(CLI::Range(U64{1}, ~U64{0}));
-   command.add_option("--for", options->seconds)
+   command.add_option("--for", options->seconds, "End after so long")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e9));
-   command.add_option("--dump", options->dump)->type_name("FILE");
-   command.add_flag("--json", options->json);
-   command.add_flag("--no-reconnect", options->noReconnect);
+   command
+         .add_option("--dump", options->dump,
+                     "At the end, write the mirror as it is in memory; - for standard output")
+         ->type_name("FILE");
+   command.add_flag(
+         "--json", options->json,
+         "An object a line: a change, \"set\", \"created\" or \"deleted\", or an event, "
+         "\"complete\", \"coalesced\", \"lost\", \"connected\" or \"gone\"; times in UTC");
+   command.add_flag("--no-reconnect", options->noReconnect,
+                    "End when the connection is lost, with status 3");
    command.callback([options, &run] { run = [options] { return Watch(*options).run(); }; });
 }
 

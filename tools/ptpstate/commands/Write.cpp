@@ -37,8 +37,10 @@ Exit change(WriteOptions const& options, Change&& changeIt) {
 /// A command with a path, whose callback runs `changeIt(place, options)`.
 template <class Change>
 CLI::App& addWriter(CLI::App& app, Run& run, std::shared_ptr<WriteOptions> const& options,
-                    char const* name, Change changeIt) {
-   CLI::App& command = *app.add_subcommand(name);
+                    char const* name, char const* description, char const* examples,
+                    Change changeIt) {
+   CLI::App& command = *app.add_subcommand(name, description);
+   command.footer(examples);
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH")->required();
    command.callback([options, &run, changeIt] {
@@ -53,23 +55,47 @@ CLI::App& addWriter(CLI::App& app, Run& run, std::shared_ptr<WriteOptions> const
 
 void addSet(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
-   CLI::App& command = addWriter(app, run, options, "set", [](Place& place, WriteOptions const& o) {
-      place.set(o.plainArgs()[0]);
-   });
+   CLI::App& command = addWriter(
+         app, run, options, "set",
+         "Sets an attribute, a field within one, or an element of a map. An element that "
+         "is new is inserted.\n"
+         "\n"
+         "The value is set in a mirror here first: one that is out of range is refused at "
+         "once, in the words of its setter, and nothing is sent. It ends when the server "
+         "has applied the change.",
+         "Examples:\n"
+         "  $ ptpstate set --socket /tmp/ptp ptp/config.priority1 100\n"
+         "  $ ptpstate set --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].logSyncInterval -4\n"
+         "  $ ptpstate set --socket /tmp/ptp 'ptp/config.missingSequenceThresholds[sync]' 5",
+         [](Place& place, WriteOptions const& o) { place.set(o.plainArgs()[0]); });
    command.add_option("value", options->args)->type_name("VALUE")->expected(1)->required();
 }
 
 void addAdd(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
-   CLI::App& command = addWriter(app, run, options, "add", [](Place& place, WriteOptions const& o) {
-      place.add(o.plainArgs());
-   });
+   CLI::App& command = addWriter(
+         app, run, options, "add",
+         "Creates a child, inserts an element, or appends to a queue. A child is made "
+         "from its arguments besides its key, in order; without them the message says "
+         "which they are.\n"
+         "\n"
+         "A child that is there is brought to the given values, unless one of them cannot "
+         "change.",
+         "Examples:\n"
+         "  $ ptpstate add --socket /tmp/ptp ptp/config.intfConfig[Ethernet1] true false\n"
+         "  $ ptpstate add --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].vlanConfig[100]",
+         [](Place& place, WriteOptions const& o) { place.add(o.plainArgs()); });
    command.add_option("args", options->args)->type_name("ARG");
 }
 
 void addDel(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
-   addWriter(app, run, options, "del", [](Place& place, WriteOptions const&) { place.del(); });
+   addWriter(app, run, options, "del",
+             "Removes a child with all below it, an element, or the front of a queue. Of a "
+             "collection or a queue as a whole, all elements.",
+             "Examples:\n"
+             "  $ ptpstate del --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]",
+             [](Place& place, WriteOptions const&) { place.del(); });
 }
 
 }  // namespace Ptpstate

@@ -225,22 +225,46 @@ Exit Record::run() {
 
 void addRecord(CLI::App& app, Run& run) {
    auto const options = std::make_shared<RecordOptions>();
-   CLI::App& command = *app.add_subcommand("record");
+   CLI::App& command = *app.add_subcommand(
+         "record",
+         "Writes what happens to a server's roots into a file, until it is interrupted. "
+         "With names of roots, to these alone.\n"
+         "\n"
+         "Its memory does not grow with what it records. Without --reconnect it ends when "
+         "the connection is lost, with status 3; what came until then is in the file.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate record --socket /tmp/ptp monday.rec\n"
+         "  $ ptpstate record --socket /tmp/ptp --reconnect --ring 8 --size 64MB "
+         "/var/log/ptp/flight "
+         "ptp/status");
    addClientOptions(command, *options);
    command.add_option("file", options->file)->type_name("FILE")->required();
    command.add_option("roots", options->roots)->type_name("ROOT");
-   command.add_option("--for", options->seconds)
+   command.add_option("--for", options->seconds, "End after so long")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e9));
-   CLI::Option* const ring = command.add_option("--ring", options->ring)
-                                   ->type_name("N")
-                                   ->check(CLI::Range(2, 1'000'000));
-   command.add_option("--size", options->size)
+   CLI::Option* const ring =
+         command
+               .add_option(
+                     "--ring", options->ring,
+                     "A flight recorder: keep the last N files FILE.000001, FILE.000002, ... only, "
+                     "each of which stands alone; goes on behind those that are there")
+               ->type_name("N")
+               ->check(CLI::Range(2, 1'000'000));
+   command
+         .add_option("--size", options->size,
+                     "Size of each file of the ring, at most (64MB); 14 MB at least")
          ->transform(CLI::AsSizeValue(false))
          ->type_name("BYTES")
          ->needs(ring);
-   command.add_flag("--replace", options->replace)->excludes(ring);
-   command.add_flag("--reconnect", options->reconnect);
+   command
+         .add_flag("--replace", options->replace,
+                   "Overwrite a file that is there, which is refused else; a file that another "
+                   "recorder is writing to is refused all the same")
+         ->excludes(ring);
+   command.add_flag("--reconnect", options->reconnect,
+                    "When the connection is lost, note that, wait for the server, and go on");
    command.callback([options, &run] { run = [options] { return Record(*options).run(); }; });
 }
 

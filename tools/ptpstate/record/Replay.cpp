@@ -115,7 +115,7 @@ Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
 }
 
 void Replay::tell(Sarn::String const& line) const {
-   std::cout << dateText(wall_) << ' ' << Kiv::printable(line) << '\n';
+   std::cout << timeText(wall_) << ' ' << Kiv::printable(line) << '\n';
 }
 
 /// The last file with that moment, and where the moment ends there.
@@ -142,7 +142,7 @@ void Replay::findMoment() {
          return;
       }
    }
-   throw Failure(dateText(*end_) + " is before the beginning, " + dateText(*begin));
+   throw Failure(timeText(*end_) + " is before the beginning, " + timeText(*begin));
 }
 
 /// Waits until it is time for a frame. False if playing was interrupted.
@@ -238,14 +238,14 @@ bool Replay::play(Sarn::String const& file, bool first) {
             return false;
          }
          if (progress_.due()) {
-            progress_.say(file + ": " + dateText(frame.at.wall) + ", " +
+            progress_.say(file + ": " + timeText(frame.at.wall) + ", " +
                           std::to_string(reader.offset() * 100 / source->size()) + " %");
          }
       }
    }
    if (reader.damaged()) {
       damage_ = damageText(file, reader) +
-                (wall_ != 0 ? "; read up to there, " + dateText(wall_) : Sarn::String());
+                (wall_ != 0 ? "; read up to there, " + timeText(wall_) : Sarn::String());
       return false;
    }
    return true;
@@ -324,8 +324,8 @@ void printRecordingInfo(std::ostream& out, std::vector<std::string> const& named
       Kiv::NboAttrLog::RecordingReader reader(*source);
       RecordingInfo const info = infoOf(file, reader);
       out << Kiv::printable(file) << '\n'
-          << "   begins     " << (info.frames != 0 ? dateText(info.begin) : "-") << '\n'
-          << "   ends       " << (info.frames != 0 ? dateText(info.end) : "-")
+          << "   begins     " << (info.frames != 0 ? timeText(info.begin) : "-") << '\n'
+          << "   ends       " << (info.frames != 0 ? timeText(info.end) : "-")
           << (reader.ended()     ? ""
               : reader.damaged() ? ", damaged"
                                  : ", not closed")

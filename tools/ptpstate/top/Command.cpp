@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <ctime>
 #include <iostream>
 #include <list>
 #include <memory>
 
 #include "Holt/StopSignals.h"
+#include "Holt/Times.h"
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
@@ -220,12 +220,7 @@ std::vector<Sarn::String> Top::headItems() const {
 }
 
 Sarn::String Top::title(TopView const* view) const {
-   std::time_t const now = std::time(nullptr);
-   std::tm local{};
-   localtime_r(&now, &local);
-   char time[16];
-   std::strftime(time, sizeof time, "%H:%M:%S", &local);
-   return Sarn::String(time) + "  " + pathText_ + ": " + std::to_string(rows_) +
+   return timeText(wallNow(), TimeForm::seconds) + "  " + pathText_ + ": " + std::to_string(rows_) +
           (rows_ == 1 ? " row" : " rows") + (lost_.empty() ? "" : "  -- " + lost_) +
           (view != nullptr && view->paused() ? "  -- paused" : "");
 }
@@ -334,19 +329,48 @@ Exit Top::live() {
 
 void addTop(CLI::App& app, Run& run) {
    auto const options = std::make_shared<TopOptions>();
-   CLI::App& command = *app.add_subcommand("top");
+   CLI::App& command = *app.add_subcommand(
+         "top",
+         "Shows a live table of a collection of entities, one row each, or of one entity. "
+         "The columns are its attributes, or those that are asked for. Behind a name, "
+         "\"/s\" stands for its change per second, and \"~\" for its last 16 samples as a "
+         "small line. A path below the entity is a column, too: clockQuality.clockClass.\n"
+         "\n"
+         "Keys: arrows, page up, page down, home and end go through rows and columns; s "
+         "sorts by the chosen column, again the other way round; k sorts by the key; c "
+         "chooses the columns, where blank shows or hides a value, r its rate, h its "
+         "history; p pauses and goes on; ? tells what the keys do; q ends.\n"
+         "\n"
+         "A counter that has wrapped goes on; one that was set back has no rate until the "
+         "next sample. When the connection is lost, it says so, keeps what it has, and "
+         "tries again.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate top --socket /tmp/ptp ptp/config.intfConfig\n"
+         "  $ ptpstate top --socket /tmp/ptp ptp/status.portDS --columns "
+         "portState,peerMeanPathDelay~,syncMessageReceived/s --head "
+         "ptp/status.currentDS.offsetFromMaster --head ptp/status.currentDS.offsetFromMaster~\n"
+         "  $ ptpstate top --socket /tmp/ptp ptp/status.portDS --batch --count 1 --sort portState");
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH")->required();
-   command.add_option("--head", options->head)->type_name("PATH")->allow_extra_args(false);
-   command.add_option("--columns", options->columns)->type_name("NAME,...")->delimiter(',');
+   command
+         .add_option("--head", options->head,
+                     "Show this attribute above the table, with /s or ~ behind it if wanted; of an "
+                     "entity, all of them; repeatable")
+         ->type_name("PATH")
+         ->allow_extra_args(false);
+   command.add_option("--columns", options->columns, "These columns, in this order")
+         ->type_name("NAME,...")
+         ->delimiter(',');
    command.get_option("--columns")->allow_extra_args(false);
-   command.add_option("--sort", options->sort)->type_name("NAME");
-   command.add_flag("--reverse", options->reverse);
-   command.add_option("--interval", options->interval)
+   command.add_option("--sort", options->sort, "Sort by this column")->type_name("NAME");
+   command.add_flag("--reverse", options->reverse, "Sort the other way round");
+   command.add_option("--interval", options->interval, "Time between two samples; 1 by default")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.05, 3600.0));
-   command.add_flag("--batch", options->batch);
-   command.add_option("--count", options->count)
+   command.add_flag("--batch", options->batch,
+                    "Write tables to standard output, without a terminal");
+   command.add_option("--count", options->count, "End after so many samples")
          ->type_name("N")
          ->check(CLI::Range(U64{1}, ~U64{0}));
    command.callback([options, &run] { run = [options] { return Top(*options).run(); }; });

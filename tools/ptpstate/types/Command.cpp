@@ -165,9 +165,22 @@ Exit types(TypesOptions const& options) {
 
 void addTypes(CLI::App& app, Run& run) {
    auto const options = std::make_shared<TypesOptions>();
-   CLI::App& command = *app.add_subcommand("types");
+   CLI::App& command = *app.add_subcommand(
+         "types",
+         "Lists modules and types; of a type, or of all types of a module, the members. A "
+         "member has id, kind, type, range, what else is to be known, and default. A name "
+         "without its namespace will do where it is the only one. It asks no server.\n"
+         "\n"
+         "A range is what the setter accepts; where there is none, it accepts all that "
+         "the type holds. \"given\" are constructor arguments; \"local\" is what does not "
+         "travel; \"named\" a child that is made with a name.");
+   command.footer(
+         "Examples:\n"
+         "  $ ptpstate types\n"
+         "  $ ptpstate types Ptp::IntfConfig\n"
+         "  $ ptpstate types --json PtpMib");
    command.add_option("name", options->name)->type_name("NAME");
-   command.add_flag("--json", options->json);
+   command.add_flag("--json", options->json, "As JSON, always with all members");
    command.callback([options, &run] { run = [options] { return types(*options); }; });
 }
 

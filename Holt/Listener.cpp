@@ -1,4 +1,4 @@
-#include "Holt/Socket.h"
+#include "Holt/Listener.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
