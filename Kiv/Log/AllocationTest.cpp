@@ -115,7 +115,7 @@ TEST_F(StreamWriterAllocation, OfKeysThatComeAndGoHereDuringAReplayIsNone) {
       GTEST_SKIP() << "the nodes of sets come from the allocator under a sanitizer";
    }
    mirror.receive(beginOfNumbers(root->streamHandle()));
-   std::size_t before = 0;
+   long before = 0;
    for (U32 i = 0; i != 102; ++i) {
       before = i == 2 ? allocations() : before;
       copy->byNumberIs(1000 + i, "x");
