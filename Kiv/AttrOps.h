@@ -49,6 +49,18 @@ public:
                       DirtyKeyResult (*write)(void* context, void const* key, bool erased)) = 0;
 };
 
+/// Whoever receives the creation of a child.
+class CreationReceiver {
+public:
+   /// The child that is there already, before an observer can change it.
+   virtual void found(Entity& child) = 0;
+   /// Whether a child that is not there is to be created. `key`: null for a singleton child.
+   virtual bool wanted(void const* key) = 0;
+
+protected:
+   ~CreationReceiver() = default;
+};
+
 struct CollectionOps {
    std::size_t (*size)(Entity const& owner);
    /// The value of a key, or null; for child entities the `Entity`.
@@ -82,11 +94,12 @@ struct CollectionOps {
    /// told, so that it is known also when an observer throws. `seen`, if not null, loses the key.
    void (*applyDelete)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
                        Sarn::Ptr<Entity>& removed);
-   /// Creates or finds the child that a received creation names. An existing child is first given
-   /// to `found(context, child)`; one with other constant arguments is then replaced. When an
-   /// observer throws, so is what is there by then.
+   /// Creates or finds the child that a received creation names; null if there is none and the
+   /// receiver does not want it. An existing child is first given to `receiver.found`; one with
+   /// other constant arguments is then replaced. When an observer throws, the receiver is given
+   /// what is there by then.
    Sarn::Ptr<Entity> (*applyCreate)(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
-                                    void* context, void (*found)(void* context, Entity& child));
+                                    CreationReceiver& receiver);
    /// Removes every element whose key is not in `seen` when its turn comes.
    void (*delUnseen)(Entity& owner, DirtyKeys const& seen);
 };

@@ -249,7 +249,11 @@ private:
          message.push_back(static_cast<U8>(chance_.below(2)));
       }
       Kiv::NboAttrLog::In in(message.data(), message.data() + message.size());
-      ops.applyCreate(entity, in, nullptr, nullptr, [](void*, Kiv::Entity&) {});
+      struct : Kiv::CreationReceiver {
+         void found(Kiv::Entity&) override {}
+         bool wanted(void const*) override { return true; }
+      } receiver;
+      ops.applyCreate(entity, in, nullptr, receiver);
    }
 
    /// The size of a child's arguments after its key. It is fixed, and found by trial.

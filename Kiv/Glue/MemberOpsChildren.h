@@ -61,7 +61,7 @@ struct ChildrenOps
       (std::make_index_sequence<std::tuple_size_v<Args>>());
    }
    static Sarn::Ptr<Entity> applyCreate(Entity& owner, NboAttrLog::In& in, DirtyKeys* seen,
-                                        void* context, void (*found)(void*, Entity&)) {
+                                        CreationReceiver& receiver) {
       Args args;
       std::apply(
             [&](auto&... a) {
@@ -71,7 +71,9 @@ struct ChildrenOps
       in.expectEnd();
       Base::saw(seen, std::get<0>(args));
       if (Entity* const there = findChild(owner, &std::get<0>(args))) {
-         found(context, *there);
+         receiver.found(*there);
+      } else if (!receiver.wanted(&std::get<0>(args))) {
+         return {};
       }
       FirstException thrown;
       for (int left = mostReplacements;; --left) {
@@ -91,7 +93,7 @@ struct ChildrenOps
          });
          if (!replace) {
             if (Entity* const there = child ? nullptr : findChild(owner, &std::get<0>(args))) {
-               found(context, *there);
+               receiver.found(*there);
             }
             thrown.rethrow();
             return child;

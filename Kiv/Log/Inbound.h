@@ -85,9 +85,9 @@ private:
    void applyToNobody(Header const& header, In& in);
    void applyErase(Entity& entity, FieldDescriptor const& field, In& in);
    void applyCreate(Names::Theirs& target, FieldDescriptor const& field, In& in);
-   Sarn::Ptr<Entity> applyCreateSingleton(Entity& owner, FieldDescriptor const& field, In& in,
-                                          void* context,
-                                          void (*found)(void* context, Entity& child));
+   class Creation;
+   static Sarn::Ptr<Entity> applyCreateSingleton(Entity& owner, FieldDescriptor const& field,
+                                                 In& in, Creation& creation);
    void applyCollectionMarker(Entity& entity, FieldDescriptor const& field, Header const& header,
                               In& in);
    void applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header, In& in);

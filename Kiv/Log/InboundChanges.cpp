@@ -113,35 +113,57 @@ void Inbound::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
    }
 }
 
+/// The creation of a child that the peer calls `handle`.
+class Inbound::Creation final : public CreationReceiver {
+public:
+   Creation(Inbound& inbound, Entity& owner, FieldDescriptor const& field, U32 handle,
+            bool writable) noexcept
+         : inbound_(inbound), owner_(owner), field_(field), handle_(handle), writable_(writable) {}
+
+   /// What is there already is known from now on, before an observer can change it again.
+   void found(Entity& there) override {
+      bool const untold = there.streamHandle() != 0 && !inbound_.names_.known(there);
+      inbound_.names_.map(handle_, &there, writable_);
+      // Both have made it. What was done to ours was to be told when it was introduced; it is
+      // introduced now, by the peer. A replay overwrites what the mirror had before it.
+      Mounts const& mounts = inbound_.mounts_;
+      if (untold && mounts.writes(there) && mounts.followed(there)->complete()) {
+         inbound_.teller_.backlog().markAll(there);
+      }
+   }
+
+   /// Not if it is the very child that was removed here, and the peer has not heard of that yet:
+   /// made again, it would lack the values that the peer need not repeat.
+   bool wanted(void const* key) override {
+      Names::Theirs const* const before = inbound_.names_.theirs(handle_);
+      return before == nullptr || before->entity || !inbound_.mounts_.writes(owner_) ||
+             !inbound_.teller_.backlog().has(owner_, field_, key);
+   }
+
+   /// Takes the place of another child, which is gone then.
+   void replaced(Entity& before) { inbound_.names_.unmapTree(before); }
+
+private:
+   Inbound& inbound_;
+   Entity& owner_;
+   FieldDescriptor const& field_;
+   U32 const handle_;
+   bool const writable_;
+};
+
 void Inbound::applyCreate(Names::Theirs& target, FieldDescriptor const& field, In& in) {
    Sarn::Ptr<Entity> const owner = target.entity;
    bool const writable = target.writable;
    U32 const handle = in.nextU32();
    names_.checkHandle(handle, in);
    names_.expectChild(handle);
-   struct Found {
-      Inbound& inbound;
-      U32 handle;
-      bool writable;
-   } found{*this, handle, writable};
-   // What is there already is known from now on, before an observer can change it again.
-   auto const know = [](void* context, Entity& there) {
-      auto const& [inbound, itsHandle, isWritable] = *static_cast<Found*>(context);
-      bool const untold = there.streamHandle() != 0 && !inbound.names_.known(there);
-      inbound.names_.map(itsHandle, &there, isWritable);
-      // Both have made it. What was done to ours was to be told when it was introduced; it is
-      // introduced now, by the peer. A replay overwrites what the mirror had before it.
-      Mounts const& mounts = inbound.mounts_;
-      if (untold && mounts.writes(there) && mounts.followed(there)->complete()) {
-         inbound.teller_.backlog().markAll(there);
-      }
-   };
+   Creation creation(*this, *owner, field, handle, writable);
    Sarn::Ptr<Entity> child;
    try {
       child = field.kind == MemberKind::children
                     ? field.ops->collection->applyCreate(*owner, in, open_.seen(*owner, field),
-                                                         &found, know)
-                    : applyCreateSingleton(*owner, field, in, &found, know);
+                                                         creation)
+                    : applyCreateSingleton(*owner, field, in, creation);
    } catch (...) {
       names_.expectNoChild();
       if (!closing_.closed() && names_.theirs(handle) == nullptr) {
@@ -151,15 +173,15 @@ void Inbound::applyCreate(Names::Theirs& target, FieldDescriptor const& field, I
    }
    names_.expectNoChild();
    if (!closing_.closed()) {
-      bool const stays = child->parent() == owner.get();  // an observer may have removed it
+      // An observer may have removed it.
+      bool const stays = child && child->parent() == owner.get();
       names_.map(handle, stays ? child.get() : nullptr, writable);
    }
 }
 
 /// As `CollectionOps::applyCreate`. A child of another name is replaced in one step.
 Sarn::Ptr<Entity> Inbound::applyCreateSingleton(Entity& owner, FieldDescriptor const& field, In& in,
-                                                void* context,
-                                                void (*found)(void* context, Entity& child)) {
+                                                Creation& creation) {
    bool const named = field.has(FieldDescriptor::named);
    std::string_view const name = named ? in.nextString() : std::string_view();
    in.expectEnd();
@@ -169,17 +191,19 @@ Sarn::Ptr<Entity> Inbound::applyCreateSingleton(Entity& owner, FieldDescriptor c
    };
    Sarn::Ptr<Entity> const before(ops.get(owner));
    if (fits(before.get())) {
-      found(context, *before);
+      creation.found(*before);
+   } else if (!before && !creation.wanted(nullptr)) {
+      return {};
    }
    Sarn::Ptr<Entity> child;
    Impl::FirstException thrown;
    thrown.attempt([&] { child = ops.is(owner, name); });
    Entity* const there = ops.get(owner);
    if (!child && fits(there)) {
-      found(context, *there);
+      creation.found(*there);
    }
    if (before && before->parent() == nullptr) {
-      names_.unmapTree(*before);
+      creation.replaced(*before);
    }
    thrown.rethrow();
    return child;

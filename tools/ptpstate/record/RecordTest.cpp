@@ -365,7 +365,9 @@ TEST_F(RecordTest, InfoAndReplayNameTheSameHole) {
          Outcome const played = replay({"--dump", "/dev/null"});
          EXPECT_EQ(info.status, 1) << begin;
          EXPECT_EQ(played.status, 1) << begin;
-         EXPECT_EQ(info.err, played.err);
+         // What was played adds up to which time.
+         std::string const fault = info.err.substr(0, info.err.size() - 1);
+         EXPECT_EQ(played.err.substr(0, fault.size()), fault);
          EXPECT_NE(info.err.find(": damaged at byte "), std::string::npos) << info.err;
       }
    }
