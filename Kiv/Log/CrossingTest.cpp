@@ -42,6 +42,35 @@ TEST_F(StreamNarrowCrossing, AChildThatTheWriterCouldNotTellYetKeepsWhatWasDoneT
    EXPECT_EQ(root->leaf(1)->twig(KivTest::Level::low)->weight(), 3);
 }
 
+class StreamForgetfulCrossing : public StreamCrossing {
+protected:
+   static Limits forgetful() {
+      Limits limits = narrow(1000);
+      limits.dirtyKeys = 4;
+      return limits;
+   }
+   StreamForgetfulCrossing() : StreamCrossing(forgetful()) {}
+};
+
+/// The source replays the collection whole, and names a child that the writer knows without its
+/// values.
+TEST_F(StreamForgetfulCrossing, AChildWhoseRemovalTheWriterCouldNotTellYetStaysRemoved) {
+   root->leafIs(1, true, KivTest::Opaque(1))->ticksIs(7);
+   carry();
+   root->textIs(std::string(950, 'x'));
+   for (U32 i = 10; i != 20; ++i) {
+      root->leafIs(i, true, KivTest::Opaque(1));
+   }
+   copy->textIs(std::string(950, 'y'));
+   copy->leafDel(1);
+   mirror.receive(source.take());
+   EXPECT_FALSE(copy->leafHas(1));
+   carry();
+   EXPECT_FALSE(root->leafHas(1));
+   EXPECT_EQ(root->leafCount(), 10u);
+   expectEqual();
+}
+
 TEST_F(StreamCrossing, ARootThatIsOfferedAgainIsWrittenUnderNewHandles) {
    copy->leafIs(1, true, KivTest::Opaque(1))->ticksIs(1);
    carry();
