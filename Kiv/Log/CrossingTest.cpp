@@ -71,6 +71,21 @@ TEST_F(StreamForgetfulCrossing, AChildWhoseRemovalTheWriterCouldNotTellYetStaysR
    expectEqual();
 }
 
+/// The source puts another child in the place of the writer's, and one of the old name in the place
+/// of that, before it can tell: the writer hears of a child that it has.
+TEST_F(StreamNarrowCrossing, AWriterReachesAChildThatHasTakenThePlaceOfItsOwn) {
+   copy->badgeIs("silver")->brightnessIs(1);
+   carry();
+   ASSERT_EQ(root->badge()->brightness(), 1);
+   root->textIs(std::string(980, 'x'));
+   root->badgeIs("gold");
+   root->badgeIs("silver");
+   carry();
+   copy->badge()->brightnessIs(9);
+   carry();
+   EXPECT_EQ(root->badge()->brightness(), 9);
+}
+
 TEST_F(StreamCrossing, ARootThatIsOfferedAgainIsWrittenUnderNewHandles) {
    copy->leafIs(1, true, KivTest::Opaque(1))->ticksIs(1);
    carry();

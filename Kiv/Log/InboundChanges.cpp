@@ -122,8 +122,15 @@ public:
 
    /// What is there already is known from now on, before an observer can change it again.
    void found(Entity& there) override {
-      bool const untold = there.streamHandle() != 0 && !inbound_.names_.known(there);
-      inbound_.names_.map(handle_, &there, writable_);
+      Names& names = inbound_.names_;
+      bool const untold = there.streamHandle() != 0 && !names.known(there);
+      if (there.streamHandle() != 0 && names.theirHandle(there) == nullptr &&
+          !inbound_.mounts_.serves(there)) {
+         // We made it, but this may be another of the peer's: ours may be gone there, and with it
+         // our handle. The next change says again what our handle is for.
+         names.introducedIs(there.streamHandle(), false);
+      }
+      names.map(handle_, &there, writable_);
       // Both have made it. What was done to ours was to be told when it was introduced; it is
       // introduced now, by the peer. A replay overwrites what the mirror had before it.
       Mounts const& mounts = inbound_.mounts_;
