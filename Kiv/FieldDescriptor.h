@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kiv/Exception.h"
 #include "Kiv/ValueRef.h"
 #include "Sarn/Types.h"
 

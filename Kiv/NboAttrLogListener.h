@@ -7,6 +7,8 @@
 
 namespace Kiv::NboAttrLog {
 
+class Session;
+
 /// Who is told what becomes of a session. Calls come from inside `received`, `sent` or `close`;
 /// the session must not be destroyed inside one.
 class SessionListener {
