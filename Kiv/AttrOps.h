@@ -127,7 +127,7 @@ struct QueueOps {
    std::size_t (*elementSize)(void const* value);
    void (*encodeElement)(NboAttrLog::Out& out, void const* value);
    /// Reads an element and appends it under the given number, dropping what would not be in
-   /// sequence before it.
+   /// sequence before it; under the next number if observers append while this is dropped.
    void (*applyEnq)(Entity& owner, U32 sequence, NboAttrLog::In& in);
    /// Drops the elements before `sequence`; an emptied queue goes on with that number.
    void (*applyFront)(Entity& owner, U32 sequence);

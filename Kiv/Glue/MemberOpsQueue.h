@@ -76,7 +76,9 @@ struct QueueMemberOps {
       FirstException thrown;
       if (q.nextSequence() != sequence) {
          dropTo(owner, q.nextSequence(), thrown);
-         q.forceSequenceNumber(sequence);
+         if (q.empty()) {  // else observers have appended: the element comes after theirs
+            q.forceSequenceNumber(sequence);
+         }
       }
       thrown.attempt([&] { queueEnq(owner, id, q, value); });
       thrown.rethrow();

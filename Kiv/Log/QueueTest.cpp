@@ -208,6 +208,35 @@ TEST_F(StreamServedQueue, GetsTheWholeQueueBackForAWrongNumberAlthoughNothingIsO
                                   "000000024000000000000000");
 }
 
+/// Appends once when an element is taken.
+struct AppendsOnce : Kiv::Observer {
+   explicit AppendsOnce(Root& watched) : root(watched) { root.observerAdd(*this); }
+   ~AppendsOnce() { root.observerDel(*this); }
+   void onChange(Kiv::Change const& change) override {
+      if (change.attributeId == samplesId() && !done) {
+         done = true;
+         root.samplesEnq(5);
+      }
+   }
+   Root& root;
+   bool done = false;
+};
+
+TEST_F(StreamServedQueue, IsTheSameAgainWhenAnObserverAppendsWhileTheWriterDropsItsElements) {
+   copy->samplesEnq(2);  // crosses the next
+   root->samplesEnq(3);
+   Bytes const fromSource = source.take();
+   {
+      AppendsOnce const observer(*copy);
+      mirror.receive(fromSource);
+      ASSERT_TRUE(observer.done);
+   }
+   auto const& samples = copy->samplesAll();
+   EXPECT_EQ(samples.size(), samples.nextSequence() - samples.frontSequence());
+   carry();
+   expectEqual();
+}
+
 /// The numbers of the queue wrap around: its third element is number 0.
 class StreamQueueWrap : public StreamStopTest {
 protected:
