@@ -173,43 +173,64 @@ struct End : SessionListener {
    std::vector<std::string> events;
 };
 
-/// A source with a root and a mirror of it.
-class StreamTest : public testing::Test {
+/// Carries everything between two ends in both directions until nothing is left.
+inline void exchange(End& source, End& mirror) {
+   for (bool moved = true; moved;) {
+      Bytes const forth = source.take();
+      Bytes const back = mirror.take();
+      moved = !forth.empty() || !back.empty();
+      mirror.receive(forth);
+      source.receive(back);
+   }
+}
+
+/// A source that serves a root, and a mirror that may mount it.
+template <class RootType>
+class StreamOf : public testing::Test {
 protected:
-   explicit StreamTest(Limits const& limits = {}) : source(limits), mirror(limits) {
+   using Factory = Sarn::Ptr<RootType> (*)(std::string_view name);
+   explicit StreamOf(Factory make, std::string_view name, Limits const& limits = {})
+         : root(make(name)), copy(make(name)), source(limits), mirror(limits) {
       source.hub.rootIs(root);
    }
-   ~StreamTest() override {
+   ~StreamOf() override {
       mirror.session.reset();
       source.session.reset();
    }
 
-   /// Carries everything in both directions until nothing is left.
-   void carry() {
-      for (bool moved = true; moved;) {
-         Bytes const forth = source.take();
-         Bytes const back = mirror.take();
-         moved = !forth.empty() || !back.empty();
-         mirror.receive(forth);
-         source.receive(back);
-      }
-   }
+   void carry() { exchange(source, mirror); }
    Mount& mount(MountMode mode = MountMode::reader) {
       Mount& made = mirror.session->mountIs(copy, mode);
       carry();
       return made;
    }
-   void expectEqual() { EXPECT_EQ(KivTest::firstDifference(*root, *copy), ""); }
+   /// The piece that the source has ready reaches the mirror. Returns its bytes.
+   Bytes carryPiece() {
+      auto const piece = source.session->output();
+      Bytes const bytes(piece.begin, piece.begin + piece.size);
+      source.session->sent(bytes.size());
+      mirror.receive(bytes);
+      return bytes;
+   }
+   std::string difference() const { return KivTest::firstDifference(*root, *copy); }
+   void expectEqual() { EXPECT_EQ(difference(), ""); }
+
+   Sarn::Ptr<RootType> root;
+   Sarn::Ptr<RootType> copy;
+   End source;
+   End mirror;
+};
+
+class StreamTest : public StreamOf<Root> {
+protected:
+   explicit StreamTest(Limits const& limits = {})
+         : StreamOf(KivTest::rootFactory, "test", limits) {}
+
    /// The reason why the mirror rejects a message that follows the other side's greeting.
    std::string fault(Bytes const& bytes) {
       mirror.receive(bytes);
       return mirror.session->closeReason();
    }
-
-   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
-   Sarn::Ptr<Root> copy = KivTest::rootFactory("test");
-   End source;
-   End mirror;
 };
 
 }  // namespace StreamTesting

@@ -28,13 +28,9 @@ inline void fillStatus(Status& status) {
 }
 
 /// A status, and its mirror as another process would have it.
-class MirroredStatus : public testing::Test {
+class MirroredStatus : public StreamTesting::StreamOf<Status> {
 protected:
-   MirroredStatus() { source.hub.rootIs(status); }
-   ~MirroredStatus() override {
-      mirror.session.reset();
-      source.session.reset();
-   }
+   MirroredStatus() : StreamOf(statusFactory, "ptp") {}
 
    /// Brings the mirror up to date, from the first call on.
    void carry() {
@@ -42,13 +38,7 @@ protected:
          mounted_ = true;
          mirror.session->mountIs(copy);
       }
-      for (bool moved = true; moved;) {
-         StreamTesting::Bytes const forth = source.take();
-         StreamTesting::Bytes const back = mirror.take();
-         moved = !forth.empty() || !back.empty();
-         mirror.receive(forth);
-         source.receive(back);
-      }
+      StreamOf::carry();
       ASSERT_EQ(mirror.session->closeReason(), "");
    }
    /// The messages that a change writes, as text; they reach the mirror, too.
@@ -62,10 +52,7 @@ protected:
       return StreamTesting::joined(StreamTesting::lines(bytes));
    }
 
-   Sarn::Ptr<Status> status = statusFactory("ptp");
-   Sarn::Ptr<Status> copy = statusFactory("ptp");
-   StreamTesting::End source;
-   StreamTesting::End mirror;
+   Sarn::Ptr<Status> const status = root;
 
 private:
    bool mounted_ = false;

@@ -22,8 +22,11 @@ FlowOut* Backlog::find(Entity const& entity) const noexcept {
    return any ? flowOuts_[at].get() : nullptr;
 }
 
-bool Backlog::hasKey(Entity const& entity, FieldDescriptor const& field, void const* key) const {
+bool Backlog::has(Entity const& entity, FieldDescriptor const& field, void const* key) const {
    FlowOut* const flow = find(entity);
+   if (key == nullptr) {
+      return flow != nullptr && flow->kivIsDirty(field.fieldId);
+   }
    DirtyKeys const* const keys = flow != nullptr ? flow->dirtyKeys(field, false) : nullptr;
    return keys != nullptr && keys->has(key);
 }

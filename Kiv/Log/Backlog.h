@@ -48,13 +48,8 @@ public:
    }
    /// What is kept of an entity; null if nothing is.
    FlowOut* find(Entity const& entity) const noexcept;
-   bool hasKey(Entity const& entity, FieldDescriptor const& field, void const* key) const;
    /// Whether the key, or with null the attribute, is still to be told.
-   bool has(Entity const& entity, FieldDescriptor const& field, void const* key) const {
-      FlowOut const* const flow = find(entity);
-      return key != nullptr ? hasKey(entity, field, key)
-                            : flow != nullptr && flow->kivIsDirty(field.fieldId);
-   }
+   bool has(Entity const& entity, FieldDescriptor const& field, void const* key) const;
 
    /// An attribute, a key or an element of a queue is to be told. `erased`: the peer has an element
    /// or a child there that is gone.

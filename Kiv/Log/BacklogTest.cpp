@@ -69,8 +69,8 @@ TEST_F(BacklogTest, KeysAreKeptOneByOneUpToTheirBound) {
    markKeys(8);
    EXPECT_EQ(backlog.dirtyKeys(), 8u);
    U32 const key = 3;
-   EXPECT_TRUE(backlog.hasKey(*root, field("byNumber"), &key));
-   EXPECT_FALSE(backlog.hasKey(*root, field("byText"), &key));
+   EXPECT_TRUE(backlog.has(*root, field("byNumber"), &key));
+   EXPECT_FALSE(backlog.has(*root, field("byText"), &key));
    markKeys(9);
    EXPECT_EQ(backlog.dirtyKeys(), 0u);
    EXPECT_TRUE(backlog.first()->wholeCollection(field("byNumber").fieldId));

@@ -130,10 +130,7 @@ TEST_F(StreamNarrowCrossing, ARootThatIsWithdrawnInsideAReplayIsReplayedAgain) {
    mirror.session->mountIs(copy, MountMode::writer);
    source.receive(mirror.take());
    // The reader is inside the collection when the root is gone.
-   auto const piece = source.session->output();
-   Bytes const part(piece.begin, piece.begin + piece.size);
-   source.session->sent(part.size());
-   mirror.receive(part);
+   carryPiece();
    source.hub.rootDel("KivTest::Root", "test");
    carry();
    source.hub.rootIs(root);
@@ -153,10 +150,7 @@ TEST_F(StreamNarrowCrossing, ARootThatIsWithdrawnInsideAReplayIsToldNoFurtherTho
    mirror.told();
    mirror.session->mountIs(copy, MountMode::writer);
    source.receive(mirror.take());
-   auto const piece = source.session->output();
-   Bytes const part(piece.begin, piece.begin + piece.size);
-   source.session->sent(part.size());
-   mirror.receive(part);
+   carryPiece();
    {
       Session here(source.hub);
       here.mountIs(root, MountMode::writer);
@@ -442,10 +436,7 @@ TEST_F(StreamNarrowWalk, AKeyThatIsDeletedAndMadeAgainIsToldBehindItsCollection)
    source.receive(mirror.take());
    Bytes all;
    auto const some = [&] {
-      auto const piece = source.session->output();
-      Bytes const bytes(piece.begin, piece.begin + piece.size);
-      source.session->sent(bytes.size());
-      mirror.receive(bytes);
+      Bytes const bytes = carryPiece();
       all = concat(all, bytes);
       return !bytes.empty();
    };

@@ -13,34 +13,17 @@ using KivTest::WideLeaf;
 
 namespace {
 
-class StreamDerived : public testing::Test {
+class StreamDerived : public StreamTesting::StreamOf<Hedge> {
 protected:
-   StreamDerived() { source.hub.rootIs(hedge); }
-   ~StreamDerived() override {
-      mirror.session.reset();
-      source.session.reset();
-   }
+   StreamDerived() : StreamOf(KivTest::hedgeFactory, "hedge") {}
 
    void carry() {
-      for (bool moved = true; moved;) {
-         Bytes const forth = source.take();
-         Bytes const back = mirror.take();
-         moved = !forth.empty() || !back.empty();
-         mirror.receive(forth);
-         source.receive(back);
-      }
+      StreamOf::carry();
       ASSERT_EQ(mirror.session->closeReason(), "");
       ASSERT_EQ(source.session->closeReason(), "");
    }
-   void mount(MountMode mode = MountMode::reader) {
-      mirror.session->mountIs(copy, mode);
-      carry();
-   }
 
-   Sarn::Ptr<Hedge> hedge = KivTest::hedgeFactory("hedge");
-   Sarn::Ptr<Hedge> copy = KivTest::hedgeFactory("hedge");
-   End source;
-   End mirror;
+   Sarn::Ptr<Hedge> const hedge = root;
 };
 
 TEST_F(StreamDerived, ArrivesInACollectionOfItsOwnTypeWithAllConstructorArguments) {

@@ -86,8 +86,8 @@ private:
    void applyErase(Entity& entity, FieldDescriptor const& field, In& in);
    void applyCreate(Names::Theirs& target, FieldDescriptor const& field, In& in);
    class Creation;
-   static Sarn::Ptr<Entity> applyCreateSingleton(Entity& owner, FieldDescriptor const& field,
-                                                 In& in, Creation& creation);
+   Sarn::Ptr<Entity> applyCreateSingleton(Entity& owner, FieldDescriptor const& field, In& in,
+                                          Creation& creation);
    void applyCollectionMarker(Entity& entity, FieldDescriptor const& field, Header const& header,
                               In& in);
    void applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header, In& in);

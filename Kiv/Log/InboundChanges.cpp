@@ -147,9 +147,6 @@ public:
              !inbound_.teller_.backlog().has(owner_, field_, key);
    }
 
-   /// Takes the place of another child, which is gone then.
-   void replaced(Entity& before) { inbound_.names_.unmapTree(before); }
-
 private:
    Inbound& inbound_;
    Entity& owner_;
@@ -210,7 +207,7 @@ Sarn::Ptr<Entity> Inbound::applyCreateSingleton(Entity& owner, FieldDescriptor c
       creation.found(*there);
    }
    if (before && before->parent() == nullptr) {
-      creation.replaced(*before);
+      names_.unmapTree(*before);
    }
    thrown.rethrow();
    return child;

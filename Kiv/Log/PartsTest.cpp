@@ -347,16 +347,9 @@ TEST_F(StreamSmallParts, AValueThatIsLeftOutAgainIsToldOnceAndSixteenAreNamed) {
 }
 
 /// A tree with keys and queues of any size, and a bound of two changed keys.
-class StreamSmallPartsOfAHedge : public testing::Test {
+class StreamSmallPartsOfAHedge : public StreamTesting::StreamOf<KivTest::Hedge> {
 protected:
-   StreamSmallPartsOfAHedge() : source(few()), mirror(few()) {
-      source.hub.rootIs(root);
-      connect();
-   }
-   ~StreamSmallPartsOfAHedge() override {
-      mirror.session.reset();
-      source.session.reset();
-   }
+   StreamSmallPartsOfAHedge() : StreamOf(KivTest::hedgeFactory, "hedge", few()) { connect(); }
    static Limits few() {
       Limits all = limits(700, 200, 2000);
       all.dirtyKeys = 2;
@@ -369,20 +362,9 @@ protected:
       carry();
    }
    void carry() {
-      for (bool moved = true; moved;) {
-         Bytes const forth = source.take();
-         Bytes const back = mirror.take();
-         moved = !forth.empty() || !back.empty();
-         mirror.receive(forth);
-         source.receive(back);
-      }
+      StreamOf::carry();
       EXPECT_EQ(source.session->closeReason() + mirror.session->closeReason(), "");
    }
-
-   Sarn::Ptr<KivTest::Hedge> root = KivTest::hedgeFactory("hedge");
-   Sarn::Ptr<KivTest::Hedge> copy = KivTest::hedgeFactory("hedge");
-   End source;
-   End mirror;
 };
 
 TEST_F(StreamSmallPartsOfAHedge, AnElementOfAQueueThatIsLeftOutKeepsItsPlace) {

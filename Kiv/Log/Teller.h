@@ -74,10 +74,7 @@ public:
 private:
    bool live() const noexcept { return upToDate() && !closed(); }
    /// Whether the peer knows the entity, after a `bind` if it introduced it itself.
-   bool reach(Entity& entity) {
-      return (!crossing_.owesAck() && names_.introduced(entity.streamHandle())) ||
-             encoder_.reach(entity);
-   }
+   bool reach(Entity& entity) { return encoder_.reach(entity); }
    bool tellChild(Entity& entity, FieldDescriptor const& field, void const* key, bool& erased);
    bool tellQueue(Entity& entity, FieldDescriptor const& field, U32 sequence);
    void forgetBelow(Entity& entity);

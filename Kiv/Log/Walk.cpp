@@ -256,7 +256,7 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
          continue;
       }
       Entity& child = *at->child();
-      if (backlog_.hasKey(entity, field, at->key())) {
+      if (backlog_.has(entity, field, at->key())) {
          at->next();
          continue;  // erased and made since the replay began: both are told later
       }

@@ -39,28 +39,14 @@ void zerosChangeTo(Hedge& hedge, double zero) {
    zerosAre(hedge, zero);
 }
 
-class StreamZeroWithin : public testing::Test {
+class StreamZeroWithin : public StreamTesting::StreamOf<Hedge> {
 protected:
-   StreamZeroWithin() : source(StreamTesting::narrow()), mirror(StreamTesting::narrow()) {
-      source.hub.rootIs(root);
+   StreamZeroWithin() : StreamOf(KivTest::hedgeFactory, "hedge", StreamTesting::narrow()) {
       zerosAre(*root, 0.0);
    }
-   ~StreamZeroWithin() override {
-      mirror.session.reset();
-      source.session.reset();
-   }
-   void carry() {
-      for (bool moved = true; moved;) {
-         Bytes const forth = source.take();
-         Bytes const back = mirror.take();
-         moved = !forth.empty() || !back.empty();
-         mirror.receive(forth);
-         source.receive(back);
-      }
-   }
+
    void mount(MountMode mode = MountMode::reader) {
-      mirror.session->mountIs(copy, mode);
-      carry();
+      StreamOf::mount(mode);
       ASSERT_EQ(mirror.session->closeReason(), "");
    }
    /// Fills an end's output, so that only the last values go.
@@ -69,12 +55,6 @@ protected:
          of.heightIs(2, static_cast<float>(i + 1));
       }
    }
-   std::string difference() const { return KivTest::firstDifference(*root, *copy); }
-
-   Sarn::Ptr<Hedge> root = KivTest::hedgeFactory("hedge");
-   Sarn::Ptr<Hedge> copy = KivTest::hedgeFactory("hedge");
-   End source;
-   End mirror;
 };
 
 TEST_F(StreamZeroWithin, IsTheSourcesAfterChangesThatTheMirrorHasMissed) {
