@@ -7,11 +7,14 @@
 namespace Kiv::NboAttrLog {
 
 /// What one connection may cost, and all of a hub together, on either side. Both ends of a
-/// connection should agree on `longestMessage` and `longestValue`.
+/// connection should agree on `longestMessage` and `longestValue`. The `Hub` checks the bounds
+/// that are given here for each.
 struct Limits {
    /// Bytes that wait to be sent, per connection. The memory for them is taken when it is used.
+   /// More than 11; a message that does not fit ends the session.
    std::size_t outputBuffer = std::size_t(1) << 20;
-   /// The longest body of a message, sent or received.
+   /// The longest body of a message, sent or received; at most 2^24 - 1. `Outbox` and `Inbound`
+   /// enforce it.
    std::size_t longestMessage = std::size_t(1) << 18;
    /// The longest body of a message that travels in parts, sent or received: a session holds so
    /// much for one that is on its way out, and for one that is on its way in. A longer value is

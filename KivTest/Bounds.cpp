@@ -115,7 +115,7 @@ Sarn::Ptr<Kiv::Entity> specimenOf(TypeImpl const& type) {
    std::vector<Kiv::ValueRef> args;
    for (Kiv::AttributeId const id : type.ctorArgs) {
       if (id == Kiv::nameFieldId) {
-         args.push_back(&name);
+         args.emplace_back(&name);
       } else {
          values.push_back(std::make_unique<AnyValue>(*type.field(id)->type));
          values.back()->makeDefault();

@@ -35,34 +35,9 @@ inline Limits narrow(std::size_t outputBuffer = 1200) {
 
 /// "set 01000000.258 01": opcode, handle, attribute and body of one message.
 inline std::string line(U8 const* header, U8 const* body, std::size_t size) {
-   static constexpr char const* names[] = {"?",
-                                           "hello",
-                                           "bye",
-                                           "mount",
-                                           "refused",
-                                           "replayBegin",
-                                           "replayEnd",
-                                           "rootGone",
-                                           "set",
-                                           "element",
-                                           "erase",
-                                           "create",
-                                           "enqueue",
-                                           "front",
-                                           "collectionBegin",
-                                           "collectionEnd",
-                                           "bind",
-                                           "ack",
-                                           "sync",
-                                           "synced",
-                                           "listRoots",
-                                           "roots",
-                                           "listSessions",
-                                           "sessions",
-                                           "part"};
    static constexpr char const* digits = "0123456789abcdef";
    auto const hex = [](U8 v) { return std::string{digits[v >> 4], digits[v & 15]}; };
-   std::string text = header[0] < std::size(names) ? names[header[0]] : "?";
+   std::string text(Kiv::NboAttrLog::opcodeName(static_cast<Opcode>(header[0])));
    text += " ";
    for (int i = 4; i != 8; ++i) {
       text += hex(header[i]);

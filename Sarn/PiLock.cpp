@@ -3,10 +3,10 @@
 #include <linux/futex.h>
 #include <pthread.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 namespace Sarn {
 

@@ -15,7 +15,7 @@
 // An entity is an object, its members in the order of their ids, as far as they travel. A child
 // that is not there is null; one that is made with a name has it as "@name". Maps and collections
 // of children are objects by key, hashed ones in the natural order of their keys; a queue is
-// `{"next": NUMBER, "elements": [...]}`. `JsonValue.h` tells of values.
+// `{"next": NUMBER, "elements": [...]}`. `Json.h` tells of values.
 #pragma once
 
 #include <memory>

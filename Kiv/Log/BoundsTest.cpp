@@ -57,6 +57,23 @@ protected:
    Bytes greeting;
 };
 
+TEST(StreamLimits, AreCheckedByTheHub) {
+   Limits limits;
+   limits.longestMessage = 0xffffff;
+   limits.longestValue = 0xffffffff;
+   limits.outputBuffer = 12;
+   Hub const hub(limits);
+   Limits const good = limits;
+   limits.longestMessage = 0x1000000;
+   EXPECT_DEATH(Hub{limits}, "limits.longestMessage <= longestEncodableBody");
+   limits = good;
+   limits.longestValue = 0x100000000;
+   EXPECT_DEATH(Hub{limits}, "limits.longestValue <= longestEncodableValue");
+   limits = good;
+   limits.outputBuffer = 11;
+   EXPECT_DEATH(Hub{limits}, "limits.outputBuffer > smallestOutputBuffer");
+}
+
 TEST_F(StreamBounds, APeerThatMountsNothingHoldsLittleHoweverMuchItAsks) {
    greet();
    for (int i = 0; !source.session->closed(); ++i) {  // none of the answers is read

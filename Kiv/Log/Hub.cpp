@@ -3,10 +3,14 @@
 
 #include "Kiv/Log/HubImpl.h"
 #include "Kiv/Log/SessionImpl.h"
+#include "Sarn/Util.h"
 
 namespace Kiv::NboAttrLog {
 
 Hub::Impl::Impl(Limits const& limits) : limits_(limits), handles_(limits.entities, *this) {
+   SARN_CHECK(limits.outputBuffer > smallestOutputBuffer);
+   SARN_CHECK(limits.longestMessage <= longestEncodableBody);
+   SARN_CHECK(limits.longestValue <= longestEncodableValue);
    budget_.bound = limits.sessionBytes;
 }
 

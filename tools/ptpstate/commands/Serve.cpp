@@ -9,6 +9,7 @@
 #include "Holt/Client.h"
 #include "Holt/Ptp4l/Load.h"
 #include "Holt/Server.h"
+#include "Holt/State/Dump.h"
 #include "Holt/StopSignals.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
