@@ -1,5 +1,5 @@
 // Configuration files of the linuxptp daemon ptp4l(8), as text: what they say, where, and nothing
-// about what it means. `Ptp4lLoad.h` gives it meaning.
+// about what it means. `Load.h` gives it meaning.
 #pragma once
 
 #include <string>

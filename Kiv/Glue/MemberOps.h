@@ -11,7 +11,8 @@
 /// Rows of a type's member table: `FieldDescriptor`s with the functions that drive one member. The
 /// generated source has one line per member, such as
 ///
-///     Kiv::single<Config, &Config::driftLimit, &Config::driftLimitIs>(274, "driftLimit", flags)
+///     Kiv::single<Config, &Config::driftLimit, &Config::driftLimitIs, &Config::driftLimitRange_>(
+///           274, 0xdc00, "driftLimit", Flag::streamed),
 ///
 /// The functions and their tables have hidden visibility: only the library itself refers to them,
 /// so loading it needs no symbol lookups for them.

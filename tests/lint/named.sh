@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# What the tour names exists: each `name`, `Class::name` and `name()` in its text is the name of
-# something in the sources, and what it names of a class is named where that class is declared.
+# What comments and documents name exists. In the tour, each `name`, `Class::name` and `name()` is
+# the name of something in the sources, and what it names of a class is named where that class is
+# declared. Everywhere, each `File.h` and `File.cpp` is a file of the tree, or one that kivc
+# generates from a declaration.
 set -u
 . "$(dirname "$0")/common.sh"
 
@@ -30,3 +32,14 @@ awk '/^ *```/ { block = !block; next } !block {
       echo "$doc:$at: there is no '$span'"
    fi
 done | fail_if_any
+tour=$?
+
+declarations=$(own_files '*.kiv')
+known=$(own_files '*' | sed 's|.*/||'
+        sed -E 's/[^A-Za-z0-9_]+/\n/g' $declarations | sort -u | awk '{ print $0 ".h"; print $0 ".cpp" }')
+grep -noE '`[A-Za-z0-9_./]+\.(h|cpp)`' $sources $(own_files '*.md') |
+   tr -d '`' | awk -F: -v known="$known" '
+      BEGIN { n = split(known, names, "\n"); for (i = 1; i <= n; ++i) exists[names[i]] = 1 }
+      $3 ~ /^Demo\// { next }  # a module of examples
+      { base = $3; sub(/.*\//, "", base); if (!(base in exists)) print $1 ":" $2 ": there is no file " $3 }' |
+   fail_if_any && exit "$tour"

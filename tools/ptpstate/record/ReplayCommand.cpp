@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "Holt/State/Doc.h"
+#include "Holt/State/Dump.h"
 #include "Holt/Times.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/record/Replay.h"

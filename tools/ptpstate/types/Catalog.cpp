@@ -30,7 +30,7 @@ public:
       std::vector<Kiv::ValueRef> args;
       for (Kiv::AttributeId const id : type.ctorArgs) {
          if (id == Kiv::nameFieldId) {
-            args.push_back(&name);
+            args.emplace_back(&name);
             continue;
          }
          FieldDescriptor const& field = *type.field(id);
