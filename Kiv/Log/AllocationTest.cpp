@@ -1,4 +1,4 @@
-// In the steady state a change costs no allocation on either side.
+// In the steady state a change allocates nothing at either end.
 #include <cstddef>
 
 #include "KivTest/StreamAllocationTestSupport.h"
@@ -74,7 +74,7 @@ TEST_F(StreamAllocation, OfAnEntityThatManyReadIsNone) {
    other.session.reset();
 }
 
-/// Messages that name a key and erase it again, a new key each time.
+/// Messages that insert a key and erase it again, a new key each time.
 std::vector<Bytes> passingKeys(U32 handle) {
    U16 const id = Root::kivTypeImpl.field("byNumber")->fieldId;
    std::vector<Bytes> all;

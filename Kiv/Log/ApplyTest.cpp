@@ -1,4 +1,4 @@
-// What comes from the peer is checked, and what breaks a rule closes the session and does nothing.
+// Messages from the peer are checked: one that breaks a rule closes the session and has no effect.
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;
@@ -9,7 +9,7 @@ U16 idOf(std::string_view name) {
    return Root::kivTypeImpl.field(name)->fieldId;
 }
 
-/// A complete mirror, to which a test sends messages as if it were the source.
+/// A complete mirror, to which a test sends messages as its source.
 class StreamApply : public StreamTest {
 protected:
    StreamApply() {
@@ -79,7 +79,7 @@ TEST_F(StreamApply, AStringsLengthIsWithinTheMessage) {
 }
 
 TEST_F(StreamApply, NothingOfABadElementIsApplied) {
-   // The key is good, the value is not.
+   // The key is valid, the value is not.
    EXPECT_NE(send(Opcode::element, "byNumber", concat(u32(1), u32(5))), "");
    EXPECT_EQ(copy->byNumberCount(), 0u);
 }
@@ -189,7 +189,7 @@ TEST_F(StreamApply, WhatAReplayDoesNotNameIsRemovedAtItsEnd) {
 }
 
 TEST_F(StreamApply, AnEntityErasedInTheMiddleOfItsReplayTakesThatAlong) {
-   // As often as there may be nested replays, and once more.
+   // More often than replays may be nested.
    for (U32 i = 0; i != 70; ++i) {
       U32 const child = 0x01000100 + i;
       ASSERT_EQ(send(Opcode::create, "leaf",
@@ -299,7 +299,7 @@ TEST_F(StreamApply, WhatAnObserverThrowsComesOutAndTheRestIsAppliedByTheNextCall
 
 class StreamTable : public StreamApply {
 protected:
-   /// Applies a message's body as it would come from the peer of `session`.
+   /// Applies a message's body as if it came from the peer of `session`.
    static void apply(Kiv::NboAttrLog::Session& session, Kiv::Entity& entity, Kiv::AttributeId id,
                      bool erase, Bytes const& body) {
       Kiv::NboAttrLog::Sa adapter(session, entity);

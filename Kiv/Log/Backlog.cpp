@@ -52,7 +52,7 @@ void Backlog::clear() noexcept {
 }
 
 void Backlog::mark(Entity& entity, FieldDescriptor const& field, void const* key, bool erased) {
-   // An entity that the peer does not know yet is replayed whole when it is introduced.
+   // An entity that the peer does not know yet is replayed in full when it is introduced.
    if (closing_.closed() || !names_.known(entity)) {
       return;
    }
@@ -61,7 +61,7 @@ void Backlog::mark(Entity& entity, FieldDescriptor const& field, void const* key
    bool const keyed = key != nullptr && field.kind != MemberKind::queue;
    DirtyKeys* const keys =
          keyed && !flow.wholeWillBegin(field.fieldId) ? flow.dirtyKeys(field, true) : nullptr;
-   // Every element of a queue is told, unless it is gone by then.
+   // Elements of a queue do not coalesce: each is sent, unless it is gone by then.
    bool const waits = keys != nullptr ? keys->has(key) : flow.kivIsDirty(field.fieldId);
    coalesced_ += waits && field.kind != MemberKind::queue ? 1 : 0;
    if (field.kind == MemberKind::queue) {
@@ -80,17 +80,17 @@ void Backlog::markQueue(FlowOut& flow, FieldDescriptor const& field, U32 sequenc
    QueueOps const& queue = *field.ops->queue;
    Entity const& entity = flow.entity();
    U32& told = flow.toldSequence(field.fieldId, queue.nextSequence(entity));
-   // An element that is here now is one that the reader misses. Others may be here already of
-   // which nobody has been told yet, so the last number says nothing.
+   // If the element is still here, the reader misses it. The next number says nothing: there may be
+   // elements whose changes are still to be published.
    if (queue.at(entity, sequence) != nullptr && static_cast<S32>(sequence - told) < 0) {
       told = sequence;
-   } else if (sequence == queue.nextSequence(entity)) {  // numbered anew
+   } else if (sequence == queue.nextSequence(entity)) {  // renumbered
       flow.wholeCollectionIs(field.fieldId, true);
    }
 }
 
-/// Beyond the bound the peer gets the whole collection, which costs nothing to remember. Only who
-/// serves the root may do so: the replay of a writer would remove what it has not heard of yet.
+/// Beyond the bound the peer gets the whole collection, which costs nothing to remember. Only the
+/// serving end may do this: a writer's replay would remove what the writer has not heard of yet.
 void Backlog::boundKeys(FlowOut& flow, FieldDescriptor const& field, std::size_t count) {
    if (count <= limits_.dirtyKeys || count <= field.ops->collection->size(flow.entity()) / 4) {
       return;

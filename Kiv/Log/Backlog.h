@@ -11,21 +11,19 @@ namespace Kiv::NboAttrLog {
 
 class Mounts;
 
-/// What one session could not say when it happened: a `FlowOut` for each entity that has changed
-/// since, in the order in which they first changed. Latest values are written later, from the
-/// front.
+/// What one session could not send when it happened: a `FlowOut` for each entity that has changed
+/// since, in the order of their first changes. The latest values are sent later, from the front.
 ///
 ///     by index of our handle    | - | FlowOut | - | - | FlowOut | ... |
 ///                                        |                |
 ///     oldest first              first() ----> next ----> ... ----> last
 ///
 /// Invariants:
-/// - an entity that is in the list is known to the peer: what it does not know yet is told whole
-///   when it is introduced;
-/// - `sequence()` grows with each entity that is listed, and the list is in the order of these
-///   numbers: what was listed by then is told when the front's number is greater;
-/// - of a collection whose root we serve, no more keys are kept than `Limits::dirtyKeys`, or a
-///   quarter of it; of a collection that the peer serves, no more than `Limits::entities`.
+/// - a listed entity is known to the peer: an unknown one is sent in full when it is introduced;
+/// - `sequence()` grows with each entity that is listed, and the list is ordered by these numbers:
+///   once the front's number is greater than `n`, everything listed up to `n` has been sent;
+/// - for a collection that we serve, at most `Limits::dirtyKeys` keys are kept, or a quarter of its
+///   size if that is more; for one that the peer serves, at most `Limits::entities`.
 class Backlog {
 public:
    Backlog(Limits const& limits, Handles const& handles, Closing& closing, Outbox& outbox,
@@ -42,27 +40,27 @@ public:
    FlowOut* first() const noexcept { return first_; }
    std::size_t size() const noexcept { return size_; }
    U64 sequence() const noexcept { return sequence_; }
-   /// Whether all that was listed when `sequence()` was this is told.
+   /// Whether everything that was listed when `sequence()` had this value has been sent.
    bool isToldUpTo(U64 sequence) const noexcept {
       return first_ == nullptr || first_->sequence > sequence;
    }
-   /// What is kept of an entity; null if nothing is.
+   /// The entity's entry; null if it has none.
    FlowOut* find(Entity const& entity) const noexcept;
-   /// Whether the key, or with null the attribute, is still to be told.
+   /// Whether the key, or the attribute if `key` is null, is still to be sent.
    bool has(Entity const& entity, FieldDescriptor const& field, void const* key) const;
 
-   /// An attribute, a key or an element of a queue is to be told. `erased`: the peer has an element
-   /// or a child there that is gone.
+   /// An attribute, a key or an element of a queue is to be sent. `erased`: the peer still has an
+   /// element or child there that was removed here.
    void mark(Entity& entity, FieldDescriptor const& field, void const* key, bool erased);
-   /// A queue is to be told from the beginning, or asked for where the peer serves it.
+   /// A queue is to be sent from its first element, or requested if the peer serves it.
    void markWhole(Entity& entity, FieldDescriptor const& field);
-   /// All of an entity is to be told.
+   /// Everything in an entity is to be sent.
    void markAll(Entity& entity);
-   /// Nothing more is to be told of the entity with this handle.
+   /// Drops what is pending for the entity with this handle.
    void remove(U32 handle) noexcept;
    void clear() noexcept;
 
-   /// Changes that were left to later, and those of them that the peer never saw.
+   /// Changes that were deferred, and how many of these the peer will never see.
    U64 deferred() const noexcept { return deferred_; }
    U64 coalesced() const noexcept { return coalesced_; }
    std::size_t dirtyAttributes() const noexcept;

@@ -90,7 +90,7 @@ TEST_F(BacklogTest, MoreKeysAreKeptOfALargeCollection) {
 }
 
 TEST_F(BacklogTest, AWritersKeysAreKeptUntilTheSessionEnds) {
-   names.introducedIs(root->streamHandle(), true);  // which the peer serves
+   names.introducedIs(root->streamHandle(), true);  // the peer serves it
    markKeys(20);
    EXPECT_EQ(backlog.dirtyKeys(), 20u);
    EXPECT_FALSE(closing.closed());

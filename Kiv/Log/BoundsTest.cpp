@@ -1,4 +1,4 @@
-// What a session may hold, how long, and how many there may be: each bound at it and one beyond.
+// The bounds of sessions, in bytes, time and number: each at the bound and one beyond it.
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;
@@ -11,7 +11,7 @@ U64 testClock() noexcept {
 }
 constexpr U64 second = 1'000'000'000;
 
-/// Of a tree, its root included.
+/// The number of entities in a tree, its root included.
 U32 entitiesIn(Kiv::Entity& tree) {
    U32 count = 1;
    Kiv::forEachChild(tree, [&count](Kiv::Entity& child, Kiv::FieldDescriptor const&, void const*) {
@@ -24,7 +24,7 @@ U16 idOf(std::string_view name) {
    return Root::kivTypeImpl.field(name)->fieldId;
 }
 
-/// A source with a clock, and peers whose bytes a test makes up.
+/// A source with a clock, and peers whose bytes the test makes up.
 class StreamBounds : public StreamTest {
 protected:
    explicit StreamBounds(Limits const& limits = {}) : StreamTest(limits) {
@@ -46,7 +46,7 @@ protected:
             concat(u32(1), Bytes{static_cast<U8>(mode)}, text("KivTest::Root"), text("test"))));
       ASSERT_EQ(source.session->closeReason(), "");
    }
-   /// The first `size` bytes of a message of a text.
+   /// The first `size` bytes of a message that sets a text.
    Bytes part(std::size_t whole, std::size_t size) {
       Bytes bytes = message(Opcode::set, root->streamHandle(), idOf("text"), Bytes(whole));
       bytes.resize(size);
@@ -135,7 +135,7 @@ TEST_F(StreamBounds, AHalfMessageHasATimeLimit) {
    U64 const limit = source.hub.limits().halfMessage;
    EXPECT_EQ(source.hub.deadline(), clockNow + limit);
    clockNow += limit - 1;
-   source.receive({sync[3]});  // a byte now and then does not help
+   source.receive({sync[3]});  // a byte now and then does not reset the time
    source.hub.expire();
    EXPECT_EQ(reason(), "");
    clockNow += 1;
@@ -151,7 +151,7 @@ TEST_F(StreamBounds, TheTimeOfAHalfMessageBeginsWithTheMessage) {
    Bytes const sync = message(Opcode::sync, 0, 0, u32(1));
    source.receive(Bytes(sync.begin(), sync.begin() + 3));
    clockNow += 50 * second;
-   // The rest, and the beginning of the next.
+   // The rest, and the beginning of the next message.
    source.receive(concat(Bytes(sync.begin() + 3, sync.end()), Bytes{sync[0]}));
    clockNow += 50 * second;
    source.hub.expire();
@@ -239,7 +239,7 @@ Limits fewBytes() {
    return limits;
 }
 
-/// Several readers that share what their sessions may hold.
+/// Several readers whose sessions share a budget.
 class StreamBytesOfAll : public StreamBounds {
 protected:
    StreamBytesOfAll() : StreamBounds(fewBytes()) {}
@@ -319,7 +319,7 @@ TEST(StreamSessionsOfUid, AreBounded) {
    sessions.clear();
 }
 
-// Bounds of what a peer makes known.
+// Bounds of what a peer introduces.
 
 TEST_F(StreamBounds, AsManyReplaysAreNestedAsTheBoundSaysAndOneMoreIsRefused) {
    mount();

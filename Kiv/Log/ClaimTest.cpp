@@ -1,4 +1,4 @@
-// Who may write a root: what the source's owner says, and roots that one writer has for itself.
+// Who may write a root: the decision of the source's owner, and roots that one writer has claimed.
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;
@@ -7,12 +7,12 @@ using Kiv::NboAttrLog::PeerIdentity;
 
 namespace {
 
-/// A source with two peers, each of which mounts the root in a mode of its own.
+/// A source with two peers that mount the root, each in its own mode.
 class StreamClaim : public StreamTest {
 protected:
    ~StreamClaim() override { second.reset(); }
 
-   /// The second peer's connection, made anew.
+   /// Reconnects the second peer.
    void connectSecond() {
       second.reset();
       secondSource = std::make_unique<Session>(source.hub);
@@ -88,7 +88,7 @@ TEST_F(StreamClaim, EndsWithTheConnectionAndTheWriterFindsItsRootAsItLeftIt) {
    EXPECT_NE(secondCopy->leaf(3), nullptr);
 }
 
-/// A source whose owner permits readers alone.
+/// A source whose owner permits only readers.
 struct Doorkeeper : SessionListener {
    Sarn::String onMountAsked(Session& session, Kiv::NamedEntity const& root,
                              MountMode mode) override {

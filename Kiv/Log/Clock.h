@@ -4,7 +4,7 @@
 
 namespace Kiv::NboAttrLog {
 
-/// A hub's clock, in nanoseconds, which never goes back.
+/// A hub's monotonic clock, in nanoseconds.
 struct Clock {
    U64 (*read)() noexcept = nullptr;
 

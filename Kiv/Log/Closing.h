@@ -7,11 +7,11 @@
 
 namespace Kiv::NboAttrLog {
 
-/// Why a session or a recording ends without memory; short enough to need none itself.
+/// The reason when a session or recording runs out of memory; short enough to need none itself.
 inline Sarn::String outOfMemory() noexcept {
    return "out of memory";
 }
-/// A copy of a reason, or that there was no memory for one.
+/// A copy of a reason, or `outOfMemory()` if there is no memory for one.
 inline Sarn::String copyOrOutOfMemory(std::string_view reason) noexcept {
    try {
       return Sarn::String(reason);
@@ -20,10 +20,10 @@ inline Sarn::String copyOrOutOfMemory(std::string_view reason) noexcept {
    }
 }
 
-/// Whether a session is closed, by whom and why. Every part of the session may close it; who is to
-/// hear of that is told later, by the session.
+/// Whether a session is closed, by whom and why. Every part of the session may close it; the
+/// session notifies the listener later.
 ///
-///     open ---- fail ----> closed ---- the session's next turn ----> told
+///     open ---- fail ----> closed ---- the session's next turn ----> listener notified
 ///                          nothing is written or applied any more
 ///
 /// Invariant: the first reason stays.
@@ -33,12 +33,13 @@ public:
    Ending ending() const noexcept { return ending_; }
    Sarn::String const& reason() const noexcept { return reason_; }
 
-   /// Closes the session, unless it is closed. Calls nobody, so that the writing of a change may do
-   /// so.
+   /// Closes the session unless it is closed already. Calls nobody, so it is safe while a change is
+   /// being written.
    void fail(Sarn::String reason, Ending ending = Ending::fault) noexcept;
-   /// Fails for the exception that is being handled.
+   /// Fails with the exception that is being handled as the reason.
    void failForException() noexcept;
-   /// Does what must not be left half done: if it throws, for want of memory, the session fails.
+   /// Runs work that must not be left half done: if it throws, for lack of memory, the session
+   /// fails.
    template <class Work>
    void orFail(Work&& work) noexcept {
       try {

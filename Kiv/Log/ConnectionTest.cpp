@@ -28,7 +28,7 @@ protected:
       server.reset();
    }
 
-   /// One poll of a connection as an owner's loop does it; false if nothing was ready.
+   /// Polls a connection once, as its owner's loop does; false if nothing was ready.
    static bool turn(FdConnection& connection) {
       pollfd p{connection.fd(), connection.events(), 0};
       if (connection.done() || poll(&p, 1, 0) <= 0) {

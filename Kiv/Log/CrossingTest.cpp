@@ -1,4 +1,4 @@
-// What becomes of handles when an entity goes, comes again, or is withdrawn while messages for it
+// What happens to handles when an entity is removed, recreated or withdrawn while messages for it
 // are on their way.
 #include "KivTest/StreamTestSupport.h"
 
@@ -52,8 +52,8 @@ protected:
    StreamForgetfulCrossing() : StreamCrossing(forgetful()) {}
 };
 
-/// The source replays the collection whole, and names a child that the writer knows without its
-/// values.
+/// The source replays the whole collection, and names a child that the writer knows without sending
+/// its values.
 TEST_F(StreamForgetfulCrossing, AChildWhoseRemovalTheWriterCouldNotTellYetStaysRemoved) {
    root->leafIs(1, true, KivTest::Opaque(1))->ticksIs(7);
    carry();
@@ -71,8 +71,8 @@ TEST_F(StreamForgetfulCrossing, AChildWhoseRemovalTheWriterCouldNotTellYetStaysR
    expectEqual();
 }
 
-/// The source puts another child in the place of the writer's, and one of the old name in the place
-/// of that, before it can tell: the writer hears of a child that it has.
+/// Before it can send anything, the source replaces the writer's child, and replaces that one by a
+/// child of the old name. So the writer is sent a child that it already has.
 TEST_F(StreamNarrowCrossing, AWriterReachesAChildThatHasTakenThePlaceOfItsOwn) {
    copy->badgeIs("silver")->brightnessIs(1);
    carry();
@@ -92,7 +92,7 @@ TEST_F(StreamCrossing, ARootThatIsOfferedAgainIsWrittenUnderNewHandles) {
    source.hub.rootDel("KivTest::Root", "test");
    carry();
    EXPECT_EQ(mirror.told(), "replaying; complete; gone");
-   copy->leaf(1)->ticksIs(2);  // nobody is told of this one
+   copy->leaf(1)->ticksIs(2);  // this one is sent to nobody
    source.hub.rootIs(root);
    mount(MountMode::writer);
    EXPECT_EQ(copy->leaf(1)->ticks(), 1);
@@ -106,7 +106,7 @@ TEST_F(StreamCrossing, ARootThatIsOfferedAgainIsWrittenUnderNewHandles) {
 TEST_F(StreamCrossing, AWriterOfARootThatIsWithdrawnWritesNoMore) {
    copy->u8Is(1);
    carry();
-   // Another has the root still, so that its entities keep their numbers.
+   // Another session still mounts the root, so its entities keep their handles.
    Session here(source.hub);
    here.mountIs(root, MountMode::writer);
    source.hub.rootDel("KivTest::Root", "test");
@@ -169,7 +169,7 @@ TEST_F(StreamCrossing, ABindForWhatIsGoneLeavesTheHandleWithWhatItWasGivenTo) {
    root->leafIs(1, true, KivTest::Opaque(1));
    carry();
    U32 const theirs = root->leaf(1)->streamHandle();
-   // A place that was never taken is refused; one of an entity that is gone says nothing new.
+   // A handle that was never given out is refused; that of an entity that is gone has no effect.
    copy->leafIs(2, true, KivTest::Opaque(1));
    U32 const gone = copy->leaf(2)->streamHandle();
    copy->leafDel(2);
@@ -215,8 +215,8 @@ TEST_F(StreamCrossing, AnEntityThatAnObserverRemovesLivesUntilItsMessageIsApplie
    EXPECT_FALSE(copy->leafHas(1));
 }
 
-/// At the end of a replay the mirror removes what was not named. While it does so, an observer does
-/// to the next in line what it is given to do with a key.
+/// At the end of a replay the mirror removes what was not named. At the first such removal, this
+/// observer calls `work` with the key that is next.
 template <class Work>
 struct AtFirstRemoval final : Kiv::Observer {
    AtFirstRemoval(Root& root, U16 id, Work work) : root_(root), id_(id), work_(work) {
@@ -257,8 +257,8 @@ protected:
       limits.dirtyKeys = 1;
       return limits;
    }
-   /// Makes changes that the mirror is told of by a replay of their collection. Returns how that
-   /// ends, which is the last that the mirror receives before the source hears of it again.
+   /// Makes changes that reach the mirror as a replay of their collection. Returns the last message
+   /// of the replay, the last one that the mirror receives before the source hears from it again.
    template <class Changes>
    std::string replayOf(Changes&& changes) {
       root->textIs(std::string(980, 'x'));
@@ -361,7 +361,7 @@ TEST_F(StreamLeftOver, AChildThatAReplayToldBeforeTheRemovalOfTheFormerStays) {
    EXPECT_TRUE(copy->leaf(1)->twigHas(Level::low));
 }
 
-/// What a source says, forged: bodies of the messages that make leaves.
+/// Forged messages of a source: bodies of messages that make leaves.
 class StreamForgedSource : public StreamTest {
 protected:
    StreamForgedSource() {
@@ -403,7 +403,7 @@ TEST_F(StreamForgedSource, ReplaysACollectionAnewWhenItsEntityGetsAnotherHandle)
 }
 
 TEST_F(StreamForgedSource, ReplaysACollectionOfAnEntityInThePlaceOfOneThatIsGone) {
-   for (U32 i = 0; i != 8; ++i) {  // one of them is where the last one was
+   for (U32 i = 0; i != 8; ++i) {  // one of them gets the address of the last one
       mirror.receive(create(0x01000060 + i, 3));
       mirror.receive(twig(Opcode::collectionBegin, 0x01000060 + i));
       mirror.receive(erase(3));
@@ -443,7 +443,7 @@ TEST_F(StreamNarrowWalk, AKeyThatIsDeletedAndMadeAgainIsToldBehindItsCollection)
    while (copy->leafCount() < 10) {
       some();
    }
-   // Half of what is still to come goes and comes again, one is brought with something in it.
+   // Half of what is still to be sent is removed and recreated; one leaf is recreated with a child.
    std::vector<U32> again;
    for (U32 i = 0; i != 60; ++i) {
       if (!copy->leafHas(i) && i % 2 == 0) {
@@ -459,7 +459,7 @@ TEST_F(StreamNarrowWalk, AKeyThatIsDeletedAndMadeAgainIsToldBehindItsCollection)
    std::string const id = "." + std::to_string(idOf(Root::kivTypeImpl, "leaf"));
    auto const end = std::find(told.begin(), told.end(), "collectionEnd 01000000" + id);
    ASSERT_NE(end, told.end());
-   // Those that the output held already when they went have come before the end as well.
+   // Leaves that were already in the output when they were removed also arrive before the end.
    auto const made = [&](auto from, auto to) {
       return std::count_if(from, to, [&](std::string const& one) {
          return one.find("create 01000000" + id) == 0 &&

@@ -1,4 +1,4 @@
-// Derived entities in the attribute log: made, changed and read by either of their types.
+// Derived entities in the attribute log: made, changed and read through either of their types.
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;

@@ -1,5 +1,5 @@
-// Readers that stop while keys come and go: what is remembered of them is bounded, and a collection
-// of which more has changed is replayed whole.
+// Readers that stop while keys come and go: the remembered keys are bounded, and a collection with
+// more changed keys is replayed in full.
 #include <algorithm>
 
 #include "KivTest/StreamStopTestSupport.h"
@@ -142,7 +142,7 @@ TEST_F(StreamDirtyKeys, AChildMadeAgainIsErasedFirstAndTheOthersStay) {
    auto const second = copy->leaf(2);
    stop();
    root->leafDel(1);
-   for (U32 i = 100; i != 200; ++i) {  // more than are remembered, and that of 1 with them
+   for (U32 i = 100; i != 200; ++i) {  // more than are remembered; key 1 is forgotten, too
       leaf(i, 1);
       root->leafDel(i);
    }
@@ -169,7 +169,8 @@ TEST_F(StreamDirtyKeys, KeysThatChangeWhileTheirCollectionIsReplayedFollow) {
    while (source.session->stats().messagesOut == waiting) {
       carryPiece();
    }
-   // The replay has begun and is far from its end: what is told already changes, and what is not.
+   // The replay has begun and is far from its end. Change some keys that it has sent, and some that
+   // it has not.
    for (U32 i = 0; i != 100; i += 25) {
       root->byNumberDel(i);
       root->byNumberIs(200 + i, "new");
@@ -199,7 +200,7 @@ TEST_F(StreamDirtyKeys, MoreThanTheBoundWhileTheirCollectionIsReplayedReplayItOn
       carryPiece();
    }
    int replays = 0;
-   // Every piece of the replay meets more changes than are remembered, up to a time.
+   // For a while, more keys change during each piece of the replay than are remembered.
    for (U32 piece = 0; source.session->output().size != 0; ++piece) {
       for (U32 i = 0; i != 20 && piece < 40; ++i) {
          root->byNumberDel((piece * 7 + i) % 100);
@@ -228,7 +229,7 @@ TEST_F(StreamDirtyKeys, MoreThanTheBoundWhileTheTreeIsWalkedReplayTheCollection)
    mirror.connect();
    Mount& made = mirror.session->mountIs(copy);
    source.receive(mirror.take());
-   for (int i = 0; i != 5; ++i) {  // some leaves have been told, others have not
+   for (int i = 0; i != 5; ++i) {  // some leaves have been sent, others have not
       carryPiece();
    }
    ASSERT_GT(copy->leafCount(), 0u);

@@ -58,7 +58,7 @@ bool Encoder::element(Entity& entity, FieldDescriptor const& field, void const* 
                       void const* value) {
    CollectionOps const& ops = *field.ops->collection;
    std::size_t const size = ops.elementSize(key, value);
-   if (outbox_.isLeftOut(size)) [[unlikely]] {  // the one that the peer may have is not this one
+   if (outbox_.isLeftOut(size)) [[unlikely]] {  // the peer must not keep an old value for it
       if (!erase(entity, field, key)) {
          return false;
       }
@@ -73,7 +73,7 @@ bool Encoder::erase(Entity& entity, FieldDescriptor const& field, void const* ke
    bool const keyed = key != nullptr;
    std::size_t const size = keyed ? field.ops->collection->keySize(key) : 0;
    if (outbox_.isLeftOut(size)) [[unlikely]] {
-      return true;  // no peer was ever told of such a key
+      return true;  // such a key was never sent
    }
    return outbox_.write(Opcode::erase, size, entity.streamHandle(), field.fieldId, [&](Out& out) {
       if (keyed) {
@@ -112,7 +112,7 @@ bool Encoder::create(Entity& owner, FieldDescriptor const& field, Entity& child)
    }
    StreamFunctions const& stream = *child.kivType().entity->stream;
    std::size_t const size = 4 + stream.attrLogSizeCtorParams(child);
-   if (outbox_.isLeftOut(size)) [[unlikely]] {  // and with it what is below
+   if (outbox_.isLeftOut(size)) [[unlikely]] {  // along with everything below it
       if (field.kind == MemberKind::child && !erase(owner, field, nullptr)) {
          return false;
       }

@@ -7,13 +7,13 @@
 
 namespace Kiv::NboAttrLog {
 
-/// Writes what is to be said of entities as messages into the outbox: one call, one change.
+/// Encodes changes of entities as messages into the outbox, one change per call.
 ///
-///     entity, field, key ----> size ---- too long even for parts ----> noted in LeftOut, and
-///                                |                                     said otherwise
+///     entity, field, key ----> size ---- too long even for parts ----> noted in LeftOut; a
+///                                |                                     substitute is sent
 ///                                '----> header and value in the outbox
 ///
-/// Each call returns false when there is no room now, and has then left no trace.
+/// Each call returns false, with no effect, if there is no space now.
 class Encoder {
 public:
    Encoder(Limits const& limits, Handles& handles, Closing& closing, Outbox& outbox, Names& names,
@@ -26,25 +26,26 @@ public:
            crossing_(crossing),
            leftOut_(leftOut) {}
 
-   /// Makes sure that the peer knows the entity, and what we had seen when we changed it.
+   /// Makes sure that the peer knows the entity and has our acknowledgement, if it needs one,
+   /// before a change of the entity.
    bool reach(Entity& entity) {
       return (!crossing_.owesAck() && names_.introduced(entity.streamHandle())) ||
              reachSlowly(entity);
    }
-   /// Says what we have seen, if that is owed.
+   /// Sends an acknowledgement, if one is owed.
    bool acknowledge();
 
    /// The single value of a member.
    bool set(Entity const& entity, FieldDescriptor const& field, U32 handle);
-   /// An element of a map: insertion or new value.
+   /// An inserted or updated element of a map.
    bool element(Entity& entity, FieldDescriptor const& field, void const* key, void const* value);
-   /// An element or a child is gone; `key` is null for a singleton child.
+   /// An element or a child was removed; `key` is null for a singleton child.
    bool erase(Entity& entity, FieldDescriptor const& field, void const* key);
-   /// An element of a queue. One that is left out keeps its place: the peer gets a default one.
+   /// An element of a queue. If it is left out, the peer gets a default element in its place.
    bool enqueue(Entity& entity, FieldDescriptor const& field, U32 sequence, void const* value);
-   /// The elements of a queue before `sequence` are gone; `anew`: all are.
+   /// The elements of a queue before `sequence` were removed; with `anew`, all of them.
    bool front(Entity const& entity, FieldDescriptor const& field, U32 sequence, bool anew);
-   /// A child: introduces it, unless it is left out. What it has below is told by a walk.
+   /// A new child: introduces it, unless it is left out. A walk sends what it contains.
    bool create(Entity& owner, FieldDescriptor const& field, Entity& child);
 
    void leaveOut(std::size_t bodySize, Entity const& entity, FieldDescriptor const* field,

@@ -18,7 +18,7 @@ protected:
       outbox.hasMount();
       serve();
    }
-   /// "set 01000000.259": what begins the message of a member.
+   /// "set 01000000.259": the beginning of a member's message.
    std::string begins(std::string const& opcode, char const* member) const {
       return opcode + " 01000000." + std::to_string(field(member).fieldId);
    }

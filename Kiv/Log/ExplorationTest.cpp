@@ -1,5 +1,5 @@
-// Two ends that both change the same small thing, in every order. PTPLIB_TEST_MORE_CHANGES adds
-// to the number of changes; without it, this takes some seconds in all.
+// Two ends that change the same small thing, in every order. PTPLIB_TEST_MORE_CHANGES adds to the
+// number of changes; without it, this takes some seconds in all.
 #include "KivTest/Exploration.h"
 
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ Root& root(NamedEntity& entity) {
    return static_cast<Root&>(entity);
 }
 
-/// Runs the plan with so many changes, or as many more as the environment says.
+/// Runs the plan with `changes` changes, plus those that the environment adds.
 void explore(ExplorationPlan plan, unsigned changes, unsigned stops = 1) {
    char const* const more = std::getenv("PTPLIB_TEST_MORE_CHANGES");
    plan.mostStops = stops;
@@ -49,7 +49,7 @@ void explore(ExplorationPlan plan, unsigned changes, unsigned stops = 1) {
                compared, runs);
 }
 
-/// A child, and a child in it.
+/// A child, and a child of that child.
 Changes const childAndElement = {
       {"makes the child",
        [](NamedEntity& r, unsigned) {
@@ -106,7 +106,7 @@ Changes const valueAndElement = {
        }},
 };
 
-/// Singleton children: one that is made without anything, and one whose name each end chooses.
+/// Singleton children: one without arguments, and one for which each end chooses another name.
 Changes const singletons = {
       {"makes the core",
        [](NamedEntity& r, unsigned) {
@@ -137,7 +137,7 @@ Changes const singletons = {
        }},
 };
 
-/// A child whose constant differs with who made it.
+/// A child whose constant depends on which end made it.
 Changes const childOfEither = {
       {"makes the child",
        [](NamedEntity& r, unsigned side) {

@@ -8,7 +8,7 @@
 
 namespace Kiv {
 
-/// What the log alone may do with an entity.
+/// What only the log may do with an entity.
 class EntityStreamAccess {
 public:
    static void tagIs(Entity& entity, U32 handle) noexcept { entity.tag_ = handle; }
@@ -105,7 +105,7 @@ void Handles::unregisterUntold() {
       Handles& handles;
       bool any;
    } context{*this, true};
-   while (context.any) {  // what is found may have lost children itself
+   while (context.any) {  // a child found here may have lost children, too
       context.any = false;
       Sarn::Publications::forEach(&context, [](void* c, Change const& change) {
          auto& [handles, any] = *static_cast<Context*>(c);

@@ -6,14 +6,14 @@
 
 namespace Kiv::NboAttrLog {
 
-/// The numbers by which entities are known in the log. A handle is an index into the table and, in
-/// its upper byte, how often that entry was taken before, so that a late message for an entity that
-/// is gone is distinguished from one for the entity that has its entry now.
+/// The handles by which entities are known in the log. A handle is an index into the table and, in
+/// its upper byte, a count of how often that entry has been taken. So a late message for an entity
+/// that is gone is not mistaken for one to the entity that has its entry now.
 ///
 ///     31 .. 24      23 .. 0
 ///     | turn 1..255 | index |
 ///
-/// Freed entries are taken again in the order in which they were freed.
+/// Entries are reused in the order in which they were freed.
 class HandleTable {
 public:
    static constexpr U32 indexMask = 0xffffff;
@@ -21,7 +21,7 @@ public:
    explicit HandleTable(U32 limit) : limit_(limit) {}
 
    static U32 index(U32 handle) noexcept { return handle & indexMask; }
-   /// 0 when the table is full.
+   /// The entity's new handle; 0 if the table is full.
    U32 add(Entity& entity);
    void remove(U32 handle) noexcept;
    /// The entity with exactly this handle, or null.
@@ -31,7 +31,7 @@ public:
    }
    /// Whether an entity ever had the entry of this handle.
    bool known(U32 handle) const noexcept { return index(handle) < entries_.size(); }
-   /// Entries, taken or free.
+   /// The number of entries, taken or free.
    std::size_t size() const noexcept { return entries_.size(); }
 
 private:
@@ -41,7 +41,7 @@ private:
       Entity* entity;
    };
    static constexpr U32 none = ~U32(0);
-   /// A freed entry rests until so many others were freed after it.
+   /// A freed entry is not reused until this many others have been freed after it.
    static constexpr U32 resting = 1024;
 
    std::vector<Entry> entries_;
@@ -51,40 +51,40 @@ private:
    U32 freeCount_ = 0;
 };
 
-/// The entities of a hub that have a number: all below its roots, but for those that were just made
-/// and of which nobody has been told.
+/// The entities of a hub that have a handle: all below its roots, except those just made whose
+/// creation has not been published yet.
 ///
 /// Invariant: `entity.streamHandle()` is the entity's handle in this table, or 0.
 class Handles {
 public:
-   /// Who keeps something by an entity's handle.
+   /// Whoever keeps data by an entity's handle.
    class Listener {
    public:
-      /// The entity is about to lose its number.
+      /// The entity is about to lose its handle.
       virtual void onGone(Entity& entity, U32 handle) = 0;
 
    protected:
       ~Listener() = default;
    };
 
-   /// `limit`: entities that may have a number.
+   /// `limit`: the most entities that may have a handle.
    Handles(U32 limit, Listener& listener);
 
-   /// Numbers an entity and all below it; false, and none has a number, when the table is full. The
-   /// same if there is no memory: std::bad_alloc.
+   /// Gives an entity and everything below it handles. If the table is full, returns false and
+   /// gives out none. If there is no memory, throws std::bad_alloc, also without giving out any.
    bool registerTree(Entity& entity);
-   /// Why `registerTree` says no.
+   /// Why `registerTree` returned false.
    Sarn::String tooMany() const;
    void unregisterTree(Entity& entity);
-   /// The same for children that were taken out of what has been unregistered meanwhile: nobody
-   /// was told of that, since the change had no way up any more.
+   /// The same for children that were removed from an entity after it had been unregistered. No
+   /// watcher was told of such a removal, since the entity had no parent to publish it to.
    void unregisterUntold();
 
    /// The entity with exactly this handle, or null.
    Entity* find(U32 handle) const noexcept { return table_.find(handle); }
    /// Whether an entity ever had the entry of this handle.
    bool known(U32 handle) const noexcept { return table_.known(handle); }
-   /// More than any index of a handle.
+   /// One more than the greatest index of a handle.
    std::size_t indexes() const noexcept { return table_.size(); }
 
 private:

@@ -128,7 +128,7 @@ TEST_F(SessionMount, KnowsWhenTheMirrorIsComplete) {
    EXPECT_EQ(made.state(), Mount::State::asked);
    source.receive(mirror.take());
    Bytes const answer = source.take();
-   // All but the last byte: everything is there, but the mirror cannot know.
+   // All but the last byte: all values have arrived, but the mirror cannot know.
    mirror.receive(Bytes(answer.begin(), answer.end() - 1));
    EXPECT_EQ(made.state(), Mount::State::replaying);
    EXPECT_FALSE(made.complete());
@@ -224,7 +224,7 @@ TEST_F(SessionMount, IsGoneWhenTheSourceGivesTheRootUp) {
    EXPECT_EQ(source.hub.root("KivTest::Root", "test"), nullptr);
    carry();
    EXPECT_EQ(made.state(), Mount::State::gone);
-   // The mirror stays as it is, and is told of nothing more.
+   // The mirror stays as it is and gets no more changes.
    root->u8Is(4);
    carry();
    EXPECT_EQ(copy->u8(), 3);
@@ -321,7 +321,7 @@ TEST(Hub, RefusesMoreEntitiesThanItMayNumber) {
    Limits limits;
    limits.entities = 3;
    Hub hub(limits);
-   auto const root = KivTest::rootFactory("a");  // and its medal
+   auto const root = KivTest::rootFactory("a");  // which has a medal
    root->leafIs(1, true, KivTest::Opaque(1));
    root->leafIs(2, true, KivTest::Opaque(1));
    EXPECT_THROW(hub.rootIs(root), Kiv::Exception);
@@ -332,7 +332,7 @@ TEST(Hub, RefusesMoreEntitiesThanItMayNumber) {
    EXPECT_NE(root->leaf(1)->streamHandle(), 0u);
 }
 
-/// What a peer says is shown as one line that commands no terminal.
+/// Text from a peer is shown as one line that cannot control a terminal.
 class StreamForeignText : public StreamTest {
 protected:
    static constexpr char const* raw = "a\n\x1b[2Jb";

@@ -64,7 +64,7 @@ RootWatcher& Hub::Impl::hold(Sarn::Ptr<NamedEntity> const& root, bool offered, T
       throw Exception(Sarn::String(root->kivType().name) + " " + root->nameString() +
                       " is a root of this hub already");
    }
-   // What may throw comes before anything is changed; the numbers, which others see, come last.
+   // Everything that may throw comes before any change; the handles, which others see, come last.
    std::unique_ptr<RootWatcher> made;
    RootWatcher* watcher = there != nullptr ? there->watcher.get() : nullptr;
    if (watcher == nullptr) {
@@ -139,7 +139,7 @@ std::vector<NamedEntity*> Hub::Impl::offered() const {
    return roots;
 }
 
-// What users see of it.
+// The public interface.
 
 Hub::Hub(Limits const& limits) : impl_(std::make_unique<Impl>(limits)) {}
 
@@ -189,7 +189,7 @@ U64 Hub::deadline() const noexcept {
 
 void Hub::expire() {
    U64 const time = now();
-   for (std::size_t i = 0; i < impl_->sessions().size(); ++i) {  // a listener may end others
+   for (std::size_t i = 0; i < impl_->sessions().size(); ++i) {  // a listener may end some
       impl_->sessions()[i]->impl().expire(time);
    }
 }

@@ -8,15 +8,15 @@
 
 namespace Kiv::NboAttrLog {
 
-/// The inside of a hub: what its sessions share, and the roots that they mirror.
+/// The implementation of a hub: what its sessions share, and the roots that they mirror.
 ///
-///     Handles      numbers of entities            Limits, Clock, ByteBudget
+///     Handles      of entities                    Limits, Clock, ByteBudget
 ///     held roots   | RootWatcher, users, offered |  ...
 ///     sessions     | oldest | ... |
 ///
 /// Invariants:
-/// - a root is held as long as it is offered or somebody mounts it; only the hub counts;
-/// - the entities below held roots have numbers, but for those that were just made.
+/// - a root is held as long as it is offered or mounted; only the hub counts;
+/// - the entities below held roots have handles, except those that were just made.
 class Hub::Impl final : Handles::Listener {
 public:
    explicit Impl(Limits const& limits);
@@ -30,22 +30,24 @@ public:
    Handles& handles() noexcept { return handles_; }
    Applying& applying() noexcept { return applying_; }
 
-   /// Takes a session in, and returns its number: they are numbered from 1.
+   /// Adds a session and returns its number; numbers begin at 1.
    U64 add(Session& session);
    void remove(Session const& session) noexcept { std::erase(sessions_, &session); }
    std::vector<Session*> const& sessions() const noexcept { return sessions_; }
 
-   /// Holds a root for one more user; `subscriber`, if not null, is told of changes there.
+   /// Holds a root for one more user. `subscriber`, if not null, is notified of changes below it.
    RootWatcher& hold(Sarn::Ptr<NamedEntity> const& root, bool offered, Teller* subscriber);
-   /// The same for a root that is held already.
+   /// Adds a user to a root that is held already.
    void hold(RootWatcher& watcher) noexcept { ++heldOf(watcher).users; }
-   /// Gives a root up for one user. The last one takes the numbers from all below it.
+   /// Releases a root for one user. When the last one has gone, everything below it loses its
+   /// handle.
    void release(RootWatcher& watcher);
    RootWatcher* find(std::string_view type, std::string_view name) const noexcept;
    RootWatcher* findOffered(std::string_view type, std::string_view name) const noexcept;
-   /// Who mounts the root in a way that does not go with such a mount of another; null if nobody.
+   /// The session whose mount of the root rules out another one in this mode; null if there is
+   /// none.
    Session const* inTheWay(RootWatcher const& watcher, MountMode mode) const noexcept;
-   /// Takes back the offer of a root, and tells the peers that mirror it. Null if there is none.
+   /// Withdraws an offered root and tells the peers that mirror it. Null if there is no such root.
    Sarn::Ptr<NamedEntity> withdraw(std::string_view type, std::string_view name);
    std::vector<NamedEntity*> offered() const;
 
@@ -53,7 +55,7 @@ private:
    struct Held {
       std::unique_ptr<RootWatcher> watcher;
       bool offered = false;
-      /// Mounts, and the offer.
+      /// The mounts, plus one if it is offered.
       U32 users = 0;
    };
 

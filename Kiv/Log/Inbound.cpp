@@ -37,7 +37,7 @@ void Inbound::take(U8 const* bytes, std::size_t size) {
    U64 const before = messages_;
    inside_ = Sarn::Publications::innermost();
    interrupted_ = false;
-   // Whatever an observer throws, what was not looked at yet is kept for the next call.
+   // If an observer throws, the bytes not parsed yet are kept for the next call.
    if (kept_.empty()) {
       struct Keep {
          Inbound& inbound;
@@ -71,7 +71,7 @@ void Inbound::applyAlone(Header const& header, In& in) {
    applyChange(header, in);
 }
 
-/// Keeps bytes for the next call. Without them the stream is broken.
+/// Keeps bytes for the next call. If there is no memory for them, the stream is broken.
 void Inbound::keep(U8 const* bytes, std::size_t size) noexcept {
    closing_.orFail([&] { kept_.insert(kept_.end(), bytes, bytes + size); });
    consumed_ = 0;
@@ -102,8 +102,9 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
    }
 }
 
-/// By far the most: a value for an entity that no watcher here watches, or that nothing is left of
-/// a collection that is empty. False, and nothing is done, for everything else.
+/// The most frequent messages by far: a value for an entity that no watcher watches here, and an
+/// erase of everything in a collection that is empty anyway. Returns false, with no effect, for all
+/// others.
 [[gnu::always_inline]] inline bool Inbound::applyAtOnce(Header const& header, In& in) {
    bool const isSet = header.opcode == Opcode::set;
    if (!isSet && header.opcode != Opcode::erase) {
@@ -137,9 +138,9 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
    return true;
 }
 
-/// A message that cannot be applied for want of memory must not count as applied. Decoding and
-/// checks come before anything is published: what else is thrown later is thrown by an observer or
-/// a listener, of which the peer knows nothing.
+/// A message that cannot be applied for lack of memory must not count as applied. Decoding and
+/// checks come before anything is published. Anything thrown later comes from an observer or a
+/// listener and is not the peer's fault.
 void Inbound::parseOne(Header const& header, In& in) {
    listenerThrew_ = false;
    U32 const observersThrew = Sarn::Publisher::observersThrew();
@@ -172,7 +173,7 @@ void Inbound::failFor(Sarn::String reason) {
 
 Sarn::String Inbound::faultText(Header const& header, char const* fault) const noexcept {
    try {
-      return printable(describe(header) + ": " + fault);  // there may be names from the peer in it
+      return printable(describe(header) + ": " + fault);  // it may contain names from the peer
    } catch (std::bad_alloc const&) {
       return outOfMemory();
    }
@@ -200,9 +201,9 @@ void Inbound::apply(Header const& header, In& in) {
 }
 
 /// Takes a part of a message, or `bye` instead of the next one; applies the message when it is
-/// whole.
+/// complete.
 void Inbound::applyPart(Header const& header, In& in) {
-   if (header.opcode == Opcode::bye) {  // it will send no more of them
+   if (header.opcode == Opcode::bye) {  // no more parts will come
       parts_.clear();
       apply(header, in);
       return;
@@ -225,7 +226,7 @@ void Inbound::applyPart(Header const& header, In& in) {
 // Memory and time.
 
 void Inbound::drop() noexcept {
-   if (consumed_ == 0) {  // else `take` does so, which is looking at them
+   if (consumed_ == 0) {  // otherwise `take` is parsing them, and frees them
       freeKept();
    }
    parts_.clear();
@@ -244,7 +245,8 @@ void Inbound::freeKept() noexcept {
    halfSince_ = 0;
 }
 
-/// Takes account of what `take` has left; `before`: messages that had come by then.
+/// Charges what `take` has kept to the budget, and notes since when a message is incomplete.
+/// `before`: the message count when `take` began.
 void Inbound::boundKept(U64 before) {
    if (closing_.closed()) {
       freeKept();
@@ -268,7 +270,7 @@ void Inbound::boundKept(U64 before) {
    try {
       reason = "a half message of " + size + " bytes finds no room: the connections hold " +
                std::to_string(budget_.held) + " bytes of " + std::to_string(budget_.bound);
-   } catch (std::bad_alloc const&) {  // the reason is that
+   } catch (std::bad_alloc const&) {  // `reason` says so already
    }
    failFor(std::move(reason));
 }

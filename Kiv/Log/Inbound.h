@@ -9,31 +9,30 @@
 
 namespace Kiv::NboAttrLog {
 
-/// What a session takes from its peer: cuts bytes into messages, checks each, and applies those
-/// that are changes through the entities' setters. What is no change is for the session.
+/// The receiving half of a session: cuts bytes into messages, checks each, and applies changes
+/// through the entities' setters. It passes all other messages to the session.
 ///
-///     bytes ----> header ---- greeted? short enough? ----> whole? ----> part? ----> apply
-///       ^                        | no: a fault               | no                     |
+///     bytes ----> header ---- greeted? short enough? ----> complete? ----> part? ----> apply
+///       ^                        | no: a fault               | no                        |
 ///       '---- kept for the next call <-----------------------'          setter, or Control
 ///
-/// The first message that breaks a rule closes the session, and nothing of it is applied. What an
-/// observer throws comes out of `take`, which goes on behind that message with the next call.
+/// The first message that breaks a rule closes the session, and nothing of it is applied. If an
+/// observer throws, `take` throws the same; the next call resumes after that message.
 ///
 /// Invariants:
-/// - `kept_` holds what came and was not looked at, which is less than one message unless an
-///   observer has thrown;
-/// - `take` is not called from inside itself: where to go on would be lost.
+/// - `kept_` holds received bytes that have not been parsed: less than one message, unless an
+///   observer threw;
+/// - `take` is not called from inside itself: it would lose its place.
 class Inbound {
 public:
-   /// Messages that are no changes, and what the session expects.
+   /// Handles messages that are not changes, and bounds what the peer may send.
    class Control {
    public:
-      /// Applies the message. Throws `FaultException`, or what the listener throws.
+      /// Applies the message. Throws `FaultException`, or whatever the listener throws.
       virtual void onControl(Header const& header, In& in) = 0;
-      /// The session was closed for a fault: tells who is to hear of that.
+      /// The session was closed for a fault: notifies whoever must know.
       virtual void onFailed() = 0;
-      /// The longest body of a message that the peer has a reason to send, in one piece and in
-      /// parts.
+      /// The longest body that the peer has a reason to send, in one message and in parts.
       virtual std::size_t longestMessage() const noexcept = 0;
       virtual std::size_t longestInParts(Opcode opcode) const noexcept = 0;
 
@@ -46,26 +45,28 @@ public:
            Teller& teller, Control& control) noexcept;
    ~Inbound() { freeKept(); }
 
-   /// Applies the messages in these bytes; keeps what is not whole.
+   /// Applies the messages in these bytes; keeps an incomplete one for the next call.
    void take(U8 const* bytes, std::size_t size);
-   /// Applies one change as if a message with this header had come. Throws what is wrong with it.
+   /// Applies one change as if a message with this header had been received. Throws if it is
+   /// invalid.
    void applyAlone(Header const& header, In& in);
-   /// Whether the last `take` was left by an exception: bytes may wait for the next.
+   /// Whether the last `take` threw: received bytes may still be unparsed.
    bool interrupted() const noexcept { return interrupted_; }
-   /// Remembers that what is thrown now is the listener's and no fault of the peer.
+   /// Notes that the exception now in flight is the listener's, not a fault of the peer.
    void listenerThrows() noexcept { listenerThrew_ = true; }
    bool greeted() const noexcept { return greeted_; }
    void hasGreeted() noexcept { greeted_ = true; }
 
    // Memory and time.
 
-   /// Drops what came; what is being looked at is dropped when that is done.
+   /// Drops the received bytes; those being parsed are dropped when `take` is done with them.
    void drop() noexcept;
-   /// Gives memory back that is not in use.
+   /// Frees memory that is not in use.
    void freeIdle() noexcept;
    bool holdsIdleBytes() const noexcept { return kept_.empty() && kept_.capacity() != 0; }
    std::size_t heldBytes() const noexcept { return kept_.capacity() + parts_.heldBytes(); }
-   /// When the message of which a part is here began to come; 0 if there is none, or no clock.
+   /// Since when a message has been incomplete (since its last part, if it travels in parts); 0 if
+   /// none is, or if there is no clock.
    U64 halfSince() const noexcept { return halfSince_; }
    std::size_t keptBytes() const noexcept { return kept_.size(); }
 
@@ -102,7 +103,7 @@ private:
    Sarn::String faultText(Header const& header, char const* fault) const noexcept;
 
    Limits const& limits_;
-   /// A body that is not longer need not be looked at more closely.
+   /// A body up to this size is always allowed.
    std::size_t const shortMessage_;
    ByteBudget& budget_;
    Clock const& clock_;
@@ -115,15 +116,15 @@ private:
    Names& names_;
    Control& control_;
    std::vector<U8> kept_;
-   /// The capacity of `kept_` that the budget has been told of.
+   /// The capacity of `kept_` that is charged to the budget.
    std::size_t charged_ = 0;
    PartsIn parts_;
-   /// Bytes of those that are being looked at that have been applied.
+   /// How many of the bytes being parsed have been applied.
    std::size_t consumed_ = 0;
    U64 halfSince_ = 0;
    U64 messages_ = 0;
    U64 bytes_ = 0;
-   /// The publication inside which bytes are taken.
+   /// The publication inside which `take` was called.
    void const* inside_ = nullptr;
    bool taking_ = false;
    bool greeted_ = false;

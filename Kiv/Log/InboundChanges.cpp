@@ -1,4 +1,4 @@
-// The changes that a peer makes: checked, and applied through the entities' setters.
+// Checks the changes of a peer and applies them through the entities' setters.
 #include <algorithm>
 
 #include "Kiv/Log/Inbound.h"
@@ -17,7 +17,8 @@ void Inbound::applyChange(Header const& header, In& in) {
    }
    Entity& entity = *target->entity;
    FieldDescriptor const* const field = entity.kivType().field(header.attribute);
-   // A setter has done its work when observers run; what takes several steps keeps the entity.
+   // A setter has done its work when observers run. Operations of several steps keep the entity
+   // alive.
    Sarn::Ptr<Entity> const alive =
          header.opcode == Opcode::set ? Sarn::Ptr<Entity>() : target->entity;
    if (field == nullptr || !field->has(FieldDescriptor::streamed)) [[unlikely]] {
@@ -76,8 +77,8 @@ void Inbound::applyChange(Header const& header, In& in) {
             " does not fit the attribute");
 }
 
-/// The entity was deleted here while the message was on its way. What the message introduces is
-/// nobody too.
+/// The entity was deleted here while the message was on its way. If the message introduces a child,
+/// its handle gets no entity either.
 void Inbound::applyToNobody(Header const& header, In& in) {
    if (header.opcode == Opcode::create) {
       U32 const handle = in.nextU32();
@@ -88,13 +89,13 @@ void Inbound::applyToNobody(Header const& header, In& in) {
 
 void Inbound::applyErase(Entity& entity, FieldDescriptor const& field, In& in) {
    if (field.kind != MemberKind::child && in.readableBytes() == 0) {
-      if (field.ops->collection->size(entity) != 0) {  // a replay that names no key
+      if (field.ops->collection->size(entity) != 0) {  // it is a replay without elements
          open_.begin(entity, field, in);
          open_.end(entity, field, in);
       }
       return;
    }
-   // Held here, and given up also when an observer throws.
+   // Keeps the child alive, and unmaps it even if an observer throws.
    struct Removed {
       Names& names;
       Sarn::Ptr<Entity> entity;
@@ -120,27 +121,28 @@ public:
             bool writable) noexcept
          : inbound_(inbound), owner_(owner), field_(field), handle_(handle), writable_(writable) {}
 
-   /// What is there already is known from now on, before an observer can change it again.
+   /// Maps an existing child to the peer's handle before an observer can change anything again.
    void found(Entity& there) override {
       Names& names = inbound_.names_;
       bool const untold = there.streamHandle() != 0 && !names.known(there);
       if (there.streamHandle() != 0 && names.theirHandle(there) == nullptr &&
           !inbound_.mounts_.serves(there)) {
-         // We made it, but this may be another of the peer's: ours may be gone there, and with it
-         // our handle. The next change says again what our handle is for.
+         // We made it, but the peer may mean another child: ours may be gone there, and our handle
+         // with it. Our next change binds the handle again.
          names.introducedIs(there.streamHandle(), false);
       }
       names.map(handle_, &there, writable_);
-      // Both have made it. What was done to ours was to be told when it was introduced; it is
-      // introduced now, by the peer. A replay overwrites what the mirror had before it.
+      // Both ends have made it. Our changes to it were to be sent with its introduction, but now
+      // the peer has introduced it, so mark them all. During a replay, the source's values win
+      // instead.
       Mounts const& mounts = inbound_.mounts_;
       if (untold && mounts.writes(there) && mounts.followed(there)->complete()) {
          inbound_.teller_.backlog().markAll(there);
       }
    }
 
-   /// Not if it is the very child that was removed here, and the peer has not heard of that yet:
-   /// made again, it would lack the values that the peer need not repeat.
+   /// False if it is the child that was removed here before the peer heard of it. Made again, it
+   /// would lack the values that the peer need not repeat.
    bool wanted(void const* key) override {
       Names::Theirs const* const before = inbound_.names_.theirs(handle_);
       return before == nullptr || before->entity || !inbound_.mounts_.writes(owner_) ||
@@ -171,13 +173,13 @@ void Inbound::applyCreate(Names::Theirs& target, FieldDescriptor const& field, I
    } catch (...) {
       names_.expectNoChild();
       if (!closing_.closed() && names_.theirs(handle) == nullptr) {
-         names_.map(handle, nullptr, writable);  // what the peer says of it later is for nobody
+         names_.map(handle, nullptr, writable);  // later messages for it are ignored
       }
       throw;
    }
    names_.expectNoChild();
    if (!closing_.closed()) {
-      // An observer may have removed it.
+      // An observer may have removed it already.
       bool const stays = child && child->parent() == owner.get();
       names_.map(handle, stays ? child.get() : nullptr, writable);
    }
@@ -223,8 +225,8 @@ void Inbound::applyCollectionMarker(Entity& entity, FieldDescriptor const& field
    }
 }
 
-/// Who serves a queue gives the numbers: what a writer has done to a queue that was another
-/// meanwhile is done as well as it can be, and the writer gets the whole queue.
+/// The serving end numbers the elements. If the queue has changed since the writer saw it, the
+/// writer's change is applied as well as possible, and the writer is sent the whole queue.
 void Inbound::applyToQueue(Entity& entity, FieldDescriptor const& field, Header const& header,
                            In& in) {
    QueueOps const& queue = *field.ops->queue;
@@ -255,7 +257,7 @@ void Inbound::applyToQueue(Entity& entity, FieldDescriptor const& field, Header 
    thrown.rethrow();
 }
 
-/// False unless the queue is now what the peer's was when it wrote. `thrown`: by observers.
+/// False unless both ends now have the same queue. `thrown`: exceptions of observers.
 bool Inbound::applyToServedQueue(Entity& entity, QueueOps const& queue, Header const& header,
                                  In& in, Impl::FirstException& thrown) {
    U32 const sequence = in.nextU32();
@@ -291,7 +293,7 @@ bool Inbound::applyToMirroredQueue(Entity& entity, QueueOps const& queue, Header
    return header.opcode == Opcode::collectionBegin || sequence - front <= next - front;
 }
 
-/// A fault of the element goes out at once: nothing of it was applied.
+/// An invalid element throws at once: nothing of it was applied.
 void Inbound::applyEnqueue(Entity& entity, QueueOps const& queue, U32 sequence, In& in,
                            Impl::FirstException& thrown) {
    U32 const before = Sarn::Publisher::observersThrew();

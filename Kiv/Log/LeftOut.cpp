@@ -8,7 +8,8 @@
 namespace Kiv::NboAttrLog {
 namespace {
 
-/// How many values that were left out a status names, and how much of a name it tells.
+/// The most left-out values that a status names, and the most characters of a path or key in a
+/// name.
 constexpr std::size_t mostNames = 16;
 constexpr std::size_t longestText = 200;
 

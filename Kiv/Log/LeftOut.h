@@ -6,22 +6,23 @@
 
 namespace Kiv::NboAttrLog {
 
-/// The values that one peer is not told, since they are longer than `Limits::longestValue`: how
+/// The values that one peer is not sent because they are longer than `Limits::longestValue`: how
 /// many there were, and the names of the last ones.
 ///
-///     names   | oldest ... | not told to the listener yet |
+///     names   | oldest ... | listener not notified yet |
 ///
-/// Invariant: no name is there twice, and no more are than a status tells.
+/// Invariant: no name is listed twice, and there are no more names than a status reports.
 class LeftOut {
 public:
-   /// Notes a value whose message has `bodySize` bytes, of an entity or of one of its members.
-   /// Calls nobody, so that the writing of a change may do so. May throw std::bad_alloc.
+   /// Notes a value whose message would have a body of `bodySize` bytes: a child if `field` is
+   /// null, else a member's value or the one under `key`. Calls nobody, so it is safe while a
+   /// change is being written. May throw std::bad_alloc.
    void note(std::size_t bodySize, std::size_t bound, Entity const& entity,
              FieldDescriptor const* field, void const* key);
 
-   /// Whether there are names that the listener has not been told.
+   /// Whether the listener has not been notified of all names.
    bool untold() const noexcept { return untold_ != 0; }
-   /// The oldest of those; it counts as told. REQUIRES: untold().
+   /// Takes the oldest of those; it counts as notified. REQUIRES: untold().
    Sarn::String takeUntold() { return names_[names_.size() - untold_--]; }
 
    U64 count() const noexcept { return count_; }

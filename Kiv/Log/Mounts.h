@@ -11,8 +11,8 @@ class RootWatcher;
 
 /// A root of ours that the peer mirrors.
 ///
-///     asked for ---- replayBegin ----> begun ---- the walk has met all ----> walked
-///        ---- what changed behind the walk is told, too: replayEnd ----> ended
+///     requested ---- replayBegin ----> begun ---- the walk has sent everything ----> walked
+///        ---- changes made behind the walk are sent, too: replayEnd ----> ended
 struct Served {
    RootWatcher* watcher;
    NamedEntity* root;
@@ -21,16 +21,16 @@ struct Served {
    bool begun = false;
    bool walked = false;
    bool ended = false;
-   /// `replayEnd` waits for what was dirty by then: a number of `Backlog::sequence`.
+   /// `replayEnd` waits until everything listed up to this `Backlog::sequence` has been sent.
    U64 endAfter = 0;
 };
 
-/// What one session mirrors, both ways: roots of ours at the peer, and roots of the peer's here.
+/// What one session mirrors, in both directions: our roots at the peer, and the peer's roots here.
 ///
 ///     served:  ours ----> the peer's mirrors; a writer's changes come back
 ///     own:     the peer's ----> our mirrors;  our changes go back where we write
 ///
-/// Invariants: a root is served once at most; a mount of ours keeps its number and its place.
+/// Invariants: a root is served at most once; a mount of ours keeps its number and its address.
 class Mounts {
 public:
    std::deque<Served>& served() noexcept { return served_; }
@@ -42,17 +42,17 @@ public:
    Served const* find(RootWatcher const& watcher) const noexcept;
    /// Whether the root above the entity is served.
    bool serves(Entity const& entity) const noexcept;
-   /// Whether it is served to a peer that writes.
+   /// Whether that root is served to a peer that writes to it.
    bool isWrittenByPeer(Entity const& entity) const noexcept;
    /// Whether the peer writes to any root.
    bool peerWrites() const noexcept;
 
-   /// The mount through which the peer tells of the entity; null if there is none.
+   /// The mount, replaying or complete, whose mirror contains the entity; null if there is none.
    Mount const* followed(Entity const& entity) const noexcept;
    /// Whether changes of the entity go to the peer that serves it.
    bool writes(Entity const& entity) const noexcept;
 
-   /// Asks for a root; `withdraw` takes the last one back.
+   /// Adds a mount of ours; `withdraw` removes the last one.
    Mount& add(Sarn::Ptr<NamedEntity> const& root, MountMode mode);
    void withdraw() noexcept { own_.pop_back(); }
    /// The mount with this number, from 1; null if there is none.
@@ -62,7 +62,7 @@ public:
    static void reasonIs(Mount& mount, Sarn::String reason) noexcept {
       mount.reason_ = std::move(reason);
    }
-   /// Whether the hub holds the root for this mount; returns what was so before.
+   /// Sets whether the hub holds the root for this mount; returns the previous value.
    static bool adoptedIs(Mount& mount, bool adopted) noexcept {
       return std::exchange(mount.adopted_, adopted);
    }

@@ -1,11 +1,11 @@
-// A named child that takes the place of another is published once, at the mirror as at the source.
+// The replacement of a named child is published once, at the source and at the mirror.
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;
 
 namespace {
 
-/// What a root publishes of its badge, and which badge is there at that moment.
+/// Records what a root publishes about its badge, and which badge is there at that moment.
 struct Watcher final : Kiv::Observer {
    explicit Watcher(Root& observed) : root(observed) { root.observerAdd(*this); }
    ~Watcher() { root.observerDel(*this); }

@@ -69,8 +69,8 @@ void Names::map(U32 handle, Entity* entity, bool writable) {
       return;
    }
    if (*known != handle) {
-      // The peer has put another in the place of the one that it called so. It replays that one no
-      // further, and does not know this one by our handle.
+      // The peer has replaced the child that it knew by the old handle. It will not finish the old
+      // one's replays, and does not know the new one by our handle.
       open_.abandon(*entity);
       if (entity->streamHandle() != 0 && !mounts_.serves(*entity)) {
          introducedIs(entity->streamHandle(), false);

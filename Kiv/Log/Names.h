@@ -12,19 +12,18 @@ namespace Kiv::NboAttrLog {
 class Mounts;
 class OpenCollections;
 
-/// By which handles the two ends of a session know an entity. Each end numbers what it introduces;
-/// what it did not introduce it may `bind`: from then on, its own handle stands for it, too.
+/// The handles by which the two ends of a session know an entity. Each end numbers the entities
+/// that it introduces. For one that the other end introduced it may `bind` a handle of its own.
 ///
-///     ours      entity.streamHandle() --index--> | 0 1 1 0 1 ... |     a bit: the peer knows it
+///     ours      entity.streamHandle() --index--> | 0 1 1 0 1 ... |     bit set: the peer knows it
 ///     theirs    handle --index--> | handle, writable, entity |     what the peer has introduced
 ///                                        ^
 ///               entity ------------------'
 ///
 /// Invariants:
-/// - an entity has one handle of the peer's at most: the one that it used last;
-/// - an entity that is gone keeps its entry in `theirs`, without an entity: what the peer says of
-/// it
-///   later is for nobody.
+/// - an entity has at most one handle of the peer's: the one that the peer used last;
+/// - the entry of an entity that is gone stays in `theirs`, with a null entity: later messages for
+///   its handle are ignored.
 class Names {
 public:
    /// An entity that the peer has introduced.
@@ -34,7 +33,7 @@ public:
       Sarn::Ptr<Entity> entity;
    };
 
-   /// `limit`: entities that the peer may introduce.
+   /// `limit`: the most entities that the peer may introduce.
    Names(U32 limit, Mounts const& mounts, OpenCollections& open)
          : limit_(limit), mounts_(mounts), open_(open) {}
 
@@ -49,11 +48,12 @@ public:
       return (entity.streamHandle() != 0 && introduced(entity.streamHandle())) ||
              theirHandle(entity) != nullptr;
    }
-   /// Whether the peer need not be told of a child. What it made itself it is told of again by who
-   /// serves the root, if at all, since others may have changed it meanwhile.
+   /// Whether the peer has this child, so that it need not be sent. A child that the peer made in a
+   /// root that we serve counts only once we have introduced it: others may have changed it
+   /// meanwhile.
    bool peerHas(Entity const& child) const noexcept;
 
-   /// What the peer has introduced by exactly this handle, or null.
+   /// The entry that the peer has introduced by exactly this handle, or null.
    Theirs* theirs(U32 handle) noexcept {
       U32 const at = HandleTable::index(handle);
       return at < theirs_.size() && theirs_[at].handle == handle ? &theirs_[at] : nullptr;
@@ -61,25 +61,25 @@ public:
    Theirs const* theirs(U32 handle) const noexcept {
       return const_cast<Names*>(this)->theirs(handle);
    }
-   /// The peer's handle of an entity, or null.
+   /// The peer's handle for an entity, or null.
    U32 const* theirHandle(Entity const& entity) const noexcept {
       return handles_.find(reinterpret_cast<U64>(&entity));
    }
-   /// Faults if the peer must not introduce an entity by this handle.
+   /// Throws `FaultException` if the peer must not introduce an entity by this handle.
    void checkHandle(U32 handle, In const& in) const;
-   /// The peer calls `entity` by this handle from now on; null if it is gone already. REQUIRES: a
-   /// handle that `checkHandle` takes.
+   /// From now on `handle` is the peer's handle for `entity`, which is null if the entity is gone
+   /// already. REQUIRES: `checkHandle` accepts the handle.
    void map(U32 handle, Entity* entity, bool writable);
 
-   /// The peer has a handle for the child that is being made.
+   /// Announces the peer's handle for the child that is about to be made.
    void expectChild(U32 handle) noexcept { expected_ = handle; }
    void expectNoChild() noexcept { expected_ = 0; }
-   /// The expected child is in place, and nobody has been told yet.
+   /// Maps the expected child: it has been inserted, but no other session has been told yet.
    void childIsMade(Entity& child);
 
-   /// Neither end knows the entity by our handle any more; the peer's is for nobody.
+   /// Forgets both handles of an entity; later messages for the peer's are ignored.
    void forget(Entity& entity, U32 handle);
-   /// The peer's handles of an entity and of all below it are for nobody.
+   /// Forgets the peer's handles for an entity and for everything below it.
    void unmapTree(Entity& entity);
    void clear() noexcept;
 

@@ -38,7 +38,7 @@ void OpenCollections::begin(Entity& entity, FieldDescriptor const& field, In con
    if (open_.size() >= nesting_) {
       in.fault("replays are nested deeper than " + std::to_string(nesting_));
    }
-   // What is empty has nothing that could be left over at the end.
+   // An empty collection has nothing that could be left over at the end.
    bool const empty = field.ops->collection->size(entity) == 0;
    open_.push_back(
          {&entity, &field,
@@ -50,7 +50,7 @@ void OpenCollections::end(Entity& entity, FieldDescriptor const& field, In const
    if (at == open_.size()) {
       in.fault("the collection's replay has not begun");
    }
-   // It stays open meanwhile: what observers add must not be taken for left over.
+   // It stays open while elements are removed, so that those that observers add are kept.
    if (std::shared_ptr<DirtyKeys> const seen = open_[at].seen) {
       struct Close {
          std::vector<Open>& open;

@@ -8,34 +8,37 @@
 
 namespace Kiv::NboAttrLog {
 
-/// The collections of ours that the peer is replaying, each with the keys that were named so far:
-/// at the replay's end, what was not named is removed.
+/// The collections here that the peer is replaying, each with the keys named so far. At the end of
+/// the replay, all other elements are removed.
 ///
-///     begin ---- element, element, ... : seen ---- end: remove what is there and not in `seen`
+///     begin ---- element, element, ... : seen ---- end: remove the elements not in `seen`
 ///
-/// A key that is changed here meanwhile counts as seen: it is newer than the replay.
+/// A key that is changed here during the replay counts as seen: the change is newer than the
+/// replay.
 ///
 /// Invariants:
-/// - a collection is open once at most, and no more are than may be nested;
-/// - `seen` has only keys that are in the collection, so that it is never larger than that.
+/// - a collection is open at most once, and at most `nesting` are open;
+/// - `seen` has only keys that are in the collection, so it is never larger than the collection.
 class OpenCollections {
 public:
    explicit OpenCollections(U32 nesting) noexcept : nesting_(nesting) {}
 
-   /// The peer begins a replay. Faults if it has begun already, or nests too deep.
+   /// The peer begins a replay. Throws `FaultException` if it has begun already or is nested too
+   /// deep.
    void begin(Entity& entity, FieldDescriptor const& field, In const& in);
-   /// The peer ends a replay: removes what it has not named. Faults if it has not begun.
+   /// The peer ends a replay: removes what it has not named. Throws `FaultException` if it has not
+   /// begun.
    void end(Entity& entity, FieldDescriptor const& field, In const& in);
-   /// The keys that were named, to be told of the next one; null if the collection is not open, or
-   /// has nothing that could be left over.
+   /// The keys named so far, to which the next one is added. Null if the collection is not open, or
+   /// was empty when the replay began.
    DirtyKeys* seen(Entity const& entity, FieldDescriptor const& field) noexcept;
-   /// A key was changed here: if it is there now, it stays.
+   /// A key was changed here: if it exists now, it stays.
    void changed(Entity const& entity, FieldDescriptor const& field, void const* key) {
       if (!open_.empty()) [[unlikely]] {
          changedInReplay(entity, field, key);
       }
    }
-   /// What is gone, or the peer's no longer, is not replayed to its end.
+   /// Forgets the replays of an entity that is gone or no longer the peer's.
    void abandon(Entity const& entity) noexcept;
    void clear() noexcept { open_.clear(); }
 

@@ -27,7 +27,8 @@ bool Outbox::copy(U8 const* message, std::size_t size) noexcept {
    return true;
 }
 
-/// As `write`. The greeting, and what does not even go in parts, ends the session.
+/// As `write`, in parts. The greeting may not travel in parts: like a body too long for them, it
+/// ends the session.
 bool Outbox::writeLong(Header const& header, void* context, void (*body)(void* context, Out& out)) {
    if (parts_ != nullptr) {
       return false;

@@ -9,28 +9,28 @@
 
 namespace Kiv::NboAttrLog {
 
-/// What one session has still to send: messages in a ring, each in one piece, and the one message
+/// The pending output of one session: messages in a ring, each contiguous, and at most one message
 /// that is longer than a message may be and travels in parts.
 ///
 ///     write ---- fits ----> ring ----------------------------> first(), second() ---- sent ---->
-///        '---- too long ----> parts: body in memory of its own
-///                                '---- a part at a time, nothing comes between ---> ring
+///        '---- too long ----> parts: body in separate memory
+///                                '---- one part at a time, nothing in between ----> ring
 ///
 /// Invariants:
-/// - what `write` and `reserve` say no to has left no trace, and may be tried again when something
-///   was sent;
-/// - as long as a message travels in parts, nothing else gets room;
-/// - `changes()` counts the changes that were written, so that both ends agree on it;
-/// - a message that finds no room although nothing waits would never find any: the session fails.
+/// - if `write` or `reserve` finds no space, it has no effect; it may be retried when something has
+///   been sent;
+/// - while a message travels in parts, nothing else gets space;
+/// - `changes()` counts the changes that were written; both ends arrive at the same count;
+/// - a message that finds no space in an empty outbox never will: the session fails.
 class Outbox {
 public:
-   /// Has little room until `hasMount`.
+   /// The space is small until `hasMount`.
    Outbox(Limits const& limits, ByteBudget& budget, Clock const& clock, Closing& closing) noexcept;
 
    // Writing.
 
-   /// Room for a message, with its header written, or null when there is none now. A change is
-   /// counted here; `commit` must follow. REQUIRES: bodySize <= longestBody().
+   /// Reserves space for a message and writes its header; null if there is no space now. A change
+   /// is counted here, so `commit` must follow. REQUIRES: bodySize <= longestBody().
    U8* reserve(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute) noexcept {
       if (parts_ != nullptr) [[unlikely]] {
          return nullptr;
@@ -45,9 +45,9 @@ public:
       }
       return at;
    }
-   /// The message, of `size` bytes with its header, is there.
+   /// The reserved message of `size` bytes, header included, has been written.
    void commit(std::size_t size) noexcept { commit(size, 1); }
-   /// Writes a message; `body(out)` writes exactly `bodySize` bytes. False when there is no room
+   /// Writes a message; `body(out)` writes exactly `bodySize` bytes. False if there is no space
    /// now.
    template <class Body>
    bool write(Opcode opcode, std::size_t bodySize, U32 handle, AttributeId attribute,
@@ -74,9 +74,10 @@ public:
       commit(headerSize);
       return true;
    }
-   /// Writes a change that another session was told, byte for byte.
+   /// Writes a copy of another session's message of one change.
    bool copy(U8 const* message, std::size_t size) noexcept;
-   /// Room for several changes, which the caller writes with their headers; null if there is none.
+   /// Reserves space for several changes, which the caller writes with their headers; null if there
+   /// is none.
    U8* reserveRun(std::size_t size) noexcept {
       return parts_ == nullptr ? ring_.reserve(size) : nullptr;
    }
@@ -84,18 +85,18 @@ public:
       commit(size, count);
       changes_ += count;
    }
-   /// Goes on with the message that travels in parts. False if there is no room now.
+   /// Continues the message that travels in parts. False if there is no space now.
    bool writeParts() noexcept;
-   /// Forgets the message that travels in parts.
+   /// Drops the message that travels in parts.
    void dropParts() noexcept { parts_.reset(); }
 
    // Limits.
 
-   /// Something is mounted: the peer is worth its whole buffer.
+   /// Something is mounted: the output may take its full size.
    void hasMount() noexcept { ring_.limitIs(limits_.outputBuffer); }
-   /// The longest body that goes in one message.
+   /// The longest body that fits into one message.
    std::size_t longestBody() const noexcept { return longestBody_; }
-   /// Whether a body of this size does not even go in parts.
+   /// Whether a body of this size is too long even for parts.
    bool isLeftOut(std::size_t bodySize) const noexcept {
       return bodySize > longestBody_ && bodySize > limits_.longestValue;
    }
@@ -108,13 +109,13 @@ public:
    bool empty() const noexcept { return ring_.empty(); }
    /// Whether a message travels in parts.
    bool inParts() const noexcept { return parts_ != nullptr; }
-   /// Drops what waits.
+   /// Drops the pending bytes.
    void clear() noexcept { ring_.clear(); }
-   /// Gives memory back, but for `kept` bytes, if nothing waits.
+   /// Frees all memory but `kept` bytes, if nothing is pending.
    void shrink(std::size_t kept) noexcept { ring_.shrink(kept); }
    std::size_t capacity() const noexcept { return ring_.capacity(); }
 
-   /// From now on the peer counts as behind, if it did not yet.
+   /// The peer counts as behind from now on, if it does not already.
    void fallBehind() noexcept {
       if (behindSince_ == 0) {
          behindSince_ = clock_.now();
@@ -128,7 +129,7 @@ public:
    U32 changes() const noexcept { return changes_; }
    U64 messages() const noexcept { return messages_; }
    U64 bytes() const noexcept { return bytes_; }
-   /// Bytes that wait, of so many that may.
+   /// Pending bytes, and the most that may be pending.
    std::size_t waiting() const noexcept { return ring_.size() + left(); }
    std::size_t room() const noexcept { return ring_.limit() + left(); }
    std::size_t heldBytes() const noexcept {
@@ -153,7 +154,7 @@ private:
    U32 changes_ = 0;
    U64 messages_ = 0;
    U64 bytes_ = 0;
-   /// 0: the peer has taken everything.
+   /// 0 if the peer has taken everything.
    U64 behindSince_ = 0;
    Limits const& limits_;
    ByteBudget& budget_;

@@ -71,7 +71,7 @@ bool PartsIn::add(Header const& header, In& in, std::size_t (*bound)(void* conte
       in.fault("a part of " + std::to_string(size) + " bytes stands where " +
                std::to_string(total - offset) + " are left");
    }
-   // Room for what has come, not for what a peer says will come.
+   // Reserve in proportion to what has arrived, not to what the peer has announced.
    std::size_t const before = bytes_.capacity();
    if (before - bytes_.size() < size) {
       std::size_t const wanted = std::min<std::size_t>(total, (bytes_.size() + size) * 2);

@@ -1,5 +1,5 @@
-// Messages that are longer than one may be travel in parts; values that are longer than a session
-// holds are left out, and everything else goes on.
+// Messages that exceed the message limit travel in parts. Values that exceed the value limit are
+// left out, and everything else goes on.
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;
@@ -26,7 +26,7 @@ std::string repeated(std::size_t size) {
    return all;
 }
 
-/// With the limits that everybody has.
+/// With the default limits.
 class StreamParts : public StreamTest {};
 /// Messages of 200 bytes, values of 256.
 class StreamSmallParts : public StreamTest {
@@ -106,7 +106,7 @@ TEST_F(StreamParts, EverythingLongArrivesLiveAndByReplay) {
    expectEqual();
    change(*root, 'c');
    root->byTextDel(key + "c");
-   root->byTextIs(key + "c", 6);  // known, gone and there again while parts are on their way
+   root->byTextIs(key + "c", 6);  // known, removed and recreated while parts are on their way
    carry();
    expectEqual();
    source.connect();
@@ -121,7 +121,7 @@ TEST_F(StreamSmallParts, HaveOpcodeSizeAndOffsetBeforeTheirBytes) {
    mount();
    std::string const value = repeated(230);
    root->textIs(value);
-   // 234 bytes of value in messages of 200: 191 behind the part's own nine, then 43.
+   // 234 bytes of value in messages of 200: 191 after the nine of the part's header, then 43.
    Bytes const whole = text(value);
    U32 const handle = root->streamHandle();
    Bytes const first(whole.begin(), whole.begin() + 191);
@@ -158,7 +158,7 @@ TEST_F(StreamSmallParts, WhatIsLongerThanAValueMayBeIsLeftOutAndNamed) {
    root->byNumberIs(1, "one");
    root->badgeIs("b");
    carry();
-   root->byNumberIs(1, longOne);  // what the mirror has is not to be taken for it
+   root->byNumberIs(1, longOne);  // the mirror must not keep its old value
    root->byTextIs(longOne, 3);
    root->byTextIs("short", 4);
    root->badgeIs(longOne)->brightnessIs(200);
@@ -233,7 +233,7 @@ Bytes part(Opcode opcode, U32 total, U32 offset, std::string_view bytes) {
                  Bytes(bytes.begin(), bytes.end()));
 }
 
-/// A complete mirror that gets parts as if from its source.
+/// A complete mirror that is sent parts as if by its source.
 class StreamPartsIn : public StreamTest {
 protected:
    StreamPartsIn() : StreamTest(limits(4096, 256, 300)) { mount(); }
@@ -250,7 +250,7 @@ TEST_F(StreamPartsIn, AreAppliedWhenTheLastOneHasCome) {
    EXPECT_EQ(copy->text(), "none");
    EXPECT_EQ(send(part(Opcode::set, 10, 6, "cdef")), "");
    EXPECT_EQ(copy->text(), "abcdef");
-   // The value is checked as every other.
+   // The value is checked like any other.
    EXPECT_EQ(send(part(Opcode::set, 8, 0, {"\0\0\0\6", 4})), "");
    EXPECT_EQ(send(part(Opcode::set, 8, 4, "abcd")),
              at("text") + "a string of 6 bytes exceeds the bound of 4 at offset 0");

@@ -1,4 +1,4 @@
-// Queues whose numbers are not what a reader had: behind a relay, from a writer, and during a walk.
+// Queues whose numbers differ from the reader's: through a relay, from a writer, and during a walk.
 #include "KivTest/StreamStopTestSupport.h"
 
 using namespace StreamTesting;
@@ -17,7 +17,7 @@ Bytes pieceOf(Session& session, std::size_t most) {
    return bytes;
 }
 
-/// A source, a mirror that is offered again, and a reader of that.
+/// A source, a relay that offers its mirror, and a reader of the relay.
 class StreamRelay : public testing::Test {
 protected:
    explicit StreamRelay(Limits const& limits = {}) : relay(limits), reader(limits) {
@@ -30,7 +30,7 @@ protected:
       reader.session.reset();
    }
 
-   /// The relay mirrors `root` of a source that it finds behind a new connection.
+   /// Connects the relay to a new source that offers `root`.
    void relayIsConnectedTo(Sarn::Ptr<Root> const& root) {
       relay.session.reset();
       source = std::make_unique<End>();
@@ -51,7 +51,7 @@ protected:
       Bytes const asked = reader.take();
       serving->received(asked.data(), asked.size());
    }
-   /// Everything to the reader.
+   /// Carries everything to the reader.
    Bytes carried() {
       Bytes bytes;
       while (serving->output().size != 0) {
@@ -161,7 +161,7 @@ TEST_F(StreamWalkedQueue, TellsAnElementOnceThatCameWhileTheQueueWasReplayed) {
    }
    root->u8Is(77);
    root->samplesEnq(100);
-   // The walk ends behind the queue; what has changed meanwhile is told after it.
+   // The walk ends after the queue; what has changed meanwhile is sent after it.
    struct Count : Kiv::Observer {
       void onChange(Kiv::Change const& change) override {
          made += change.attributeId == samplesId() ? 1 : 0;
@@ -185,7 +185,7 @@ class StreamServedQueue : public StreamTest {
 protected:
    StreamServedQueue() {
       mount(MountMode::writer);
-      // The writer has bound the root and has seen everything.
+      // Let the writer bind the root and see everything.
       copy->samplesEnq(1);
       carry();
       copy->u8Is(1);
@@ -208,7 +208,7 @@ TEST_F(StreamServedQueue, GetsTheWholeQueueBackForAWrongNumberAlthoughNothingIsO
                                   "000000024000000000000000");
 }
 
-/// Appends once when an element is taken.
+/// Appends one element, at the first change of the queue.
 struct AppendsOnce : Kiv::Observer {
    explicit AppendsOnce(Root& watched) : root(watched) { root.observerAdd(*this); }
    ~AppendsOnce() { root.observerDel(*this); }
@@ -223,7 +223,7 @@ struct AppendsOnce : Kiv::Observer {
 };
 
 TEST_F(StreamServedQueue, IsTheSameAgainWhenAnObserverAppendsWhileTheWriterDropsItsElements) {
-   copy->samplesEnq(2);  // crosses the next
+   copy->samplesEnq(2);  // crosses the next change
    root->samplesEnq(3);
    Bytes const fromSource = source.take();
    {
@@ -243,7 +243,7 @@ protected:
    StreamQueueWrap() {
       source.connect();
       mirror.connect();
-      // The only way to such numbers without four thousand million elements.
+      // The only way to such numbers without four billion elements.
       const_cast<Sarn::RQueue<double>&>(root->samplesAll()).forceSequenceNumber(0xfffffffe);
    }
    void enqueue(int count) {

@@ -1,4 +1,4 @@
-// What a connection is told later: FlowOut, dirty keys, and readers that stop.
+// What a connection is sent later: FlowOut, dirty keys, and readers that stop.
 #include <algorithm>
 
 #include "KivTest/StreamStopTestSupport.h"
@@ -125,7 +125,7 @@ TEST_F(StreamReplay, AQueueThatWasClearedKeepsItsNumbers) {
 }
 
 TEST_F(StreamReplay, QueueNumbersWrapAround) {
-   // The only way to such numbers without four thousand million elements.
+   // The only way to such numbers without four billion elements.
    auto& queue = const_cast<Sarn::RQueue<double>&>(root->samplesAll());
    queue.forceSequenceNumber(0xfffffffe);
    source.connect();
@@ -199,7 +199,7 @@ TEST_F(StreamReplay, ATreeThatDoesNotFitIsReplayedPieceByPiece) {
    expectEqual();
 }
 
-/// A mirror that holds what the source has no more, when the source comes back.
+/// A mirror that holds things that the source no longer has when it comes back.
 class StreamLeftovers : public StreamTest {
 protected:
    StreamLeftovers() {
@@ -311,7 +311,7 @@ TEST_F(StreamFlowOut, ResumesAtTheGivenId) {
 }
 
 TEST_F(StreamFlowOut, AFullOutputGivesTheIdToResumeAt) {
-   // Four texts of this size fill the output; the fifth must wait, and with it what follows.
+   // Four texts of this size fill the output; the fifth must wait, and so must what follows.
    Kiv::AttributeId const text = Root::kivTypeImpl.field(std::string_view("text"))->fieldId;
    root->textIs(std::string(250000, 'x'));
    FlowOut flow(*root, false);

@@ -61,7 +61,7 @@ bool Replies::writeMount(Mount const& mount) {
                         });
 }
 
-/// Of more roots than a message in parts holds, the first are told.
+/// If there are more roots than fit into a message in parts, it lists the first ones.
 bool Replies::writeRoots() {
    std::size_t size = 4;
    U32 count = 0;
@@ -84,7 +84,7 @@ bool Replies::writeRoots() {
    });
 }
 
-/// Of more sessions than a message holds, the oldest are told.
+/// If there are more sessions than fit into a message, it lists the oldest.
 bool Replies::writeSessions() {
    std::vector<SessionStatus> told;
    std::size_t size = 4 + 4;

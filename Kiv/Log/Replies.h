@@ -8,12 +8,12 @@
 
 namespace Kiv::NboAttrLog {
 
-/// What a session says that is no change: questions, answers and markers, in the order in which
-/// they came up. Each waits for room, and for the changes that it must not overtake.
+/// The messages of a session that are not changes: requests, answers and markers, in order. Each
+/// waits for space, and for the changes that it must not overtake.
 ///
-///     | sync, after 17 | roots | refused 2 | ... |      17: `Backlog::sequence` when it was asked
+///     | sync, after 17 | roots | refused 2 | ... |     17: `Backlog::sequence` at the request
 ///
-/// Invariant: nothing is written before what is in front of it.
+/// Invariant: they are written in the order in which they were enqueued.
 class Replies {
 public:
    Replies(Session const& session, Hub& hub, Outbox& outbox, Backlog const& backlog,
@@ -21,14 +21,14 @@ public:
          : session_(session), hub_(hub), outbox_(outbox), backlog_(backlog), mounts_(mounts) {}
 
    /// `token`: of a `sync` or `synced`, or the number of a mount. `text`: why a mount is refused.
-   /// `after`: nothing that was dirty at this `Backlog::sequence` may be overtaken.
+   /// `after`: it must not overtake what was dirty at this `Backlog::sequence`.
    void enqueue(Opcode opcode, U32 token = 0, Sarn::String text = {}, U64 after = 0);
-   /// Takes the last one back.
+   /// Removes the last one.
    void withdraw() noexcept { waiting_.pop_back(); }
    std::size_t size() const noexcept { return waiting_.size(); }
    void clear() noexcept { waiting_.clear(); }
 
-   /// Writes those whose turn it is. False when there is no room now.
+   /// Writes them up to the first one that must wait for changes. False if there is no space now.
    bool write();
 
 private:

@@ -34,7 +34,7 @@ void RootWatcher::onChange(Change const& change) {
       return;
    }
    Teller* const from = applying_.teller != nullptr ? madeBy(change) : nullptr;
-   // Of queues the session keeps account itself, since their changes build on each other.
+   // Changes of a queue build on each other, so `Inbound` itself decides what it must send back.
    bool const skips =
          from != nullptr && (field->kind == MemberKind::queue || !from->mustEcho(*this));
    Teller* const skipped = skips ? from : nullptr;
@@ -50,7 +50,7 @@ Teller* RootWatcher::madeBy(Change const& change) const noexcept {
    return direct ? applying_.teller : nullptr;
 }
 
-/// Encoded for the first that is up to date, and copied for the others.
+/// Encodes the value for the first session that is up to date, and copies it for the others.
 void RootWatcher::onValue(Entity& entity, FieldDescriptor const& field, Teller const* skipped) {
    std::size_t const size = valueSize(entity, field);
    U8 const* encoded = nullptr;
@@ -86,8 +86,8 @@ void RootWatcher::onOther(Entity& entity, FieldDescriptor const& field, Change c
    }
 }
 
-/// Numbers a child that has come. A mirror without it would be wrong for good, and the setter has
-/// done its work: if it cannot be numbered, sessions end.
+/// Gives a new child a handle. The setter has done its work, and a mirror without the child would
+/// stay wrong: if there is no handle left, the sessions end.
 void RootWatcher::registerPresent(Entity& child) noexcept {
    Sarn::String reason = outOfMemory();
    try {
@@ -95,7 +95,7 @@ void RootWatcher::registerPresent(Entity& child) noexcept {
          return;
       }
       reason = handles_.tooMany();
-   } catch (std::bad_alloc const&) {  // the reason is that
+   } catch (std::bad_alloc const&) {  // `reason` says so already
    }
    for (Teller* const teller : subscribers_) {
       teller->fail(copyOrOutOfMemory(reason));

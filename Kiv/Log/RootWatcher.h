@@ -9,25 +9,25 @@ namespace Kiv::NboAttrLog {
 
 class Teller;
 
-/// The session that is applying a message right now. What the message changes is told to everybody
-/// but that session; what observers change meanwhile, inside a publication of their own, is told to
-/// it as well.
+/// The session that is applying a message right now. What the message changes goes to all other
+/// sessions, and back to that one only if it must be echoed (`Teller::mustEcho`). What observers
+/// change meanwhile, in publications of their own, goes to that session as well.
 struct Applying {
    Teller* teller = nullptr;
-   /// The publication inside which the message is applied; null as a rule.
+   /// The publication inside which the message is applied; usually null.
    void const* inside = nullptr;
 };
 
-/// Watches one root for a hub and tells each session that mirrors it of every change below, one
-/// session after the other. Its one observer stands for all of them.
+/// Watches one root for a hub and passes every change below it to each session that mirrors it, one
+/// session after the other. This one observer serves all of them.
 ///
 ///     root <---- RootWatcher ----> Teller of session 1, session 2, ...
-///       ^ all below climb to it
+///       ^ changes below propagate to it
 ///
 /// Invariants:
-/// - it is told before all other observers, so that sessions hear of changes in the order in which
-///   they were made;
-/// - every entity below has a number before a session is told of it.
+/// - it is notified before all other observers, so sessions see changes in the order in which they
+///   were made;
+/// - every entity below has a handle before a session is told of it.
 class RootWatcher final : public Sarn::FirstObserver {
 public:
    RootWatcher(Handles& handles, Applying const& applying, Sarn::Ptr<NamedEntity> root);
@@ -37,15 +37,15 @@ public:
 
    NamedEntity& root() const noexcept { return *root_; }
 
-   /// Tells a session of changes from now on. `reserve` takes what may throw ahead.
+   /// Passes changes to a session from now on. Does not throw after `reserve`.
    void subscribe(Teller& teller) { subscribers_.push_back(&teller); }
    void unsubscribe(Teller const& teller) noexcept;
    bool hasSubscriber(Teller const& teller) const noexcept;
    void reserve() { subscribers_.reserve(subscribers_.size() + 1); }
 
    void onChange(Change const& change) override;
-   /// Where one session mirrors this root, which is up to date and has room: a message that sets
-   /// the attribute, complete but for its value.
+   /// If exactly one session mirrors this root, is up to date and has space: the place for the
+   /// value in a message that sets the attribute, which is otherwise complete. Else null.
    U8* roomFor(Sarn::Publisher const& source, AttributeId id, std::size_t size) noexcept override;
 
 private:

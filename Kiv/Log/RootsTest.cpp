@@ -19,7 +19,7 @@ struct Roots : SessionListener {
    Sarn::String text;
 };
 
-/// Carries all bytes that wait from one session to another.
+/// Carries all pending bytes from one session to another.
 void carry(Session& from, Session& to) {
    while (from.output().size != 0) {
       std::vector<U8> const bytes(from.output().begin, from.output().begin + from.output().size);

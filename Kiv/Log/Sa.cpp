@@ -55,7 +55,7 @@ FlowOut* newFlowOut(Sa& adapter, bool replayAll, AttributeId from) {
 
 namespace {
 
-/// In id order, inherited attributes first; stops at the first that cannot be written.
+/// Sends in id order, inherited attributes first; stops at the first that cannot be written.
 S32 tellFields(TypeImpl const& type, Walk& walk, AttributeId from, FlowOut& flowOut) {
    if (type.base != nullptr && from < type.firstId) {
       if (S32 const rest = tellFields(*type.base, walk, from, flowOut); rest != 0) {

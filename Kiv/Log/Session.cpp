@@ -176,7 +176,7 @@ void Session::Impl::close(Sarn::String const& reason, bool tell) {
    unsubscribe();
    teller_.clear();
    open_.clear();
-   // The listener may ask for more.
+   // The listener may add mounts.
    for (U32 id = 1; Mount* const mount = mounts_.mount(id); ++id) {
       if (mount->state() == Mount::State::asked || mount->state() == Mount::State::replaying ||
           mount->state() == Mount::State::complete) {
@@ -222,7 +222,7 @@ void Session::Impl::rootGone(RootWatcher& watcher) noexcept {
          }
       });
       watcher.unsubscribe(teller_);
-      hub_.release(watcher);  // the offer holds it still
+      hub_.release(watcher);  // the offer still holds it
       at = served.erase(at);
    }
    teller_.walk().fill();
@@ -234,7 +234,7 @@ std::size_t Session::Impl::keptWhenIdle() const noexcept {
    return mounts_.any() && !closing_.closed() ? ByteBudget::freeOfCharge : 0;
 }
 
-/// Whether it has memory that it does not need now, beyond what one that mirrors something keeps.
+/// Whether it has memory that it does not need now, beyond `keptWhenIdle`.
 bool Session::Impl::holdsIdleBytes() const noexcept {
    Outbox const& outbox = teller_.outbox();
    return (outbox.empty() && outbox.capacity() > keptWhenIdle()) || inbound_.holdsIdleBytes();
@@ -311,7 +311,7 @@ SessionStatus Session::Impl::status() const {
    return status;
 }
 
-// What users see of it.
+// The public interface.
 
 Session::Session(Hub& hub, SessionListener* listener)
       : impl_(std::make_unique<Impl>(*this, hub, listener)) {}

@@ -1,4 +1,4 @@
-// Messages that are no changes: who the ends are, which roots they mirror, by which handles they
+// Messages that are not changes: who the ends are, which roots they mirror, by which handles they
 // know the entities in them, and what they ask each other.
 #include <algorithm>
 #include <cstdio>
@@ -21,7 +21,7 @@ std::size_t Session::Impl::longestMessage() const noexcept {
    return tells ? limits.longestMessage : std::min(limits.longestMessage, limits.unmounted);
 }
 
-/// Who may not change anything here has nothing long to say.
+/// A peer that may not change anything here has nothing long to send.
 std::size_t Session::Impl::longestInParts(Opcode opcode) const noexcept {
    bool const expected = isChange(opcode) ? mounts_.peerWrites() || !mounts_.own().empty()
                                           : opcode == Opcode::roots && rootsAsked_ != 0;
@@ -73,7 +73,7 @@ void Session::Impl::onControl(Header const& header, In& in) {
       case Opcode::rootGone:
          applyMountState(header, in);
          return;
-      default:  // changes and parts are taken before
+      default:  // `Inbound` handles changes and parts
          break;
    }
    in.fault("there is no message of this kind");
@@ -146,7 +146,7 @@ void Session::Impl::applyMount(In& in) {
    Sarn::String reason;
    try {
       reason = refusal(watcher, asked, static_cast<MountMode>(mode));
-   } catch (...) {  // the listener's, who has not said yes
+   } catch (...) {  // the listener has thrown instead of allowing it
       refuse("whether " + asked.name + " may be mounted could not be decided");
       throw;
    }
@@ -161,7 +161,7 @@ void Session::Impl::applyMount(In& in) {
    hub_.hold(*watcher);
 }
 
-/// Why a mount is refused; empty if it is not.
+/// Why a mount is refused; empty if it is allowed.
 Sarn::String Session::Impl::refusal(RootWatcher const* watcher, OfferedRoot const& asked,
                                     MountMode mode) {
    if (watcher == nullptr) {
@@ -246,21 +246,21 @@ void Session::Impl::applyBind(Header const& header, In& in) {
    }
    Entity* const entity = hub_.handles().find(ours);
    if (entity == nullptr) {
-      // Deleted while the message was on its way. The peer's may have come to another since, which
-      // was made in its place.
+      // It was deleted while the message was on its way. The peer's handle may meanwhile stand for
+      // another entity, made in its place.
       if (names.theirs(header.handle) == nullptr) {
          names.map(header.handle, nullptr, true);
       }
       return;
    }
-   // The source, too, tells its own handle for a child of ours.
+   // Not only writers bind: a source also binds its own handle to a child that we made.
    if (!mounts_.isWrittenByPeer(*entity) && mounts_.followed(*entity) == nullptr) {
       Sa::throwWriteUpdateFromReadOnlyProxyException(*entity, header.attribute);
    }
    names.map(header.handle, entity, true);
 }
 
-// Questions and answers.
+// Requests and answers.
 
 void Session::Impl::answer(Opcode opcode, U32 token, U64 after, In const& in) {
    in.expectEnd();
@@ -277,7 +277,7 @@ void Session::Impl::applyRoots(In& in) {
       in.fault("nobody has asked for the roots");
    }
    U32 const count = in.nextU32();
-   // Each takes the lengths of two strings at least.
+   // Each root takes at least the lengths of two strings.
    if (count > in.readableBytes() / 8) {
       in.fault(std::to_string(count) + " roots exceed the bound of " +
                      std::to_string(in.readableBytes() / 8) + " in the message",

@@ -6,8 +6,8 @@
 
 namespace Kiv::NboAttrLog {
 
-/// The inside of a session: what joins its parts, and what is about the session itself: greeting,
-/// mounts, questions and answers, its end, and its listener.
+/// The implementation of a session: connects its parts, and handles what concerns the session
+/// itself: greeting, mounts, requests and answers, its end, and its listener.
 ///
 ///     changes ----> Teller ( Encoder, Backlog, Walk, Replies ----> Outbox ) ----> bytes
 ///                      Names, Mounts                                      Closing
@@ -15,15 +15,15 @@ namespace Kiv::NboAttrLog {
 ///                      OpenCollections
 ///
 /// Invariants:
-/// - once `Closing` is closed nothing is written but `bye`, and the next `pump` tells the listener;
-/// - the listener is called from here only, never from inside the writing of a change.
+/// - once `Closing` is closed, only `bye` is written, and the next `pump` notifies the listener;
+/// - the listener is called only from here, never while a change is being written.
 class Session::Impl final : Inbound::Control {
 public:
    Impl(Session& self, Hub& hub, SessionListener* listener);
    ~Impl() = default;
    Impl(Impl const&) = delete;
    Impl& operator=(Impl const&) = delete;
-   /// Ends the session without telling anybody; the hub forgets it.
+   /// Ends the session without telling the peer or the listener; the hub forgets it.
    void end() noexcept;
 
    Teller& teller() noexcept { return teller_; }
@@ -52,21 +52,21 @@ public:
    }
 
    // For the hub.
-   /// A root of ours is not offered any more.
+   /// A root of ours is no longer offered.
    void rootGone(RootWatcher& watcher) noexcept;
    U64 deadline() const noexcept;
    void expire(U64 now);
 
 private:
    void hello();
-   /// Writes what there is room for, and tells the listener what has come up meanwhile.
+   /// Writes what there is space for, and notifies the listener of what has happened meanwhile.
    void pump();
    void unsubscribe();
    bool holdsIdleBytes() const noexcept;
-   /// What one that mirrors something keeps when it is idle.
+   /// The bytes of output buffer that it keeps when idle.
    std::size_t keptWhenIdle() const noexcept;
 
-   // Messages that are no changes: SessionControl.cpp
+   // Messages that are not changes: SessionControl.cpp
    void onControl(Header const& header, In& in) override;
    void onFailed() override;
    std::size_t longestMessage() const noexcept override;
@@ -77,12 +77,12 @@ private:
    void applyMountState(Header const& header, In& in);
    Sarn::String refusal(RootWatcher const* watcher, OfferedRoot const& asked, MountMode mode);
    void applyBind(Header const& header, In& in);
-   /// The peer asks for something; `token` goes back with the answer.
+   /// Answers a request of the peer; `token` goes back with the answer.
    void answer(Opcode opcode, U32 token, U64 after, In const& in);
    void applyRoots(In& in);
    void applySessions(In& in);
    void mountStateIs(Mount& mount, Mount::State state);
-   /// Calls the listener, if there is one, and remembers that an exception is the listener's.
+   /// Calls the listener, if there is one, and notes that an exception is the listener's.
    template <class Call>
    void callListener(Call&& call) {
       if (listener_ != nullptr) {
@@ -105,13 +105,13 @@ private:
    Inbound inbound_;
    PeerIdentity peer_;
    U64 const openedAt_;
-   /// Since when it has neither sent nor received, as far as `expire` knows.
+   /// When `expire` last found that it had sent or received something.
    U64 idleSince_;
    bool used_ = true;
-   /// Whether everybody has been told of the end, and since when.
+   /// Whether peer and listener have been told of the end, and when.
    bool told_ = false;
    U64 closedAt_ = 0;
-   /// Questions that the peer has not answered.
+   /// Requests that the peer has not answered.
    U32 rootsAsked_ = 0;
    U32 sessionsAsked_ = 0;
    U64 number_ = 0;

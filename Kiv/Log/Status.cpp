@@ -7,9 +7,9 @@ namespace Kiv::NboAttrLog {
 namespace {
 
 constexpr U8 askingFlag = 1;
-/// Behind the roots stands what was left out.
+/// The values that were left out follow the roots.
 constexpr U8 leftOutFlag = 2;
-/// Two lengths, the mode, whether it is complete.
+/// Two lengths, the mode, and whether it is complete.
 constexpr std::size_t fixedRootSize = 4 + 4 + 1 + 1;
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What a hub tells of its sessions.
+// What a hub reports about its sessions.
 #include "Kiv/NboAttrLogStatus.h"
 #include "KivTest/StreamTestSupport.h"
 

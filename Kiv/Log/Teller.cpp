@@ -3,8 +3,8 @@
 namespace Kiv::NboAttrLog {
 namespace {
 
-/// Whether a child of another name has taken the place of `removed`: the peer replaces it in one
-/// step, too, when it is told of the new one.
+/// Whether a child of another name has replaced `removed`: the peer also replaces it in one step,
+/// when it gets the new one.
 bool isReplaced(Entity const& owner, FieldDescriptor const& field, Entity const& removed) {
    Entity const* const present =
          field.has(FieldDescriptor::named) ? presentChild(owner, field, nullptr) : nullptr;
@@ -60,11 +60,11 @@ void Teller::tellOther(Entity& entity, FieldDescriptor const& field, void const*
    }
 }
 
-/// `erased`: the peer has a child there that is gone. False if not all was told.
+/// `erased`: the peer still has a child there that was removed. False if not everything was sent.
 bool Teller::tellChild(Entity& entity, FieldDescriptor const& field, void const* key,
                        bool& erased) {
    Entity* const present = presentChild(entity, field, key);
-   // A replay may have told of the present child before this removal comes here.
+   // A replay may have sent the present child before this removal is published.
    if (present != nullptr && names_.peerHas(*present)) {
       return true;
    }
@@ -91,7 +91,7 @@ bool Teller::tellQueue(Entity& entity, FieldDescriptor const& field, U32 sequenc
    if (void const* const value = queue.at(entity, sequence)) {
       return encoder_.enqueue(entity, field, sequence, value);
    }
-   if (sequence == queue.nextSequence(entity)) {  // numbered anew
+   if (sequence == queue.nextSequence(entity)) {  // renumbered
       backlog_.markWhole(entity, field);
       walk_.fill();
       return true;

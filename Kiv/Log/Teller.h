@@ -5,16 +5,16 @@
 
 namespace Kiv::NboAttrLog {
 
-/// Tells one peer of changes: at once if it is up to date and there is room, else by the backlog.
-/// It has all that goes out of a session.
+/// Sends changes to one peer: at once if it is up to date and there is space, otherwise by way of
+/// the backlog. It owns all of the sending half of a session.
 ///
-///     change ---- up to date, and room? ---- yes ----> Encoder ----> Outbox
-///                        | no                             ^
-///                        v                                |
-///                     Backlog ---- room again ---------> Walk
+///     change ---- up to date, and space? ---- yes ----> Encoder ----> Outbox
+///                        | no                              ^
+///                        v                                 |
+///                     Backlog ---- space again ---------> Walk
 ///
-/// Invariant: what the peer knows and has not been told of lies in the backlog, ahead of the walk,
-/// or in the part of the message that travels in parts.
+/// Invariant: whatever the peer has still to be sent of the entities that it knows is in the
+/// backlog, ahead of the walk, or in the message that travels in parts.
 class Teller {
 public:
    Teller(Session& session, Hub& hub, Limits const& limits, ByteBudget& budget, Clock const& clock,
@@ -29,33 +29,34 @@ public:
       closing_.orFail(std::forward<Work>(work));
    }
 
-   // One change, as the watcher of its root passes it on.
+   // One change, passed on by the root's watcher.
 
-   /// Of a single value of `size` bytes. `encoded` is the message that another session was told, or
-   /// null. Returns the message, if there is one now.
+   /// A change of a single value of `size` bytes. `encoded`: the message already sent to another
+   /// session, or null. Returns the message in its encoded form, or null if there is still none.
    U8 const* tellValue(Entity& entity, FieldDescriptor const& field, std::size_t size,
                        U8 const* encoded);
-   /// Of a child, a collection or a queue. `removed`: the child that was there before.
+   /// A change of a child, a collection or a queue. `removed`: the child that was removed, or null.
    void tellOther(Entity& entity, FieldDescriptor const& field, void const* key, Entity* removed);
-   /// A child that the peer has made was removed before anybody was told of it.
+   /// A child that the peer has made was removed before any session was told of it.
    void tellVanished(Entity& entity, FieldDescriptor const& field, void const* key);
-   /// Either of the first two, whatever the member is.
+   /// `tellValue` or `tellOther`, by the kind of member.
    void tell(Entity& entity, FieldDescriptor const& field, Change const& change);
-   /// Room for a value that is about to be set, behind a header; null if it is not so easy.
+   /// Space for a value that is about to be set, after its header; null if the fast path does not
+   /// apply.
    U8* roomFor(Entity const& entity, AttributeId id, std::size_t size) noexcept;
-   /// A child that the peer is making is in place.
+   /// A child that the peer is making has been inserted.
    void childIsMade(Entity& child) { names_.childIsMade(child); }
-   /// Whether the peer may not know yet what it overwrites: then it is told of its own change as
-   /// well, so that both ends have seen the same one last. Only who serves the root does so.
+   /// Whether the peer may not know yet what it overwrites. Then its own change is sent back to it,
+   /// so that both ends apply the same change last. Only the serving end does this.
    bool mustEcho(RootWatcher const& watcher) const noexcept {
       return mounts_.find(watcher) != nullptr && crosses();
    }
-   /// Whether changes that the peer has not seen may be under way to it.
+   /// Whether there may be changes that the peer has not seen yet.
    bool crosses() const noexcept { return outbox_.changes() != crossing_.acked || !upToDate(); }
 
    /// The entity with this handle is gone.
    void forget(Entity& entity, U32 handle);
-   /// Neither end tells the other of the root any more: what either calls its entities is void.
+   /// Neither end mirrors the root any more: all handles below it are void.
    void forgetTree(Entity& root);
    void clear() noexcept;
 
@@ -73,7 +74,8 @@ public:
 
 private:
    bool live() const noexcept { return upToDate() && !closed(); }
-   /// Whether the peer knows the entity, after a `bind` if it introduced it itself.
+   /// Makes sure that the peer knows the entity by our handle, with a `bind` if the peer introduced
+   /// it.
    bool reach(Entity& entity) { return encoder_.reach(entity); }
    bool tellChild(Entity& entity, FieldDescriptor const& field, void const* key, bool& erased);
    bool tellQueue(Entity& entity, FieldDescriptor const& field, U32 sequence);

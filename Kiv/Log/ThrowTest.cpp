@@ -1,5 +1,5 @@
-// What observers and listeners throw while a message is applied is theirs, not the peer's: it comes
-// out of `received`, the message is applied whole, and the next call goes on.
+// Exceptions of observers and listeners are not the peer's fault: `received` throws them, the
+// message is applied in full, and the next call goes on.
 #include "Kiv/Exception.h"
 #include "KivTest/StreamTestSupport.h"
 
@@ -11,7 +11,7 @@ U16 idOf(std::string_view name) {
    return Root::kivTypeImpl.field(name)->fieldId;
 }
 
-/// Throws what the framework itself throws, of any change here or below.
+/// Throws an exception of the framework's at every change here or below.
 struct Thrower final : Kiv::Observer {
    explicit Thrower(Kiv::Entity& observed) : entity(observed) {
       entity.observerAdd(*this, Kiv::Scope::subtree);
@@ -31,7 +31,7 @@ protected:
    Bytes make(Opcode opcode, char const* name, Bytes const& body) const {
       return message(opcode, handle, idOf(name), body);
    }
-   /// Carries what the source has to tell to a mirror with a `Thrower`; returns how often it threw.
+   /// Carries the source's output to a mirror with a `Thrower`; returns how often it threw.
    int carryToThrower() {
       Bytes bytes = source.take();
       int thrown = 0;
@@ -48,7 +48,7 @@ protected:
       }
       return thrown;
    }
-   /// The mirror is what the source is, in both directions, and goes on.
+   /// Expects that mirror and source are equal and still send changes to each other.
    void expectWhole() {
       EXPECT_EQ(mirror.session->closeReason(), "");
       carry();
@@ -63,7 +63,7 @@ protected:
    U32 handle = 0;
 };
 
-/// Hands bytes to a session from inside a change that the session applies.
+/// Calls a session's `received` from inside a change that the session applies.
 struct Feeder final : Kiv::Observer {
    explicit Feeder(StreamTesting::End& where) : end(where) {}
    void onChange(Kiv::Change const&) override { end.receive({}); }
@@ -129,7 +129,7 @@ TEST_F(StreamThrow, AnExceptionOfASetterThatAnObserverCallsIsTheObservers) {
    } const follower(*copy);
    EXPECT_THROW(mirror.receive(make(Opcode::set, "u8", {7})), Kiv::RangeException);
    EXPECT_FALSE(mirror.session->closed());
-   // What the peer itself sends out of range is still its fault, also right behind.
+   // A value out of range from the peer itself is still its fault, even right after that.
    mirror.receive(make(Opcode::set, "dial", {7}));
    EXPECT_NE(mirror.session->closeReason().find("maxDial not allowed"), std::string::npos);
 }
@@ -183,7 +183,7 @@ TEST_F(StreamThrow, AChildIsRemovedAndItsHandleForgotten) {
    root->leafDel(1);
    root->coreDel();
    EXPECT_EQ(carryToThrower(), 2);
-   // Nobody else keeps what was removed.
+   // Nothing else holds what was removed.
    EXPECT_EQ(leaf->userCount(), 1u);
    EXPECT_EQ(core->userCount(), 1u);
    root->leafIs(1, false, KivTest::Opaque(2.0));
@@ -243,7 +243,7 @@ TEST_F(StreamThrow, AWritersQueueIsWhatTheSourcesIs) {
    carry();
    copy->samplesDeq();
    copy->samplesEnq(3.0);
-   root->samplesEnq(4.0);  // meanwhile: what the writer has done does not fit
+   root->samplesEnq(4.0);  // meanwhile, so the writer's changes do not fit
    {
       Thrower const thrower(*root);
       Bytes bytes = mirror.take();
@@ -277,7 +277,7 @@ TEST_F(StreamThrow, WhatAReplayDoesNotNameIsRemoved) {
    expectEqual();
 }
 
-/// A listener that throws what the framework throws, whatever it is told.
+/// A listener that throws an exception of the framework's at every call.
 struct ThrowingListener final : SessionListener {
    void onMount(Session&, Mount&) override { fail("onMount"); }
    void onSynced(Session&, U32) override { fail("onSynced"); }

@@ -52,7 +52,7 @@ bool Walk::run(FlowOut& flow) {
    std::size_t const depth = depth_;
    bool const walking = depth != 0 && stack_[depth - 1].get() == &flow;
    S32 rest = 0;
-   // What was removed from the tree while it was walked has nothing more to say.
+   // An entity that was removed from the tree during its walk has nothing more to send.
    if (Entity* const entity = handles_.find(flow.handle)) {
       if (!walking && !encoder_.reach(*entity)) {
          return false;
@@ -142,7 +142,7 @@ bool Walk::descendInto(Entity& entity, bool fresh) {
 }
 
 void Walk::leave(Entity const& root) noexcept {
-   // A walk stays below one root; what was taken out of the tree it leaves by itself.
+   // A walk stays below one root. If its entities were removed from the tree, it ends by itself.
    Entity const* const walked = depth_ != 0 ? handles_.find(stack_[0]->handle) : nullptr;
    if (walked != nullptr && rootOf(*walked) == &root) {
       while (depth_ != 0) {
@@ -210,7 +210,7 @@ U16 Walk::tellFixedSizes(FlowOut& flow, TypeImpl const& type, U16 row) {
 Walk::Write Walk::tellChild(FlowOut& flow, FieldDescriptor const& field) {
    Entity* const child = presentChild(flow.entity(), field, nullptr);
    bool const told = child != nullptr && names_.peerHas(*child);
-   // A whole replay says that there is none, too: the mirror may hold one from before.
+   // A full replay erases an absent child, too: the mirror may hold one from before.
    if ((child == nullptr || flow.erased(field.fieldId)) && !told) {
       if (!encoder_.erase(flow.entity(), field, nullptr)) {
          return Write::full;
@@ -244,7 +244,7 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
       }
       at = flow.resyncIteratorIs(field);
    }
-   // Where the keys were too many to remember, nobody knows whose former child the peer still has.
+   // If the keys were too many to remember, the peer may still have the former child of any key.
    FlowOut const* const own = backlog_.find(entity);
    bool const eraseFirst = own != nullptr && own->wholeCollection(field.fieldId);
    while (at->valid()) {
@@ -258,12 +258,13 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
       Entity& child = *at->child();
       if (backlog_.has(entity, field, at->key())) {
          at->next();
-         continue;  // erased and made since the replay began: both are told later
+         continue;  // erased and recreated since the replay began: both are sent later
       }
-      // What the peer has, too: it must not take it for gone at the collection's end.
+      // Name even a child that the peer has, or the peer would remove it at the end of the
+      // collection.
       bool const had = names_.peerHas(child);
-      // A key that travels in parts would be erased again and again: nothing fits behind it. There
-      // the replay runs into what the peer has.
+      // A key that travels in parts would be erased again and again, since nothing fits after it.
+      // For such a key the replay overwrites the child that the peer has.
       bool const erases = eraseFirst && !had &&
                           field.ops->collection->keySize(at->key()) <= outbox_.longestBody();
       if (erases && !encoder_.erase(entity, field, at->key())) {
@@ -337,7 +338,7 @@ Walk::Write Walk::tellQueue(FlowOut& flow, FieldDescriptor const& field) {
    U32 const next = queue.nextSequence(entity);
    FlowOut* const own = backlog_.find(entity);
    if (flow.wholeCollection(field.fieldId) && own == &flow && !mounts_.serves(entity)) {
-      // The peer serves it: it is asked to replay the queue.
+      // The peer serves the queue: ask it to replay.
       if (!outbox_.writeEmpty(Opcode::collectionEnd, flow.handle, field.fieldId)) {
          return Write::full;
       }
@@ -347,7 +348,7 @@ Walk::Write Walk::tellQueue(FlowOut& flow, FieldDescriptor const& field) {
       return Write::done;
    }
    U32& told = flow.toldSequence(field.fieldId, front);
-   // Numbered anew since: what was told before is another queue's.
+   // Renumbered since: the numbers sent before no longer apply.
    bool const anew = static_cast<S32>(next - told) < 0 ||
                      (own != nullptr && own->wholeCollection(field.fieldId));
    bool const whole = anew || flow.wholeCollection(field.fieldId);
@@ -371,7 +372,7 @@ Walk::Write Walk::tellQueue(FlowOut& flow, FieldDescriptor const& field) {
       }
    }
    flow.told(field.fieldId);
-   // An element must not be told twice: what changed during a whole replay has been told by it.
+   // Do not send an element twice: the replay has included what changed meanwhile.
    if (own != nullptr && own != &flow) {
       own->toldSequence(field.fieldId, next) = next;
       own->kivIsDirtyIs(field.fieldId, false);

@@ -7,26 +7,27 @@ namespace Kiv::NboAttrLog {
 
 class Teller;
 
-/// Brings a peer up to date, as far as there is room: goes on with what travels in parts, walks the
-/// trees of served roots, and writes what waits in the backlog.
+/// Brings a peer up to date, as far as there is space: continues the message that travels in parts,
+/// walks the trees of served roots, and sends the backlog.
 ///
 ///     fill:  parts -> walk -> replayEnd -> next root's replayBegin -> replies -> backlog -> done
 ///                      ^                                                           |
-///                      '---------------- a child that is told for the first time --'
+///                      '---------------- a child that is sent for the first time --'
 ///
 ///     stack of the walk:  | root | port 3 | its clock |      a FlowOut each, everything dirty; the
-///                                              ^              bookmark says where it goes on
-///                                            on top
+///                                              ^              bookmark says where to resume
+///                                             top
 ///
-/// Where the outbox is full, all of it stops, and goes on there with the next `fill`.
+/// It stops when the outbox is full, and the next `fill` resumes there.
 ///
 /// Invariants:
-/// - who is on the stack has been introduced, and all before its bookmark has been told;
-/// - a child is walked when it is introduced, so that nothing known to the peer is told late but
-///   what the backlog has.
+/// - each entity on the stack has been introduced, and everything before its bookmark has been
+///   sent;
+/// - a child is walked as soon as it is introduced, so only the backlog holds changes of entities
+///   that the peer knows.
 class Walk {
 public:
-   /// What became of one attribute.
+   /// The outcome of writing one attribute.
    enum class Write : U8 { done, full, descend };
 
    Walk(Session& session, Teller& teller, Handles const& handles, Closing& closing, Outbox& outbox,
@@ -42,24 +43,24 @@ public:
            replies_(replies),
            mounts_(mounts) {}
 
-   /// Whether no walk is under way.
+   /// Whether no walk is in progress.
    bool idle() const noexcept { return depth_ == 0; }
-   /// Writes what there is room for. Harmless from inside itself.
+   /// Writes what there is space for. Does nothing when called from inside itself.
    void fill() noexcept;
-   /// Starts the walk of a child that the peer has just been told of. A fresh one has nothing to
-   /// say but the children that it was made with. False if there is nothing to walk, or if the
-   /// child was left out.
+   /// Starts the walk of a child that the peer has just been sent. A `fresh` child has only the
+   /// children that it was made with to send. False if there is nothing to walk, or if the child
+   /// was left out.
    bool descendInto(Entity& entity, bool fresh);
-   /// Stops a walk below this root.
+   /// Abandons a walk below this root.
    void leave(Entity const& root) noexcept;
    void clear() noexcept;
 
    // For the functions of an entity type's stream table: see `Kiv/NboAttrLogSa.h`.
 
-   /// Writes what `flow` has of one attribute.
+   /// Writes what `flow` has for one attribute.
    Write tell(FlowOut& flow, FieldDescriptor const& field);
-   /// A new reader is told little else than values of a fixed size, one row after the other: room
-   /// for all is taken at once. Returns the row to go on with.
+   /// A new reader is mostly sent values of a fixed size. Writes those of consecutive rows, for
+   /// which space is reserved at once. Returns the row to continue with.
    U16 tellFixedSizes(FlowOut& flow, TypeImpl const& type, U16 row);
 
 private:

@@ -8,8 +8,8 @@
 ///      byte 0       1 .. 3        4 .. 7     8 .. 9        10 ..
 ///     | opcode | body length |   handle   | attribute |    body    |
 ///
-/// A handle is the sender's number for an entity. Both ends number the entities that they
-/// introduce themselves; 0 is nobody.
+/// A handle is the sender's number for an entity; 0 stands for none. Each end numbers the entities
+/// that it introduces.
 namespace Kiv::NboAttrLog {
 
 inline constexpr U32 protocolVersion = 1;
@@ -21,7 +21,7 @@ inline constexpr std::size_t longestEncodableValue = 0xffffffff;
 /// An output buffer of this size has room for no message at all.
 inline constexpr std::size_t smallestOutputBuffer = headerSize + 1;
 inline constexpr char helloMagic[9] = "KivNboAL";
-/// The most bytes of a root's type name or name, and of a module's name.
+/// The most bytes in a root's type name or name, and in a module's name.
 inline constexpr std::size_t longestName = 1024;
 
 struct Header {
@@ -31,7 +31,7 @@ struct Header {
    AttributeId attribute;
 };
 
-/// The header of a message of which at least `headerSize` bytes are here.
+/// The header of a message. REQUIRES: at least `headerSize` bytes at `at`.
 inline Header readHeader(U8 const* at) noexcept {
    U32 word;
    U32 handle;

@@ -1,4 +1,4 @@
-// Every kind of member, byte by byte, as it goes over the wire and comes back.
+// Every kind of member on the wire, byte by byte, both encoded and decoded.
 #include <limits>
 
 #include "KivTest/StreamTestSupport.h"
@@ -7,14 +7,14 @@ using namespace StreamTesting;
 
 namespace {
 
-/// A mirror that is complete: what is written from now on is one message a change.
+/// A complete mirror: from now on, each change is one message.
 class StreamWire : public StreamTest {
 protected:
    StreamWire() {
       mount();
       handle = root->streamHandle();
    }
-   /// What the change has written, without the root's handle; carried to the mirror as well.
+   /// What the change has written, without the root's handle. Also carries it to the mirror.
    template <class Change>
    std::string written(Change&& change) {
       change();

@@ -1,4 +1,4 @@
-// Mirrors that change the tree as well, and what becomes of changes that cross.
+// Mirrors that change the tree, and changes that cross.
 #include "KivTest/StreamTestSupport.h"
 
 using namespace StreamTesting;
@@ -59,7 +59,7 @@ TEST_F(StreamWriter, AnAppliedChangeIsNotSentBack) {
    copy->u8Is(7);
    mirror.session->sent(0);
    source.receive(mirror.take());
-   // The writer had not said yet that it knows all, so it is told once; then it is not any more.
+   // The writer had not yet acknowledged everything, so its change is echoed once, but not again.
    mirror.receive(source.take());
    copy->u8Is(8);
    source.receive(mirror.take());
@@ -91,7 +91,7 @@ TEST_F(StreamWriter, WhatIsChangedBelowWhatWasDeletedIsDropped) {
    ours->twigIs(KivTest::Level::low);
    carry();
    auto const theirs = copy->leaf(1);
-   // Deleted there, changed and grown here, and the other way round.
+   // Deleted there, changed and extended here; then the other way round.
    copy->leafDel(1);
    ours->ticksIs(5);
    ours->twigIs(KivTest::Level::high)->weightIs(3);
@@ -216,7 +216,7 @@ TEST_F(StreamWriter, LocalChangesDuringAReplayStay) {
    mirror.session->mountIs(copy, MountMode::writer);
    source.receive(mirror.take());
    Bytes const replay = source.take();
-   // Into the middle: after the beginning of the collection's replay.
+   // Split it in the middle: after the beginning of the collection's replay.
    std::size_t at = 0;
    for (std::size_t next = 0; next < replay.size();) {
       bool const begin = replay[next] == static_cast<U8>(Opcode::collectionBegin) &&
@@ -247,7 +247,7 @@ TEST_F(StreamWriter, RunningRemovalsLeaveNothingBehindWhenTheOwnerGoesMeanwhile)
    leaf->twigDel(KivTest::Level::low);
    leaf->observerDel(chain);
    leaf.reset();
-   // A new entity takes a handle; the old one must not be found under its own any more.
+   // A new entity takes over a handle; the old entity must no longer be found by it.
    Bytes forged = message(Opcode::bind, 0x01000050, 0, u32(0x01000003));
    source.receive(forged);
    expectAllEqual();

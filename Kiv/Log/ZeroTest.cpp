@@ -1,5 +1,5 @@
-// 0.0 and -0.0 are equal for a setter, but not in a dump: a mirror has the one that its source has,
-// whatever it has missed.
+// 0.0 and -0.0 are equal for a setter, but differ in a dump: a mirror has the one that its source
+// has, whatever changes it has missed.
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -18,7 +18,7 @@ bool isNegativeZero(double v) {
 class StreamZero : public StreamTest {
 protected:
    StreamZero() { mount(); }
-   /// Keeps the mirror from hearing of changes until the next `carry`: only the last values go.
+   /// Blocks the mirror until the next `carry`, so that only the last values are sent.
    void stop() {
       source.session->blocked();
       for (std::size_t i = 0; source.session->upToDate(); ++i) {
@@ -57,7 +57,8 @@ TEST_F(StreamZero, ASingleAttributeIsTheSourcesAfterChangesThatTheMirrorHasMisse
    EXPECT_TRUE(isNegativeZero(copy->precise()));
    EXPECT_FALSE(isNegativeZero(copy->ratio()));
    EXPECT_TRUE(isNegativeZero(copy->deadline().value()));
-   // Once each, and only by what was received: an observer's setters keep to their rule.
+   // Each is published once, and only for received values: setters called by observers still
+   // compare by equality.
    std::string const ids = published.ids();
    EXPECT_NE(ids.find("268"), std::string::npos) << ids;
    copy->preciseIs(0.0);
@@ -109,7 +110,7 @@ TEST_F(StreamZero, AReplayIntoAnOldMirrorBringsTheSourcesZero) {
    EXPECT_TRUE(isNegativeZero(copy->leaf(1)->origin().content()));
    EXPECT_TRUE(isNegativeZero(copy->leaf(1)->twig(KivTest::Level::low)->weight()));
    EXPECT_TRUE(isNegativeZero(copy->samples(copy->samplesAll().frontSequence())));
-   // The same again changes nothing.
+   // A second replay of the same values changes nothing.
    Sarn::Ptr<KivTest::Leaf> const leaf = copy->leaf(1);
    mirror.connect();
    source.connect();

@@ -1,5 +1,5 @@
-// 0.0 and -0.0 within other values: in value types, in elements of maps, in queues, and in what a
-// recording plays back.
+// 0.0 and -0.0 inside other values: in value types, in elements of maps, in queues, and in played
+// recordings.
 #include <algorithm>
 #include <cmath>
 
@@ -33,7 +33,7 @@ void zerosAre(Hedge& hedge, double zero) {
    }
 }
 
-/// By way of another value, since a setter takes one zero for the other.
+/// Changes the zeros by way of another value, since setters treat both zeros as equal.
 void zerosChangeTo(Hedge& hedge, double zero) {
    zerosAre(hedge, 1);
    zerosAre(hedge, zero);
@@ -49,7 +49,7 @@ protected:
       StreamOf::mount(mode);
       ASSERT_EQ(mirror.session->closeReason(), "");
    }
-   /// Fills an end's output, so that only the last values go.
+   /// Fills an end's output, so that only the last values are sent.
    static void stop(End& end, Hedge& of) {
       for (U32 i = 0; end.session->upToDate(); ++i) {
          of.heightIs(2, static_cast<float>(i + 1));
@@ -87,7 +87,7 @@ TEST_F(StreamZeroWithin, IsTheSourcesAfterAReplayIntoAnOldMirror) {
    mirror.connect();
    KivTest::Recorder published(*copy);
    mount();
-   // The same zeros again change nothing, but that queues are told anew.
+   // The same zeros again change nothing, except that queues are sent again.
    std::string const changes = published.changes();
    for (char const* const name : {"measure", "growth", "weighing", "height"}) {
       EXPECT_EQ(changes.find(name), std::string::npos) << changes;
@@ -134,7 +134,7 @@ TEST_F(StreamZeroWithin, ARecordingPlaysBackTheSources) {
       } while (recorder.waiting());
    };
    turn(false);
-   // Missed by the recorder, whose buffer is full: only the last values are written.
+   // The recorder's buffer is full, so it misses these: only the last values are written.
    for (U32 i = 0; i != 1000; ++i) {
       hedge->heightIs(2, static_cast<float>(i + 1));
    }
