@@ -3,13 +3,13 @@
 #include "Sarn/AllocTrack.h"
 #include "Sarn/Slab.h"
 
-/// Allocation tracking of the framework: the record that every generated type keeps, and the one
-/// function pair through which nodes and bucket arrays are allocated.
+/// Allocation tracking of the framework: the record that every generated type has, and the
+/// functions that allocate nodes and arrays.
 namespace Kiv {
 
 /// The tracker record of one type (`static Kiv::AllocTrackTypeInfo memAllocationTracker_`).
 ///
-/// Read it through the base class; `Sarn::AllocTrackRecord::forEach` walks all that are in use.
+/// Read it through the base class; `Sarn::AllocTrackRecord::forEach` visits all that are in use.
 class AllocTrackTypeInfo : public Sarn::AllocTrackRecord {
 public:
    using AllocTrackRecord::AllocTrackRecord;
@@ -19,7 +19,7 @@ public:
                                 std::size_t alignment) noexcept {
       type.allocated(size, alignment);
    }
-   /// Takes back what `_trackAllocation` counted with the same size.
+   /// Undoes `_trackAllocation` with the same size.
    static void trackDeallocation(AllocTrackTypeInfo& type, std::size_t size,
                                  std::size_t /*alignment*/) noexcept {
       type.released(size);
@@ -29,24 +29,24 @@ public:
                                     std::size_t alignment) noexcept {
       type.allocated(size, alignment);
    }
-   /// Takes back what `trackArrayAllocation` counted with the same size.
+   /// Undoes `trackArrayAllocation` with the same size.
    static void trackArrayDeallocation(AllocTrackTypeInfo& type, std::size_t size,
                                       std::size_t /*alignment*/) noexcept {
       type.released(size);
    }
 };
 
-/// The tracker of a type that has no generated one, in general a collection's instance.
+/// The tracker of a type that has no generated one, usually an instance of a collection template.
 template <class T>
 inline constinit AllocTrackTypeInfo allocTrackerOf{Sarn::typeNameOf<T>()};
 
-/// Memory for one object of a type: from the slab of its size, tracked.
+/// Allocates memory for one object of a type from the slab of its size, and tracks it.
 inline void* allocateTracked(AllocTrackTypeInfo& type, std::size_t size, std::size_t alignment) {
    void* const p = Sarn::slabAllocate(size, alignment);
    AllocTrackTypeInfo::_trackAllocation(type, size, alignment);
    return p;
 }
-/// Gives back what `allocateTracked` gave, with the same arguments.
+/// Frees what `allocateTracked` returned for the same arguments.
 inline void deallocateTracked(AllocTrackTypeInfo& type, void* p, std::size_t size,
                               std::size_t alignment) noexcept {
    AllocTrackTypeInfo::trackDeallocation(type, size, alignment);

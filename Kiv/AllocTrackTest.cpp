@@ -1,4 +1,4 @@
-// What is allocated, by type, readable while the program runs.
+// Allocation counts by type, read while the program runs.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -54,7 +54,7 @@ TEST(AllocTrack, IsFoundByWalkingAllThatIsTracked) {
    EXPECT_EQ(Root::kivTypeImpl.tracker, &Root::memAllocationTracker_);
 }
 
-/// A tree with something of every kind leaves nothing behind.
+/// A tree with members of every kind leaves nothing behind.
 TEST(AllocTrack, ComesBackToWhatItWas) {
    auto fill = [] {
       Sarn::Ptr<Root> const root = rootFactory("test");
@@ -71,7 +71,7 @@ TEST(AllocTrack, ComesBackToWhatItWas) {
          root->samplesEnq(i);
       }
    };
-   fill();  // enters each type's record in the list
+   fill();  // enters each type's record into the list
    auto const before = everything();
    fill();
    EXPECT_EQ(everything(), before);

@@ -6,8 +6,8 @@
 
 namespace Kiv {
 
-/// Storage for one value of a type known at run time; small ones lie in it. Empty until something
-/// was read or constructed.
+/// Storage for one value of a type known at run time; small values are stored inline. Empty until a
+/// value is read or constructed.
 class AnyValue {
 public:
    explicit AnyValue(TypeImpl const& type) : type_(type) {
@@ -24,7 +24,7 @@ public:
    }
 
    TypeImpl const& type() const noexcept { return type_; }
-   /// Raw storage for a value that is about to be constructed; say so with `constructed()`.
+   /// Raw storage for a value that the caller constructs; call `constructed()` afterwards.
    void* room() {
       clear();
       return room_;
@@ -41,8 +41,8 @@ public:
       }
    }
 
-   /// Reads a single member of an entity, which is given as its `Entity`, or a field of a value.
-   /// REQUIRES: the row is one of the object's type, and this value of the row's.
+   /// Reads a single member of an entity, passed as its `Entity`, or a field of a value.
+   /// REQUIRES: `field` is a row of the object's type, and this value has the row's type.
    void read(void const* object, FieldDescriptor const& field);
    /// Takes a copy of the value of this type at `source`.
    void copy(void const* source) {

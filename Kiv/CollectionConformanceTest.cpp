@@ -1,4 +1,4 @@
-// What every keyed collection does alike, each checked against the standard's.
+// What all keyed collections have in common, each checked against the standard library's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -36,14 +36,14 @@ struct Keys<PoorKey> {
 template <>
 struct Keys<Sarn::String> {
    static Sarn::String key(U64 n) {
-      // Some fit into the string object, some do not. Seven digits sort as numbers do.
+      // Some fit into the string object, others do not. Seven digits sort like the numbers.
       return std::to_string(1'000'000 + n) +
              (n % 2 == 0 ? "" : " with a long name that is allocated");
    }
    static U64 number(Sarn::String const& key) { return std::stoul(key) - 1'000'000; }
 };
 
-/// One face for all: keys and values are numbers.
+/// One interface to all collections: keys and values are numbers.
 template <class MapType, class K>
 struct ExternalKey {
    using Map = MapType;
@@ -128,7 +128,7 @@ protected:
       ASSERT_EQ(elements, (std::vector<std::pair<U64, U64>>(model.begin(), model.end())));
    }
 
-   /// Random changes over keys below `range`, each result compared with the model's.
+   /// Makes random changes with keys below `range`, and compares each result with the model's.
    void change(typename Face::Map& map, Model& model, std::mt19937_64& random, U64 range, int steps,
                unsigned insertions) {
       for (int i = 0; i < steps; ++i) {
@@ -264,7 +264,7 @@ TYPED_TEST(KeyedCollection, LongRandomRunsAgreeWithTheStandardMap) {
       typename TypeParam::Map map;
       typename TestFixture::Model model;
       for (int round = 0; round < 6; ++round) {
-         // Grows, stays, shrinks, and again.
+         // Grows, stays, shrinks, twice.
          unsigned const insertions[] = {12, 7, 2};
          this->change(map, model, random, range, 1500, insertions[round % 3]);
          ASSERT_NO_FATAL_FAILURE(this->expectEqual(map, model));

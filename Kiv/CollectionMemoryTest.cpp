@@ -1,4 +1,4 @@
-// What collections allocate, and what they do not: the program's `operator new` counts.
+// What collections allocate, and what they do not: this program's `operator new` counts.
 #include <gtest/gtest.h>
 
 #include <string>

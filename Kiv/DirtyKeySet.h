@@ -4,11 +4,11 @@
 #include "Kiv/Map/HSet.h"
 #include "Kiv/Map/RbTreeMap.h"
 
-/// The sets of dirty keys of the two sorts of collections. See `Kiv::DirtyKeys`.
+/// The sets of dirty keys for hash maps and for ordered maps. See `Kiv::DirtyKeys`.
 namespace Kiv::Impl {
 #pragma GCC visibility push(hidden)
 
-/// A set of dirty keys: which ones, and of each whether its former element was removed.
+/// Dirty keys, and for each whether its former element was removed.
 template <class K>
 class DirtyKeySet final : public DirtyKeys {
 public:

@@ -14,7 +14,8 @@ using Sarn::Scope;
 /// tree of entities, and a type that describes its attributes.
 ///
 /// Ownership: an attribute of the parent holds the child; a child never holds its parent. A child
-/// that was removed, or whose parent died, has a null parent and lives on while somebody holds it.
+/// that was removed, or whose parent died, has a null parent and lives as long as something holds
+/// it.
 /// Threads: one thread owns a whole tree; others may only touch reference counts.
 class Entity : public Sarn::Node, public Sarn::Publisher {
 public:
@@ -25,16 +26,16 @@ public:
 
    /// The entity whose attribute holds this one; null for a root.
    Entity* parent() const noexcept { return static_cast<Entity*>(parentPublisher()); }
-   /// Links this entity below `parent`, or unlinks it if null. The framework calls it when an
-   /// attribute takes or releases the child.
+   /// Links this entity below `parent`; null unlinks it. The framework calls it when an attribute
+   /// takes or releases the child.
    void parentIs(Entity* parent) noexcept;
 
    /// Notifies `observer` of every later change here (`Scope::entity`) or here and below
-   /// (`Scope::subtree`: O(entities below) for the first and the last one).
+   /// (`Scope::subtree`: O(entities below) for the first and the last such observer).
    /// REQUIRES: not registered here with this scope.
    void observerAdd(Observer& observer, Scope scope = Scope::entity);
-   /// Tells `observer` of every later change here and below, before all others: for who keeps the
-   /// order in which changes are made, as the attribute log does.
+   /// Notifies `observer` of every later change here and below, before all other observers: for
+   /// those that must see changes in the order in which they are made, like the attribute log.
    /// REQUIRES: not registered here with `Scope::subtree`.
    void observerAddFirst(Sarn::FirstObserver& observer);
    /// Returns false if it was not registered here with this scope. Legal from inside `onChange`.
@@ -42,7 +43,7 @@ public:
 
    Sarn::Publisher& publisher() noexcept { return *this; }
 
-   /// The number of this entity in the attribute log; 0 if it is not streamed.
+   /// The handle of this entity in the attribute log; 0 if it is not streamed.
    U32 streamHandle() const noexcept { return tag_; }
 
 protected:

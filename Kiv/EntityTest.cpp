@@ -1,4 +1,4 @@
-// Trees of entities: who hears of a change, and what happens when things die meanwhile.
+// Trees of entities: who is notified of a change, and what happens when things die meanwhile.
 #include <gtest/gtest.h>
 
 #include <ctime>

@@ -10,13 +10,13 @@ namespace Kiv {
 /// The 16-bit id of an attribute (from 258 in an entity) or of a value type's field (from 2).
 using AttributeId = U16;
 
-/// Base of everything that the framework throws for bad input. `what()` is one line for people.
+/// Base of everything that the framework throws for bad input. `what()` is one line for a person.
 class Exception : public std::runtime_error {
 public:
    using std::runtime_error::runtime_error;
 };
 
-/// A value lies outside the range of its attribute or of its type; nothing was stored.
+/// A value is outside the range of its attribute or type; nothing was stored.
 class RangeException : public Exception {
 public:
    using Exception::Exception;
@@ -45,13 +45,13 @@ public:
    using Exception::Exception;
 };
 
-/// A hash was requested from a type that has none.
+/// A hash was requested of a type that has none.
 class UnhashableException : public Exception {
 public:
    using Exception::Exception;
 };
 
-/// *xIs(key, args)* found a child that was made with another value of a constant argument.
+/// `xIs(key, args)` found a child that was made with another value of a constant argument.
 class MutatorReinstValException : public Exception {
 public:
    MutatorReinstValException(Sarn::String const& message, AttributeId argument,
@@ -75,7 +75,7 @@ public:
 
 [[noreturn]] void throwRangeException(std::string_view message);
 [[noreturn]] void throwParseException(std::string_view message, std::size_t position);
-/// `fault` says what is wrong with the arguments, if known.
+/// `fault`: what is wrong with the arguments, if known.
 [[noreturn]] void throwNewEntityArgsException(std::string_view type, std::string_view fault = {});
 
 /// Rethrows `error` with the field's name before its message: "state: clockClass: ...".

@@ -12,7 +12,7 @@ struct AttrOps;
 
 /// What a member of an entity or value type is.
 enum class MemberKind : U8 {
-   /// An id that nobody has: reserved, or the first of a queue's two.
+   /// An unused id: reserved, or the first of a queue's two.
    none,
    /// A value: attribute, field, key, constant, derived member.
    single,
@@ -30,17 +30,17 @@ enum class MemberKind : U8 {
    operation,
 };
 
-/// One member as the generic interface and the stream see it: a row of its type's table, found by
+/// One member, as the generic interface and the stream see it: a row of its type's table, at index
 /// `id - firstId`. Rows are constant data.
 struct FieldDescriptor {
    enum Flag : U16 {
       /// It travels in the attribute log.
       streamed = 1,
-      /// The entity's key: what its parent's collection knows it by.
+      /// The entity's key in its parent's collection.
       key = 2,
-      /// It is set at construction for good, or is a constant of the type.
+      /// It is set only at construction, or is a constant of the type.
       constant = 4,
-      /// A singleton child that is made with a name.
+      /// A singleton child that has a name.
       named = 8,
       /// The map's key is the first field of its value.
       keyInside = 16,
@@ -56,20 +56,20 @@ struct FieldDescriptor {
    U16 flags = 0;
    MemberKind kind = MemberKind::none;
    char const* name = nullptr;
-   /// Of the value, the element or the child entity; of an optional member its `Kiv::Optional`.
+   /// The type of the value, element or child entity; for an optional member, its `Kiv::Optional`.
    TypeImpl const* type = nullptr;
    TypeImpl const* keyType = nullptr;
    AttrOps const* ops = nullptr;
-   /// The least and the greatest value that the setter takes, one behind the other. Null where it
-   /// takes every value of the type.
+   /// The least and the greatest value that the setter accepts, adjacent in memory. Null if it
+   /// accepts every value of the type.
    void const* bounds = nullptr;
 
    bool has(Flag flag) const noexcept { return (flags & flag) != 0; }
-   /// The least value that the setter takes; none where the type alone bounds it.
+   /// The least value that the setter accepts; none if only the type bounds it.
    ValueRef least() const noexcept;
-   /// The greatest value that the setter takes; none where the type alone bounds it.
+   /// The greatest value that the setter accepts; none if only the type bounds it.
    ValueRef greatest() const noexcept;
-   /// Of a map whose values hold their own keys: the field of the value that is the key. Else null.
+   /// For a map whose values contain their keys: the field of the value that is the key. Else null.
    FieldDescriptor const* keyField() const noexcept;
 };
 

@@ -5,9 +5,9 @@
 
 namespace Kiv::Impl {
 
-/// Keeps the first exception of several steps that must all be taken: those of observers, which
-/// come when a step has done its work. std::bad_alloc, with which a step may not have done it, goes
-/// before any other.
+/// Keeps the first exception of several steps that must all be taken. Exceptions of observers come
+/// when a step has done its work. After std::bad_alloc a step may not have done it, so
+/// std::bad_alloc takes precedence over any other.
 class FirstException {
 public:
    template <class Step>

@@ -115,7 +115,7 @@ bool iterator(Entity& object, IteratorStorage& storage, FieldDescriptor const& f
    if (op == IteratorOp::begin) {
       return begin(object, field, storage)->valid();
    }
-   collectionField(object, field);  // of what is none, nothing was begun
+   collectionField(object, field);  // throws if it is not a collection: then there is no iterator
    auto* const at = std::launder(reinterpret_cast<CollectionIterator*>(storage.bytes));
    if (op == IteratorOp::destroy) {
       at->~CollectionIterator();
@@ -165,7 +165,7 @@ bool TypeImpl::isA(TypeImpl const& other) const noexcept {
 }
 
 bool ValueRef::isA(TypeImpl const& wanted) const noexcept {
-   // A type that several libraries make for themselves, such as an optional, has several objects.
+   // A type that several libraries instantiate, such as an optional, may have several objects.
    return address != nullptr && (type == &wanted || std::string_view(type->name) == wanted.name);
 }
 

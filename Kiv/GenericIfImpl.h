@@ -3,16 +3,16 @@
 #include "Kiv/AttrOps.h"
 #include "Kiv/Types.h"
 
-/// The generic interface's working parts. Programs that know no type by name use these and
-/// `TypeImpl`; `docs/generic-interface.md` has the table of op codes.
+/// The implementation of the generic interface. Programs that know no type by name use it together
+/// with `TypeImpl`; `docs/generic-interface.md` has the table of op codes.
 namespace Kiv {
 
 /// Op codes of `genericIfAttributeOp`.
 enum class AttributeOp : U8 {
    read = 0,
-   /// Or create a singleton child.
+   /// Or creates a singleton child.
    write = 1,
-   /// Remove a singleton child.
+   /// Removes a singleton child.
    del = 2,
    name = 10,
    differsFromDefault = 11,
@@ -21,35 +21,36 @@ enum class AttributeOp : U8 {
 
 namespace GenericIfImpl {
 
-/// What every type's `genericIfAttributeOp` does, with the type's rows.
+/// Implements every type's `genericIfAttributeOp` with the type's rows.
 U8 attributeOp(TypeImpl const& type, void* result, void* object, FieldDescriptor const* field,
                U8 op, ValueRef other, ValueRef argument);
 
-/// The entity's own descriptor of a collection or queue, chosen by id. Throws `TypeException` for a
-/// member that is neither, and for an id that the entity's type does not have.
+/// The entity's own row of a collection or queue, found by id. Throws `TypeException` for a member
+/// that is neither, and for an id that the entity's type does not have.
 FieldDescriptor const& collectionField(Entity const& object, FieldDescriptor const& field);
 
-/// A checked iterator at the first element of a collection or queue. Throws as `collectionField`.
+/// Builds a checked iterator at the first element of a collection or queue. Throws as
+/// `collectionField`.
 CollectionIterator* begin(Entity& object, FieldDescriptor const& field, IteratorStorage& storage);
 
-/// What every entity type's `genericIfIterator` does. `begin` builds the iterator, `next` steps,
-/// `valid` only tells; all three return whether it stands on an element. `destroy` ends it. Throws
-/// as `collectionField`.
+/// Implements every entity type's `genericIfIterator`. `begin` builds the iterator, `next` advances
+/// it, `valid` only checks it; all three return whether it is on an element. `destroy` ends it.
+/// Throws as `collectionField`.
 bool iterator(Entity& object, IteratorStorage& iterator, FieldDescriptor const& field,
               IteratorOp op);
 
-/// The current element's key. REQUIRES: the iterator stands on an element.
+/// The current element's key. REQUIRES: the iterator is on an element.
 void const* iterKey(FieldDescriptor const& field, IteratorStorage& iterator);
 /// The current value, or the child entity.
 void const* iterObj(FieldDescriptor const& field, IteratorStorage& iterator);
-/// Removes the current element through the deleting accessor; the iterator goes on with `next`.
-/// False, and nothing is removed, where there is none, or it is not the front of its queue.
+/// Removes the current element through the deleting accessor; `next` then continues. False, with no
+/// effect, if there is no such element, or if it is not the front of its queue.
 bool iterDel(Entity& object, FieldDescriptor const& field, IteratorStorage& iterator);
 
 }  // namespace GenericIfImpl
 
-/// A checked iterator over a collection or queue, with its room, for use in a scope. Throws
-/// `TypeException` for a member that is neither.
+/// A checked iterator over a collection or queue, together with its storage, for use in a scope.
+/// Throws `TypeException` for a member that is neither.
 class CollectionCursor {
 public:
    CollectionCursor(Entity& owner, FieldDescriptor const& field)

@@ -21,7 +21,7 @@ protected:
       return Root::kivTypeImpl.genericIfAttributeOp(result, root.get(), &wanted, code, nullptr,
                                                     argument);
    }
-   /// The child that an op on a singleton child gives.
+   /// The child that an op on a singleton child returns.
    Sarn::Ptr<Kiv::Entity> childOp(U8 code, Kiv::AttributeId id, Kiv::ValueRef argument = nullptr) {
       alignas(Sarn::Ptr<Kiv::Entity>) unsigned char room[sizeof(Sarn::Ptr<Kiv::Entity>)];
       EXPECT_EQ(op(code, id, room, argument), statusOk);

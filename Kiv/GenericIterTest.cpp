@@ -17,7 +17,7 @@ using Kiv::IteratorOp;
 
 class GenericIter : public testing::Test {
 protected:
-   /// Goes through a collection with the type's own function; `visit` may delete.
+   /// Iterates over a collection with the type's own function; `visit` may delete.
    void walk(Kiv::AttributeId id,
              std::function<void(Kiv::FieldDescriptor const&, Kiv::IteratorStorage&)> visit) {
       Kiv::FieldDescriptor const& field = *root->kivType().field(id);
@@ -33,7 +33,7 @@ protected:
       EXPECT_FALSE(iterator(*root, storage, field, IteratorOp::valid));
       EXPECT_FALSE(iterator(*root, storage, field, IteratorOp::destroy));
    }
-   /// "key=value" of each element, in the order of the keys' texts.
+   /// "key=value" for each element, ordered by the keys' texts.
    std::string contents(Kiv::AttributeId id) {
       std::map<std::string, std::string> all;
       walk(id, [&](Kiv::FieldDescriptor const& field, Kiv::IteratorStorage& at) {
@@ -163,7 +163,7 @@ TEST_F(GenericIter, DeletesTheFrontOfAQueueAndNoOther) {
    bool skip = false;
    walk(queueId, [&](Kiv::FieldDescriptor const& field, Kiv::IteratorStorage& at) {
       U32 const number = *static_cast<U32 const*>(Impl::iterKey(field, at));
-      skip = skip || number == 3;  // and so the fourth is not the front
+      skip = skip || number == 3;  // so the fourth is not the front
       if (!skip || number == 4) {
          deleted += std::to_string(number) + (Impl::iterDel(*root, field, at) ? "+" : "-");
       }

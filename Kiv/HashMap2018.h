@@ -27,8 +27,8 @@ struct ExternalKeyPolicy {
 
 }  // namespace Impl
 
-/// A hash map whose keys lie beside their values. For values that contain their key, and for
-/// pointers to such, see `HashMap2018NodeInternalKey`.
+/// A hash map that stores keys beside their values. For values that contain their keys, and for
+/// pointers to such values, see `HashMap2018NodeInternalKey`.
 ///
 ///     Kiv::HashMap2018<Ptp::MessageTypeNumber, U16, 0xDE80331F> thresholds;
 ///     thresholds.insert(type, 3);
@@ -36,8 +36,8 @@ struct ExternalKeyPolicy {
 ///     for (auto const& [key, value] : thresholds) { ... }        // must not change meanwhile
 ///     for (auto it = thresholds.iterator(); it; ++it) { ... }    // may
 ///
-/// One pointer in size, nothing allocated while empty; grows and shrinks with its contents. See
-/// `Impl::HashTable` for invalidation, threads and exceptions.
+/// It is one pointer in size, allocates nothing while empty, and grows and shrinks with its
+/// contents. See `Impl::HashTable` for invalidation, threads and exceptions.
 ///
 /// `seedConstant` makes the hashes of this collection differ from those of other collections.
 template <class Key, class Value, U32 seedConstant = 0>
@@ -60,19 +60,19 @@ public:
       return slot != nullptr ? &slot->value : nullptr;
    }
 
-   /// Adds the element unless the key is there; then nothing changes, and `second` is false. The
-   /// value is read from or moved from only if it is added. Amortised O(1).
+   /// Adds the element unless the key exists; then nothing changes, and `second` is false. Copies
+   /// or moves from the value only if it is added. Amortised O(1).
    std::pair<Value*, bool> insert(LookupKey key, Value const& value) { return add(key, value); }
    std::pair<Value*, bool> insert(LookupKey key, Value&& value) {
       return add(key, std::move(value));
    }
 
-   /// Removes the element and gives its value back, or nothing if there is none. O(1).
+   /// Removes the element and returns its value, or nothing if there is none. O(1).
    std::optional<Value> erase(LookupKey key) {
       Slot* const slot = this->findSlot(key);
       return slot != nullptr ? take(slot) : std::nullopt;
    }
-   /// The same for the current element of a checked iterator of this map, which then is
+   /// The same for the current element of a checked iterator of this map, which is then
    /// `markedForDeletion()`. REQUIRES: not at the end, not marked already.
    std::optional<Value> erase(Iterator const& it) { return take(this->slotOf(it)); }
 

@@ -10,8 +10,9 @@
 
 #include "Kiv/HashMap2018NodeInternalKey.h"
 
-/// `HashMap2018` beside `std::unordered_map` with the same hash function, keyed by ten significant
-/// bytes in sixteen, as a port's key is. Arguments are numbers of elements; times are per element.
+/// `HashMap2018` compared with `std::unordered_map` with the same hash function. Like a port's key,
+/// the keys have ten significant bytes in sixteen. Arguments are numbers of elements; times are per
+/// element.
 namespace {
 
 struct PortKey {
@@ -61,8 +62,8 @@ struct Kiv2018 {
    }
 };
 
-/// Different keys that look like real ones: interface numbers close together, some with VLANs.
-/// The first half is for insertion, the other half for misses; both in random order.
+/// Distinct keys that look like real ones: interface numbers close together, some with VLANs. The
+/// first half is for insertion, the second for misses; both are in random order.
 std::vector<PortKey> makeKeys(std::size_t count) {
    std::vector<PortKey> keys;
    keys.reserve(count);
@@ -83,8 +84,8 @@ Map filled(std::vector<PortKey> const& keys) {
    return m;
 }
 
-/// Looks up in random order, by so many keys that no branch predictor learns them by heart. The
-/// lookups are independent, as they are when changes to many ports come in.
+/// Looks up in random order, with so many keys that no branch predictor can memorise them. The
+/// lookups are independent, as they are when changes to many ports arrive.
 template <class Map>
 void lookUp(benchmark::State& state, bool present) {
    auto const count = static_cast<std::size_t>(state.range(0));
@@ -119,7 +120,7 @@ void BM_Miss(benchmark::State& state) {
    lookUp<Map>(state, false);
 }
 
-/// From empty, growing on the way, and all at once away again.
+/// Fills a map from empty, growing on the way, and destroys it.
 template <class Map>
 void BM_Insert(benchmark::State& state) {
    auto const keys = makeKeys(static_cast<std::size_t>(state.range(0)));
@@ -131,7 +132,7 @@ void BM_Insert(benchmark::State& state) {
    state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
 }
 
-/// From empty, and in another order one by one until empty again.
+/// Fills a map from empty, and erases the elements one by one in another order.
 template <class Map>
 void BM_InsertErase(benchmark::State& state) {
    auto const keys = makeKeys(static_cast<std::size_t>(state.range(0)));
@@ -148,7 +149,7 @@ void BM_InsertErase(benchmark::State& state) {
    state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
 }
 
-/// One element out and another in, at constant size.
+/// Erases one element and inserts another, at constant size.
 template <class Map>
 void BM_Replace(benchmark::State& state) {
    auto const count = static_cast<std::size_t>(state.range(0));
@@ -171,7 +172,7 @@ void BM_Iterate(benchmark::State& state) {
    state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
 }
 
-/// The checked iterator, which may be kept across changes.
+/// The checked iterator, which stays valid when the map changes.
 void BM_IterateChecked(benchmark::State& state) {
    auto const map = filled<Kiv2018>(makeKeys(static_cast<std::size_t>(state.range(0))));
    for (auto _ : state) {
@@ -184,7 +185,7 @@ void BM_IterateChecked(benchmark::State& state) {
    state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
 }
 
-/// What a map of children points to: each found at its own place in memory, in no order of the
+/// What a map of children points to: objects scattered in memory, in an order unrelated to the
 /// map's.
 struct Object {
    U64 key = 0;
@@ -205,7 +206,7 @@ void fillWithObjects(std::int64_t count, Insert&& insert) {
    }
 }
 
-/// Reads something of every child: what bringing a new reader up to date begins with.
+/// Reads some members of every child, as the replay to a new reader does.
 void BM_WalkChildrenStd(benchmark::State& state) {
    std::unordered_map<U64, std::unique_ptr<Object>> map;
    fillWithObjects(state.range(0), [&](std::unique_ptr<Object> object) {
@@ -222,7 +223,7 @@ void BM_WalkChildrenStd(benchmark::State& state) {
    state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
 }
 
-/// The bare minimum: the objects in an array of pointers, walked in the order of memory.
+/// The lower bound: an array of pointers to the objects, walked in the order of memory.
 void BM_WalkChildrenInOrder(benchmark::State& state) {
    std::vector<std::unique_ptr<Object>> objects;
    fillWithObjects(state.range(0),

@@ -1,4 +1,4 @@
-// The checked iterator, through everything that can happen to its map.
+// The checked iterator across everything that can happen to its map.
 #include <gtest/gtest.h>
 
 #include <list>
@@ -178,22 +178,22 @@ TEST(HashMap2018Iterator, TheBucketArrayIsReleasedWithItsLastUser) {
       it = map.iterator();
       EXPECT_EQ(tracker.liveObjects(), 1u);
       fill(map, 1000);
-      EXPECT_EQ(tracker.liveObjects(), 1u);  // it went along to the new array
+      EXPECT_EQ(tracker.liveObjects(), 1u);  // it moved along to the new array
    }
    EXPECT_EQ(tracker.liveObjects(), 1u);
    it.reset();
    EXPECT_EQ(tracker.liveObjects(), 0u);
 }
 
-/// Iterators in all places, while the map goes through random changes: each element that is there
-/// from an iterator's start to its end is visited by it once, and none after its removal.
+/// Iterators at all positions while the map changes at random: an iterator visits each element that
+/// is there from its start to its end once, and none after its removal.
 template <class TestMap, class MakeKey>
 void survive(U64 seed, U64 range, MakeKey&& makeKey) {
    SCOPED_TRACE("seed " + std::to_string(seed) + " range " + std::to_string(range));
    struct Walk {
       typename TestMap::Iterator it;
-      std::set<U64> due;      // there since the start, not yet visited
-      std::set<U64> visited;  // of those that were there at the start
+      std::set<U64> due;      // present since the start, not yet visited
+      std::set<U64> visited;  // of those present at the start
    };
    std::mt19937_64 random(seed);
    TestMap map;
@@ -229,7 +229,7 @@ void survive(U64 seed, U64 range, MakeKey&& makeKey) {
          model.erase(k);
          for (Walk& w : walks) {
             w.due.erase(k);
-            w.visited.erase(k);  // put in again, it is another and may be visited
+            w.visited.erase(k);  // inserted again, it is another element and may be visited
          }
       } else if (what < 70) {
          if (walks.size() < 6) {

@@ -33,7 +33,7 @@ struct InternalKeyPolicy {
 ///     };
 ///     Kiv::HashMap2018NodeInternalKey<Sarn::Ptr<IntfConfig>, IntfConfigKeyFunktor, 0x5B266113> m;
 ///
-/// The key of a stored value must not change. Otherwise as `HashMap2018`.
+/// The key of a stored value must not change. Otherwise like `HashMap2018`.
 template <class Value, class KeyFunktor, U32 seedConstant = 0>
 class HashMap2018NodeInternalKey
       : public Impl::HashTable<Impl::InternalKeyPolicy<Value, KeyFunktor, seedConstant>> {
@@ -44,21 +44,21 @@ public:
    using typename Table::LookupKey;
 
    /// The value of `key`, or null; valid until the next structural change. It may be replaced by
-   /// one of the same key. O(1), allocates nothing.
+   /// another with the same key. O(1), allocates nothing.
    Value* find(LookupKey key) { return this->findSlot(key); }
    Value const* find(LookupKey key) const { return this->findSlot(key); }
 
-   /// Adds the value unless its key is there; then nothing changes, and `second` is false. The
-   /// value is copied or moved from only if it is added. Amortised O(1).
+   /// Adds the value unless its key exists; then nothing changes, and `second` is false. Copies or
+   /// moves from the value only if it is added. Amortised O(1).
    std::pair<Value*, bool> insert(Value const& value) { return add(value); }
    std::pair<Value*, bool> insert(Value&& value) { return add(std::move(value)); }
 
-   /// Removes the element and gives it back, or nothing if there is none. O(1).
+   /// Removes the element and returns it, or nothing if there is none. O(1).
    std::optional<Value> erase(LookupKey key) {
       Value* const slot = this->findSlot(key);
       return slot != nullptr ? take(slot) : std::nullopt;
    }
-   /// The same for the current element of a checked iterator of this map, which then is
+   /// The same for the current element of a checked iterator of this map, which is then
    /// `markedForDeletion()`. REQUIRES: not at the end, not marked already.
    std::optional<Value> erase(Iterator const& it) { return take(this->slotOf(it)); }
 

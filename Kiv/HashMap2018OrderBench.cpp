@@ -5,11 +5,11 @@
 
 #include "Kiv/HashMap2018.h"
 
-/// The orders that make a table whose elements lie by their hashes quadratic, unless it takes care:
-/// one map filled in the order of another, as a mirror in the same process is; and one emptied in
-/// its own order, by keys as `xDelAll` does with an observer, by a checked iterator as the changed
-/// keys of a collection are sent. Times are per element; they must not grow with the size by more
-/// than the caches account for, beside a map whose elements stay where they are.
+/// The orders that make a table sorted by hash quadratic unless it takes care: filling one map in
+/// the order of another, as a mirror in the same process does; and emptying a map in its own order,
+/// by keys as `xDelAll` does with an observer, or by a checked iterator as when the changed keys of
+/// a collection are sent. Times are per element. Compared with a map whose elements stay in place,
+/// they must not grow with the size by more than caches account for.
 namespace {
 
 struct Hash64 {

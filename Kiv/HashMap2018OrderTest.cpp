@@ -12,8 +12,8 @@
 #include "Kiv/HashMap2018.h"
 #include "Kiv/Map/HSet.h"
 
-/// What the order of a hash table gives away, and that no order in which elements come and go makes
-/// it slow. Work is counted, not timed: comparisons of keys, and elements moved.
+/// What the order of a hash table reveals, and that no order of insertions and removals makes it
+/// slow. The tests count work instead of timing it: comparisons of keys, and moves of elements.
 namespace {
 
 U64 comparisons = 0;
@@ -54,7 +54,7 @@ std::vector<U64> orderOf(Map const& map) {
    return order;
 }
 
-/// Counts what `work` does, for each of so many elements.
+/// Counts the comparisons and moves of `work`, per element.
 template <class Work>
 std::pair<double, double> costPerElement(U64 elements, Work&& work) {
    comparisons = 0;
@@ -64,9 +64,9 @@ std::pair<double, double> costPerElement(U64 elements, Work&& work) {
            static_cast<double>(moves) / static_cast<double>(elements)};
 }
 
-// A hit compares one key, and a tag that agrees by chance one more in 255 slots.
+// A hit compares one key, plus one more for every 255 slots, where the tag agrees by chance.
 constexpr double fewComparisons = 1.5;
-// Growing moves an element three times at most, and coming and going pushes a few.
+// Growth moves an element at most three times, and insertions and removals shift a few others.
 constexpr double fewMoves = 12;
 
 TEST(HashMap2018Order, IsAnotherInEachMapOfTheSameKeys) {
@@ -109,8 +109,8 @@ TEST(HashMap2018Order, IsAnotherInTheNextMapsOfAForkedProcess) {
    close(ends[1]);
 }
 
-/// Nothing that is left of the hashes' order shows in the map's: a key's place in the one order
-/// says nothing about its place in the other.
+/// The map's order shows nothing of the order of the hashes: a key's position in one says nothing
+/// about its position in the other.
 TEST(HashMap2018Order, HasNothingToDoWithThatOfTheHashes) {
    Map map;
    fill(map);
@@ -123,8 +123,8 @@ TEST(HashMap2018Order, HasNothingToDoWithThatOfTheHashes) {
    for (U64 i = 0; i < count; ++i) {
       rank[byHash[i].second] = i;
    }
-   // Of two neighbours in the map's order the ranks by hash are a third of the range apart, as
-   // those of random neighbours are.
+   // The ranks by hash of two neighbours in the map's order differ by a third of the range on
+   // average, as those of random neighbours do.
    double sum = 0;
    auto const order = orderOf(map);
    for (U64 i = 1; i < count; ++i) {
@@ -211,8 +211,8 @@ TEST(HashMap2018Order, AMapThatKeepsOneStretchOfItsOrderIsSmallAndFast) {
    EXPECT_LT(moved, fewMoves);
 }
 
-/// Whoever chooses keys can see which ones come one after the other, take the map away from around
-/// them, and put them back.
+/// An attacker who chooses keys can see which ones are adjacent, remove everything around them from
+/// the map, and insert them again.
 TEST(HashMap2018Order, KeysThatWereSeenTogetherDoNotSlowTheMapDown) {
    Map map;
    fill(map, 20 * count);
@@ -233,7 +233,7 @@ TEST(HashMap2018Order, KeysThatWereSeenTogetherDoNotSlowTheMapDown) {
       }
    });
    EXPECT_LT(compared, 2 * fewComparisons);
-   EXPECT_LT(moved, 200);  // most of them before it takes another order
+   EXPECT_LT(moved, 200);  // most of them before it changes its order
 }
 
 TEST(HashMap2018Order, AnIteratorOnItsWayPutsShrinkingOffUntilItIsGone) {
@@ -277,10 +277,10 @@ TEST(HashMap2018Order, KeysOfEqualHashKeepTheOrderOfTheirInsertion) {
    EXPECT_EQ(next, 3000u);
 }
 
-/// Another process hashes the same key with the same seed to something else: who knows or guesses
-/// the seed cannot compute hashes.
+/// Another process hashes the same key with the same seed to a different value, so knowing or
+/// guessing the seed does not suffice to compute hashes.
 TEST(HashSecret, IsAnotherInEachProcess) {
-   GTEST_FLAG_SET(death_test_style, "threadsafe");  // runs the program anew
+   GTEST_FLAG_SET(death_test_style, "threadsafe");  // runs the program again
    auto const said = [] {
       return "hashes " + std::to_string(Kiv::hashSingleAttr(1, U64{1})) + ' ' +
              std::to_string(Kiv::hashSingleAttr(1, "Ethernet1")) + ' ' +

@@ -38,7 +38,7 @@ TEST(HashMap2018, GrowsAndShrinksWithItsContents) {
       map.insert(i, i);
    }
    std::size_t const full = map.memoryUsed();
-   // Three quarters full at most, three eighths at least: 21 bytes an element and slot.
+   // At most three quarters full, at least three eighths: 21 bytes for a slot and its element.
    EXPECT_GT(full, count * 21);
    EXPECT_LT(full, count * 21 * 3);
    for (U64 i = 100; i < count; ++i) {
@@ -103,7 +103,7 @@ TEST(HashMap2018, KeysAndValuesMayComeFromTheMapItself) {
    Kiv::HashMap2018<Sarn::String, Sarn::String, 1> map;
    map.insert("origin", "a value that is too long for the string object itself");
    for (int i = 0; i < 200; ++i) {
-      // Each insertion may move the value that it reads.
+      // Each insertion may move the value that it copies.
       map.insert("copy " + std::to_string(i), *map.find("origin"));
    }
    for (int i = 0; i < 200; ++i) {
@@ -151,7 +151,7 @@ TEST(HashMap2018, AHashThatSpreadsNothingCostsTimeButNotMemory) {
    }
 }
 
-/// Copies throw at a given moment.
+/// Its copy constructor throws after a given number of copies.
 struct Fragile {
    static inline int copiesLeft = -1;
 
@@ -186,7 +186,7 @@ TEST(HashMap2018, AnInsertionThatThrowsChangesNothing) {
    EXPECT_EQ(Tracked::live, 0);
 }
 
-/// Looks into the map when it is destroyed.
+/// Reads the map in its destructor.
 struct Witness {
    Kiv::HashMap2018<U64, Witness, 1>* map = nullptr;
    std::vector<std::size_t>* seen = nullptr;

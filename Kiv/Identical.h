@@ -8,12 +8,12 @@
 
 #include "Kiv/ValueOps.h"
 
-/// Values that are equal but not identical: 0.0 and -0.0, alone or within other values. Setters
-/// compare by equality. Values from the attribute log are stored bit by bit, so that a mirror that
-/// has missed the changes between two such values shows the one that its source has.
+/// Values that are equal but not identical: 0.0 and -0.0, alone or inside other values. Setters
+/// compare by equality. Values from the attribute log are stored bit by bit, so a mirror shows the
+/// same one as its source even if it missed the changes in between.
 namespace Kiv {
 
-/// Whether equal values of the type may differ in their text and in the log.
+/// Whether equal values of the type may have different text or encoding.
 template <class T>
 inline constexpr bool equalMayDiffer = [] {
    if constexpr (requires { T::kivFields(); }) {
@@ -25,14 +25,14 @@ inline constexpr bool equalMayDiffer = [] {
    } else if constexpr (requires { typename T::value_type; } && !std::is_same_v<T, Sarn::String>) {
       return equalMayDiffer<typename T::value_type>;  // an optional
    } else {
-      // Of a type written by hand only its encoding is known.
+      // For a hand-written type, only the encoding tells.
       return std::is_floating_point_v<T> || requires {
          T::kivMaxEncodedSize;
       };
    }
 }();
 
-/// Whether two equal values are also the same in the log. REQUIRES: a == b.
+/// Whether two equal values have the same encoding. REQUIRES: a == b.
 template <class T>
 bool isIdentical(T const& a, T const& b) {
    if constexpr (!equalMayDiffer<T>) {
@@ -60,13 +60,13 @@ bool isIdentical(T const& a, T const& b) {
 
 namespace Impl {
 
-/// Set while the log applies a value that equals the stored one but is not identical; the setter
-/// that the value goes through resets it.
+/// Set while the log applies a value that equals the stored one but is not identical to it; reset
+/// by the setter that the value goes through.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local bool storesEqual;
-/// The child that the log creates again: its constant arguments are compared bit by bit.
+/// The child that the log is creating again: its constant arguments are compared bit by bit.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local void const* exactChild;
 
-/// Sets one of these for its lifetime.
+/// Sets one of these variables for its own lifetime.
 template <class T>
 class Exactly {
 public:
@@ -81,7 +81,7 @@ private:
 
 }  // namespace Impl
 
-/// A setter's comparison: whether there is nothing to store and to publish.
+/// A setter's comparison: whether there is nothing to store and publish.
 template <class T, class V>
 inline bool isUnchanged(T const& stored, V const& v) {
    if constexpr (equalMayDiffer<T>) {

@@ -10,7 +10,7 @@ namespace {
 constinit KivModule const* first = nullptr;
 constinit KivModule const* last = nullptr;
 
-/// Forgets the allocation counters that lie in the same shared object as `address`.
+/// Forgets the allocation counters in the same shared object as `address`.
 int forgetCounters(dl_phdr_info* object, std::size_t, void* address) {
    auto const segments = [object](auto&& visit) {
       for (int i = 0; i != object->dlpi_phnum; ++i) {

@@ -2,19 +2,19 @@
 
 #include "Kiv/TypeImpl.h"
 
-/// Module records: what each module hands over at load, laid out so that a program can walk it by
-/// the layout alone. All numbers are little-endian, as the machine's.
+/// Module records: what each module registers when it is loaded, laid out so that a program can
+/// walk it without a header. All numbers are in the machine's byte order, little-endian.
 namespace Kiv {
 
-/// 16 bytes a defined type, in name order.
+/// 16 bytes per defined type, in name order.
 struct TypeRecord {
-   /// Bits 0-19 kind flags, bits 20-31 the offset of the name in the type-name table.
+   /// Bits 0-19: kind flags; bits 20-31: offset of the name in the type-name table.
    U32 kindAndName;
-   /// Bits 0-15 the size of a value or entity in memory, bits 16-23 its alignment.
+   /// Bits 0-15: size of a value or entity in memory; bits 16-23: its alignment.
    U32 sizeFlags;
    U16 memberCount;
    U16 firstMember;
-   /// Bit 0: derived from another type; bit 1: made with a name.
+   /// Bit 0: derived from another type; bit 1: has a name.
    U32 flags;
 
    static constexpr U32 entityKind = 0x60;
@@ -29,12 +29,12 @@ struct TypeRecord {
 };
 static_assert(sizeof(TypeRecord) == 16);
 
-/// 20 bytes a member or enumerator, grouped by type in type order.
+/// 20 bytes per member or enumerator, grouped by type in type order.
 struct MemberRecord {
    U16 id;
    U16 kind;
-   /// Bytes 4-9: bits 0-11 the offset of the member's type in the type-name table (0xfff: none),
-   /// bits 28-43 the offset of its name in the member-name table.
+   /// Bytes 4-9: bits 0-11 are the offset of the member's type in the type-name table (0xfff:
+   /// none), bits 28-43 the offset of its name in the member-name table.
    U16 packed[3];
    U16 owner;
    U16 value;
@@ -68,7 +68,7 @@ constexpr MemberRecord memberRecord(U16 id, U16 kind, U64 nameOffset, U64 typeNa
            {0, 0, 0}};
 }
 
-/// Four counts a type.
+/// Four counts per type.
 struct TypeCounts {
    U32 members;
    /// Members that travel in the attribute log.
@@ -78,10 +78,10 @@ struct TypeCounts {
 };
 static_assert(sizeof(TypeCounts) == 16);
 
-/// A module's further descriptor data.
+/// The rest of a module's descriptor.
 struct ModuleData {
    char const* name;
-   /// A fixed part of the module's identity; both ends of a stream must agree on it.
+   /// Part of the module's identity; both ends of a stream must have the same.
    U32 hash;
    U32 dependsOnCount;
    /// Names of the modules that this one depends on.
@@ -100,7 +100,8 @@ struct KivModule {
    char const* typeNames;
    char const* memberNames;
    TypeCounts const* counts;
-   /// A type's function table: `EntityFunctions` or `ValueFunctions`, null for an enumeration.
+   /// The function table of each type: `EntityFunctions` or `ValueFunctions`, null for an
+   /// enumeration.
    void const* const* functions;
    U32 typeCount;
 
@@ -108,11 +109,11 @@ struct KivModule {
    U32 hash() const noexcept { return data->hash; }
 };
 
-/// Adds a module to the process's registry, behind those there. Called by each module's
-/// initializer at load. Allocates nothing. A module that is there already stays where it is, until
-/// it has been taken out as often as it was added.
+/// Adds a module at the end of the process's registry. Called by each module's initializer at load.
+/// Allocates nothing. A module that is registered already keeps its place until it has been removed
+/// as often as it was added.
 void kivModuleIs(KivModule const& module) noexcept;
-/// Takes it out again.
+/// Removes it again.
 void kivModuleDel(KivModule const& module) noexcept;
 /// The same when the library that holds the module is unloaded; `within` is any address inside the
 /// library. Also forgets the library's allocation counters, which are about to be unmapped too.

@@ -1,5 +1,5 @@
-// A module record walked by its layout alone: bytes, offsets and counts, as a program would that
-// has no header of the module. What it finds is compared with what the types say.
+// A module record walked only by its layout: bytes, offsets and counts, as a program without the
+// module's header would. The result is compared with the type data.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -94,7 +94,7 @@ TEST_F(ModuleRecord, EnumeratorsHaveARunningIndexTheirOwnerAndTheirValue) {
    }
 }
 
-/// Every member record of an entity or value type against the type's own table.
+/// Compares every member record of an entity or value type with the type's own rows.
 TEST_F(ModuleRecord, AgreesWithWhatTheTypesSay) {
    for (U32 i = 0; i != walk.typeCount(); ++i) {
       TypeBytes const bytes = walk.type(i);

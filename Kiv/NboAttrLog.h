@@ -8,8 +8,8 @@
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
 
-/// Values in the attribute log: big-endian, no padding, no tags. `In` reads one message's bytes,
-/// `Out` writes into room that the caller has reserved for exactly the bytes to come.
+/// Values in the attribute log: big-endian, no padding, no tags. `In` reads the bytes of one
+/// message; `Out` writes into a buffer reserved for exactly the bytes to come.
 namespace Kiv {
 
 /// Tag of the constructors that read a value from the attribute log.
@@ -17,10 +17,10 @@ struct StreamBogon {};
 
 namespace NboAttrLog {
 
-/// A received message breaks the log's rules; the connection it came from is to be closed.
+/// A received message breaks the log's rules; its connection must be closed.
 class FaultException : public Exception {
 public:
-   /// `offset`: of the fault in the message's value, in bytes.
+   /// `offset`: where the fault is in the message's body, in bytes.
    FaultException(Sarn::String const& message, std::size_t offset)
          : Exception(message + " at offset " + std::to_string(offset)), offset_(offset) {}
    std::size_t offset() const noexcept { return offset_; }
@@ -43,8 +43,8 @@ constexpr T byteSwapped(T v) noexcept {
    }
 }
 
-/// Reads the bytes of one message. Every read is checked against the end of the message and
-/// throws `FaultException` when it would pass it. Does not own the bytes.
+/// Reads the bytes of one message. Every read that would pass the end of the message throws
+/// `FaultException` instead. Does not own the bytes.
 class In {
 public:
    In(U8 const* begin, U8 const* end) noexcept : begin_(begin), at_(begin), end_(end) {}
@@ -70,11 +70,11 @@ public:
    S64 nextS64() { return static_cast<S64>(next<U64>()); }
    float nextfloat() { return std::bit_cast<float>(next<U32>()); }
    double nextdouble() { return std::bit_cast<double>(next<U64>()); }
-   /// A count of seconds as a double; any double is taken, infinity included.
+   /// Seconds as a double; accepts any double, infinity included.
    double nextSeconds() { return nextdouble(); }
-   /// U32 length and bytes. The view lives as long as the message's bytes.
+   /// U32 length and bytes. The view is valid as long as the message's bytes.
    std::string_view nextString();
-   /// As `nextString`, but more than `bound` bytes are a fault.
+   /// Like `nextString`, but throws `FaultException` for more than `bound` bytes.
    std::string_view nextValidString(std::size_t bound);
    /// `size` raw bytes, valid as long as the message's bytes.
    U8 const* nextBytes(std::size_t size) {
@@ -83,13 +83,13 @@ public:
       at_ += size;
       return bytes;
    }
-   /// Faults unless the message has been read to its end.
+   /// Throws `FaultException` unless the message has been read to its end.
    void expectEnd() const {
       if (at_ != end_) [[unlikely]] {
          faultTrailing();
       }
    }
-   /// Throws a `FaultException` for the value that ends `back` bytes before the cursor's place.
+   /// Throws a `FaultException` whose offset is `back` bytes before the cursor.
    [[noreturn]] void fault(std::string_view what, std::size_t back = 0) const;
 
 private:
@@ -114,7 +114,7 @@ private:
    U8 const* end_;
 };
 
-/// Writes into reserved room. The writer asks for the encoded size first and reserves it, so
+/// Writes into a reserved buffer. The writer asks for the encoded size first and reserves that, so
 /// running past the end is a programming error and is asserted.
 class Out {
 public:

@@ -10,7 +10,7 @@ U8* CircularBuffer::reserveSlowly(std::size_t size) noexcept {
    if (wrapped_) {
       return read_ - write_ > size ? bytes_.get() + write_ : grow(size);
    }
-   // One byte stays free between the two halves, so that full and empty differ.
+   // One byte stays free between the two halves, so that full differs from empty.
    if (read_ <= size) {
       return grow(size);
    }
@@ -36,13 +36,13 @@ U8* CircularBuffer::grow(std::size_t more) noexcept {
    return grown ? bytes_.get() + write_ : nullptr;
 }
 
-/// Moves what waits into memory of this size, the oldest byte first. False, and nothing is done, if
-/// there is none.
+/// Moves the pending bytes into new memory of this size, the oldest byte first. False, with no
+/// effect, if there is no memory or the budget is exhausted.
 bool CircularBuffer::capacityIs(std::size_t capacity, std::size_t waiting) noexcept {
    if (budget_ != nullptr && !budget_->change(capacity_, capacity)) {
       return false;
    }
-   // Not value-initialised: pages that are never used are never touched.
+   // Not value-initialised, so that unused pages are never touched.
    std::unique_ptr<U8[]> moved(capacity != 0 ? new (std::nothrow) U8[capacity] : nullptr);
    if (capacity != 0 && moved == nullptr) {
       if (budget_ != nullptr) {

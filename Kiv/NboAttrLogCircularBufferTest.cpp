@@ -13,7 +13,7 @@ namespace {
 
 class CircularBufferProperties : public SeededTest {};
 
-/// Writes `size` bytes that count up from `first`; false if there is no room.
+/// Writes `size` bytes that count up from `first`; false if there is no space.
 bool write(CircularBuffer& buffer, std::size_t size, U8 first) {
    U8* const room = buffer.reserve(size);
    if (room == nullptr) {
@@ -26,7 +26,7 @@ bool write(CircularBuffer& buffer, std::size_t size, U8 first) {
    return true;
 }
 
-/// All that waits, in order.
+/// All pending bytes, in order.
 Bytes waiting(CircularBuffer const& buffer) {
    auto const first = buffer.first();
    auto const second = buffer.second();
@@ -75,7 +75,7 @@ TEST(CircularBuffer, FullAndEmptyDiffer) {
    CircularBuffer buffer(16);
    ASSERT_TRUE(write(buffer, 16, 0));
    buffer.consume(8);
-   EXPECT_FALSE(write(buffer, 8, 0));  // would end where the waiting bytes begin
+   EXPECT_FALSE(write(buffer, 8, 0));  // would end where the pending bytes begin
    ASSERT_TRUE(write(buffer, 7, 100));
    EXPECT_EQ(buffer.size(), 15u);
    EXPECT_FALSE(buffer.empty());
@@ -117,7 +117,7 @@ TEST(CircularBuffer, GrowsByUseAndKeepsWhatWaitsInItsOrder) {
    ASSERT_TRUE(write(buffer, 3000, 0));
    EXPECT_EQ(buffer.capacity(), 4096u);
    buffer.consume(2000);
-   ASSERT_TRUE(write(buffer, 1500, 7));  // in front
+   ASSERT_TRUE(write(buffer, 1500, 7));  // before the pending bytes
    EXPECT_EQ(buffer.capacity(), 4096u);
    EXPECT_NE(buffer.second().size, 0u);
    Bytes expected = waiting(buffer);

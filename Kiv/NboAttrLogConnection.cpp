@@ -18,7 +18,7 @@ Sarn::String errorText(char const* what, int error) {
    return Sarn::String(what) + ": " + std::generic_category().message(error);
 }
 
-/// The name that the kernel has for a process; empty if it is gone.
+/// The kernel's name for a process; empty if it is gone.
 Sarn::String programName(U32 pid) {
    char path[32];
    std::snprintf(path, sizeof path, "/proc/%u/comm", pid);
@@ -112,8 +112,8 @@ void FdConnection::close(Sarn::String const& reason) {
 }
 
 void FdConnection::read() {
-   // On the stack: a connection that is idle costs no buffer, and one that is busy reads into
-   // memory that is warm.
+   // On the stack, so that an idle connection costs no buffer, and a busy one reads into memory
+   // that is in the cache.
    std::array<U8, std::size_t(1) << 16> bytes;
    for (std::size_t taken = 0; taken < turnBytes && !session_.closed();) {
       ssize_t const count = ::read(fd_, bytes.data(), bytes.size());
@@ -136,7 +136,7 @@ void FdConnection::read() {
 }
 
 void FdConnection::write() {
-   session_.sent(0);  // tells the peer of an end, and the listener of what was left out meanwhile
+   session_.sent(0);  // writes `bye` if the session has ended, and notifies the listener
    for (;;) {
       CircularBuffer::Piece const first = session_.output();
       CircularBuffer::Piece const second = session_.outputBehind();

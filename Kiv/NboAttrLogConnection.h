@@ -4,31 +4,30 @@
 
 namespace Kiv::NboAttrLog {
 
-/// Who has connected a UNIX socket, by the credentials at that moment, and what the process is
-/// called now. Unknown for other descriptors.
+/// Who has connected a UNIX socket, by the credentials at that moment, and the current name of that
+/// process. Unknown for other descriptors.
 PeerIdentity peerIdentity(int fd);
 
-/// A session over a connected stream socket (UNIX or TCP), or any pair of pollable descriptors
-/// that read and write bytes. It has no loop of its own and never blocks: the owner's loop asks
-/// what it waits for and tells it what is ready.
+/// A session over a connected stream socket (UNIX or TCP), or over any pollable descriptor that
+/// reads and writes bytes. It has no loop of its own and never blocks: the owner's loop asks it
+/// what to poll for and tells it what is ready.
 ///
 ///     pollfd p{connection.fd(), connection.events(), 0};
 ///     poll(&p, 1, timeout);
 ///     connection.onReady(p.revents);
 ///     if (connection.done()) { ... connection.closeReason() ... }
 ///
-/// Changes made since the last turn are in the output already; they go out with the next `onReady`
-/// or `flush`, all together. Call `flush()` at the end of a turn to send them without waiting for
-/// the descriptor to be polled.
+/// Changes made since the last turn are in the output already; the next `onReady` or `flush` sends
+/// them all together. Call `flush()` at the end of a turn to send them without waiting for `poll`.
 ///
-/// An owner that has given the hub a clock polls no longer than until `Hub::deadline()`, and calls
-/// `Hub::expire()` then and `flush()` afterwards, so that peers that stop in the middle of a
-/// message, or that do not take the last bytes, end as well.
+/// An owner that has given the hub a clock polls no longer than until `Hub::deadline()`, then calls
+/// `Hub::expire()` and `flush()`. This also ends connections whose peers stop in the middle of a
+/// message or do not take the last bytes.
 ///
-/// Ownership: the descriptor is made non-blocking and closed with the connection.
+/// Ownership: the connection owns the descriptor; it makes it non-blocking and closes it.
 class FdConnection {
 public:
-   /// Takes `fd` over.
+   /// Takes ownership of `fd`.
    FdConnection(Hub& hub, int fd, SessionListener* listener = nullptr);
    ~FdConnection();
    FdConnection(FdConnection const&) = delete;
@@ -41,20 +40,20 @@ public:
    int fd() const noexcept { return fd_; }
    /// What to poll for: `POLLIN`, `POLLOUT` or both.
    short events() const noexcept;
-   /// Reads, applies and writes as far as the descriptor goes along without blocking.
-   /// `revents`: as poll gives it.
+   /// Reads, applies and writes as much as it can without blocking. `revents`: as returned by
+   /// `poll`.
    void onReady(short revents);
-   /// Writes what waits.
+   /// Writes the pending output.
    void flush();
    /// Whether the connection is over and its descriptor closed.
    bool done() const noexcept { return fd_ < 0; }
    Sarn::String const& closeReason() const noexcept { return session_.closeReason(); }
 
-   /// Says goodbye and closes.
+   /// Sends `bye` with the reason and closes.
    void close(Sarn::String const& reason);
 
 private:
-   /// A turn reads at most so much, so that one busy peer does not starve the others.
+   /// A turn stops reading after this many bytes, so that one busy peer does not starve the others.
    static constexpr std::size_t turnBytes = std::size_t(1) << 18;
 
    void read();

@@ -76,7 +76,7 @@ void FlowOut::reset(Entity& entity, bool replayAll) {
 }
 
 U32 FlowOut::placeInDerived(AttributeId id) const noexcept {
-   // Own members last: a derived type's flags stand behind those of its base.
+   // Own members last: a derived type's flags follow those of its base.
    TypeImpl const* type = type_;
    while (id < type->firstId && type->base != nullptr) {
       type = type->base;

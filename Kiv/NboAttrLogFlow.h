@@ -7,31 +7,32 @@
 
 namespace Kiv::NboAttrLog {
 
-/// What one connection has still to be told of one entity: a flag for each attribute, the dirty
-/// keys of each collection, how far each queue was told, and where a replay stopped.
+/// What one connection has still to be sent for one entity: a flag for each attribute, the dirty
+/// keys of each collection, how far each queue was sent, and where a replay stopped.
 ///
-/// Made when a change meets a connection that cannot take it, or to replay an entity whole; gone
-/// when everything has been told. Its size does not depend on the number of changes.
+/// It is made when a connection cannot take a change, or to replay an entity in full, and freed
+/// when everything has been sent. Its size depends on the numbers of attributes and dirty keys, not
+/// on that of changes.
 ///
-///     dirty  | 258 259 260 ...      one bit an attribute
+///     dirty  | 258 259 260 ...      one bit per attribute
 ///     synced | 258 259 260 ...      written at least once by this object
-///     collections: id -> set of dirty keys        queues: id -> first sequence not told
+///     collections: id -> set of dirty keys        queues: id -> first sequence not sent
 ///
-/// Of a collection whose keys are too many to remember, only `whole` is set: it is replayed from
+/// For a collection with too many dirty keys to remember, only `whole` is set: it is replayed from
 /// its first element to its last, and what the replay does not name is removed from the mirror.
 ///
-///     keys ---- too many ----> whole ---- begun ----> under way ---- end ----> told
+///     keys ---- too many ----> whole ---- begun ----> in progress ---- end ----> sent
 ///                                ^                     |  keys changed from here on are collected
-///                                '---- end ---- again <'  and told after it, unless too many
+///                                '---- end ---- again <'  and sent after it, unless too many
 class FlowOut {
 public:
-   /// `replayAll`: every streamed attribute is dirty, collections with all their keys.
+   /// `replayAll`: every streamed attribute is dirty; collections are replayed in full.
    FlowOut(Entity& entity, bool replayAll) { reset(entity, replayAll); }
    ~FlowOut();
    FlowOut(FlowOut const&) = delete;
    FlowOut& operator=(FlowOut const&) = delete;
 
-   /// Starts anew, for another entity; keeps the room.
+   /// Starts again for another entity; keeps the memory.
    void reset(Entity& entity, bool replayAll);
 
    Entity& entity() const noexcept { return *entity_; }
@@ -40,34 +41,34 @@ public:
    bool kivIsDirty(AttributeId id) const { return dirty_.get(place(id)); }
    void kivHasSyncedIs(AttributeId id, bool synced) { synced_.set(place(id), synced); }
    bool kivHasSynced(AttributeId id) const { return synced_.get(place(id)); }
-   /// The reader has been told of the attribute.
+   /// The attribute has been sent.
    void told(AttributeId id) {
       U32 const at = place(id);
       dirty_.set(at, false);
       synced_.set(at, true);
    }
-   /// Whether single keys of the collection are dirty.
+   /// Whether individual keys of the collection are dirty.
    bool hasDirtyCollKeys(AttributeId id) const noexcept;
-   /// Whether the collection is to be replayed whole.
+   /// Whether the collection is to be replayed in full.
    bool wholeCollection(AttributeId id) const { return whole_.get(place(id)); }
    void wholeCollectionIs(AttributeId id, bool whole) { whole_.set(place(id), whole); }
-   /// Forgets the collection's dirty keys and has it replayed whole, once more if that is under
-   /// way.
+   /// Forgets the collection's dirty keys and has it replayed in full; once more if a replay is in
+   /// progress.
    void replayWhole(AttributeId id);
-   /// Whether a whole replay is still to begin, so that no key of the collection need be
-   /// remembered.
+   /// Whether a full replay is still to begin, so that no key of the collection need be remembered.
    bool wholeWillBegin(AttributeId id) const {
       return again_.get(place(id)) || (wholeCollection(id) && !isReplaying(id));
    }
-   /// The collection has been replayed whole. What has changed meanwhile stays dirty.
+   /// The collection has been replayed in full. What has changed meanwhile stays dirty.
    void wholeIsTold(AttributeId id);
-   /// The dirty keys of a collection; made when `create`, else null if there are none.
+   /// The dirty keys of a collection. If there is no set yet, makes one if `create`, else returns
+   /// null.
    DirtyKeys* dirtyKeys(FieldDescriptor const& field, bool create);
-   /// The first sequence of a queue that the reader was not told; made with `next` if there is
-   /// none.
+   /// The sequence of a queue's first element that was not sent; set to `next` if there is none
+   /// yet.
    U32& toldSequence(AttributeId id, U32 next);
    bool queueIsKnown(AttributeId id) const noexcept;
-   /// Whether a singleton child was removed since the reader was last told.
+   /// Whether a singleton child was removed since the attribute was last sent.
    bool erased(AttributeId id) const { return erased_.get(place(id)); }
    void erasedIs(AttributeId id, bool erased) { erased_.set(place(id), erased); }
 
@@ -81,12 +82,12 @@ public:
    bool isReplaying(AttributeId id) const noexcept {
       return iterator_ != nullptr && iterating_ == id;
    }
-   /// Where a replay stopped: the attribute to go on with. A second one must not be set.
+   /// Sets where a replay stopped: the attribute to resume at. REQUIRES: there is no bookmark.
    void kivFlowOutBookmarkEnq(AttributeId id);
-   /// Takes the bookmark back; 0 if there is none.
+   /// Takes the bookmark out; 0 if there is none.
    AttributeId kivFlowOutBookmarkDeq() noexcept;
    AttributeId bookmark() const noexcept { return bookmark_; }
-   /// The iterator of the collection at the bookmark, and room for it.
+   /// The iterator of the collection at the bookmark, and its storage.
    CollectionIterator* resyncIterator() const noexcept { return iterator_; }
    CollectionIterator* resyncIteratorIs(FieldDescriptor const& field);
    /// Ends the replay of a collection.
@@ -100,7 +101,7 @@ public:
    bool queued = false;
 
 private:
-   /// A flag for each attribute; two words reach for most types.
+   /// A flag for each attribute; two words suffice for most types.
    class Bits {
    public:
       void reset(std::size_t count);
@@ -137,16 +138,16 @@ private:
 
    Entity* entity_ = nullptr;
    TypeImpl const* type_ = nullptr;
-   /// Of a type that is not derived from another, whose flags lie in the order of its ids.
+   /// For a type without a base (`plain_`), whose flags are in the order of its ids.
    AttributeId firstId_ = 0;
    bool plain_ = false;
    U32 count_ = 0;
-   /// What a whole replay has to tell.
+   /// The attributes that a full replay sends.
    Bits streamed_;
    Bits dirty_;
    Bits synced_;
    Bits whole_;
-   /// To be replayed once more when the replay that is under way has ended.
+   /// To be replayed once more when the replay in progress has ended.
    Bits again_;
    Bits erased_;
    std::vector<Collection> collections_;

@@ -9,40 +9,40 @@ namespace Kiv::NboAttrLog {
 
 class Session;
 
-/// Who is told what becomes of a session. Calls come from inside `received`, `sent` or `close`;
-/// the session must not be destroyed inside one.
+/// Notified of what happens to a session. Calls come from inside `received`, `sent` or `close`; the
+/// session must not be destroyed inside one.
 class SessionListener {
 public:
    /// The mount's state has changed.
    virtual void onMount(Session&, Mount&) {}
-   /// The session is closed. `reason` is for a person; of a fault it names entity, attribute,
+   /// The session is closed. `reason` is for a person; for a fault it names entity, attribute,
    /// offset and bound.
    virtual void onClosed(Session&, Sarn::String const& reason) { (void)reason; }
    /// Everything written here before `syncIs(token)` has been applied by the peer.
    virtual void onSynced(Session&, U32 token) { (void)token; }
    /// The answer to `rootsAsk()`: what the peer offers, in its order.
    virtual void onRoots(Session&, std::vector<OfferedRoot> const& roots) { (void)roots; }
-   /// The answer to `sessionsAsk()`: the peer's sessions, oldest first. `total`: how many it has; a
-   /// message may not hold them all.
+   /// The answer to `sessionsAsk()`: the peer's sessions, oldest first. `total`: how many it has,
+   /// since a message may not hold them all.
    virtual void onSessions(Session&, std::vector<SessionStatus> const& sessions, U32 total) {
       (void)sessions;
       (void)total;
    }
-   /// The peer asks for a root of ours. A text refuses it, and is what the peer is told.
+   /// The peer asks for a root of ours. A non-empty result refuses it and is sent as the reason.
    virtual Sarn::String onMountAsked(Session&, NamedEntity const& root, MountMode mode) {
       (void)root;
       (void)mode;
       return {};
    }
-   /// A root that the peer has asked for is refused, for whatever reason; not all exist. What it
-   /// has asked for may hold any bytes: see `Kiv::printable`.
+   /// A root that the peer asked for is refused, for whatever reason; it may not even exist. Its
+   /// type and name may hold any bytes: see `Kiv::printable`.
    virtual void onMountRefused(Session&, OfferedRoot const& root, Sarn::String const& reason) {
       (void)root;
       (void)reason;
    }
-   /// A value is longer than `Limits::longestValue`, so the peer is not told of it. `what` names
-   /// entity, attribute, key and size. The peer keeps the value that it has; of a collection, it
-   /// has no such element, and of a queue a default one. Everything else goes on.
+   /// A value is longer than `Limits::longestValue`, so it is not sent to the peer. `what` names
+   /// entity, attribute, key and size. The peer keeps the old value of an attribute, lacks the
+   /// element of a collection, and gets a default element of a queue. Everything else goes on.
    virtual void onLeftOut(Session&, Sarn::String const& what) { (void)what; }
 
 protected:

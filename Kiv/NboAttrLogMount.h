@@ -10,10 +10,10 @@ class Mounts;
 enum class MountMode : U8 {
    reader = 0,  ///< a read-only mirror
    writer = 1,  ///< a mirror whose changes go back to the source
-   owner = 2,   ///< a writer that has the root for itself: no other may write meanwhile
+   owner = 2,   ///< a writer that has claimed the root: no other may write meanwhile
 };
 
-/// Whether changes of such a mirror go to the source.
+/// Whether changes of a mirror mounted in this mode go to the source.
 constexpr bool writesBack(MountMode mode) noexcept {
    return mode != MountMode::reader;
 }
@@ -23,10 +23,10 @@ class Mount {
 public:
    enum class State : U8 {
       asked,      ///< the peer has not answered
-      replaying,  ///< between the replay's beginning and its end
+      replaying,  ///< between the beginning of the replay and its end
       complete,   ///< the mirror has all that the source had when the replay ended, and follows it
       refused,    ///< see `reason()`
-      gone,       ///< the source has given the root up; the mirror stays as it is
+      gone,       ///< the source has withdrawn the root; the mirror stays as it is
       lost,       ///< the connection is closed; the mirror stays as it is
    };
 
@@ -35,7 +35,7 @@ public:
    State state() const noexcept { return state_; }
    /// Whether the mirror is complete.
    bool complete() const noexcept { return state_ == State::complete; }
-   /// Why it is refused or lost: printable, see `Kiv::printable`.
+   /// Why it is refused or lost; printable, see `Kiv::printable`.
    Sarn::String const& reason() const noexcept { return reason_; }
 
 private:

@@ -9,10 +9,10 @@
 namespace Kiv::NboAttrLog {
 
 /// Applies a recording to entities: their observers see what those of the source saw. The entities
-/// may be roots of a hub, so that a recording is played into what others mirror.
+/// may be roots of a hub, so that other processes mirror the playback.
 class Player {
 public:
-   /// Makes or finds the entity for a root of the recording; null for a type that is not known.
+   /// Makes or finds the entity for a root of the recording; null for an unknown type.
    using RootMaker = std::function<Sarn::Ptr<NamedEntity>(OfferedRoot const& root)>;
 
    explicit Player(RootMaker maker, Limits const& limits = {});
@@ -20,21 +20,21 @@ public:
    Player(Player const&) = delete;
    Player& operator=(Player const&) = delete;
 
-   /// Applies what a frame says. False if it cannot be, for `reason()`; what was applied before
-   /// stays, and the player takes no more. What observers throw comes out here, when all of the
-   /// frame has been applied. Without memory for a snapshot's roots it throws std::bad_alloc, and
-   /// the frame may be applied again.
+   /// Applies a frame. False if it cannot be applied, for `reason()`; what was applied before
+   /// stays, and the player accepts no more frames. If observers throw, so does this, after the
+   /// whole frame has been applied. If there is no memory for a snapshot's roots, it throws
+   /// std::bad_alloc, and the frame may be applied again.
    bool apply(RecordingReader::Frame const& frame);
    bool failed() const noexcept { return !reason_.empty(); }
    Sarn::String const& reason() const noexcept { return reason_; }
 
-   /// Whether all that a snapshot had is there.
+   /// Whether a snapshot has been applied completely.
    bool complete() const noexcept { return complete_; }
-   /// Whether the recorded process had lost what it recorded.
+   /// Whether the recorder had lost its source.
    bool sourceIsLost() const noexcept { return lost_; }
-   /// Every root that has been played, in the order in which they came.
+   /// Every root that has been played, in the order of its first appearance.
    std::vector<Sarn::Ptr<NamedEntity>> const& roots() const noexcept { return roots_; }
-   /// Messages that were applied.
+   /// The number of messages applied.
    U64 messages() const noexcept { return messages_; }
 
 private:

@@ -7,83 +7,86 @@
 
 namespace Kiv::NboAttrLog {
 
-/// Where a recorder writes: one file after the other.
+/// Where a recorder writes: one file after another.
 class RecordSink {
 public:
    virtual ~RecordSink() = default;
-   /// Ends the file, if there is one, and begins the next. Its number, from 1; 0 if it cannot be.
+   /// Ends the current file, if there is one, and begins the next. Returns its number, from 1, or 0
+   /// on failure.
    virtual U64 begin() = 0;
-   /// Appends to the file. False if it cannot be: the recording ends there.
+   /// Appends to the file. False on failure: the recording ends there.
    virtual bool write(U8 const* bytes, std::size_t size) = 0;
-   /// Why it cannot be.
+   /// Why the last call failed.
    virtual Sarn::String reason() const = 0;
 };
 
 struct RecorderOptions {
-   /// A reader needs so much memory at most. Must hold the longest message.
+   /// The size of a block in bytes, and the most memory that a reader needs. Must hold the longest
+   /// message.
    U32 blockSize = U32(1) << 20;
-   /// The most that a file may have; the next one then begins with all that there is. 0: no bound.
-   /// At least `Recorder::smallestFile`.
+   /// The most bytes in a file; the next file then begins with a snapshot. 0: unbounded. Otherwise
+   /// at least `Recorder::smallestFile`.
    U64 fileSize = 0;
-   /// After so many bytes, and four times the size of the last snapshot, comes another, so that a
-   /// reader finds any moment without reading all before it.
+   /// Another snapshot follows after this many bytes, and at least four times the size of the last
+   /// one, so that a reader finds any moment without reading everything before it.
    U64 snapshotEvery = U64(1) << 26;
 };
 
 struct RecorderStats {
-   /// Changes that were recorded, those of snapshots left out.
+   /// Changes recorded, without those of snapshots.
    U64 changes = 0;
    U64 bytes = 0;
    U64 snapshots = 0;
    U64 files = 0;
-   /// Changes that are not in the recording, since a later one of the same attribute or key came
+   /// Changes missing from the recording because a later one of the same attribute or key was made
    /// before `turn` was called.
    U64 changesCoalesced = 0;
 };
 
-/// Records the roots of a hub: a peer that mirrors them and writes what it is told, with the time,
-/// into files. With a bound for the files it is a flight recorder, which keeps what happened last.
+/// Records the roots of a hub: a peer that mirrors them and writes the bytes that it is sent, with
+/// times, into files. With a bound for the files it is a flight recorder, which keeps the latest
+/// history.
 ///
 ///     Kiv::NboAttrLog::RecordFiles files("/var/log/ptp/flight", 8);
 ///     Kiv::NboAttrLog::Recorder recorder(hub, files, {.fileSize = 64 << 20});
 ///     ... at the end of each turn of the loop:
 ///     recorder.turn({steadyNanoseconds(), wallNanoseconds()});
 ///
-/// Its memory is that of a connection: a buffer, and a flag an attribute when that is full. It
-/// never waits, has no clock, and prints nothing. What cannot be written, or want of memory, ends
-/// the recording, and nothing else; `failed()` tells.
+/// It needs the memory of a connection: a buffer and, when that is full, a flag per attribute. It
+/// never waits, has no clock, and prints nothing. If a write fails, or memory runs out, only the
+/// recording ends, with a `reason()`.
 ///
 /// REQUIRES: destroyed before the hub and the sink.
 class Recorder {
 public:
    /// Records the roots that the hub offers at the first `turn`. Throws `Exception` if the options
-   /// do not go together.
+   /// are inconsistent.
    Recorder(Hub& hub, RecordSink& sink, RecorderOptions const& options = {});
-   /// What has not been written by then is lost; see `close`.
+   /// Loses what has not been written; see `close`.
    ~Recorder();
    Recorder(Recorder const&) = delete;
    Recorder& operator=(Recorder const&) = delete;
 
-   /// The least `fileSize` for a hub with these limits and blocks of this size.
+   /// The smallest `fileSize` for a hub with these limits and blocks of this size.
    static U64 smallestFile(Limits const& limits, U32 blockSize) noexcept;
 
-   /// Writes what has changed since the last turn, as of now: `turnBytes`, or what a connection's
-   /// buffer holds, at most. Times of `now.steady` must not go back. Not to be called from inside
-   /// an observer.
+   /// Writes what has changed since the last turn, with the time `now`: at most `turnBytes`, or
+   /// what a connection's buffer holds. `now.steady` must not go back. Must not be called from
+   /// inside an observer.
    void turn(Moment now);
-   /// Whether there is more to be written at once, with the next `turn`.
+   /// Whether more is pending, which the next `turn` can write at once.
    bool waiting() const noexcept { return session_ != nullptr && session_->output().size != 0; }
-   /// Whether the file that is written now has a whole snapshot.
+   /// Whether the current file has a complete snapshot.
    bool complete() const noexcept { return snapshotIsComplete_ || snapshotOffset_ != 0; }
 
-   /// Begins another snapshot with the next turn: roots that were offered meanwhile come in.
+   /// Begins another snapshot with the next turn; it includes roots that were offered meanwhile.
    void snapshotIs() noexcept { snapshotAsked_ = true; }
    /// Notes that the source of what is recorded is lost, or is back.
    void sourceIs(bool there, Moment now);
-   /// Writes all that there is, and the end.
+   /// Writes everything that is pending, and the end.
    void close(Moment now);
 
-   /// Whether the recording has ended before `close`, for `reason()`.
+   /// Whether the recording ended before `close`, for `reason()`.
    bool failed() const noexcept { return !reason_.empty(); }
    Sarn::String const& reason() const noexcept { return reason_; }
    RecorderStats const& stats() const noexcept { return stats_; }
@@ -92,7 +95,7 @@ public:
 
 private:
    void fail(Sarn::String const& reason) noexcept;
-   /// Does a part of the work; without memory for it the recording ends.
+   /// Runs a part of the work; if there is no memory for it, the recording ends.
    template <class Work>
    void work(Work&& doIt);
    void writeTurn(Moment now);
@@ -100,13 +103,15 @@ private:
    bool beginSnapshot(Moment now);
    bool snapshotIsDue() const noexcept;
    bool fileIsFull() const noexcept;
-   /// Writes waiting messages, as much as a buffer holds.
+   /// Writes pending messages, up to a buffer's size.
    bool drain(Moment now);
-   /// The whole messages at the beginning of `size` bytes that `room` bytes hold; counts them.
+   /// The size of the complete messages at the beginning of `bytes` that fit into `room` bytes;
+   /// counts them.
    std::size_t wholeMessages(U8 const* bytes, std::size_t size, std::size_t room);
-   /// Writes a frame with what stands in the buffer behind the room for its header.
+   /// Writes a frame with the body that the buffer holds after the space for the frame's header.
    bool writeFrame(FrameKind kind, std::size_t bodySize, Moment now);
-   /// Room for a body in this block, after going to the next if there is none for so much.
+   /// The space for a body in this block; if that is less than `atLeast`, begins the next block
+   /// first.
    std::size_t room(std::size_t atLeast, Moment now);
    bool writeOut(U8 const* bytes, std::size_t size);
 
@@ -119,9 +124,9 @@ private:
    RecorderStats stats_;
    U64 file_ = 0;
    U64 offset_ = 0;
-   /// Where the snapshot begins that is written now, or was last.
+   /// Where the snapshot in progress, or the last one, begins.
    U64 newSnapshot_ = 0;
-   /// Where the last complete one begins; 0 if there is none in this file.
+   /// Where the last complete snapshot begins; 0 if there is none in this file.
    U64 snapshotOffset_ = 0;
    U64 snapshotBytes_ = 0;
    U32 rootsLeft_ = 0;
@@ -131,18 +136,18 @@ private:
    bool closed_ = false;
 };
 
-/// Files on disk: one, or a ring of which the oldest is removed. A file is locked (`flock`) while
-/// it is written: one that another process, or another `RecordFiles`, writes is refused.
+/// Files on disk: one, or a ring whose oldest file is removed. A file is locked (`flock`) while it
+/// is written. One that another process, or another `RecordFiles`, is writing is refused.
 class RecordFiles final : public RecordSink {
 public:
-   /// What becomes of a file that is there.
+   /// What happens to an existing file.
    enum class Existing : U8 { refuse, replace };
 
    /// One file.
    explicit RecordFiles(Sarn::String path, Existing existing = Existing::refuse);
-   /// A ring of `count` files, `path` and a number of six digits or more: "flight.000001". It goes
-   /// on behind the files of that name that are there, of which it keeps the newest. REQUIRES:
-   /// count >= 2.
+   /// A ring of `count` files named `path` and a number of six digits or more: "flight.000001". It
+   /// continues after the existing files of that name and keeps the newest of them. REQUIRES: count
+   /// >= 2.
    RecordFiles(Sarn::String path, U32 count);
    ~RecordFiles() override;
    RecordFiles(RecordFiles const&) = delete;
@@ -152,7 +157,7 @@ public:
    bool write(U8 const* bytes, std::size_t size) override;
    Sarn::String reason() const override { return reason_; }
 
-   /// The file that is written now.
+   /// The file being written.
    Sarn::String const& current() const noexcept { return current_; }
 
 private:
@@ -170,7 +175,7 @@ private:
    int fd_ = -1;
 };
 
-/// The files of a ring that are there, oldest first; or `path` alone, if it is a file.
+/// The existing files of a ring, oldest first; or only `path`, if it is a file.
 std::vector<Sarn::String> recordingFiles(Sarn::String const& path);
 
 }  // namespace Kiv::NboAttrLog

@@ -10,23 +10,24 @@
 namespace Kiv::NboAttrLog {
 
 /// One peer: the attribute log in both directions, as bytes. It knows nothing of sockets: whoever
-/// carries the bytes calls `received` with what came, sends what `output` gives, and says `sent`.
+/// carries the bytes passes received ones to `received`, sends what `output` returns, and then
+/// calls `sent`.
 ///
-/// A change goes into the output at once when the peer is up to date and there is room; else it is
-/// remembered as a flag or a key in the entity's `FlowOut`, and its latest value is written when
-/// there is room again. The memory of a peer that reads nothing is bounded by its buffer, one value
-/// that travels in parts, one flag per attribute, and an entry for each changed key up to a bound
-/// (`Limits::dirtyKeys`).
+/// A change goes into the output at once if the peer is up to date and there is space. Otherwise
+/// the session remembers it as a flag or a key in the entity's `FlowOut`, and writes the latest
+/// value when there is space again. The memory for a peer that reads nothing is bounded: its
+/// buffer, one value that travels in parts, one flag per attribute, and one entry per changed key
+/// up to `Limits::dirtyKeys`.
 ///
-/// It has little memory until something is mounted on either side; then its buffers grow by use, up
-/// to a limit, and are given back when it is idle (`Hub::expire`) and when it ends.
+/// It has little memory until something is mounted at either end. Then its buffers grow on demand
+/// up to a limit; they are freed when it is idle (`Hub::expire`) and when it ends.
 ///
-/// What comes in is checked; the first message that breaks a rule closes the session with a
+/// Everything received is checked. The first message that breaks a rule closes the session with a
 /// reason, and nothing of that message is applied.
 ///
-/// Without memory to tell of a change, to remember it, or to apply what the peer says, the session
-/// closes with the reason "out of memory". What asks the peer for something, such as `mountIs`,
-/// throws std::bad_alloc instead, and nothing has happened.
+/// If there is no memory to send, remember or apply a change, the session closes with the reason
+/// "out of memory". Calls that ask the peer for something, such as `mountIs`, throw std::bad_alloc
+/// instead and have no effect.
 class Session {
 public:
    explicit Session(Hub& hub, SessionListener* listener = nullptr);
@@ -34,66 +35,67 @@ public:
    Session(Session const&) = delete;
    Session& operator=(Session const&) = delete;
 
-   /// Asks the peer for a root and mirrors it in `root`, whose type and name say which. In
-   /// `MountMode::writer` local changes go to the peer as well.
+   /// Asks the peer for the root of the same type and name as `root`, and mirrors it in `root`. In
+   /// a mode that writes, local changes go to the peer as well.
    Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode = MountMode::reader);
-   /// What was asked for, in that order, whatever became of it.
+   /// All mounts in the order of the requests, whatever their state.
    std::deque<Mount> const& mounts() const noexcept;
-   /// The peer answers with `onSynced(token)` when it has applied everything written so far. What
-   /// it had to tell by then arrives before its answer.
+   /// The peer answers with `onSynced(token)` when it has applied everything written so far.
+   /// Changes that it had to send by then arrive before its answer.
    void syncIs(U32 token);
-   /// The peer answers with `onRoots` what roots it offers.
+   /// Asks which roots the peer offers; `onRoots` gets the answer.
    void rootsAsk();
-   /// The peer answers with `onSessions` what connections it has.
+   /// Asks which sessions the peer has; `onSessions` gets the answer.
    void sessionsAsk();
-   /// Who the peer is, as its carrier knows; others are told when it has what they want.
+   /// Sets who the peer is, as far as the carrier knows. Other peers see it in `onSessions`, and in
+   /// the reason if this peer's mount rules theirs out.
    void peerIs(PeerIdentity peer);
    PeerIdentity const& peer() const noexcept;
-   /// Closes the session if the peer's user has more of them than `Limits::sessionsOfUid`; for the
-   /// carrier, when it has told who the peer is. The listener is told when bytes are carried next.
+   /// Closes the session if the peer's user has more than `Limits::sessionsOfUid` of them. The
+   /// carrier calls it after `peerIs`. The listener is notified with the next `received` or `sent`.
    void boundSessionsOfUid();
 
    // Bytes.
 
-   /// Takes and applies bytes from the peer; any split is fine. What an observer or the listener
-   /// throws comes out here, after the message that caused it; the rest is applied by the next
-   /// call, which may bring no bytes. REQUIRES: not called from inside itself, by an observer of
+   /// Applies bytes from the peer, which may be split anywhere. If an observer or the listener
+   /// throws, `received` throws the same after the message that caused it; the next call, which may
+   /// bring no bytes, applies the rest. REQUIRES: not called from inside itself, by an observer of
    /// what it applies or by its listener.
    void received(U8 const* bytes, std::size_t size);
-   /// Whether the last `received` threw: bytes that came may wait for the next call.
+   /// Whether the last `received` threw: received bytes may still have to be applied.
    bool interrupted() const noexcept;
-   /// The bytes to be sent next; empty when there are none. Valid until the next change of what is
-   /// mirrored here, and the next call.
+   /// The next bytes to send; empty if there are none. `outputBehind` returns those after them.
+   /// Valid until the next change of what is mirrored here, and until the next call.
    CircularBuffer::Piece output() const noexcept;
    CircularBuffer::Piece outputBehind() const noexcept;
-   /// `size` bytes of the output have been sent. Fills the freed room.
+   /// `size` bytes of the output have been sent. Writes pending changes into the freed space.
    void sent(std::size_t size);
-   /// The carrier takes no more for now: from here on the peer counts as behind.
+   /// The carrier accepts no more for now: the peer counts as behind from here on.
    void blocked() noexcept;
    /// Whether both ends have greeted each other.
    bool handshakeDone() const noexcept;
 
-   /// Ends the session; the peer is told if `tell`. Harmless when it is closed.
+   /// Ends the session, with a `bye` to the peer if `tell`. No effect if it is closed already.
    void close(Sarn::String const& reason, bool tell = true);
    bool closed() const noexcept;
-   /// Printable, also where the peer has said it; see `Kiv::printable`.
+   /// Printable, even if it came from the peer; see `Kiv::printable`.
    Sarn::String const& closeReason() const noexcept;
    /// Who ended the session.
    Ending ending() const noexcept;
 
-   // How far it is.
+   // Progress.
 
    /// Whether every change so far has been written into the output.
    bool upToDate() const noexcept;
    SessionStats stats() const noexcept;
-   /// What `sessionsAsk()` tells of this one. O(entities with something still to be told).
+   /// What `sessionsAsk()` reports about this session. O(`dirtyEntities()`).
    SessionStatus status() const;
    /// Bytes of memory that its buffers hold.
    std::size_t heldBytes() const noexcept;
-   /// Entities with something still to be told.
+   /// Entities with something still to be sent.
    std::size_t dirtyEntities() const noexcept;
 
-   /// The inside, for the log itself: see `Kiv/Log/SessionImpl.h`.
+   /// The implementation, for the log itself: see `Kiv/Log/SessionImpl.h`.
    class Impl;
    Impl& impl() noexcept { return *impl_; }
    Impl const& impl() const noexcept { return *impl_; }

@@ -9,7 +9,7 @@ namespace Kiv::NboAttrLog {
 /// Who ended a session.
 enum class Ending : U8 {
    open,   ///< nobody yet
-   fault,  ///< this side: the peer broke a rule, or cannot be told something
+   fault,  ///< this side: the peer broke a rule, or cannot be sent something
    peer,   ///< the peer, which has said why
    here,   ///< `close`, or whoever carries the bytes
 };
@@ -36,58 +36,59 @@ struct SessionStats {
    U64 messagesOut = 0;
    U64 bytesIn = 0;
    U64 bytesOut = 0;
-   /// Changes that were left to a later replay since the peer could not take them.
+   /// Changes that were deferred because the peer could not take them.
    U64 changesDeferred = 0;
-   /// Those of them that the peer never saw, since a later one of the same attribute or key came
-   /// before it was told.
+   /// Deferred changes that the peer never saw, because a later one of the same attribute or key
+   /// replaced them.
    U64 changesCoalesced = 0;
-   /// Values that the peer was not told since they are longer than `Limits::longestValue`.
+   /// Values not sent because they are longer than `Limits::longestValue`.
    U64 valuesLeftOut = 0;
 };
 
-/// A root as one peer mirrors it.
+/// A root that one peer mirrors.
 struct ServedRoot {
    OfferedRoot root;
    MountMode mode = MountMode::reader;
-   /// Whether the peer has been told all of it.
+   /// Whether the peer has been sent all of it.
    bool complete = false;
 };
 
 /// One session of a hub, at one moment.
 struct SessionStatus {
-   /// Sessions are numbered from 1, in the order in which the hub got them.
+   /// Sessions are numbered from 1, in the order of their creation.
    U64 number = 0;
    PeerIdentity peer;
-   /// Whether it is the one that asks.
+   /// Whether it is the session that asked.
    bool asking = false;
-   /// Nanoseconds since it began; 0 where the hub has no clock.
+   /// Nanoseconds since it began; 0 if the hub has no clock.
    U64 age = 0;
    SessionStats stats;
-   // What the peer has still to be told.
+   // What the peer has still to be sent.
    U64 dirtyEntities = 0;
    U64 dirtyAttributes = 0;
-   /// Of collections, but for those that are to be told whole: they count as an attribute.
+   /// Keys of collections; a collection that is to be replayed in full counts as one attribute
+   /// instead.
    U64 dirtyKeys = 0;
-   /// Bytes that wait to be sent, of so many that may.
+   /// Pending bytes, and the most that may be pending.
    U64 waiting = 0;
    U64 capacity = 0;
-   /// Nanoseconds since the peer had last taken everything; 0 if it has, or if the hub has no
-   /// clock.
+   /// Nanoseconds since the peer last had everything; 0 if it has everything now, or if the hub has
+   /// no clock.
    U64 behind = 0;
    std::vector<ServedRoot> roots;
-   /// The last values that were left out, each with entity, attribute, key and size.
+   /// The latest values that were left out, each with entity, attribute, key and size.
    std::vector<Sarn::String> leftOut;
 };
 
 class In;
 class Out;
 
-/// The least bytes of one session in the answer, see `docs/attribute-log.md`: number, pid, uid,
-/// gid, length of the program's name, flags, age, six counts, what is still to be told, the buffer,
-/// how long behind, how many roots.
+/// The minimum size of one session in the answer, see `docs/attribute-log.md`: number, pid, uid,
+/// gid, length of the program's name, flags, age, six counters, what is still to be sent, the
+/// buffer, how long behind, how many roots.
 inline constexpr std::size_t smallestStatusSize =
       8 + 3 * 4 + 4 + 1 + 8 + 6 * 8 + 3 * 8 + 2 * 8 + 8 + 4;
-/// The bytes of one session in the answer.
+/// The size of one session in the answer.
 std::size_t encodedSize(SessionStatus const& status);
 void encode(Out& out, SessionStatus const& status);
 /// Throws `FaultException`.

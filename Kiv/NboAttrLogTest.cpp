@@ -30,7 +30,7 @@ In over(Bytes const& bytes) {
    return In(bytes.data(), bytes.data() + bytes.size());
 }
 
-/// The message of the fault that `act` meets in `bytes`.
+/// The message of the fault that `act` finds in `bytes`.
 template <class Act>
 Sarn::String fault(Bytes const& bytes, Act act) {
    In in = over(bytes);

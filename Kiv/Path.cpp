@@ -18,7 +18,7 @@ void appendStep(Sarn::String& path, FieldDescriptor const& field, void const* ke
    }
 }
 
-/// Looks a child up by its own key. Returns false if it cannot be found in that way.
+/// Looks a child up by its own key. Returns false if that does not find it.
 bool appendByKey(Sarn::String& path, Entity const& parent, Entity const& child) {
    FieldDescriptor const* const held = child.kivType().key();
    if (held == nullptr) {

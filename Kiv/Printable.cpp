@@ -5,14 +5,14 @@
 namespace Kiv {
 namespace {
 
-/// Characters that would affect more than their position in a line: the second half of the control
-/// characters, separators of lines and paragraphs, and changes of text direction.
+/// Characters that would affect more than their position in a line: the C1 control characters, line
+/// and paragraph separators, and changes of text direction.
 bool isControl(U32 point) noexcept {
    return (point >= 0x80 && point < 0xa0) || (point >= 0x2028 && point <= 0x202e) ||
           (point >= 0x2066 && point <= 0x2069);
 }
 
-/// How many bytes at the beginning need no escape.
+/// The number of leading bytes that need no escape.
 std::size_t cleanPrefix(std::string_view text) noexcept {
    std::size_t at = 0;
    while (std::size_t const size = printableCharacter(text.substr(at))) {

@@ -44,7 +44,7 @@ TEST(Registry, TakesAModuleOnceHoweverOftenItIsHandedOver) {
    EXPECT_EQ(modules(), before) << "it was handed over twice and taken back once";
 }
 
-/// First, middle and last may go in any order; the others keep theirs.
+/// Modules may be removed in any order; the others keep theirs.
 TEST(Registry, KeepsTheOrderOfTheOthersWhenModulesComeAndGo) {
    auto const before = modules();
    Kiv::ModuleData dataA{"A", 1, 0, nullptr, nullptr, nullptr, 0};

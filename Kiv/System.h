@@ -15,8 +15,8 @@ public:
    /// thread.
    static Seconds currentTime() noexcept;
 
-   /// Makes `currentTime` ask `clock` and forget the times that it returned; null restores the
-   /// system's clock. For tests. REQUIRES: no other thread is asking for the time.
+   /// Makes `currentTime` read `clock` and forget the times that it returned; null restores the
+   /// system's clock. For tests. REQUIRES: no other thread reads the time meanwhile.
    static void clockIs(Clock clock) noexcept;
 };
 

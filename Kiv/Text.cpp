@@ -45,7 +45,7 @@ T parseFloating(CharRange& text, std::string_view type) {
    text.skipBlanks();
    std::string_view const rest = text.rest();
    T v{};
-   // from_chars takes "infinity" and "nan(...)" too; the text form has the two short words only.
+   // from_chars also accepts "infinity" and "nan(...)"; the text form has only the short words.
    auto const [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), v);
    auto const size = static_cast<std::size_t>(end - rest.data());
    std::string_view const taken = rest.substr(0, size);

@@ -4,12 +4,12 @@
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
 
-/// The text form of values, both ways. Every parse function reads a value's text at the cursor of
-/// a `CharRange`, leaves the cursor behind it, and throws `ParseException` for text that is not of
-/// that form, `RangeException` for a value that the type cannot hold.
+/// The text form of values, parsed and printed. Every parse function reads a value's text at the
+/// cursor of a `CharRange`, leaves the cursor after it, and throws `ParseException` for text that
+/// is not of that form, `RangeException` for a value that the type cannot hold.
 namespace Kiv {
 
-/// A cursor over text that somebody else owns and keeps.
+/// A cursor over text that it does not own.
 class CharRange {
 public:
    CharRange(std::string_view text) noexcept : text_(text) {}
@@ -23,14 +23,14 @@ public:
    void advance(std::size_t count) noexcept { at_ += count; }
 
    void skipBlanks() noexcept;
-   /// Skips blanks, then `token` if it stands there.
+   /// Skips blanks, then `token` if it comes next; returns whether it did.
    bool accept(std::string_view token) noexcept;
-   /// Skips blanks and `token`; throws if something else stands there.
+   /// Skips blanks and `token`; throws if something else comes next.
    void expect(std::string_view token);
-   /// Skips blanks and takes the longest run of characters that may make up a word: letters,
-   /// digits and any of `extra`. Empty if none stands there.
+   /// Skips blanks and takes the longest run of word characters: letters, digits and any of
+   /// `extra`. Empty if there is none.
    std::string_view word(std::string_view extra = "_") noexcept;
-   /// Skips blanks; throws unless nothing is left.
+   /// Skips blanks; throws if anything is left.
    void expectEnd();
    [[noreturn]] void fail(std::string_view message) const { throwParseException(message, at_); }
 
@@ -44,7 +44,7 @@ S64 parseSigned(CharRange& text, S64 min, S64 max, std::string_view type);
 U64 parseUnsigned(CharRange& text, U64 max, std::string_view type);
 /// `true` or `false`.
 bool parseBool(CharRange& text);
-/// Decimal or scientific, `inf`, `-inf`, `nan`. Out of range: a `RangeException`.
+/// Decimal or scientific, `inf`, `-inf`, `nan`. Throws `RangeException` if out of range.
 double parseDouble(CharRange& text);
 float parseFloat(CharRange& text);
 /// A string in double quotes with `\"`, `\\`, `\n`, `\r`, `\t` and `\xHH` for other bytes.

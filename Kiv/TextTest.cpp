@@ -83,7 +83,7 @@ void expectBounds() {
    using Limits = std::numeric_limits<T>;
    EXPECT_EQ(Kiv::fromText<T>(printed(Limits::min())), Limits::min());
    EXPECT_EQ(Kiv::fromText<T>(printed(Limits::max())), Limits::max());
-   // One more than the largest, one less than the least, in decimal.
+   // One above the greatest, one below the least, in decimal.
    auto const beyond = [](Sarn::String text) {
       ++text.back();
       return text;

@@ -8,8 +8,8 @@
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
 
-/// Types as data: what every generated and built-in type tells about itself, so that a program can
-/// drive it without knowing it. The generic interface (`TypeImpl::genericIf...`) stands on this.
+/// Types as data: what every generated and built-in type reports about itself, so that a program
+/// can use it without knowing it. The basis of the generic interface (`TypeImpl::genericIf...`).
 namespace Kiv {
 
 class AllocTrackTypeInfo;
@@ -24,7 +24,7 @@ class Out;
 class Sa;
 }  // namespace NboAttrLog
 
-/// What an object of a type is made of. `Kiv/Visit.h` hands a value out by its kind.
+/// The kind of a type's objects. `Kiv/Visit.h` hands out a value by its kind.
 enum class TypeKind : U8 {
    /// A `bool`.
    boolean,
@@ -36,13 +36,13 @@ enum class TypeKind : U8 {
    floating,
    /// A `Sarn::String`.
    string,
-   /// One byte; `Kiv/Visit.h` tells its names.
+   /// One byte; `Kiv/Visit.h` lists its names.
    enumeration,
-   /// A `Kiv::Optional`; `TypeImpl::optional` says of what.
+   /// A `Kiv::Optional`; see `TypeImpl::optional` for what it holds.
    optional,
    /// A value with fields, which are the type's rows.
    value,
-   /// A value without fields, known by its text alone: an address, the name of an interface.
+   /// A value without fields, known only by its text: an address, the name of an interface.
    opaque,
    entity,
 };
@@ -67,7 +67,7 @@ struct ValueFunctions {
    void (*genericIfVoidPtrIs)(void* dst, void const* src);
 };
 
-/// What the framework needs of a value type beyond its module record's functions.
+/// What the framework needs from a value type beyond its module record's functions.
 struct ValueSupport {
    void (*construct)(void* dst);
    bool (*isEq)(void const* a, void const* b);
@@ -78,20 +78,20 @@ struct ValueSupport {
    void (*constructFromCtorArgs)(void* dst, CtorArgs args);
 };
 
-/// What can be done with a `Kiv::Optional` of a type known at run time only.
+/// Operations on a `Kiv::Optional` whose type is known only at run time.
 struct OptionalSupport {
    /// The type of what it holds.
    TypeImpl const* inner;
    /// The address of what it holds, or null.
    void const* (*held)(void const* optional);
-   /// Builds one in raw storage that holds a copy of `inner`, or nothing where that is null.
+   /// Builds one in raw storage that holds a copy of `inner`, or nothing if `inner` is null.
    void (*construct)(void* dst, void const* inner);
 };
 
-/// The position of `genericIfIterator`.
+/// What `genericIfIterator` is to do.
 enum class IteratorOp : U8 { begin, next, valid, destroy };
 
-/// Room for any collection's checked iterator, so that iterating allocates nothing.
+/// Storage for any collection's checked iterator, so that iterating allocates nothing.
 struct alignas(16) IteratorStorage {
    unsigned char bytes[96];
 };
@@ -124,7 +124,7 @@ struct EntityFunctions {
    StreamFunctions const* stream;
 };
 
-/// A type. One constant object a type, alive as long as the library that defines it.
+/// A type: one constant object, valid while the library that defines it is loaded.
 class TypeImpl {
 public:
    char const* name;
@@ -134,9 +134,9 @@ public:
    /// Null for an entity.
    ValueFunctions const* values = nullptr;
    ValueSupport const* support = nullptr;
-   /// Null but for an optional.
+   /// Null except for an optional.
    OptionalSupport const* optional = nullptr;
-   /// Null but for an entity.
+   /// Null except for an entity.
    EntityFunctions const* entity = nullptr;
    /// The type that an entity type is derived from, or null.
    TypeImpl const* base = nullptr;
@@ -144,13 +144,13 @@ public:
    FieldDescriptor const* rows = nullptr;
    AttributeId firstId = 0;
    U16 rowCount = 0;
-   /// The module that defines it (null for a built-in type) and its place in the type records.
+   /// The module that defines it (null for a built-in type), and its index in the type records.
    KivModule const* module = nullptr;
    U16 index = 0;
-   /// Whether an entity of this type is made with a name (a root or a named child).
+   /// Whether entities of this type have a name (roots and named children).
    bool named = false;
    AllocTrackTypeInfo* tracker = nullptr;
-   /// Of an entity type: the members whose first values are the constructor's arguments, in its
+   /// For an entity type: the members whose initial values are the constructor's arguments, in that
    /// order. `nameFieldId` stands for the name. A derived type may fix some of its base's.
    std::span<AttributeId const> ctorArgs = {};
 
@@ -162,9 +162,9 @@ public:
       }
       return base != nullptr && id < firstId ? base->field(id) : nullptr;
    }
-   /// The member with this name, or null; linear.
+   /// The member with this name, or null. O(members).
    FieldDescriptor const* field(std::string_view name) const noexcept;
-   /// Of an entity type: the member that is its key, or null.
+   /// For an entity type: the member that is its key, or null.
    FieldDescriptor const* key() const noexcept {
       if (base != nullptr) {
          return base->key();
@@ -173,24 +173,24 @@ public:
    }
    /// Whether this is `other` or derived from it.
    bool isA(TypeImpl const& other) const noexcept;
-   /// Whether the member's first value is an argument of this type's constructor.
+   /// Whether the member's initial value is an argument of this type's constructor.
    bool isCtorArg(AttributeId id) const noexcept {
       return std::find(ctorArgs.begin(), ctorArgs.end(), id) != ctorArgs.end();
    }
 
-   // The generic interface. A `ValueRef` of another type than the operation's throws. What is given
-   // as an address alone cannot be checked: it must be of the right type.
+   // The generic interface. A `ValueRef` whose type is not the operation's throws. An address alone
+   // cannot be checked: it must point to the right type.
 
    /// Copy-constructs a value in raw storage.
    void genericIfConstruct(void* dst, void const* src) const {
       values->genericIfConstruct(dst, src);
    }
    /// Builds a value in raw storage from its constructor arguments, in declaration order; for an
-   /// entity the storage gets a `Sarn::Ptr<Entity>`. Throws `NewEntityArgsException` for arguments
+   /// entity, the storage gets a `Sarn::Ptr<Entity>`. Throws `NewEntityArgsException` for arguments
    /// of the wrong kind or number.
    void genericIfConstructFromCtorArgs(void* dst, CtorArgs args) const;
    /// See `docs/generic-interface.md` for the op codes. `result` is raw storage. Throws
-   /// `TypeException` where `other` or `argument` is needed and missing or of another type.
+   /// `TypeException` if `other` or `argument` is needed but missing or of another type.
    U8 genericIfAttributeOp(void* result, void* object, FieldDescriptor const* field, U8 op,
                            ValueRef other, ValueRef argument) const;
    Sarn::String genericIfStrRep(void const* value) const;
@@ -213,8 +213,8 @@ inline FieldDescriptor const* FieldDescriptor::keyField() const noexcept {
    return has(keyInside) ? type->rows : nullptr;
 }
 
-/// Calls `visit(row)` for every member whose first value is a constructor argument, in the order of
-/// the arguments. The name is no member.
+/// Calls `visit(row)` for every member whose initial value is a constructor argument, in the order
+/// of the arguments. The name is not a member.
 template <class Visit>
 void forEachCtorArg(TypeImpl const& type, Visit&& visit) {
    for (AttributeId const id : type.ctorArgs) {
@@ -224,7 +224,7 @@ void forEachCtorArg(TypeImpl const& type, Visit&& visit) {
    }
 }
 
-/// The same without the key: what the creation of a child takes besides its key or name.
+/// The same without the key: what is needed to create a child besides its key or name.
 template <class Visit>
 void forEachGivenMember(TypeImpl const& type, Visit&& visit) {
    forEachCtorArg(type, [&](FieldDescriptor const& field) {

@@ -6,8 +6,8 @@
 #include "Kiv/AnyValue.h"
 #include "Kiv/ValueOps.h"
 
-/// `Kiv::typeOf<T>()`: the type data of any type that a member can have. Generated types bring
-/// their own; those of scalars, strings, optionals and hand-written value types are made here.
+/// `Kiv::typeOf<T>()`: the type data of any type that a member can have. Generated types have their
+/// own; those of scalars, strings, optionals and hand-written value types are made here.
 namespace Kiv {
 
 namespace Impl {
@@ -17,7 +17,7 @@ concept HasOwnType = requires {
    { T::kivTypeImpl } -> std::convertible_to<TypeImpl const&>;
 };
 
-/// Whether hashing is offered: scalars, and types that have `hash(seed)`.
+/// Whether the type can be hashed: scalars, and types that have `hash(seed)`.
 template <class T>
 concept Hashable = requires(T const& v) {
    hashSingleAttr(U32(0), v);
@@ -124,7 +124,7 @@ template <class... T>
 [[gnu::visibility("hidden")]] inline constexpr std::array<TypeImpl const*, sizeof...(T)> typesOf{
       &typeOf<T>()...};
 
-/// A type without fields is made from one argument: a value of its own.
+/// A type without fields is constructed from one argument: another value of the type.
 template <class T>
 void constructFromOne(void* dst, CtorArgs args) {
    TypeImpl const* const wanted[] = {&typeOf<T>()};

@@ -8,21 +8,21 @@
 #include "Kiv/NboAttrLog.h"
 #include "Kiv/Text.h"
 
-/// What the framework can do with a value of any type: one set of functions, `ValueOps<T>`, over
-/// scalars, strings, enumerations, optionals and value types alike. Everything that handles values
-/// without a case for each type (attributes, collections, streams, text) goes through it.
+/// The operations of the framework on a value of any type: one set of functions, `ValueOps<T>`, for
+/// scalars, strings, enumerations, optionals and value types. Everything that handles values
+/// without a case for each type (attributes, collections, streams, text) uses it.
 namespace Kiv {
 
-/// A double count of seconds; positive infinity means no limit.
+/// Seconds as a double; positive infinity means no limit.
 using Seconds = double;
-/// A value or nothing. Taking the value of an empty one throws "bad optional access".
+/// A value or nothing. `value()` of an empty one throws "bad optional access".
 template <class T>
 using Optional = std::optional<T>;
 
 class TypeImpl;
 
-/// What kivc states about an enumeration; specialised beside each.
-/// `static TypeImpl const& type()`, `static constexpr T defaultValue`.
+/// What kivc generates about an enumeration; specialised beside each. `static TypeImpl const&
+/// type()`, `static constexpr T defaultValue`.
 template <class E>
 struct EnumTraits;
 
@@ -32,7 +32,7 @@ char const* enumName(TypeImpl const& type, U32 value) noexcept;
 U8 parseEnum(TypeImpl const& type, CharRange& text);
 void printEnum(TypeImpl const& type, U8 value, Sarn::String& out);
 
-/// The size of a value that has no fixed bound.
+/// The maximum size of a type whose values have no fixed bound.
 inline constexpr std::size_t unboundedSize = std::numeric_limits<std::size_t>::max();
 
 /// The primary template: a value type, generated or hand-written, of the common shape.
@@ -193,7 +193,8 @@ struct ValueOps<std::optional<T>> {
    }
 };
 
-/// The encoded size where every value has the same, else 0: that of scalars and enumerations.
+/// The encoded size if it is the same for every value, else 0; non-zero for scalars and
+/// enumerations.
 template <class T>
 inline constexpr std::size_t fixedEncodedSize = [] {
    if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) {
@@ -203,7 +204,7 @@ inline constexpr std::size_t fixedEncodedSize = [] {
    }
 }();
 
-/// A type's default value: of an enumeration the one that it states, else the value-initialised.
+/// A type's default value: the declared one for an enumeration, otherwise a value-initialised one.
 template <class T>
 constexpr T defaultValue() {
    if constexpr (std::is_enum_v<T>) {
@@ -221,7 +222,7 @@ Sarn::String strRep(T const& v) {
    return out;
 }
 
-/// The value that `text`, all of it, is the text form of.
+/// Parses all of `text` as the text form of a value.
 template <class T>
 T fromText(std::string_view text) {
    CharRange range(text);
@@ -230,7 +231,7 @@ T fromText(std::string_view text) {
    return v;
 }
 
-/// Reads "`name`=value" of a field. A `RangeException` comes out with the field's name before it.
+/// Reads a field's "`name`=value". A `RangeException` gets the field's name before its message.
 template <class T>
 T deserializeAttr(CharRange& text, std::string_view name) {
    text.expect(name);

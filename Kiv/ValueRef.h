@@ -13,8 +13,8 @@ class TypeImpl;
 template <class T>
 constexpr TypeImpl const& typeOf() noexcept;
 
-/// A value that somebody else holds and keeps, with its type: an argument of the generic interface.
-/// The address of a value whose type the compiler knows converts to one; that takes `Kiv/Types.h`.
+/// A value that it does not own, with its type: an argument of the generic interface. The address
+/// of a value whose type the compiler knows converts to one; that needs `Kiv/Types.h`.
 struct ValueRef {
    TypeImpl const* type = nullptr;
    void const* address = nullptr;
@@ -34,7 +34,7 @@ struct ValueRef {
 /// Constructor arguments in declaration order.
 using CtorArgs = std::span<ValueRef const>;
 
-/// Throws `NewEntityArgsException`, which names `made` and what is wrong, unless the arguments have
+/// Throws a `NewEntityArgsException` that names `made` and what is wrong, unless the arguments have
 /// the wanted types.
 void checkCtorArgs(std::string_view made, CtorArgs args, std::span<TypeImpl const* const> wanted);
 

@@ -5,8 +5,8 @@
 #include "Kiv/GenericIfImpl.h"
 #include "Kiv/Module.h"
 
-/// Goes through what values and entities consist of. Each part is handed to a visitor as what it
-/// is, so that nobody else needs a `switch` over kinds:
+/// Iterates over the parts of values and the members of entities. A visitor gets each part as what
+/// it is, so that no other code needs a `switch` over kinds:
 ///
 ///     struct IsZero {
 ///        bool operator()(U64 v) { return v == 0; }
@@ -16,7 +16,7 @@
 ///     };
 ///     bool const isZero = Kiv::visitValue(value, IsZero());
 ///
-/// What a visitor is given an address of is good during the call alone.
+/// Addresses that a visitor gets are valid only during the call.
 namespace Kiv {
 
 // ---- Values ----
@@ -25,7 +25,7 @@ namespace Kiv {
 struct EnumRef {
    TypeImpl const& type;
    U8 value;
-   /// Its name, or null where it has none.
+   /// Its name, or null if it has none.
    char const* name() const noexcept { return enumName(type, value); }
 };
 
@@ -36,12 +36,12 @@ struct OptionalRef {
    ValueRef held;
 };
 
-/// A value with fields; `forEachPart` goes through them.
+/// A value with fields; `forEachPart` visits them.
 struct RecordRef {
    ValueRef value;
 };
 
-/// A value without fields, known by its text alone.
+/// A value without fields, known only by its text.
 struct OpaqueRef {
    ValueRef value;
 };
@@ -51,9 +51,9 @@ U64 unsignedAt(ValueRef value) noexcept;
 S64 signedAt(ValueRef value) noexcept;
 }  // namespace Impl
 
-/// Calls `visitor` with the value as a `bool`, `U64`, `S64`, `float`, `double`,
-/// `Sarn::String const&`, `EnumRef`, `OptionalRef`, `RecordRef` or `OpaqueRef`, and returns what it
-/// returns. REQUIRES: `value` is a value, and no entity.
+/// Calls `visitor` with the value as a `bool`, `U64`, `S64`, `float`, `double`, `Sarn::String
+/// const&`, `EnumRef`, `OptionalRef`, `RecordRef` or `OpaqueRef`, and returns what it returns.
+/// REQUIRES: `value` is not empty, and not an entity.
 template <class Visitor>
 decltype(auto) visitValue(ValueRef value, Visitor&& visitor) {
    TypeImpl const& type = *value.type;
@@ -85,8 +85,8 @@ decltype(auto) visitValue(ValueRef value, Visitor&& visitor) {
    return visitor(OpaqueRef{value});
 }
 
-/// Calls `visit(field)` for every field of a value type, in the order of its constructor; for none
-/// of another type.
+/// Calls `visit(field)` for every field of a value type, in the order of its constructor; not at
+/// all for other types.
 template <class Visit>
 void forEachPart(TypeImpl const& type, Visit&& visit) {
    if (type.kind == TypeKind::value) {
@@ -105,7 +105,7 @@ void forEachPart(RecordRef record, Visit&& visit) {
 }
 
 /// Calls `visit(value, name)` for every enumerator that has a name, in the order of the
-/// declaration; for none of another type.
+/// declaration; not at all for other types.
 template <class Visit>
 void forEachEnumerator(TypeImpl const& type, Visit&& visit) {
    if (type.kind == TypeKind::enumeration) {
@@ -124,7 +124,8 @@ void forEachEnumerator(TypeImpl const& type, Visit&& visit) {
 ///
 /// - `value(field, ValueRef value)` for an attribute, a key, a constant, a derived member;
 /// - `child(field, Entity const* child)` for a singleton child, null if there is none;
-/// - `collection(field, CollectionCursor& at)` for a map or children, `at` being at the first;
+/// - `collection(field, CollectionCursor& at)` for a map or children, `at` being at the first
+///   element;
 /// - `queue(field, CollectionCursor& at, U32 next)` for a queue, `next` being the number that the
 ///   next element gets;
 /// - nothing for an operation.
@@ -167,20 +168,20 @@ void visitMembers(Entity const& entity, Visitor&& visitor) {
                 [&](FieldDescriptor const& field) { visitMember(entity, field, visitor); });
 }
 
-/// What stands at a member now: its value, its child, or the element under a key. Holds a copy of
-/// an attribute's value; all else is the entity's own, and good until it changes.
+/// The current content of a member: its value, its child, or the element under a key. Holds a copy
+/// of an attribute's value; anything else belongs to the entity and is valid until it changes.
 class Present {
 public:
-   /// `key`: of a collection or queue, the address of a key of the row's type; without one there is
-   /// nothing at a collection.
+   /// `key`: for a collection or queue, the address of a key of the row's type; without one, a
+   /// collection counts as empty.
    Present(Entity const& entity, FieldDescriptor const& field, void const* key = nullptr);
 
    explicit operator bool() const noexcept {
       return value_.address != nullptr || child_ != nullptr;
    }
-   /// No value where there is nothing, or an entity.
+   /// No value if there is nothing, or an entity.
    ValueRef value() const noexcept { return value_; }
-   /// Null where there is nothing, or a value.
+   /// Null if there is nothing, or a value.
    Entity* child() const noexcept { return child_; }
 
 private:

@@ -1,4 +1,4 @@
-// Visitors over the parts of values and over the members of entities.
+// Visitors of the parts of values and of the members of entities.
 #include "Kiv/Visit.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@ using namespace KivTest;
 using Kiv::FieldDescriptor;
 using Kiv::ValueRef;
 
-/// What a value is handed out as, with its parts.
+/// Writes down how a value is handed out, with its parts.
 struct Told {
    std::string operator()(bool v) { return v ? "bool true" : "bool false"; }
    std::string operator()(U64 v) { return "unsigned " + std::to_string(v); }
@@ -90,7 +90,7 @@ TEST(VisitValue, TellsTheEnumeratorsInTheOrderOfTheDeclaration) {
    Kiv::forEachEnumerator(Kiv::typeOf<U8>(), [](U8, char const* name) { ADD_FAILURE() << name; });
 }
 
-/// Writes members down as they are handed out.
+/// Writes down members as they are handed out.
 struct Members {
    std::string all;
 
