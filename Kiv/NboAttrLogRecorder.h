@@ -21,8 +21,8 @@ public:
 };
 
 struct RecorderOptions {
-   /// The size of a block in bytes, and the most memory that a reader needs. Must hold the longest
-   /// message.
+   /// The size of a block in bytes; must hold the longest message. A reader needs this much memory,
+   /// or 256 KiB if that is more.
    U32 blockSize = U32(1) << 20;
    /// The most bytes in a file; the next file then begins with a snapshot. 0: unbounded. Otherwise
    /// at least `Recorder::smallestFile`.
@@ -175,7 +175,7 @@ private:
    int fd_ = -1;
 };
 
-/// The existing files of a ring, oldest first; or only `path`, if it is a file.
+/// The existing files of a ring, oldest first; or only `path`, if that exists.
 std::vector<Sarn::String> recordingFiles(Sarn::String const& path);
 
 }  // namespace Kiv::NboAttrLog

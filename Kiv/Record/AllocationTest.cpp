@@ -1,4 +1,4 @@
-// In the steady state a change that is recorded costs no allocation.
+// In the steady state, recording a change allocates nothing.
 #include "Kiv/NboAttrLogRecorder.h"
 #include "KivTest/StreamAllocationTestSupport.h"
 

@@ -26,8 +26,8 @@ Sarn::String numbered(Sarn::String const& path, U64 number) {
    return path + "." + digits;
 }
 
-/// The numbers of a ring's files, in order. The standard's directory iterator ends the process when
-/// there is no memory, so this is POSIX's.
+/// The numbers of a ring's files, in order. Uses POSIX because the standard's directory iterator
+/// ends the process when there is no memory.
 std::vector<U64> numbersOf(Sarn::String const& path) {
    fs::path const whole(path);
    Sarn::String const prefix = whole.filename().string() + ".";
@@ -45,7 +45,7 @@ std::vector<U64> numbersOf(Sarn::String const& path) {
       U64 number = 0;
       char const* const last = name.data() + name.size();
       auto const [stop, bad] = std::from_chars(name.data() + prefix.size(), last, number);
-      // "flight.1" is none of "flight"'s: it would be called "flight.000001".
+      // "flight.1" is not a file of the ring "flight": that would be called "flight.000001".
       bool const isNumber = bad == std::errc() && stop == last;
       if (isNumber && fs::path(numbered(path, number)).filename().string() == name) {
          numbers.push_back(number);
@@ -57,8 +57,8 @@ std::vector<U64> numbersOf(Sarn::String const& path) {
 
 constexpr char const* beingWritten = "another recorder is writing to it";
 
-/// A file that is written is locked, so that nobody else replaces it or continues its ring. False
-/// if somebody else has locked it; where locks are not to be had, nobody has.
+/// Locks a file that is being written, so that nobody else replaces it or continues its ring. False
+/// if somebody else has locked it. If the file system has no locks, the file counts as unlocked.
 bool lock(int fd) noexcept {
    return ::flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
@@ -84,7 +84,7 @@ bool RecordFiles::fail(Sarn::String const& what) {
    return false;
 }
 
-/// The newest file of a ring that is there is not written by anybody.
+/// Whether nobody is writing the newest existing file of the ring.
 bool RecordFiles::ringIsFree() {
    if (count_ == 0 || number_ == 0 || fd_ >= 0) {
       return true;
@@ -98,7 +98,7 @@ bool RecordFiles::ringIsFree() {
    return free || fail(beingWritten);
 }
 
-/// The file, locked and empty, or -1.
+/// Returns the descriptor of the file, locked and empty, or -1.
 int RecordFiles::open() {
    int const flags = existing_ == Existing::replace ? 0 : O_EXCL;
    int const fd = ::open(current_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666);
@@ -127,7 +127,7 @@ U64 RecordFiles::begin() {
       return 0;
    }
    if (fd_ >= 0) {
-      ::close(fd_);  // only now: one file of the ring is locked at any time
+      ::close(fd_);  // only now, so that some file of the ring is always locked
    }
    fd_ = fd;
    ++number_;
@@ -144,7 +144,7 @@ void RecordFiles::removeOld() noexcept {
             ::unlink(numbered(path_, number).c_str());
          }
       }
-   } catch (std::bad_alloc const&) {  // what stays is removed with the next file
+   } catch (std::bad_alloc const&) {  // what remains is removed with the next file
    }
 }
 

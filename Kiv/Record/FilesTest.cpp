@@ -20,7 +20,7 @@ protected:
 
    std::string path(char const* name) const { return directory + "/" + name; }
    void put(char const* name) const { std::ofstream(path(name)) << "x"; }
-   /// The names in the directory, in order.
+   /// The names in the directory, sorted.
    std::string names() const {
       std::vector<std::string> all;
       for (auto const& at : std::filesystem::directory_iterator(directory)) {

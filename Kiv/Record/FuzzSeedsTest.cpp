@@ -1,5 +1,5 @@
-// How far each seed of the fuzz targets leads. A seed that a change of the format has made stale
-// ends at its first header, and the fuzzer would have to find anew what it was made for.
+// How far each seed of the fuzz targets leads. If a change of the format makes a seed stale, the
+// seed ends at its first header, and the fuzzer must find again what it was made for.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -15,7 +15,7 @@ using namespace RecordingTesting;
 
 namespace {
 
-/// The seeds of a target by their names.
+/// The seeds of a target by name.
 std::map<std::string, Bytes> seedsOf(char const* target) {
    std::map<std::string, Bytes> seeds;
    std::filesystem::path const directory =
@@ -28,7 +28,7 @@ std::map<std::string, Bytes> seedsOf(char const* target) {
    return seeds;
 }
 
-/// A line for each seed: its name, and what `saysOf(bytes)` says.
+/// A line for each seed: its name and the result of `saysOf(bytes)`.
 template <class Says>
 std::string table(char const* target, Says&& saysOf) {
    std::string all = "\n";

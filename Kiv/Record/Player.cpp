@@ -28,8 +28,8 @@ NamedEntity* Player::find(OfferedRoot const& root) const noexcept {
    return nullptr;
 }
 
-/// A snapshot begins a stream of its own. It is played into the entities that are there, so that
-/// what has not changed is not touched.
+/// A snapshot begins a new stream. It is played into the existing entities, so that what has not
+/// changed is not touched.
 bool Player::begin(std::vector<OfferedRoot> const& roots) {
    if (roots.size() > hub_.limits().nesting) {
       return fail(std::to_string(roots.size()) + " roots exceed the bound of " +
@@ -70,14 +70,14 @@ bool Player::apply(RecordingReader::Frame const& frame) {
             return fail("changes come before a snapshot");
          }
          U64 const before = session_->stats().messagesIn;
-         // A frame is applied whole: nobody is there who would bring the rest of it.
+         // Apply the whole frame: no later call would bring the rest of it.
          Impl::FirstException thrown;
          thrown.attempt([&] { session_->received(frame.body, frame.size); });
          while (session_->interrupted()) {
             thrown.attempt([this] { session_->received(nullptr, 0); });
          }
          messages_ += session_->stats().messagesIn - before;
-         while (session_->output().size != 0) {  // nobody is there to hear it
+         while (session_->output().size != 0) {  // there is no peer to send it to
             session_->sent(session_->output().size);
          }
          if (session_->closed()) {

@@ -11,8 +11,8 @@
 namespace Kiv::NboAttrLog {
 namespace {
 
-/// What a peer says that has the modules of the session itself, whose greeting `hello` is, and
-/// wants roots by these numbers.
+/// The messages of a peer that has the session's own modules, as greeted in `hello`, and mounts all
+/// roots, numbered from 1.
 std::vector<U8> greeting(CircularBuffer::Piece hello, std::vector<NamedEntity*> const& roots) {
    std::size_t size = hello.size;
    auto const mountSize = [](NamedEntity const& root) {
@@ -36,7 +36,7 @@ std::vector<U8> greeting(CircularBuffer::Piece hello, std::vector<NamedEntity*> 
    return bytes;
 }
 
-/// Whether with this message a change is told whole, be it in parts.
+/// Whether this message completes a change, which may be in parts.
 bool endsChange(Header const& header, U8 const* body) {
    if (header.opcode != Opcode::part) {
       return isChange(header.opcode);
@@ -47,7 +47,7 @@ bool endsChange(Header const& header, U8 const* body) {
    return isChange(opcode) && in.nextU32() + in.readableBytes() == total;
 }
 
-/// What two turns may write: each at most what a buffer holds, in blocks of which half may be
+/// The most that two turns write: each at most a buffer's size, in blocks of which half may be
 /// padding, and the beginning of a snapshot.
 U64 reserveOf(Limits const& limits, U32 blockSize) noexcept {
    return 4 * U64(limits.outputBuffer) + 3 * U64(blockSize);
@@ -81,7 +81,7 @@ U64 Recorder::smallestFile(Limits const& limits, U32 blockSize) noexcept {
 
 void Recorder::fail(Sarn::String const& reason) noexcept {
    if (reason_.empty()) {
-      reason_ = copyOrOutOfMemory(reason);  // a copy: it may be the session's
+      reason_ = copyOrOutOfMemory(reason);  // a copy, since it may belong to the session
       session_.reset();
    }
 }
@@ -122,7 +122,7 @@ std::size_t Recorder::room(std::size_t atLeast, Moment now) {
    if (left >= frameHeaderSize + atLeast) {
       return left - frameHeaderSize;
    }
-   // Padding has a header and a checksum, so that zeros for which nobody has written are damage.
+   // Padding has a header and a checksum, so that zeros that no recorder has written are damage.
    std::memset(frame_.data(), 0, left);
    if (left >= frameHeaderSize) {
       writeFrameHeader(frame_.data(), FrameKind::padding, now, left - frameHeaderSize);
@@ -189,7 +189,7 @@ bool Recorder::snapshotIsDue() const noexcept {
    return snapshotIsComplete_ && since > options_.snapshotEvery && since / 4 > snapshotBytes_;
 }
 
-/// Whether the file might not hold what waits and what may come with it.
+/// Whether the file might be too small for the pending output and what may be added to it.
 bool Recorder::fileIsFull() const noexcept {
    return options_.fileSize != 0 &&
           offset_ + reserveOf(hub_.limits(), options_.blockSize) > options_.fileSize;
@@ -209,8 +209,8 @@ void Recorder::writeTurn(Moment now) {
            " bytes are too small: they do not hold all that there is");
       return;
    }
-   // As long as changes come faster than they are written a snapshot has no end, so a turn takes
-   // more than a small buffer holds.
+   // While changes come faster than they are written, a snapshot never ends. So a turn writes more
+   // than a small buffer holds.
    U64 const before = offset_;
    while (session_ != nullptr && drain(now) && waiting() && !renew && !fileIsFull() &&
           offset_ - before < turnBytes) {
@@ -288,7 +288,7 @@ void Recorder::sourceIs(bool there, Moment now) {
 
 void Recorder::close(Moment now) {
    turn(now);
-   // Changes that found no room come out while there is; a turn has its bound, this has not.
+   // Deferred changes enter the buffer while it drains. A turn is bounded, this loop is not.
    while (!failed() && !closed_ && waiting()) {
       turn(now);
    }

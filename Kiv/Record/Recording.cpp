@@ -14,8 +14,8 @@
 namespace Kiv::NboAttrLog {
 namespace {
 
-/// `crcTables[k][b]`: what byte b does to the checksum when k more bytes follow it, so that eight
-/// bytes are taken in one step.
+/// `crcTables[k][b]`: the effect of byte b on the checksum if k more bytes follow it, so that one
+/// step handles eight bytes.
 constexpr std::array<std::array<U32, 256>, 8> makeCrcTables() {
    std::array<std::array<U32, 256>, 8> tables{};
    for (U32 b = 0; b != 256; ++b) {
@@ -36,7 +36,7 @@ constexpr std::array<std::array<U32, 256>, 8> makeCrcTables() {
 
 constexpr std::array<std::array<U32, 256>, 8> crcTables = makeCrcTables();
 
-/// How much is read at once, if the frame is not longer.
+/// The bytes read at once, unless a frame is longer.
 constexpr std::size_t windowSize = std::size_t(1) << 18;
 
 Sarn::String noSnapshot(U64 offset) {
@@ -128,7 +128,7 @@ void RecordingReader::rewind() {
 U8 const* RecordingReader::fetch(U64 offset, std::size_t size) {
    U64 const windowEnd = windowAt_ + window_.size();
    if (offset < windowAt_ || offset > windowEnd || windowEnd - offset < size) {
-      // What a damaged length asks for is not read, nor is room made for it.
+      // A damaged length must neither be read nor allocated.
       U64 const all = source_.size();
       if (offset > all || all - offset < size) {
          return nullptr;
@@ -227,7 +227,7 @@ bool RecordingReader::next(Frame& frame) {
          return false;
       }
       U64 const left = blockSize - offset_ % blockSize;
-      if (left < frameHeaderSize) {  // too little for a frame: nothing was written there
+      if (left < frameHeaderSize) {  // too short for a frame: only zeros
          offset_ = std::min(offset_ + left, source_.size());
          if (offset_ % blockSize != 0) {
             return false;
@@ -257,7 +257,7 @@ std::optional<U64> RecordingReader::seek(U64 wall) {
    for (U64 block = (source_.size() - 1) / blockSize + 1; block-- != 0;) {
       U64 const begin = block * blockSize;
       if (source_.readAt(begin, bytes.data(), bytes.size()) != bytes.size()) {
-         continue;  // a block whose header was cut
+         continue;  // the header of this block was cut
       }
       std::optional<BlockHeader> const at = readBlockHeader(bytes.data());
       bool const usable =
@@ -273,7 +273,7 @@ std::optional<U64> RecordingReader::seek(U64 wall) {
 /// Goes to the snapshot that the header of the block at `block` names.
 void RecordingReader::seekSnapshot(U64 block, U64 snapshot) {
    if (snapshot == 0) {
-      return;  // none was complete then: reading begins with the file
+      return;  // none was complete then: read from the beginning of the file
    }
    bool const frames = snapshot < block && snapshot % header_->blockSize >= blockHeaderSize &&
                        header_->blockSize - snapshot % header_->blockSize >= frameHeaderSize;

@@ -5,29 +5,29 @@
 
 #include "Kiv/NboAttrLogMount.h"
 
-/// Recordings: the attribute log of a hub's roots with times, in files. `docs/recording.md` has the
-/// grammar and worked bytes.
+/// Recordings: files with the attribute log of a hub's roots, with times. `docs/recording.md` has
+/// the grammar and worked bytes.
 namespace Kiv::NboAttrLog {
 
-/// A moment as whoever records has told it, in nanoseconds.
+/// A moment by the clocks of the recording program, in nanoseconds.
 struct Moment {
-   /// A clock that never goes back, for the time between two moments.
+   /// A monotonic clock, for the time between two moments.
    U64 steady = 0;
-   /// The time of day, since 1970, which may be set.
+   /// The time of day, since 1970; the clock may be set.
    U64 wall = 0;
 
    bool operator==(Moment const&) const = default;
 };
 
-/// CRC-32C (Castagnoli) of bytes; `before` is that of the bytes in front of them.
+/// CRC-32C (Castagnoli) of bytes; `before` is the CRC of the bytes that precede them.
 U32 crc32c(U8 const* bytes, std::size_t size, U32 before = 0) noexcept;
 
 enum class FrameKind : U8 {
    padding = 0,   ///< zeros up to the end of the block
    snapshot = 1,  ///< a new stream begins: U32 count, then type and name of each root
-   log = 2,       ///< whole messages of the stream
-   lost = 3,      ///< what is recorded lost its source; the state stands still
-   back = 4,      ///< the source is there again
+   log = 2,       ///< complete messages of the stream
+   lost = 3,      ///< the recorded roots lost their source; the state stands still
+   back = 4,      ///< the source is back
    end = 5,       ///< the recorder was closed
 };
 
@@ -40,24 +40,24 @@ inline constexpr std::size_t frameHeaderSize = 4 + 4 + 1 + 8 + 8;
 inline constexpr U32 smallestBlock = 512;
 inline constexpr U32 largestBlock = U32(1) << 26;
 
-/// What stands at the beginning of each block. With it a reader finds its way in a file that was
-/// cut or is still being written.
+/// The header of each block. It lets a reader find its way in a file that was cut or is still being
+/// written.
 struct BlockHeader {
    U32 blockSize = 0;
    /// The number of the block in its file, from 0.
    U64 block = 0;
-   /// The number of the file among those of the recorder, from 1.
+   /// The number of the file among the recorder's files, from 1.
    U64 file = 0;
-   /// Where the last snapshot begins that was complete when the block began; 0 if there is none.
+   /// Offset of the last snapshot that was complete when the block began; 0 if there is none.
    U64 snapshot = 0;
    Moment begun;
 };
 
 /// Writes `blockHeaderSize` bytes.
 void writeBlockHeader(U8* to, BlockHeader const& header) noexcept;
-/// Nothing if the bytes are no header of a block, or damaged.
+/// Nothing if the bytes are not the header of a block, or damaged.
 std::optional<BlockHeader> readBlockHeader(U8 const* at) noexcept;
-/// Writes `frameHeaderSize` bytes in front of a body that is there already.
+/// Writes `frameHeaderSize` bytes before a body that has been written already.
 void writeFrameHeader(U8* to, FrameKind kind, Moment at, std::size_t bodySize) noexcept;
 
 /// Where the bytes of a recording come from.
@@ -65,12 +65,12 @@ class RecordingSource {
 public:
    virtual ~RecordingSource() = default;
    virtual U64 size() = 0;
-   /// Reads at most `size` bytes from `offset` on. Fewer come at the end only.
+   /// Reads `size` bytes from `offset` on. Returns fewer only at the end, or if reading fails.
    virtual std::size_t readAt(U64 offset, U8* to, std::size_t size) = 0;
 };
 
-/// Reads a recording, frame by frame, up to its end or the first damage. Needs memory for one
-/// frame.
+/// Reads a recording frame by frame, up to its end or the first damage. Needs memory for one frame,
+/// or for 256 KiB if that is more.
 ///
 ///     RecordingReader reader(source);
 ///     for (RecordingReader::Frame frame; reader.next(frame);) { player.apply(frame); }
@@ -80,7 +80,7 @@ public:
    struct Frame {
       FrameKind kind = FrameKind::padding;
       Moment at;
-      /// Where it begins in the file.
+      /// The offset of the frame in the file.
       U64 offset = 0;
       /// Valid until the next call.
       U8 const* body = nullptr;
@@ -89,23 +89,25 @@ public:
 
    explicit RecordingReader(RecordingSource& source);
 
-   /// The first block's header; nothing if the file does not begin with one.
+   /// The header of the first block; nothing if the file does not begin with one.
    std::optional<BlockHeader> const& header() const noexcept { return header_; }
-   /// The next frame that is not padding. False at the end and at damage.
+   /// Reads the next frame that is not padding. False at the end and at damage.
    bool next(Frame& frame);
-   /// Whether reading has come upon bytes that are not as they should be.
+   /// Whether the reader has found damage.
    bool damaged() const noexcept { return !damage_.empty(); }
    /// What is wrong there.
    Sarn::String const& damage() const noexcept { return damage_; }
-   /// Where reading stands; of damage, where it begins.
+   /// The current offset; if there is damage, where it begins.
    U64 offset() const noexcept { return offset_; }
-   /// Whether the recorder was closed: without that, the file may be still growing.
+   /// Whether the reader has reached the recorder's end frame. Without one, the file may still be
+   /// growing.
    bool ended() const noexcept { return ended_; }
 
-   /// Goes to the snapshot from which the state at a time of day is reached, and tells from which
-   /// offset on a frame that is later than `wall` ends it. Nothing if the recording begins later.
-   /// Looks at a header a block, from the end. O(blocks). Where no whole snapshot stands at the
-   /// place that the block's header names, that is damage, and `next` gives nothing.
+   /// Goes to the snapshot from which the state at a time of day is reached. Returns an offset: the
+   /// first frame at or after it that is later than `wall` ends that state. Returns nothing if the
+   /// recording begins later. Reads one header per block, backwards: O(blocks). If there is no
+   /// complete snapshot at the offset that the block's header names, that is damage, and `next`
+   /// returns false.
    std::optional<U64> seek(U64 wall);
    /// Goes back to the beginning.
    void rewind();
@@ -115,14 +117,14 @@ private:
    U8 const* fetch(U64 offset, std::size_t size);
    bool stop(Sarn::String damage);
    bool enterBlock();
-   /// Reads the frame that begins at `offset_`, padding too, and goes behind it.
+   /// Reads the frame at `offset_`, even padding, and advances past it.
    bool readFrame(Frame& frame);
    void seekSnapshot(U64 block, U64 snapshot);
 
    RecordingSource& source_;
    std::optional<BlockHeader> header_;
    U64 offset_ = 0;
-   /// Where reading began, and the snapshots that have come since.
+   /// Where reading began, and the snapshots found since.
    U64 from_ = 0;
    std::vector<U64> snapshots_;
    std::vector<U8> window_;
@@ -134,7 +136,7 @@ private:
 /// The roots that a snapshot frame names. Throws `FaultException`.
 std::vector<OfferedRoot> snapshotRoots(RecordingReader::Frame const& frame);
 
-/// A file as a source.
+/// A file on disk as a source.
 class RecordingFile final : public RecordingSource {
 public:
    /// Throws `Exception` if it cannot be opened.

@@ -1,4 +1,4 @@
-// What becomes of recordings that were cut, damaged, or are none.
+// Files that were cut or damaged, or are not recordings.
 #include "KivTest/RecordingTestSupport.h"
 
 using namespace RecordingTesting;
@@ -36,7 +36,7 @@ TEST_F(RecordingDamage, ThatWasCutIsReadUpToThere) {
       for (RecordingReader::Frame frame; reader.next(frame); ++count) {
          ASSERT_EQ(frame.offset, frames[count]);
       }
-      // All frames that are whole, and not one more.
+      // All complete frames, and no others.
       ASSERT_LE(reader.offset(), size);
       ASSERT_TRUE(count + 1 >= frames.size() || reader.offset() <= frames[count]) << size;
       bool const wholeFrames = std::find(frames.begin(), frames.end(), U64(size)) != frames.end();
@@ -137,7 +137,7 @@ TEST_F(RecordingDamage, AHoleOfZerosIsFoundAtAnyByteAndOfAnyLength) {
          for (RecordingReader::Frame frame; reader.next(frame); ++count) {
             ASSERT_EQ(frame.offset, frames[count]);
          }
-         // Where zeros stood before, nothing is missing.
+         // If there were zeros before, nothing is damaged.
          ASSERT_EQ(reader.damaged(), bad != whole) << length << " zeros at " << begin;
          ASSERT_EQ(reader.ended(), bad == whole);
          // Nothing is read beyond the first byte that differs.
@@ -180,7 +180,7 @@ protected:
    }
    static constexpr std::size_t blockSize = 2048;
    static U8* block(Bytes& bytes, std::size_t n) { return bytes.data() + n * blockSize; }
-   /// What reading the first file comes upon, and where.
+   /// The damage found when the first file is read, and where.
    std::string damage() {
       Source source(first);
       RecordingReader reader(source);
@@ -188,7 +188,7 @@ protected:
       }
       return std::to_string(reader.offset()) + ": " + reader.damage();
    }
-   /// The same after looking for the last moment.
+   /// The same after seeking the last moment.
    std::string damageBehindSeek() {
       Source source(first);
       RecordingReader reader(source);
@@ -238,9 +238,9 @@ TEST_F(RecordingBlocks, AForgedPlaceOfTheSnapshotIsFound) {
    for (U64 const forged : {frames[1],                   // another frame
                             real + 1,                    // inside one
                             U64(blockSize),              // a block's header
-                            U64(2 * blockSize - 3),      // too short for a frame
+                            U64(2 * blockSize - 3),      // too close to the block's end for a frame
                             U64(last * blockSize + 60),  // a snapshot would not be complete by then
-                            U64(first.size()), ~U64(0)}) {  // behind the end
+                            U64(first.size()), ~U64(0)}) {  // after the end
       snapshotPlaceIs(last, forged);
       std::string const found = begin + ": the header of a block has the last snapshot at byte " +
                                 std::to_string(forged) + ", where none begins";

@@ -1,4 +1,4 @@
-// Recordings: what is written, and what comes back.
+// Recordings: what is written, and what is played back.
 #include "KivTest/RecordingTestSupport.h"
 
 using namespace RecordingTesting;
@@ -95,7 +95,7 @@ TEST_F(Recording, PlaysBackWhatIsLongerThanAMessage) {
    EXPECT_EQ(playAll(bytes, player), "");
    EXPECT_TRUE(player.complete());
    EXPECT_EQ(KivTest::firstDifference(*root, rootOf(player)), "");
-   // Cut in the middle of the last value, all before it is there.
+   // Cut in the middle of the last value: everything before it is there.
    Player cut(make);
    playAll(Bytes(bytes.begin(), bytes.end() - 6000), cut);
    EXPECT_EQ(rootOf(cut).text(), after);
@@ -135,7 +135,7 @@ TEST_F(Recording, AnyMomentIsFoundAndIsAsItWas) {
    options.snapshotEvery = 3000;
    Chance chance(17);
    record(options);
-   // What there was after each turn, played from the beginning.
+   // The state after each turn, played from the beginning.
    std::vector<std::unique_ptr<Player>> states;
    for (U64 i = 1; i <= turns; ++i) {
       for (int k = 0; i != 1 && k != 60; ++k) {
@@ -187,7 +187,7 @@ TEST_F(Recording, IsFoundByTheTimeOfDayAfterThatWasSetBack) {
    for (auto const& step : steps) {
       root->u8Is(step.value);
       for (int i = 0; i != 300; ++i) {
-         root->u32Is(static_cast<U32>(steady) + static_cast<U32>(i));  // a block and more for each
+         root->u32Is(static_cast<U32>(steady) + static_cast<U32>(i));  // more than a block per turn
       }
       recorder->turn({steady += 100, step.wall});
    }
@@ -232,7 +232,7 @@ TEST_F(Recording, OfABoundedSizeGoesOnInANewFileThatStandsAlone) {
          EXPECT_EQ(KivTest::firstDifference(*root, rootOf(player)), "");
       }
    }
-   // One file continues the other: nothing is missing when they are played in a row.
+   // Each file continues the previous one: nothing is missing when they are played in sequence.
    Player all(make);
    for (Bytes const& file : memory.files) {
       ASSERT_EQ(playAll(file, all), "");
@@ -246,7 +246,7 @@ TEST_F(Recording, NeverExceedsItsSizeHoweverMuchComes) {
    record(options);
    Chance chance(5);
    for (int i = 0; i != 2000; ++i) {
-      // Far more than the buffer holds, in messages that leave much padding.
+      // Much more than the buffer holds, in messages that cause much padding.
       for (U8 k = 0; k != 16; ++k) {
          root->byNumberIs(k, std::string(700 + chance.below(300), 'x'));
       }
@@ -363,7 +363,7 @@ TEST_F(Recording, PlaysIntoATreeThatOthersMirror) {
    turn();
    Bytes const bytes = closed();
    Sarn::Ptr<Root> const live = KivTest::rootFactory("test");
-   live->leafIs(9, true, KivTest::Opaque(9));  // was not there when it was recorded
+   live->leafIs(9, true, KivTest::Opaque(9));  // did not exist when it was recorded
    Hub liveHub;
    liveHub.rootIs(live);
    Player player([&](OfferedRoot const&) { return Sarn::Ptr<Kiv::NamedEntity>(live.get()); });
