@@ -39,8 +39,8 @@ struct Limits {
    /// Connections of one user, if the carrier knows who the peer is.
    U32 sessionsOfUid = 256;
    /// The time, in nanoseconds by the hub's clock, in which a message must be complete after its
-   /// first byte, or each part of it if it travels in parts; and for which a closed session waits
-   /// until its last bytes are sent. See `Hub::expire`.
+   /// first byte, parts or not; and for which a closed session waits until its last bytes are sent.
+   /// See `Hub::expire`.
    U64 halfMessage = 60'000'000'000;
    /// Nanoseconds after which a session that neither sends nor receives frees its buffers.
    U64 idle = 5'000'000'000;

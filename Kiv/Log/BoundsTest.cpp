@@ -162,6 +162,37 @@ TEST_F(StreamBounds, TheTimeOfAHalfMessageBeginsWithTheMessage) {
    EXPECT_EQ(reason(), "");
 }
 
+TEST_F(StreamBounds, TheTimeOfAMessageInPartsBeginsWithItsFirstPart) {
+   mountRoot(MountMode::writer);
+   auto const part = [](U32 offset, std::size_t size) {
+      return message(Opcode::part, 0, 0,
+                     concat(Bytes{static_cast<U8>(Opcode::set)}, u32(300000), u32(offset),
+                            Bytes(size, 'x')));
+   };
+   source.hub.expire();
+   Bytes const first = part(0, 100);
+   source.receive(Bytes(first.begin(), first.end() - 1));
+   clockNow += 10 * second;
+   source.receive({first.back()});
+   U64 const limit = source.hub.limits().halfMessage;
+   EXPECT_EQ(source.hub.deadline(), clockNow + 5 * second) << "the buffer of the first bytes";
+   // Neither a part now and then nor an idle buffer that is freed resets the time.
+   U64 const begun = clockNow;
+   clockNow += 6 * second;
+   source.hub.expire();
+   clockNow += 6 * second;
+   source.hub.expire();
+   EXPECT_EQ(source.hub.deadline(), begun + limit);
+   clockNow = begun + limit - 1;
+   source.receive(part(100, 1));
+   source.hub.expire();
+   EXPECT_EQ(reason(), "");
+   clockNow += 1;
+   source.hub.expire();
+   EXPECT_EQ(reason(), "the peer has left a message unfinished for 60000 ms, after 101 bytes");
+   EXPECT_EQ(source.session->heldBytes(), 0u);
+}
+
 TEST_F(StreamBounds, WithoutAClockAHalfMessageMayTakeForEver) {
    source.hub.clockIs(nullptr);
    greet();

@@ -215,6 +215,9 @@ void Inbound::applyPart(Header const& header, In& in) {
    auto const bound = [](void* control, Opcode opcode) {
       return static_cast<Control*>(control)->longestInParts(opcode);
    };
+   if (!parts_.any()) {
+      partsSince_ = clock_.now();
+   }
    if (parts_.add(header, in, bound, &control_)) {
       Header const whole = parts_.header();
       std::vector<U8> const bytes = parts_.take();
@@ -252,7 +255,7 @@ void Inbound::boundKept(U64 before) {
       freeKept();
       return;
    }
-   if (kept_.empty() && !parts_.any()) {
+   if (kept_.empty()) {
       halfSince_ = 0;
    } else if (halfSince_ == 0 || messages_ != before) {
       halfSince_ = clock_.now();

@@ -65,10 +65,10 @@ public:
    void freeIdle() noexcept;
    bool holdsIdleBytes() const noexcept { return kept_.empty() && kept_.capacity() != 0; }
    std::size_t heldBytes() const noexcept { return kept_.capacity() + parts_.heldBytes(); }
-   /// Since when a message has been incomplete (since its last part, if it travels in parts); 0 if
-   /// none is, or if there is no clock.
-   U64 halfSince() const noexcept { return halfSince_; }
-   std::size_t keptBytes() const noexcept { return kept_.size(); }
+   /// Since when a message has been incomplete; 0 if none is, or if there is no clock.
+   U64 halfSince() const noexcept { return parts_.any() ? partsSince_ : halfSince_; }
+   /// The bytes of it that have arrived.
+   std::size_t halfBytes() const noexcept { return kept_.size() + parts_.size(); }
 
    U64 messages() const noexcept { return messages_; }
    U64 bytes() const noexcept { return bytes_; }
@@ -121,7 +121,9 @@ private:
    PartsIn parts_;
    /// How many of the bytes being parsed have been applied.
    std::size_t consumed_ = 0;
+   /// Since when the message in `kept_` has been incomplete, and the one in `parts_`.
    U64 halfSince_ = 0;
+   U64 partsSince_ = 0;
    U64 messages_ = 0;
    U64 bytes_ = 0;
    /// The publication inside which `take` was called.

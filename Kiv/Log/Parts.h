@@ -60,6 +60,8 @@ public:
    /// Takes the body of the complete message out.
    std::vector<U8> take() noexcept;
    void clear() noexcept { take(); }
+   /// The bytes of its body that have arrived.
+   std::size_t size() const noexcept { return bytes_.size(); }
    /// Bytes of memory that it holds.
    std::size_t heldBytes() const noexcept { return bytes_.capacity(); }
 

@@ -258,7 +258,7 @@ void Session::Impl::expire(U64 now) {
    if (half != 0 && now - half >= limits.halfMessage) {
       closing_.fail("the peer has left a message unfinished for " +
                     std::to_string((now - half) / 1'000'000) + " ms, after " +
-                    std::to_string(inbound_.keptBytes()) + " bytes");
+                    std::to_string(inbound_.halfBytes()) + " bytes");
       onFailed();
    }
    Outbox& outbox = teller_.outbox();
