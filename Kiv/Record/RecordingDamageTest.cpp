@@ -1,4 +1,7 @@
 // Files that were cut or damaged, or are not recordings.
+#include <array>
+
+#include "Kiv/Log/Wire.h"
 #include "KivTest/RecordingTestSupport.h"
 
 using namespace RecordingTesting;
@@ -250,6 +253,200 @@ TEST_F(RecordingBlocks, AForgedPlaceOfTheSnapshotIsFound) {
    snapshotPlaceIs(last, 0);
    EXPECT_EQ(damageBehindSeek(), std::to_string(first.size()) + ": ")
          << "no snapshot: it is read from its beginning";
+}
+
+TEST_F(RecordingBlocks, WithoutTheFirstOfTheirFileAreNoRecording) {
+   first.erase(first.begin(), first.begin() + blockSize);
+   EXPECT_EQ(damage(), "0: it does not begin as a recording of version 2");
+   Source source(first);
+   EXPECT_FALSE(RecordingReader(source).header());
+   EXPECT_FALSE(RecordingReader(source).seek(~U64(0)));
+}
+
+TEST_F(RecordingBlocks, ThatDoNotBelongWhereTheyStandAreNotSought) {
+   std::size_t const last = (first.size() - 1) / blockSize;
+   auto const seek = [this] {
+      Source source(first);
+      return RecordingReader(source).seek(~U64(0));
+   };
+   ASSERT_EQ(seek(), last * blockSize);
+   auto const whole = *Kiv::NboAttrLog::readBlockHeader(block(first, last));
+   auto ofAnotherFile = whole;
+   ofAnotherFile.file = 2;
+   auto ofAnotherPlace = whole;
+   ofAnotherPlace.block = last + 1;
+   auto ofAnotherSize = whole;
+   ofAnotherSize.blockSize = 4096;
+   for (auto const& header : {ofAnotherFile, ofAnotherPlace, ofAnotherSize}) {
+      Kiv::NboAttrLog::writeBlockHeader(block(first, last), header);
+      EXPECT_EQ(seek(), (last - 1) * blockSize);
+   }
+}
+
+TEST_F(RecordingBlocks, AreSoughtFromTheVeryMomentOnAtWhichTheyBegan) {
+   std::size_t const last = (first.size() - 1) / blockSize;
+   U64 const begun = Kiv::NboAttrLog::readBlockHeader(block(first, last))->begun.wall;
+   Source source(first);
+   RecordingReader reader(source);
+   EXPECT_EQ(reader.seek(begun), last * blockSize);
+   EXPECT_LT(*reader.seek(begun - 1), last * blockSize);
+   EXPECT_EQ(reader.seek(moment(1).wall), 0u);
+}
+
+/// Blocks of 512 bytes that a test writes frame by frame.
+class RecordingForged : public testing::Test {
+protected:
+   static constexpr U32 blockSize = 512;
+   using BlockHeader = Kiv::NboAttrLog::BlockHeader;
+   static constexpr std::size_t blockHeaderSize = Kiv::NboAttrLog::blockHeaderSize;
+   static constexpr std::size_t frameHeaderSize = Kiv::NboAttrLog::frameHeaderSize;
+   /// What one frame holds in a block of its own.
+   static constexpr std::size_t mostInFrame = blockSize - blockHeaderSize - frameHeaderSize;
+   /// The body of a snapshot that names no roots.
+   static constexpr std::size_t noRoots = 4;
+
+   /// Begins the next block.
+   void block(U64 snapshot = 0) {
+      U64 const begin = bytes.size();
+      ASSERT_EQ(begin % blockSize, 0u);
+      bytes.resize(begin + blockHeaderSize);
+      Kiv::NboAttrLog::writeBlockHeader(bytes.data() + begin,
+                                        {blockSize, begin / blockSize, file, snapshot, moment(1)});
+   }
+   /// Writes a frame with a body of zeros, and returns where it begins.
+   U64 frame(FrameKind kind, std::size_t bodySize) {
+      U64 const begin = bytes.size();
+      bytes.resize(begin + frameHeaderSize + bodySize);
+      Kiv::NboAttrLog::writeFrameHeader(bytes.data() + begin, kind, moment(1), bodySize);
+      return begin;
+   }
+   /// Writes a frame that leaves so many bytes of the block.
+   void frameUpTo(std::size_t left, FrameKind kind = FrameKind::log) {
+      frame(kind, blockSize - bytes.size() % blockSize - frameHeaderSize - left);
+   }
+   /// Where frames begin, where reading stops, and why.
+   std::string read(bool fromTheLastSnapshot = false) const {
+      Source source(bytes);
+      RecordingReader reader(source);
+      if (fromTheLastSnapshot) {
+         EXPECT_TRUE(reader.seek(~U64(0)));
+      }
+      std::string frames;
+      for (RecordingReader::Frame at; reader.next(at);) {
+         frames += std::to_string(at.offset) + " ";
+      }
+      EXPECT_FALSE(reader.damaged() && reader.ended());
+      return frames + "to " + std::to_string(reader.offset()) + ": " + reader.damage();
+   }
+   std::string readBehindSeek() const { return read(true); }
+
+   Bytes bytes;
+   U64 file = 1;
+};
+
+TEST_F(RecordingForged, PaddingEndsWithItsBlock) {
+   block();
+   frameUpTo(0, FrameKind::padding);
+   block();
+   frame(FrameKind::end, 0);
+   EXPECT_EQ(read(), "572 to 597: ");
+   bytes.clear();
+   block();
+   frameUpTo(1, FrameKind::padding);
+   bytes.push_back(0);
+   block();
+   frame(FrameKind::end, 0);
+   EXPECT_EQ(read(), "to 60: padding ends before its block");
+}
+
+TEST_F(RecordingForged, AFrameMayFillItsBlockButNotExceedIt) {
+   block();
+   frame(FrameKind::log, mostInFrame);
+   block();
+   frame(FrameKind::end, 0);
+   EXPECT_EQ(read(), "60 572 to 597: ");
+   bytes.clear();
+   block();
+   frame(FrameKind::log, mostInFrame + 1);
+   bytes.resize(2 * blockSize);
+   EXPECT_EQ(read(), "to 60: a frame of 428 bytes exceeds its block");
+}
+
+TEST_F(RecordingForged, ABlockEndsWithAFrameThatIsOnlyAHeaderOrWithLessThanThat) {
+   block();
+   frameUpTo(frameHeaderSize);
+   frame(FrameKind::back, 0);
+   block();
+   frameUpTo(frameHeaderSize - 1);
+   bytes.resize(2 * blockSize);
+   block();
+   frame(FrameKind::end, 0);
+   EXPECT_EQ(read(), "60 487 572 1084 to 1109: ");
+}
+
+TEST_F(RecordingForged, ASnapshotBehindTheBlockThatNamesItIsNone) {
+   block();
+   frame(FrameKind::snapshot, noRoots);
+   frameUpTo(0);
+   block(blockSize + blockHeaderSize);
+   U64 const within = frame(FrameKind::snapshot, noRoots);
+   ASSERT_EQ(within, blockSize + blockHeaderSize);
+   EXPECT_EQ(readBehindSeek(),
+             "to 512: the header of a block has the last snapshot at byte 572, where none begins");
+   EXPECT_EQ(read(),
+             "60 89 to 512: the header of a block has the last snapshot at byte 572, where none "
+             "begins");
+}
+
+TEST_F(RecordingForged, TheEndIsNoSnapshot) {
+   block();
+   frame(FrameKind::snapshot, noRoots);
+   U64 const end = frame(FrameKind::end, 0);
+   frameUpTo(0, FrameKind::padding);
+   block(end);
+   EXPECT_EQ(readBehindSeek(),
+             "to 512: the header of a block has the last snapshot at byte 89, where none begins");
+}
+
+TEST_F(RecordingForged, ASnapshotMayEndABlockButNotLieInAHeader) {
+   block();
+   frameUpTo(frameHeaderSize);
+   U64 const last = frame(FrameKind::snapshot, 0);
+   block(last);
+   EXPECT_EQ(readBehindSeek(), "487 to 572: ");
+   // From byte 24 on the header of block 1 reads as a frame as well: the file's number as size and
+   // checksum, the snapshot's place as kind and time, and zeros as the other time and no roots.
+   BlockHeader forged{blockSize, 1, 0, U64(FrameKind::snapshot) << 56, {}};
+   std::array<U8, blockHeaderSize> header;
+   Kiv::NboAttrLog::writeBlockHeader(header.data(), forged);
+   U32 const checksum = Kiv::NboAttrLog::crc32c(header.data() + 32, 17 + noRoots);
+   forged.file = file = U64(noRoots) << 32 | checksum;
+   bytes.clear();
+   block();
+   frameUpTo(0);
+   block();
+   Kiv::NboAttrLog::writeBlockHeader(bytes.data() + blockSize, forged);
+   frameUpTo(0);
+   block(blockSize + 24);
+   EXPECT_EQ(readBehindSeek(),
+             "to 1024: the header of a block has the last snapshot at byte 536, where none begins");
+}
+
+TEST_F(RecordingForged, ASnapshotThatGoesOnInTheNextBlockIsNone) {
+   block();
+   frameUpTo(9);
+   std::size_t const place = bytes.size();
+   bytes.resize(blockSize);
+   block();
+   frameUpTo(0);
+   // Size, checksum and kind stand at the end of the block, times and body in the next header.
+   bytes[place + 3] = noRoots;
+   bytes[place + 8] = static_cast<U8>(FrameKind::snapshot);
+   U32 const checksum = Kiv::NboAttrLog::crc32c(bytes.data() + place + 8, 17 + noRoots);
+   Kiv::NboAttrLog::Out(bytes.data() + place + 4, 4).writeU32(checksum);
+   block(place);
+   EXPECT_EQ(readBehindSeek(),
+             "to 1024: the header of a block has the last snapshot at byte 503, where none begins");
 }
 
 TEST_F(RecordingDamage, SomethingElseIsNoRecording) {

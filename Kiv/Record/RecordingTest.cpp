@@ -1,4 +1,5 @@
 // Recordings: what is written, and what is played back.
+#include "Kiv/Log/Wire.h"
 #include "KivTest/RecordingTestSupport.h"
 
 using namespace RecordingTesting;
@@ -384,6 +385,28 @@ TEST_F(Recording, ChangesBeforeASnapshotAreRefused) {
    frame.kind = FrameKind::log;
    EXPECT_FALSE(player.apply(frame));
    EXPECT_EQ(player.reason(), "changes come before a snapshot");
+}
+
+TEST(RecordingPlayer, TakesAsManyRootsAsTheBoundSaysAndNotOneMore) {
+   Limits limits;
+   limits.nesting = 2;
+   Player player(make, limits);
+   auto const apply = [&player](U32 count) {
+      Bytes body(4 + count * (4 + 13 + 4 + 1));
+      Kiv::NboAttrLog::Out out(body.data(), body.size());
+      out.writeU32(count);
+      for (U32 i = 0; i != count; ++i) {
+         out.writeString("KivTest::Root");
+         out.writeString(std::to_string(i));
+      }
+      EXPECT_EQ(out.room(), 0u);
+      return player.apply({FrameKind::snapshot, {}, 0, body.data(), body.size()});
+   };
+   EXPECT_TRUE(apply(2)) << player.reason();
+   EXPECT_EQ(player.roots().size(), 2u);
+   EXPECT_FALSE(apply(3));
+   EXPECT_EQ(player.reason(), "3 roots exceed the bound of 2");
+   EXPECT_EQ(player.roots().size(), 2u);
 }
 
 TEST_F(Recording, OptionsThatDoNotGoTogetherAreRefused) {
