@@ -2,22 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
-#include "Holt/Failure.h"
+#include "Holt/FailureTestSupport.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 
 namespace Holt {
 namespace {
-
-std::string failureOf(std::function<void()> const& doIt) {
-   try {
-      doIt();
-   } catch (Failure const& failure) {
-      return failure.what();
-   }
-   return "";
-}
 
 TEST(Access, ReadsOwnersByNameAndByNumber) {
    EXPECT_EQ(parseOwner("root").user, 0U);

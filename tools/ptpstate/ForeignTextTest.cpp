@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -41,15 +40,8 @@ void expectClean(std::string const& text) {
 /// Listens, and leaves the first connection to `serve`.
 class FakeServer {
 public:
-   FakeServer(std::string const& path, std::function<void(int)> serve) {
-      listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-      sockaddr_un address{};
-      address.sun_family = AF_UNIX;
-      std::memcpy(address.sun_path, path.data(), path.size());
-      if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0 ||
-          ::listen(listener_, 1) < 0) {
-         throw std::runtime_error("no socket for the test");
-      }
+   FakeServer(std::string const& path, std::function<void(int)> serve)
+         : listener_(listeningAt(path, 1)) {
       thread_ = std::thread([this, serve = std::move(serve)] {
          int const fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
          if (fd >= 0) {
@@ -122,23 +114,7 @@ void drain(int fd) {
    }
 }
 
-class ForeignText : public testing::Test {
-protected:
-   void serve(std::vector<std::string> const& more = {}) {
-      std::vector<std::string> args{"serve", "--socket", socket};
-      args.insert(args.end(), more.begin(), more.end());
-      server = std::make_unique<Program>(args);
-      ASSERT_TRUE(server->says("serving ")) << server->finish().err;
-   }
-   Outcome client(std::vector<std::string> args) {
-      args.insert(args.begin() + 1, {"--socket", socket});
-      return run(args);
-   }
-
-   Scratch scratch;
-   std::string socket = scratch.file("socket");
-   std::unique_ptr<Program> server;
-};
+class ForeignText : public WithServer {};
 
 TEST_F(ForeignText, OfARootThatIsAskedForIsOneLineInTheLog) {
    serve();
@@ -156,11 +132,8 @@ TEST_F(ForeignText, OfAReasonIsOneLineInTheLog) {
    put(
          bytes, Opcode::bye, [](Kiv::NboAttrLog::Out& out) { out.writeString(evil); },
          4 + evil.size());
-   int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-   sockaddr_un address{};
-   address.sun_family = AF_UNIX;
-   std::memcpy(address.sun_path, socket.data(), socket.size());
-   ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+   int const fd = connectedTo(socket);
+   ASSERT_GE(fd, 0);
    send(fd, bytes);
    EXPECT_TRUE(server->says("ended: closed by the peer: " + shown)) << server->out();
    expectClean(server->out());
@@ -267,25 +240,15 @@ TEST_F(ForeignText, ThatComesByteByByteIsGivenUpInTime) {
 }
 
 TEST_F(ForeignText, AServerThatAcceptsNobodyIsGivenUpInTime) {
-   int const listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-   sockaddr_un address{};
-   address.sun_family = AF_UNIX;
-   std::memcpy(address.sun_path, socket.data(), socket.size());
-   ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-   ASSERT_EQ(::listen(listener, 0), 0);
-   std::vector<int> waiting;
-   for (int i = 0; i != 4; ++i) {  // until its queue is full
-      waiting.push_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-      (void)!::connect(waiting.back(), reinterpret_cast<sockaddr*>(&address), sizeof address);
-   }
+   int const listener = listeningAt(socket, 0);
+   int const waiting = connectedTo(socket);  // its queue is full
+   ASSERT_GE(waiting, 0);
    Outcome const outcome = client({"get", "--timeout", "0.3", "ptp/config.enabled"});
    EXPECT_EQ(outcome.status, 3);
    EXPECT_EQ(outcome.err, "ptpstate: " + socket +
                                 ": the server does not answer (asked for a connection); wait "
                                 "longer with --timeout, or look after it\n");
-   for (int const fd : waiting) {
-      ::close(fd);
-   }
+   ::close(waiting);
    ::close(listener);
 }
 

@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -142,6 +145,48 @@ Scratch::Scratch() {
 Scratch::~Scratch() {
    std::error_code ignored;
    std::filesystem::remove_all(path_, ignored);
+}
+
+void WithServer::serve(std::vector<std::string> const& more) {
+   std::vector<std::string> args{"serve", "--socket", socket};
+   args.insert(args.end(), more.begin(), more.end());
+   server = std::make_unique<Program>(args);
+   ASSERT_TRUE(server->says("serving ")) << server->finish().err;
+}
+
+Outcome WithServer::client(std::vector<std::string> args, uid_t uid) const {
+   args.insert(args.begin() + 1, {"--socket", socket});
+   return run(args, uid);
+}
+
+namespace {
+
+/// A stream socket that `attach`, connect() or bind(), has given the address.
+template <class Attach>
+int socketAt(std::string const& path, Attach attach) {
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   std::memcpy(address.sun_path, path.data(), path.size());
+   int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+   if (attach(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0) {
+      return fd;
+   }
+   ::close(fd);
+   return -1;
+}
+
+}  // namespace
+
+int connectedTo(std::string const& path) {
+   return socketAt(path, ::connect);
+}
+
+int listeningAt(std::string const& path, int backlog) {
+   int const fd = socketAt(path, ::bind);
+   if (fd < 0 || ::listen(fd, backlog) < 0) {
+      throw std::runtime_error("no socket for the test");
+   }
+   return fd;
 }
 
 std::string readFile(std::string const& path) {

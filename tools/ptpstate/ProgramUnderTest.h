@@ -1,9 +1,11 @@
 // Drives the real program from tests: runs it, keeps it running, reads what it says.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -78,6 +80,24 @@ public:
 private:
    std::string path_;
 };
+
+/// Tests with a server of their own, and commands that ask it.
+class WithServer : public testing::Test {
+protected:
+   /// Starts the server, with options besides its socket, and waits until it serves.
+   void serve(std::vector<std::string> const& more = {});
+   /// Runs a command against it.
+   Outcome client(std::vector<std::string> args, uid_t uid = 0) const;
+
+   Scratch scratch;
+   std::string socket = scratch.file("socket");
+   std::unique_ptr<Program> server;
+};
+
+/// A stream socket that is connected to `path`, or -1.
+int connectedTo(std::string const& path);
+/// A stream socket that listens at `path` with a queue of `backlog`. Throws if there is none.
+int listeningAt(std::string const& path, int backlog);
 
 std::string readFile(std::string const& path);
 

@@ -1,32 +1,22 @@
 // Commands against a live server, as transcripts.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <fstream>
 #include <thread>
 
+#include "Holt/LogOutputTestSupport.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
 
 namespace Ptpstate {
 namespace {
 
-class ServeTest : public testing::Test {
+using Holt::Ends;
+
+class ServeTest : public WithServer {
 protected:
-   void serve(std::vector<std::string> const& more = {}) {
-      std::vector<std::string> args{"serve", "--socket", socket};
-      args.insert(args.end(), more.begin(), more.end());
-      server = std::make_unique<Program>(args);
-      ASSERT_TRUE(server->says("serving ")) << server->finish().err;
-   }
-   Outcome client(std::vector<std::string> args) {
-      args.insert(args.begin() + 1, {"--socket", socket});
-      return run(args);
-   }
    /// Commands with what they say, as in a terminal.
    std::string transcript(std::vector<std::vector<std::string>> const& commands) {
       std::string all;
@@ -43,10 +33,6 @@ protected:
       }
       return replaced(all, socket, "SOCKET");
    }
-
-   Scratch scratch;
-   std::string socket = scratch.file("socket");
-   std::unique_ptr<Program> server;
 };
 
 TEST_F(ServeTest, GetsAndSets) {
@@ -286,17 +272,44 @@ TEST_F(ServeTest, AServerThatDoesNotAnswerIsGivenUp) {
 
 TEST_F(ServeTest, APeerThatSpeaksSomethingElseIsSentAway) {
    serve();
-   int const fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-   sockaddr_un address{};
-   address.sun_family = AF_UNIX;
-   std::memcpy(address.sun_path, socket.data(), socket.size());
-   ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+   int const fd = connectedTo(socket);
+   ASSERT_GE(fd, 0);
    std::string const nonsense = "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n";
    ASSERT_EQ(::write(fd, nonsense.data(), nonsense.size()), static_cast<ssize_t>(nonsense.size()));
    EXPECT_TRUE(
          server->says(") refused: the peer does not begin with the attribute log's greeting"));
    ::close(fd);
    EXPECT_EQ(client({"get", "ptp/config.enabled"}).out, "false\n");
+}
+
+TEST_F(ServeTest, ALogThatNobodyReadsHoldsUpNobody) {
+   Ends ends(false);
+   std::string const full(4096, 'x');
+   ASSERT_EQ(::write(ends.fds[1], full.data(), full.size()), 4096);
+   Surroundings in;
+   in.output = ends.fds[1];
+   server = std::make_unique<Program>(std::vector<std::string>{"serve", "--socket", socket}, in);
+   for (int i = 0; i != 100 && ::access(socket.c_str(), F_OK) != 0; ++i) {
+      ::usleep(50'000);
+   }
+   auto const ask = [this] { return client({"get", "--timeout", "5", "ptp/config.priority1"}); };
+   for (int i = 0; i != 5; ++i) {
+      Outcome const outcome = ask();
+      ASSERT_EQ(outcome.out, "128\n") << outcome.err;
+   }
+   std::string log;
+   for (int i = 0; i != 100 && log.find("connection 5 ") == std::string::npos; ++i) {
+      log += ends.read();
+      ::usleep(20'000);
+   }
+   EXPECT_NE(log.find("xserving ptp/config (Ptp::Config) at " + socket + "\n"), std::string::npos);
+   EXPECT_NE(log.find("connection 5 "), std::string::npos) << log;
+   ::close(ends.fds[0]);
+   ends.fds[0] = -1;
+   EXPECT_EQ(ask().out, "128\n") << "it outlives the reader of its log";
+   EXPECT_EQ(ask().out, "128\n");
+   server->signal(SIGTERM);
+   EXPECT_EQ(server->finish().status, 0);
 }
 
 TEST(CommandLine, AWrongOneIsOneLineAndItsOwnStatus) {

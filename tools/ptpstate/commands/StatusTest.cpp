@@ -33,21 +33,14 @@ private:
    Mount& mount_;
 };
 
-class StatusTest : public testing::Test {
+class StatusTest : public WithServer {
 protected:
-   void SetUp() override {
-      server = std::make_unique<Program>(std::vector<std::string>{"serve", "--socket", socket});
-      ASSERT_TRUE(server->says("serving "));
-   }
+   void SetUp() override { serve(); }
    nlohmann::json json() const {
       Outcome const outcome = run({"status", "--socket", socket, "--json"});
       EXPECT_EQ(outcome.err, "");
       return nlohmann::json::parse(outcome.out);
    }
-
-   Scratch scratch;
-   std::string socket = scratch.file("socket");
-   std::unique_ptr<Program> server;
 };
 
 TEST_F(StatusTest, TellsWhoMirrorsWhatAndHowMuchWasSaid) {

@@ -11,13 +11,9 @@
 namespace Ptpstate {
 namespace {
 
-class WatchTest : public testing::Test {
+class WatchTest : public WithServer {
 protected:
-   void SetUp() override {
-      server = std::make_unique<Program>(std::vector<std::string>{
-            "serve", "--socket", socket, "--dump", scratch.file("server.dump")});
-      ASSERT_TRUE(server->says("serving "));
-   }
+   void SetUp() override { serve({"--dump", scratch.file("server.dump")}); }
    std::unique_ptr<Program> watch(std::vector<std::string> const& more = {}) {
       std::vector<std::string> args{"watch", "--socket", socket};
       args.insert(args.end(), more.begin(), more.end());
@@ -26,8 +22,7 @@ protected:
       return watcher;
    }
    void change(std::vector<std::string> args) {
-      args.insert(args.begin() + 1, {"--socket", socket});
-      Outcome const outcome = run(args);
+      Outcome const outcome = client(std::move(args));
       ASSERT_EQ(outcome.status, 0) << outcome.err;
    }
    static std::string ended(Program& watcher) {
@@ -40,10 +35,6 @@ protected:
       EXPECT_EQ(server->finish().status, 0);
       return readFile(scratch.file("server.dump"));
    }
-
-   Scratch scratch;
-   std::string socket = scratch.file("socket");
-   std::unique_ptr<Program> server;
 };
 
 TEST_F(WatchTest, PrintsALineAChange) {

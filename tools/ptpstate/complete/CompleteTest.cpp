@@ -36,13 +36,10 @@ TEST(ShellQuoted, EscapesWhatAShellWouldTake) {
    EXPECT_EQ(shellQuoted("b[\"x\"]", '"'), "b[\\\"x\\\"]");
 }
 
-class CompleteTest : public testing::Test {
+class CompleteTest : public WithServer {
 protected:
    void serve() {
-      server = std::make_unique<Program>(
-            std::vector<std::string>{"serve", "--socket", socket, "--root",
-                                     "Ptp::Config=ptp/config", "--root", "Ptp::Status=ptp/status"});
-      ASSERT_TRUE(server->says("serving ", 2));
+      WithServer::serve({"--root", "Ptp::Config=ptp/config", "--root", "Ptp::Status=ptp/status"});
       change({"add", "ptp/config.intfConfig[Ethernet10]", "true", "false"});
       change({"add", "ptp/config.intfConfig[Ethernet2]", "true", "false"});
       change({"add", "ptp/config.intfRegionConfig[Ptp::PortDSKey(intf=Ethernet2, vlanId=7)]"});
@@ -67,10 +64,6 @@ protected:
    std::vector<std::string> at(std::string const& line) {
       return at(line, line.substr(line.rfind(' ') + 1));
    }
-
-   Scratch scratch;
-   std::string socket = scratch.file("socket");
-   std::unique_ptr<Program> server;
 };
 
 TEST_F(CompleteTest, OffersCommandsAndOptionsWithoutAServer) {

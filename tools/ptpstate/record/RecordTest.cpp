@@ -26,16 +26,10 @@ std::string withoutDates(std::string const& text) {
    return std::regex_replace(text, date, "DATE");
 }
 
-class RecordTest : public testing::Test {
+class RecordTest : public WithServer {
 protected:
    void SetUp() override { serve(); }
 
-   void serve(std::vector<std::string> const& more = {}) {
-      std::vector<std::string> args{"serve", "--socket", socket};
-      args.insert(args.end(), more.begin(), more.end());
-      server = std::make_unique<Program>(args);
-      ASSERT_TRUE(server->says("serving "));
-   }
    std::unique_ptr<Program> record(std::vector<std::string> const& more = {}) {
       std::vector<std::string> args{"record", "--socket", socket, file};
       args.insert(args.end(), more.begin(), more.end());
@@ -71,10 +65,7 @@ protected:
       return "@" + std::to_string(wall / 1'000'000'000) + "." + fraction;
    }
 
-   Scratch scratch;
-   std::string socket = scratch.file("socket");
    std::string file = scratch.file("recording");
-   std::unique_ptr<Program> server;
 };
 
 TEST_F(RecordTest, PrintsWhatHappenedWithItsTimes) {

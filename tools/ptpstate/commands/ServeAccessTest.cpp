@@ -1,12 +1,12 @@
 // Who may connect and who may write, tried with the real program as two users.
-#include "Holt/Access.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include "Holt/Client.h"
-#include "Holt/Failure.h"
+#include "Holt/FailureTestSupport.h"
 #include "Holt/State/Place.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
 
@@ -18,27 +18,8 @@ namespace {
 
 constexpr uid_t nobody = 65534;
 
-std::string failureOf(std::function<void()> const& doIt) {
-   try {
-      doIt();
-   } catch (Failure const& failure) {
-      return failure.what();
-   }
-   return "";
-}
-
-class AccessTest : public testing::Test {
+class ServeAccessTest : public WithServer {
 protected:
-   void serve(std::vector<std::string> const& more) {
-      std::vector<std::string> args{"serve", "--socket", socket};
-      args.insert(args.end(), more.begin(), more.end());
-      server = std::make_unique<Program>(args);
-      ASSERT_TRUE(server->says("serving ")) << server->finish().err;
-   }
-   Outcome client(std::vector<std::string> args, uid_t uid = 0) const {
-      args.insert(args.begin() + 1, {"--socket", socket});
-      return run(args, uid);
-   }
    /// Whether commands can be run as somebody else.
    bool another() const {
       ::chmod(scratch.path().c_str(), 0755);
@@ -49,13 +30,9 @@ protected:
       EXPECT_EQ(::stat(socket.c_str(), &file), 0);
       return file;
    }
-
-   Scratch scratch;
-   std::string socket = scratch.file("socket");
-   std::unique_ptr<Program> server;
 };
 
-TEST_F(AccessTest, TheSocketGetsItsModeAndOwner) {
+TEST_F(ServeAccessTest, TheSocketGetsItsModeAndOwner) {
    serve({"--mode", "0620"});
    EXPECT_EQ(socketFile().st_mode & 0777, 0620U);
    server.reset();
@@ -67,7 +44,7 @@ TEST_F(AccessTest, TheSocketGetsItsModeAndOwner) {
    }
 }
 
-TEST_F(AccessTest, AnOwnerThatCannotBeLeavesNoSocket) {
+TEST_F(ServeAccessTest, AnOwnerThatCannotBeLeavesNoSocket) {
    if (!another()) {
       GTEST_SKIP() << "another user cannot run the program here";
    }
@@ -78,7 +55,7 @@ TEST_F(AccessTest, AnOwnerThatCannotBeLeavesNoSocket) {
    EXPECT_EQ(::access(socket.c_str(), F_OK), -1);
 }
 
-TEST_F(AccessTest, WrongOptionsAreOneLine) {
+TEST_F(ServeAccessTest, WrongOptionsAreOneLine) {
    for (std::vector<std::string> const& wrong : {std::vector<std::string>{"--mode", "rw"},
                                                  {"--owner", ":"},
                                                  {"--writers", "no-such-user"}}) {
@@ -88,7 +65,7 @@ TEST_F(AccessTest, WrongOptionsAreOneLine) {
    }
 }
 
-TEST_F(AccessTest, WhoIsNoWriterReadsAndIsRefusedToChange) {
+TEST_F(ServeAccessTest, WhoIsNoWriterReadsAndIsRefusedToChange) {
    if (!another()) {
       GTEST_SKIP() << "another user cannot run the program here";
    }
@@ -112,7 +89,7 @@ TEST_F(AccessTest, WhoIsNoWriterReadsAndIsRefusedToChange) {
    EXPECT_TRUE(server->says("refused Ptp::Config=ptp/config: uid 65534", 3)) << server->out();
 }
 
-TEST_F(AccessTest, AGroupMayWrite) {
+TEST_F(ServeAccessTest, AGroupMayWrite) {
    if (!another()) {
       GTEST_SKIP() << "another user cannot run the program here";
    }
@@ -140,7 +117,7 @@ private:
    Mount& mount_;
 };
 
-TEST_F(AccessTest, AClaimedRootHasOneWriterAndTheNextFindsItAsItWasLeft) {
+TEST_F(ServeAccessTest, AClaimedRootHasOneWriterAndTheNextFindsItAsItWasLeft) {
    serve({"--root", "Ptp::Status=ptp/status", "--root", "Ptp::Config=ptp/config"});
    auto agent = std::make_unique<Agent>(socket, MountMode::owner);
    agent->place(".holdoverExpiry").set("24");
@@ -164,7 +141,7 @@ TEST_F(AccessTest, AClaimedRootHasOneWriterAndTheNextFindsItAsItWasLeft) {
    EXPECT_NE(next.place(".defaultDS").entity(), nullptr);
 }
 
-TEST_F(AccessTest, WhatAnotherWritesCannotBeClaimed) {
+TEST_F(ServeAccessTest, WhatAnotherWritesCannotBeClaimed) {
    serve({"--root", "Ptp::Status=ptp/status"});
    Agent const writer(socket, MountMode::writer);
    EXPECT_NE(failureOf([this] {
@@ -173,8 +150,8 @@ TEST_F(AccessTest, WhatAnotherWritesCannotBeClaimed) {
              std::string::npos);
 }
 
-TEST_F(AccessTest, TheLogSaysWhoCameAndHowItEnded) {
-   serve({});
+TEST_F(ServeAccessTest, TheLogSaysWhoCameAndHowItEnded) {
+   serve();
    client({"get", "ptp/config.enabled"});
    EXPECT_TRUE(server->says(", uid " + std::to_string(::getuid()) + ", gid " +
                             std::to_string(::getgid()) + ", ptpstate) opened\n"))
