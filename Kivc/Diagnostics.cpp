@@ -4,6 +4,8 @@
 #include <tuple>
 #include <utility>
 
+#include "Kivc/Printable.h"
+
 namespace Kivc {
 
 namespace {
@@ -16,37 +18,36 @@ std::size_t characters(std::string_view text) {
    }));
 }
 
-/// The blanks in front of a caret; tabs are kept so that the caret stands below its text.
-std::string padding(std::string_view line, std::size_t column) {
+/// The blanks in front of a caret, below the text `before` it; tabs are kept.
+std::string padding(std::string_view before) {
    std::string result;
-   for (char byte : line) {
-      if (result.size() + 1 >= column) {
-         break;
-      }
+   for (char const byte : before) {
       if ((static_cast<unsigned char>(byte) & 0xc0U) != 0x80U) {
          result += byte == '\t' ? '\t' : ' ';
       }
    }
-   result.resize(column - 1, ' ');
    return result;
 }
 
 void renderMessage(std::string& out, Message const& message, std::string_view label) {
    if (message.span.source == nullptr) {
-      out.append(label).append(": ").append(message.text).append("\n");
+      out.append(label).append(": ").append(printable(message.text)).append("\n");
       return;
    }
    Source const& source = *message.span.source;
    auto const at = source.position(message.span.begin);
    auto const line = source.line(at.line);
-   out += source.path() + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": ";
-   out.append(label).append(": ").append(message.text).append("\n");
+   out += printable(source.path()) + ":" + std::to_string(at.line) + ":" +
+          std::to_string(at.column) + ": ";
+   out.append(label).append(": ").append(printable(message.text)).append("\n");
 
    auto covered = message.span.text();
    covered = covered.substr(0, covered.find('\n'));
-   auto const tail = characters(covered);
-   out.append(line).append("\n");
-   out += padding(line, at.column) + "^" + std::string(tail > 1 ? tail - 1 : 0, '~') + "\n";
+   auto const width = characters(printable(covered));
+   auto const lineBegin = static_cast<std::size_t>(line.data() - source.text().data());
+   auto const before = line.substr(0, message.span.begin - lineBegin);
+   out.append(printable(line)).append("\n");
+   out += padding(printable(before)) + "^" + std::string(width > 1 ? width - 1 : 0, '~') + "\n";
 }
 
 auto placeOf(Message const& message) {

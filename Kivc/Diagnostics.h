@@ -34,6 +34,7 @@ public:
 
    /// All errors as text: `file:line:col: error: text`, the source line, a caret run, notes.
    /// Of several errors at one place only the first is printed; the others mostly follow from it.
+   /// What comes from files and paths is made printable.
    std::string render(std::size_t cap = 20) const;
 
 private:

@@ -61,6 +61,24 @@ TEST(Diagnostics, ErrorWithoutPlaceIsPrintedAlone) {
    EXPECT_EQ(diagnostics.render(), "error: cannot read 'x'\n");
 }
 
+TEST(Diagnostics, ShowsWhatATerminalWouldObeyAsEscapes) {
+   Source const source("\x1b[2J.kiv", "\ta\x1b[2J \xc2\x9b \xe2\x80\xae \xff \xc3\xa9 bad\r\n");
+   Diagnostics diagnostics;
+   auto const bad = source.text().find("bad");
+   diagnostics.error({&source, bad, bad + 3}, "no \x7f, and no\nline");
+   EXPECT_EQ(diagnostics.render(),
+             "\\x1b[2J.kiv:1:16: error: no \\x7f, and no\\nline\n"
+             "\ta\\x1b[2J \\xc2\\x9b \\xe2\\x80\\xae \\xff \xc3\xa9 bad\n\t" +
+                   std::string(38, ' ') + "^~~\n");
+}
+
+TEST(Diagnostics, ACaretRunIsAsLongAsWhatIsShown) {
+   Source const source("a.kiv", "x \x1b y\n");
+   Diagnostics diagnostics;
+   diagnostics.error({&source, 2, 3}, "unexpected character");
+   EXPECT_EQ(diagnostics.render(), "a.kiv:1:3: error: unexpected character\nx \\x1b y\n  ^~~~\n");
+}
+
 TEST(NearestName, FindsWhatIsCloseAndNothingElse) {
    std::vector<std::string> const names{"attr", "child", "children", "U8"};
    EXPECT_EQ(nearestName("atr", names), "attr");

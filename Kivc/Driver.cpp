@@ -12,6 +12,7 @@
 #include "Kivc/Layout.h"
 #include "Kivc/Loader.h"
 #include "Kivc/Output.h"
+#include "Kivc/Printable.h"
 
 namespace Kivc {
 
@@ -111,7 +112,7 @@ int run(Options const& options, std::ostream& errors) {
    try {
       output.write();
    } catch (std::exception const& error) {
-      errors << "error: " << error.what() << "\n";
+      errors << "error: " << printable(error.what()) << "\n";
       return 1;
    }
    return 0;

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "Kivc/Driver.h"
+#include "Kivc/Printable.h"
 
 int main(int argc, char** argv) {
    CLI::App app{"Compiles the declarations of a module to C++."};
@@ -30,11 +31,17 @@ int main(int argc, char** argv) {
          ->type_name("COUNT")
          ->check(CLI::Range(0, 1000));
    app.add_option("file", options.input, "Module to compile")->required()->type_name("FILE.kiv");
-   CLI11_PARSE(app, argc, argv);
    try {
+      app.parse(argc, argv);
       return Kivc::run(options, std::cerr);
+   } catch (CLI::ParseError const& error) {
+      if (error.get_exit_code() == 0) {
+         return app.exit(error);  // help was asked for
+      }
+      std::cerr << "kivc: " << Kivc::printable(error.what()) << "; see 'kivc --help'\n";
+      return 2;
    } catch (std::exception const& error) {
-      std::cerr << "kivc: internal error: " << error.what() << "\n";
+      std::cerr << "kivc: internal error: " << Kivc::printable(error.what()) << "\n";
       return 2;
    }
 }
