@@ -1,13 +1,15 @@
 #include "Kiv/Exception.h"
 
+#include "Kiv/Printable.h"
+
 namespace Kiv {
 
 ParseException::ParseException(Sarn::String const& message, std::size_t position)
-      : Exception("at position " + std::to_string(position) + ": " + message),
+      : Exception("at position " + std::to_string(position) + ": " + printable(message)),
         position_(position) {}
 
 void throwRangeException(std::string_view message) {
-   throw RangeException(Sarn::String(message));
+   throw RangeException(printable(Sarn::String(message)));
 }
 
 void throwParseException(std::string_view message, std::size_t position) {
@@ -17,7 +19,7 @@ void throwParseException(std::string_view message, std::size_t position) {
 void throwNewEntityArgsException(std::string_view type, std::string_view fault) {
    throw NewEntityArgsException(Sarn::String(type) +
                                 ": constructor arguments of the wrong kind or number" +
-                                (fault.empty() ? "" : ": ") + Sarn::String(fault));
+                                (fault.empty() ? "" : ": ") + printable(Sarn::String(fault)));
 }
 
 void rethrowFromDeserializeAttr(RangeException const& error, std::string_view name) {

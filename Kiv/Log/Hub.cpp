@@ -3,6 +3,7 @@
 
 #include "Kiv/Log/HubImpl.h"
 #include "Kiv/Log/SessionImpl.h"
+#include "Kiv/Printable.h"
 #include "Sarn/Util.h"
 
 namespace Kiv::NboAttrLog {
@@ -61,7 +62,7 @@ RootWatcher* Hub::Impl::findOffered(std::string_view type, std::string_view name
 RootWatcher& Hub::Impl::hold(Sarn::Ptr<NamedEntity> const& root, bool offered, Teller* subscriber) {
    Held const* const there = findHeld(root->kivType().name, root->nameString());
    if (there != nullptr && (&there->watcher->root() != root.get() || (offered && there->offered))) {
-      throw Exception(Sarn::String(root->kivType().name) + " " + root->nameString() +
+      throw Exception(Sarn::String(root->kivType().name) + " " + printable(root->nameString()) +
                       " is a root of this hub already");
    }
    // Everything that may throw comes before any change; the handles, which others see, come last.

@@ -2,13 +2,14 @@
 
 #include "Kiv/Log/SessionImpl.h"
 #include "Kiv/Path.h"
+#include "Kiv/Printable.h"
 
 namespace Kiv::NboAttrLog {
 
 void Sa::throwWriteUpdateFromReadOnlyProxyException(Entity const& entity, AttributeId id) {
    FieldDescriptor const* const field = entity.kivType().field(id);
-   throw ReadOnlyProxyException(entityPath(entity) + "." + (field != nullptr ? field->name : "?") +
-                                " (" + std::to_string(id) +
+   throw ReadOnlyProxyException(printable(entityPath(entity)) + "." +
+                                (field != nullptr ? field->name : "?") + " (" + std::to_string(id) +
                                 "): a read-only mirror must not change it");
 }
 

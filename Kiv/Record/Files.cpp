@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "Kiv/NboAttrLogRecorder.h"
+#include "Kiv/Printable.h"
 
 namespace Kiv::NboAttrLog {
 namespace {
@@ -80,7 +81,7 @@ RecordFiles::~RecordFiles() {
 }
 
 bool RecordFiles::fail(Sarn::String const& what) {
-   reason_ = current_ + ": " + what;
+   reason_ = printable(current_) + ": " + what;
    return false;
 }
 

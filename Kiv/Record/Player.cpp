@@ -6,6 +6,7 @@
 #include "Kiv/FirstException.h"
 #include "Kiv/Log/Closing.h"
 #include "Kiv/NboAttrLog.h"
+#include "Kiv/Printable.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -14,7 +15,7 @@ Player::Player(RootMaker maker, Limits const& limits) : maker_(std::move(maker))
 Player::~Player() = default;
 
 bool Player::fail(Sarn::String reason) {
-   reason_ = std::move(reason);
+   reason_ = printable(std::move(reason));
    session_.reset();
    return false;
 }

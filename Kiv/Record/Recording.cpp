@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "Kiv/Log/Wire.h"
+#include "Kiv/Printable.h"
 
 namespace Kiv::NboAttrLog {
 namespace {
@@ -307,7 +308,7 @@ RecordingFile::RecordingFile(Sarn::String const& path)
       if (fd_ >= 0) {
          ::close(fd_);
       }
-      throw Exception(path + ": " + std::generic_category().message(error));
+      throw Exception(printable(path) + ": " + std::generic_category().message(error));
    }
 }
 
