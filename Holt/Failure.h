@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "Kiv/Printable.h"
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
 
@@ -18,11 +19,12 @@ enum class Exit : U8 {
    trouble = 2,
 };
 
-/// Ends the command with one line for the user and an exit status.
+/// Ends a command with one line for its user, and an exit status. The line may name what others
+/// have sent or typed: it is made printable.
 class Failure : public std::runtime_error {
 public:
    explicit Failure(Sarn::String const& message, Exit status = Exit::refused)
-         : std::runtime_error(message), status_(status) {}
+         : std::runtime_error(Kiv::printable(message)), status_(status) {}
 
    Exit status() const noexcept { return status_; }
 

@@ -9,6 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include "Kiv/Printable.h"
+
 namespace Holt {
 
 namespace {
@@ -113,7 +115,7 @@ std::string remarkText(std::string const& file, Ptp4lRemark const& remark) {
    if (!remark.key.empty()) {
       text += remark.key + ": ";
    }
-   return text + remark.message;
+   return Kiv::printable(text + remark.message);
 }
 
 Ptp4lConf parsePtp4lConf(std::string_view text, std::string file) {

@@ -107,6 +107,11 @@ TEST(Ptp4lConf, FileThatCannotBeReadIsASystemErrorThatNamesIt) {
    }
 }
 
+TEST(Ptp4lConf, RemarkIsOneLineThatNoTerminalObeys) {
+   EXPECT_EQ(remarkText("a\x1b.conf", {7, "k\n", "\"\xc2\x9b\" is not a whole number"}),
+             "a\\x1b.conf:7: k\\n: \"\\xc2\\x9b\" is not a whole number");
+}
+
 TEST(Ptp4lConf, DirectoryIsASystemError) {
    EXPECT_THROW(readPtp4lConf("/"), std::system_error);
 }

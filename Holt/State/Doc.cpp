@@ -126,7 +126,7 @@ DocPlace docOf(Place const& place, Path const& path) {
 Json jsonOf(DocEntity const& entity) {
    Json json = Json::object();
    if (!entity.name.empty()) {
-      json["@name"] = entity.name;
+      json["@name"] = jsonOf(entity.name);
    }
    JsonMembers members(json);
    walkMembers(entity, StatePart::all, members);
@@ -142,9 +142,10 @@ Json jsonOf(DocPlace const& place) {
 Json jsonOf(StateDoc const& doc) {
    Json places = Json::array();
    for (DocPlace const& place : doc.places) {
-      places.push_back({{"root", {{"type", place.path.root.type}, {"name", place.path.root.name}}},
-                        {"path", place.text},
-                        {"state", jsonOf(place)}});
+      places.push_back(
+            {{"root", {{"type", place.path.root.type}, {"name", jsonOf(place.path.root.name)}}},
+             {"path", jsonOf(place.text)},
+             {"state", jsonOf(place)}});
    }
    return {{"format", "ptpstate dump 1"}, {"places", std::move(places)}};
 }

@@ -9,6 +9,7 @@
 #include "Holt/State/Doc.h"
 #include "Holt/State/Walk.h"
 #include "Kiv/Module.h"
+#include "Kiv/Printable.h"
 
 namespace Holt {
 
@@ -31,7 +32,7 @@ public:
                                    Sarn::String const& path);
 
    void error(Sarn::String const& path, Sarn::String const& what) {
-      errors_.push_back(path + ": " + what);
+      errors_.push_back(Kiv::printable(path + ": " + what));
    }
 
 private:
@@ -77,8 +78,10 @@ std::unique_ptr<DocEntity> Reader::entity(Json const& json, TypeImpl const& type
    auto doc = std::make_unique<DocEntity>();
    doc->type = &type;
    for (auto const& [name, inner] : json.items()) {
-      if (name == "@name" && type.named && inner.is_string()) {
-         doc->name = inner.get<Sarn::String>();
+      std::optional<Sarn::String> const given =
+            name == "@name" && type.named ? stringOf(inner) : std::nullopt;
+      if (given) {
+         doc->name = *given;
          continue;
       }
       FieldDescriptor const* const field = type.field(std::string_view(name));
@@ -198,7 +201,7 @@ void readPlace(Json const& json, Reader& reader, DocPlace& place) {
 
 Sarn::String textAt(Json const& json, char const* name) {
    auto const at = json.is_object() ? json.find(name) : json.end();
-   return json.is_object() && at != json.end() && at->is_string() ? at->get<Sarn::String>() : "";
+   return json.is_object() && at != json.end() ? stringOf(*at).value_or("") : "";
 }
 
 }  // namespace
@@ -216,7 +219,8 @@ StateDoc readStateDoc(Json const& json, std::string const& source, DocErrors& er
    for (Json const& from : json["places"]) {
       Sarn::String const path = textAt(from, "path");
       if (path.empty() || !from.contains("root") || !from.contains("state")) {
-         errors.push_back(source + R"(: a place without "root", "path" or "state")");
+         errors.push_back(Kiv::printable(source) +
+                          R"(: a place without "root", "path" or "state")");
          continue;
       }
       OfferedRoot const root{textAt(from["root"], "type"), textAt(from["root"], "name")};

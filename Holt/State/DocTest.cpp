@@ -111,6 +111,18 @@ TEST_F(StateDocTest, ReadBackGivesTheSameDocument) {
    EXPECT_EQ(jsonText(jsonOf(doc)), text);
 }
 
+TEST_F(StateDocTest, ErrorsAreOneLineEachThatNoTerminalObeys) {
+   EXPECT_THAT(errorsOf(withState(R"({"a\u001b[2J\nroot.u8": 1})")),
+               ElementsAre(HasSubstr(R"(has no attribute 'a\x1b[2J\nroot.u8')")));
+   EXPECT_THAT(errorsOf(withState(R"({"byNumber": {"\u009b": "x"}})")),
+               ElementsAre(HasSubstr(R"(root.byNumber[\xc2\x9b]: )")));
+   EXPECT_THAT(errorsOf(withState("1", R"(root.a[\u001b)")), ElementsAre(HasSubstr(R"(\x1b)")));
+}
+
+TEST_F(StateDocTest, ANumberThatNoDoubleHoldsIsAnErrorOfTheFile) {
+   EXPECT_THAT(errorsOf(withState(R"({"precise": 1e999})")), ElementsAre(HasSubstr("file: ")));
+}
+
 TEST_F(StateDocTest, AppliedToAFreshRootGivesTheSameState) {
    auto const other = KivTest::rootFactory("root");
    fill(*other);

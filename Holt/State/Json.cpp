@@ -108,7 +108,13 @@ private:
    }
 };
 
-/// The text of a JSON value that is no object and no array.
+/// `{"@text": "..."}`
+bool isTextForm(Json const& json) {
+   return json.is_object() && json.size() == 1 && json.contains(textKey) &&
+          json[textKey].is_string();
+}
+
+/// The text of a JSON value that is neither an object nor an array.
 Sarn::String plainText(Json const& json) {
    if (json.is_number_float()) {
       Sarn::String text;
@@ -191,10 +197,23 @@ Json jsonOf(Kiv::ValueRef value) {
    return Kiv::visitValue(value, ToJson());
 }
 
+Json jsonOf(Sarn::String const& text) {
+   return jsonOf(Kiv::ValueRef(&text));
+}
+
+std::optional<Sarn::String> stringOf(Json const& json) {
+   AnyValue text(Kiv::typeOf<Sarn::String>());
+   try {
+      readJson(json, text);
+   } catch (Failure const&) {
+      return std::nullopt;
+   }
+   return *static_cast<Sarn::String const*>(text.get());
+}
+
 void readJson(Json const& json, AnyValue& value) {
    TypeImpl const& type = value.type();
-   if (json.is_object() && json.size() == 1 && json.contains(textKey) &&
-       json[textKey].is_string()) {
+   if (isTextForm(json)) {
       parseValue(json[textKey].get<Sarn::String>(), value);
       return;
    }
@@ -268,6 +287,8 @@ Sarn::String jsonLine(Json const& json, int indent) {
 Json parseJson(std::string const& text, std::string const& source) {
    try {
       return Json::parse(text, DuplicateKeys());
+   } catch (Json::out_of_range const&) {
+      throw Failure(source + ": has a number that is too large for a double");
    } catch (Json::parse_error const& error) {
       throw Failure(source + ":" + lineAndColumn(text, error.byte) +
                     ": is no JSON here; 'ptpstate dump --json' writes what is read");

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "Kiv/Types.h"
 
@@ -25,6 +26,10 @@ Json jsonOf(Kiv::ValueRef value);
 
 /// Reads a value of `value`'s type. Throws `Failure` that says what is wrong, with the field.
 void readJson(Json const& json, Kiv::AnyValue& value);
+
+/// Converts a string, and reads it back; nothing if `json` is not a string.
+Json jsonOf(Sarn::String const& text);
+std::optional<Sarn::String> stringOf(Json const& json);
 
 /// A key of a map as that of an object: its text form, of a string itself.
 Sarn::String jsonKey(Kiv::ValueRef key);

@@ -5,6 +5,7 @@
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
 #include "Holt/State/Walk.h"
+#include "Kiv/Printable.h"
 #include "Kiv/Visit.h"
 
 namespace Holt {
@@ -41,7 +42,7 @@ private:
                      Sarn::String const& path);
    Sarn::String pathOf(FieldDescriptor const& field) const { return path_ + "." + field.name; }
    void error(Sarn::String const& path, Sarn::String const& what) {
-      errors_.push_back(path + ": " + what);
+      errors_.push_back(Kiv::printable(path + ": " + what));
    }
    template <class Do>
    void refusing(Sarn::String const& path, Do&& doIt) {

@@ -121,9 +121,9 @@ int main(int argc, char** argv) {
       run(options);
       return 0;
    } catch (CLI::ParseError const& error) {
-      return app.exit(error) == 0 ? 0 : static_cast<int>(Exit::usage);
+      return static_cast<int>(Tools::endWith(app, error, std::cout, std::cerr));
    } catch (Failure const& error) {
-      std::cerr << "demoAgent: " << Kiv::printable(error.what()) << std::endl;
+      std::cerr << "demoAgent: " << error.what() << std::endl;
       return static_cast<int>(error.status());
    } catch (std::exception const& error) {
       std::cerr << "demoAgent: internal error: " << Kiv::printable(error.what()) << std::endl;

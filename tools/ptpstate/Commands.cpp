@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <iostream>
 
-#include "Kiv/Printable.h"
 #include "tools/shared/Help.h"
 
 namespace Ptpstate {
@@ -83,12 +82,7 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
       }
       return status;
    } catch (CLI::ParseError const& error) {
-      if (error.get_exit_code() == 0) {
-         app.exit(error, out, errors);  // help was asked for
-         return Exit::ok;
-      }
       std::string message = error.what();
-      std::replace(message.begin(), message.end(), '\n', ' ');
       std::erase(message, guard);
       auto const commands = app.get_subcommands();
       if (commands.empty() && !args.empty() && !args[0].starts_with("-")) {
@@ -96,11 +90,9 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
       } else if (commands.empty() && args.empty()) {
          message = "a command is wanted";
       }
-      errors << "ptpstate: " << Kiv::printable(message) << "; see 'ptpstate "
-             << (commands.empty() ? "" : commands[0]->get_name() + " ") << "--help'" << std::endl;
-      return Exit::usage;
+      return Tools::endWith(app, error, out, errors, message);
    } catch (Failure const& error) {
-      errors << "ptpstate: " << Kiv::printable(error.what()) << std::endl;
+      errors << "ptpstate: " << error.what() << std::endl;
       return error.status();
    }
 }

@@ -15,6 +15,7 @@
 #include "Kiv/Log/Wire.h"
 #include "Kiv/Module.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
+#include "tools/ptpstate/complete/Complete.h"
 
 namespace Ptpstate {
 
@@ -206,6 +207,59 @@ TEST_F(ForeignText, OfAProgramsNameIsText) {
    ::prctl(PR_SET_NAME, before);
    EXPECT_TRUE(server->says("ended")) << server->out();
    expectClean(server->out());
+}
+
+TEST_F(ForeignText, OfARootsNameIsCompletedAsText) {
+   serve({"--root", "Ptp::Config=" + evil});
+   Surroundings in;
+   in.socket = socket;
+   auto const complete = [&in](std::string const& line, std::string const& word) {
+      return run({"complete", "--", line, std::to_string(line.size()), word}, in).out;
+   };
+   std::string const name = shellQuoted(shown, 0);
+   EXPECT_EQ(complete("ptpstate get x", "x"), name + "\n");
+   EXPECT_EQ(complete("ptpstate get " + name + ".priority1", name + ".priority1"),
+             name + ".priority1 \n" + name + ".priority1Configured \n");
+}
+
+TEST_F(ForeignText, OfAColumnsKeyIsOneLine) {
+   serve();
+   std::string const column = "ucastNegProfile[\x1b[2J\n2026-01-01]]";
+   Outcome const outcome =
+         client({"top", "--batch", "--count", "1", "--columns", column, "ptp/config"});
+   EXPECT_NE(outcome.out.find("key  ucastNegProfile[\\x1b[2J"), std::string::npos)
+         << outcome.out << outcome.err;
+   expectClean(outcome.out);
+}
+
+TEST_F(ForeignText, OfACommandLineIsOneLineOfError) {
+   for (std::string const program : {"ptpstate", "ptpports", "demoAgent", "kivc"}) {
+      Surroundings in;
+      in.program = program;
+      for (std::vector<std::string> const& args :
+           {std::vector<std::string>{"--" + evil}, {"--socket", "x", evil}}) {
+         Outcome const outcome = run(args, in);
+         EXPECT_EQ(outcome.status, 2) << program;
+         EXPECT_EQ(outcome.err.find(program + ": "), 0U) << outcome.err;
+         EXPECT_NE(outcome.err.find(shown), std::string::npos) << outcome.err;
+         EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
+         EXPECT_EQ(outcome.out, "");
+         expectClean(outcome.err);
+      }
+   }
+}
+
+TEST_F(ForeignText, OfANameThatIsNoUtf8ComesBackFromADump) {
+   serve({"--root", "Ptp::Config=\xff\"\\"});
+   ASSERT_EQ(client({"set", "Ptp::Config=\xff\"\\.priority1", "7"}).err, "");
+   std::string const file = scratch.file("dump.json");
+   std::ofstream(file) << client({"dump", "--json"}).out;
+   EXPECT_NE(readFile(file).find(R"({"@text": "\"\\xff\\\"\\\\\""})"), std::string::npos)
+         << readFile(file);
+   ASSERT_EQ(client({"set", "Ptp::Config=\xff\"\\.priority1", "8"}).err, "");
+   EXPECT_EQ(client({"load", file}).out, file + ": 1 change\n");
+   EXPECT_EQ(client({"get", "Ptp::Config=\xff\"\\.priority1"}).out, "7\n");
+   EXPECT_EQ(client({"diff", file}).status, 0);
 }
 
 TEST_F(ForeignText, OfAConfigurationFileIsText) {

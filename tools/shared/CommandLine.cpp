@@ -4,7 +4,7 @@
 #include <fstream>
 #include <iostream>
 
-#include "Holt/Failure.h"
+#include "Kiv/Printable.h"
 
 namespace Tools {
 
@@ -26,6 +26,19 @@ void addClientOptions(CLI::App& command, ClientOptions& options, bool required) 
                      "Commands that go on wait so long each time they wait for an answer")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
+}
+
+Holt::Exit endWith(CLI::App const& app, CLI::ParseError const& error, std::ostream& out,
+                   std::ostream& errors, std::string message) {
+   if (error.get_exit_code() == 0) {
+      app.exit(error, out, errors);  // help was asked for
+      return Holt::Exit::ok;
+   }
+   auto const commands = app.get_subcommands();
+   errors << app.get_name() << ": " << Kiv::printable(message.empty() ? error.what() : message)
+          << "; see '" << app.get_name() << " "
+          << (commands.empty() ? "" : commands[0]->get_name() + " ") << "--help'" << std::endl;
+   return Holt::Exit::usage;
 }
 
 void writeFile(std::string const& path, std::function<void(std::ostream&)> const& write) {

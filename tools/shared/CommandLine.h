@@ -6,11 +6,13 @@
 #include <iosfwd>
 #include <string>
 
+#include "Holt/Failure.h"
 #include "Sarn/Types.h"
 
 namespace CLI {
 class App;
-}
+class ParseError;
+}  // namespace CLI
 
 namespace Tools {
 
@@ -29,6 +31,12 @@ struct ClientOptions {
 void addSocketOption(CLI::App& command, std::string& socket, bool required = true);
 /// Adds `--socket` and `--timeout`.
 void addClientOptions(CLI::App& command, ClientOptions& options, bool required = true);
+
+/// What a program does when its command line cannot be read, or asks for help: it writes one line
+/// to `errors`, or the help to `out`. Returns the exit status. `message`: what to say instead of
+/// what CLI11 says.
+Holt::Exit endWith(CLI::App const& app, CLI::ParseError const& error, std::ostream& out,
+                   std::ostream& errors, std::string message = {});
 
 /// Writes a file through `write`, or to standard output for "-". Throws `Holt::Failure` if it
 /// cannot be written.

@@ -29,7 +29,7 @@ struct DiffOptions : ClientOptions {
 /// Tells what is wrong, a line each, and gives up.
 [[noreturn]] void refuse(std::string const& file, DocErrors const& errors, char const* outcome) {
    for (Sarn::String const& error : errors) {
-      std::cerr << "ptpstate: " << Kiv::printable(error) << '\n';
+      std::cerr << "ptpstate: " << error << '\n';
    }
    throw Failure(file + ": " + outcome + "; correct what is told above");
 }

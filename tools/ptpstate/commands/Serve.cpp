@@ -11,7 +11,6 @@
 #include "Holt/Server.h"
 #include "Holt/State/Dump.h"
 #include "Holt/StopSignals.h"
-#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 
 namespace Ptpstate {
@@ -84,7 +83,7 @@ void loadConf(std::string const& file, std::vector<Kiv::NamedEntity*> const& roo
       return;
    }
    for (Ptp4lRemark const& error : outcome.errors) {
-      std::cerr << "ptpstate: " << Kiv::printable(remarkText(conf.file, error)) << std::endl;
+      std::cerr << "ptpstate: " << remarkText(conf.file, error) << std::endl;
    }
    throw Failure(conf.file + ": not loaded, and nothing is served; correct the " +
                  (outcome.errors.size() == 1 ? "line" : "lines") + " above");

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/complete/Complete.h"
 
@@ -29,7 +30,7 @@ Exit complete(CLI::App const& app, CompleteOptions const& options) {
       if (line.quote != 0 && candidate.ends_with(' ')) {
          candidate.pop_back();  // the quote has to be closed first
       }
-      std::cout << shellQuoted(candidate.substr(plain.size()), line.quote) << '\n';
+      std::cout << shellQuoted(Kiv::printable(candidate.substr(plain.size())), line.quote) << '\n';
    }
    return Exit::ok;
 }

@@ -8,6 +8,7 @@
 #include "Holt/Failure.h"
 #include "Holt/State/Place.h"
 #include "Kiv/Module.h"
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/types/Catalog.h"
 
 namespace Ptpstate {
@@ -104,12 +105,15 @@ void addKeys(Candidates& candidates, Place const& place, std::string const& befo
    }
 }
 
-/// The root that the text begins with and a dot behind it, or null.
+/// The root whose name and a dot the text begins with, or null. A name may be written as it is
+/// shown.
 OfferedRoot const* rootOf(std::string const& text, std::vector<OfferedRoot> const& roots,
                           std::size_t& length) {
    OfferedRoot const* found = nullptr;
    for (OfferedRoot const& root : roots) {
-      for (std::string const& name : {root.name, root.type + "=" + root.name}) {
+      std::string const shown = Kiv::printable(root.name);
+      for (std::string const& name :
+           {root.name, root.type + "=" + root.name, shown, root.type + "=" + shown}) {
          if (text.starts_with(name + ".") && name.size() >= length) {
             found = &root;
             length = name.size();
@@ -133,7 +137,8 @@ void addPaths(Candidates& candidates, std::string const& socket) {
          auto const same = std::count_if(roots.begin(), roots.end(), [&](OfferedRoot const& other) {
             return other.name == offered.name;
          });
-         candidates.add(same > 1 ? offered.type + "=" + offered.name : offered.name);
+         std::string const shown = Kiv::printable(offered.name);
+         candidates.add(same > 1 ? offered.type + "=" + shown : shown);
       }
       return;
    }

@@ -182,7 +182,7 @@ void Top::columns() {
    if (!options_.sort.empty()) {
       int at = 0;
       for (TopColumn const& column : table_.columns()) {
-         if (column.name == options_.sort) {
+         if (column.name == Kiv::printable(options_.sort)) {
             table_.sortIs(at);
          }
          ++at;

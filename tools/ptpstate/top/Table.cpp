@@ -28,7 +28,7 @@ Sarn::String shortText(Kiv::TypeImpl const& type, void const* value) {
 }
 
 TopColumn topColumn(Sarn::String const& name) {
-   TopColumn column{name, TopColumn::value, {}};
+   TopColumn column{Kiv::printable(name), TopColumn::value, {}};
    Sarn::String path = name;
    if (path.ends_with("/s")) {
       column.show = TopColumn::rate;

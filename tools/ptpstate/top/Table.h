@@ -20,7 +20,7 @@ struct TopColumn {
       rate,     ///< its change per second, between the last two samples
       history,  ///< its last samples, as a line
    };
-   /// "portState", "syncMessageReceived/s", "peerMeanPathDelay~".
+   /// "portState", "syncMessageReceived/s", "peerMeanPathDelay~"; printable.
    Sarn::String name;
    Show show = value;
    std::vector<Holt::PathStep> steps;
