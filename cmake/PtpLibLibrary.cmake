@@ -1,73 +1,42 @@
 # Decides which files in a directory and its subdirectories belong to what. No lists are kept by
-# hand, so that no file and no test can be forgotten: `*Test.cpp` are tests, `*Bench.cpp`
-# benchmarks, `*TestSupport.h` headers for tests, and everything else belongs to the library. A type
-# may have any name, though: a file with the name of a type that the directory declares belongs to
-# that type, whatever its name ends in.
+# hand, so that no file and no test can be forgotten: `*.test.cpp` are tests, `*.bench.cpp`
+# benchmarks, `*.test.h` headers for tests, and everything else belongs to the library. No type can
+# have a dot in its name, so none of its files is mistaken for a test.
 
-# ptplib_types(out dir): the names of the types that the directory's modules declare, and the base
-# names of the headers of those that are written by hand.
-function(ptplib_types out dir)
-   file(GLOB kivs CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/*.kiv")
-   set(types)
-   foreach(kiv IN LISTS kivs)
-      set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${kiv}")
-      file(STRINGS "${kiv}" lines REGEX "^[ \t]*(extern[ \t]+)?(enum|value|entity|constants)[ \t]+[A-Za-z]")
-      foreach(line IN LISTS lines)
-         if(line MATCHES "[ \t]in[ \t]+\"([^\"]+)\"")
-            cmake_path(GET CMAKE_MATCH_1 STEM type)
-         else()
-            string(REGEX MATCH "(enum|value|entity|constants)[ \t]+([A-Za-z0-9_]+)" _ "${line}")
-            set(type "${CMAKE_MATCH_2}")
-         endif()
-         list(APPEND types "${type}")
-      endforeach()
-   endforeach()
-   set(${out} "${types}" PARENT_SCOPE)
-endfunction()
-
-# ptplib_files(out pattern INCLUDE|EXCLUDE ending dir...): the files below the directories that
-# match the pattern: only those, or all but those, that have the ending and are not named after a
-# type.
+# ptplib_files(out pattern EXCLUDE|INCLUDE ending dir...): the files below the directories that match
+# the pattern: all but those with the ending, or only those.
 function(ptplib_files out pattern mode ending)
    set(files)
    foreach(dir IN LISTS ARGN)
-      ptplib_types(types ${dir})
       file(GLOB_RECURSE found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/${pattern}")
-      foreach(file IN LISTS found)
-         cmake_path(GET file STEM LAST_ONLY stem)
-         set(has EXCLUDE)
-         if(stem MATCHES "(${ending})$" AND NOT stem IN_LIST types)
-            set(has INCLUDE)
-         endif()
-         if(has STREQUAL mode)
-            list(APPEND files "${file}")
-         endif()
-      endforeach()
+      list(APPEND files ${found})
    endforeach()
+   list(FILTER files ${mode} REGEX "[.](${ending})$")
    set(${out} "${files}" PARENT_SCOPE)
 endfunction()
 
 # These find in the directories the sources that are neither tests nor benchmarks, the tests, the
 # benchmarks, and the headers that are not for tests.
 macro(ptplib_sources out)
-   ptplib_files(${out} "*.cpp" EXCLUDE "Test|Bench" ${ARGN})
+   ptplib_files(${out} "*.cpp" EXCLUDE "(test|bench)[.]cpp" ${ARGN})
 endmacro()
 macro(ptplib_tests out)
-   ptplib_files(${out} "*.cpp" INCLUDE "Test" ${ARGN})
+   ptplib_files(${out} "*.cpp" INCLUDE "test[.]cpp" ${ARGN})
 endmacro()
 macro(ptplib_benches out)
-   ptplib_files(${out} "*.cpp" INCLUDE "Bench" ${ARGN})
+   ptplib_files(${out} "*.cpp" INCLUDE "bench[.]cpp" ${ARGN})
 endmacro()
 macro(ptplib_headers out)
-   ptplib_files(${out} "*.h" EXCLUDE "TestSupport" ${ARGN})
+   ptplib_files(${out} "*.h" EXCLUDE "test[.]h" ${ARGN})
 endmacro()
 
-# ptplib_library(name DIRS dir... [LINK library...] [PACKAGES package...] [PRIVATE_TO_THE_BUILD])
-# Builds one shared object from the sources and modules in the directories. PACKAGES: packages of
-# headers that its sources use; they become part of the library. PRIVATE_TO_THE_BUILD: it is not
-# installed.
+# ptplib_library(name DIRS dir... [INTERNAL dir...] [LINK library...] [PACKAGES package...]
+#    [PRIVATE_TO_THE_BUILD])
+# Builds one shared object from the sources and modules in the directories. INTERNAL: directories
+# among them whose headers are not installed. PACKAGES: packages of headers that its sources use;
+# they become part of the library. PRIVATE_TO_THE_BUILD: it is not installed.
 function(ptplib_library name)
-   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "" "DIRS;LINK;PACKAGES")
+   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "" "DIRS;INTERNAL;LINK;PACKAGES")
    ptplib_sources(sources ${arg_DIRS})
    ptplib_module_files(kivs ${arg_DIRS})
    if(NOT sources AND NOT kivs)
@@ -109,6 +78,7 @@ function(ptplib_library name)
    if(NOT arg_PRIVATE_TO_THE_BUILD)
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_LIBRARIES ${name})
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_DIRS ${arg_DIRS})
+      set_property(GLOBAL APPEND PROPERTY PTPLIB_INTERNAL_DIRS ${arg_INTERNAL})
    endif()
 endfunction()
 

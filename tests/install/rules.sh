@@ -8,24 +8,10 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
 mkdir -p "$scratch/Lab" "$scratch/Plain/Cellar"
-cat >"$scratch/Lab/Lab.kiv" <<'END'
-module Lab 0x1ab01ab0;
-namespace Lab;
-/// Written by hand.
-extern value Lab::CableTest in "Lab/CableTest.h";
-/// Generated; an operation is written by hand.
-entity SelfTest {
-}
-  value LoopBench {
-}
-enum TestSupport {
-}
-END
-touch "$scratch"/Lab/{CableTest.h,CableTest.cpp,CableTestTest.cpp,SelfTest.cpp,SelfTestTest.cpp} \
-   "$scratch"/Lab/{LoopBench.cpp,LoopBenchTest.cpp,SpeedBench.cpp,TestSupport.h,TestMode.h} \
-   "$scratch"/Lab/{LabTestSupport.h,Latest.h,Latest.cpp} \
-   "$scratch"/Plain/{Contest.cpp,ContestTest.cpp,Contest.h,PlainTestSupport.h} \
-   "$scratch"/Plain/Cellar/{Shelf.cpp,ShelfTest.cpp,ShelfBench.cpp,Shelf.h}
+touch "$scratch"/Lab/{CableTest.h,CableTest.cpp,CableTest.test.cpp,Cable.test.h,TestSupport.h} \
+   "$scratch"/Lab/{LoopBench.h,LoopBench.cpp,LoopBench.test.cpp,LoopBench.bench.cpp,bench.h,test.cpp} \
+   "$scratch"/Plain/{Contest.cpp,Contest.test.cpp,Contest.h,Plain.test.h} \
+   "$scratch"/Plain/Cellar/{Shelf.cpp,Shelf.test.cpp,Shelf.bench.cpp,Shelf.h}
 
 cat >"$scratch/CMakeLists.txt" <<END
 cmake_minimum_required(VERSION 3.25)
@@ -52,9 +38,9 @@ cmake -S "$scratch" -B "$scratch/build" >"$scratch/log" 2>&1 || {
    exit 1
 }
 diff -u - "$scratch/build/said" <<'END'
-library: Lab/CableTest.cpp;Lab/Latest.cpp;Lab/LoopBench.cpp;Lab/SelfTest.cpp;Plain/Cellar/Shelf.cpp;Plain/Contest.cpp
-tests: Lab/CableTestTest.cpp;Lab/LoopBenchTest.cpp;Lab/SelfTestTest.cpp
-tests: Plain/Cellar/ShelfTest.cpp;Plain/ContestTest.cpp
-benchmarks: Lab/SpeedBench.cpp
-headers: Lab/CableTest.h;Lab/Latest.h;Lab/TestMode.h;Lab/TestSupport.h;Plain/Cellar/Shelf.h;Plain/Contest.h
+library: Lab/CableTest.cpp;Lab/LoopBench.cpp;Lab/test.cpp;Plain/Cellar/Shelf.cpp;Plain/Contest.cpp
+tests: Lab/CableTest.test.cpp;Lab/LoopBench.test.cpp
+tests: Plain/Cellar/Shelf.test.cpp;Plain/Contest.test.cpp
+benchmarks: Lab/LoopBench.bench.cpp
+headers: Lab/CableTest.h;Lab/LoopBench.h;Lab/TestSupport.h;Lab/bench.h;Plain/Cellar/Shelf.h;Plain/Contest.h
 END

@@ -2,7 +2,7 @@
 # Includes only point down: each directory may include itself and what the table lists for it. A
 # header may be a separate layer below the directory that contains it. The libraries need nothing
 # but the standard library and the operating system. Tests, benchmarks and their headers,
-# `*TestSupport.h`, may also use what is made for tests.
+# `*.test.h`, may also use what is made for tests.
 set -u
 . "$(dirname "$0")/common.sh"
 
@@ -88,7 +88,7 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
          if (file ~ /^tests\/install\//) {
             next
          }
-         is_test = file ~ /(Test|Bench)\.cpp$/ || file ~ /TestSupport\.h$/
+         is_test = file ~ /\.(test|bench)\.cpp$/ || file ~ /\.test\.h$/
          if (from == "") {
             print where ": the directory has no place in the layering table of this script"
             next
@@ -105,7 +105,7 @@ own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include'
             path = substr($0, RSTART + 1, RLENGTH - 2)
             if (path ~ /^(gtest|gmock|benchmark|CLI|nlohmann|boost|fmt|absl)\//) {
                print where ": a library includes <" path ">; if only its tests do, the name of the " \
-                  "header should end in TestSupport"
+                  "header should end in .test.h"
             }
          }
       }' | fail_if_any

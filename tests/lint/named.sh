@@ -40,6 +40,6 @@ known=$(own_files '*' | sed 's|.*/||'
 grep -noE '`[A-Za-z0-9_./]+\.(h|cpp)`' $sources $(own_files '*.md') |
    tr -d '`' | awk -F: -v known="$known" '
       BEGIN { n = split(known, names, "\n"); for (i = 1; i <= n; ++i) exists[names[i]] = 1 }
-      $3 ~ /^Demo\// { next }  # a module of examples
+      $3 ~ /^(Demo\/|X?[.])/ { next }  # a module of examples, and any file
       { base = $3; sub(/.*\//, "", base); if (!(base in exists)) print $1 ":" $2 ": there is no file " $3 }' |
    fail_if_any && exit "$tour"

@@ -62,5 +62,5 @@ export -f check
 if [ $# -gt 0 ]; then
    printf '%s\n' "$@"
 else
-   own_files '*.cpp' | grep -vE '(Test|Bench)\.cpp$|^tests/|^fuzz/|^bench/'
+   own_files '*.cpp' | grep -vE '\.(test|bench)\.cpp$|^tests/|^fuzz/|^bench/'
 fi | xargs -r -P "${PTPLIB_JOBS:-$(nproc)}" -n 1 bash -c 'check "$1"' check

@@ -1,0 +1,151 @@
+// Trees of entities: who is notified of a change, and what happens when things die meanwhile.
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+#include "Kiv/Path.h"
+#include "KivTest/Observer.test.h"
+#include "KivTest/Recorder.h"
+#include "KivTest/TestTypes.h"
+
+namespace {
+
+using namespace KivTest;
+using Kiv::Scope;
+
+class Entity : public testing::Test {
+protected:
+   Sarn::Ptr<Root> root = rootFactory("test");
+};
+
+TEST_F(Entity, ASubtreeObserverHearsOfWhatIsMadeLater) {
+   Recorder published(*root, Scope::subtree);
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
+   leaf->litIs(true);
+   leaf->twigIs(Level::high)->weightIs(2.5);
+   EXPECT_EQ(published.changes(),
+             "leaf[1] was nothing; KivTest::Leaf.lit was false; KivTest::Leaf.twig[high] was "
+             "nothing; KivTest::Twig.weight was 0");
+}
+
+TEST_F(Entity, ASubtreeObserverHearsNothingOfWhatWasRemoved) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
+   Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
+   Recorder published(*root, Scope::subtree);
+   root->leafDel(1);
+   EXPECT_EQ(published.ids(), "289");
+   EXPECT_FALSE(twig->watched());
+   twig->weightIs(1);
+   leaf->litIs(true);
+   EXPECT_EQ(published.ids(), "");
+}
+
+TEST_F(Entity, ARemovedSubtreeKeepsItsOwnObservers) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
+   Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
+   Recorder onRoot(*root, Scope::subtree);
+   Recorder onLeaf(*leaf, Scope::subtree);
+   twig->weightIs(1);
+   EXPECT_EQ(onRoot.ids(), "259");
+   EXPECT_EQ(onLeaf.ids(), "259");
+   root->leafDel(1);
+   EXPECT_EQ(onRoot.ids(), "289");
+   twig->weightIs(2);
+   EXPECT_EQ(onRoot.ids(), "");
+   EXPECT_EQ(onLeaf.ids(), "259");
+}
+
+TEST_F(Entity, NothingIsWatchedWhenTheLastSubtreeObserverHasGone) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
+   Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
+   {
+      Recorder const one(*root, Scope::subtree);
+      Recorder const two(*root, Scope::subtree);
+      EXPECT_TRUE(twig->watched());
+   }
+   EXPECT_FALSE(root->watched());
+   EXPECT_FALSE(leaf->watched());
+   EXPECT_FALSE(twig->watched());
+}
+
+TEST_F(Entity, AnObserverBelowOutlivesOneAbove) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
+   Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
+   Recorder onLeaf(*leaf, Scope::subtree);
+   { Recorder const onRoot(*root, Scope::subtree); }
+   twig->weightIs(1);
+   EXPECT_EQ(onLeaf.ids(), "259");
+   EXPECT_FALSE(root->watched());
+}
+
+TEST_F(Entity, RemovingAnUnknownObserverSaysSo) {
+   Recorder observer(*root);
+   EXPECT_FALSE(root->observerDel(observer, Scope::subtree));
+   EXPECT_FALSE(root->medal()->observerDel(observer));
+}
+
+TEST_F(Entity, ChangesMadeInsideAreHeardInOrderByEverybodyInTheTree) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
+   Recorder first(*root, Scope::subtree);
+   Hears const reacts(*leaf, [&](Kiv::Change const& change) {
+      if (change.attributeId == 259) {
+         root->u8Is(1);
+         leaf->ticksInc(1);
+         root->byNumberIs(3, "three");
+      }
+   });
+   Recorder last(*root, Scope::subtree);
+   leaf->litIs(true);
+   char const* const order =
+         "KivTest::Leaf.lit was false; u8 was 200; KivTest::Leaf.ticks was 0; "
+         "byNumber[3] was nothing";
+   EXPECT_EQ(first.changes(), order);
+   EXPECT_EQ(last.changes(), order);
+}
+
+TEST_F(Entity, MayDieInsideItsOwnSetter) {
+   Hears hears(*root, [&](Kiv::Change const&) { root.reset(); });
+   Root& raw = *root;
+   raw.u8Is(1);
+   hears.entityGone();
+   EXPECT_EQ(root, nullptr);
+}
+
+TEST_F(Entity, ThePathLeadsFromTheRootWithKeys) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(7, false, Opaque());
+   Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
+   EXPECT_EQ(Kiv::entityPath(*root), "test");
+   EXPECT_EQ(Kiv::entityPath(*twig), "test.leaf[7].twig[high]");
+   EXPECT_EQ(Kiv::entityPath(*root->medal()), "test.medal");
+   root->leafDel(7);
+   EXPECT_EQ(Kiv::entityPath(*twig), "KivTest::Leaf.twig[high]");
+}
+
+TEST_F(Entity, ThePathOfAChildIsFoundWithoutTheOthers) {
+   auto const seconds = [](U32 children) {
+      Sarn::Ptr<Root> const parent = KivTest::rootFactory("test");
+      for (U32 i = 0; i != children; ++i) {
+         parent->leafIs(i, false, Opaque());
+      }
+      Sarn::Ptr<Leaf> const leaf = parent->leaf(children / 2);
+      std::string const expected = "test.leaf[" + std::to_string(children / 2) + "]";
+      std::clock_t const begin = std::clock();
+      for (int i = 0; i != 1000; ++i) {
+         EXPECT_EQ(Kiv::entityPath(*leaf), expected);
+      }
+      return static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+   };
+   double const few = seconds(10);
+   double const many = seconds(20000);
+   EXPECT_LT(many, 20 * few + 0.1) << few << " s, then " << many << " s";
+}
+
+TEST_F(Entity, IsHeldByItsParentAndThePointersThatAskedForIt) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(7, false, Opaque());
+   EXPECT_EQ(leaf->userCount(), 2u);
+   EXPECT_EQ(root->userCount(), 1u) << "a child holds no parent";
+   root->leafDel(7);
+   EXPECT_EQ(leaf->userCount(), 1u);
+}
+
+}  // namespace
