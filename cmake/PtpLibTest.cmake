@@ -1,8 +1,8 @@
-# ptplib_test(DIR dir LINK library... [SOURCES source...])
+# ptplib_test(DIR dir LINK library... [SOURCES source...] [PROGRAMS program...])
 # Builds all tests in the directory into one program, <directory name>_test. SOURCES: additional
-# sources.
+# sources. PROGRAMS: those that the tests run, from PTPLIB_BIN_DIR. Data is in PTPLIB_SOURCE_DIR.
 function(ptplib_test)
-   cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK;SOURCES")
+   cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK;SOURCES;PROGRAMS")
    if(NOT PTPLIB_TESTS)
       return()
    endif()
@@ -15,7 +15,12 @@ function(ptplib_test)
    set(name ${base}_test)
    add_executable(${name} ${sources} ${arg_SOURCES})
    ptplib_link(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main)
-   ptplib_test_environment(${name})
+   target_compile_definitions(${name} PRIVATE PTPLIB_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+   if(arg_PROGRAMS)
+      target_compile_definitions(${name} PRIVATE
+         PTPLIB_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+      add_dependencies(${name} ${arg_PROGRAMS})
+   endif()
    # The tested code is compiled as it is shipped. The tests themselves need not be fast, but should
    # compile quickly.
    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
@@ -23,16 +28,4 @@ function(ptplib_test)
       PACKAGES GTest::gmock)
    add_test(NAME ${name} COMMAND ${name})
    set_tests_properties(${name} PROPERTIES TIMEOUT 900)
-endfunction()
-
-# The directories that a test may need: PTPLIB_SOURCE_DIR for data, PTPLIB_BIN_DIR for programs.
-function(ptplib_test_environment name)
-   target_compile_definitions(${name} PRIVATE
-      PTPLIB_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
-      PTPLIB_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
-   foreach(program IN ITEMS kivc ptpstate ptpports demoAgent)
-      if(TARGET ${program})
-         add_dependencies(${name} ${program})
-      endif()
-   endforeach()
 endfunction()
