@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "Kiv/Log/Wire.h"
 #include "Kiv/NboAttrLogSession.h"
 #include "KivTest/TestTypes/Hedge.h"
@@ -29,6 +31,7 @@ void carry(Session& from, Session& to) {
 }
 
 struct Pair {
+   explicit Pair(Limits const& limits = {}) : client(limits), server(limits) {}
    void run() {
       while (a.output().size != 0 || b.output().size != 0) {
          carry(a, b);
@@ -60,6 +63,27 @@ TEST(Session, TellsThatThePeerOffersNoRoots) {
    EXPECT_EQ(pair.listener.answers, 2);
    EXPECT_EQ(pair.listener.text, "");
    EXPECT_FALSE(pair.a.closed()) << pair.a.closeReason();
+}
+
+TEST(Session, TellsOfAsManyRootsAsALongestValueOrMessageHolds) {
+   auto const told = [](std::size_t longestMessage, std::size_t longestValue) {
+      Limits limits;
+      limits.longestMessage = longestMessage;
+      limits.longestValue = longestValue;
+      Pair pair(limits);
+      for (int i = 0; i != 50; ++i) {  // 30 bytes each in the answer
+         pair.server.rootIs(KivTest::rootFactory("root/" + std::to_string(1000 + i)));
+      }
+      pair.a.rootsAsk();
+      pair.run();
+      EXPECT_EQ(pair.listener.answers, 1);
+      EXPECT_EQ(pair.a.closeReason() + pair.b.closeReason(), "");
+      return std::count(pair.listener.text.begin(), pair.listener.text.end(), '=');
+   };
+   EXPECT_EQ(told(1000, 1204), 40);
+   EXPECT_EQ(told(1000, 1203), 39);
+   EXPECT_EQ(told(1204, 1000), 40);
+   EXPECT_EQ(told(1203, 1000), 39);
 }
 
 TEST(Session, RootsThatAreOnlyMirroredAreNotOffered) {
@@ -124,6 +148,23 @@ TEST(Session, RefusesAListOfRootsThatIsNotAsItShouldBe) {
             << bad.what << ": " << pair.a.closeReason();
       EXPECT_EQ(pair.listener.answers, 0) << bad.what;
    }
+}
+
+TEST(Session, TakesAListOfAsManyRootsAsItsBytesHoldAndNotOfOneMore) {
+   Pair pair;
+   pair.run();
+   pair.a.rootsAsk();
+   pair.a.rootsAsk();
+   std::vector<U8> const fits = rootsMessage(2, {"", "", "", ""});
+   pair.a.received(fits.data(), fits.size());
+   EXPECT_EQ(pair.a.closeReason(), "");
+   EXPECT_EQ(pair.listener.text, "= = ");
+   std::vector<U8> const exceeds = rootsMessage(3, {"", "", "", ""});
+   pair.a.received(exceeds.data(), exceeds.size());
+   EXPECT_EQ(pair.a.closeReason(),
+             "message 21 for entity 0, attribute 0: 3 roots exceed the bound of 2 in the message "
+             "at offset 0");
+   EXPECT_EQ(pair.listener.answers, 1);
 }
 
 TEST(Session, RefusesAPeerThatAsksForRootsWithoutEverReading) {
