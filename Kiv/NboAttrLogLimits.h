@@ -20,7 +20,7 @@ struct Limits {
    /// this many bytes for an outgoing message, and as many for an incoming one. A longer value is
    /// left out for the peer, see `SessionListener::onLeftOut`. At most 2^32 - 1.
    std::size_t longestValue = std::size_t(1) << 24;
-   /// Entities that a peer may introduce, and that a hub may give handles.
+   /// Entities that a peer may introduce, and that a hub may give handles; no more than 2^24 - 1.
    U32 entities = U32(1) << 20;
    /// Nested replays of collections.
    U32 nesting = 64;

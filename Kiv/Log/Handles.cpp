@@ -50,7 +50,7 @@ void HandleTable::remove(U32 handle) noexcept {
 }
 
 Handles::Handles(U32 limit, Listener& listener)
-      : limit_(limit), table_(std::min(limit, HandleTable::indexMask)), listener_(listener) {}
+      : limit_(std::min(limit, HandleTable::indexMask)), table_(limit_), listener_(listener) {}
 
 bool Handles::registerTree(Entity& entity) {
    struct Numbering {

@@ -67,7 +67,8 @@ public:
       ~Listener() = default;
    };
 
-   /// `limit`: the most entities that may have a handle.
+   /// `limit`: the most entities that may have a handle; beyond 2^24 - 1, the most that an index
+   /// counts, it is that.
    Handles(U32 limit, Listener& listener);
 
    /// Gives an entity and everything below it handles. If the table is full, returns false and

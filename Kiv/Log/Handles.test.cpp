@@ -87,4 +87,11 @@ TEST(Handles, NumberAllOfATreeOrNothing) {
    EXPECT_EQ(handles.tooMany(), "more than 2 entities cannot be streamed");
 }
 
+TEST(Handles, NumberNoMoreThanAnIndexHoldsAndSaySo) {
+   Gone gone;
+   EXPECT_EQ(Handles(0xffffff, gone).tooMany(), "more than 16777215 entities cannot be streamed");
+   EXPECT_EQ(Handles(0x1000000, gone).tooMany(), "more than 16777215 entities cannot be streamed");
+   EXPECT_EQ(Handles(0xfffffe, gone).tooMany(), "more than 16777214 entities cannot be streamed");
+}
+
 }  // namespace
