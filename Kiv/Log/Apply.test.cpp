@@ -154,6 +154,30 @@ TEST_F(StreamApply, AHandleOfTurnZeroIsRefused) {
    EXPECT_EQ(copy->leafCount(), 0u);
 }
 
+TEST_F(StreamApply, HandlesThatAreNoneAreRefusedBelowAnEntityThatIsGoneToo) {
+   struct {
+      U32 handle;
+      char const* reason;
+   } const cases[] = {
+         {0x00000005, "the handle 5 is of turn 0, but turns begin at 1"},
+         {0x01100000, "the handle 17825792 exceeds the bound of 1048576 entities"},
+   };
+   U32 const leaf = 0x01000100;
+   U16 const twig = KivTest::Leaf::kivTypeImpl.field("twig")->fieldId;
+   for (auto const& bad : cases) {
+      source.connect();
+      mirror.connect();
+      mount();
+      EXPECT_EQ(send(Opcode::create, "leaf",
+                     concat(u32(leaf), u32(1), Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0})),
+                "");
+      EXPECT_EQ(send(Opcode::erase, "leaf", u32(1)), "");
+      EXPECT_EQ(fault(message(Opcode::create, leaf, twig, concat(u32(bad.handle), Bytes{0}))),
+                "message 11 for entity 16777472, attribute " + std::to_string(twig) + ": " +
+                      bad.reason + " at offset 4");
+   }
+}
+
 TEST_F(StreamApply, TheGreatestHandleThatIsWithinTheBoundIsTaken) {
    EXPECT_EQ(
          send(Opcode::create, "leaf",

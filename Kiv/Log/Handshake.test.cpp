@@ -266,6 +266,29 @@ TEST_F(SessionMount, IsRefusedWhenTheRootGoesBeforeItsReplayBegins) {
    narrow.session.reset();
 }
 
+TEST_F(SessionMount, BeginsWithAHandleThatIsOne) {
+   struct {
+      U32 handle;
+      std::string reason;
+   } const cases[] = {
+         {0x010fffff, ""},
+         {0x01100000, "the handle 17825792 exceeds the bound of 1048576 entities at offset 4"},
+         {5, "the handle 5 is of turn 0, but turns begin at 1 at offset 4"},
+   };
+   for (auto const& begun : cases) {
+      source.connect();
+      mirror.connect();
+      Mount const& asked = mirror.session->mountIs(copy);
+      mirror.receive(source.take());
+      std::string const found = fault(message(Opcode::replayBegin, begun.handle, 0, u32(1)));
+      bool const taken = begun.reason.empty();
+      EXPECT_EQ(found, taken ? ""
+                             : "message 5 for entity " + std::to_string(begun.handle) +
+                                     ", attribute 0: " + begun.reason);
+      EXPECT_EQ(asked.state(), taken ? Mount::State::replaying : Mount::State::lost);
+   }
+}
+
 TEST_F(SessionMount, IsLostWithTheConnectionAndTheMirrorStays) {
    root->u8Is(3);
    Mount const& made = mount();
