@@ -1,4 +1,6 @@
 // Queues whose numbers differ from the reader's: through a relay, from a writer, and during a walk.
+#include <algorithm>
+
 #include "KivTest/StreamStop.test.h"
 
 using namespace StreamTesting;
@@ -181,6 +183,35 @@ TEST_F(StreamWalkedQueue, TellsAnElementOnceThatCameWhileTheQueueWasReplayed) {
    expectEqual();
 }
 
+TEST_F(StreamWalkedQueue, IsNotMentionedAgainAlthoughItHasChangedWhileItWasReplayed) {
+   for (int i = 0; i != 100; ++i) {
+      root->samplesEnq(i);
+   }
+   mirror.session->mountIs(copy);
+   source.receive(mirror.take());
+   std::vector<std::string> told;
+   auto const carryPiece = [&] {
+      Bytes const bytes = pieceOf(*source.session, ~std::size_t(0));
+      mirror.receive(bytes);
+      for (std::string const& one : lines(bytes)) {
+         if (one.find("." + std::to_string(samplesId()) + " ") != one.npos) {
+            told.push_back(one.substr(0, one.find(' ')));
+         }
+      }
+      return !bytes.empty();
+   };
+   while (copy->samplesCount() < 20) {
+      carryPiece();
+   }
+   ASSERT_LT(copy->samplesCount(), 100u);
+   root->samplesEnq(100);
+   while (carryPiece()) {
+   }
+   EXPECT_EQ(std::count(told.begin(), told.end(), "enqueue"), 101);
+   EXPECT_EQ(told.back(), "enqueue");
+   expectEqual();
+}
+
 class StreamServedQueue : public StreamTest {
 protected:
    StreamServedQueue() {
@@ -233,6 +264,46 @@ TEST_F(StreamServedQueue, IsTheSameAgainWhenAnObserverAppendsWhileTheWriterDrops
    }
    auto const& samples = copy->samplesAll();
    EXPECT_EQ(samples.size(), samples.nextSequence() - samples.frontSequence());
+   carry();
+   expectEqual();
+}
+
+/// A writer whose output is full.
+class StreamFullWriter : public StreamStopTest {
+protected:
+   StreamFullWriter() {
+      mirror.connect();
+      source.connect();
+      mount(MountMode::writer);
+      fillUp(mirror, *copy);
+   }
+   /// What the writer says of the queue, of all that it has to say.
+   std::string saidOfQueue() {
+      std::string said;
+      for (Bytes bytes; bytes = pieceOf(*mirror.session, ~std::size_t(0)), !bytes.empty();) {
+         source.receive(bytes);
+         for (std::string const& one : lines(bytes)) {
+            if (one.find("." + std::to_string(samplesId())) != one.npos) {
+               said += (said.empty() ? "" : "; ") + one;
+            }
+         }
+      }
+      return said;
+   }
+};
+
+TEST_F(StreamFullWriter, ThatHasAskedForAQueueTellsWhatItAppendsAfterThatOnly) {
+   copy->samplesEnq(5);
+   root->samplesEnq(7);  // crosses the first
+   mirror.receive(source.take());
+   copy->byNumberIs(1, std::string(1142, 'x'));  // the output is full again behind the question
+   copy->lastIs(9);
+   source.receive(pieceOf(*mirror.session, ~std::size_t(0)));
+   ASSERT_FALSE(mirror.session->upToDate()) << "the last member waits";
+   copy->samplesEnq(6);
+   std::string const id = " 01000000." + std::to_string(samplesId());
+   EXPECT_EQ(saidOfQueue(), "collectionEnd" + id + "; front" + id + " 00000001; enqueue" + id +
+                                  " 000000024018000000000000");
    carry();
    expectEqual();
 }

@@ -310,6 +310,22 @@ TEST_F(StreamFlowOut, ResumesAtTheGivenId) {
    EXPECT_TRUE(flow.kivIsDirty(258));
 }
 
+TEST_F(StreamFlowOut, AQueueOfWhichNothingWasToldIsToldFromItsFront) {
+   root->samplesEnq(1);
+   root->samplesEnq(2);
+   root->samplesDeq();
+   source.take();
+   Kiv::AttributeId const samples = Root::kivTypeImpl.field(std::string_view("samples"))->fieldId;
+   FlowOut flow(*root, false);
+   flow.kivIsDirtyIs(samples, true);
+   EXPECT_EQ(run(flow, 0), 0);
+   EXPECT_EQ(source.sent(),
+             "front 01000000.298 00000002; enqueue 01000000.298 000000024000000000000000");
+   flow.kivIsDirtyIs(samples, true);
+   EXPECT_EQ(run(flow, 0), 0);
+   EXPECT_EQ(source.sent(), "front 01000000.298 00000002");
+}
+
 TEST_F(StreamFlowOut, AFullOutputGivesTheIdToResumeAt) {
    // Four texts of this size fill the output; the fifth must wait, and so must what follows.
    Kiv::AttributeId const text = Root::kivTypeImpl.field(std::string_view("text"))->fieldId;
