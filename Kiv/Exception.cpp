@@ -23,7 +23,7 @@ void throwNewEntityArgsException(std::string_view type, std::string_view fault) 
 }
 
 void rethrowFromDeserializeAttr(RangeException const& error, std::string_view name) {
-   throw RangeException(Sarn::String(name) + ": " + error.what());
+   throw RangeException(Sarn::String(name) + ": " + printable(error.what()));
 }
 
 namespace GenericIfImpl {

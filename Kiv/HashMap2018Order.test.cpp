@@ -277,23 +277,83 @@ TEST(HashMap2018Order, KeysOfEqualHashKeepTheOrderOfTheirInsertion) {
    EXPECT_EQ(next, 3000u);
 }
 
+/// An even factor would map different hashes to the same place.
+TEST(HashMap2018Order, HasAnOddFactor) {
+   for (U64 number = 1; number != 65; ++number) {
+      EXPECT_EQ(Kiv::Impl::orderFactor(number) % 2, 1u) << number;
+   }
+}
+
+TEST(HashSecret, StaysTheSameInAForkedProcessWhichFindsWhatWasThere) {
+   Map map;
+   fill(map, 1000);
+   pid_t const child = fork();
+   ASSERT_GE(child, 0);
+   if (child == 0) {
+      U64 found = 0;
+      for (U64 i = 0; i < 1000; ++i) {
+         found += map.has({i}) ? 1 : 0;
+      }
+      _exit(found == 1000 ? 0 : 1);
+   }
+   int status = 1;
+   waitpid(child, &status, 0);
+   EXPECT_EQ(status, 0);
+}
+
+/// Prints, in the process of a death test, what the test compares.
+template <class Says>
+[[noreturn]] void sayAndExit(Says const& says) {
+   std::string const there = says();
+   _exit(write(STDERR_FILENO, there.data(), there.size()) > 0 ? 0 : 1);
+}
+
+/// Expects that another process prints a line with the same first word, but not the same rest.
+template <class Says>
+void expectAnotherInEachProcess(Says const& says) {
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   std::string const here = says();
+   std::string const begin = here.substr(0, here.find(' '));
+   EXPECT_EXIT(sayAndExit(says), testing::ExitedWithCode(0),
+               testing::AllOf(testing::HasSubstr(begin), testing::Not(testing::HasSubstr(here))));
+}
+
 /// Another process hashes the same key with the same seed to a different value, so knowing or
 /// guessing the seed does not suffice to compute hashes.
 TEST(HashSecret, IsAnotherInEachProcess) {
-   GTEST_FLAG_SET(death_test_style, "threadsafe");  // runs the program again
-   auto const said = [] {
+   expectAnotherInEachProcess([] {
       return "hashes " + std::to_string(Kiv::hashSingleAttr(1, U64{1})) + ' ' +
              std::to_string(Kiv::hashSingleAttr(1, "Ethernet1")) + ' ' +
              std::to_string(Kiv::hashFields(1, U64{1}, U16{2})) + '\n';
+   });
+}
+
+/// Nor does it suffice to compute places in a table.
+TEST(HashSecret, OfOrdersIsAnotherInEachProcess) {
+   expectAnotherInEachProcess(
+         [] { return "order " + std::to_string(Kiv::Impl::orderFactor(1)) + '\n'; });
+}
+
+TEST(HashSeed, ThatIsFixedGivesEveryProcessTheSameHashesAndOrdersFromEachCallOn) {
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   auto const says = [] {
+      std::string text;
+      for (int call = 0; call != 2; ++call) {
+         Kiv::HashHelper::hashSeed32Is(7);
+         text += std::to_string(Kiv::hashSingleAttr(1, U64{1})) + ':';
+         for (int i = 0; i != 2; ++i) {
+            Map map;
+            fill(map, 8);
+            for (U64 const key : orderOf(map)) {
+               text += ' ' + std::to_string(key);
+            }
+            text += ';';
+         }
+      }
+      return text;
    };
-   std::string const here = said();
-   EXPECT_EXIT(
-         {
-            std::string const there = said();
-            _exit(write(STDERR_FILENO, there.data(), there.size()) > 0 ? 0 : 1);
-         },
-         testing::ExitedWithCode(0),
-         testing::AllOf(testing::HasSubstr("hashes "), testing::Not(testing::HasSubstr(here))));
+   std::string const each = "4174442428: 2 6 1 7 5 3 0 4; 6 1 5 0 4 2 7 3;";
+   EXPECT_EXIT(sayAndExit(says), testing::ExitedWithCode(0), testing::HasSubstr(each + each));
 }
 
 }  // namespace

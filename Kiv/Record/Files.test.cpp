@@ -115,6 +115,20 @@ TEST_F(RecordFilesTest, FindsTheFilesOfARing) {
    EXPECT_TRUE(recordingFiles(path("nothing")).empty());
 }
 
+TEST_F(RecordFilesTest, SaysInOneLineThatNoTerminalObeysWhatCannotBeOpened) {
+   std::string const name = path("a\x1b[2J\nb/c");
+   std::string const message = path("a\\x1b[2J\\nb/c") + ": No such file or directory";
+   RecordFiles files(name);
+   EXPECT_EQ(files.begin(), 0u);
+   EXPECT_EQ(files.reason(), message);
+   try {
+      RecordingFile const file(name);
+      FAIL() << "there is none";
+   } catch (Exception const& error) {
+      EXPECT_EQ(error.what(), message);
+   }
+}
+
 TEST_F(RecordFilesTest, SaysWhatCannotBeWritten) {
    RecordFiles nowhere(path("no/such/file"));
    EXPECT_EQ(nowhere.begin(), 0u);
