@@ -2,7 +2,7 @@
 // and one byte beyond it.
 #include "Kiv/Log/Parts.h"
 
-#include "KivTest/StreamTestSupport.h"
+#include "KivTest/Stream.test.h"
 
 using namespace StreamTesting;
 using Kiv::NboAttrLog::ByteBudget;
