@@ -1,6 +1,7 @@
 #include "Holt/State/Changes.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "Holt/State/Place.h"
 #include "Kiv/Path.h"

@@ -1,5 +1,6 @@
 #include "Holt/State/Diff.h"
 
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 
 #include "Holt/State/Walk.h"
@@ -32,6 +33,10 @@ private:
 };
 
 }  // namespace
+
+Json StateLine::json() const {
+   return value != nullptr ? jsonOf({*type, value}) : Json(text);
+}
 
 std::vector<StateLine> linesOf(StateDoc const& doc) {
    std::vector<StateLine> all;

@@ -17,7 +17,7 @@ struct StateLine {
    /// Null for an entity, and for the number of a queue's next element.
    void const* value = nullptr;
 
-   Json json() const { return value != nullptr ? jsonOf({*type, value}) : Json(text); }
+   Json json() const;
 };
 
 std::vector<StateLine> linesOf(StateDoc const& doc);

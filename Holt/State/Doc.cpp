@@ -1,5 +1,7 @@
 #include "Holt/State/Doc.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Holt/State/Walk.h"
 
 namespace Holt {

@@ -12,14 +12,15 @@
 // What is read may be in the text form, too: "6" is as good as 6.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 
 #include "Kiv/Types.h"
 
 namespace Holt {
 
-/// Keeps the order in which members are put in.
+/// Keeps the order in which members are added. A source that uses one includes <nlohmann/json.hpp>,
+/// which takes long to compile.
 using Json = nlohmann::ordered_json;
 
 Json jsonOf(Kiv::ValueRef value);

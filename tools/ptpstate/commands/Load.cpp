@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <list>
+#include <nlohmann/json.hpp>
 
 #include "Holt/State/Changes.h"
 #include "Holt/State/Diff.h"

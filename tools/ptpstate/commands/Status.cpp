@@ -1,6 +1,7 @@
 // status
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "Holt/State/Json.h"
 #include "Holt/Times.h"

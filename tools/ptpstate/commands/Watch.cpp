@@ -1,5 +1,6 @@
 // watch
 #include <poll.h>
+#include <nlohmann/json.hpp>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

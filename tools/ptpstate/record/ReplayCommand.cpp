@@ -1,6 +1,7 @@
 // replay
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "Holt/State/Doc.h"
 #include "Holt/State/Dump.h"

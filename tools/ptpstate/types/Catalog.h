@@ -3,7 +3,6 @@
 
 #include <optional>
 
-#include "Holt/State/Json.h"
 #include "Kiv/Module.h"
 
 namespace Ptpstate {

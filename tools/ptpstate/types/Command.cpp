@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <iomanip>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Holt/State/Values.h"
