@@ -8,9 +8,12 @@ class Mounts;
 
 /// What a peer may do to a root that it mounts.
 enum class MountMode : U8 {
-   reader = 0,  ///< a read-only mirror
-   writer = 1,  ///< a mirror whose changes go back to the source
-   owner = 2,   ///< a writer that has claimed the root: no other may write meanwhile
+   /// A read-only mirror.
+   reader = 0,
+   /// A mirror whose changes go back to the source.
+   writer = 1,
+   /// A writer that has claimed the root: no other may write meanwhile.
+   owner = 2,
 };
 
 /// Whether changes of a mirror mounted in this mode go to the source.
@@ -22,12 +25,18 @@ constexpr bool writesBack(MountMode mode) noexcept {
 class Mount {
 public:
    enum class State : U8 {
-      asked,      ///< the peer has not answered
-      replaying,  ///< between the beginning of the replay and its end
-      complete,   ///< the mirror has all that the source had when the replay ended, and follows it
-      refused,    ///< see `reason()`
-      gone,       ///< the source has withdrawn the root; the mirror stays as it is
-      lost,       ///< the connection is closed; the mirror stays as it is
+      /// The peer has not answered.
+      asked,
+      /// Between the beginning of the replay and its end.
+      replaying,
+      /// The mirror has all that the source had when the replay ended, and follows it.
+      complete,
+      /// See `reason()`.
+      refused,
+      /// The source has withdrawn the root; the mirror stays as it is.
+      gone,
+      /// The connection is closed; the mirror stays as it is.
+      lost,
    };
 
    NamedEntity& root() const noexcept { return *root_; }

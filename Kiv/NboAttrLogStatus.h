@@ -8,10 +8,14 @@ namespace Kiv::NboAttrLog {
 
 /// Who ended a session.
 enum class Ending : U8 {
-   open,   ///< nobody yet
-   fault,  ///< this side: the peer broke a rule, or cannot be sent something
-   peer,   ///< the peer, which has said why
-   here,   ///< `close`, or whoever carries the bytes
+   /// Nobody yet.
+   open,
+   /// This side: the peer broke a rule, or cannot be sent something.
+   fault,
+   /// The peer, which has said why.
+   peer,
+   /// `close`, or whoever carries the bytes.
+   here,
 };
 
 /// Who is at the other end, as far as the carrier of the bytes knows.

@@ -46,8 +46,10 @@ protected:
 
 /// What an observer watches.
 enum class Scope : U8 {
-   entity,   ///< the publisher's own changes
-   subtree,  ///< its own and those of every publisher below it
+   /// The publisher's own changes.
+   entity,
+   /// Its own and those of every publisher below it.
+   subtree,
 };
 
 /// The observers of one entity, and its place in the tree that changes climb.

@@ -23,12 +23,18 @@ struct Moment {
 U32 crc32c(U8 const* bytes, std::size_t size, U32 before = 0) noexcept;
 
 enum class FrameKind : U8 {
-   padding = 0,   ///< zeros up to the end of the block
-   snapshot = 1,  ///< a new stream begins: U32 count, then type and name of each root
-   log = 2,       ///< complete messages of the stream
-   lost = 3,      ///< the recorded roots lost their source; the state stands still
-   back = 4,      ///< the source is back
-   end = 5,       ///< the recorder was closed
+   /// Zeros up to the end of the block.
+   padding = 0,
+   /// A new stream begins: U32 count, then type and name of each root.
+   snapshot = 1,
+   /// Complete messages of the stream.
+   log = 2,
+   /// The recorded roots lost their source; the state stands still.
+   lost = 3,
+   /// The source is back.
+   back = 4,
+   /// The recorder was closed.
+   end = 5,
 };
 
 inline constexpr char recordingMagic[9] = "KivNboRc";

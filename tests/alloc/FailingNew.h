@@ -8,8 +8,10 @@ namespace AllocTesting {
 
 /// Which allocations fail.
 enum class Failures : unsigned char {
-   single,   ///< only the n-th
-   allFrom,  ///< the n-th and every later one
+   /// Only the n-th.
+   single,
+   /// The n-th and every later one.
+   allFrom,
 };
 
 /// From now on, the n-th allocation fails. Allocations are counted from 1, and only while failures

@@ -72,8 +72,10 @@ inline std::string badLink(Kiv::Entity& entity, bool streamed, U32 most = 1) {
 
 /// How much of a change may have been made after it has failed.
 enum class Change : unsigned char {
-   whole,    ///< all or nothing
-   byParts,  ///< all or nothing for each attribute
+   /// All or nothing.
+   whole,
+   /// All or nothing for each attribute.
+   byParts,
 };
 
 class Twins {
