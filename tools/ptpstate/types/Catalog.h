@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "Kiv/AnyValue.h"
 #include "Kiv/Module.h"
 
 namespace Ptpstate {

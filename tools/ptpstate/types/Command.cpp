@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "Holt/State/Json.h"
 #include "Holt/State/Values.h"
 #include "Holt/Table.h"
 #include "tools/ptpstate/Commands.h"
