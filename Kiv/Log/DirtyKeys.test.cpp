@@ -294,4 +294,46 @@ TEST_F(StreamDirtyKeys, WhatAWriterAddsIsKeptByAWholeReplayThatDoesNotNameIt) {
    expectEqual();
 }
 
+TEST_F(StreamDirtyKeys, AWriterSaysNothingOfAChildThatTheSourceHasMadeWhereItRemovedOne) {
+   mirror.connect();
+   source.connect();
+   mount(MountMode::writer);
+   leaf(1, 9);
+   carry();
+   fillUp(mirror, *copy);
+   copy->leafDel(1);
+   root->leafDel(1);
+   auto const made = leaf(1, 4);
+   mirror.receive(source.take());
+   ASSERT_NE(copy->leaf(1), nullptr);
+   EXPECT_EQ(mirror.session->status().dirtyKeys, 1u) << "of the one that it removed";
+   for (Bytes bytes; bytes = mirror.take(), !bytes.empty(); source.receive(bytes)) {
+      std::string const said = joined(lines(bytes));
+      EXPECT_EQ(said.find("." + std::to_string(idOf("leaf")) + " "), said.npos) << said;
+   }
+   carry();
+   EXPECT_EQ(root->leaf(1), made);
+   expectEqual();
+}
+
+TEST_F(StreamDirtyKeys, AChildIsErasedOnceThoughThereIsNoRoomForTheOneInItsPlace) {
+   leaf(1, 9);
+   carry();
+   stop();
+   root->leafDel(1);
+   leaf(1, 0);
+   root->textIs(std::string(1150, 'x'));  // of 1200 bytes it leaves room for the erasure alone
+   while (source.session->stats().messagesOut == waiting) {
+      carryPiece();
+   }
+   std::string const erase = at("erase", "leaf", hex(1));
+   std::string const first = carryPiece();
+   EXPECT_EQ(first.substr(first.rfind("; ") + 2), erase);
+   std::string const second = carryPiece();
+   EXPECT_EQ(second.find(at("create", "leaf")), 0u) << second;
+   EXPECT_EQ(second.find(erase), second.npos) << second;
+   carry();
+   expectEqual();
+}
+
 }  // namespace
