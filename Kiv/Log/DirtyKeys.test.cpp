@@ -26,6 +26,14 @@ protected:
       std::snprintf(text, sizeof text, "%08x", v);
       return text;
    }
+   /// How often `what` is in a text.
+   static int count(std::string const& text, std::string const& what) {
+      int all = 0;
+      for (std::size_t at = 0; (at = text.find(what, at)) != text.npos; ++at) {
+         ++all;
+      }
+      return all;
+   }
    static KivTest::Record record(U32 key) {
       return KivTest::Record(key, KivTest::Pair(), {}, "", KivTest::Colour::blue, 9);
    }
@@ -177,15 +185,25 @@ TEST_F(StreamDirtyKeys, KeysThatChangeWhileTheirCollectionIsReplayedFollow) {
    }
    EXPECT_EQ(dirtyKeys(), 8u);
    std::string const text = resume();
-   auto const all = [&](char const* what) {
-      int count = 0;
-      for (std::size_t found = 0; (found = text.find(what, found)) != text.npos; ++found) {
-         ++count;
-      }
-      return count;
-   };
-   EXPECT_EQ(all("collectionEnd"), 1) << text;
-   EXPECT_EQ(all(at("erase", "byNumber").c_str()), 4) << text;
+   EXPECT_EQ(count(text, "collectionEnd"), 1) << text;
+   EXPECT_EQ(count(text, at("erase", "byNumber")), 4) << text;
+}
+
+TEST_F(StreamDirtyKeys, MoreThanTheBoundWhileTheirCollectionIsReplayedAreToldByAnotherReplay) {
+   stop();
+   for (U32 i = 0; i != 100; ++i) {
+      root->byNumberIs(i, "twenty bytes of text");
+   }
+   while (source.session->stats().messagesOut == waiting) {
+      carryPiece();
+   }
+   for (U32 i = 0; i != 26; ++i) {  // a quarter and one
+      root->byNumberIs(i, "changed");
+      EXPECT_EQ(dirtyKeys(), i != 25 ? i + 1 : 0);
+   }
+   std::string const text = resume();
+   EXPECT_EQ(count(text, "collectionBegin"), 2) << text;
+   EXPECT_EQ(count(text, "collectionEnd"), 2) << text;
 }
 
 TEST_F(StreamDirtyKeys, MoreThanTheBoundWhileTheirCollectionIsReplayedReplayItOnceMore) {

@@ -98,6 +98,26 @@ TEST_F(StreamReplay, ASingletonChildMadeAgainIsErasedFirst) {
    EXPECT_EQ(copy->core()->label(), "core");
 }
 
+TEST_F(StreamReplay, ASingletonChildIsErasedOnceThoughThereIsNoRoomForTheOneInItsPlace) {
+   root->coreIs();
+   carry();
+   stop();
+   root->coreDel();
+   root->coreIs();
+   root->textIs(std::string(1160, 'x'));  // of 1200 bytes it leaves room for the erasure alone
+   while (source.session->stats().messagesOut == waiting) {
+      carryPiece();
+   }
+   std::string const erase = at("erase", "core");
+   std::string const first = carryPiece();
+   EXPECT_EQ(first.substr(first.rfind("; ") + 2), erase);
+   std::string const second = carryPiece();
+   EXPECT_EQ(second.find(at("create", "core")), 0u) << second;
+   EXPECT_EQ(second.find(erase), second.npos) << second;
+   carry();
+   expectEqual();
+}
+
 TEST_F(StreamReplay, AQueueIsToldWhatItMissed) {
    root->samplesEnq(1);
    root->samplesEnq(2);
