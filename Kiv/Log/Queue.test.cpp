@@ -239,6 +239,18 @@ TEST_F(StreamServedQueue, GetsTheWholeQueueBackForAWrongNumberAlthoughNothingIsO
                                   "000000024000000000000000");
 }
 
+TEST_F(StreamServedQueue, GoesBackWholeWithNothingTwiceWhenTheWritersElementCrossesAnything) {
+   copy->u8Is(3);
+   source.receive(mirror.take());
+   root->u16Is(7);       // on its way
+   copy->samplesEnq(2);  // by the right number
+   source.receive(mirror.take());
+   std::string const id = " 01000000." + std::to_string(samplesId()) + " ";
+   EXPECT_EQ(source.sent(), "set 01000000.261 0007; collectionBegin" + id + "00000001; enqueue" +
+                                  id + "000000013ff0000000000000; enqueue" + id +
+                                  "000000024000000000000000");
+}
+
 /// Appends one element, at the first change of the queue.
 struct AppendsOnce : Kiv::Observer {
    explicit AppendsOnce(Root& watched) : root(watched) { root.observerAdd(*this); }
