@@ -1,5 +1,7 @@
 // What happens to handles when an entity is removed, recreated or withdrawn while messages for it
 // are on their way.
+#include <algorithm>
+
 #include "KivTest/Stream.test.h"
 
 using namespace StreamTesting;
@@ -336,7 +338,7 @@ TEST_F(StreamLeftOver, AChildThatAReplayToldBeforeTheRemovalOfTheFormerStays) {
       explicit MakeAnew(KivTest::Leaf& l) : leaf(l) {}
       void onChange(Kiv::Change const& change) override {
          if (change.oldValue != nullptr) {
-            leaf.twigIs(Level::low);
+            leaf.twigIs(Level::low)->weightIs(5);
          }
       }
       KivTest::Leaf& leaf;
@@ -355,10 +357,15 @@ TEST_F(StreamLeftOver, AChildThatAReplayToldBeforeTheRemovalOfTheFormerStays) {
    leaf->twigDel(Level::low);
    leaf->observerDel(makeAnew, Kiv::Scope::entity);
    leaf->observerDel(flush, Kiv::Scope::entity);
+   flush.sent = concat(flush.sent, source.take());
+   std::vector<std::string> const told = lines(flush.sent);
+   auto const isCreation = [](std::string const& one) { return one.find("create ") == 0; };
+   EXPECT_EQ(std::count_if(told.begin(), told.end(), isCreation), 1) << joined(told);
    mirror.receive(flush.sent);
    carry();
    ASSERT_TRUE(leaf->twigHas(Level::low));
-   EXPECT_TRUE(copy->leaf(1)->twigHas(Level::low));
+   ASSERT_TRUE(copy->leaf(1)->twigHas(Level::low));
+   EXPECT_EQ(copy->leaf(1)->twig(Level::low)->weight(), 5);
 }
 
 /// Forged messages of a source: bodies of messages that make leaves.
