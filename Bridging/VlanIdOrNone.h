@@ -40,7 +40,7 @@ public:
    constexpr bool operator==(VlanIdOrNone const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(VlanIdOrNone const&) const noexcept = default;
    constexpr bool isEq(VlanIdOrNone const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, id_); }
+   U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, id_); }
    constexpr U64 hashWord() const noexcept { return id_; }
 
    void print(Sarn::String& out) const;

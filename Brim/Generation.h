@@ -37,7 +37,7 @@ public:
    constexpr bool operator==(Generation const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(Generation const&) const noexcept = default;
    constexpr bool isEq(Generation const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept {
+   U32 hash(U32 seed) const noexcept {
       return Kiv::hashSingleAttr(seed, U64{count_} << 1 | (flag_ ? 1u : 0u));
    }
 

@@ -58,7 +58,7 @@ public:
       return value() <=> other.value();
    }
    constexpr bool isEq(EthAddr const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, value()); }
+   U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, value()); }
 
    void print(Sarn::String& out) const;
    constexpr std::size_t kivEncodedSize() const noexcept { return kivMaxEncodedSize; }

@@ -60,7 +60,7 @@ public:
    constexpr bool operator==(IntfId const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(IntfId const&) const noexcept = default;
    constexpr bool isEq(IntfId const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, bits_); }
+   U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, bits_); }
    constexpr U64 hashWord() const noexcept { return bits_; }
 
    void print(Sarn::String& out) const;

@@ -57,7 +57,7 @@ public:
    constexpr bool operator==(Ip6Addr const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(Ip6Addr const&) const noexcept = default;
    constexpr bool isEq(Ip6Addr const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashFields(seed, high_, low_); }
+   U32 hash(U32 seed) const noexcept { return Kiv::hashFields(seed, high_, low_); }
 
    void print(Sarn::String& out) const;
    constexpr std::size_t kivEncodedSize() const noexcept { return kivMaxEncodedSize; }

@@ -40,7 +40,7 @@ public:
    constexpr bool operator==(IpAddr const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(IpAddr const&) const noexcept = default;
    constexpr bool isEq(IpAddr const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, value_); }
+   U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, value_); }
 
    void print(Sarn::String& out) const;
    constexpr std::size_t kivEncodedSize() const noexcept { return kivMaxEncodedSize; }

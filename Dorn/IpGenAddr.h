@@ -51,7 +51,7 @@ public:
    constexpr bool operator==(IpGenAddr const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(IpGenAddr const&) const noexcept = default;
    constexpr bool isEq(IpGenAddr const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept {
+   U32 hash(U32 seed) const noexcept {
       // With the family: 0.0.0.0, :: and unset are three keys.
       return Kiv::hashFields(seed, high_ ^ U64{static_cast<U8>(family_)} << 56, low_);
    }

@@ -40,7 +40,7 @@ public:
    constexpr bool operator==(IpGenAddrWithMask const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(IpGenAddrWithMask const&) const noexcept = default;
    constexpr bool isEq(IpGenAddrWithMask const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashFields(seed, address_, length_); }
+   U32 hash(U32 seed) const noexcept { return Kiv::hashFields(seed, address_, length_); }
 
    void print(Sarn::String& out) const;
    constexpr std::size_t kivEncodedSize() const noexcept { return address_.kivEncodedSize() + 1; }

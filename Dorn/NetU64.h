@@ -36,7 +36,7 @@ public:
       return value() <=> other.value();
    }
    constexpr bool isEq(NetU64 const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, value()); }
+   U32 hash(U32 seed) const noexcept { return Kiv::hashSingleAttr(seed, value()); }
 
    void print(Sarn::String& out) const { Kiv::printUnsigned(out, value()); }
    constexpr std::size_t kivEncodedSize() const noexcept { return kivMaxEncodedSize; }

@@ -58,7 +58,7 @@ public:
    constexpr bool operator==(ClockIdentity const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(ClockIdentity const&) const noexcept = default;
    constexpr bool isEq(ClockIdentity const& other) const noexcept { return *this == other; }
-   constexpr U32 hash(U32 seed) const noexcept { return identity_.hash(seed); }
+   U32 hash(U32 seed) const noexcept { return identity_.hash(seed); }
 
    void print(Sarn::String& out) const;
    constexpr std::size_t kivEncodedSize() const noexcept { return kivMaxEncodedSize; }

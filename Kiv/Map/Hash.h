@@ -70,9 +70,8 @@ U64 orderFactor(U64 number) noexcept;
 
 /// A seed spread over 64 bits and mixed with the secret. The multiplier is not symmetric, so that
 /// folding does not cancel it.
-constexpr U64 spreadSeed(U32 seed) {
-   U64 const spread = seed * hashMultiplier2;
-   return std::is_constant_evaluated() ? spread : spread ^ hashSecret;
+inline U64 spreadSeed(U32 seed) noexcept {
+   return seed * hashMultiplier2 ^ hashSecret;
 }
 
 /// Spreads differences to the lower bits, and by the product to the upper ones.
@@ -89,7 +88,7 @@ constexpr U32 hashFinishMixed(U64 state) {
    return static_cast<U32>(hashStep(state) >> 32);
 }
 
-constexpr U32 hashWord(U32 seed, U64 v) {
+inline U32 hashWord(U32 seed, U64 v) {
    return hashFinish(v ^ spreadSeed(seed));
 }
 
@@ -128,12 +127,12 @@ inline U32 hashBytes(U32 seed, char const* p, std::size_t size) noexcept {
 /// The hash of one integer, bool, enumerator, floating value (0.0 and -0.0 hash alike, as they are
 /// equal), string or value type; one to two nanoseconds for anything up to eight bytes.
 template <class T>
-requires std::integral<T> || std::is_enum_v<T>
-constexpr U32 hashSingleAttr(U32 seed, T v) noexcept {
+requires std::integral<T> || std::is_enum_v<T> U32 hashSingleAttr(U32 seed, T v)
+noexcept {
    return Impl::hashWord(seed, static_cast<U64>(v));
 }
 template <std::floating_point T>
-constexpr U32 hashSingleAttr(U32 seed, T v) noexcept {
+U32 hashSingleAttr(U32 seed, T v) noexcept {
    double const wide = static_cast<double>(v == 0 ? T{0} : v);
    return Impl::hashWord(seed, std::bit_cast<U64>(wide));
 }
@@ -144,16 +143,16 @@ template <class T>
 requires requires(T const& v, U32 seed) {
    { v.hash(seed) } -> std::same_as<U32>;
 }
-constexpr U32 hashSingleAttr(U32 seed, T const& v) {
+U32 hashSingleAttr(U32 seed, T const& v) {
    return v.hash(seed);
 }
 template <class T>
-constexpr U32 hashSingleAttr(U32 seed, std::optional<T> const& v) {
+U32 hashSingleAttr(U32 seed, std::optional<T> const& v) {
    return v ? hashSingleAttr(seed, *v) : Impl::hashWord(seed, Impl::hashMultiplier2);
 }
 
 /// Mixes the hash of one more part into a running hash. Not symmetric: order counts.
-constexpr U32 hashMix(U32 seed, U32 h) noexcept {
+inline U32 hashMix(U32 seed, U32 h) noexcept {
    return Impl::hashWord(seed, h);
 }
 
@@ -167,7 +166,7 @@ concept HasHashWord = requires(T const& v) {
 namespace Impl {
 
 template <class T>
-constexpr U64 hashField(U32 seed, T const& field) {
+U64 hashField(U32 seed, T const& field) {
    if constexpr (std::integral<T> || std::is_enum_v<T>) {
       return static_cast<U64>(field);
    } else if constexpr (HasHashWord<T>) {
@@ -178,15 +177,15 @@ constexpr U64 hashField(U32 seed, T const& field) {
 }
 
 /// Two fields at a time: the seed is in both factors, so that nobody can make one of them zero.
-constexpr U64 hashRest(U64 state) {
+inline U64 hashRest(U64 state) {
    return state;
 }
 template <class A>
-constexpr U64 hashRest(U64 state, A const& a) {
+U64 hashRest(U64 state, A const& a) {
    return foldedMultiply(state ^ hashField(static_cast<U32>(state), a), hashMultiplier);
 }
 template <class A, class B, class... Rest>
-constexpr U64 hashRest(U64 state, A const& a, B const& b, Rest const&... rest) {
+U64 hashRest(U64 state, A const& a, B const& b, Rest const&... rest) {
    U32 const seed = static_cast<U32>(state);
    return hashRest(
          foldedMultiply(state ^ hashField(seed, a), state ^ hashMultiplier ^ hashField(seed, b)),
@@ -197,7 +196,7 @@ constexpr U64 hashRest(U64 state, A const& a, B const& b, Rest const&... rest) {
 
 /// The hash of one or more fields in declaration order: what a value type's `hash(seed)` returns.
 template <class First, class... Rest>
-constexpr U32 hashFields(U32 seed, First const& first, Rest const&... rest) {
+U32 hashFields(U32 seed, First const& first, Rest const&... rest) {
    if constexpr (sizeof...(Rest) == 0) {
       return Impl::hashWord(seed, Impl::hashField(seed, first));
    } else {
@@ -214,7 +213,7 @@ using LookupKey = std::conditional_t<
 /// Hashes keys of type `K` with a given seed.
 template <class K>
 struct Hash {
-   constexpr U32 operator()(LookupKey<K> key, U32 seed) const { return hashSingleAttr(seed, key); }
+   U32 operator()(LookupKey<K> key, U32 seed) const { return hashSingleAttr(seed, key); }
 };
 
 }  // namespace Kiv

@@ -183,6 +183,14 @@ TEST(Hash, EnumeratorsBoolsAndOptionalsHash) {
    EXPECT_EQ(hashSingleAttr(seed, std::optional<U8>(3)), hashSingleAttr(seed, U8{3}));
 }
 
+TEST(Hash, OfAConstantIsThatOfAVariable) {
+   U64 volatile const one = 1;
+   U32 const ofConstant = Kiv::hashSingleAttr(1, U64{1});
+   EXPECT_EQ(ofConstant, Kiv::hashSingleAttr(1, U64{one}));
+   U32 const ofFields = Kiv::hashFields(1, U64{1}, U16{2});
+   EXPECT_EQ(ofFields, Kiv::hashFields(1, U64{one}, U16{2}));
+}
+
 TEST(Hash, TheSeedOfTheProcessStaysTheSame) {
    U32 const first = Kiv::HashHelper::hashSeed32();
    EXPECT_NE(first, 0u);
