@@ -61,7 +61,7 @@ Owner parseOwner(Sarn::String const& text) {
       owner.group = groupOf(group);
    }
    if (!owner.user && !owner.group) {
-      throw Failure("'" + text + "' is no owner: USER, :GROUP or USER:GROUP is wanted",
+      throw Failure("invalid owner '" + text + "': expected USER, :GROUP or USER:GROUP",
                     Exit::usage);
    }
    return owner;
@@ -72,7 +72,7 @@ mode_t parseMode(Sarn::String const& text) {
    char const* const last = text.data() + text.size();
    auto const [end, error] = std::from_chars(text.data(), last, mode, 8);
    if (error != std::errc() || end != last || mode > 0777) {
-      throw Failure("'" + text + "' is no mode: octal permissions are wanted, such as 0660",
+      throw Failure("invalid mode '" + text + "': expected octal permissions, such as 0660",
                     Exit::usage);
    }
    return mode;
@@ -82,7 +82,7 @@ Writers::Writers(std::vector<Sarn::String> const& allowed) : everybody_(false) {
    for (Sarn::String const& one : allowed) {
       Owner const owner = parseOwner(one);
       if (owner.user && owner.group) {
-         throw Failure("'" + one + "': writers are named by USER or by :GROUP, not by both",
+         throw Failure("'" + one + "': name a writer by USER or by :GROUP, not by both",
                        Exit::usage);
       }
       if (owner.user) {
@@ -106,7 +106,7 @@ Sarn::String Writers::refusal(Kiv::NamedEntity const& root,
                               Kiv::NboAttrLog::PeerIdentity const& peer,
                               std::vector<gid_t> const& groups) const {
    if (!whose_.empty()) {
-      return root.nameString() + " is " + whose_ + "; it may only be read";
+      return root.nameString() + " is " + whose_ + "; it is read-only";
    }
    bool const known = peer.pid != 0;
    bool const listed = known && (contains(users_, peer.uid) || contains(groups_, peer.gid) ||
@@ -118,7 +118,7 @@ Sarn::String Writers::refusal(Kiv::NamedEntity const& root,
    }
    return (known ? "uid " + std::to_string(peer.uid) + ", gid " + std::to_string(peer.gid)
                  : Sarn::String("an unknown peer")) +
-          " may only read here; those who may write: " + text_;
+          " may only read here; writers: " + text_;
 }
 
 std::vector<gid_t> peerGroups(int fd) {

@@ -1,4 +1,4 @@
-// Who may do what: users and groups by name or number, and the peers that may write.
+// Who may do what: users and groups by name or number, and which peers may write.
 #pragma once
 
 #include <sys/types.h>
@@ -17,25 +17,25 @@ struct Owner {
    std::optional<gid_t> group = std::nullopt;
 };
 
-/// "USER", ":GROUP" or "USER:GROUP", each a name or a number. Throws `Failure` if there is none of
-/// that name.
+/// Reads "USER", ":GROUP" or "USER:GROUP", each a name or a number. Throws `Failure` for an unknown
+/// name.
 Owner parseOwner(Sarn::String const& text);
 
-/// Permission bits in octal, such as "0660". Throws `Failure`.
+/// Reads permission bits in octal, such as "0660". Throws `Failure`.
 mode_t parseMode(Sarn::String const& text);
 
-/// Which peers may change something.
+/// Which peers may change the served state.
 class Writers {
 public:
    /// Everybody who may connect.
    Writers() = default;
-   /// Those alone that `allowed` names, each by "USER" or ":GROUP". Throws `Failure`.
+   /// Only those that `allowed` names, each as "USER" or ":GROUP". Throws `Failure`.
    explicit Writers(std::vector<Sarn::String> const& allowed);
 
-   /// Nobody: the roots are those of `whose`, such as "the agent's own".
+   /// Nobody. `whose` tells peers why: the root is "the agent's own".
    static Writers nobody(Sarn::String whose);
 
-   /// Why a peer may not change a root; empty if it may. `groups`: besides its own.
+   /// Why a peer may not change a root; empty if it may. `groups`: its supplementary groups.
    Sarn::String refusal(Kiv::NamedEntity const& root, Kiv::NboAttrLog::PeerIdentity const& peer,
                         std::vector<gid_t> const& groups) const;
 
@@ -47,7 +47,7 @@ private:
    Sarn::String text_;
 };
 
-/// The supplementary groups of who has connected a UNIX socket.
+/// The supplementary groups of the process at the other end of a UNIX socket.
 std::vector<gid_t> peerGroups(int fd);
 
 }  // namespace Holt

@@ -20,7 +20,8 @@ Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const
       throw Failure("there is no type '" + type + "'");
    }
    if (found->kind != Kiv::TypeKind::entity || !found->named || found->ctorArgs.size() != 1) {
-      throw Failure(type + " is no type of a root, which is an entity that is made with a name");
+      throw Failure(type +
+                    " cannot be a root: a root is an entity whose constructor takes a name alone");
    }
    std::array<Kiv::ValueRef, 1> const arguments{&name};
    Sarn::Ptr<Kiv::Entity> const root = found->entity->genericIfConstructFromCtorArgs(arguments);
@@ -69,7 +70,7 @@ void Client::onSessions(Kiv::NboAttrLog::Session&,
 bool Client::turn(int otherFd, milliseconds timeout) {
    connection_->flush();
    if (over()) {
-      return false;  // there was nobody to write to, and there is nothing to wait for
+      return false;  // the write failed: there is nothing to wait for
    }
    pollfd polled[2] = {{connection_->fd(), connection_->events(), 0}, {otherFd, POLLIN, 0}};
    int const count = ::poll(polled, 2, static_cast<int>(timeout.count()));
@@ -92,7 +93,7 @@ void Client::onTurn(std::span<pollfd const> polled) {
    connection_->onReady(polled[0].revents);
 }
 
-/// Runs the connection until `done()`; gives up when the patience is over.
+/// Runs the connection until `done()`; throws when the patience is over.
 template <class Done>
 void Client::waitFor(char const* what, Done&& done) {
    U64 const before = connection_->session().stats().bytesIn;
@@ -107,8 +108,8 @@ void Client::waitFor(char const* what, Done&& done) {
       if (left <= milliseconds::zero()) {
          throw Failure(socket_ +
                              (heard == before ? ": the server does not answer ("
-                                              : ": the server has not answered in full in time (") +
-                             what + "); wait longer with --timeout, or look after it",
+                                              : ": the server did not answer in full in time (") +
+                             what + "); wait longer with --timeout, or check the server",
                        Exit::connection);
       }
       Clock::duration const waited = Clock::now() - begin;
@@ -119,7 +120,7 @@ void Client::waitFor(char const* what, Done&& done) {
                " s");
       }
       if (turn(interruptFd, progress.on() ? std::min(left, milliseconds(500)) : left)) {
-         throw Failure(socket_ + ": interrupted before the server has answered (" + what + ")",
+         throw Failure(socket_ + ": interrupted before the server answered (" + what + ")",
                        Exit::connection);
       }
    }
@@ -162,10 +163,10 @@ void Client::waitComplete(Mount const& mount) {
    }
    if (mount.state() == Mount::State::refused && writesBack(mount.mode())) {
       throw Failure(mount.root().nameString() +
-                    ": the server takes no changes from here: " + mount.reason());
+                    ": the server accepts no changes from here: " + mount.reason());
    }
    if (!mount.complete()) {
-      throw Failure(socket_ + ": the server refuses a mirror: " +
+      throw Failure(socket_ + ": the server refused the mirror: " +
                           (mount.reason().empty() ? "the root is gone" : mount.reason()),
                     Exit::connection);
    }
@@ -174,7 +175,7 @@ void Client::waitComplete(Mount const& mount) {
 void Client::sync() {
    U32 const token = ++token_;
    connection_->session().syncIs(token);
-   waitFor("asked whether it has everything", [this, token] { return synced_ == token; });
+   waitFor("asked it to confirm all changes", [this, token] { return synced_ == token; });
 }
 
 }  // namespace Holt

@@ -16,65 +16,66 @@ using Kiv::NboAttrLog::MountMode;
 
 using Clock = std::chrono::steady_clock;
 
-/// An empty root of a type known by name. Throws `Failure` if there is no such type, or if it is
-/// not made with a name alone.
+/// An empty root of the type with this name. Throws `Failure` if there is no such type, or if its
+/// constructor takes anything but a name.
 Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const& name);
 
-/// Mirrors roots of a server. A command waits in it for what it has asked for; a process that goes
-/// on adds it to its loop, and then asks `over()` after each turn.
+/// Mirrors roots of a server. A command calls the methods that wait. A long-running process adds
+/// the client to its loop and checks `over()` after each turn.
 ///
 ///     Holt::Client client("/run/ptp.sock", std::chrono::seconds(10));
 ///     Holt::Mount& mount = client.mountIs({"Ptp::Status", "ptp/status"}, Holt::MountMode::reader);
 ///     client.waitComplete(mount);
 ///
-/// What goes wrong with the connection is a `Failure` with `Exit::connection`.
+/// Errors: a connection that fails is a `Failure` with `Exit::connection`.
 class Client final : public Source, Kiv::NboAttrLog::SessionListener {
 public:
-   /// `patience`: when it is over, all waiting for the server ends with a `Failure`.
+   /// Connects. `patience`: how long the client waits for the server in all; then it throws
+   /// `Failure`.
    Client(Sarn::String const& socket, std::chrono::milliseconds patience);
    ~Client();
    Client(Client const&) = delete;
    Client& operator=(Client const&) = delete;
 
-   /// Begins the patience anew: for what is waited for after a time in which nothing was.
+   /// Restarts the patience, for example after a long time without waiting.
    void beginAnew() { deadline_ = Clock::now() + patience_; }
 
-   /// What the server offers. Asks and waits.
+   /// The roots that the server offers. Asks and waits.
    std::vector<OfferedRoot> const& roots();
 
-   /// How the server's connections are. Asks and waits.
+   /// The state of the server's connections. Asks and waits.
    std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions();
    /// Asks without waiting; see `onSessionsTold`.
    void sessionsAsk() { connection_->session().sessionsAsk(); }
-   /// How many it had, more perhaps than it has told of.
+   /// How many connections the server had; its answer may list fewer.
    U32 sessionsTotal() const noexcept { return sessionsTotal_; }
 
    /// Begins to mirror a root. The mount lives as long as the client.
    Mount& mountIs(OfferedRoot const& root, MountMode mode);
-   /// The same into a mirror that there is already, which is brought up to date.
+   /// The same with an existing mirror, which is brought up to date.
    Mount& mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode);
-   /// Waits for a mirror to be complete. Throws `Failure` if the server refuses it.
+   /// Waits until a mirror is complete. Throws `Failure` if the server refuses it.
    void waitComplete(Mount const& mount);
-   /// Waits until the server has applied all that was changed here, and all is here that it had
-   /// to tell.
+   /// Waits until the server has applied every change made here, and every change that it made
+   /// before that has arrived.
    void sync();
-   /// Whether so much has to be sent that it is time to wait for the server.
+   /// Whether so much is waiting to be sent that the caller should wait for the server.
    bool crowded() const noexcept;
 
-   /// Waits for the server or `otherFd`, for so long at most, and does what there is to do.
-   /// Whether `otherFd` is readable. `otherFd` -1: none.
+   /// Waits for the server or for `otherFd` (-1: none), for `timeout` at most, and handles what has
+   /// arrived. Returns whether `otherFd` is readable.
    bool turn(int otherFd, std::chrono::milliseconds timeout);
-   /// Whether the connection is over; `connection().closeReason()` says why.
+   /// Whether the connection has ended; `closeReason()` says why.
    bool over() const noexcept { return connection_->done(); }
    Sarn::String const& closeReason() const noexcept { return connection_->closeReason(); }
 
-   // As a source of a loop.
+   // `Source`:
    void appendTo(std::vector<pollfd>& polled) override;
    void onTurn(std::span<pollfd const> polled) override;
 
-   /// Called when the state of a mount changes, in its place among the changes.
+   /// Called when the state of a mount changes, in order with the changes of its root.
    std::function<void(Mount&)> onMountState;
-   /// Called with the answer of the server on its connections.
+   /// Called with the server's answer to `sessionsAsk`.
    std::function<void(std::vector<Kiv::NboAttrLog::SessionStatus> const&)> onSessionsTold;
    /// Ends all waiting with a `Failure` once it is readable; -1 for none.
    int interruptFd = -1;

@@ -11,10 +11,10 @@ namespace Holt {
 /// The program's exit statuses.
 enum class Exit : U8 {
    ok = 0,
-   refused = 1,     ///< what was asked for is not there or not allowed; nothing was changed
+   refused = 1,     ///< something does not exist or is not allowed; nothing was changed
    usage = 2,       ///< the command line is wrong
-   connection = 3,  ///< no server, no answer, the connection was lost, or a socket cannot be had
-   // Of a comparison, as diff(1) has them.
+   connection = 3,  ///< no server, no answer, a lost connection, or no socket to listen at
+   // Of a comparison, as in diff(1).
    differs = 1,
    trouble = 2,
 };

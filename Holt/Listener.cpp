@@ -31,7 +31,7 @@ sockaddr_un addressOf(Sarn::String const& path) {
       throw Failure("the path of the socket is empty; give one with --socket", Exit::connection);
    }
    if (path.size() > longest) {
-      fail(path, "a socket's path has at most " + std::to_string(longest) + " bytes, this has " +
+      fail(path, "a socket path has at most " + std::to_string(longest) + " bytes, this one has " +
                        std::to_string(path.size()) + "; choose a shorter one");
    }
    std::memcpy(address.sun_path, path.data(), path.size());
@@ -41,12 +41,12 @@ sockaddr_un addressOf(Sarn::String const& path) {
 int newSocket(Sarn::String const& path, int flags = 0) {
    int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
    if (fd < 0) {
-      fail(path, "cannot make a socket: " + errorText(errno));
+      fail(path, "cannot create a socket: " + errorText(errno));
    }
    return fd;
 }
 
-/// 0, or the error.
+/// Returns 0 or the error number.
 int tryConnect(int fd, sockaddr_un const& address) {
    int result = 0;
    do {
@@ -60,11 +60,11 @@ int tryBind(int fd, sockaddr_un const& address) {
    return result < 0 ? errno : 0;
 }
 
-/// Removes a socket file that nobody listens at.
+/// Removes a socket file at which nobody listens.
 void removeStale(Sarn::String const& path, sockaddr_un const& address) {
    struct stat file {};
    if (::lstat(path.c_str(), &file) == 0 && !S_ISSOCK(file.st_mode)) {
-      fail(path, "exists and is no socket; choose another path, or remove it");
+      fail(path, "exists and is not a socket; choose another path, or remove it");
    }
    int const probe = newSocket(path, SOCK_NONBLOCK);
    int const error = tryConnect(probe, address);
@@ -73,10 +73,10 @@ void removeStale(Sarn::String const& path, sockaddr_un const& address) {
       fail(path, "another process is serving here; stop it, or choose another socket");
    }
    if (error == EACCES || error == EPERM) {
-      fail(path, "exists, and its owner permits no connection; choose another socket");
+      fail(path, "exists, and you are not permitted to connect to it; choose another socket");
    }
    if (error == ECONNREFUSED && ::unlink(path.c_str()) < 0 && errno != ENOENT) {
-      fail(path, "is left from another process and cannot be removed: " + errorText(errno));
+      fail(path, "was left behind by another process and cannot be removed: " + errorText(errno));
    }
 }
 
@@ -84,7 +84,7 @@ Sarn::String bindHint(int error) {
    switch (error) {
       case ENOENT:
       case ENOTDIR:
-         return "; make its directory first";
+         return "; create its directory first";
       case EACCES:
       case EROFS:
          return "; choose a directory that you may write to";
@@ -98,7 +98,7 @@ void permit(Sarn::String const& path, std::optional<mode_t> mode, Owner const& o
       if (::lchown(path.c_str(), owner.user.value_or(~uid_t(0)), owner.group.value_or(~gid_t(0))) <
           0) {
          fail(path, "cannot be given to that owner: " + errorText(errno) +
-                          "; only root may give files away, to a group its members, too");
+                          "; only root may give files away, and others only to a group of theirs");
       }
    }
    if (mode && ::chmod(path.c_str(), *mode) < 0) {
@@ -162,7 +162,7 @@ int Listener::accept(bool& exhausted) const {
 int connectTo(Sarn::String const& path, std::chrono::milliseconds patience) {
    sockaddr_un const address = addressOf(path);
    int const fd = newSocket(path);
-   // For a UNIX socket this is the bound of connect(), too.
+   // For a UNIX socket this bounds connect(), too.
    auto const most = std::max<S64>(1, patience.count());
    timeval const bound{most / 1000, most % 1000 * 1000};
    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
@@ -177,14 +177,14 @@ int connectTo(Sarn::String const& path, std::chrono::milliseconds patience) {
          fail(path,
               "there is no such socket; start a server there: ptpstate serve --socket " + path);
       case ECONNREFUSED:
-         fail(path, "nobody serves here any more; start a server: ptpstate serve --socket " + path);
+         fail(path, "no server listens here any more; start one: ptpstate serve --socket " + path);
       case EAGAIN:
          fail(path,
               "the server does not answer (asked for a connection); wait longer with "
-              "--timeout, or look after it");
+              "--timeout, or check the server");
       case EACCES:
       case EPERM:
-         fail(path, "connecting is not permitted to you; ask its owner");
+         fail(path, "you are not permitted to connect; ask the owner of the socket");
       default:
          fail(path, "cannot connect: " + errorText(error));
    }

@@ -1,5 +1,4 @@
-// UNIX stream sockets by path. What goes wrong is a `Failure` with `Exit::connection` that says
-// what to do.
+// UNIX stream sockets by path. Errors are a `Failure` with `Exit::connection` that says what to do.
 #pragma once
 
 #include <sys/types.h>
@@ -11,11 +10,11 @@
 
 namespace Holt {
 
-/// A socket that listens. Its file is removed at the end, unless somebody else has taken its place.
+/// A listening socket. The destructor removes its file, unless another process has replaced it.
 class Listener {
 public:
-   /// A file that is left from a process that is gone is replaced; one that is answered is not.
-   /// `mode` and `owner`, if given, hold before anybody can connect.
+   /// Replaces a stale socket file, but not one at which a process still listens. `mode` and
+   /// `owner`, if given, are set before anybody can connect.
    explicit Listener(Sarn::String path, std::optional<mode_t> mode = std::nullopt,
                      Owner const& owner = {});
    ~Listener();
@@ -23,8 +22,8 @@ public:
    Listener& operator=(Listener const&) = delete;
 
    int fd() const noexcept { return fd_; }
-   /// A connected descriptor, or -1 when none waits; `exhausted` when there are no descriptors
-   /// left for it.
+   /// The descriptor of a new connection, or -1 if none is waiting. Sets `exhausted` if the process
+   /// or the system has no descriptor left.
    int accept(bool& exhausted) const;
 
 private:
@@ -34,7 +33,7 @@ private:
    ino_t inode_ = 0;
 };
 
-/// A connected descriptor. A server that is too busy to accept is waited for so long.
+/// A connected descriptor. `patience`: how long to wait for a server that is too busy to accept.
 int connectTo(Sarn::String const& path, std::chrono::milliseconds patience);
 
 }  // namespace Holt

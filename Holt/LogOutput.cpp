@@ -58,7 +58,7 @@ void LogOutput::flush() {
       }
       pending_.erase(0, static_cast<std::size_t>(count));
       if (pending_.empty() && left_ != 0) {
-         pending_ = "(" + std::to_string(left_) + (left_ == 1 ? " line is" : " lines are") +
+         pending_ = "(" + std::to_string(left_) + (left_ == 1 ? " line was" : " lines were") +
                     " left out here: nobody read them)\n";
          left_ = 0;
       }
@@ -77,7 +77,7 @@ long LogOutput::writeSome() {
             if (::poll(&polled, 1, 0) == 0) {
                return 0;
             }
-            // A pipe that is ready takes so much without blocking.
+            // A pipe that is ready takes this much without blocking.
             count = ::write(fd_, pending_.data(), std::min<std::size_t>(pending_.size(), PIPE_BUF));
          }
       }

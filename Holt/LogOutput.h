@@ -1,4 +1,4 @@
-// Lines for whoever reads the log of a server, which must not wait for that reader.
+// The log of a server, which never waits for whoever reads it.
 #pragma once
 
 #include "Sarn/String.h"
@@ -6,12 +6,12 @@
 
 namespace Holt {
 
-/// Writes lines to a descriptor and never blocks: what cannot be written at once is kept, up to a
-/// bound, and goes out when there is room. Lines beyond the bound are left out, and their number is
-/// told in their place. When there is nobody to read any more, there is no log any more.
+/// Writes lines to a descriptor and never blocks. Lines that cannot be written at once are kept, up
+/// to a bound, and written when there is room. Lines beyond the bound are left out; a line in their
+/// place gives their number. Once the reader has gone, nothing is logged any more.
 class LogOutput {
 public:
-   /// `fd` stays the caller's, and as it is: that it is shared with other processes does no harm.
+   /// `fd` stays the caller's. Its flags are not changed, since other processes may share it.
    explicit LogOutput(int fd);
    ~LogOutput();
    LogOutput(LogOutput const&) = delete;
@@ -19,7 +19,7 @@ public:
 
    /// Writes `text`, made printable, and ends the line.
    void line(Sarn::String text);
-   /// Whether there is more to be written once `fd()` is writable.
+   /// Whether more is to be written once `fd()` is writable.
    bool waiting() const noexcept { return !pending_.empty(); }
    int fd() const noexcept { return own_ >= 0 ? own_ : fd_; }
    /// Writes as much as there is room for.
@@ -28,11 +28,11 @@ public:
    static constexpr std::size_t longestPending = std::size_t(1) << 18;
 
 private:
-   /// Bytes that were written; 0 if there is no room, -1 if there is nobody to write to.
+   /// Returns the number of bytes written; 0 if there is no room, -1 if the reader has gone.
    long writeSome();
 
    int fd_;
-   /// The same file opened again, so that it can be non-blocking for us alone; -1 if it cannot.
+   /// The same file, opened again to be non-blocking for this process alone; -1 if it cannot be.
    int own_ = -1;
    Sarn::String pending_;
    U64 left_ = 0;

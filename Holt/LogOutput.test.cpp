@@ -29,9 +29,10 @@ TEST_P(LogOutputTest, KeepsWhatNobodyReadsAndSaysWhatItLeavesOut) {
    all += ends.read();
    std::size_t const kept = all.find('(') / 100;
    EXPECT_GT(kept * 100, LogOutput::longestPending - 100);
-   EXPECT_EQ(all.substr(kept * 100), "(" + std::to_string(4000 - kept) +
-                                           " lines are left out here: nobody read them)\nand on\n");
-   EXPECT_EQ(::fcntl(ends.fds[1], F_GETFL) & O_NONBLOCK, 0) << "it is as others have left it";
+   EXPECT_EQ(all.substr(kept * 100),
+             "(" + std::to_string(4000 - kept) +
+                   " lines were left out here: nobody read them)\nand on\n");
+   EXPECT_EQ(::fcntl(ends.fds[1], F_GETFL) & O_NONBLOCK, 0) << "others may share its flags";
 }
 
 TEST_P(LogOutputTest, EndsWithItsReader) {

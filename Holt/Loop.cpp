@@ -10,13 +10,14 @@ namespace Holt {
 void Loop::remove(Source const& source) noexcept {
    for (Served& served : sources_) {
       if (served.source == &source) {
-         served.source = nullptr;  // its place stays until the next turn, which may be going on
+         // Erased in the next turn: this one may still go through the list.
+         served.source = nullptr;
       }
    }
 }
 
 int Loop::timeout(std::chrono::milliseconds most) const {
-   constexpr U64 longest = 60'000;  // looks at the clock now and then in any case
+   constexpr U64 longest = 60'000;  // check the clock at least this often
    U64 left = most < std::chrono::milliseconds::zero() ? longest : static_cast<U64>(most.count());
    bool bounded = most >= std::chrono::milliseconds::zero();
    for (Served const& served : sources_) {
@@ -51,7 +52,7 @@ bool Loop::turn(int stopFd, std::chrono::milliseconds most) {
    }
    std::span<pollfd const> rest(polled_);
    rest = rest.subspan(1);
-   // A source that is added in this turn comes behind these.
+   // A source added in this turn follows these.
    std::size_t const count = sources_.size();
    for (std::size_t i = 0; i != count; ++i) {
       Served const served = sources_[i];

@@ -1,4 +1,4 @@
-// The loop of a process with one thread: waits in poll() for everything that its parts wait for.
+// The event loop of a single-threaded process, built on poll().
 #pragma once
 
 #include <poll.h>
@@ -11,24 +11,24 @@
 
 namespace Holt {
 
-/// A part of a program that waits for descriptors or for a time: a `Server`, a `Client`, or one of
+/// A part of a program that waits for descriptors or for a deadline: a `Server`, a `Client`, or
 /// your own.
 class Source {
 public:
    /// Called before each wait: sends what can be sent at once, and appends the descriptors to wait
-   /// for. One that is -1 keeps its place and is not waited for.
+   /// for. A descriptor of -1 keeps its place, but poll() ignores it.
    virtual void appendTo(std::vector<pollfd>& polled) = 0;
-   /// When there is something to do even if no descriptor is ready, by the loop's clock; 0: never.
+   /// When the source must be called even if no descriptor is ready, by the loop's clock; 0: never.
    virtual U64 deadline() const { return 0; }
-   /// Called after each wait, whatever has ended it. `polled`: what `appendTo` has appended, with
-   /// the events that have come.
+   /// Called after each wait, whatever has ended it. `polled`: what `appendTo` appended, with the
+   /// events.
    virtual void onTurn(std::span<pollfd const> polled) = 0;
 
 protected:
    ~Source() = default;
 };
 
-/// Serves sources in turns.
+/// Serves its sources in turn.
 ///
 ///     Holt::StopSignals stop;
 ///     Holt::Server server({.socket = "/run/ptp.sock"});
@@ -37,11 +37,11 @@ protected:
 ///     loop.add(server);
 ///     loop.run(stop.fd());
 ///
-/// Ownership: holds no source; each is removed before it is destroyed.
+/// Ownership: does not own its sources. REQUIRES: each is removed before it is destroyed.
 /// Threads: a loop and its sources belong to one thread.
 class Loop {
 public:
-   /// Time without a limit.
+   /// No limit.
    static constexpr std::chrono::milliseconds forever{-1};
 
    /// `clock`: nanoseconds that never go back, as `Source::deadline` gives them.
@@ -49,15 +49,15 @@ public:
    Loop(Loop const&) = delete;
    Loop& operator=(Loop const&) = delete;
 
-   /// Serves a source from the next turn on.
+   /// Adds a source, which is served from the next turn on.
    void add(Source& source) { sources_.push_back({&source, 0}); }
-   /// Serves it no longer. May be called by a source in its turn, for itself or another.
+   /// Removes a source. A source may call this in its turn, for itself or for another.
    void remove(Source const& source) noexcept;
 
-   /// Waits until something is ready or a deadline has come, `most` at most, and serves all
-   /// sources. Whether `stopFd` is readable; then nothing is served. -1 for none. Throws `Failure`
-   /// if poll() does. What a source throws comes out here, and the sources after it are served next
-   /// time.
+   /// Waits until a descriptor is ready or a deadline has passed, for `most` at most, and serves
+   /// all sources. Returns true, without serving them, if `stopFd` (-1: none) is readable. Throws
+   /// `Failure` if poll() fails. An exception of a source passes through; the sources after it are
+   /// served in the next turn.
    bool turn(int stopFd, std::chrono::milliseconds most = forever);
    /// Takes turns until `stopFd` is readable.
    void run(int stopFd) {
@@ -69,7 +69,7 @@ private:
    struct Served {
       /// Null once it has been removed.
       Source* source;
-      /// How many descriptors it has appended for this turn.
+      /// How many descriptors it appended for this turn.
       std::size_t count;
    };
 

@@ -15,7 +15,7 @@ U64 loopClock() noexcept {
    return loopNow;
 }
 
-/// A source with some events to wait for, which writes down what it is told.
+/// A source that waits for given events and records its calls.
 class Noted final : public Source {
 public:
    explicit Noted(std::size_t count) {

@@ -12,7 +12,7 @@ bool isSame(char a, char b) {
           std::tolower(static_cast<unsigned char>(b));
 }
 
-/// How many letters are to be inserted, removed or replaced to get from one to the other.
+/// How many letters must be inserted, removed or replaced to turn one into the other.
 std::size_t editDistance(std::string_view from, std::string_view to) {
    std::vector<std::size_t> row(to.size() + 1);
    for (std::size_t j = 0; j <= to.size(); ++j) {

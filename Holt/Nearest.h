@@ -1,4 +1,4 @@
-// Which name somebody may have meant who wrote another.
+// Suggests a known name for a misspelt one.
 #pragma once
 
 #include <string_view>
@@ -8,8 +8,8 @@
 
 namespace Holt {
 
-/// "; did you mean 'flag'?" for the candidate that is most like `name`, or empty where none is.
-/// Case does not count. A candidate that goes on where `name` ends is like it, too.
+/// "; did you mean 'flag'?" for the candidate closest to `name`, or empty if none is close. Ignores
+/// case. A candidate that begins with `name` is close, too.
 Sarn::String didYouMean(std::string_view name, std::vector<std::string_view> const& candidates);
 
 }  // namespace Holt

@@ -1,4 +1,4 @@
-// How far long work is, on a terminal; nothing when standard error is none.
+// Shows the progress of long work, if standard error is a terminal.
 #pragma once
 
 #include "Sarn/String.h"
@@ -17,7 +17,7 @@ public:
    bool on() const noexcept { return on_; }
    /// Whether it is time for another line.
    bool due() noexcept;
-   /// Writes the line over the last one.
+   /// Writes a line over the last one.
    void say(Sarn::String const& text);
    void clear();
 

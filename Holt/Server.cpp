@@ -85,14 +85,14 @@ void Server::acceptAll() {
    }
 }
 
-/// Ends connections whose peer has never said who it is.
+/// Ends connections whose peer has not greeted in time.
 void Server::closeSilent() {
    U64 const now = options_.clock();
    for (Peer& peer : peers_) {
       U64 const end = peer.greetingEnds();
       if (end != 0 && now >= end) {
          peer.silent = true;
-         peer.connection.close("the peer has not greeted within " +
+         peer.connection.close("the peer did not greet within " +
                                std::to_string((now - peer.since) / 1'000'000) + " ms");
       }
    }
@@ -105,7 +105,7 @@ void Server::removeDone() {
          continue;
       }
       Kiv::NboAttrLog::Session const& session = at->connection.session();
-      // What the peer has said itself, or the server, is an orderly end.
+      // The end is orderly if the peer or the server announced it.
       bool const orderly = session.ending() == Ending::peer || closing_;
       bool const fault = session.ending() == Ending::fault || at->silent;
       say(*at, (fault ? "refused: " : orderly ? "ended: " : "lost: ") + session.closeReason());
@@ -117,8 +117,9 @@ void Server::removeDone() {
    giveMemoryBack();
 }
 
-/// What peers have used lies in pieces between what is in use: the allocator keeps it until it is
-/// told to look for whole pages. That takes a millisecond, so it is done when it gives something.
+/// The memory that peers have freed is scattered among memory in use. The allocator keeps it until
+/// it is told to look for whole free pages. That takes a millisecond, so it is done only when many
+/// peers have left.
 void Server::giveMemoryBack() {
    constexpr std::size_t many = 64;
    if (ended_ >= many && ended_ >= peers_.size()) {
@@ -132,8 +133,8 @@ void Server::appendTo(std::vector<pollfd>& polled) {
    bool const logWaits = options_.log != nullptr && options_.log->waiting();
    polled.push_back({logWaits ? options_.log->fd() : -1, POLLOUT, 0});
    for (Peer& peer : peers_) {
-      // What has changed since the last turn, by other peers or by whoever owns the roots, and what
-      // has expired.
+      // Sends what other peers or the owner of the roots have changed since the last turn, and
+      // handles expired limits.
       peer.connection.flush();
       polled.push_back({peer.connection.fd(), peer.connection.events(), 0});
    }
@@ -143,7 +144,7 @@ U64 Server::deadline() const {
    U64 first = hub_.deadline();
    for (Peer const& peer : peers_) {
       if (peer.connection.done()) {
-         return 1;  // it is to be removed at once
+         return 1;  // remove it at once
       }
       U64 const end = peer.greetingEnds();
       first = end != 0 && (first == 0 || end < first) ? end : first;

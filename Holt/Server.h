@@ -1,4 +1,4 @@
-// A process that holds roots for others: mirrored by readers, filled by writers.
+// Serves roots to other processes: readers mirror them, writers change them.
 #pragma once
 
 #include <list>
@@ -11,68 +11,72 @@
 
 namespace Holt {
 
-/// Listens at a UNIX socket, and serves a hub's roots to everybody who connects and may.
+/// Listens at a UNIX socket, and serves its roots to everybody who may connect.
 ///
-///     Holt::Server server({.socket = "/run/ptp.sock", .writers = Holt::Writers({"root",
-///     ":ptp"})}); server.rootIs(status); server.run(stop.fd());
+///     Holt::Server::Options options;
+///     options.socket = "/run/ptp.sock";
+///     options.writers = Holt::Writers({"root", ":ptp"});
+///     Holt::Server server(options);
+///     server.rootIs(status);
+///     server.run(stop.fd());
 ///
-/// A peer has a time to greet and a time to finish what it has begun (`Options::greeting`,
-/// `Limits::halfMessage`): one that connects and says nothing costs a descriptor for so long only.
-/// When many have left, their memory goes back to the system.
+/// A peer must greet, and finish each message that it begins, within a time limit
+/// (`Options::greeting`, `Limits::halfMessage`): a silent peer holds its descriptor no longer than
+/// that. When many peers have left, their memory is returned to the system.
 ///
-/// Errors: what cannot be set up is a `Failure` with `Exit::connection`. A peer that does anything
-/// wrong loses its connection, and the log says why.
-/// Threads: one, that of the roots.
+/// Errors: if the socket cannot be set up, the constructor throws a `Failure` with
+/// `Exit::connection`. A peer that breaks the protocol loses its connection, and the log says why.
+/// Threads: a server belongs to the thread of its roots.
 class Server final : public Source {
 public:
    struct Options {
       /// Path of the socket.
       Sarn::String socket;
-      /// Of the socket's file; what the umask leaves if it is not given.
+      /// Mode of the socket's file; by default what the umask leaves.
       std::optional<mode_t> mode = std::nullopt;
-      /// Of the socket's file; who has made it if it is not given.
+      /// Owner of the socket's file; by default the process's own user and group.
       Owner owner = {};
-      /// Who may change what is served.
+      /// Who may change the roots.
       Writers writers = {};
-      /// Gets one line for each connection that is opened or ends, and for each root that is
-      /// refused to one; null for none. Outlives the server.
+      /// Gets a line for each connection that opens or ends, and for each root that is refused to a
+      /// peer; null for no log. REQUIRES: outlives the server.
       LogOutput* log = nullptr;
-      /// What a connection, and all of them, may cost.
+      /// What a single connection, and all together, may cost.
       Kiv::NboAttrLog::Limits limits = {};
       /// Nanoseconds from accepting a connection until its peer has greeted.
       U64 greeting = 60'000'000'000;
-      /// What all limits of time are measured by; that of the loop that the server is in.
+      /// Measures all time limits; must be the clock of the loop that the server is in.
       U64 (*clock)() noexcept = &steadyNow;
    };
 
-   /// Listens at once; who connects is accepted in the first turn.
+   /// Listens at once; connections are accepted from the first turn on.
    explicit Server(Options options);
    /// Tells all clients that the server has ended.
    ~Server();
    Server(Server const&) = delete;
    Server& operator=(Server const&) = delete;
 
-   /// Offers a root. Throws `Kiv::Exception` if there is another of its type and name.
+   /// Offers a root. Throws `Kiv::Exception` if it already has one of this type and name.
    void rootIs(Sarn::Ptr<Kiv::NamedEntity> const& root) { hub_.rootIs(root); }
    std::vector<Kiv::NamedEntity*> roots() const { return hub_.roots(); }
 
-   /// Serves until `stopFd` is readable, in a loop with nothing else.
+   /// Serves until `stopFd` is readable, in a loop of its own.
    void run(int stopFd);
-   /// Ends all connections with a reason; the server goes on.
+   /// Ends all connections with a reason; the server keeps listening.
    void closeAll(Sarn::String const& reason);
 
-   /// Connections that are open.
+   /// The number of open connections.
    std::size_t peers() const noexcept { return peers_.size(); }
-   /// Whether a peer mirrors a root and has been told all of it.
+   /// Whether any peer has been sent the whole state of a root.
    bool isMirrored() const;
-   /// Asks the peers that are there now to confirm all changes so far.
+   /// Asks the connected peers to confirm all changes so far.
    void sync();
-   /// Whether all that were asked have confirmed, or have gone.
+   /// Whether all peers that were asked have confirmed or left.
    bool synced() const noexcept;
-   /// What has been sent and received in all, connections that have ended included.
+   /// Sums over all connections, including those that have ended.
    Kiv::NboAttrLog::SessionStats total() const;
 
-   // As a source of a loop.
+   // `Source`:
    void appendTo(std::vector<pollfd>& polled) override;
    U64 deadline() const override;
    void onTurn(std::span<pollfd const> polled) override;
@@ -89,7 +93,7 @@ private:
       void onLeftOut(Kiv::NboAttrLog::Session& session, Sarn::String const& what) override;
       void onSynced(Kiv::NboAttrLog::Session& session, U32 token) override;
 
-      /// When it is given up for want of a greeting; 0 once it has greeted.
+      /// The deadline for its greeting; 0 once it has greeted.
       U64 greetingEnds() const noexcept {
          return connection.session().handshakeDone() ? 0 : since + server.options_.greeting;
       }
@@ -99,9 +103,9 @@ private:
       /// When it was accepted.
       U64 since;
       std::vector<gid_t> groups;
-      /// The last confirmation that it was asked for has come, or none was asked for.
+      /// Whether it has confirmed what it was asked to confirm last, if anything.
       bool synced = true;
-      /// Given up for want of a greeting.
+      /// Whether it was closed because it never greeted.
       bool silent = false;
       Kiv::NboAttrLog::FdConnection connection;
    };
@@ -118,7 +122,7 @@ private:
    std::list<Peer> peers_;
    Kiv::NboAttrLog::SessionStats gone_;
    U64 accepted_ = 0;
-   /// Connections that have ended since memory was given back.
+   /// Connections that have ended since memory was last returned to the system.
    std::size_t ended_ = 0;
    bool exhausted_ = false;
    bool closing_ = false;

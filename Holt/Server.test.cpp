@@ -47,7 +47,7 @@ protected:
       server->rootIs(config);
       loop.add(*server);
    }
-   /// Lets the server do all that it can do now.
+   /// Runs the server until it has nothing to do.
    void turns(int count = 4) {
       for (int i = 0; i != count; ++i) {
          loop.turn(-1, std::chrono::milliseconds::zero());
@@ -57,7 +57,7 @@ protected:
       serverNow += time;
       turns();
    }
-   /// A peer that speaks only the bytes that the test gives it.
+   /// A peer that sends only the bytes that the test gives it.
    int rawPeer() {
       int const fd = connectTo(socket, std::chrono::seconds(5));
       turns();
@@ -118,7 +118,7 @@ TEST_F(ServerTest, APeerThatSaysNothingIsGivenUp) {
    EXPECT_EQ(server->peers(), 0U);
    EXPECT_TRUE(isClosed(silent));
    EXPECT_EQ(server->deadline(), 0U);
-   EXPECT_EQ(said(), "opened\nrefused: the peer has not greeted within 60000 ms\n");
+   EXPECT_EQ(said(), "opened\nrefused: the peer did not greet within 60000 ms\n");
    ::close(silent);
 }
 

@@ -4,8 +4,8 @@
 
 namespace Holt {
 
-/// Turns SIGINT and SIGTERM into a descriptor that a loop polls, so that a command ends where it
-/// can and not in the middle of something. One at a time.
+/// Turns SIGINT and SIGTERM into a descriptor that a loop polls, so that a command stops at a
+/// well-defined place. REQUIRES: one object at a time.
 class StopSignals {
 public:
    StopSignals();
@@ -15,7 +15,7 @@ public:
 
    /// Readable once a signal has come.
    int fd() const noexcept { return fd_; }
-   /// Takes the signals that have come; whether there were any.
+   /// Takes the signals that have arrived; returns whether there were any.
    bool taken();
 
 private:

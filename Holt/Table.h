@@ -7,16 +7,17 @@
 
 namespace Holt {
 
-/// Rows whose cells stand below each other; columns of numbers are aligned to the right.
+/// Rows of cells, aligned in columns.
 class Table {
 public:
    explicit Table(std::vector<std::string> heads) { rows_.push_back(std::move(heads)); }
 
+   /// Aligns a column to the right, as for numbers.
    void rightIs(std::size_t column) {
       right_.resize(std::max(right_.size(), column + 1));
       right_[column] = true;
    }
-   /// Cells are made printable.
+   /// Adds a row. Its cells are made printable.
    void row(std::vector<std::string> cells);
    void print(std::ostream& out) const;
 

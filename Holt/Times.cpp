@@ -18,7 +18,7 @@ U64 nanoseconds() noexcept {
    return static_cast<U64>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
 }
 
-/// Reads "12" or "12.345" at the front, at most nine digits on either side.
+/// Reads "12" or "12.345" at the front; digits beyond nanoseconds are ignored.
 std::optional<U64> takeSeconds(std::string_view& text, std::size_t mostDigits = 10) {
    U64 whole = 0;
    std::size_t digits = 0;
@@ -50,7 +50,7 @@ std::optional<U64> localTime(std::tm parts, U64 rest) {
                       : std::optional<U64>(static_cast<U64>(seconds) * second + rest);
 }
 
-/// ":SS.fff" behind hours and minutes, or nothing.
+/// Reads ":SS.fff" after hours and minutes, or nothing.
 bool takeRest(std::string_view text, std::tm& parts, U64& rest) {
    if (!text.empty()) {
       if (text[0] != ':') {
@@ -153,11 +153,10 @@ U64 parseTime(Sarn::String const& text, U64 begin) {
    if (std::optional<U64> const time = read(text, begin)) {
       return *time;
    }
-   throw Failure(
-         "'" + text +
-               "' is no time: HH:MM:SS, 'YYYY-MM-DD HH:MM:SS', +SECONDS from the beginning, "
-               "or @SECONDS since 1970 is wanted",
-         Exit::usage);
+   throw Failure("invalid time '" + text +
+                       "': expected HH:MM:SS, 'YYYY-MM-DD HH:MM:SS', +SECONDS from the beginning, "
+                       "or @SECONDS since 1970",
+                 Exit::usage);
 }
 
 }  // namespace Holt

@@ -14,19 +14,19 @@ enum class TimeForm : U8 {
    universal  ///< "2026-11-21T13:03:59.120Z": for other programs
 };
 
-/// `wall`: nanoseconds since 1970. What is finer than the form is cut off.
+/// `wall`: nanoseconds since 1970. Digits beyond the form are cut off.
 Sarn::String timeText(U64 wall, TimeForm form = TimeForm::date);
 
-/// A time that something took, in nanoseconds: "3.204 s", "2:03:04" from a minute on.
+/// A duration, given in nanoseconds: "3.204 s"; "2:03:04" from a minute on.
 Sarn::String durationText(U64 nanoseconds);
 
-/// Nanoseconds since 1970, and of a clock that never goes back.
+/// Nanoseconds since 1970; nanoseconds of a clock that never goes back.
 U64 wallNow() noexcept;
 U64 steadyNow() noexcept;
 
-/// Reads a time of what began at `begin`: "+90.5" seconds later; "14:03", "14:03:59.120" on that
-/// day or, if that is before it, on the next; "2026-11-21 14:03:59.120", with a blank or a T,
-/// all local; "@1795269839.12" seconds since 1970. Throws `Failure`.
+/// Reads a time in local time: "14:03" or "14:03:59.120", the first after `begin`;
+/// "2026-11-21 14:03:59.120", with a blank or a T; "+90.5", seconds after `begin`; or
+/// "@1795269839.12", seconds since 1970. Throws `Failure`.
 U64 parseTime(Sarn::String const& text, U64 begin);
 
 }  // namespace Holt

@@ -63,14 +63,14 @@ private:
          return;
       }
       if (end + 1 != text.size()) {
-         error({}, "text behind the section's header");
+         error({}, "text after the section's header");
          return;
       }
       auto const name = trimmed(text.substr(1, end - 1));
       if (name.empty()) {
          error({}, "the section has no name");
       } else if (name.find_first_of(blanks) != std::string_view::npos) {
-         error({}, "the section's name has a blank in it");
+         error({}, "the section's name contains a blank");
       } else if (sameIgnoringCase(name, "global")) {
          section.kind = Kind::global;
       } else if (sameIgnoringCase(name, "unicast_master_table")) {
@@ -86,7 +86,7 @@ private:
       std::string const key(text.substr(0, keyEnd));
       auto const value = trimmed(text.substr(keyEnd));
       if (conf_.sections.empty()) {
-         error(key, "stands before the first section");
+         error(key, "comes before the first section");
       } else if (value.empty()) {
          error(key, "has no value");
       } else {

@@ -1,5 +1,5 @@
-// Configuration files of the linuxptp daemon ptp4l(8), as text: what they say, where, and nothing
-// about what it means. `Load.h` gives it meaning.
+// Parses configuration files of the linuxptp daemon ptp4l(8) into sections and settings with their
+// lines. `Load.h` gives them meaning.
 #pragma once
 
 #include <string>
@@ -13,19 +13,19 @@ namespace Holt {
 /// One `key value` line.
 struct Ptp4lSetting {
    std::string key;
-   /// All behind the key, without the blanks around it; may contain blanks.
+   /// Everything after the key, without surrounding blanks; may contain blanks.
    std::string value;
    /// Line in the file, from 1.
    U32 line = 0;
 };
 
-/// The lines below one `[header]`.
+/// The lines below a `[header]`.
 struct Ptp4lSection {
    enum class Kind : U8 {
-      global,              ///< `[global]`: the clock, and defaults of all ports
-      port,                ///< `[NAME]`: what is special to the port on interface NAME
+      global,              ///< `[global]`: the clock, and defaults for all ports
+      port,                ///< `[NAME]`: the port on interface NAME
       unicastMasterTable,  ///< `[unicast_master_table]`: masters to ask for unicast service
-      unknown,             ///< a header that names nothing; its lines count for nothing
+      unknown,             ///< an invalid header; its lines are ignored
    };
 
    Kind kind = Kind::unknown;
@@ -33,45 +33,45 @@ struct Ptp4lSection {
    std::string name;
    /// Line of the header.
    U32 line = 0;
-   /// In the order of the file; a key may stand there more than once.
+   /// In the order of the file; a key may occur more than once.
    std::vector<Ptp4lSetting> settings;
 
-   /// The setting that counts: the last of that key, or null.
+   /// The last setting with that key, which is the one that counts; or null.
    Ptp4lSetting const* find(std::string_view key) const;
 };
 
-/// Something to tell the user about a line.
+/// An error or a note about a line.
 struct Ptp4lRemark {
    U32 line = 0;
-   /// The key it is about; may be empty.
+   /// The key in question; may be empty.
    std::string key;
    std::string message;
 };
 
 /// A configuration file, read.
 struct Ptp4lConf {
-   /// As given; opens every message.
+   /// Its name as it was given; begins every message.
    std::string file;
    /// In the order of the file. A section may occur more than once.
    std::vector<Ptp4lSection> sections;
-   /// Lines that are no settings, in the order of the file.
+   /// Invalid lines, in the order of the file.
    std::vector<Ptp4lRemark> errors;
 };
 
-/// "FILE:LINE: key: message", without the key where it is empty.
+/// "FILE:LINE: key: message", or without the key if it is empty; one printable line.
 std::string remarkText(std::string const& file, Ptp4lRemark const& remark);
 
-/// Reads `text`; `file` is only a name. Lines are taken as ptp4l(8) takes them: blanks around them
-/// do not count, nor do empty lines and those that begin with `#`; a `#` further on is part of the
-/// value; the names of the fixed sections are taken in any case of letters. Nothing is thrown:
-/// what is wrong goes to `errors`.
+/// Parses `text`; `file` is its name for messages. Lines are read as ptp4l(8) reads them:
+/// surrounding blanks, empty lines and lines that begin with `#` are ignored; a `#` further on is
+/// part of the value; the fixed section names are matched regardless of case. Does not throw:
+/// faults go to `errors`.
 Ptp4lConf parsePtp4lConf(std::string_view text, std::string file);
 
-/// Reads a file. Throws std::system_error if it cannot be read.
+/// Parses a file. Throws std::system_error if it cannot be read.
 Ptp4lConf readPtp4lConf(std::string const& path);
 
-/// Reads a whole number as the daemon does: decimal, `0x` hexadecimal or, with a leading 0, octal,
-/// with or without a sign. False if `text` is nothing of the kind or beyond 64 bits.
+/// Reads a whole number as the daemon does: decimal, hexadecimal after `0x`, or octal after `0`,
+/// with an optional sign. Returns false if `text` is anything else or exceeds 64 bits.
 bool parsePtp4lNumber(std::string_view text, S64& number);
 
 }  // namespace Holt

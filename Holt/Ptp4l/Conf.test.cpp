@@ -76,11 +76,11 @@ TEST(Ptp4lConf, EveryLineThatIsNoSettingIsReported) {
          "priority2\n",
          "a.conf");
    EXPECT_EQ(errorsOf(conf),
-             "a.conf:1: priority1: stands before the first section\n"
+             "a.conf:1: priority1: comes before the first section\n"
              "a.conf:2: the section's header has no ']'\n"
-             "a.conf:3: text behind the section's header\n"
+             "a.conf:3: text after the section's header\n"
              "a.conf:4: the section has no name\n"
-             "a.conf:5: the section's name has a blank in it\n"
+             "a.conf:5: the section's name contains a blank\n"
              "a.conf:7: priority2: has no value\n");
 }
 

@@ -22,7 +22,7 @@ bool flag(Setting const& setting) {
 }
 
 Ptp::ClockIdentity clockIdentity(Setting const& setting) {
-   // The daemon writes three groups, 001122.fffe.334455; the digits are what counts.
+   // The daemon writes three groups, 001122.fffe.334455; only the digits matter.
    std::string digits;
    for (char const c : setting.value) {
       if (c != '.') {
@@ -44,7 +44,7 @@ char const* clockType(Ptp4lClock& clock, Setting const& setting) {
    clock.e2eTransparent = setting.value == "E2E_TC";
    clock.p2pTransparent = setting.value == "P2P_TC";
    if (!clock.boundary && !clock.e2eTransparent && !clock.p2pTransparent && setting.value != "OC") {
-      refuse(setting, "is none of OC, BC, P2P_TC, E2E_TC");
+      refuse(setting, "is invalid: must be OC, BC, P2P_TC or E2E_TC");
    }
    return nullptr;
 }
@@ -52,7 +52,7 @@ char const* clockType(Ptp4lClock& clock, Setting const& setting) {
 char const* datasetComparison(Ptp4lClock& clock, Setting const& setting) {
    clock.telecom = setting.value == "G.8275.x";
    if (!clock.telecom && setting.value != "ieee1588") {
-      refuse(setting, "is none of ieee1588, G.8275.x");
+      refuse(setting, "is invalid: must be ieee1588 or G.8275.x");
    }
    return nullptr;
 }
@@ -60,7 +60,7 @@ char const* datasetComparison(Ptp4lClock& clock, Setting const& setting) {
 char const* transportSpecific(Ptp4lClock& clock, Setting const& setting) {
    U8 const number = ptp4lNumber<U8>(setting);
    clock.generalized = number == 1;
-   return number > 1 ? "only 0 (IEEE 1588) and 1 (IEEE 802.1AS) have a place" : nullptr;
+   return number > 1 ? "the model supports only 0 (IEEE 1588) and 1 (IEEE 802.1AS)" : nullptr;
 }
 
 Ptp::TransportMode transportMode(Setting const& setting) {
@@ -73,12 +73,12 @@ Ptp::TransportMode transportMode(Setting const& setting) {
    if (setting.value == "UDPv6") {
       return Ptp::TransportMode::ipv6;
    }
-   refuse(setting, "is none of L2, UDPv4, UDPv6");
+   refuse(setting, "is invalid: must be L2, UDPv4 or UDPv6");
 }
 
 char const* delayMechanism(IntfConfig& port, Setting const& setting) {
    if (setting.value == "Auto") {
-      return "a mechanism that is found out by listening has no place; the model's stays";
+      return "the model cannot choose the mechanism by listening; its own stays";
    }
    if (setting.value == "E2E") {
       port.delayMechanismIs(Ptp::DelayMechanism::e2e);
@@ -87,14 +87,14 @@ char const* delayMechanism(IntfConfig& port, Setting const& setting) {
    } else if (setting.value == "NONE") {
       port.delayMechanismIs(Ptp::DelayMechanism::disabled);
    } else {
-      refuse(setting, "is none of Auto, E2E, P2P, NONE");
+      refuse(setting, "is invalid: must be Auto, E2E, P2P or NONE");
    }
    return nullptr;
 }
 
 char const* timeStamping(IntfConfig& port, Setting const& setting) {
    if (setting.value == "legacy") {
-      return "legacy timestamping has no place; the model's mode stays";
+      return "the model has no legacy timestamping; its own mode stays";
    }
    if (setting.value == "hardware") {
       port.timeStampingModeIs(Ptp::TimeStampingMode::hardware);
@@ -105,7 +105,7 @@ char const* timeStamping(IntfConfig& port, Setting const& setting) {
    } else if (setting.value == "p2p1step") {
       port.timeStampingModeIs(Ptp::TimeStampingMode::p2pOneStep);
    } else {
-      refuse(setting, "is none of hardware, software, legacy, onestep, p2p1step");
+      refuse(setting, "is invalid: must be hardware, software, legacy, onestep or p2p1step");
    }
    return nullptr;
 }
@@ -113,14 +113,14 @@ char const* timeStamping(IntfConfig& port, Setting const& setting) {
 char const* syncReceiptTimeout(IntfConfig& port, Setting const& setting) {
    U8 const number = ptp4lNumber<U8>(setting);
    if (number == 0) {
-      return "0, no timeout, has no place; the model's timeout stays";
+      return "0: the model cannot be without a timeout; its own stays";
    }
    port.syncReceiptTimeoutIs(number);
    return nullptr;
 }
 
 char const* peerDelayMac(Setting const& setting) {
-   // Peer delay messages go to the one group that bridges never forward.
+   // Peer delay messages go to the one group address that bridges never forward.
    return Dorn::EthAddr(setting.value) == Dorn::EthAddr("01:80:c2:00:00:0e")
                 ? nullptr
                 : "peer delay messages always go to 01:80:c2:00:00:0e";
@@ -151,7 +151,7 @@ struct PortKey {
    bool isDefault = true;  ///< also taken from the global section
 };
 
-// Rows that set an attribute to the value as a number, and a flag.
+// Rows that set an attribute to a number or a flag.
 template <typename T, auto setter>
 char const* clockNumber(Config& config, Ptp4lClock&, Setting const& setting) {
    (config.*setter)(ptp4lNumber<T>(setting));

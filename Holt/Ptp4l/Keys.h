@@ -1,4 +1,4 @@
-// Which key of a ptp4l(8) configuration file sets what: two tables, one row a key.
+// What each key of a ptp4l(8) configuration file sets: two tables, one row per key.
 #pragma once
 
 #include <string_view>
@@ -9,15 +9,15 @@
 
 namespace Holt {
 
-/// What the clock is made of together: the daemon spreads over several keys what the model holds in
-/// one attribute.
+/// Settings that the model combines: the daemon spreads over several keys what the model has in one
+/// attribute.
 struct Ptp4lClock {
    bool boundary = false;
    bool e2eTransparent = false;
    bool p2pTransparent = false;
    bool oneStep = false;
    bool slaveOnly = false;
-   /// `transportSpecific` 1: the messages are those of IEEE 802.1AS.
+   /// `transportSpecific` is 1: messages are those of IEEE 802.1AS.
    bool generalized = false;
    /// The data set comparison is that of ITU-T G.8275.
    bool telecom = false;
@@ -25,25 +25,25 @@ struct Ptp4lClock {
    bool qualityGiven = false;
    Ptp::ClockQuality quality{248, 254, Dorn::NetU16(65535)};
 
-   /// REQUIRES: `ports` is the number of ports of the clock. An ordinary clock with more than one
-   /// port is a boundary clock to the daemon, too.
+   /// `ports`: the number of ports of the clock. As for the daemon, an ordinary clock with more
+   /// than one port is a boundary clock.
    Ptp::PtpMode ptpMode(std::size_t ports) const;
    Ptp::PtpProfile ptpProfile() const;
 };
 
 /// Applies one setting. Returns why the model has no place for that value, or null. Throws
-/// Kiv::Exception for a value that is malformed or out of range.
+/// `Kiv::Exception` for a value that is malformed or out of range.
 using ApplyToClock = char const* (*)(Ptp::Config& config, Ptp4lClock& clock,
                                      Ptp4lSetting const& setting);
 using ApplyToPort = char const* (*)(Ptp::IntfConfig& port, Ptp4lSetting const& setting);
 
-/// What a key of the global section does to the clock; null if nothing.
+/// How a key of the global section applies to the clock; null if it does not.
 ApplyToClock findClockKey(std::string_view key);
-/// What a key of a port section, or of the global section for all ports, does to a port; null if
-/// nothing.
+/// How a key of a port section, or of the global section for all ports, applies to a port; null if
+/// it does not.
 ApplyToPort findPortKey(std::string_view key);
-/// Whether a key of the global section is a default of all ports. The others of the port keys are
-/// the port's own: in the global section they belong to the clock.
+/// Whether a key of the global section is a default for all ports. Other port keys belong to the
+/// clock when they occur in the global section.
 bool isPortDefault(std::string_view key);
 
 /// The setting's value as a number of type `T`. Throws Kiv::RangeException.

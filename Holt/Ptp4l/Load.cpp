@@ -18,7 +18,7 @@ struct MasterTable {
    std::vector<Dorn::IpGenAddr> masters;
 };
 
-/// Goes through a file once and applies it to a configuration.
+/// Applies a file to a configuration in one pass.
 class Load {
 public:
    Load(Ptp4lConf const& conf, Ptp::Config& config) : conf_(conf), config_(config) {
@@ -47,7 +47,7 @@ private:
       }
    }
 
-   /// Sorts remarks, and drops what the clock and the ports both say of a setting that they share.
+   /// Sorts remarks by line, and drops duplicates: the clock and the ports share some settings.
    static void byLine(std::vector<Ptp4lRemark>& remarks) {
       std::stable_sort(remarks.begin(), remarks.end(),
                        [](auto const& a, auto const& b) { return a.line < b.line; });
@@ -61,15 +61,15 @@ private:
       outcome_.errors.push_back({line, std::move(key), std::move(message)});
    }
 
-   /// The first place of each key is enough.
+   /// Notes only the first occurrence of each key.
    void note(Ptp4lSetting const& setting, std::string message) {
       if (noted_.insert(setting.key).second) {
          outcome_.notes.push_back({setting.line, setting.key, std::move(message)});
       }
    }
 
-   /// Runs what a setting means, which says what has no place or throws what is wrong. Returns
-   /// false after an error.
+   /// Applies a setting. Adds a note if it returns one, and an error if it throws; then returns
+   /// false.
    template <typename Apply>
    bool apply(Ptp4lSetting const& setting, Apply&& meaning) {
       try {
@@ -109,7 +109,7 @@ private:
       apply(*number, [&]() -> char const* {
          U32 const id = ptp4lNumber<U32>(*number);
          if (id == 0) {
-            Kiv::throwRangeException("0 stands for no table");
+            Kiv::throwRangeException("0 means no table");
          }
          if (!tables_.emplace(id, std::move(table)).second) {
             Kiv::throwRangeException("there are two tables with the number " + std::to_string(id));
@@ -162,7 +162,7 @@ private:
              key == "serverOnly";
    }
 
-   /// Checks the defaults of all ports, once, and keeps the good ones for the ports to come.
+   /// Checks the defaults of ports once, and keeps the valid ones for the port sections.
    void portDefaults() {
       auto const scratch = Ptp::intfConfigFactory(Dorn::IntfId(), true, false);
       bool const havePorts =
@@ -183,7 +183,7 @@ private:
             if (good) {
                defaults_.push_back(&setting);
                if (!havePorts && findClockKey(setting.key) == nullptr) {
-                  note(setting, "a default of ports, and the file has no port");
+                  note(setting, "a default for ports, but the file has no port");
                }
             }
          }
@@ -202,7 +202,7 @@ private:
       auto& unicast = ports_[section.name];
       if (!unicast.started) {
          unicast.started = true;
-         // The file decides between roles as a whole: none is left over from before.
+         // The file decides on the role: forget an earlier one.
          if (mentionsRole(section)) {
             port->roleIs(Ptp::Role::dynamic);
          }
@@ -240,7 +240,7 @@ private:
                          [](Ptp4lSetting const& one) { return isRoleKey(one.key); });
    }
 
-   /// What a port has of the unicast keys.
+   /// The unicast settings of a port.
    struct Unicast {
       bool started = false;
       Ptp4lSetting const* table = nullptr;
@@ -251,7 +251,7 @@ private:
       }
    };
 
-   /// Makes the profile of a port, by its own intervals, and names it for each of its masters.
+   /// Creates the profile of a port from its intervals, and assigns it to each of its masters.
    char const* grantors(std::string const& name, Ptp::IntfConfig& port, Unicast const& unicast) {
       U32 const id = ptp4lNumber<U32>(*unicast.table);
       if (id == 0) {
@@ -293,7 +293,7 @@ private:
 }  // namespace
 
 Ptp4lOutcome loadPtp4lConf(Ptp4lConf const& conf, Ptp::Config& config) {
-   // A trial on a configuration of its own finds everything that the setters refuse.
+   // A trial run on a scratch configuration finds everything that the setters refuse.
    auto const trial = Ptp::configFactory("trial");
    auto outcome = Load(conf, *trial).run();
    if (outcome.errors.empty()) {

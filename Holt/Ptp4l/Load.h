@@ -1,4 +1,4 @@
-// What the configuration files of the linuxptp daemon ptp4l(8) mean for a `Ptp::Config`.
+// Loads configuration files of the linuxptp daemon ptp4l(8) into a `Ptp::Config`.
 //
 // `docs/ptp4l.md` has the table of keys.
 #pragma once
@@ -11,20 +11,20 @@
 
 namespace Holt {
 
-/// What came of loading a configuration file.
+/// The result of loading a configuration file.
 struct Ptp4lOutcome {
-   /// Why nothing was loaded, by line; empty if the file was loaded.
+   /// Why nothing was loaded, in the order of lines; empty if the file was loaded.
    std::vector<Ptp4lRemark> errors;
-   /// What the model has no place for, one a key, by line.
+   /// Settings that the model has no place for, one note per key, in the order of lines.
    std::vector<Ptp4lRemark> notes;
 };
 
-/// Loads `conf` into `config`. What the file does not mention stays as it is, but that PTP is
-/// enabled on the switch and on every interface that has a section.
+/// Loads `conf` into `config`, and enables PTP on the switch and on every interface that has a
+/// section. Everything else that the file does not mention stays as it is.
 ///
-/// All or nothing: with any error in the file, those of reading it included, `config` is left
-/// untouched and every error is reported. A value that a setter refuses is reported in the words
-/// of its `Kiv::RangeException`.
+/// All or nothing: if the file has any error, parse errors included, `config` is left untouched and
+/// every error is reported. A value that a setter refuses is reported with the message of its
+/// `Kiv::RangeException`.
 Ptp4lOutcome loadPtp4lConf(Ptp4lConf const& conf, Ptp::Config& config);
 
 }  // namespace Holt

@@ -207,7 +207,7 @@ TEST_F(Ptp4lLoadTest, WhatIsWrongWithMasterTablesIsReported) {
              "a.conf:5: UDPv4: \"192.0.2\" is not an IPv4 address: it needs four numbers with dots "
              "between them\n"
              "a.conf:7: table_id: there are two tables with the number 1\n"
-             "a.conf:9: table_id: 0 stands for no table\n"
+             "a.conf:9: table_id: 0 means no table\n"
              "a.conf:11: unicast_master_table: there is no table with the number 7\n");
 }
 
@@ -222,7 +222,7 @@ TEST_F(Ptp4lLoadTest, KeyWithoutAPlaceIsNotedOnce) {
              "");
    EXPECT_EQ(notes,
              "a.conf:2: step_threshold: the model has no place for it\n"
-             "a.conf:3: syncReceiptTimeout: 0, no timeout, has no place; the model's timeout "
+             "a.conf:3: syncReceiptTimeout: 0: the model cannot be without a timeout; its own "
              "stays\n"
              "a.conf:5: ts2phc.channel: the model has no place for it\n"
              "a.conf:6: path_trace_enabled: the model has no place for it\n"
@@ -236,7 +236,7 @@ TEST_F(Ptp4lLoadTest, KeyWithoutAPlaceIsNotedOnce) {
 
 TEST_F(Ptp4lLoadTest, DefaultOfPortsIsNotedWhereThereIsNoPort) {
    EXPECT_EQ(load("[global]\nlogSyncInterval -4\npriority1 7\n"), "");
-   EXPECT_EQ(notes, "a.conf:2: logSyncInterval: a default of ports, and the file has no port\n");
+   EXPECT_EQ(notes, "a.conf:2: logSyncInterval: a default for ports, but the file has no port\n");
 }
 
 TEST_F(Ptp4lLoadTest, ValueWithoutAPlaceIsNoted) {
@@ -244,12 +244,13 @@ TEST_F(Ptp4lLoadTest, ValueWithoutAPlaceIsNoted) {
                   "[eth0]\ndelay_mechanism Auto\ntime_stamping legacy\n"
                   "p2p_dst_mac 01:1b:19:00:00:00\n"),
              "");
-   EXPECT_EQ(notes,
-             "a.conf:2: transportSpecific: only 0 (IEEE 1588) and 1 (IEEE 802.1AS) have a place\n"
-             "a.conf:4: delay_mechanism: a mechanism that is found out by listening has no place; "
-             "the model's stays\n"
-             "a.conf:5: time_stamping: legacy timestamping has no place; the model's mode stays\n"
-             "a.conf:6: p2p_dst_mac: peer delay messages always go to 01:80:c2:00:00:0e\n");
+   EXPECT_EQ(
+         notes,
+         "a.conf:2: transportSpecific: the model supports only 0 (IEEE 1588) and 1 (IEEE 802.1AS)\n"
+         "a.conf:4: delay_mechanism: the model cannot choose the mechanism by listening; its "
+         "own stays\n"
+         "a.conf:5: time_stamping: the model has no legacy timestamping; its own mode stays\n"
+         "a.conf:6: p2p_dst_mac: peer delay messages always go to 01:80:c2:00:00:0e\n");
 }
 
 // ---- What is wrong ----
@@ -273,12 +274,12 @@ TEST_F(Ptp4lLoadTest, EveryErrorIsReportedInTheOrderOfTheFile) {
               "neighborPropDelayThresh -1\n"
               "unicast_req_duration -1\n"
               "[averyveryverylonginterfacename0]\n"),
-         "a.conf:1: priority1: stands before the first section\n"
+         "a.conf:1: priority1: comes before the first section\n"
          "a.conf:3: dscp_event: Ptp::Config::globalDscpEvent < Ptp::Constants::minDscp or > "
          "Ptp::Constants::maxDscp not allowed\n"
          "a.conf:4: priority1: \"256\" is not from 0 to 255\n"
          "a.conf:5: priority2: \"abc\" is not a whole number\n"
-         "a.conf:6: clock_type: \"XC\" is none of OC, BC, P2P_TC, E2E_TC\n"
+         "a.conf:6: clock_type: \"XC\" is invalid: must be OC, BC, P2P_TC or E2E_TC\n"
          "a.conf:7: logSyncInterval: Ptp::IntfConfig::logSyncInterval < "
          "Ptp::IntfConfig::minlogSyncInterval or > Ptp::IntfConfig::maxlogSyncInterval not "
          "allowed\n"
@@ -292,7 +293,7 @@ TEST_F(Ptp4lLoadTest, EveryErrorIsReportedInTheOrderOfTheFile) {
          "Ptp::Constants::maxannounceReceiptTimeout not allowed\n"
          "a.conf:13: syncReceiptTimeout: Ptp::IntfConfig::syncReceiptTimeout < "
          "::Ptp::Constants::minsyncReceiptTimeout() not allowed\n"
-         "a.conf:14: network_transport: \"UDP\" is none of L2, UDPv4, UDPv6\n"
+         "a.conf:14: network_transport: \"UDP\" is invalid: must be L2, UDPv4 or UDPv6\n"
          "a.conf:15: neighborPropDelayThresh: \"-1\" is not from 0 to 9223372036854775807\n"
          "a.conf:16: unicast_req_duration: \"-1\" is not from 0 to 4294967295\n"
          "a.conf:17: averyveryverylonginterfacename0: \"averyveryverylonginterfacename0\" does not "

@@ -37,7 +37,7 @@ Sarn::String elementWhat(FieldDescriptor const& field, void const* old, Kiv::Pre
    return old != nullptr ? ": " + oldText + " -> " + nowText : " created: " + nowText;
 }
 
-/// What was there before a change of a value; null where that is not told, and for entities.
+/// The value before a change; null for entities and where it is not known.
 void const* oldValueOf(Kiv::Change const& change, FieldDescriptor const& field) {
    return field.kind == MemberKind::queue ? nullptr : change.oldValue;
 }
@@ -116,7 +116,7 @@ void ChangeObserver::onChange(Kiv::Change const& change) {
          std::string_view(text.path).substr(std::min(text.path.size(), below_.size()));
    bool const inside = text.path.starts_with(below_) &&
                        (rest.empty() || rest.front() == '.' || rest.front() == '[');
-   // What is told of a whole that holds the watched part: its creation and its deletion.
+   // The creation or deletion of an entity that contains the watched part.
    bool const holds = below_.size() > text.path.size() && below_.starts_with(text.path) &&
                       (below_[text.path.size()] == '.');
    if (inside || holds) {

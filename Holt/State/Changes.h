@@ -1,4 +1,4 @@
-// What happens in a state, a line a change.
+// Changes of a state as text and JSON, one line per change.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,7 @@
 
 namespace Holt {
 
-/// A change as text, without its time:
+/// A change as text, without its time. Not escaped: see `Kiv::printable`.
 ///
 ///     ptp/config.priority1: 128 -> 100
 ///     ptp/config.intfConfig[Ethernet1] created: enabled=true, mpassEnabled=false
@@ -21,29 +21,29 @@ struct ChangeText {
    Sarn::String path;
    /// What follows the path.
    Sarn::String what;
-   /// As it is told; valid only during the call.
+   /// The change itself; valid only during the call.
    Kiv::Change const& change;
 };
 
-/// REQUIRES: called from an observer, with the change that it is told.
+/// REQUIRES: called by an observer with the change that it was given.
 ChangeText changeText(Kiv::Change const& change);
 
-/// The same as an object with "path", "change" ("set", "created" or "deleted"), and "old" and "new"
-/// where there is such a value: of a child that is created, what it was made with.
+/// The same as an object with "path", "change" ("set", "created" or "deleted"), and the "old" and
+/// "new" values if there are any. The "new" value of a created child is its constructor arguments.
 Json changeJson(ChangeText const& text);
 
-/// Tells of every change below an entity, or below a path there.
+/// Reports every change below an entity, or below a path there.
 class ChangeObserver final : public Kiv::Observer {
 public:
    using Tell = std::function<void(ChangeText const&)>;
 
-   /// `below`: a path as `canonicalPath` gives it; its own changes and those below it are told.
+   /// `below`: a path from `canonicalPath`; changes there and below it are reported.
    ChangeObserver(Sarn::Ptr<Kiv::Entity> root, Sarn::String below, Tell tell);
    ~ChangeObserver();
    ChangeObserver(ChangeObserver const&) = delete;
    ChangeObserver& operator=(ChangeObserver const&) = delete;
 
-   /// Whether it tells of what happens; it does from the beginning. What is not told costs nothing.
+   /// Switches reporting, which is on at first. Changes that are not reported cost nothing.
    void tellingIs(bool telling) noexcept { telling_ = telling; }
 
    void onChange(Kiv::Change const& change) override;
@@ -55,8 +55,8 @@ private:
    bool telling_ = true;
 };
 
-/// The path that changes at `path` are told with, whether or not there is anything now. Throws
-/// `Failure` if the root's type has no such attribute, or a key cannot be read.
+/// The path with which changes at `path` are reported, whether or not anything exists there now.
+/// Throws `Failure` if the root's type has no such attribute, or if a key cannot be read.
 Sarn::String canonicalPath(Kiv::TypeImpl const& rootType, Path const& path);
 
 }  // namespace Holt

@@ -1,4 +1,4 @@
-// Two documents compared, value by value.
+// Compares two documents value by value.
 #pragma once
 
 #include <functional>
@@ -7,7 +7,8 @@
 
 namespace Holt {
 
-/// An entity or a value of a document, in the order of a text dump. The document must live as long.
+/// An entity or a value of a document, in the order of a text dump. The document must outlive it.
+/// Not escaped: see `Kiv::printable`.
 struct StateLine {
    Sarn::String path;
    /// The entity's type, or the value.
@@ -22,8 +23,8 @@ struct StateLine {
 
 std::vector<StateLine> linesOf(StateDoc const& doc);
 
-/// Calls `tell(first, second)` for every path that both documents do not have alike; null where one
-/// does not have it. Goes through both in their order. Returns how many differ.
+/// Calls `tell(first, second)` for every path at which the documents differ, in their order; null
+/// for a document that lacks the path. Returns the number of differences.
 U64 compareLines(std::vector<StateLine> const& first, std::vector<StateLine> const& second,
                  std::function<void(StateLine const* first, StateLine const* second)> const& tell);
 

@@ -56,7 +56,7 @@ private:
    std::vector<DocMember>& members_;
 };
 
-/// Members of a document as JSON: each is put into an object under its name.
+/// Puts the members of a document into a JSON object under their names.
 class JsonMembers final : public StateVisitor<DocEntity> {
 public:
    explicit JsonMembers(Json& object) : object_(object) {}

@@ -1,5 +1,6 @@
-// A state as a document: a copy of what is live, or what a JSON dump says, with the types that the
-// modules know. Dumps are written from it, compared by it, and applied from it.
+// A state as a document: a copy of a live state, or the contents of a JSON dump, with the types of
+// the loaded modules. Dumps are written from documents, compared as documents, and applied from
+// them.
 //
 //     {
 //        "format": "ptpstate dump 1",
@@ -12,10 +13,11 @@
 //        ]
 //     }
 //
-// An entity is an object, its members in the order of their ids, as far as they travel. A child
-// that is not there is null; one that is made with a name has it as "@name". Maps and collections
-// of children are objects by key, hashed ones in the natural order of their keys; a queue is
-// `{"next": NUMBER, "elements": [...]}`. `Json.h` tells of values.
+// An entity is an object with its streamed and read-only members in the order of their ids. An
+// absent child is null; a child that is constructed with a name has it as "@name". Maps and
+// collections of children are objects with a member for each key, hashed ones in the natural order
+// of their keys; a queue is `{"next": NUMBER, "elements": [...]}`. `Json.h` describes values. A
+// name that is not UTF-8 is written like a string value that is not.
 #pragma once
 
 #include <memory>
@@ -27,8 +29,8 @@ namespace Holt {
 
 struct DocEntity;
 
-/// An element of a map, or a child with its key. Of a queue's element and a singleton child the key
-/// is null.
+/// An element of a map or of a queue, or a child. An element of a queue and a singleton child have
+/// no key: it is null.
 struct DocElement {
    std::unique_ptr<Kiv::AnyValue> key;
    std::unique_ptr<Kiv::AnyValue> value;
@@ -40,18 +42,18 @@ struct DocMember {
    /// The value of a single member; else null.
    std::unique_ptr<Kiv::AnyValue> value;
    std::vector<DocElement> elements;
-   /// Of a queue: the number of the next element.
+   /// Of a queue: the number that its next element will get.
    U32 next = 1;
 };
 
 struct DocEntity {
    Kiv::TypeImpl const* type = nullptr;
-   /// Of a child that is made with a name.
+   /// Of a child that is constructed with a name; else empty.
    Sarn::String name;
    std::vector<DocMember> members;
 };
 
-/// What stands at a path. Exactly one of the three is there.
+/// What is at a path: exactly one of `entity`, `member` and `value` is set.
 struct DocPlace {
    Path path;
    /// The path with its keys as the types print them.
@@ -67,22 +69,22 @@ struct StateDoc {
    std::vector<DocPlace> places;
 };
 
-/// A copy of an entity and all below it.
+/// Copies an entity and everything below it.
 std::unique_ptr<DocEntity> docOf(Kiv::Entity const& entity);
-/// A copy of what stands at a place. Throws `Failure` where there is nothing.
+/// Copies what is at a place. Throws `Failure` if there is nothing.
 DocPlace docOf(Place const& place, Path const& path);
 
 Json jsonOf(DocEntity const& entity);
 Json jsonOf(DocPlace const& place);
 Json jsonOf(StateDoc const& doc);
-/// As dumps are written, indented, with a newline at the end.
+/// The text of a dump: indented, with a newline at the end.
 std::string jsonText(Json const& json);
 
-/// What is wrong with a document, one line each: "PATH: what".
+/// What is wrong with a document, one printable line each: "PATH: what".
 using DocErrors = std::vector<Sarn::String>;
 
-/// Reads a document. What cannot be read is left out of it and told in `errors`. Throws `Failure`
-/// that names `source` if it is no dump at all.
+/// Reads a document. Whatever cannot be read is left out and added to `errors`. Throws `Failure`,
+/// which names `source`, if it is not a dump at all.
 StateDoc readStateDoc(Json const& json, std::string const& source, DocErrors& errors);
 
 /// Reads a file, "-" for standard input, and the document in it. Throws `Failure`.

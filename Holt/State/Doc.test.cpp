@@ -21,7 +21,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// Everything that a root may have, none of it as it is by default.
+/// Gives every member of a root a value other than its default.
 void fill(KivTest::Root& root) {
    root.flagIs(true);
    root.u64Is(std::numeric_limits<U64>::max() - 1);
@@ -69,7 +69,7 @@ protected:
    static std::string textOf(KivTest::Root const& root) {
       return jsonText(jsonOf(docOfRoot(root)));
    }
-   /// What is wrong with a document.
+   /// The errors of a document.
    static DocErrors errorsOf(std::string const& text) {
       DocErrors errors;
       try {
@@ -84,7 +84,7 @@ protected:
              R"("name": "root"}, "path": ")" +
              path + R"(", "state": )" + state + "}]}";
    }
-   /// Applies a document to the root; what was refused.
+   /// Applies a document to the root; returns the errors.
    DocErrors load(std::string const& text) {
       DocErrors errors;
       StateDoc const doc = readStateDoc(parseJson(text, "file"), "file", errors);
@@ -138,7 +138,7 @@ TEST_F(StateDocTest, AppliedBackUndoesEverything) {
    std::string const fresh = textOf(*root);
    fill(*root);
    EXPECT_THAT(load(fresh), IsEmpty());
-   // Elements of a queue are numbered for good.
+   // The numbers of a queue's elements cannot be undone.
    EXPECT_EQ(root->samplesCount(), 0U);
    std::string now = textOf(*root);
    std::size_t const at = now.find("\"next\": 3");
@@ -168,7 +168,7 @@ TEST_F(StateDocTest, WritesNumbersAsNumbersAndLosesNothing) {
    EXPECT_EQ(text("byNumber"), R"({"0":"","1":"one"})");
    EXPECT_EQ(text("byText"), R"({"\"\\\"\"":2,"\"\\xfe\"":3,"a.b[c]":1})");
    EXPECT_EQ(text("samples"), R"({"next":3,"elements":[0.5,"inf"]})");
-   EXPECT_FALSE(state.contains("secret")) << "what does not travel";
+   EXPECT_FALSE(state.contains("secret")) << "it is not streamed";
    EXPECT_EQ(state["leaf"].begin().key(), "9") << "in natural order";
 }
 
@@ -248,9 +248,9 @@ TEST_F(StateDocTest, TellsEverythingThatASetterRefuses) {
                                              "mark": null, "note": "", "colour": 0,
                                              "stamp": 1}}})"));
    EXPECT_THAT(errors, ElementsAre(HasSubstr("root.dial: KivTest::Root::dial < "),
-                                   "root.minKnob: is -2 for good, and cannot be 0",
+                                   "root.minKnob: is constant: -2 cannot become 0",
                                    HasSubstr("root.knob: KivTest::Root::knob < "),
-                                   "root.leaf[1]: is to be created, and 'origin' is missing",
+                                   "root.leaf[1]: cannot be created: 'origin' is missing",
                                    HasSubstr("root.record[5]: the value KivTest::Record(key=6, ")));
 }
 
@@ -261,37 +261,41 @@ TEST_F(StateDocTest, TellsEverythingThatCannotBeRead) {
                                 "wait": [], "byLevel": {"mid": true}, "byNumber": {"1": 2},
                                 "samples": [], "core": 1, "reset": 1, "u32": null,
                                 "record": {"1": {"key": 1, "other": 2}}})")),
-         ElementsAre(
-               "root.u8: 300 does not fit U8 (0 to 255)", HasSubstr("root.s8: '1.5' is no S8"),
-               "root: KivTest::Root has no attribute 'fleg'; did you mean 'flag'?",
-               HasSubstr("root.flag: '1' is no bool"), "root.text: a string is wanted, and not 5",
-               HasSubstr("root.colour: 'purple' is no KivTest::Colour"),
-               "root.pair: the field 'second' is missing",
-               "root.secret: does not travel, and has no place in a dump",
-               "root.wait: a value of type double is wanted, and not a list",
-               HasSubstr("root.byLevel[mid]: 'mid' is no KivTest::Level"),
-               "root.byNumber[1]: a string is wanted, and not 2",
-               R"(root.samples: a queue is {"next": NUMBER, "elements": [VALUE, ...]})",
-               "root.core: KivTest::Core is an entity; an object is wanted",
-               HasSubstr("root.reset: "), "root.u32: a value of type U32 is wanted, and not null",
-               "root.record[1]: the field 'pair' is missing"));
+         ElementsAre("root.u8: 300 does not fit U8 (0 to 255)",
+                     HasSubstr("root.s8: '1.5' is not a valid S8"),
+                     "root: KivTest::Root has no attribute 'fleg'; did you mean 'flag'?",
+                     HasSubstr("root.flag: '1' is not a valid bool"),
+                     "root.text: expected a string, not 5",
+                     HasSubstr("root.colour: 'purple' is not a valid KivTest::Colour"),
+                     "root.pair: the field 'second' is missing",
+                     "root.secret: is not streamed, and does not belong in a dump",
+                     "root.wait: expected a value of type double, not a list",
+                     HasSubstr("root.byLevel[mid]: 'mid' is not a valid KivTest::Level"),
+                     "root.byNumber[1]: expected a string, not 2",
+                     R"(root.samples: a queue is {"next": NUMBER, "elements": [VALUE, ...]})",
+                     "root.core: KivTest::Core is an entity; expected an object",
+                     HasSubstr("root.reset: "), "root.u32: expected a value of type U32, not null",
+                     "root.record[1]: the field 'pair' is missing"));
 }
 
 TEST_F(StateDocTest, RefusesWhatIsNoDump) {
    EXPECT_THAT(
          errorsOf("{\n  \"format\": nonsense"),
-         ElementsAre("file:2:14: is no JSON here; 'ptpstate dump --json' writes what is read"));
-   EXPECT_THAT(errorsOf("[]"), ElementsAre(HasSubstr("file: is no dump that this program knows")));
-   EXPECT_THAT(errorsOf("5"), ElementsAre(HasSubstr("file: is no dump that this program knows")));
+         ElementsAre("file:2:14: invalid JSON; 'ptpstate dump --json' writes the expected format"));
+   EXPECT_THAT(errorsOf("[]"),
+               ElementsAre(HasSubstr("file: not a dump that this program can read")));
+   EXPECT_THAT(errorsOf("5"),
+               ElementsAre(HasSubstr("file: not a dump that this program can read")));
    EXPECT_THAT(errorsOf(R"({"format": "ptpstate dump 2", "places": []})"),
-               ElementsAre(HasSubstr("file: is no dump that this program knows")));
+               ElementsAre(HasSubstr("file: not a dump that this program can read")));
    EXPECT_THAT(errorsOf(withState(R"({"u8": 1, "u8": 2})")),
                ElementsAre("file: an object has the key 'u8' twice"));
    EXPECT_THAT(errorsOf(withState(R"({"byNumber": {"1": "x", "01": "y"}})")),
-               ElementsAre("root.byNumber[1]: stands there twice"));
+               ElementsAre("root.byNumber[1]: occurs twice"));
    EXPECT_THAT(errorsOf(withState("1", "root.nothing")),
                ElementsAre("root: KivTest::Root has no attribute 'nothing'"));
-   EXPECT_THAT(errorsOf(withState("1", "other.u8")), ElementsAre(HasSubstr("'other.u8' begins")));
+   EXPECT_THAT(errorsOf(withState("1", "other.u8")),
+               ElementsAre(HasSubstr("'other.u8' does not begin")));
    EXPECT_THAT(errorsOf(R"({"format": "ptpstate dump 1", "places": [{"path": "root"}]})"),
                ElementsAre(R"(file: a place without "root", "path" or "state")"));
 }

@@ -1,4 +1,4 @@
-// Documents from JSON. Everything that is wrong is collected, so that it can be told at once.
+// Reads documents from JSON. Errors are collected, so that all of them can be reported at once.
 #include <algorithm>
 #include <fstream>
 #include <iostream>
@@ -73,7 +73,7 @@ std::unique_ptr<AnyValue> Reader::key(std::string const& text, TypeImpl const& t
 std::unique_ptr<DocEntity> Reader::entity(Json const& json, TypeImpl const& type,
                                           Sarn::String const& path) {
    if (!json.is_object()) {
-      error(path, Sarn::String(type.name) + " is an entity; an object is wanted");
+      error(path, Sarn::String(type.name) + " is an entity; expected an object");
       return nullptr;
    }
    auto doc = std::make_unique<DocEntity>();
@@ -89,7 +89,7 @@ std::unique_ptr<DocEntity> Reader::entity(Json const& json, TypeImpl const& type
       if (field == nullptr) {
          error(path, unknownMember(type, name));
       } else if (!isInState(*field)) {
-         error(path + "." + name, "does not travel, and has no place in a dump");
+         error(path + "." + name, "is not streamed, and does not belong in a dump");
       } else if (auto read = member(inner, *field, path + "." + name)) {
          doc->members.push_back(std::move(*read));
       }
@@ -105,7 +105,7 @@ std::unique_ptr<DocMember> Reader::member(Json const& json, FieldDescriptor cons
    read->field = &field;
    std::size_t const before = errors_.size();
    member(json, *read, path);
-   // A collection of which a part cannot be read is of no use: what is missing would be removed.
+   // If any part of a collection cannot be read, drop all of it: what is missing would be removed.
    return errors_.size() == before ? std::move(read) : nullptr;
 }
 
@@ -149,7 +149,7 @@ void Reader::queue(Json const& json, DocMember& member, Sarn::String const& path
 void Reader::elements(Json const& json, DocMember& member, Sarn::String const& path) {
    FieldDescriptor const& field = *member.field;
    if (!json.is_object()) {
-      error(path, "is a collection; an object with its keys is wanted");
+      error(path, "is a collection; expected an object with its keys");
       return;
    }
    std::vector<std::pair<Sarn::String, DocElement>> all;
@@ -162,7 +162,7 @@ void Reader::elements(Json const& json, DocMember& member, Sarn::String const& p
       Sarn::String const name = valueText(*read);
       Sarn::String const there = path + "[" + name + "]";
       if (!seen.insert(name).second) {
-         error(there, "stands there twice");
+         error(there, "occurs twice");
          continue;
       }
       DocElement element{std::move(read), nullptr, nullptr};
@@ -182,7 +182,7 @@ void Reader::elements(Json const& json, DocMember& member, Sarn::String const& p
    }
 }
 
-/// One of the document's places; what cannot be read of it is in the errors.
+/// Reads one of the document's places; whatever cannot be read is added to the errors.
 void readPlace(Json const& json, Reader& reader, DocPlace& place) {
    TypeImpl const* const type = Kiv::typeByName(place.path.root.type);
    if (type == nullptr) {
@@ -212,7 +212,7 @@ StateDoc readStateDoc(Json const& json, std::string const& source, DocErrors& er
                        json["places"].is_array();
    if (!isDump) {
       throw Failure(source +
-                    ": is no dump that this program knows; make one with 'ptpstate dump "
+                    ": not a dump that this program can read; make one with 'ptpstate dump "
                     "--json'");
    }
    StateDoc doc;

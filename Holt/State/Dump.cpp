@@ -49,7 +49,7 @@ void Dump::nextLine(Sarn::String const& path, U32 next) {
    values_.emplace_back(Kiv::printable(path), "next " + std::to_string(next));
 }
 
-/// Writes the values of one entity, their equal signs below each other.
+/// Writes the values of one entity with their equal signs aligned.
 void Dump::valuesEnd() {
    if (out_ != nullptr) {
       std::size_t width = 0;

@@ -1,4 +1,4 @@
-// A state as text, in an order that two processes share.
+// A state as text, in an order that is the same in all processes.
 #pragma once
 
 #include <map>
@@ -10,7 +10,7 @@
 
 namespace Holt {
 
-/// How much of a type there is.
+/// How many entities and values there are of a type.
 struct Tally {
    U64 entities = 0;
    /// Values: attributes, elements of maps and of queues.
@@ -26,8 +26,7 @@ struct Tally {
 /// "3 entities, 120 attributes".
 Sarn::String tallyText(Tally const& tally);
 
-/// Writes entities: a line for the entity with its type, a line for each value, its children
-/// behind its values.
+/// Writes entities: a line for the entity with its type, a line for each value, then its children.
 ///
 ///     ptp/config : Ptp::Config
 ///     ptp/config.enabled   = true
@@ -35,24 +34,24 @@ Sarn::String tallyText(Tally const& tally);
 ///     ptp/config.intfConfig[Ethernet1] : Ptp::IntfConfig
 ///     ...
 ///
-/// Attributes come in the order of their ids, elements of ordered maps and queues in theirs,
-/// elements of hashed collections in the natural order of their keys' text; what a process keeps
-/// to itself (attributes that are not streamed) is left out. So the dumps of a source and of its
-/// complete mirror are the same text. What a terminal would not show as it is comes escaped, so
-/// that each line is one. The counter of a queue that has been used is told with it.
+/// Attributes come in the order of their ids, elements of ordered maps and queues in theirs, and
+/// elements of hashed collections in the natural order of their keys' text. Attributes that are not
+/// streamed are left out, so that the dumps of a source and of its complete mirror are the same
+/// text. A queue that has been used has a line with the number of its next element. Text that is
+/// not printable is escaped: see `Kiv::printable`.
 class Dump final : private StateLines<Kiv::Entity> {
 public:
    explicit Dump(std::ostream& out) : out_(&out) {}
-   /// Only counts.
+   /// Counts only.
    Dump() = default;
 
-   /// An entity and all below it.
+   /// Writes an entity and everything below it.
    using StateLines::entity;
-   /// What a path leads to; nothing is not an error where there may be nothing.
+   /// Writes what is at a place; nothing for an absent child.
    void place(Place const& place);
 
    Tally total() const;
-   /// By type name; the attributes are those of the type's own entities.
+   /// By type name. Attributes are counted for the entity that has them.
    std::map<Sarn::String, Tally> const& byType() const noexcept { return byType_; }
 
 private:
@@ -68,7 +67,7 @@ private:
    std::map<Sarn::String, Tally> byType_;
 };
 
-/// Writes roots whole, one after the other, and how much it was.
+/// Writes whole roots, one after the other, and a line with their size.
 void dumpRoots(std::ostream& out, std::vector<Kiv::NamedEntity*> const& roots);
 
 /// The table of `dump --summary`.

@@ -22,7 +22,7 @@ using Kiv::TypeImpl;
 namespace {
 
 constexpr char const* textKey = "@text";
-/// How a hand-written type prints what is nothing.
+/// How a hand-written type prints an empty value.
 constexpr char const* emptyText = "\"\"";
 constexpr U64 exactInDouble = U64{1} << 53;
 
@@ -35,8 +35,8 @@ bool isUtf8(std::string_view text) {
    }
 }
 
-/// A text form that JSON can hold: where bytes are no UTF-8, which they may be between quotes
-/// alone, they are escaped.
+/// A text form that JSON can hold. Bytes that are not UTF-8, which occur only between quotes, are
+/// escaped.
 Sarn::String utf8Text(Sarn::String const& text) {
    if (isUtf8(text)) {
       return text;
@@ -54,7 +54,7 @@ Sarn::String utf8Text(Sarn::String const& text) {
    return escaped;
 }
 
-/// A value as JSON, by what it is.
+/// Converts each kind of value to JSON.
 struct ToJson {
    Json operator()(bool v) const { return v; }
    Json operator()(U64 v) const { return v <= exactInDouble ? Json(v) : Json(std::to_string(v)); }
@@ -65,7 +65,7 @@ struct ToJson {
    Json operator()(double v) const {
       return std::isfinite(v) ? Json(v) : Json(textOf(Kiv::ValueRef(&v)));
    }
-   /// The double that reads like it: 0.1, and not 0.10000000149011612.
+   /// The double with the same text: 0.1, not 0.10000000149011612.
    Json operator()(float v) const {
       Sarn::String const text = textOf(Kiv::ValueRef(&v));
       double number = v;
@@ -89,7 +89,7 @@ struct ToJson {
       });
       return json;
    }
-   /// Its text is all that is known of it.
+   /// Its text is all that is known about it.
    Json operator()(Kiv::OpaqueRef v) const {
       Sarn::String const text = textOf(v.value);
       if (S64 number = 0; isExactInteger(text, number)) {
@@ -100,7 +100,7 @@ struct ToJson {
 
 private:
    static Sarn::String textOf(Kiv::ValueRef value) { return valueText(value); }
-   /// A whole number as this system writes it, which a double holds exactly.
+   /// Whether it is a whole number, written as this system does, that a double holds exactly.
    static bool isExactInteger(std::string_view text, S64& number) {
       constexpr auto exact = static_cast<S64>(exactInDouble);
       auto const result = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -152,7 +152,7 @@ void readFields(Json const& json, AnyValue& value) {
    value.constructed();
 }
 
-/// Finds keys that stand twice in an object while it is read.
+/// Finds duplicate keys of an object while it is read.
 class DuplicateKeys {
 public:
    bool operator()(int, Json::parse_event_t event, Json& parsed) {
@@ -178,7 +178,7 @@ private:
    std::vector<std::set<std::string>> open_;
 };
 
-/// "3:14" for a byte's place, both from 1.
+/// "LINE:COLUMN" of a byte, both from 1.
 std::string lineAndColumn(std::string const& text, std::size_t at) {
    std::size_t line = 1;
    std::size_t column = 1;
@@ -232,14 +232,14 @@ void readJson(Json const& json, AnyValue& value) {
       return;
    }
    if (json.is_structured() || json.is_null()) {
-      throw Failure("a value of type " + Sarn::String(type.name) + " is wanted, and not " +
+      throw Failure("expected a value of type " + Sarn::String(type.name) + ", not " +
                     (json.is_null()    ? "null"
                      : json.is_array() ? "a list"
                                        : "an object"));
    }
    if (type.kind == Kiv::TypeKind::string) {
       if (!json.is_string()) {
-         throw Failure("a string is wanted, and not " + json.dump());
+         throw Failure("expected a string, not " + json.dump());
       }
       new (value.room()) Sarn::String(json.get<Sarn::String>());
       value.constructed();
@@ -289,10 +289,10 @@ Json parseJson(std::string const& text, std::string const& source) {
    try {
       return Json::parse(text, DuplicateKeys());
    } catch (Json::out_of_range const&) {
-      throw Failure(source + ": has a number that is too large for a double");
+      throw Failure(source + ": contains a number that is too large for a double");
    } catch (Json::parse_error const& error) {
       throw Failure(source + ":" + lineAndColumn(text, error.byte) +
-                    ": is no JSON here; 'ptpstate dump --json' writes what is read");
+                    ": invalid JSON; 'ptpstate dump --json' writes the expected format");
    } catch (Failure const& error) {
       throw Failure(source + ": " + error.what());
    }

@@ -16,14 +16,14 @@ using Kiv::FieldDescriptor;
 
 namespace {
 
-/// Brings what a document has of an entity over to a live one.
+/// Applies an entity of a document to a live one.
 class Loader final : public StateVisitor<DocEntity> {
 public:
    Loader(Entity& entity, Sarn::String path, DocErrors& errors)
          : entity_(entity), path_(std::move(path)), errors_(errors) {}
 
    void all(DocEntity const& doc) { walkMembers(doc, StatePart::all, *this); }
-   /// Finds or creates a child with its constructor arguments, and brings what is below it over.
+   /// Finds or creates a child with its constructor arguments, and applies what is below it.
    void childAt(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity const& doc,
                 Sarn::String const& path);
 
@@ -67,12 +67,12 @@ DocMember const* memberOf(DocEntity const& doc, FieldDescriptor const& field) {
    return nullptr;
 }
 
-/// A nan is no other value than a nan.
+/// Equality that takes one nan for another.
 bool isEq(Kiv::ValueRef a, Kiv::ValueRef b) {
    return a.type->support->isEq(a.address, b.address) || valueText(a) == valueText(b);
 }
 
-/// Whether a child that is there was made with other arguments than those that the document has.
+/// Whether an existing child was constructed with other arguments than the document has.
 bool wasMadeOtherwise(Entity const& child, DocEntity const& doc) {
    bool otherwise = false;
    forEachCtorArg(child.kivType(), [&](FieldDescriptor const& field) {
@@ -92,7 +92,7 @@ void Loader::value(FieldDescriptor const& field, Kiv::ValueRef value) {
    if (field.ops->write != nullptr) {
       refusing(path, [&] { field.ops->write(&entity_, value.address); });
    } else if (field.has(FieldDescriptor::constant)) {
-      error(path, "is " + valueText(now.value()) + " for good, and cannot be " + valueText(value));
+      error(path, "is constant: " + valueText(now.value()) + " cannot become " + valueText(value));
    }
 }
 
@@ -113,7 +113,7 @@ void Loader::childAt(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity 
    }
 }
 
-/// The singleton child, or null if it cannot be made.
+/// The singleton child, or null if it cannot be created.
 Entity* Loader::singleton(FieldDescriptor const& field, DocEntity const& doc,
                           Sarn::String const& path) {
    Kiv::ChildOps const& ops = *field.ops->child;
@@ -128,7 +128,7 @@ Entity* Loader::singleton(FieldDescriptor const& field, DocEntity const& doc,
    return ops.get(entity_);
 }
 
-/// The child of a collection, or null if it cannot be made.
+/// The child of a collection, or null if it cannot be created.
 Entity* Loader::found(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity const& doc,
                       Sarn::String const& path) {
    Kiv::CollectionOps const& ops = *field.ops->collection;
@@ -148,16 +148,16 @@ Entity* Loader::found(FieldDescriptor const& field, Kiv::ValueRef key, DocEntity
       }
    });
    if (missing != nullptr) {
-      error(path, Sarn::String("is to be created, and '") + missing->name + "' is missing");
+      error(path, Sarn::String("cannot be created: '") + missing->name + "' is missing");
       return nullptr;
    }
    refusing(path, [&] { ops.childIs(entity_, args); });
    return ops.findChild(entity_, key.address);
 }
 
-/// A queue counts its elements itself, so only their values can be brought over: an element that
-/// has its number already stays, and a queue that does not go on like the document's is filled
-/// anew.
+/// A queue numbers its elements itself, so only their values can be applied. Elements that already
+/// have the right number stay; if the document's queue is not a continuation, the queue is
+/// refilled.
 void Loader::queue(FieldDescriptor const& field, Elements const& elements, U32 docNext) {
    Kiv::QueueOps const& ops = *field.ops->queue;
    U32 const front = ops.frontSequence(entity_);
@@ -228,7 +228,7 @@ void Loader::collection(FieldDescriptor const& field, Elements const& elements) 
 void Loader::element(FieldDescriptor const& field, StateElement<DocEntity> const& doc,
                      Sarn::String const& path) {
    if (!hasOwnKey(field, doc.key, doc.value)) {
-      error(path, "the value " + valueText(doc.value) + " has another key");
+      error(path, "the value " + valueText(doc.value) + " has a different key");
       return;
    }
    Kiv::Present const now(entity_, field, doc.key.address);
@@ -266,7 +266,7 @@ void loadPlace(Sarn::Ptr<Entity> const& root, DocPlace const& doc, DocErrors& er
 
 Sarn::Ptr<Kiv::NamedEntity> copyOfRoot(Kiv::NamedEntity const& root) {
    auto copy = newRoot(root.kivType().name, root.nameString());
-   DocErrors ignored;  // what is there was accepted before
+   DocErrors ignored;  // the setters have accepted this state before
    loadEntity(*copy, *docOf(root), root.nameString(), ignored);
    return copy;
 }

@@ -9,7 +9,7 @@ namespace Holt {
 namespace {
 
 [[noreturn]] void fail(std::string_view text, std::size_t at, std::string_view what) {
-   throw Failure("'" + Sarn::String(text) + "' is no path: " + Sarn::String(what) +
+   throw Failure("invalid path '" + Sarn::String(text) + "': " + Sarn::String(what) +
                  " at character " + std::to_string(at + 1));
 }
 
@@ -17,8 +17,8 @@ bool isNameCharacter(char c) {
    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-/// Behind the string in double quotes that begins at `at`.
-std::size_t behindQuotes(std::string_view text, std::size_t at) {
+/// The end of the string in double quotes that begins at `at`.
+std::size_t endOfQuotes(std::string_view text, std::size_t at) {
    std::size_t const begin = at++;
    for (; at < text.size(); ++at) {
       if (text[at] == '\\') {
@@ -27,7 +27,7 @@ std::size_t behindQuotes(std::string_view text, std::size_t at) {
          return at + 1;
       }
    }
-   fail(text, begin, "a string that does not end");
+   fail(text, begin, "unterminated string");
 }
 
 /// The bracket that closes the one at `begin`.
@@ -36,7 +36,7 @@ std::size_t closingBracket(std::string_view text, std::size_t begin) {
    for (std::size_t at = begin; at < text.size();) {
       char const c = text[at];
       if (c == '"') {
-         at = behindQuotes(text, at);
+         at = endOfQuotes(text, at);
          continue;
       }
       if (c == '[') {
@@ -46,21 +46,21 @@ std::size_t closingBracket(std::string_view text, std::size_t begin) {
       }
       ++at;
    }
-   fail(text, begin, "a bracket that is not closed");
+   fail(text, begin, "unclosed bracket");
 }
 
 std::vector<PathStep> parseStepsAt(std::string_view text, std::size_t at) {
    std::vector<PathStep> steps;
    while (at < text.size()) {
       if (text[at] != '.') {
-         fail(text, at, "a '.' is missing");
+         fail(text, at, "expected '.'");
       }
       std::size_t const name = ++at;
       while (at < text.size() && isNameCharacter(text[at])) {
          ++at;
       }
       if (at == name) {
-         fail(text, at, "the name of an attribute is missing");
+         fail(text, at, "expected the name of an attribute");
       }
       PathStep step{Sarn::String(text.substr(name, at - name)), std::nullopt};
       if (at < text.size() && text[at] == '[') {
@@ -108,7 +108,8 @@ Path parsePath(std::string_view text, std::vector<OfferedRoot> const& roots) {
       }
    }
    if (found == nullptr) {
-      throw Failure("'" + Sarn::String(text) + "' begins with no root of the server, which has " +
+      throw Failure("'" + Sarn::String(text) +
+                    "' does not begin with the name of a root; the server has " +
                     (roots.empty() ? "none" : listOf(roots)));
    }
    if (several) {

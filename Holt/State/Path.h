@@ -1,9 +1,9 @@
-// Where something stands in a state, as people type it:
+// Places in a state as people type them:
 //
 //     ptp/config.intfConfig[Ethernet1].logSyncInterval
 //
-// The root's name, then the attributes that lead there, a key in text form in brackets behind a
-// collection. A field of a value is reached like an attribute.
+// First the root's name, then the attributes that lead there; after a collection, a key in its text
+// form in brackets. A field of a value is written like an attribute.
 #pragma once
 
 #include <optional>
@@ -19,8 +19,7 @@ using Kiv::NboAttrLog::OfferedRoot;
 /// ".name" or ".name[key]".
 struct PathStep {
    Sarn::String name;
-   /// The text between the brackets. Brackets within it are balanced; in double quotes anything
-   /// may stand.
+   /// The text between the brackets. Brackets within it are balanced, except in double quotes.
    std::optional<Sarn::String> key;
 
    bool operator==(PathStep const&) const = default;
@@ -31,13 +30,14 @@ struct Path {
    std::vector<PathStep> steps;
 };
 
-/// The attributes behind a root's name, such as ".intfConfig[Ethernet1].enabled"; empty text is no
-/// steps. Throws `Failure` with the place of the fault.
+/// Reads the attributes after a root's name, such as ".intfConfig[Ethernet1].enabled"; empty text
+/// has no steps. Throws a `Failure` that says where the text is wrong.
 std::vector<PathStep> parseSteps(std::string_view text);
 
-/// A path below one of `roots`. A root is named by its name or, where several of different types
-/// have that name, by TYPE=NAME. Root names may contain dots; the longest that fits is taken.
-/// Throws `Failure` if none fits or the rest is no path.
+/// Reads a path below one of `roots`. A root is given by its name or, if roots of several types
+/// have that name, as TYPE=NAME; the name may be in its printable form. Root names may contain
+/// dots; the longest match counts. Throws `Failure` if there is no match, or if the rest is
+/// invalid.
 Path parsePath(std::string_view text, std::vector<OfferedRoot> const& roots);
 
 }  // namespace Holt

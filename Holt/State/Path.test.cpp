@@ -13,7 +13,7 @@ std::vector<OfferedRoot> const roots = {{"Ptp::Config", "ptp/config"},
                                         {"Ptp::Status", "twice"},
                                         {"Ptp::HwTime", "twice"}};
 
-/// The steps as "name" and "name[key]", a blank between them; or the message.
+/// The steps as "name" and "name[key]", separated by blanks; or the error.
 std::string stepsText(std::string_view text) {
    try {
       std::string all;
@@ -58,15 +58,14 @@ TEST(Path, AKeyMayHoldBalancedBracketsAndAnythingInQuotes) {
 }
 
 TEST(Path, SaysWhereItIsNoPath) {
-   EXPECT_EQ(stepsText(".a[b"), "'.a[b' is no path: a bracket that is not closed at character 3");
-   EXPECT_EQ(stepsText(".a[\"b]"),
-             "'.a[\"b]' is no path: a string that does not end at character 4");
-   EXPECT_EQ(stepsText(".a[b]c"), "'.a[b]c' is no path: a '.' is missing at character 6");
+   EXPECT_EQ(stepsText(".a[b"), "invalid path '.a[b': unclosed bracket at character 3");
+   EXPECT_EQ(stepsText(".a[\"b]"), "invalid path '.a[\"b]': unterminated string at character 4");
+   EXPECT_EQ(stepsText(".a[b]c"), "invalid path '.a[b]c': expected '.' at character 6");
    EXPECT_EQ(stepsText("..a"),
-             "'..a' is no path: the name of an attribute is missing at character 2");
+             "invalid path '..a': expected the name of an attribute at character 2");
    EXPECT_EQ(stepsText(".a."),
-             "'.a.' is no path: the name of an attribute is missing at character 4");
-   EXPECT_EQ(stepsText(".a-b"), "'.a-b' is no path: a '.' is missing at character 3");
+             "invalid path '.a.': expected the name of an attribute at character 4");
+   EXPECT_EQ(stepsText(".a-b"), "invalid path '.a-b': expected '.' at character 3");
 }
 
 TEST(Path, BeginsWithTheLongestRootThatFits) {
@@ -84,7 +83,8 @@ TEST(Path, ARootIsToldFromOthersOfItsNameByItsType) {
 
 TEST(Path, SaysWhichRootsThereAre) {
    EXPECT_EQ(rootText("nothing.x"),
-             "'nothing.x' begins with no root of the server, which has ptp/config, ptp/status, "
+             "'nothing.x' does not begin with the name of a root; the server has ptp/config, "
+             "ptp/status, "
              "ptp/status.old, twice, twice");
    EXPECT_THROW(parsePath("x", {}), Failure);
 }

@@ -31,7 +31,7 @@ void readInside(void const* object, std::span<FieldDescriptor const* const> fiel
    readInside(outer.get(), fields.subspan(1), value);
 }
 
-/// Writes a field within a value: reads what it lies in, changes that, writes it back.
+/// Writes a field within a value: reads the value around it, changes that, and writes it back.
 void writeInside(void* object, std::span<FieldDescriptor const* const> fields,
                  AnyValue const& value) {
    FieldDescriptor const& field = *fields[0];
@@ -50,7 +50,7 @@ void writeInside(void* object, std::span<FieldDescriptor const* const> fields,
 
 }  // namespace
 
-/// A failure that names the path already.
+/// A failure whose message already has the path.
 struct Place::Placed : Failure {
    using Failure::Failure;
 };
@@ -59,7 +59,7 @@ void Place::fail(std::string_view what) const {
    throw Placed(path_ + ": " + Sarn::String(what));
 }
 
-/// Runs what may be refused by a setter, and puts the path before its words.
+/// Runs what a setter may refuse, and puts the path before its message.
 template <class Do>
 void Place::refusing(Do&& doIt) const {
    try {
@@ -120,7 +120,7 @@ void Place::keyIs(PathStep const& step) {
       return;
    }
    if (field_->keyType == nullptr) {
-      fail("is no collection; it takes no key");
+      fail("is not a collection; it takes no key");
    }
    auto key = std::make_unique<AnyValue>(*field_->keyType);
    refusing([&] { parseValue(*step.key, *key); });
@@ -156,12 +156,12 @@ bool Place::isCollection() const noexcept {
    return field_ != nullptr && field_->keyType != nullptr && key_ == nullptr;
 }
 
-/// What stands here now, without regard to fields within it. REQUIRES: not the root.
+/// What is here now, ignoring fields within a value. REQUIRES: not the root.
 Kiv::Present Place::present() const {
    return {*owner_, *field_, key().address};
 }
 
-/// Reads the value that the path leads to, without regard to fields within it.
+/// Reads the value here, ignoring fields within it.
 void Place::read(AnyValue& value) const {
    Kiv::Present const now = present();
    if (!now) {
@@ -190,7 +190,7 @@ std::unique_ptr<AnyValue> Place::value() const {
 
 void Place::checkStreamed() const {
    if (!field_->has(FieldDescriptor::streamed)) {
-      fail("does not travel to the server; only the process that holds the state can set it");
+      fail("is not streamed to the server; only the process that holds the state can set it");
    }
 }
 
@@ -204,7 +204,7 @@ void Place::write(AnyValue const& value) {
    } else {
       checkStreamed();
       if (!hasOwnKey(*field_, key(), value.ref())) {
-         fail("the value " + valueText(value) + " has another key");
+         fail("the value " + valueText(value) + " has a different key");
       }
       field_->ops->collection->is(*owner_, key_->get(), value.get());
    }
@@ -247,7 +247,7 @@ void Place::set(AnyValue const& value) {
 
 void Place::add(std::span<Sarn::String const> args) {
    if (field_ == nullptr || field_->kind == MemberKind::single || !inside_.empty()) {
-      fail("is nothing that could be added; 'set' sets a value");
+      fail("cannot be added; 'set' sets a value");
    }
    checkStreamed();
    if (field_->kind == MemberKind::child) {
@@ -273,7 +273,7 @@ void Place::addToCollection(std::span<Sarn::String const> args) {
       Kiv::CollectionOps const& ops = *field_->ops->collection;
       if (args.size() + 1 != ops.childArgCount) {
          Sarn::String const wanted = childArgsText(*field_);
-         fail(wanted.empty() ? "takes no arguments" : "takes as arguments: " + wanted);
+         fail(wanted.empty() ? "takes no arguments" : "takes these arguments: " + wanted);
       }
       refusing([&] {
          std::vector<std::unique_ptr<AnyValue>> values;
@@ -295,7 +295,7 @@ void Place::addToCollection(std::span<Sarn::String const> args) {
       return;
    }
    if (key_ != nullptr) {
-      fail("is a place in a queue; elements are appended to the queue as a whole");
+      fail("is a place in a queue; append to the queue itself");
    }
    refusing([&] {
       AnyValue value(*field_->type);
@@ -306,7 +306,7 @@ void Place::addToCollection(std::span<Sarn::String const> args) {
 
 void Place::del() {
    if (field_ == nullptr) {
-      fail("is a root, which only the server can give up");
+      fail("is a root, which only the server can withdraw");
    }
    if (field_->kind == MemberKind::single) {
       fail("is an attribute, which always has a value; 'set' changes it");
@@ -369,7 +369,7 @@ Destination destinationOf(TypeImpl const& rootType, Path const& path) {
       }
       if (step.key) {
          if (field->keyType == nullptr) {
-            throw Failure(to.path + ": is no collection; it takes no key");
+            throw Failure(to.path + ": is not a collection; it takes no key");
          }
          AnyValue key(*field->keyType);
          try {

@@ -1,4 +1,4 @@
-// What a path leads to in a live state, and what can be done with it through the generic interface.
+// Reads and changes what a path leads to in a live state, through the generic interface.
 #pragma once
 
 #include <memory>
@@ -11,47 +11,46 @@
 
 namespace Holt {
 
-/// A place in a state: an entity's attribute, or an element of it, or a field within its value. It
-/// need not exist: a child that is to be created has a place, too.
+/// A place in a state: a root, an attribute, an element of a collection, or a field within a value.
+/// Nothing need exist there: a child that is yet to be created has a place, too.
 class Place {
 public:
-   /// Follows `steps` from `root`. Throws `Failure` if a step names no attribute, or an entity on
-   /// the way is missing.
+   /// Follows `steps` from `root`. Throws `Failure` if an attribute is unknown, or if an entity on
+   /// the way does not exist.
    Place(Sarn::Ptr<Kiv::Entity> const& root, Sarn::String const& rootName,
          std::vector<PathStep> const& steps);
 
    /// The path with its keys as the types print them.
    Sarn::String const& path() const noexcept { return path_; }
-   /// The root, or the entity that has the attribute.
+   /// The entity that has the attribute; for a root, the root.
    Kiv::Entity& owner() const noexcept { return *owner_; }
    /// Null for the root itself.
    Kiv::FieldDescriptor const* field() const noexcept { return field_; }
    /// The path of `owner()`.
    Sarn::String const& ownerPath() const noexcept { return ownerPath_; }
-   /// No value unless the path names an element.
+   /// The key of an element; no value for other places.
    Kiv::ValueRef key() const noexcept { return key_ != nullptr ? key_->ref() : Kiv::ValueRef(); }
 
-   /// The entity that stands here: the root, a child. Null for all else, and for none.
+   /// The root or child at this place; null if there is none, or if this is no place for an entity.
    Kiv::Entity* entity() const;
-   /// Whether an entity stands here, or may: the root, a singleton child, a child under a key.
+   /// Whether this is a place for an entity: a root, a singleton child, or a child with its key.
    bool leadsToEntity() const noexcept;
-   /// Whether this is a collection or queue as a whole.
+   /// Whether this is a whole collection or queue.
    bool isCollection() const noexcept;
-   /// The value that stands here, as text. Throws `Failure` if there is none.
+   /// The value at this place as text. Throws `Failure` if there is none.
    Sarn::String text() const;
-   /// A copy of the value that stands here. Throws `Failure` if there is none.
+   /// A copy of the value at this place. Throws `Failure` if there is none.
    std::unique_ptr<Kiv::AnyValue> value() const;
 
-   // What a writer does. All go through the setters; what these refuse is a `Failure` in their
-   // words.
+   // Changes. All go through the setters; if a setter refuses, its message is in the `Failure`.
 
    /// Sets an attribute, an element, or a field within the value of either.
    void set(std::string_view text);
-   /// The same with a value of the type that stands here; nothing is published if it is that.
+   /// The same with a value of the right type. An equal value is not published.
    void set(Kiv::AnyValue const& value);
    /// Creates a child from its constructor arguments, inserts an element, appends to a queue.
    void add(std::span<Sarn::String const> args);
-   /// Removes a child, an element, a queue's front; or all elements.
+   /// Removes a child, an element, the front of a queue, or all elements of a collection.
    void del();
 
 private:
@@ -79,30 +78,30 @@ private:
    Sarn::String ownerPath_;
 };
 
-/// Whether a value that contains its map's key, if it does, has this one.
+/// Whether a value contains this key, if its type contains the key of its map.
 bool hasOwnKey(Kiv::FieldDescriptor const& field, Kiv::ValueRef key, Kiv::ValueRef value);
 
-/// Where a path leads by the types alone, whether or not there is anything now.
+/// Where a path leads according to the types, whether or not anything exists there.
 struct Destination {
    /// The path with its keys as the types print them.
    Sarn::String path;
-   /// Of the entity or value there; of a collection as a whole, that of its elements.
+   /// The type of the entity or value; for a whole collection, that of its elements.
    Kiv::TypeImpl const* type;
    /// The last attribute of an entity on the way; null for the root itself.
    Kiv::FieldDescriptor const* field = nullptr;
-   /// Whether a key stands behind that.
+   /// Whether a key follows that attribute.
    bool keyed = false;
-   /// Whether the path goes on into a value.
+   /// Whether the path continues into a value.
    bool inside = false;
 };
 
-/// Throws `Failure` if a step names no attribute, or a key cannot be read.
+/// Throws `Failure` if an attribute is unknown, or if a key cannot be read.
 Destination destinationOf(Kiv::TypeImpl const& rootType, Path const& path);
 
-/// Says that there is no such member, and which one may have been meant.
+/// A message that there is no such member, with the name that may have been meant.
 Sarn::String unknownMember(Kiv::TypeImpl const& type, Sarn::String const& name);
 
-/// What the creation of a child takes besides its key, for a message: "enabled (bool),
+/// The constructor arguments of a child, without its key, for a message: "enabled (bool),
 /// mpassEnabled (bool)".
 Sarn::String childArgsText(Kiv::FieldDescriptor const& field);
 

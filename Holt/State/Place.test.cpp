@@ -15,7 +15,7 @@ namespace {
 class PlaceTest : public testing::Test {
 protected:
    Place at(std::string_view path) { return {root, "root", parseSteps(path)}; }
-   /// What comes of it: empty, or the message.
+   /// The error; empty if there is none.
    template <class Do>
    std::string tried(Do&& doIt) {
       try {
@@ -99,7 +99,7 @@ TEST_F(PlaceTest, AValueGoesUnderItsOwnKeyOnly) {
    EXPECT_NE(set(".record[5]",
                  "KivTest::Record(key=6, pair=KivTest::Pair(first=1, second=2), "
                  "mark=none, note=\"\", colour=red, stamp=1)")
-                   .find("has another key"),
+                   .find("has a different key"),
              std::string::npos);
    EXPECT_EQ(root->recordCount(), 0U);
 }
@@ -112,7 +112,7 @@ TEST_F(PlaceTest, CreatesChildrenFromTheirArguments) {
    EXPECT_EQ(set(".leaf[3].twig[high].weight", "2.5"), "");
    EXPECT_EQ(text(".leaf[3].twig[high].weight"), "2.5");
    EXPECT_EQ(add(".leaf[4]", {"true"}),
-             "root.leaf[4]: takes as arguments: lit (bool), origin (KivTest::Opaque)");
+             "root.leaf[4]: takes these arguments: lit (bool), origin (KivTest::Opaque)");
    EXPECT_NE(add(".leaf[3]", {"true", "KivTest::Opaque(content=2)"}), "")
          << "a constant argument differs";
    EXPECT_EQ(del(".leaf[3]"), "");
@@ -142,10 +142,10 @@ TEST_F(PlaceTest, AppendsToQueuesAndTakesTheirFront) {
 TEST_F(PlaceTest, SaysWhatCannotBeDone) {
    EXPECT_EQ(set(".total", "1"), "root.total: is read-only");
    EXPECT_EQ(set(".minKnob", "1"), "root.minKnob: is read-only");
-   EXPECT_NE(set(".secret", "1").find("does not travel"), std::string::npos);
+   EXPECT_NE(set(".secret", "1").find("is not streamed"), std::string::npos);
    EXPECT_EQ(text(".reset"), "root.reset: is an operation; it has no value");
    EXPECT_EQ(text(".leaf.lit"), "root.leaf: is a collection; a key in brackets is missing");
-   EXPECT_EQ(text(".flag[1]"), "root.flag: is no collection; it takes no key");
+   EXPECT_EQ(text(".flag[1]"), "root.flag: is not a collection; it takes no key");
    EXPECT_EQ(text(".Flag"), "root: KivTest::Root has no attribute 'Flag'; did you mean 'flag'?");
    EXPECT_NE(del(".flag").find("always has a value"), std::string::npos);
    EXPECT_NE(del("").find("is a root"), std::string::npos);

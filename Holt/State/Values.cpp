@@ -12,7 +12,7 @@ bool isDigit(char c) {
    return c >= '0' && c <= '9';
 }
 
-/// Compares the runs of digits that begin at `i` and `j`, by their value, and steps behind them.
+/// Compares the runs of digits at `i` and `j` by their value, and moves past them.
 int compareNumbers(std::string_view a, std::size_t& i, std::string_view b, std::size_t& j) {
    auto const run = [](std::string_view text, std::size_t& at) {
       while (at + 1 < text.size() && text[at] == '0' && isDigit(text[at + 1])) {
@@ -52,7 +52,8 @@ void parseValue(std::string_view text, Kiv::AnyValue& value) {
    } catch (Kiv::RangeException const& error) {
       throw Failure(error.what());
    } catch (Kiv::Exception const& error) {
-      throw Failure("'" + Sarn::String(text) + "' is no " + type.name + ": " + error.what());
+      throw Failure("'" + Sarn::String(text) + "' is not a valid " + type.name + ": " +
+                    error.what());
    }
 }
 
@@ -66,7 +67,7 @@ bool naturallyLess(std::string_view a, std::string_view b) {
    bool const aIsNumber = isNumber(a, x);
    bool const bIsNumber = isNumber(b, y);
    if (aIsNumber != bIsNumber) {
-      return aIsNumber;  // all numbers before all texts, or the order would have circles
+      return aIsNumber;  // all numbers before all texts, or the order would not be transitive
    }
    if (aIsNumber && x != y) {
       return x < y;
@@ -86,7 +87,7 @@ bool naturallyLess(std::string_view a, std::string_view b) {
       }
    }
    if (i == a.size() && j == b.size()) {
-      return a < b;  // they differ in leading zeros at most
+      return a < b;  // they differ at most in leading zeros
    }
    return i == a.size();
 }

@@ -29,8 +29,9 @@ TEST(Values, StringsNeedNoQuotes) {
 TEST(Values, AreReadWholeOrRefused) {
    EXPECT_EQ(readAs<U8>(" 7"), "7");
    EXPECT_EQ(readAs<U8>("256"), "256 does not fit U8 (0 to 255)");
-   EXPECT_NE(readAs<U8>("7 8").find("'7 8' is no U8: "), std::string::npos) << readAs<U8>("7 8");
-   EXPECT_NE(readAs<bool>("yes").find("'yes' is no bool: "), std::string::npos);
+   EXPECT_NE(readAs<U8>("7 8").find("'7 8' is not a valid U8: "), std::string::npos)
+         << readAs<U8>("7 8");
+   EXPECT_NE(readAs<bool>("yes").find("'yes' is not a valid bool: "), std::string::npos);
 }
 
 TEST(Values, SortNaturally) {

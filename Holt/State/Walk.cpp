@@ -14,7 +14,7 @@ using Kiv::MemberKind;
 
 namespace {
 
-/// Hands the members of a live entity on, the elements of hashed collections in natural order.
+/// Passes on the members of a live entity, elements of hashed collections in natural order.
 class LiveMembers {
 public:
    explicit LiveMembers(StateVisitor<Entity>& visitor) : visitor_(visitor) {}

@@ -1,4 +1,5 @@
-// One way through a state, live or read from a document. Text, JSON, comparison and loading go it.
+// The traversal of a state, live or read from a document, that text, JSON, comparison and loading
+// share.
 #pragma once
 
 #include <utility>
@@ -15,28 +16,28 @@ struct DocMember;
 /// An element of a collection or queue.
 template <class Node>
 struct StateElement {
-   /// As it stands in a path: the key's text form, or the number in a queue.
+   /// As in a path: the text form of the key, or the number in a queue.
    Sarn::String keyText;
-   /// No value in a queue.
+   /// No value for an element of a queue.
    Kiv::ValueRef key;
-   /// No value where it is a child.
+   /// No value for a child.
    Kiv::ValueRef value;
    Node const* child = nullptr;
 };
 
-/// Is told of the members of one entity. `Node` is a live `Kiv::Entity`, or the `DocEntity` of a
-/// document. What it is given is good during the call alone.
+/// Visits the members of an entity. `Node` is a live `Kiv::Entity`, or the `DocEntity` of a
+/// document. Arguments are valid only during the call.
 template <class Node>
 class StateVisitor {
 public:
    using Elements = std::vector<StateElement<Node>>;
 
    virtual void value(Kiv::FieldDescriptor const& field, Kiv::ValueRef value) = 0;
-   /// A singleton child, null if there is none.
+   /// A singleton child; null if there is none.
    virtual void child(Kiv::FieldDescriptor const& field, Node const* child) = 0;
-   /// A map, or children: ordered maps in their order, others in the natural order of their keys.
+   /// A map or children: an ordered map in its order, others in the natural order of their keys.
    virtual void collection(Kiv::FieldDescriptor const& field, Elements const& elements) = 0;
-   /// `next`: the number that the next element gets.
+   /// `next`: the number that the next element will get.
    virtual void queue(Kiv::FieldDescriptor const& field, Elements const& elements, U32 next) = 0;
 
 protected:
@@ -46,8 +47,8 @@ protected:
 /// Which members of an entity are visited.
 enum class StatePart { all, values, entities };
 
-/// Whether a member belongs to a state that is written down: it has a value, and travels or is
-/// read-only. What can be set but does not travel only the process itself knows.
+/// Whether a member belongs in dumps: it has a value, and is streamed or read-only. An attribute
+/// that can be set but is not streamed is known to its own process alone.
 bool isInState(Kiv::FieldDescriptor const& field);
 
 /// Visits the members of an entity that belong to its state, in the order of their ids.
@@ -62,8 +63,8 @@ void walkMember(DocMember const& member, StateVisitor<DocEntity>& visitor);
 Kiv::TypeImpl const& typeOfNode(Kiv::Entity const& entity);
 Kiv::TypeImpl const& typeOfNode(DocEntity const& entity);
 
-/// Tells an entity and all below it line by line, as text dumps have it: the entity, its values,
-/// its children.
+/// Visits an entity and everything below it in the order of text dumps: the entity, its values, its
+/// children.
 template <class Node>
 class StateLines : protected StateVisitor<Node> {
 public:
@@ -77,14 +78,14 @@ public:
 protected:
    virtual void entityLine(Sarn::String const& path, Kiv::TypeImpl const& type) = 0;
    virtual void valueLine(Sarn::String const& path, Kiv::ValueRef value) = 0;
-   /// The number that the next element of a queue gets, where it has been used.
+   /// The number that the next element of a used queue will get.
    virtual void nextLine(Sarn::String const& path, U32 next) = 0;
    /// Between an entity's values and its children.
    virtual void valuesEnd() {}
 
    ~StateLines() = default;
 
-   /// Tells one member, whose path is `path`.
+   /// Visits one member, whose path is `path`.
    template <class Walk>
    void memberAt(Sarn::String const& path, Walk&& walk) {
       memberPath_ = path;
@@ -136,9 +137,9 @@ private:
       memberPath_ = member;
    }
 
-   /// Of the entity whose members are told.
+   /// Path of the entity whose members are visited.
    Sarn::String path_;
-   /// Of the one member that is told by itself; else empty.
+   /// Path of a member that is visited by itself; else empty.
    Sarn::String memberPath_;
 };
 

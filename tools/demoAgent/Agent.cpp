@@ -125,7 +125,7 @@ void Agent::follow(U32 index) {
    status_->portDS(keys_[index])->portStateIs(PortState::slave);
 }
 
-/// What eight Sync messages of the master that is followed bring.
+/// Applies eight Sync messages of the master that the clock follows.
 void Agent::synchronise() {
    auto const current = status_->currentDS();
    auto const port = status_->portDS(keys_[followed_]);
@@ -207,7 +207,7 @@ void Agent::hearMasters(PortDSKey const& key) {
    master->updateTimeIs(now_);
 }
 
-/// What the MIB reports of all ports.
+/// Updates the MIB's counters of all ports.
 void Agent::count() {
    auto const mib = status_->ptpMibData();
    U64 sent = 0;

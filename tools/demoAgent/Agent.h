@@ -1,5 +1,5 @@
-// A boundary clock that is played, for demonstrations: it fills and changes a status as an agent
-// would that runs PTP.
+// A simulated boundary clock for demonstrations: it fills and changes a status as a PTP agent
+// would.
 #pragma once
 
 #include <random>
@@ -9,18 +9,19 @@
 
 namespace DemoAgent {
 
-/// The first two ports lead to masters and take turns at being followed; the others serve slaves.
-/// Everything that happens comes from the seed, so that two runs are alike but for the times at
-/// which counters are cleared.
+/// The first two ports lead to masters, which the clock follows in turn; the others serve slaves.
+/// Everything that happens depends on the seed alone, except for the times at which counters are
+/// cleared.
 class Agent {
 public:
-   /// `status`: a fresh one. `ports`: 3 at least.
+   /// `status`: a new one. `ports`: at least 3.
    Agent(Sarn::Ptr<Ptp::Status> status, U32 ports, U32 seed);
 
-   /// Fills the status: the clock's data sets, and for each port all that there is of one.
+   /// Fills the status: the clock's data sets, and everything there is for each port.
    void fill();
-   /// A second of the clock's life: messages are counted, delays measured, foreign masters heard.
-   /// Now and then a link goes down or comes up, a port is cleared, another master is followed.
+   /// Simulates a second: counts messages, measures delays, hears foreign masters. Now and then a
+   /// link goes down or comes up, a port's counters are cleared, or the clock follows another
+   /// master.
    void tick();
 
 private:
@@ -36,7 +37,7 @@ private:
 
    U32 below(U32 bound) { return static_cast<U32>(random_() % bound); }
    bool oneIn(U32 n) { return below(n) == 0; }
-   /// About zero, `spread` at most on either side.
+   /// A random number from -`spread` to `spread`.
    S64 noise(U32 spread) { return S64(below(2 * spread + 1)) - spread; }
 
    Sarn::Ptr<Ptp::Status> status_;

@@ -1,5 +1,5 @@
 // demoAgent: serves a status that it fills and changes, for `./dev demo`. Says when its reader has
-// everything; then it keeps still until it is interrupted.
+// everything, and then changes nothing more until it is interrupted.
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
@@ -28,7 +28,7 @@ struct Options {
    U32 seed = 1;
 };
 
-/// Counts what is published in a tree.
+/// Counts the changes published in a tree.
 class Count final : public Kiv::Observer {
 public:
    explicit Count(Sarn::Ptr<Kiv::Entity> root) : root_(std::move(root)) {
@@ -46,7 +46,7 @@ private:
    U64 changes_ = 0;
 };
 
-/// Waits until `done()`, or until the process is told to end. Whether it may go on.
+/// Waits until `done()`, or until the process is told to stop; then returns false.
 template <class Done>
 bool waitUntil(Holt::Loop& loop, int stopFd, Done&& done) {
    while (!done()) {
@@ -57,8 +57,8 @@ bool waitUntil(Holt::Loop& loop, int stopFd, Done&& done) {
    return true;
 }
 
-/// Plays until the time is over or the process is told to end, and says what it did. Whether it may
-/// go on.
+/// Simulates until the time is over or the process is told to stop, and prints what it did. Returns
+/// false if it was told to stop.
 bool play(Options const& options, Agent& agent, Sarn::Ptr<Ptp::Status> const& status,
           Holt::Server& server, Holt::Loop& loop, int stopFd) {
    auto const before = server.total();
@@ -107,13 +107,13 @@ void run(Options const& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-   CLI::App app{"Plays a PTP agent: serves a status that it fills and changes.", "demoAgent"};
+   CLI::App app{"Simulates a PTP agent: serves a status that it fills and changes.", "demoAgent"};
    Tools::helpLayoutIs(app);
    Options options;
    Tools::addSocketOption(app, options.socket);
    app.add_option("--ports", options.ports, "How many ports (64)")->check(CLI::Range(3, 4096));
-   app.add_option("--seconds", options.seconds, "How many seconds to play (300)");
-   app.add_option("--seed", options.seed, "What chance begins with (1)");
+   app.add_option("--seconds", options.seconds, "How many seconds to simulate (300)");
+   app.add_option("--seed", options.seed, "Seed of the random numbers (1)");
    app.add_option("--dump", options.dump, "At the end, write a dump; - for standard output")
          ->type_name("FILE");
    try {

@@ -14,7 +14,7 @@ namespace {
 using Ptp::PortDS;
 using Ptp::Status;
 
-/// What stands where a port has no such value.
+/// Shown where a port has no such value.
 constexpr char const* nothing = "-";
 
 struct Column {
@@ -38,7 +38,7 @@ std::vector<PortDS const*> portsInOrder(Status const& status) {
    return ports;
 }
 
-/// Why the port does not do what it should, as far as it says so.
+/// Why the port does not work as it should, if it says so.
 std::string remarks(PortDS const& port, Ptp::IntfStatus const* intf) {
    std::vector<Ptp::PortDisabledReason> reasons;
    for (auto const& [reason, holds] : port.disabledReasonAll()) {

@@ -7,8 +7,8 @@
 
 namespace Ptpports {
 
-/// Writes what the clock is and follows, a row for each port in the order of their names, and how
-/// many ports are in which state:
+/// Writes the clock and its master, a row for each port in the order of their names, and the number
+/// of ports in each state:
 ///
 ///     clock   02:00:11:ff:fe:00:00:01  domain 24  ports 3
 ///     follows 02:00:11:ff:fe:00:00:aa  class 6  steps 2  offset -3 ns  delay 212 ns
@@ -18,10 +18,10 @@ namespace Ptpports {
 ///     Ethernet2    10  faulty  masterOnly       -      -        0        0     3        17       0
 ///     ...
 ///
-/// Offset and delay of the port that the clock follows are the clock's own; other ports have no
-/// offset, and the delay of their link where they measure it. Times are nanoseconds. Discards and
-/// grants are sums over their reasons and directions. A last column, `remarks`, says why a port
-/// does not do what it should. What there is no data set for is left out.
+/// For the port that the clock follows, offset and delay are the clock's own; other ports have no
+/// offset, and their link delay if they measure it. Times are in nanoseconds. Discards and grants
+/// are sums over their reasons and directions. A last column, `remarks`, says why a port does not
+/// work as it should. Data sets that do not exist are left out.
 void printPorts(std::ostream& out, Ptp::Status const& status);
 
 }  // namespace Ptpports

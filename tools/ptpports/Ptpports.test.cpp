@@ -15,7 +15,7 @@
 
 namespace {
 
-/// Serves a root from a thread of its own, which alone touches it.
+/// Serves a root from a thread of its own; no other thread touches the root.
 class Serving {
 public:
    Serving(std::string const& socket, char const* type, char const* name) {
@@ -53,7 +53,7 @@ protected:
    ~Ptpports() override { std::filesystem::remove_all(directory); }
 
    std::string socket() const { return directory + "/socket"; }
-   /// Runs the program to its end: its exit status, and what it says.
+   /// Runs the program to its end; returns its exit status and output.
    std::string ptpports(std::string const& arguments) const {
       std::string const out = directory + "/out";
       int const status = std::system((std::string(PTPLIB_BIN_DIR) + "/ptpports --socket " +
@@ -89,10 +89,9 @@ TEST_F(Ptpports, WhereThereIsNoStatusItSaysSo) {
 
 TEST_F(Ptpports, WhereThereIsNoStatusOfTheNameItSaysSo) {
    Serving const serving(socket(), "Ptp::Status", "ptp/status");
-   EXPECT_EQ(
-         ptpports("--root other"),
-         "1 ptpports: the server offers no Ptp::Status of the name other; 'ptpstate dump' shows "
-         "what it offers\n");
+   EXPECT_EQ(ptpports("--root other"),
+             "1 ptpports: the server offers no Ptp::Status named other; 'ptpstate dump' shows "
+             "what it offers\n");
 }
 
 TEST_F(Ptpports, WithoutAServerItEndsWith3AndNamesTheSocket) {

@@ -32,8 +32,7 @@ Mount& mountStatus(Client& client, std::string const& name) {
       }
    }
    throw Failure("the server offers no " + std::string(Ptp::Status::kivTypeName) +
-                 (name.empty() ? "" : " of the name " + name) +
-                 "; 'ptpstate dump' shows what it offers");
+                 (name.empty() ? "" : " named " + name) + "; 'ptpstate dump' shows what it offers");
 }
 
 void run(Options const& options) {
@@ -49,7 +48,7 @@ void run(Options const& options) {
          throw Failure(options.socket + ": the connection is lost: " + client.closeReason(),
                        Exit::connection);
       }
-      stop.taken();  // a second signal ends the waiting, too
+      stop.taken();  // a second signal ends the wait, too
       client.beginAnew();
       client.sync();
    }
@@ -66,10 +65,10 @@ int main(int argc, char** argv) {
    helpLayoutIs(app);
    Options options;
    addClientOptions(app, options);
-   app.add_option("--root", options.root, "The status to show, by name (the first that is offered)")
+   app.add_option("--root", options.root, "Name of the status to show (the first that is offered)")
          ->type_name("NAME");
    app.add_flag("--at-end", options.atEnd,
-                "Mirror the status until interrupted, and print the table then");
+                "Mirror the status until interrupted, then print the table");
    app.add_option("--dump", options.dump, "Also write a dump of the mirror; - for standard output")
          ->type_name("FILE");
    app.footer(

@@ -14,7 +14,8 @@ namespace {
 
 constexpr char guard = '\x01';
 
-/// "-3" and "-inf" are values and no options; the parser must not see their sign first.
+/// "-3" and "-inf" are values, not options: they are marked so that the parser does not see the
+/// sign first.
 bool isNegativeNumber(std::string const& argument) {
    return argument.size() > 1 && argument[0] == '-' &&
           ((argument[1] >= '0' && argument[1] <= '9') || argument[1] == '.' ||
@@ -49,22 +50,22 @@ void addCommands(CLI::App& app, Run& run) {
 Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors) {
    CLI::App app(
          "Holds, shows and changes the state of a PTP agent over a UNIX socket. One "
-         "process serves roots such as the configuration tree; others mirror them, and "
-         "every change that is made anywhere reaches all of them through the attribute "
-         "log. No command knows a type of the model but 'serve --ptp4l-conf'.\n"
+         "process serves roots such as the configuration tree. Others mirror them, and a "
+         "change made anywhere reaches all of them through the attribute log. Only "
+         "'serve --ptp4l-conf' depends on types of the model.\n"
          "\n"
-         "'ptpstate COMMAND --help' has options and examples of each command.",
+         "'ptpstate COMMAND --help' describes the options of a command and gives examples.",
          "ptpstate");
    Tools::helpLayoutIs(app);
    app.footer(
          "Exit status:\n"
          "  0  done\n"
-         "  1  refused: there is no such thing, or the value is not allowed; nothing was\n"
-         "     changed; of diff, that there are differences\n"
-         "  2  the command line is wrong; of diff, any trouble\n"
-         "  3  no server, no answer, or the connection was lost; or a socket cannot be had\n"
+         "  1  refused: something does not exist or is not allowed; nothing was changed.\n"
+         "     For diff: there are differences\n"
+         "  2  the command line is wrong. For diff: any error\n"
+         "  3  no server, no answer, a lost connection, or no socket to listen at\n"
          "\n"
-         "Errors go to standard error as one line that begins with the program's name and\n"
+         "An error is one line on standard error that begins with the program's name and\n"
          "says what to do.");
    Run run;
    addCommands(app, run);
@@ -88,7 +89,7 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
       if (commands.empty() && !args.empty() && !args[0].starts_with("-")) {
          message = "there is no command '" + args[0] + "'";
       } else if (commands.empty() && args.empty()) {
-         message = "a command is wanted";
+         message = "missing command";
       }
       return Tools::endWith(app, error, out, errors, message);
    } catch (Failure const& error) {

@@ -1,4 +1,4 @@
-// The commands: each adds itself to the command line.
+// The commands. Each adds itself to the command line.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@ class App;
 
 namespace Ptpstate {
 
-/// What is to be run once the command line has been read.
+/// What to run once the command line has been read.
 using Run = std::function<Holt::Exit()>;
 
 void addServe(CLI::App& app, Run& run);
@@ -40,14 +40,14 @@ using Tools::addSocketOption;
 using Tools::ClientOptions;
 using Tools::writeFile;
 
-/// The program's command line: fills `app` with all commands.
+/// Adds all commands to `app`.
 void addCommands(CLI::App& app, Run& run);
 
-/// Reads the command line and runs the command. What goes wrong is one line on `errors`.
+/// Reads the command line and runs the command. An error is one line on `errors`.
 Holt::Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out,
                           std::ostream& errors);
 
-/// A complete mirror of a root, and the path's place in it.
+/// A connection with a complete mirror of the root that a path begins with.
 struct Opened {
    Holt::Client client;
    Holt::Mount* mount = nullptr;
@@ -56,7 +56,7 @@ struct Opened {
    Opened(ClientOptions const& options, std::string const& path, Holt::MountMode mode);
 };
 
-/// An argument as the user wrote it: see `runCommandLine`.
+/// An argument as the user typed it: `runCommandLine` marks negative numbers.
 std::string plainArgument(std::string const& argument);
 
 }  // namespace Ptpstate

@@ -1,4 +1,4 @@
-// The agent that is played for demonstrations, and its readers.
+// The simulated agent of the demo, and its readers.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -50,8 +50,8 @@ TEST_F(DemoAgentTest, TakesNoChangesFromOthers) {
    Outcome const outcome = run({"set", "--socket", socket, "ptp/status.holdoverExpiry", "5"});
    EXPECT_EQ(outcome.status, 1);
    EXPECT_EQ(outcome.err,
-             "ptpstate: ptp/status: the server takes no changes from here: ptp/status is the "
-             "agent's own; it may only be read\n");
+             "ptpstate: ptp/status: the server accepts no changes from here: ptp/status is the "
+             "agent's own; it is read-only\n");
    EXPECT_EQ(run({"get", "--socket", socket, "ptp/status.holdoverExpiry"}).out, "0\n");
    agent->signal(SIGINT);
    EXPECT_EQ(agent->finish().status, 0);

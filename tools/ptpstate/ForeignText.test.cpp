@@ -1,4 +1,4 @@
-// What comes from a peer, a file or a name reaches a terminal as text, and nothing else.
+// Text from peers, files and names never controls a terminal or forges a line.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -26,7 +26,7 @@ namespace {
 using Kiv::NboAttrLog::Opcode;
 using Bytes = std::vector<U8>;
 
-/// A line of its own, and a command to the terminal.
+/// Begins a line of its own, and has a command to the terminal.
 std::string const evil =
       "x\n2026-01-01 00:00:00.000 connection 7 opened\x1b[2J\xc2\x9b"
       "1m";
@@ -105,7 +105,7 @@ void send(int fd, Bytes const& bytes) {
    (void)!::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
-/// Reads what comes until nothing has for a while.
+/// Reads until nothing has arrived for a while.
 void drain(int fd) {
    char bytes[65536];
    for (pollfd polled{fd, POLLIN, 0}; ::poll(&polled, 1, 300) > 0;) {
@@ -163,7 +163,7 @@ TEST_F(ForeignText, OfARootsNameIsShownEverywhereAsText) {
    ASSERT_TRUE(watcher.says(shown + " is complete")) << watcher.out();
    Program jsonWatcher({"watch", "--json", "--socket", socket});
    ASSERT_TRUE(jsonWatcher.says("\"complete\"")) << jsonWatcher.out();
-   // It is named as it is shown.
+   // Commands accept the name as it is shown.
    EXPECT_EQ(client({"set", shown + ".priority1", "7"}).err, "");
    EXPECT_EQ(client({"get", shown + ".priority1"}).out, "7\n");
    EXPECT_TRUE(watcher.says(shown + ".priority1: 128 -> 7")) << watcher.out();
@@ -219,7 +219,7 @@ TEST_F(ForeignText, OfARootsNameIsCompletedAsText) {
    std::string const name = shellQuoted(shown, 0);
    EXPECT_EQ(complete("ptpstate get x", "x"), name + "\n");
    EXPECT_EQ(complete("ptpstate get " + name + ".priority1", name + ".priority1"),
-             name + ".priority1 \n" + name + ".priority1Configured \n");
+             name + ".priority1 \n");
 }
 
 TEST_F(ForeignText, OfAColumnsKeyIsOneLine) {
@@ -227,21 +227,27 @@ TEST_F(ForeignText, OfAColumnsKeyIsOneLine) {
    std::string const column = "ucastNegProfile[\x1b[2J\n2026-01-01]]";
    Outcome const outcome =
          client({"top", "--batch", "--count", "1", "--columns", column, "ptp/config"});
-   EXPECT_NE(outcome.out.find("key  ucastNegProfile[\\x1b[2J"), std::string::npos)
+   EXPECT_NE(outcome.out.find("  ucastNegProfile[\\x1b[2J\\n2026"), std::string::npos)
          << outcome.out << outcome.err;
    expectClean(outcome.out);
 }
 
 TEST_F(ForeignText, OfACommandLineIsOneLineOfError) {
-   for (std::string const program : {"ptpstate", "ptpports", "demoAgent", "kivc"}) {
+   std::vector<std::pair<std::string, std::vector<std::string>>> const programs{
+         {"ptpstate", {"get", "--socket", "x", "path"}},
+         {"ptpports", {"--socket", "x"}},
+         {"demoAgent", {"--socket", "x"}},
+         {"kivc", {"a.kiv"}}};
+   for (auto const& [program, good] : programs) {
       Surroundings in;
       in.program = program;
-      for (std::vector<std::string> const& args :
-           {std::vector<std::string>{"--" + evil}, {"--socket", "x", evil}}) {
+      for (std::string const& bad : {evil, "--" + evil}) {
+         std::vector<std::string> args = good;
+         args.push_back(bad);
          Outcome const outcome = run(args, in);
          EXPECT_EQ(outcome.status, 2) << program;
          EXPECT_EQ(outcome.err.find(program + ": "), 0U) << outcome.err;
-         EXPECT_NE(outcome.err.find(shown), std::string::npos) << outcome.err;
+         EXPECT_NE(outcome.err.find(shown + "; see '" + program), std::string::npos) << outcome.err;
          EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
          EXPECT_EQ(outcome.out, "");
          expectClean(outcome.err);
@@ -254,7 +260,7 @@ TEST_F(ForeignText, OfANameThatIsNoUtf8ComesBackFromADump) {
    ASSERT_EQ(client({"set", "Ptp::Config=\xff\"\\.priority1", "7"}).err, "");
    std::string const file = scratch.file("dump.json");
    std::ofstream(file) << client({"dump", "--json"}).out;
-   EXPECT_NE(readFile(file).find(R"({"@text": "\"\\xff\\\"\\\\\""})"), std::string::npos)
+   EXPECT_NE(readFile(file).find(R"("@text": "\"\\xff\\\"\\\\\"")"), std::string::npos)
          << readFile(file);
    ASSERT_EQ(client({"set", "Ptp::Config=\xff\"\\.priority1", "8"}).err, "");
    EXPECT_EQ(client({"load", file}).out, file + ": 1 change\n");
@@ -288,8 +294,8 @@ TEST_F(ForeignText, ThatComesByteByByteIsGivenUpInTime) {
    Outcome const outcome = client({"dump", "--timeout", "0.5"});
    EXPECT_EQ(outcome.status, 3);
    EXPECT_EQ(outcome.err, "ptpstate: " + socket +
-                                ": the server has not answered in full in time (asked for its "
-                                "roots); wait longer with --timeout, or look after it\n");
+                                ": the server did not answer in full in time (asked for its "
+                                "roots); wait longer with --timeout, or check the server\n");
    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
 }
 
@@ -301,7 +307,7 @@ TEST_F(ForeignText, AServerThatAcceptsNobodyIsGivenUpInTime) {
    EXPECT_EQ(outcome.status, 3);
    EXPECT_EQ(outcome.err, "ptpstate: " + socket +
                                 ": the server does not answer (asked for a connection); wait "
-                                "longer with --timeout, or look after it\n");
+                                "longer with --timeout, or check the server\n");
    ::close(waiting);
    ::close(listener);
 }

@@ -1,4 +1,4 @@
-// What `--help` shows is complete: every command, with a description, options and examples.
+// The output of `--help` is complete: every command has a description, options and examples.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -63,7 +63,7 @@ TEST_F(Help, ShowsTheArgumentsOfACommand) {
    EXPECT_THAT(run({"record", "--help"}).out,
                StartsWith("Usage: ptpstate record [OPTION...] FILE [ROOT...]\n"));
    EXPECT_THAT(run({"watch", "--help"}).out,
-               HasSubstr("\n  --for SECONDS         End after so long\n"));
+               HasSubstr("\n  --for SECONDS         End after this time\n"));
 }
 
 TEST_F(Help, ListsCommandsAndExitStatuses) {

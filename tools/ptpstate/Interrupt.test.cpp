@@ -1,5 +1,5 @@
-// Every command against a server that goes away in the middle: at any byte of the conversation, or
-// while it is waited for.
+// Every command with a server that disappears at any byte of the conversation, or while the command
+// waits for it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -32,8 +32,8 @@ sockaddr_un addressOf(std::string const& path) {
    return address;
 }
 
-/// Stands between a client and a server, and breaks both connections once so many bytes have gone
-/// through in one direction.
+/// A proxy between a client and a server. It breaks both connections once a number of bytes has
+/// passed in one direction.
 class CutProxy {
 public:
    CutProxy(std::string const& path, std::string const& server, bool fromServer, std::size_t after)

@@ -1,4 +1,4 @@
-// Drives the real program from tests: runs it, keeps it running, reads what it says.
+// Drives the real program from tests: runs it, keeps it running, and reads its output.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 namespace Ptpstate {
 
-/// What came of a run.
+/// The result of a run.
 struct Outcome {
    int status = -1;  ///< the exit status; 128 and the signal's number if it was killed
    std::string out;
@@ -20,7 +20,7 @@ struct Outcome {
 
 /// How a program is run.
 struct Surroundings {
-   /// As this user, if we are root.
+   /// As this user, if the test is run by root.
    uid_t uid = 0;
    /// In this directory; in that of the test if empty.
    std::string directory = "";
@@ -45,15 +45,17 @@ public:
 
    pid_t pid() const noexcept { return pid_; }
    void signal(int number) const;
-   /// Waits until its output has `text` so many times, for ten seconds at most. Whether it has.
+   /// Waits until its output has `text` this many times, for at most ten seconds. Returns whether
+   /// it has.
    bool says(std::string const& text, int times = 1);
    /// All of its output so far.
    std::string const& out() const noexcept { return outcome_.out; }
-   /// Waits until it has ended, for twenty seconds at most; then kills it.
+   /// Waits until it has ended, for at most twenty seconds; then kills it.
    Outcome const& finish();
 
 private:
-   /// Reads what is there, waiting so long at most. False when both outputs have ended.
+   /// Reads what is available, waiting for at most `wait`. Returns false once both outputs have
+   /// ended.
    bool read(std::chrono::milliseconds wait);
 
    pid_t pid_ = -1;
@@ -66,7 +68,7 @@ private:
 Outcome run(std::vector<std::string> const& args, uid_t uid = 0);
 Outcome run(std::vector<std::string> const& args, Surroundings const& in);
 
-/// A directory of its own, removed with all that is in it.
+/// A temporary directory, removed with everything in it.
 class Scratch {
 public:
    Scratch();

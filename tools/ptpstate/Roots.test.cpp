@@ -1,4 +1,5 @@
-// The commands on hardware, system clock and OpenConfig, of whose types the program knows nothing.
+// The commands with hardware, system clock and OpenConfig roots, whose types the program does not
+// know.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -41,7 +42,7 @@ protected:
       EXPECT_EQ(outcome.status, 0) << outcome.err;
       EXPECT_EQ(outcome.out, "");
    }
-   /// What a command says; its complaint if it fails.
+   /// The output of a command, or its error.
    std::string said(std::vector<std::string> const& args) {
       Outcome const outcome = client(args);
       return outcome.out + outcome.err;
@@ -52,7 +53,7 @@ protected:
       EXPECT_TRUE(watcher->says("is complete: ")) << watcher->finish().err;
       return watcher;
    }
-   /// What it has said of changes, behind the line that says that it is complete.
+   /// The changes that it has printed, after the line that says that it is complete.
    static std::string ended(Program& watcher) {
       watcher.signal(SIGINT);
       EXPECT_EQ(watcher.finish().status, 0) << watcher.finish().err;

@@ -1,13 +1,13 @@
 // Golden transcripts: what every command says, as in a terminal.
 //
-// A file of testdata/transcripts is what a person would see: "$ ptpstate ..." is run, and what
-// follows up to the next such line is what it writes, standard error behind standard output, and
-// its exit status if that is not 0. "$ ptpstate ... &" goes on while others run; "$ wait" shows
-// what it has written. "> FILE" and "< FILE" redirect. "$ ptpstate serve" is always in the
-// background and waited for. Lines with "#" are comments. PTPSTATE_SOCKET names the socket, a
-// file in the directory that all run in.
+// A file of testdata/transcripts is what a person would see: "$ ptpstate ..." is run. What follows,
+// up to the next such line, is its standard output, then its standard error, and its exit status if
+// that is not 0. "$ ptpstate ... &" runs in the background; "$ wait" shows its output. "> FILE" and
+// "< FILE" redirect. "$ ptpstate serve" always runs in the background, and the test waits until it
+// serves. Lines with "#" are comments. PTPSTATE_SOCKET names the socket, a file in the directory in
+// which all commands run.
 //
-// PTPSTATE_UPDATE=1 writes the files anew.
+// PTPSTATE_UPDATE=1 rewrites the files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,7 +26,7 @@ namespace {
 std::filesystem::path const directory =
       std::filesystem::path(PTPLIB_SOURCE_DIR) / "tools/ptpstate/testdata/transcripts";
 
-/// Words as a shell cuts them, single quotes included.
+/// Splits a line into words as a shell does, with single quotes.
 std::vector<std::string> wordsOf(std::string const& line) {
    std::vector<std::string> words;
    bool inside = false;
@@ -53,7 +53,7 @@ std::vector<std::string> wordsOf(std::string const& line) {
 
 class Terminal {
 public:
-   /// Runs a line without its "$ ", and gives what is seen of it.
+   /// Runs a line, given without its "$ ", and returns what it shows.
    std::string run(std::string const& line) {
       std::vector<std::string> words = wordsOf(line);
       if (words == std::vector<std::string>{"wait"}) {
@@ -95,7 +95,7 @@ public:
    }
 
 private:
-   /// The file behind `sign`, which is taken out of the words; empty without one.
+   /// Removes the file after `sign` from the words and returns it; empty without one.
    std::string redirected(std::vector<std::string>& words, std::string const& sign) const {
       for (std::size_t i = 0; i + 1 < words.size(); ++i) {
          if (words[i] == sign) {
@@ -108,8 +108,8 @@ private:
       return "";
    }
 
-   /// Without what differs from run to run: times, processes, and numbers of bytes. The greeting to
-   /// who asks may still be in the buffer.
+   /// Removes what differs between runs: times, processes, and numbers of bytes, since the greeting
+   /// to the asking peer may still be in the buffer.
    static std::string steady(std::string const& text) {
       static std::regex const date(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})");
       static std::regex const pid("pid \\d+, uid \\d+, gid \\d+");

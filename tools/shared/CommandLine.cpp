@@ -11,8 +11,8 @@ namespace Tools {
 void addSocketOption(CLI::App& command, std::string& socket, bool required) {
    command
          .add_option("--socket", socket,
-                     "The server's socket; by default what the environment variable "
-                     "PTPSTATE_SOCKET says")
+                     "The server's socket; by default the value of the environment variable "
+                     "PTPSTATE_SOCKET")
          ->type_name("PATH")
          ->envname("PTPSTATE_SOCKET")
          ->required(required);
@@ -23,7 +23,7 @@ void addClientOptions(CLI::App& command, ClientOptions& options, bool required) 
    command
          .add_option("--timeout", options.timeout,
                      "How long to wait for the server in all, connecting included; 10 by default. "
-                     "Commands that go on wait so long each time they wait for an answer")
+                     "Commands that keep running wait this long for each answer")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
 }

@@ -1,4 +1,4 @@
-// What the command lines of all programs share.
+// What the command lines of the programs share.
 #pragma once
 
 #include <chrono>
@@ -16,7 +16,7 @@ class ParseError;
 
 namespace Tools {
 
-/// What every client of a server of states takes.
+/// Options of every client of a server.
 struct ClientOptions {
    std::string socket;
    /// In seconds.
@@ -27,14 +27,13 @@ struct ClientOptions {
    }
 };
 
-/// Adds `--socket`. `required`: the command can do nothing without one.
+/// Adds `--socket`. `required`: the command needs one.
 void addSocketOption(CLI::App& command, std::string& socket, bool required = true);
 /// Adds `--socket` and `--timeout`.
 void addClientOptions(CLI::App& command, ClientOptions& options, bool required = true);
 
-/// What a program does when its command line cannot be read, or asks for help: it writes one line
-/// to `errors`, or the help to `out`. Returns the exit status. `message`: what to say instead of
-/// what CLI11 says.
+/// Handles a command line that asks for help or is wrong: writes the help to `out`, or one line to
+/// `errors`. Returns the exit status. `message` replaces that of CLI11.
 Holt::Exit endWith(CLI::App const& app, CLI::ParseError const& error, std::ostream& out,
                    std::ostream& errors, std::string message = {});
 

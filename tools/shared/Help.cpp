@@ -13,7 +13,7 @@ constexpr std::size_t helpWidth = 79;
 /// Where descriptions of options begin.
 constexpr std::size_t helpColumn = 24;
 
-/// "NAME" behind blanks, and the description beside or below it.
+/// "NAME", indented, with its description beside or below it.
 std::string row(std::string const& name, std::string const& description, std::size_t column) {
    std::string const left = "  " + name;
    std::string const text = wrapped(description, column);
@@ -49,7 +49,7 @@ bool isShown(CLI::App const* command) {
    return !command->get_group().empty();
 }
 
-/// What stands for the value; CLI11 adds the bounds behind a colon.
+/// The placeholder of the value, without the bounds that CLI11 appends after a colon.
 std::string valueName(CLI::Option const& option) {
    std::string const name = option.get_type_name();
    return name.substr(0, name.find(':'));

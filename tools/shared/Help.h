@@ -9,16 +9,15 @@ class App;
 
 namespace Tools {
 
-/// Lays out what `--help` prints for a terminal of 80 columns: usage, description, commands by
-/// their first sentence, options, and the footer as it stands. All of it is what was said to CLI11
-/// where the command or option was declared. help2man(1) reads this layout, and makes the manual
-/// pages of it.
+/// Lays out the output of `--help` for a terminal of 80 columns: usage, description, the first
+/// sentence of each command, options, and the footer as it is. All texts come from the declarations
+/// of commands and options in CLI11. help2man(1) makes the manual pages from this layout.
 ///
-/// Commands that are added later have it, too. In a description, an empty line begins a new
-/// paragraph, and a line that begins with a blank stays as it is.
+/// It also applies to commands that are added later. In a description, an empty line begins a new
+/// paragraph, and a line that begins with a blank is kept as it is.
 void helpLayoutIs(CLI::App& app);
 
-/// Words in lines of 79 characters at most, each beginning with `indent` blanks.
+/// Wraps words into lines of at most 79 characters, each indented by `indent` blanks.
 std::string wrapped(std::string const& text, std::size_t indent);
 
 }  // namespace Tools

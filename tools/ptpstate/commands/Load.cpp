@@ -27,15 +27,15 @@ struct DiffOptions : ClientOptions {
    bool json = false;
 };
 
-/// Tells what is wrong, a line each, and gives up.
+/// Prints the errors, one per line, and throws.
 [[noreturn]] void refuse(std::string const& file, DocErrors const& errors, char const* outcome) {
    for (Sarn::String const& error : errors) {
       std::cerr << "ptpstate: " << error << '\n';
    }
-   throw Failure(file + ": " + outcome + "; correct what is told above");
+   throw Failure(file + ": " + outcome + "; correct the errors above");
 }
 
-/// The roots that a document has places in, mirrored.
+/// Mirrors of the roots in which a document has places.
 class LoadedRoots {
 public:
    LoadedRoots(Client& client, StateDoc const& doc, MountMode mode) {
@@ -50,7 +50,7 @@ public:
             }
             if (mounts_.back().second == nullptr) {
                throw Failure("the server has no root " + place.path.root.type + "=" +
-                             place.path.root.name + "; add it where the server is started");
+                             place.path.root.name + "; start the server with it");
             }
          }
       }
@@ -89,7 +89,7 @@ Exit load(LoadOptions const& options) {
    }
    Client client(options.socket, options.patience());
    LoadedRoots const roots(client, doc, options.dryRun ? MountMode::reader : MountMode::writer);
-   // Everything is tried on copies first, so that either all is applied or nothing.
+   // Try everything on copies first, so that either everything is applied or nothing.
    std::vector<std::pair<Kiv::NamedEntity*, Sarn::Ptr<Kiv::NamedEntity>>> copies;
    std::list<ChangeObserver> observers;
    U64 changes = 0;
@@ -126,7 +126,7 @@ Exit load(LoadOptions const& options) {
    return Exit::ok;
 }
 
-/// The same places of a live state; what is not there is left out.
+/// The same places of a live state; those that do not exist are left out.
 StateDoc liveOf(Client& client, StateDoc const& doc) {
    LoadedRoots const roots(client, doc, MountMode::reader);
    StateDoc live;
@@ -136,7 +136,7 @@ StateDoc liveOf(Client& client, StateDoc const& doc) {
                                            place.path.root.name, place.path.steps),
                                      place.path));
       } catch (Failure const&) {
-         continue;  // nothing stands there
+         continue;  // nothing exists there
       }
    }
    return live;
@@ -179,7 +179,7 @@ Exit diff(DiffOptions const& options) {
       StateDoc second;
       if (options.second.empty()) {
          if (options.socket.empty()) {
-            throw Failure("a second dump or --socket is wanted, to compare with");
+            throw Failure("nothing to compare with; give a second dump, or a server with --socket");
          }
          Client client(options.socket, options.patience());
          second = liveOf(client, first);
@@ -200,18 +200,18 @@ void addLoad(CLI::App& app, Run& run) {
    auto const options = std::make_shared<LoadOptions>();
    CLI::App& command = *app.add_subcommand(
          "load",
-         "Brings a state to what a JSON dump says. Only what differs is changed; - is "
+         "Changes a state to match a JSON dump. Only differences are changed; - is "
          "standard input.\n"
          "\n"
-         "Everything is checked before anything is sent: if the setters refuse something, "
-         "nothing is changed, and all of it is told. What the dump leaves out stays as it "
-         "is, so that a dump of a path, or one with a few attributes that was written by "
-         "hand, changes these alone. Of a collection that the dump has, what it does not "
-         "name is removed. A child whose constant arguments differ is replaced.\n"
+         "Everything is checked before anything is sent: if the setters refuse anything, "
+         "nothing is changed, and all errors are printed. What the dump leaves out stays as "
+         "it is, so a dump of a path, or a handwritten one with a few attributes, changes "
+         "only these. If the dump has a collection, elements that it does not name are "
+         "removed. A child whose constant arguments differ is replaced.\n"
          "\n"
-         "If the connection is lost while the changes are on their way, some may have "
-         "been applied; load again. Computed attributes are not loaded, they follow from "
-         "the others. A queue numbers its elements itself: it gets the values.");
+         "If the connection is lost while changes are being sent, some may have been "
+         "applied; load again. Computed attributes are not loaded: they follow from the "
+         "others. A queue numbers its elements itself, so only their values are loaded.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate dump --socket /tmp/ptp --json >before.json\n"
@@ -219,7 +219,7 @@ void addLoad(CLI::App& app, Run& run) {
    addClientOptions(command, *options);
    command.add_option("file", options->file)->type_name("FILE")->required();
    command.add_flag("--dry-run", options->dryRun,
-                    "Only print the changes that it would make, as watch does");
+                    "Print the changes that it would make, as watch does, and make none");
    command.callback([options, &run] { run = [options] { return load(*options); }; });
 }
 
@@ -227,10 +227,10 @@ void addDiff(CLI::App& app, Run& run) {
    auto const options = std::make_shared<DiffOptions>();
    CLI::App& command = *app.add_subcommand(
          "diff",
-         "Compares two JSON dumps, or a dump with the state of a server. Of a server, "
-         "only the places that the dump has are compared.\n"
+         "Compares two JSON dumps, or a dump with the state of a server. Of a server's "
+         "state, only the places in the dump are compared.\n"
          "\n"
-         "Its exit status is that of diff(1): 0 alike, 1 different, 2 trouble.");
+         "Its exit status is that of diff(1): 0 no differences, 1 differences, 2 an error.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate diff before.json after.json\n"
@@ -239,7 +239,7 @@ void addDiff(CLI::App& app, Run& run) {
    command.add_option("file", options->first)->type_name("FILE")->required();
    command.add_option("other", options->second)->type_name("FILE");
    command.add_flag("--json", options->json,
-                    "An object a line, such as "
+                    "Print a JSON object per line, such as "
                     "{\"path\":\"ptp/config.priority1\",\"old\":128,\"new\":7}");
    command.callback([options, &run] { run = [options] { return diff(*options); }; });
 }

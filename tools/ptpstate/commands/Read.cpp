@@ -25,7 +25,7 @@ Exit dumpPath(ReadOptions const& options) {
    Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
                      opened.path.steps);
    if (!place.isCollection() && place.entity() == nullptr) {
-      place.text();  // a value that is not there is refused before anything is written
+      place.text();  // throws before anything is written if there is no such value
    }
    if (options.json) {
       StateDoc doc;
@@ -95,9 +95,9 @@ void addDump(CLI::App& app, Run& run) {
          "Prints every entity and attribute, or those at a path and below.\n"
          "\n"
          "The order is that of the declarations, with keys in natural order (Ethernet2 "
-         "before Ethernet10), so dumps can be compared with diff(1), and the dump of a "
-         "complete mirror is that of its source to the byte. What only the serving "
-         "process knows, attributes that are not streamed, is left out. A queue that has "
+         "before Ethernet10). So dumps can be compared with diff(1), and the dump of a "
+         "complete mirror is identical to that of its source. Attributes that are not "
+         "streamed are left out: only the serving process knows them. A queue that has "
          "been used shows the number of its next element.");
    command.footer(
          "Examples:\n"
@@ -108,7 +108,7 @@ void addDump(CLI::App& app, Run& run) {
    command.add_option("path", options->path)->type_name("PATH");
    auto* const summary = command.add_flag("--summary", options->summary,
                                           "Count entities and attributes by type instead");
-   command.add_flag("--json", options->json, "As JSON, which load and diff read")
+   command.add_flag("--json", options->json, "Print JSON, which load and diff read")
          ->excludes(summary);
    command.callback([options, &run] {
       run = [options] { return options->path.empty() ? dumpAll(*options) : dumpPath(*options); };
@@ -119,7 +119,7 @@ void addGet(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
    CLI::App& command = *app.add_subcommand(
          "get",
-         "Prints a value, alone on its line. Of an entity or a collection, everything "
+         "Prints a value on a line by itself; for an entity or a collection, everything "
          "below it, as dump does.");
    command.footer(
          "Examples:\n"
@@ -127,7 +127,7 @@ void addGet(CLI::App& app, Run& run) {
          "  $ ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass");
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH")->required();
-   command.add_flag("--json", options->json, "As JSON, the value alone");
+   command.add_flag("--json", options->json, "Print the value as JSON");
    command.callback([options, &run] { run = [options] { return get(*options); }; });
 }
 

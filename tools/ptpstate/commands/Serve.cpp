@@ -1,4 +1,4 @@
-// serve: the one command that knows a type of the model, to load a daemon's configuration into it.
+// serve: the only command that depends on a type of the model, to load a daemon's configuration.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -51,12 +51,12 @@ Server::Options ServeOptions::server(LogOutput& log) const {
 Sarn::Ptr<Kiv::NamedEntity> rootOf(std::string const& text) {
    std::size_t const equals = text.find('=');
    if (equals == std::string::npos || equals + 1 == text.size()) {
-      throw Failure("--root " + text + ": TYPE=NAME is wanted, such as Ptp::Config=ptp/config");
+      throw Failure("--root " + text + ": expected TYPE=NAME, such as Ptp::Config=ptp/config");
    }
    return newRoot(text.substr(0, equals), text.substr(equals + 1));
 }
 
-/// Loads the file into the first root of the type that it belongs into.
+/// Loads the file into the first root of type `Ptp::Config`.
 void loadConf(std::string const& file, std::vector<Kiv::NamedEntity*> const& roots,
               LogOutput& log) {
    Ptp::Config* config = nullptr;
@@ -90,7 +90,7 @@ void loadConf(std::string const& file, std::vector<Kiv::NamedEntity*> const& roo
 }
 
 Exit serve(ServeOptions const& options) {
-   std::signal(SIGPIPE, SIG_IGN);  // a server outlives who reads its log
+   std::signal(SIGPIPE, SIG_IGN);  // the server outlives the reader of its log
    std::vector<Sarn::Ptr<Kiv::NamedEntity>> roots;
    std::vector<Kiv::NamedEntity*> plain;
    for (std::string const& root : options.roots) {
@@ -116,7 +116,7 @@ Exit serve(ServeOptions const& options) {
       server.run(stop.fd());
       server.closeAll("the server has ended");
    }
-   // From here on a signal ends the process: the dump may go to a pipe that nobody reads.
+   // From here on, a signal ends the process: the dump may go to a pipe that nobody reads.
    if (!options.dump.empty()) {
       writeFile(options.dump, [&](std::ostream& out) { dumpRoots(out, plain); });
    }
@@ -130,21 +130,21 @@ void addServe(CLI::App& app, Run& run) {
    options->roots = {"Ptp::Config=ptp/config"};
    CLI::App& command = *app.add_subcommand(
          "serve",
-         "Holds roots until it is interrupted. Others mirror them, and every change that "
-         "is made anywhere reaches all of them.\n"
+         "Serves roots until it is interrupted. Others mirror them, and a change made "
+         "anywhere reaches all of them.\n"
          "\n"
          "It prints a line for each root, for each setting of the configuration file that "
          "the model has no place for, and for each connection that is opened, refused or "
-         "lost, with time, peer and reason. Where nobody reads these lines, 256 KiB of "
-         "them are kept and the rest is counted; the server never waits.\n"
+         "lost, with time, peer and reason. If nobody reads these lines, it keeps 256 KiB "
+         "of them and counts the rest; the server never waits.\n"
          "\n"
-         "Whoever may write to the socket's file may connect and read. A user has at most "
-         "256 connections. A peer has a minute to greet, and a minute to finish a message "
-         "that it has begun. What all connections hold in memory is bounded: 64 MiB, and "
-         "4 KiB for each.\n"
+         "Anybody who may write to the socket's file may connect and read. A user may have "
+         "256 connections. A peer has a minute to greet, and a minute to finish each "
+         "message that it begins. All connections together hold at most 64 MiB of memory, "
+         "and 4 KiB for each.\n"
          "\n"
-         "A socket file that is left from a process that is gone is replaced. One that is "
-         "answered, and a file that is no socket, are left alone.");
+         "A stale socket file is replaced. A socket at which a process listens, and a file "
+         "that is not a socket, are left alone.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf\n"
@@ -154,33 +154,33 @@ void addServe(CLI::App& app, Run& run) {
    addSocketOption(command, options->socket);
    command
          .add_option("--root", options->roots,
-                     "A root to hold; repeatable; by default Ptp::Config=ptp/config")
+                     "A root to serve; repeatable; by default Ptp::Config=ptp/config")
          ->type_name("TYPE=NAME")
          ->allow_extra_args(false);
    command
          .add_option(
                "--ptp4l-conf", options->ptp4lConf,
                "Load a ptp4l(8) configuration file into the first root that is a Ptp::Config; "
-               "with an error in the file nothing is served")
+               "if the file has an error, nothing is served")
          ->type_name("FILE");
    command
          .add_option("--dump", options->dump,
-                     "At the end, write all that it has in memory; - for standard output")
+                     "At the end, write a dump of all roots; - for standard output")
          ->type_name("FILE");
    command
          .add_option("--mode", options->mode,
-                     "The socket's permissions, in octal; by default what the umask leaves")
+                     "Permissions of the socket, in octal; by default what the umask leaves")
          ->type_name("MODE");
    command.add_option("--owner", options->owner, "Give the socket to USER, :GROUP or USER:GROUP")
          ->type_name("OWNER");
    command
          .add_option("--writers", options->writers,
-                     "Who may change something, each a user, or a group with a colon before it; by "
-                     "default everybody who may connect")
+                     "Who may make changes: users, and groups with a colon before them; by default "
+                     "everybody who may connect")
          ->type_name("WHO,...")
          ->delimiter(',')
          ->allow_extra_args(false);
-   command.add_flag("--quiet", options->quiet, "Say nothing of connections");
+   command.add_flag("--quiet", options->quiet, "Do not report connections");
    command.callback([options, &run] { run = [options] { return serve(*options); }; });
 }
 

@@ -17,7 +17,7 @@ using Holt::Ends;
 
 class ServeTest : public WithServer {
 protected:
-   /// Commands with what they say, as in a terminal.
+   /// Commands and their output, as in a terminal.
    std::string transcript(std::vector<std::vector<std::string>> const& commands) {
       std::string all;
       for (std::vector<std::string> const& command : commands) {
@@ -75,7 +75,7 @@ TEST_F(ServeTest, CreatesAndRemovesChildren) {
                          {"get", "ptp/config.intfConfig[Ethernet1].logSyncInterval"},
                          {"del", "ptp/config.intfConfig[Ethernet1]"}}),
              "$ add ptp/config.intfConfig[Ethernet1]\n"
-             "ptpstate: ptp/config.intfConfig[Ethernet1]: takes as arguments: enabled (bool), "
+             "ptpstate: ptp/config.intfConfig[Ethernet1]: takes these arguments: enabled (bool), "
              "mpassEnabled (bool)\n"
              "-> 1\n"
              "$ add ptp/config.intfConfig[Ethernet1] true false\n"
@@ -98,30 +98,31 @@ TEST_F(ServeTest, CreatesAndRemovesChildren) {
 TEST_F(ServeTest, RefusesInTheSettersWordsAndChangesNothing) {
    serve();
    std::string const before = client({"dump"}).out;
-   EXPECT_EQ(transcript({{"set", "ptp/config.driftLimit", "7"},
-                         {"set", "ptp/config.priority1", "300"},
-                         {"set", "ptp/config.ptpProfile", "none"},
-                         {"set", "ptp/config", "1"},
-                         {"set", "ptp/other.enabled", "1"}}),
-             "$ set ptp/config.driftLimit 7\n"
-             "ptpstate: ptp/config.driftLimit: Ptp::Config::driftLimit < "
-             "Ptp::Constants::mindriftLimit or > Ptp::Constants::maxdriftLimit not allowed\n"
-             "-> 1\n"
-             "$ set ptp/config.priority1 300\n"
-             "ptpstate: ptp/config.priority1: 300 does not fit U8 (0 to 255)\n"
-             "-> 1\n"
-             "$ set ptp/config.ptpProfile none\n"
-             "ptpstate: ptp/config.ptpProfile: 'none' is no Ptp::PtpProfile: at position 0: "
-             "expected a name or number of Ptp::PtpProfile\n"
-             "-> 1\n"
-             "$ set ptp/config 1\n"
-             "ptpstate: ptp/config: is an entity; 'add' creates one, 'del' removes it, 'set' sets "
-             "its attributes\n"
-             "-> 1\n"
-             "$ set ptp/other.enabled 1\n"
-             "ptpstate: 'ptp/other.enabled' begins with no root of the server, which has "
-             "ptp/config\n"
-             "-> 1\n");
+   EXPECT_EQ(
+         transcript({{"set", "ptp/config.driftLimit", "7"},
+                     {"set", "ptp/config.priority1", "300"},
+                     {"set", "ptp/config.ptpProfile", "none"},
+                     {"set", "ptp/config", "1"},
+                     {"set", "ptp/other.enabled", "1"}}),
+         "$ set ptp/config.driftLimit 7\n"
+         "ptpstate: ptp/config.driftLimit: Ptp::Config::driftLimit < "
+         "Ptp::Constants::mindriftLimit or > Ptp::Constants::maxdriftLimit not allowed\n"
+         "-> 1\n"
+         "$ set ptp/config.priority1 300\n"
+         "ptpstate: ptp/config.priority1: 300 does not fit U8 (0 to 255)\n"
+         "-> 1\n"
+         "$ set ptp/config.ptpProfile none\n"
+         "ptpstate: ptp/config.ptpProfile: 'none' is not a valid Ptp::PtpProfile: at position 0: "
+         "expected a name or number of Ptp::PtpProfile\n"
+         "-> 1\n"
+         "$ set ptp/config 1\n"
+         "ptpstate: ptp/config: is an entity; 'add' creates one, 'del' removes it, 'set' sets "
+         "its attributes\n"
+         "-> 1\n"
+         "$ set ptp/other.enabled 1\n"
+         "ptpstate: 'ptp/other.enabled' does not begin with the name of a root; the server has "
+         "ptp/config\n"
+         "-> 1\n");
    EXPECT_EQ(client({"dump"}).out, before);
 }
 
@@ -142,10 +143,10 @@ TEST_F(ServeTest, RefusesRootsThatCannotBe) {
    struct {
       char const* root;
       char const* says;
-   } const cases[] = {{"Ptp::Config", "TYPE=NAME is wanted"},
+   } const cases[] = {{"Ptp::Config", "expected TYPE=NAME"},
                       {"Ptp::Nothing=x", "there is no type 'Ptp::Nothing'"},
-                      {"Ptp::IntfConfig=x", "is no type of a root"},
-                      {"Ptp::ClockQuality=x", "is no type of a root"}};
+                      {"Ptp::IntfConfig=x", "cannot be a root"},
+                      {"Ptp::ClockQuality=x", "cannot be a root"}};
    for (auto const& at : cases) {
       Outcome const outcome = run({"serve", "--socket", socket, "--root", at.root});
       EXPECT_EQ(outcome.status, 1) << at.root;
@@ -212,7 +213,7 @@ TEST_F(ServeTest, ASocketThatWasLeftIsReplaced) {
    server->signal(SIGKILL);
    server->finish();
    ASSERT_EQ(::access(socket.c_str(), F_OK), 0);
-   EXPECT_NE(client({"get", "ptp/config.enabled"}).err.find("nobody serves here any more"),
+   EXPECT_NE(client({"get", "ptp/config.enabled"}).err.find("no server listens here any more"),
              std::string::npos);
    serve();
    EXPECT_EQ(client({"get", "ptp/config.enabled"}).out, "false\n");
@@ -222,18 +223,18 @@ TEST_F(ServeTest, AFileThatIsNoSocketIsLeftAlone) {
    std::ofstream(socket) << "precious";
    Outcome const outcome = run({"serve", "--socket", socket});
    EXPECT_EQ(outcome.status, 3);
-   EXPECT_NE(outcome.err.find("exists and is no socket"), std::string::npos) << outcome.err;
+   EXPECT_NE(outcome.err.find("exists and is not a socket"), std::string::npos) << outcome.err;
    EXPECT_EQ(readFile(socket), "precious");
 }
 
 TEST_F(ServeTest, ASocketThatCannotBeSaysWhy) {
    std::string const tooLong = "/tmp/" + std::string(120, 'x');
-   EXPECT_NE(run({"serve", "--socket", tooLong}).err.find("at most 107 bytes, this has 125"),
+   EXPECT_NE(run({"serve", "--socket", tooLong}).err.find("at most 107 bytes, this one has 125"),
              std::string::npos);
    EXPECT_EQ(run({"get", "--socket", tooLong, "ptp/config"}).status, 3);
    Outcome const noDirectory = run({"serve", "--socket", scratch.file("no/socket")});
    EXPECT_EQ(noDirectory.status, 3);
-   EXPECT_NE(noDirectory.err.find("make its directory first"), std::string::npos);
+   EXPECT_NE(noDirectory.err.find("create its directory first"), std::string::npos);
    Outcome const nobody = run({"dump", "--socket", scratch.file("nobody")});
    EXPECT_EQ(nobody.status, 3);
    EXPECT_NE(nobody.err.find("there is no such socket; start a server there"), std::string::npos);
@@ -241,7 +242,7 @@ TEST_F(ServeTest, ASocketThatCannotBeSaysWhy) {
 
 TEST_F(ServeTest, ASocketThatIsNotPermittedSaysSo) {
    constexpr uid_t nobody = 65534;
-   // The program must be reachable for the other user, else there is nothing to be tried.
+   // The other user must be able to run the program; otherwise there is nothing to test.
    if (::geteuid() == 0 && run({"--help"}, nobody).status != 0) {
       GTEST_SKIP() << "another user cannot run the program here";
    }
@@ -250,7 +251,7 @@ TEST_F(ServeTest, ASocketThatIsNotPermittedSaysSo) {
    ASSERT_EQ(::chmod(socket.c_str(), ::geteuid() == 0 ? 0600 : 0), 0);
    Outcome const reading = run({"get", "--socket", socket, "ptp/config.enabled"}, nobody);
    EXPECT_EQ(reading.status, 3);
-   EXPECT_NE(reading.err.find("connecting is not permitted to you"), std::string::npos)
+   EXPECT_NE(reading.err.find("you are not permitted to connect"), std::string::npos)
          << reading.err;
    ASSERT_EQ(::chmod(scratch.path().c_str(), 0555), 0);
    Outcome const serving = run({"serve", "--socket", scratch.file("other")}, nobody);

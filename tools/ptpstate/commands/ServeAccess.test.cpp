@@ -1,4 +1,4 @@
-// Who may connect and who may write, tried with the real program as two users.
+// Who may connect and who may write: the real program, run by two users.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -78,12 +78,12 @@ TEST_F(ServeAccessTest, WhoIsNoWriterReadsAndIsRefusedToChange) {
          {"del", "ptp/config.intfConfig"}}) {
       Outcome const outcome = client(command, nobody);
       EXPECT_EQ(outcome.status, 1) << command[0];
-      EXPECT_EQ(outcome.err.find("ptpstate: ptp/config: the server takes no changes from here: uid "
-                                 "65534, gid "),
-                0U)
+      EXPECT_EQ(
+            outcome.err.find("ptpstate: ptp/config: the server accepts no changes from here: uid "
+                             "65534, gid "),
+            0U)
             << outcome.err;
-      EXPECT_NE(outcome.err.find("those who may write: user root\n"), std::string::npos)
-            << outcome.err;
+      EXPECT_NE(outcome.err.find("writers: user root\n"), std::string::npos) << outcome.err;
    }
    EXPECT_EQ(client({"get", "ptp/config.priority1"}).out, "7\n");
    EXPECT_TRUE(server->says("refused Ptp::Config=ptp/config: uid 65534", 3)) << server->out();
@@ -99,7 +99,7 @@ TEST_F(ServeAccessTest, AGroupMayWrite) {
    EXPECT_EQ(client({"get", "ptp/config.priority1"}).out, "8\n");
 }
 
-/// A writer that stays: an agent, in this process.
+/// A writer that stays connected: an agent in this process.
 class Agent {
 public:
    Agent(std::string const& socket, MountMode mode)
@@ -126,7 +126,7 @@ TEST_F(ServeAccessTest, AClaimedRootHasOneWriterAndTheNextFindsItAsItWasLeft) {
 
    Outcome const refused = client({"set", "ptp/status.holdoverExpiry", "5"});
    EXPECT_EQ(refused.status, 1);
-   EXPECT_EQ(refused.err.find("ptpstate: ptp/status: the server takes no changes from here: "
+   EXPECT_EQ(refused.err.find("ptpstate: ptp/status: the server accepts no changes from here: "
                               "ptp/status is claimed by pid " +
                               std::to_string(::getpid()) + ", uid "),
              0U)

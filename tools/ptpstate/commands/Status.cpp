@@ -135,19 +135,19 @@ void addStatus(CLI::App& app, Run& run) {
    auto const options = std::make_shared<StatusOptions>();
    CLI::App& command = *app.add_subcommand(
          "status",
-         "Tells of each connection of a server who it is and how it keeps up, the oldest "
+         "Shows who is connected to a server and how well each connection keeps up, oldest "
          "first. Everybody who may connect may ask.\n"
          "\n"
-         "\"coalesced\" are those of the changes that the peer could not take when they "
-         "were made that it will never see, since a later one took their place. "
-         "\"untold\" is what has still to be written into the buffer, \"behind\" how long "
-         "ago the peer had last taken everything.");
+         "\"coalesced\" counts deferred changes that the peer will never see, because a "
+         "later change replaced them. \"untold\" counts what is yet to be written to the "
+         "buffer. \"behind\" is the time since the peer last had everything.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate status --socket /tmp/ptp\n"
          "  $ ptpstate status --socket /tmp/ptp --json");
    addClientOptions(command, *options);
-   command.add_flag("--json", options->json, "As JSON: an array of objects, times in nanoseconds");
+   command.add_flag("--json", options->json,
+                    "Print JSON: an array of objects, times in nanoseconds");
    command.callback([options, &run] { run = [options] { return status(*options); }; });
 }
 

@@ -1,4 +1,4 @@
-// What a server tells of its connections.
+// What a server reports about its connections.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -133,7 +133,7 @@ TEST_F(StatusTest, OfNoServerIsAnError) {
    server->finish();
    Outcome const outcome = run({"status", "--socket", socket});
    EXPECT_EQ(outcome.status, 3);
-   EXPECT_NE(outcome.err.find("nobody serves here any more"), std::string::npos) << outcome.err;
+   EXPECT_NE(outcome.err.find("no server listens here any more"), std::string::npos) << outcome.err;
 }
 
 }  // namespace

@@ -34,11 +34,11 @@ struct WatchOptions : ClientOptions {
    bool noReconnect = false;
 };
 
-/// A root, its mirror, and who tells of changes there. The mirror outlives connections.
+/// A root with its mirror and the observer of its changes. The mirror outlives connections.
 struct Watched {
    OfferedRoot root;
    Sarn::Ptr<Kiv::NamedEntity> mirror;
-   /// Tells once the mirror has been complete: before that, what comes is no change.
+   /// Reports only once the mirror has been complete: what comes before is not a change.
    std::optional<ChangeObserver> observer;
 };
 
@@ -63,7 +63,7 @@ private:
    void dump() const;
    bool enough() const { return options_.count != 0 && told_ >= options_.count; }
    bool timeIsOver() const { return end_ && Clock::now() >= *end_; }
-   /// How long to wait at most; negative for ever.
+   /// How long to wait at most; negative: without limit.
    milliseconds left() const;
    void event(Sarn::String const& text, Json const& json) const;
 
@@ -73,7 +73,7 @@ private:
    std::unique_ptr<Client> client_;
    std::optional<Clock::time_point> end_;
    U64 told_ = 0;
-   // Changes that this connection's server coalesced, as far as we have told of it.
+   // Changes that the server has coalesced on this connection, as far as they have been reported.
    U64 coalesced_ = 0;
    U64 toldWhenAsked_ = 0;
    Clock::time_point askAgain_;
@@ -101,7 +101,7 @@ void Watch::connect() {
    toldWhenAsked_ = told_;
 }
 
-/// The roots that are watched, or the one that the path leads to.
+/// Chooses the roots to watch: all, or the one that the path begins with.
 void Watch::choose() {
    if (!options_.path.empty()) {
       Path const path = parsePath(options_.path, client_->roots());
@@ -113,7 +113,7 @@ void Watch::choose() {
       if (Kiv::typeByName(root.type) == nullptr) {
          std::cerr << "ptpstate: "
                    << Kiv::printable(root.name + " is left out: its type " + root.type +
-                                     " is not known here; load the module that has it")
+                                     " is not known here; load its module")
                    << std::endl;
          continue;
       }
@@ -149,11 +149,12 @@ void Watch::onState(Mount const& mount) {
          break;
       }
       case Mount::State::refused:
-         throw Failure(name + ": the server refuses a mirror: " + mount.reason(), Exit::connection);
+         throw Failure(name + ": the server refused the mirror: " + mount.reason(),
+                       Exit::connection);
       case Mount::State::gone: {
          Json json = eventJson("gone");
          json["root"] = name;
-         event(name + " is gone: the server has given it up", json);
+         event(name + " is gone: the server has withdrawn it", json);
          break;
       }
       default:
@@ -176,7 +177,7 @@ void Watch::onChange(ChangeText const& text) {
    }
 }
 
-/// The server knows what it has left out for this connection.
+/// Reports what the server has coalesced for this connection.
 void Watch::onSessions(std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions) {
    for (Kiv::NboAttrLog::SessionStatus const& session : sessions) {
       U64 const now = session.stats.changesCoalesced;
@@ -187,20 +188,20 @@ void Watch::onSessions(std::vector<Kiv::NboAttrLog::SessionStatus> const& sessio
          json["changes"] = missed;
          event(std::to_string(missed) + (missed == 1 ? " change was" : " changes were") +
                      " coalesced: they came faster than they were read, and only later values "
-                     "are told",
+                     "are shown",
                json);
       }
    }
-   // The answer is as long as there are connections; with many of them it is asked for less often.
+   // The answer grows with the number of connections, so ask less often if there are many.
    askAgain_ = Clock::now() +
                std::max(milliseconds(1000), milliseconds(10 * static_cast<S64>(sessions.size())));
 }
 
-/// Asks whether there was a gap, when changes have come since it was last asked.
+/// Asks whether changes were coalesced, if any have come since it last asked.
 void Watch::askForGaps() {
    if (told_ != toldWhenAsked_ && Clock::now() >= askAgain_ && !client_->over()) {
       toldWhenAsked_ = told_;
-      askAgain_ = Clock::time_point::max();  // until the answer is here
+      askAgain_ = Clock::time_point::max();  // until the answer arrives
       client_->sessionsAsk();
    }
 }
@@ -217,7 +218,7 @@ milliseconds Watch::left() const {
    return std::max(left + milliseconds(1), milliseconds::zero());
 }
 
-/// Until it is told to stop, has told enough, or the connection is over. Whether to stop.
+/// Reports changes until the command is done or the connection ends. Returns whether it is done.
 bool Watch::follow() {
    while (!enough() && !timeIsOver()) {
       if (client_->over()) {
@@ -232,7 +233,7 @@ bool Watch::follow() {
    return true;
 }
 
-/// Waits for so long, or until a signal comes, or the time is over. Whether to go on.
+/// Waits for `time`, a signal, or the end of the command. Returns whether to continue.
 bool Watch::pause(milliseconds time) const {
    Clock::time_point const until =
          end_ ? std::min(*end_, Clock::now() + time) : Clock::now() + time;
@@ -241,7 +242,7 @@ bool Watch::pause(milliseconds time) const {
    return ::poll(&polled, 1, static_cast<int>(left.count()) + 1) <= 0 && !timeIsOver();
 }
 
-/// Tries until there is a server again. Whether there is one.
+/// Tries until it is connected again; returns false if the command ends before that.
 bool Watch::reconnect() {
    milliseconds wait(100);
    for (;;) {
@@ -254,10 +255,10 @@ bool Watch::reconnect() {
          connect();
          break;
       } catch (Failure const&) {
-         continue;  // it is not there yet
+         continue;  // the server is not back yet
       }
    }
-   event("connection made again; what has changed meanwhile is told now", eventJson("connected"));
+   event("connected again; changes made meanwhile follow", eventJson("connected"));
    for (Watched const& watched : watched_) {
       client_->mountIs(watched.mirror, MountMode::reader);
    }
@@ -274,10 +275,10 @@ void Watch::dump() const {
    });
 }
 
-/// Takes what the server has still to tell, so that nothing from before the end is missing.
+/// Receives what the server has yet to send, so that no change before the end is missing.
 void Watch::finish() {
    if (!client_->over()) {
-      stop_.taken();  // a second signal ends the waiting, too
+      stop_.taken();  // a second signal ends the wait, too
       client_->beginAnew();
       client_->sync();
       if (told_ != toldWhenAsked_) {
@@ -326,16 +327,16 @@ void addWatch(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WatchOptions>();
    CLI::App& command = *app.add_subcommand(
          "watch",
-         "Prints a line a change, until it is interrupted. With a path, only changes "
+         "Prints a line for each change until it is interrupted. With a path, only changes "
          "there and below.\n"
          "\n"
-         "Changes that come faster than they are read are not queued without end: of an "
-         "attribute that changed several times meanwhile, the last value is told, and a "
-         "line says how many were left out. When the connection is lost, it tries again "
-         "until the server is back, and then tells what has changed meanwhile.\n"
+         "The server does not queue changes without limit for a slow reader: if an attribute "
+         "changes several times before it is read, only the last value is shown, and a "
+         "line says how many changes were left out. When the connection is lost, watch "
+         "tries again until the server is back, and then shows what changed meanwhile.\n"
          "\n"
-         "At its end it first takes what the server has still to tell, so that nothing is "
-         "missing from before. A second interrupt ends that waiting, too.");
+         "When it ends, it first receives what the server has yet to send, so that no "
+         "earlier change is missing. A second interrupt ends that wait, too.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate watch --socket /tmp/ptp\n"
@@ -343,19 +344,20 @@ void addWatch(CLI::App& app, Run& run) {
          "  $ ptpstate watch --socket /tmp/ptp --json --count 1 ptp/config.domainNumber");
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH");
-   command.add_option("--count", options->count, "End after so many changes")
+   command.add_option("--count", options->count, "End after this many changes")
          ->type_name("N")
          ->check(CLI::Range(U64{1}, ~U64{0}));
-   command.add_option("--for", options->seconds, "End after so long")
+   command.add_option("--for", options->seconds, "End after this time")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e9));
    command
          .add_option("--dump", options->dump,
-                     "At the end, write the mirror as it is in memory; - for standard output")
+                     "At the end, write a dump of the mirror; - for standard output")
          ->type_name("FILE");
    command.add_flag(
          "--json", options->json,
-         "An object a line: a change, \"set\", \"created\" or \"deleted\", or an event, "
+         "Print a JSON object per line: a change, \"set\", \"created\" or \"deleted\", or an "
+         "event, "
          "\"complete\", \"coalesced\", \"lost\", \"connected\" or \"gone\"; times in UTC");
    command.add_flag("--no-reconnect", options->noReconnect,
                     "End when the connection is lost, with status 3");

@@ -120,8 +120,8 @@ TEST_F(WatchTest, ConnectsAgainAndTellsWhatHasChangedMeanwhile) {
    ASSERT_TRUE(watcher->says(" is complete: ", 2));
    change({"set", "ptp/config.priority1", "8"});
    std::string const said = ended(*watcher);
-   EXPECT_EQ(said.substr(said.find("TIME -- connection made")),
-             "TIME -- connection made again; what has changed meanwhile is told now\n"
+   EXPECT_EQ(said.substr(said.find("TIME -- connected again")),
+             "TIME -- connected again; changes made meanwhile follow\n"
              "TIME ptp/config.priority1: 7 -> 128\n"
              "TIME ptp/config.priority2: 9 -> 128\n"
              "TIME -- ptp/config is complete: 3 entities, 40 attributes\n"
@@ -196,13 +196,13 @@ TEST_F(WatchTest, CanBeInterruptedWhileTheServerDoesNotAnswer) {
    ::usleep(100000);
    beginning.signal(SIGINT);
    Outcome const& outcome = beginning.finish();
-   // On a slow machine the signal comes before it is waited for, and ends the program itself.
+   // On a slow machine the signal comes before the program waits for it, and ends the program.
    EXPECT_TRUE(outcome.status == 3 || outcome.status == 128 + SIGINT) << outcome.status;
    watcher->signal(SIGINT);
    ::usleep(50000);
    watcher->signal(SIGINT);
    EXPECT_EQ(watcher->finish().status, 3);
-   EXPECT_NE(watcher->finish().err.find("interrupted before the server has answered"),
+   EXPECT_NE(watcher->finish().err.find("interrupted before the server answered"),
              std::string::npos)
          << watcher->finish().err;
    server->signal(SIGCONT);

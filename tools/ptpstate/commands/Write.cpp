@@ -57,12 +57,12 @@ void addSet(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
    CLI::App& command = addWriter(
          app, run, options, "set",
-         "Sets an attribute, a field within one, or an element of a map. An element that "
-         "is new is inserted.\n"
+         "Sets an attribute, a field within one, or an element of a map. A new element is "
+         "inserted.\n"
          "\n"
-         "The value is set in a mirror here first: one that is out of range is refused at "
-         "once, in the words of its setter, and nothing is sent. It ends when the server "
-         "has applied the change.",
+         "The value is first set in a local mirror: one that is out of range is refused at "
+         "once, with the message of its setter, and nothing is sent. The command ends when "
+         "the server has applied the change.",
          "Examples:\n"
          "  $ ptpstate set --socket /tmp/ptp ptp/config.priority1 100\n"
          "  $ ptpstate set --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].logSyncInterval -4\n"
@@ -75,12 +75,11 @@ void addAdd(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
    CLI::App& command = addWriter(
          app, run, options, "add",
-         "Creates a child, inserts an element, or appends to a queue. A child is made "
-         "from its arguments besides its key, in order; without them the message says "
-         "which they are.\n"
+         "Creates a child, inserts an element, or appends to a queue. A child takes the "
+         "arguments of its constructor, in order and without its key; if they are missing, "
+         "the message lists them.\n"
          "\n"
-         "A child that is there is brought to the given values, unless one of them cannot "
-         "change.",
+         "An existing child gets the given values, unless one of them is constant.",
          "Examples:\n"
          "  $ ptpstate add --socket /tmp/ptp ptp/config.intfConfig[Ethernet1] true false\n"
          "  $ ptpstate add --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].vlanConfig[100]",
@@ -91,8 +90,8 @@ void addAdd(CLI::App& app, Run& run) {
 void addDel(CLI::App& app, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
    addWriter(app, run, options, "del",
-             "Removes a child with all below it, an element, or the front of a queue. Of a "
-             "collection or a queue as a whole, all elements.",
+             "Removes a child with all below it, an element, or the front of a queue. For a "
+             "whole collection or queue, removes all elements.",
              "Examples:\n"
              "  $ ptpstate del --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]",
              [](Place& place, WriteOptions const&) { place.del(); });

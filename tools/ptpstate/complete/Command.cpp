@@ -1,4 +1,4 @@
-// complete: what ptpstate.bash asks. It is not shown among the commands.
+// complete: what ptpstate.bash calls. It is not listed among the commands.
 #include <CLI/CLI.hpp>
 #include <iostream>
 
@@ -18,8 +18,8 @@ struct CompleteOptions {
    std::string word;
 };
 
-/// Prints candidates as bash wants them: what replaces the word as it sees it, which begins behind
-/// the last character that breaks words.
+/// Prints candidates as bash expects them: replacements for the word as bash sees it, which begins
+/// after the last character that breaks words.
 Exit complete(CLI::App const& app, CompleteOptions const& options) {
    ShellWords const line = shellWords(options.line.substr(0, options.point));
    std::string const word = plainArgument(options.word);
@@ -28,7 +28,7 @@ Exit complete(CLI::App const& app, CompleteOptions const& options) {
    std::string const plain = before.empty() ? "" : shellWords(before).words.back();
    for (std::string candidate : candidates(app, line)) {
       if (line.quote != 0 && candidate.ends_with(' ')) {
-         candidate.pop_back();  // the quote has to be closed first
+         candidate.pop_back();  // the quote must be closed first
       }
       std::cout << shellQuoted(Kiv::printable(candidate.substr(plain.size())), line.quote) << '\n';
    }

@@ -21,7 +21,7 @@ using Kiv::TypeImpl;
 
 namespace {
 
-/// How long somebody who has pressed a key waits.
+/// How long the user waits after pressing the key.
 constexpr std::chrono::milliseconds patience(2000);
 
 /// Collects what begins with the word so far.
@@ -41,7 +41,7 @@ private:
    std::vector<std::string> all_;
 };
 
-/// Where a path is cut: behind the last whole step, and whether a key is being written there.
+/// Where a path is cut: after the last whole step, and whether a key is being typed there.
 struct Cut {
    std::size_t at = 0;
    bool inKey = false;
@@ -69,7 +69,7 @@ Cut cutOf(std::string_view text) {
    return cut;
 }
 
-/// A member's name with what comes behind it: a key, a member of a child, or the end of the word.
+/// A member's name and what follows it: a key, a member of a child, or the end of the word.
 std::string memberCandidate(FieldDescriptor const& field) {
    char const* const behind = field.kind == MemberKind::child ? "."
                               : field.keyType != nullptr      ? "["
@@ -105,8 +105,7 @@ void addKeys(Candidates& candidates, Place const& place, std::string const& befo
    }
 }
 
-/// The root whose name and a dot the text begins with, or null. A name may be written as it is
-/// shown.
+/// The root whose name, plain or printable, and a dot begin the text; or null.
 OfferedRoot const* rootOf(std::string const& text, std::vector<OfferedRoot> const& roots,
                           std::size_t& length) {
    OfferedRoot const* found = nullptr;
@@ -158,7 +157,7 @@ void addPaths(Candidates& candidates, std::string const& socket) {
    }
 }
 
-/// What a value may be, where that is a choice.
+/// Adds the possible values of a bool or an enumeration.
 void addValues(Candidates& candidates, std::string const& socket, std::string const& text) {
    if (socket.empty()) {
       return;
@@ -212,9 +211,9 @@ CLI::Option const* optionOf(CLI::App const& command, std::string const& word) {
    return nullptr;
 }
 
-/// What stands before the word that is being written.
+/// What precedes the word being typed.
 struct Before {
-   /// The option whose value it is, or null.
+   /// The option whose value is being typed, or null.
    CLI::Option const* option = nullptr;
    std::vector<std::string> positionals;
    std::string socket;
@@ -312,7 +311,7 @@ ShellWords shellWords(std::string const& line) {
          result.words.back() += c;
       }
    }
-   begin();  // a new word, if the last one is done
+   begin();  // a new word, if the last one is complete
    return result;
 }
 
@@ -356,7 +355,7 @@ std::vector<std::string> candidates(CLI::App const& app, ShellWords const& line)
          addForPositional(found, *command, before);
       }
    } catch (Failure const&) {
-      return {};  // nobody serves there, or the path leads nowhere
+      return {};  // no server, or an invalid path
    }
    return found.take();
 }

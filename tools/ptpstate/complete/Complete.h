@@ -1,4 +1,4 @@
-// What a shell can offer for a command line that is not finished.
+// Completes an unfinished command line for a shell.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@ class App;
 
 namespace Ptpstate {
 
-/// A command line up to the cursor, cut as a shell does: words without their quotes; the last one
-/// is being written.
+/// A command line up to the cursor, split as a shell does, without quotes. The last word is the one
+/// being typed.
 struct ShellWords {
    std::vector<std::string> words;
    /// The last word as it was typed.
@@ -21,13 +21,13 @@ struct ShellWords {
 };
 ShellWords shellWords(std::string const& line);
 
-/// A word as it must be typed behind an open quote, or none (0).
+/// A word as it must be typed after an open quote (0: none).
 std::string shellQuoted(std::string const& word, char quote);
 
-/// Candidates for the last word of a line, whole and plain. Those that end with a blank are
-/// complete words. Options and commands come from `app`, paths from the server that the line or the
-/// environment names, types from the modules; files are left to the shell. What goes wrong gives
-/// no candidates.
+/// Candidates for the last word of a line, as whole words without quotes. Those that end with a
+/// blank are complete. Options and commands come from `app`, paths from the server that the line or
+/// the environment names, types from the modules; files are left to the shell. After an error there
+/// are no candidates.
 std::vector<std::string> candidates(CLI::App const& app, ShellWords const& line);
 
 }  // namespace Ptpstate

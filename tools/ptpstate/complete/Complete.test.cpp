@@ -1,4 +1,4 @@
-// What is offered at a press of the tabulator key.
+// What bash offers after the Tab key.
 #include "tools/ptpstate/complete/Complete.h"
 
 #include <gmock/gmock.h>
@@ -80,7 +80,7 @@ TEST_F(CompleteTest, OffersTypesOfTheModules) {
    EXPECT_THAT(at("ptpstate types PtpM"),
                ElementsAre("PtpMib ", "PtpMib::ClockRoleType ", "PtpMib::RxTxMode ",
                            "PtpMpassStatedbTypes "));
-   // Bash sees only what stands behind the colon.
+   // Bash sees only what follows the colon.
    EXPECT_THAT(at("ptpstate types Ptp::VlanS", "VlanS"), ElementsAre("VlanStatus "));
    EXPECT_THAT(at("ptpstate serve --root Ptp::Stat", "Stat"), ElementsAre("Status="));
 }

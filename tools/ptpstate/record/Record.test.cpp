@@ -1,4 +1,4 @@
-// Recordings made by the real program from a live server, and what it makes of them.
+// Recordings of a live server, made and replayed by the real program.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -240,8 +240,8 @@ TEST_F(RecordTest, AServerThatIsKilledEndsItAndNothingIsLost) {
    server->signal(SIGKILL);
    Outcome const& outcome = recording->finish();
    EXPECT_EQ(outcome.status, 3);
-   EXPECT_NE(outcome.err.find("the connection is lost: the peer has closed the connection; what "
-                              "came until then is recorded"),
+   EXPECT_NE(outcome.err.find("the connection is lost: the peer has closed the connection; "
+                              "everything up to there is recorded"),
              std::string::npos)
          << outcome.err;
    EXPECT_NE(replay().out.find("ptp/config.priority1: 128 -> 7\n"), std::string::npos);
@@ -258,7 +258,7 @@ TEST_F(RecordTest, GoesOnWhenTheServerIsBack) {
    ::usleep(200'000);
    std::string const lost = moment();
    serve();
-   // It finds the server, and tells that what was there is not any more.
+   // It finds the server, and records that what was there has gone.
    ASSERT_TRUE(server->says("opened"));
    Outcome mirrored;
    for (int i = 0; i != 100; ++i) {
@@ -276,9 +276,10 @@ TEST_F(RecordTest, GoesOnWhenTheServerIsBack) {
              "DATE ptp/config.priority1: 7 -> 128\n"
              "DATE -- the recorder has the server again\n"
              "DATE ptp/config.priority1: 128 -> 9\n");
-   EXPECT_NE(replay({"--at", lost})
-                   .out.find("# the recorder had lost the server; this is the last that it knew"),
-             std::string::npos);
+   EXPECT_NE(
+         replay({"--at", lost})
+               .out.find("# the recorder had lost the server; this is the last state that it knew"),
+         std::string::npos);
 }
 
 TEST_F(RecordTest, KeepsARingOfFilesEachOfWhichStandsAlone) {
@@ -329,7 +330,7 @@ TEST_F(RecordTest, AFileThatIsBeingRecordedIsLeftAlone) {
    Outcome const second = run({"record", "--socket", socket, "--for", "5", "--replace", file});
    EXPECT_EQ(second.status, 1);
    EXPECT_EQ(second.err, "ptpstate: " + file +
-                               ": another recorder is writing to it; nothing is recorded, choose "
+                               ": another recorder is writing to it; nothing is recorded; choose "
                                "another name\n");
    ended(*recording);
    Outcome const played = replay();
@@ -380,17 +381,17 @@ TEST_F(RecordTest, InfoTellsWhatReplayWouldFind) {
       EXPECT_NE(info.err.find(fault), std::string::npos) << info.err;
       EXPECT_NE(played.err.find(fault), std::string::npos) << played.err;
    };
-   // A frame of its own, with a right checksum, whose message is none: the last change begins its
-   // frame 61 bytes before the end.
+   // A frame with a correct checksum and an invalid message: the frame of the last change begins 61
+   // bytes before the end.
    std::string bad = whole;
    std::size_t const frame = whole.size() - 61;
    bad[frame + Kiv::NboAttrLog::frameHeaderSize] = '\x7f';
    U8* const at = reinterpret_cast<U8*>(bad.data()) + frame;
    Kiv::NboAttrLog::writeFrameHeader(at, Kiv::NboAttrLog::FrameKind::log, {1, 1}, 11);
-   expectSame(bad, "cannot be played behind byte " + std::to_string(frame) + ": ");
+   expectSame(bad, "cannot be played after byte " + std::to_string(frame) + ": ");
    // Only the beginning of the snapshot.
    std::size_t const roots = whole.find("Ptp::Config") + 11 + 4 + 10;
-   expectSame(whole.substr(0, roots), "what there was is not yet complete at that time");
+   expectSame(whole.substr(0, roots), "the state is not yet complete at that time");
    std::string hole = whole;
    std::fill(hole.begin() + static_cast<std::ptrdiff_t>(frame), hole.end(), '\0');
    expectSame(hole, "damaged at byte " + std::to_string(frame) +
@@ -401,7 +402,7 @@ TEST_F(RecordTest, AFileThatIsThereIsLeftAlone) {
    std::ofstream(file) << "precious";
    Outcome const refused = run({"record", "--socket", socket, file});
    EXPECT_EQ(refused.status, 1);
-   EXPECT_NE(refused.err.find("is there already; choose another name, or --replace it"),
+   EXPECT_NE(refused.err.find("already exists; choose another name, or use --replace"),
              std::string::npos)
          << refused.err;
    EXPECT_EQ(readFile(file), "precious");
@@ -432,7 +433,7 @@ TEST_F(RecordTest, OnlyTheRootsThatAreNamed) {
    Outcome const part =
          run({"record", "--socket", socket, scratch.file("x"), "ptp/config.enabled"});
    EXPECT_EQ(part.status, 1);
-   EXPECT_NE(part.err.find("whole roots are recorded; give ptp/config"), std::string::npos);
+   EXPECT_NE(part.err.find("only whole roots can be recorded; give ptp/config"), std::string::npos);
 }
 
 TEST_F(RecordTest, EndsAfterTheTimeThatIsGiven) {

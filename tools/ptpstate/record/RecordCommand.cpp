@@ -55,7 +55,7 @@ private:
    void connect();
    void chooseRoots();
    void mountAll();
-   /// Whether the server is back; false if it is time to end.
+   /// Waits until the server is back; returns false if the command ends before that.
    bool connectAgain();
    void follow();
    void write();
@@ -86,7 +86,7 @@ void Record::chooseRoots() {
    for (std::string const& text : options_.roots) {
       Path const path = parsePath(text, client_->roots());
       if (!path.steps.empty()) {
-         throw Failure(text + ": whole roots are recorded; give " + path.root.name);
+         throw Failure(text + ": only whole roots can be recorded; give " + path.root.name);
       }
       chosen.push_back(path.root);
    }
@@ -124,7 +124,7 @@ void Record::write() {
    } while (recorder_->waiting());
    if (recorder_->failed()) {
       throw Failure(recorder_->stats().files == 0
-                          ? recorder_->reason() + "; nothing is recorded, choose another name"
+                          ? recorder_->reason() + "; nothing is recorded; choose another name"
                           : "the recording ends: " + recorder_->reason() +
                                   "; make room, or record elsewhere");
    }
@@ -176,7 +176,7 @@ void Record::follow() {
 Exit Record::run() {
    std::error_code ignored;
    if (options_.ring == 0 && !options_.replace && std::filesystem::exists(options_.file, ignored)) {
-      throw Failure(options_.file + ": is there already; choose another name, or --replace it");
+      throw Failure(options_.file + ": already exists; choose another name, or use --replace");
    }
    connect();
    chooseRoots();
@@ -200,7 +200,7 @@ Exit Record::run() {
    follow();
    bool const lost = !client_ || client_->over();
    if (!lost) {
-      stop_.taken();  // a second signal ends the waiting
+      stop_.taken();  // a second signal ends the wait
       client_->beginAnew();
       client_->sync();
    }
@@ -215,7 +215,7 @@ Exit Record::run() {
              << stats.bytes << " bytes" << std::endl;
    if (lost && !stopped_ && !over()) {
       throw Failure(options_.socket + ": the connection is lost: " + lostBy_ +
-                          "; what came until then is recorded; --reconnect waits for the server",
+                          "; everything up to there is recorded; --reconnect waits for the server",
                     Exit::connection);
    }
    return Exit::ok;
@@ -227,11 +227,11 @@ void addRecord(CLI::App& app, Run& run) {
    auto const options = std::make_shared<RecordOptions>();
    CLI::App& command = *app.add_subcommand(
          "record",
-         "Writes what happens to a server's roots into a file, until it is interrupted. "
-         "With names of roots, to these alone.\n"
+         "Records the changes of a server's roots in a file until it is interrupted. If "
+         "roots are named, records only these.\n"
          "\n"
-         "Its memory does not grow with what it records. Without --reconnect it ends when "
-         "the connection is lost, with status 3; what came until then is in the file.");
+         "Its memory does not grow with the recording. Without --reconnect it ends when the "
+         "connection is lost, with status 3; the file then has everything up to there.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate record --socket /tmp/ptp monday.rec\n"
@@ -241,30 +241,30 @@ void addRecord(CLI::App& app, Run& run) {
    addClientOptions(command, *options);
    command.add_option("file", options->file)->type_name("FILE")->required();
    command.add_option("roots", options->roots)->type_name("ROOT");
-   command.add_option("--for", options->seconds, "End after so long")
+   command.add_option("--for", options->seconds, "End after this time")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e9));
    CLI::Option* const ring =
          command
                .add_option(
                      "--ring", options->ring,
-                     "A flight recorder: keep the last N files FILE.000001, FILE.000002, ... only, "
-                     "each of which stands alone; goes on behind those that are there")
+                     "A flight recorder: keep only the last N files FILE.000001, FILE.000002, ..., "
+                     "each of which can be replayed alone; continues after existing files")
                ->type_name("N")
                ->check(CLI::Range(2, 1'000'000));
    command
          .add_option("--size", options->size,
-                     "Size of each file of the ring, at most (64MB); 14 MB at least")
+                     "Maximum size of each file of the ring (64MB); at least 14 MB")
          ->transform(CLI::AsSizeValue(false))
          ->type_name("BYTES")
          ->needs(ring);
    command
          .add_flag("--replace", options->replace,
-                   "Overwrite a file that is there, which is refused else; a file that another "
-                   "recorder is writing to is refused all the same")
+                   "Overwrite an existing file, unless another recorder is writing to it")
          ->excludes(ring);
    command.add_flag("--reconnect", options->reconnect,
-                    "When the connection is lost, note that, wait for the server, and go on");
+                    "When the connection is lost, note that in the recording, wait for the server, "
+                    "and continue");
    command.callback([options, &run] { run = [options] { return Record(*options).run(); }; });
 }
 

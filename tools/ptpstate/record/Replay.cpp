@@ -22,7 +22,7 @@ using std::chrono::nanoseconds;
 
 namespace {
 
-/// All files that are meant, those of rings in their order.
+/// The files of all named recordings, those of a ring in their order.
 std::vector<Sarn::String> filesOf(std::vector<std::string> const& named) {
    std::vector<Sarn::String> files;
    for (std::string const& name : named) {
@@ -62,11 +62,11 @@ Sarn::String damageText(Sarn::String const& file, Kiv::NboAttrLog::RecordingRead
 Sarn::String unplayableText(Sarn::String const& file,
                             Kiv::NboAttrLog::RecordingReader::Frame const& frame,
                             Kiv::NboAttrLog::Player const& player) {
-   return file + ": cannot be played behind byte " + std::to_string(frame.offset) + ": " +
+   return file + ": cannot be played after byte " + std::to_string(frame.offset) + ": " +
           player.reason();
 }
 
-constexpr char const* incomplete = ": what there was is not yet complete at that time";
+constexpr char const* incomplete = ": the state is not yet complete at that time";
 
 }  // namespace
 
@@ -118,7 +118,7 @@ void Replay::tell(Sarn::String const& line) const {
    std::cout << timeText(wall_) << ' ' << Kiv::printable(line) << '\n';
 }
 
-/// The last file with that moment, and where the moment ends there.
+/// Finds the last file that contains the requested time, and where that time ends there.
 void Replay::findMoment() {
    std::optional<U64> begin;
    for (Sarn::String const& file : files_) {
@@ -130,7 +130,7 @@ void Replay::findMoment() {
       }
    }
    if (!begin) {
-      return;  // what is wrong is told when it is played
+      return;  // playing it says what is wrong
    }
    end_ = parseTime(options_.at, *begin);
    for (std::size_t i = files_.size(); i-- != 0;) {
@@ -145,7 +145,7 @@ void Replay::findMoment() {
    throw Failure(timeText(*end_) + " is before the beginning, " + timeText(*begin));
 }
 
-/// Waits until it is time for a frame. False if playing was interrupted.
+/// Waits until it is time for a frame. Returns false if interrupted.
 bool Replay::pace(U64 steady) {
    if (options_.speed > 0) {
       if (!due_) {
@@ -174,7 +174,7 @@ bool Replay::pace(U64 steady) {
    return true;
 }
 
-/// Sends what has been played, and lets the server keep up.
+/// Sends what has been played, and waits if the server falls behind.
 void Replay::catchUp() {
    if (client_) {
       client_->turn(-1, milliseconds(0));
@@ -260,7 +260,7 @@ void Replay::run() {
       first = false;
       if (end_) {
          endsBefore_ = i + 1 == files_.size() && wall_ < *end_;
-         break;  // a later file has nothing of before
+         break;  // later files begin later
       }
    }
    progress_.clear();
@@ -276,7 +276,7 @@ void Replay::run() {
 
 namespace {
 
-/// What is in one file, and whether it can be played from its beginning.
+/// What a file contains, and whether it can be played from its beginning.
 struct RecordingInfo {
    U64 frames = 0;
    U64 snapshots = 0;
@@ -284,7 +284,7 @@ struct RecordingInfo {
    U64 end = 0;
    Sarn::String roots;
    bool complete = false;
-   /// What `replay` would stop with; empty if with nothing.
+   /// Why `replay` would stop; empty if it would not.
    Sarn::String fault;
 };
 

@@ -1,4 +1,4 @@
-// Plays recordings: into a state in memory, or into a server.
+// Plays recordings into a state in memory, or into a server.
 #pragma once
 
 #include <list>
@@ -16,7 +16,7 @@ struct ReplayOptions {
    /// Recordings, or the names of rings.
    std::vector<std::string> files;
    std::string at;
-   /// 0: without waiting.
+   /// How many times as fast as recorded; 0: without waiting.
    double speed = 0;
    /// The socket of the server to play into.
    std::string into;
@@ -33,17 +33,17 @@ class Replay {
 public:
    explicit Replay(ReplayOptions const& options);
 
-   /// Plays what the options say, up to damage if there is any. Throws `Failure`.
+   /// Plays what the options ask for, up to the first damage. Throws `Failure`.
    void run();
-   /// Where a file is damaged, and how; empty if none is.
+   /// Where and how a file is damaged; empty if none is.
    Sarn::String const& damage() const noexcept { return damage_; }
 
    std::vector<Kiv::NamedEntity*> roots() const;
-   /// Whether what was recorded had lost its source at the end of what was played.
+   /// Whether the recorder had lost its server at the end of what was played.
    bool sourceIsLost() const noexcept { return player_.sourceIsLost(); }
-   /// Whether there was nothing of the time that was asked for, nor after it.
+   /// Whether the recording ends before the requested time.
    bool endsBefore() const noexcept { return endsBefore_; }
-   /// When what was played last happened.
+   /// The time of what was played last.
    U64 wall() const noexcept { return wall_; }
 
 private:
@@ -51,7 +51,7 @@ private:
 
    Sarn::Ptr<Kiv::NamedEntity> makeRoot(Holt::OfferedRoot const& root);
    void findMoment();
-   /// False when playing is over.
+   /// Plays a file; returns false if playing ends there.
    bool play(Sarn::String const& file, bool first);
    bool playFrame(Sarn::String const& file, Reader::Frame const& frame);
    bool pace(U64 steady);
@@ -65,7 +65,7 @@ private:
    Kiv::NboAttrLog::Player player_;
    std::list<Holt::ChangeObserver> observers_;
    Holt::Progress progress_;
-   /// The time of day that ends it, the file where it is, and from where on there.
+   /// The time at which to end, the file that contains it, and the offset of that time there.
    std::optional<U64> end_;
    std::size_t firstFile_ = 0;
    U64 endsFrom_ = 0;
@@ -76,8 +76,8 @@ private:
    bool endsBefore_ = false;
 };
 
-/// What is in recordings. Each is played by itself, into nothing; if one cannot be, that is told in
-/// its place, and is the `Failure` that is thrown at the end.
+/// Prints what recordings contain. Plays each by itself, into nothing. If one cannot be played,
+/// prints why; the first such reason is the `Failure` that is thrown at the end.
 void printRecordingInfo(std::ostream& out, std::vector<std::string> const& files);
 
 }  // namespace Ptpstate

@@ -19,7 +19,7 @@ void writeState(std::ostream& out, ReplayOptions const& options, Replay const& r
    if (!options.json) {
       dumpRoots(out, replay.roots());
       if (replay.sourceIsLost()) {
-         out << "# the recorder had lost the server; this is the last that it knew\n";
+         out << "# the recorder had lost the server; this is the last state that it knew\n";
       }
       if (replay.endsBefore()) {
          out << "# the recording ends before that, at " << timeText(replay.wall()) << '\n';
@@ -61,16 +61,16 @@ void addReplay(CLI::App& app, Run& run) {
    auto const options = std::make_shared<ReplayOptions>();
    CLI::App& command = *app.add_subcommand(
          "replay",
-         "Prints what a recording has, as watch would have. The times are those at which "
-         "it was recorded. A file may be a ring, by its name without the number; several "
-         "are played one after the other.\n"
+         "Prints the changes in a recording as watch would have, with the times at which "
+         "they were recorded. FILE may be a ring, by its name without the number; several "
+         "files are played one after the other.\n"
          "\n"
-         "A time is HH:MM, HH:MM:SS or HH:MM:SS.FFF on the day when the recording begins "
-         "or, if that is before it, on the next; 'YYYY-MM-DD HH:MM:SS'; +SECONDS from the "
-         "beginning; or @SECONDS since 1970.\n"
+         "A time is HH:MM, HH:MM:SS or HH:MM:SS.FFF, the first after the beginning of the "
+         "recording; 'YYYY-MM-DD HH:MM:SS'; +SECONDS from the beginning; or @SECONDS since "
+         "1970.\n"
          "\n"
-         "A file that was cut or damaged is played up to there; the message then says at "
-         "which byte, what is wrong, and up to which time it goes, and the status is 1.");
+         "A truncated or damaged file is played up to the damage. The message then gives the "
+         "byte, what is wrong, and the time reached, and the status is 1.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate replay monday.rec\n"
@@ -79,44 +79,39 @@ void addReplay(CLI::App& app, Run& run) {
          "  $ ptpstate replay --at +3600 --json --dump then.json /var/log/ptp/flight");
    command.add_option("files", options->files)->type_name("FILE")->required();
    CLI::Option* const at =
-         command.add_option("--at", options->at, "The state at that time, as dump prints it")
+         command.add_option("--at", options->at, "Print the state at that time, as dump does")
                ->type_name("TIME")
                ->check([](std::string const& text) {
                   return text.empty() ? std::string("is empty") : std::string();
                });
    command
          .add_option("--speed", options->speed,
-                     "X times as fast as it happened; at once without it")
+                     "Play X times as fast as recorded; by default without waiting")
          ->type_name("X")
          ->check(CLI::Range(0.001, 1e9));
-   // Not --socket, which the environment may give: what is served is overwritten only where that is
-   // said.
+   // Not --socket, which the environment may set: overwriting a served state must be asked for.
    CLI::Option* const into = command
                                    .add_option("--into", options->into,
                                                "Play into the server at that socket: its roots of "
-                                               "those names become what was "
-                                               "recorded")
+                                               "the same names take the recorded state")
                                    ->type_name("PATH");
    command
-         .add_option(
-               "--timeout", options->timeout,
-               "How long to wait for the server of --into each time that it is waited for; 10 "
-               "by default")
+         .add_option("--timeout", options->timeout,
+                     "How long to wait for each answer of the server of --into; 10 by default")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
-   command.add_flag("--claim", options->claim, "Let nobody else write these roots meanwhile")
+   command.add_flag("--claim", options->claim, "Let nobody else write to these roots meanwhile")
          ->needs(into);
    CLI::Option* const dump =
          command
                .add_option(
                      "--dump", options->dump,
-                     "The state at the end, or at that time, into a file; - for standard output")
+                     "Write the state at the end, or at the time of --at; - for standard output")
                ->type_name("FILE");
-   command.add_flag("--json", options->json, "The state as JSON, which load and diff read");
+   command.add_flag("--json", options->json, "Write the state as JSON, which load and diff read");
    command
          .add_flag("--info", options->info,
-                   "Only tell what the files have and, by playing each into nothing, what replay "
-                   "would stop with")
+                   "Only print what the files contain, and whether replay would stop with an error")
          ->excludes(at)
          ->excludes(into)
          ->excludes(dump);

@@ -34,17 +34,17 @@ struct TopOptions : ClientOptions {
    U64 count = 0;
 };
 
-/// A root that something on the screen comes from. Its mirror outlives connections.
+/// A root that is shown, or part of which is. Its mirror outlives connections.
 struct TopRoot {
    OfferedRoot root;
    Sarn::Ptr<Kiv::NamedEntity> mirror;
-   /// What of it stands above the table: one row, whose columns these are.
+   /// The part of it that is shown above the table: one row with these columns.
    TopTable head;
    std::vector<TopColumn> headColumns;
    Mount const* mount = nullptr;
 };
 
-/// Readable when one of several descriptors is.
+/// A descriptor that is readable when one of several is.
 class AnyOf {
 public:
    explicit AnyOf(std::initializer_list<int> fds) : fd_(::epoll_create1(EPOLL_CLOEXEC)) {
@@ -130,7 +130,7 @@ TopRoot& Top::rootFor(OfferedRoot const& root) {
    return roots_.back();
 }
 
-/// "PATH", "PATH/s", "PATH~"; of an entity, all its attributes.
+/// Adds "PATH", "PATH/s" or "PATH~" above the table; for an entity, all its attributes.
 void Top::headFor(Sarn::String const& text) {
    Sarn::String plain = text;
    Sarn::String const behind = text.ends_with("/s") ? "/s" : text.ends_with("~") ? "~" : "";
@@ -154,7 +154,7 @@ void Top::choose() {
    path_ = parsePath(options_.path, client_->roots());
    TopRoot const& root = rootFor(path_.root);
    pathText_ = Kiv::printable(destinationOf(root.mirror->kivType(), path_).path);
-   topEntities(root.mirror, path_);  // refuses what can be no rows
+   topEntities(root.mirror, path_);  // throws if there can be no rows
    for (std::string const& head : options_.head) {
       headFor(head);
    }
@@ -170,7 +170,7 @@ void Top::waitComplete() {
    }
 }
 
-/// The columns that are asked for, or all attributes; and what the rows are sorted by.
+/// Sets the columns, by default all attributes, and what the rows are sorted by.
 void Top::columns() {
    Kiv::TypeImpl const& type = *destinationOf(roots_.front().mirror->kivType(), path_).type;
    std::vector<TopColumn> columns;
@@ -188,7 +188,7 @@ void Top::columns() {
          ++at;
       }
       if (table_.sortedBy() < 0) {
-         throw Failure("--sort " + options_.sort + ": is none of the columns; add it to --columns",
+         throw Failure("--sort " + options_.sort + ": no such column; add it to --columns",
                        Exit::usage);
       }
    }
@@ -225,8 +225,8 @@ Sarn::String Top::title(TopView const* view) const {
           (view != nullptr && view->paused() ? "  -- paused" : "");
 }
 
-/// Does what there is to do until the time is over or something comes in at `inputFd`. Tries to
-/// connect again where the connection is lost. Whether there is input.
+/// Runs the connection until the time is over or `inputFd` is readable, and tries to connect again
+/// if it is lost. Returns whether there is input.
 bool Top::turn(int inputFd, milliseconds time) {
    if (client_ != nullptr && client_->over()) {
       lost_ = "connection lost: " + Kiv::printable(client_->closeReason());
@@ -236,7 +236,7 @@ bool Top::turn(int inputFd, milliseconds time) {
       try {
          connect();
          mount();
-      } catch (Failure const&) {  // it is not there yet
+      } catch (Failure const&) {  // the server is not back yet
          pollfd polled{inputFd, POLLIN, 0};
          return ::poll(&polled, 1, static_cast<int>(std::min(time, milliseconds(200)).count())) > 0;
       }
@@ -245,7 +245,7 @@ bool Top::turn(int inputFd, milliseconds time) {
    bool complete = true;
    for (TopRoot const& root : roots_) {
       if (root.mount->state() == Mount::State::refused) {
-         throw Failure(root.root.name + ": the server refuses a mirror: " + root.mount->reason(),
+         throw Failure(root.root.name + ": the server refused the mirror: " + root.mount->reason(),
                        Exit::connection);
       }
       complete = complete && root.mount->complete();
@@ -282,7 +282,7 @@ Exit Top::batch() {
    return Exit::ok;
 }
 
-/// False if a key ends the program.
+/// Handles keys; returns false if one ends the program.
 bool Top::handleKeys(TopScreen& screen, TopView& view) {
    for (int key = screen.key(); key != -1; key = screen.key()) {
       if (!view.press(key)) {
@@ -331,19 +331,19 @@ void addTop(CLI::App& app, Run& run) {
    auto const options = std::make_shared<TopOptions>();
    CLI::App& command = *app.add_subcommand(
          "top",
-         "Shows a live table of a collection of entities, one row each, or of one entity. "
-         "The columns are its attributes, or those that are asked for. Behind a name, "
-         "\"/s\" stands for its change per second, and \"~\" for its last 16 samples as a "
-         "small line. A path below the entity is a column, too: clockQuality.clockClass.\n"
+         "Shows a live table of a collection of entities, one per row, or of one entity. "
+         "The columns are its attributes, or those given. After a name, \"/s\" shows the "
+         "change per second, and \"~\" the last 16 samples as a small graph. A column may "
+         "also be a path below the entity: clockQuality.clockClass.\n"
          "\n"
-         "Keys: arrows, page up, page down, home and end go through rows and columns; s "
-         "sorts by the chosen column, again the other way round; k sorts by the key; c "
-         "chooses the columns, where blank shows or hides a value, r its rate, h its "
-         "history; p pauses and goes on; ? tells what the keys do; q ends.\n"
+         "Keys: arrows, page up, page down, home and end move through rows and columns; s "
+         "sorts by the chosen column, and again in reverse; k sorts by the key; c chooses "
+         "the columns: there, space shows or hides a value, r its rate, h its history; p "
+         "pauses and resumes; ? explains the keys; q quits.\n"
          "\n"
-         "A counter that has wrapped goes on; one that was set back has no rate until the "
-         "next sample. When the connection is lost, it says so, keeps what it has, and "
-         "tries again.");
+         "The rate of a counter continues when it wraps; after a reset there is none until "
+         "the next sample. When the connection is lost, top says so, keeps the last values, "
+         "and tries again.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate top --socket /tmp/ptp ptp/config.intfConfig\n"
@@ -354,23 +354,24 @@ void addTop(CLI::App& app, Run& run) {
    addClientOptions(command, *options);
    command.add_option("path", options->path)->type_name("PATH")->required();
    command
-         .add_option("--head", options->head,
-                     "Show this attribute above the table, with /s or ~ behind it if wanted; of an "
-                     "entity, all of them; repeatable")
+         .add_option(
+               "--head", options->head,
+               "Show this attribute above the table, optionally with /s or ~ after it; for an "
+               "entity, all its attributes; repeatable")
          ->type_name("PATH")
          ->allow_extra_args(false);
-   command.add_option("--columns", options->columns, "These columns, in this order")
+   command.add_option("--columns", options->columns, "Show these columns, in this order")
          ->type_name("NAME,...")
          ->delimiter(',');
    command.get_option("--columns")->allow_extra_args(false);
    command.add_option("--sort", options->sort, "Sort by this column")->type_name("NAME");
-   command.add_flag("--reverse", options->reverse, "Sort the other way round");
-   command.add_option("--interval", options->interval, "Time between two samples; 1 by default")
+   command.add_flag("--reverse", options->reverse, "Sort in reverse order");
+   command.add_option("--interval", options->interval, "Time between samples; 1 by default")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.05, 3600.0));
    command.add_flag("--batch", options->batch,
                     "Write tables to standard output, without a terminal");
-   command.add_option("--count", options->count, "End after so many samples")
+   command.add_option("--count", options->count, "End after this many samples")
          ->type_name("N")
          ->check(CLI::Range(U64{1}, ~U64{0}));
    command.callback([options, &run] { run = [options] { return Top(*options).run(); }; });

@@ -20,9 +20,7 @@ TopScreen::TopScreen() : screen_(nullptr) {
    }
    screen_ = ::newterm(nullptr, stdout, stdin);
    if (screen_ == nullptr) {
-      throw Failure(
-            "the environment's TERM names no terminal that is known; set it, or use --batch",
-            Exit::usage);
+      throw Failure("the terminal type in TERM is unknown; set TERM, or use --batch", Exit::usage);
    }
    ::cbreak();
    ::noecho();

@@ -1,14 +1,14 @@
-// A terminal for `top`, by ncurses.
+// The terminal of `top`, on ncurses.
 #pragma once
 
 #include "tools/ptpstate/top/View.h"
 
 namespace Ptpstate {
 
-/// Takes the terminal over as long as it lives. One at a time.
+/// Takes over the terminal during its lifetime. REQUIRES: one object at a time.
 class TopScreen {
 public:
-   /// Throws `Failure` if standard input and output are no terminal, or one of an unknown kind.
+   /// Throws `Failure` if standard input or output is not a terminal, or if its type is unknown.
    TopScreen();
    ~TopScreen();
    TopScreen(TopScreen const&) = delete;
@@ -17,15 +17,14 @@ public:
    std::size_t width() const;
    std::size_t height() const;
    void draw(std::vector<TopLine> const& lines);
-   /// The next key that was pressed, as `TopView` has it; 0 for one that means nothing, -1 if there
-   /// is none.
+   /// The next key, as a character or a `TopView::Key`; 0 for a key without a meaning, -1 for none.
    int key();
 
 private:
    void* screen_;
 };
 
-/// Whether the environment's characters are UTF-8.
+/// Whether the locale's encoding is UTF-8.
 bool isUtf8Environment();
 
 }  // namespace Ptpstate

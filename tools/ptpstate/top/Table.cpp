@@ -65,7 +65,7 @@ std::optional<double> ratePerSecond(TopNumber const& before, TopNumber const& no
    }
    U64 const all = now.bits >= 64 ? ~U64{0} : (U64{1} << now.bits) - 1;
    U64 const steps = (now.exact - before.exact) & all;
-   // More than half of all steps at once: it did not wrap, it began anew.
+   // More than half of the range at once: it did not wrap, it was reset.
    return steps > all / 2 ? std::nullopt : std::optional(static_cast<double>(steps) / seconds);
 }
 
@@ -130,7 +130,7 @@ void TopTable::sample(State& state, TopColumn const& column, Entity& entity, dou
       number = topNumber(*value);
       text = shortText(value->type(), value->get());
    } catch (Failure const&) {
-      text = "-";  // there is none now
+      text = "-";  // it does not exist now
    }
    if (number && state.last && seconds > 0) {
       state.rate = ratePerSecond(*state.last, *number, seconds);
@@ -207,7 +207,8 @@ std::vector<std::pair<Sarn::String, Entity*>> topEntities(Sarn::Ptr<Kiv::NamedEn
                                                           Path const& path) {
    Destination const to = destinationOf(root->kivType(), path);
    if (to.type->kind != Kiv::TypeKind::entity) {
-      throw Failure(to.path + ": is no entity and no collection of entities; give one as PATH");
+      throw Failure(to.path +
+                    ": is neither an entity nor a collection of entities; give one as PATH");
    }
    std::vector<std::pair<Sarn::String, Entity*>> found;
    try {
@@ -222,7 +223,7 @@ std::vector<std::pair<Sarn::String, Entity*>> topEntities(Sarn::Ptr<Kiv::NamedEn
          found.emplace_back(shortText(*place.field()->keyType, at->key()), at->child());
       }
    } catch (Failure const&) {
-      return {};  // what the collection belongs to is not there now
+      return {};  // the owner of the collection does not exist now
    }
    return found;
 }

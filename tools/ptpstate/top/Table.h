@@ -1,4 +1,4 @@
-// What `top` shows: entities as rows, their attributes as columns, sampled again and again.
+// The contents of `top`: entities as rows, their attributes as columns, sampled repeatedly.
 #pragma once
 
 #include <chrono>
@@ -10,15 +10,15 @@
 
 namespace Ptpstate {
 
-/// A value in few characters: of one with fields, these alone: "Ethernet1,100".
+/// A value in few characters; if it has fields, only these: "Ethernet1,100".
 Sarn::String shortText(Kiv::TypeImpl const& type, void const* value);
 
-/// An attribute of a row's entity, or what a path below it leads to.
+/// An attribute of the entity of a row, or what a path below it leads to.
 struct TopColumn {
    enum Show {
       value,    ///< as it is
-      rate,     ///< its change per second, between the last two samples
-      history,  ///< its last samples, as a line
+      rate,     ///< its change per second between the last two samples
+      history,  ///< its last samples as a small graph
    };
    /// "portState", "syncMessageReceived/s", "peerMeanPathDelay~"; printable.
    Sarn::String name;
@@ -28,26 +28,25 @@ struct TopColumn {
    bool operator==(TopColumn const&) const = default;
 };
 
-/// Reads a column's name: "/s" behind it for a rate, "~" for a history. Throws `Failure`.
+/// Reads the name of a column, followed by "/s" for a rate or "~" for a history. Throws `Failure`.
 TopColumn topColumn(Sarn::String const& name);
 
-/// A number as a sample, with what is to be known of it to tell a counter that began anew.
+/// A sample of a number, with what is needed to recognise a counter that was reset.
 struct TopNumber {
    double value = 0;
-   /// Of an unsigned integer, its exact value and how many bits it has; else 0 bits.
+   /// For an unsigned integer, its exact value and its width in bits; else 0 bits.
    U64 exact = 0;
    unsigned bits = 0;
 };
 
-/// The number that a value is; none for text, for what is not finite, and for what is not there.
+/// The value as a number; none for text, and for a number that is not finite.
 std::optional<TopNumber> topNumber(Kiv::AnyValue const& value);
 
-/// The change per second. Of an unsigned counter, also over its wrap; a counter that was set back
-/// has none.
+/// The change per second. An unsigned counter may wrap; a counter that was reset has no rate.
 std::optional<double> ratePerSecond(TopNumber const& before, TopNumber const& now, double seconds);
 
-/// How samples look as a line, the newest on the right: eighths of a character's height between the
-/// least and the greatest. `ascii`: for terminals without these characters.
+/// Samples as a graph of one line, the newest on the right: bars in eighths of a character's height
+/// from the least to the greatest. `ascii`: for terminals without these characters.
 Sarn::String historyLine(std::deque<double> const& samples, bool ascii);
 
 /// "1.2", "345", "0", "1.2e+09".
@@ -55,9 +54,9 @@ Sarn::String rateText(double rate);
 
 struct TopCell {
    Sarn::String text;
-   /// To be aligned to the right.
+   /// Whether to align it to the right.
    bool isNumber = false;
-   /// What it is sorted by, where it is a number.
+   /// What it is sorted by if it is a number.
    double number = 0;
 };
 
@@ -76,17 +75,17 @@ public:
    explicit TopTable(bool ascii = false) : ascii_(ascii) {}
 
    std::vector<TopColumn> const& columns() const noexcept { return columns_; }
-   /// Histories and rates of columns that stay are kept.
+   /// Sets the columns. Those that stay keep their histories and rates.
    void columnsAre(std::vector<TopColumn> columns);
 
-   /// Sorts by a column; -1 for the key. The same one again reverses the order.
+   /// Sorts by a column; -1 for the key. The same column again reverses the order.
    void sortIs(int column);
    int sortedBy() const noexcept { return sort_; }
    bool reversed() const noexcept { return reversed_; }
 
-   /// Takes a sample of each row: `key` and entity. Rows that are not among them are forgotten.
+   /// Samples the rows, given as key and entity. Other rows are forgotten.
    void sample(std::vector<std::pair<Sarn::String, Kiv::Entity*>> const& entities, Time now);
-   /// As of the last sample, in order.
+   /// The rows at the last sample, in order.
    std::vector<TopRow> rows() const;
 
 private:
@@ -107,9 +106,8 @@ private:
    bool reversed_ = false;
 };
 
-/// The entities that a path leads to, with their keys: all of a collection in natural order, or the
-/// one that is there. None where there is nothing now. Throws `Failure` if the path leads to what
-/// can be no entities.
+/// The entities that a path leads to, with their keys: those of a collection, or a single one. None
+/// if nothing exists there now. Throws `Failure` if the path is not one of entities.
 std::vector<std::pair<Sarn::String, Kiv::Entity*>> topEntities(
       Sarn::Ptr<Kiv::NamedEntity> const& root, Holt::Path const& path);
 

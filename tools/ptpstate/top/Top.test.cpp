@@ -1,4 +1,4 @@
-// `top`: what it samples, how it lays that out, and the program on a terminal.
+// `top`: its samples, its layout, and the program in a terminal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -231,7 +231,7 @@ protected:
       args.insert(args.begin() + 1, {"--socket", socket});
       ASSERT_EQ(run(args).err, "");
    }
-   /// Runs tmux on a server of its own; what it prints.
+   /// Runs tmux with its own server, and returns its output.
    std::string tmux(std::string const& command) {
       std::string const whole = "tmux -S '" + scratch.file("tmux") + "' " + command + " 2>&1";
       std::unique_ptr<FILE, int (*)(FILE*)> const pipe(::popen(whole.c_str(), "r"), ::pclose);
@@ -248,7 +248,7 @@ protected:
            "' --interval 0.1 " + options + "\"");
    }
    void press(std::string const& keys) { tmux("send-keys " + keys); }
-   /// Waits until the screen has a text; the screen.
+   /// Waits until the screen shows a text, and returns the screen.
    std::string shows(std::string const& text) {
       std::string screen;
       for (int i = 0; i != 100; ++i) {

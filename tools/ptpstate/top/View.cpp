@@ -9,9 +9,9 @@ using namespace Holt;
 
 namespace {
 
-/// No column is wider, so that one long text does not push out all others.
+/// The maximum width of a column, so that one long text does not push out all others.
 constexpr std::size_t widest = 32;
-/// The longest heading where there is not room for all columns.
+/// The maximum width of a heading if there is no room for all columns.
 constexpr std::size_t shortHeading = 13;
 
 bool isContinuation(char c) {
@@ -27,7 +27,7 @@ Sarn::String padded(Sarn::String const& text, std::size_t width, bool right) {
 char const* const helpTexts[] = {
       "up, down, page up, page down, home, end   go through the rows",
       "left, right                               choose a column",
-      "s                                         sort by it; again: the other way round",
+      "s                                         sort by it; again: in reverse",
       "k                                         sort by the key",
       "c                                         choose which columns there are",
       "p                                         pause, and go on",
@@ -161,7 +161,7 @@ void TopView::pressInColumns(int key) {
    }
 }
 
-/// Adds the column at the end, or takes it out.
+/// Adds the column at the end, or removes it.
 void TopView::toggle(TopColumn::Show show) {
    if (choice_.empty()) {
       return;
@@ -181,8 +181,8 @@ void TopView::toggle(TopColumn::Show show) {
    chosen_ = std::min(chosen_, static_cast<int>(table_.columns().size()) - 1);
 }
 
-/// The name with a mark where the rows are sorted by it, in `longest` cells at most: what says how
-/// it is shown stays. Column 0 is the key.
+/// The name in at most `longest` cells, keeping "/s" or "~", with a mark if the rows are sorted by
+/// it. Column 0 is the key.
 Sarn::String TopView::heading(std::size_t column, std::size_t longest) const {
    Sarn::String name = column == 0 ? "key" : table_.columns()[column - 1].name;
    if (name.size() > longest) {
@@ -221,7 +221,7 @@ void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::si
       longest = shortHeading;
       all = widths(rows, longest);
    }
-   // The key stays; the other columns begin where the chosen one is on the screen.
+   // The key stays; the other columns scroll so that the chosen one is on the screen.
    auto const chosen = static_cast<std::size_t>(chosen_) + 1;
    auto const end = [&](std::size_t first) {
       std::size_t at = all[0];
@@ -242,7 +242,7 @@ void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::si
    rowCount_ = rows.size();
    first_ = std::min(first_, rowCount_ > page_ ? rowCount_ - page_ : 0);
 
-   // A column of which some cells are numbers stands to the right, with its heading.
+   // A column with any numbers is aligned to the right, as is its heading.
    auto const right = [&](std::size_t column) {
       return column != 0 && std::any_of(rows.begin(), rows.end(), [&](TopRow const& row) {
                 return row.cells[column - 1].isNumber;
@@ -298,8 +298,7 @@ std::vector<TopLine> TopView::lines(Sarn::String const& title,
    Sarn::String const column =
          chosen_ < 0 ? "" : "  " + table_.columns()[static_cast<std::size_t>(chosen_)].name;
    lines.push_back({{TopSpan::bold, cutTo(title + column, width)}});
-   // What is told of the clock, as many items a line as there is room for, on a third of the screen
-   // at most.
+   // The values above the table: as many per line as fit, on at most a third of the screen.
    Sarn::String line;
    for (Sarn::String const& item : head) {
       if (!line.empty() && displayWidth(line) + 3 + displayWidth(item) > width) {

@@ -1,5 +1,5 @@
-// How the table of `top` is laid out on so many lines of so many characters, and what keys do to
-// it. It knows nothing of terminals: `TopScreen` draws it.
+// The layout of `top` for a given number of lines and columns, and the effect of keys. Independent
+// of the terminal: `TopScreen` draws it.
 #pragma once
 
 #include "tools/ptpstate/top/Table.h"
@@ -13,29 +13,29 @@ struct TopSpan {
 };
 using TopLine = std::vector<TopSpan>;
 
-/// Of UTF-8, one character being one cell.
+/// The width of UTF-8 text, one cell per character.
 std::size_t displayWidth(std::string_view text);
-/// Cut to so many cells, the last of which is a '+' then.
+/// Text cut to `width` cells; if anything is missing, the last cell is a '+'.
 Sarn::String cutTo(std::string_view text, std::size_t width);
 
 class TopView {
 public:
-   /// Keys, as far as they are no characters.
+   /// Keys that are not characters.
    enum Key { keyUp = 0x100, keyDown, keyLeft, keyRight, keyPageUp, keyPageDown, keyHome, keyEnd };
 
    TopView(TopTable& table, std::vector<TopColumn> choice)
          : table_(table), choice_(std::move(choice)) {}
 
-   /// Does what a key asks for. False if it is the key that ends the program.
+   /// Handles a key. Returns false if it ends the program.
    bool press(int key);
-   /// Whether the values are to stay as they are.
+   /// Whether sampling is paused.
    bool paused() const noexcept { return paused_; }
 
-   /// The screen: title, the clock's values, the table, the keys. At most `height` lines.
+   /// The screen: title, the values above the table, the table, the keys. At most `height` lines.
    std::vector<TopLine> lines(Sarn::String const& title, std::vector<Sarn::String> const& head,
                               std::size_t width, std::size_t height);
 
-   /// The whole table as text, as wide as it is.
+   /// The whole table as text, at its full width.
    std::vector<Sarn::String> text() const;
 
 private:
@@ -51,15 +51,15 @@ private:
    Sarn::String heading(std::size_t column, std::size_t longest) const;
 
    TopTable& table_;
-   /// What can be chosen.
+   /// The columns that can be chosen.
    std::vector<TopColumn> choice_;
    Mode mode_ = inTable;
    bool paused_ = false;
-   /// The first row on the screen, and how many there are.
+   /// The first row on the screen, rows per page, and the number of rows.
    std::size_t first_ = 0;
    std::size_t page_ = 1;
    std::size_t rowCount_ = 0;
-   /// The column that keys act on; -1 the key.
+   /// The column that keys act on; -1: the key.
    int chosen_ = -1;
    std::size_t firstColumn_ = 0;
    std::size_t choiceAt_ = 0;

@@ -16,7 +16,7 @@ using Kiv::TypeKind;
 
 namespace {
 
-/// A new entity or value, to see what its members have by default.
+/// A new entity or value, whose members have their defaults.
 class Specimen {
 public:
    explicit Specimen(TypeImpl const& type) {
@@ -50,7 +50,7 @@ private:
    std::unique_ptr<AnyValue> value_;
 };
 
-/// A type's name as it is declared: a time is a double in C++.
+/// A type's name as declared: a time, too, is a double in C++.
 Sarn::String declaredName(FieldDescriptor const& field) {
    if (field.type == nullptr) {
       return "";
@@ -167,11 +167,11 @@ std::vector<TypeImpl const*> typesByName(std::string_view name) {
       }
    }
    if (found.empty()) {
-      throw Failure("there is no type and no module '" + Sarn::String(name) +
+      throw Failure("there is no type or module '" + Sarn::String(name) +
                     "'; 'ptpstate types' lists them");
    }
    if (found.size() > 1 && !name.empty() && Kiv::moduleByName(name) == nullptr) {
-      throw Failure("'" + Sarn::String(name) + "' may be one of " + names + "; say which");
+      throw Failure("'" + Sarn::String(name) + "' is ambiguous; it may be one of " + names);
    }
    return found;
 }

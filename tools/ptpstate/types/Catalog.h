@@ -1,4 +1,4 @@
-// What the loaded modules say of their types.
+// Describes the types of the loaded modules.
 #pragma once
 
 #include <optional>
@@ -13,11 +13,11 @@ struct MemberInfo {
    /// "attribute", "key", "constant", "computed", "field", "child", "children", "map", "ordered",
    /// "queue" or "operation".
    char const* kind = "";
-   /// Of the value, the element or the child, as it was declared; empty for an operation.
+   /// Type of the value, the element or the child, as declared; empty for an operation.
    Sarn::String valueType;
    /// "U8", "Ptp::IntfConfig by Dorn::IntfId"; empty for an operation.
    Sarn::String type;
-   /// What it has in a new object; null for what has no value, or is given when it is made.
+   /// Its value in a new object; null if it has none, or if it is a constructor argument.
    std::unique_ptr<Kiv::AnyValue> initial;
 };
 
@@ -28,14 +28,14 @@ struct Enumerator {
    U8 value;
    Sarn::String name;
 };
-/// Of an enumeration, in the order of the declaration.
+/// The enumerators of an enumeration, in the order of their declaration.
 std::vector<Enumerator> enumeratorsOf(Kiv::TypeImpl const& type);
 
 /// "entity", "value", "enumeration".
 char const* kindText(Kiv::TypeImpl const& type);
 
-/// The types of a module or the one type that a name says, whole or without its namespace; all
-/// types for an empty name. Throws `Failure` if there is none, or more than one.
+/// The types of a module, or the type with this name, with or without its namespace; all types for
+/// an empty name. Throws `Failure` if there is no such type, or more than one.
 std::vector<Kiv::TypeImpl const*> typesByName(std::string_view name);
 
 }  // namespace Ptpstate

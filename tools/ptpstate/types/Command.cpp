@@ -36,7 +36,7 @@ std::string rangeText(MemberInfo const& member) {
                                   : "";
 }
 
-/// What a member is beside its kind: constructor arguments and what does not travel.
+/// Notes on a member: whether it is a constructor argument, not streamed, or named.
 std::string remarkText(TypeImpl const& type, MemberInfo const& member) {
    using Kiv::FieldDescriptor;
    std::string text;
@@ -169,20 +169,21 @@ void addTypes(CLI::App& app, Run& run) {
    auto const options = std::make_shared<TypesOptions>();
    CLI::App& command = *app.add_subcommand(
          "types",
-         "Lists modules and types; of a type, or of all types of a module, the members. A "
-         "member has id, kind, type, range, what else is to be known, and default. A name "
-         "without its namespace will do where it is the only one. It asks no server.\n"
+         "Lists modules and types; for a type, or for all types of a module, the members "
+         "with id, kind, type, range, notes and default. A name may omit its namespace if "
+         "it is unique. Needs no server.\n"
          "\n"
-         "A range is what the setter accepts; where there is none, it accepts all that "
-         "the type holds. \"given\" are constructor arguments; \"local\" is what does not "
-         "travel; \"named\" a child that is made with a name.");
+         "The range is what the setter accepts; without one, it accepts every value of the "
+         "type. The notes are \"given\" for a constructor argument, \"local\" for an "
+         "attribute that is not streamed, and \"named\" for a child that is constructed with "
+         "a name.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate types\n"
          "  $ ptpstate types Ptp::IntfConfig\n"
          "  $ ptpstate types --json PtpMib");
    command.add_option("name", options->name)->type_name("NAME");
-   command.add_flag("--json", options->json, "As JSON, always with all members");
+   command.add_flag("--json", options->json, "Print JSON, always with all members");
    command.callback([options, &run] { run = [options] { return types(*options); }; });
 }
 
