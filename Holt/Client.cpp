@@ -6,7 +6,6 @@
 
 #include "Holt/Failure.h"
 #include "Holt/Listener.h"
-#include "Holt/Progress.h"
 #include "Kiv/Module.h"
 #include "Kiv/Types.h"
 
@@ -98,7 +97,16 @@ template <class Done>
 void Client::waitFor(char const* what, Done&& done) {
    U64 const before = connection_->session().stats().bytesIn;
    Clock::time_point const begin = Clock::now();
-   Progress progress;
+   // Reports the end of a wait that was reported, whatever ends it.
+   struct Report {
+      Client& client;
+      bool begun = false;
+      ~Report() {
+         if (begun) {
+            client.onWaiting(nullptr);
+         }
+      }
+   } report{*this};
    while (!done()) {
       if (over()) {
          throw Failure(socket_ + ": the connection is lost: " + closeReason(), Exit::connection);
@@ -112,14 +120,13 @@ void Client::waitFor(char const* what, Done&& done) {
                              what + "); wait longer with --timeout, or check the server",
                        Exit::connection);
       }
-      Clock::duration const waited = Clock::now() - begin;
-      if (waited > std::chrono::seconds(1) && progress.due()) {
-         progress.say(
-               Sarn::String(what) + ": " + std::to_string((heard - before) / 1000) + " kB in " +
-               std::to_string(std::chrono::duration_cast<std::chrono::seconds>(waited).count()) +
-               " s");
+      auto const waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begin);
+      if (waited.count() != 0 && onWaiting) {
+         report.begun = true;
+         Waiting const waiting{what, heard - before, waited};
+         onWaiting(&waiting);
       }
-      if (turn(interruptFd, progress.on() ? std::min(left, milliseconds(500)) : left)) {
+      if (turn(interruptFd, onWaiting ? std::min(left, milliseconds(500)) : left)) {
          throw Failure(socket_ + ": interrupted before the server answered (" + what + ")",
                        Exit::connection);
       }

@@ -77,6 +77,15 @@ public:
    std::function<void(Mount&)> onMountState;
    /// Called with the server's answer to `sessionsAsk`.
    std::function<void(std::vector<Kiv::NboAttrLog::SessionStatus> const&)> onSessionsTold;
+   /// What a call waits for, the bytes that have arrived since, and for how long.
+   struct Waiting {
+      char const* what;
+      U64 bytes;
+      std::chrono::seconds time;
+   };
+   /// Called twice a second while a call waits for longer than a second, and with null when the
+   /// wait is over.
+   std::function<void(Waiting const* waiting)> onWaiting;
    /// Ends all waiting with a `Failure` once it is readable; -1 for none.
    int interruptFd = -1;
 

@@ -142,14 +142,5 @@ TEST_F(RecordFilesTest, SaysWhatCannotBeWritten) {
    EXPECT_THROW(RecordingFile{directory}, Exception);
 }
 
-TEST(RecordingFile, NamesAMissingFileOnOneLineThatNoTerminalObeys) {
-   try {
-      RecordingFile const file("a\x1b[2J\nb");
-      ADD_FAILURE() << "there is such a file";
-   } catch (Exception const& error) {
-      EXPECT_STREQ(error.what(), "a\\x1b[2J\\nb: No such file or directory");
-   }
-}
-
 }  // namespace
 }  // namespace Kiv::NboAttrLog

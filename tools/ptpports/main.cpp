@@ -11,6 +11,7 @@
 #include "tools/ptpports/PortTable.h"
 #include "tools/shared/CommandLine.h"
 #include "tools/shared/Help.h"
+#include "tools/shared/Progress.h"
 
 namespace {
 
@@ -38,6 +39,7 @@ Mount& mountStatus(Client& client, std::string const& name) {
 void run(Options const& options) {
    StopSignals stop;
    Client client(options.socket, options.patience());
+   Tools::showWaiting(client);
    client.interruptFd = stop.fd();
    Mount const& mount = mountStatus(client, options.root);
    if (options.atEnd) {

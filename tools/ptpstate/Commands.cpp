@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "tools/shared/Help.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -99,7 +100,9 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
 }
 
 Opened::Opened(ClientOptions const& options, std::string const& text, MountMode mode)
-      : client(options.socket, options.patience()), path(parsePath(text, client.roots())) {
+      : client(options.socket, options.patience()) {
+   Tools::showWaiting(client);
+   path = parsePath(text, client.roots());
    mount = &client.mountIs(path.root, mode);
    client.waitComplete(*mount);
 }

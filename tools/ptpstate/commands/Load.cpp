@@ -9,6 +9,7 @@
 #include "Holt/State/Load.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -88,6 +89,7 @@ Exit load(LoadOptions const& options) {
       refuse(options.file, errors, "not loaded, nothing was changed");
    }
    Client client(options.socket, options.patience());
+   Tools::showWaiting(client);
    LoadedRoots const roots(client, doc, options.dryRun ? MountMode::reader : MountMode::writer);
    // Try everything on copies first, so that either everything is applied or nothing.
    std::vector<std::pair<Kiv::NamedEntity*, Sarn::Ptr<Kiv::NamedEntity>>> copies;
@@ -182,6 +184,7 @@ Exit diff(DiffOptions const& options) {
             throw Failure("nothing to compare with; give a second dump, or a server with --socket");
          }
          Client client(options.socket, options.patience());
+         Tools::showWaiting(client);
          second = liveOf(client, first);
       } else {
          second = readWhole(options.second);

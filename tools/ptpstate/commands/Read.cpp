@@ -7,6 +7,7 @@
 #include "Holt/State/Dump.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -43,6 +44,7 @@ Exit dumpPath(ReadOptions const& options) {
 
 Exit dumpAll(ReadOptions const& options) {
    Client client(options.socket, options.patience());
+   Tools::showWaiting(client);
    std::vector<Kiv::NamedEntity*> roots;
    for (OfferedRoot const& root : client.roots()) {
       Mount& mount = client.mountIs(root, MountMode::reader);

@@ -7,6 +7,7 @@
 #include "Holt/Times.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -110,6 +111,7 @@ Json sessionJson(SessionStatus const& session) {
 
 Exit status(StatusOptions const& options) {
    Client client(options.socket, options.patience());
+   Tools::showWaiting(client);
    std::vector<SessionStatus> const& sessions = client.sessions();
    if (options.json) {
       Json all = Json::array();

@@ -16,6 +16,7 @@
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -94,6 +95,7 @@ Json eventJson(char const* name) {
 void Watch::connect() {
    client_.reset();
    client_ = std::make_unique<Client>(options_.socket, options_.patience());
+   Tools::showWaiting(*client_);
    client_->interruptFd = stop_.fd();
    client_->onMountState = [this](Mount& mount) { onState(mount); };
    client_->onSessionsTold = [this](auto const& sessions) { onSessions(sessions); };

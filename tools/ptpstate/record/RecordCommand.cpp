@@ -7,12 +7,12 @@
 #include <iostream>
 #include <optional>
 
-#include "Holt/Progress.h"
 #include "Holt/StopSignals.h"
 #include "Holt/Times.h"
 #include "Kiv/NboAttrLogRecorder.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -70,7 +70,7 @@ private:
    std::optional<Recorder> recorder_;
    std::optional<Client> client_;
    std::optional<Clock::time_point> end_;
-   Progress progress_;
+   Tools::Progress progress_;
    Sarn::String lostBy_;
    bool stopped_ = false;
 };
@@ -78,6 +78,7 @@ private:
 void Record::connect() {
    client_.reset();
    client_.emplace(options_.socket, options_.patience());
+   Tools::showWaiting(*client_);
    client_->interruptFd = stop_.fd();
 }
 

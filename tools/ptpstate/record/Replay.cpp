@@ -76,6 +76,7 @@ Replay::Replay(ReplayOptions const& options)
         player_([this](OfferedRoot const& root) { return makeRoot(root); }) {
    if (!options.into.empty()) {
       client_.emplace(options.into, milliseconds(static_cast<S64>(options.timeout * 1000)));
+      Tools::showWaiting(*client_);
       client_->interruptFd = stop_.fd();
    }
 }

@@ -5,10 +5,10 @@
 #include <optional>
 
 #include "Holt/Client.h"
-#include "Holt/Progress.h"
 #include "Holt/State/Changes.h"
 #include "Holt/StopSignals.h"
 #include "Kiv/NboAttrLogPlayer.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -64,7 +64,7 @@ private:
    std::optional<Holt::Client> client_;
    Kiv::NboAttrLog::Player player_;
    std::list<Holt::ChangeObserver> observers_;
-   Holt::Progress progress_;
+   Tools::Progress progress_;
    /// The time at which to end, the file that contains it, and the offset of that time there.
    std::optional<U64> end_;
    std::size_t firstFile_ = 0;

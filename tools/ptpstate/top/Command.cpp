@@ -14,6 +14,7 @@
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/top/Screen.h"
+#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -111,6 +112,7 @@ private:
 void Top::connect() {
    client_.reset();
    client_ = std::make_unique<Client>(options_.socket, options_.patience());
+   Tools::showWaiting(*client_);
    client_->interruptFd = stop_.fd();
 }
 

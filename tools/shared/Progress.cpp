@@ -1,13 +1,15 @@
-#include "Holt/Progress.h"
+#include "tools/shared/Progress.h"
 
 #include <unistd.h>
 
 #include <iostream>
+#include <memory>
 
+#include "Holt/Client.h"
 #include "Holt/Times.h"
 #include "Kiv/Printable.h"
 
-namespace Holt {
+namespace Tools {
 
 Progress::Progress() : on_(::isatty(STDERR_FILENO) == 1) {}
 
@@ -19,7 +21,7 @@ bool Progress::due() noexcept {
    if (!on_) {
       return false;
    }
-   U64 const now = steadyNow();
+   U64 const now = Holt::steadyNow();
    if (now < next_) {
       return false;
    }
@@ -43,4 +45,19 @@ void Progress::clear() {
    }
 }
 
-}  // namespace Holt
+void showWaiting(Holt::Client& client) {
+   auto const progress = std::make_shared<Progress>();
+   if (!progress->on()) {
+      return;
+   }
+   client.onWaiting = [progress](Holt::Client::Waiting const* waiting) {
+      if (waiting == nullptr) {
+         progress->clear();
+      } else if (progress->due()) {
+         progress->say(Sarn::String(waiting->what) + ": " + std::to_string(waiting->bytes / 1000) +
+                       " kB in " + std::to_string(waiting->time.count()) + " s");
+      }
+   };
+}
+
+}  // namespace Tools

@@ -5,6 +5,10 @@
 #include "Sarn/Types.h"
 
 namespace Holt {
+class Client;
+}
+
+namespace Tools {
 
 class Progress {
 public:
@@ -27,4 +31,7 @@ private:
    std::size_t width_ = 0;
 };
 
-}  // namespace Holt
+/// Shows for what the client waits, whenever it waits for longer than a second.
+void showWaiting(Holt::Client& client);
+
+}  // namespace Tools
