@@ -83,8 +83,8 @@ public:
       U64 bytes;
       std::chrono::seconds time;
    };
-   /// Called twice a second while a call waits for longer than a second, and with null when the
-   /// wait is over.
+   /// Called at least twice a second while a call waits for longer than a second, and with null
+   /// when the wait is over; must not throw then.
    std::function<void(Waiting const* waiting)> onWaiting;
    /// Ends all waiting with a `Failure` once it is readable; -1 for none.
    int interruptFd = -1;
