@@ -41,19 +41,37 @@ TopColumn topColumn(Sarn::String const& name) {
    return column;
 }
 
+namespace {
+
+struct ToNumber {
+   using Result = std::optional<TopNumber>;
+
+   Kiv::TypeImpl const& type;
+
+   Result operator()(U64 v) const { return TopNumber{static_cast<double>(v), v, type.size * 8}; }
+   Result operator()(S64 v) const { return (*this)(static_cast<double>(v)); }
+   Result operator()(float v) const { return (*this)(static_cast<double>(v)); }
+   Result operator()(double v) const {
+      return std::isfinite(v) ? Result(TopNumber{v}) : std::nullopt;
+   }
+   Result operator()(Kiv::OptionalRef v) const {
+      return v.held.address != nullptr ? visitValue(v.held, ToNumber{*v.held.type}) : std::nullopt;
+   }
+   /// Its text is all that is known about it.
+   Result operator()(Kiv::OpaqueRef v) const {
+      Sarn::String const text = valueText(v.value);
+      double number = 0;
+      auto const result = std::from_chars(text.data(), text.data() + text.size(), number);
+      bool const all = result.ec == std::errc() && result.ptr == text.data() + text.size();
+      return all ? (*this)(number) : std::nullopt;
+   }
+   Result operator()(auto const&) const { return std::nullopt; }
+};
+
+}  // namespace
+
 std::optional<TopNumber> topNumber(Kiv::AnyValue const& value) {
-   Sarn::String const text = valueText(value);
-   TopNumber number;
-   auto const result = std::from_chars(text.data(), text.data() + text.size(), number.value);
-   if (result.ec != std::errc() || result.ptr != text.data() + text.size() ||
-       !std::isfinite(number.value)) {
-      return std::nullopt;
-   }
-   if (value.type().kind == Kiv::TypeKind::unsignedNumber) {
-      std::from_chars(text.data(), text.data() + text.size(), number.exact);
-      number.bits = value.type().size * 8;
-   }
-   return number;
+   return visitValue(value.ref(), ToNumber{value.type()});
 }
 
 std::optional<double> ratePerSecond(TopNumber const& before, TopNumber const& now, double seconds) {

@@ -26,6 +26,39 @@ TopNumber counter(U64 value, unsigned bits) {
    return {static_cast<double>(value), value, bits};
 }
 
+template <class T>
+std::optional<TopNumber> numberOf(T const& v) {
+   Kiv::AnyValue value(Kiv::typeOf<T>());
+   value.copy(&v);
+   return topNumber(value);
+}
+
+/// "number exact bits", or "none".
+template <class T>
+std::string sampleOf(T const& v) {
+   std::optional<TopNumber> const number = numberOf(v);
+   return number ? std::to_string(number->value) + " " + std::to_string(number->exact) + " " +
+                         std::to_string(number->bits)
+                 : "none";
+}
+
+TEST(TopNumber, OfAnUnsignedIntegerIsExactAndHasItsWidth) {
+   EXPECT_EQ(sampleOf(U8{200}), "200.000000 200 8");
+   EXPECT_EQ(numberOf(~U64{0})->exact, ~U64{0});
+   EXPECT_EQ(numberOf(~U64{0})->bits, 64U);
+   EXPECT_EQ(sampleOf(S32{-7}), "-7.000000 0 0");
+   EXPECT_EQ(sampleOf(2.5), "2.500000 0 0");
+   EXPECT_EQ(sampleOf(0.5F), "0.500000 0 0");
+}
+
+TEST(TopNumber, IsNoneForWhatIsNotANumber) {
+   EXPECT_EQ(sampleOf(std::numeric_limits<double>::infinity()), "none");
+   EXPECT_EQ(sampleOf(std::numeric_limits<double>::quiet_NaN()), "none");
+   EXPECT_EQ(sampleOf(true), "none");
+   EXPECT_EQ(sampleOf(Sarn::String("42")), "none");
+   EXPECT_EQ(sampleOf(KivTest::Level::low), "none");
+}
+
 TEST(TopRate, IsTheChangePerSecond) {
    EXPECT_EQ(ratePerSecond({1, 0, 0}, {4, 0, 0}, 2), 1.5);
    EXPECT_EQ(ratePerSecond({4, 0, 0}, {1, 0, 0}, 1), -3);
