@@ -5,8 +5,8 @@
 
 #include "Kiv/Path.h"
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ protected:
 };
 
 TEST_F(Entity, ASubtreeObserverHearsOfWhatIsMadeLater) {
-   Recorder published(*root, Scope::subtree);
+   Witness published(*root, Scope::subtree);
    Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
    leaf->litIs(true);
    leaf->twigIs(Level::high)->weightIs(2.5);
@@ -31,7 +31,7 @@ TEST_F(Entity, ASubtreeObserverHearsOfWhatIsMadeLater) {
 TEST_F(Entity, ASubtreeObserverHearsNothingOfWhatWasRemoved) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
    Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
-   Recorder published(*root, Scope::subtree);
+   Witness published(*root, Scope::subtree);
    root->leafDel(1);
    EXPECT_EQ(published.ids(), "289");
    EXPECT_FALSE(twig->watched());
@@ -43,8 +43,8 @@ TEST_F(Entity, ASubtreeObserverHearsNothingOfWhatWasRemoved) {
 TEST_F(Entity, ARemovedSubtreeKeepsItsOwnObservers) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
    Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
-   Recorder onRoot(*root, Scope::subtree);
-   Recorder onLeaf(*leaf, Scope::subtree);
+   Witness onRoot(*root, Scope::subtree);
+   Witness onLeaf(*leaf, Scope::subtree);
    twig->weightIs(1);
    EXPECT_EQ(onRoot.ids(), "259");
    EXPECT_EQ(onLeaf.ids(), "259");
@@ -59,8 +59,8 @@ TEST_F(Entity, NothingIsWatchedWhenTheLastSubtreeObserverHasGone) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
    Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
    {
-      Recorder const one(*root, Scope::subtree);
-      Recorder const two(*root, Scope::subtree);
+      Witness const one(*root, Scope::subtree);
+      Witness const two(*root, Scope::subtree);
       EXPECT_TRUE(twig->watched());
    }
    EXPECT_FALSE(root->watched());
@@ -71,22 +71,22 @@ TEST_F(Entity, NothingIsWatchedWhenTheLastSubtreeObserverHasGone) {
 TEST_F(Entity, AnObserverBelowOutlivesOneAbove) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
    Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
-   Recorder onLeaf(*leaf, Scope::subtree);
-   { Recorder const onRoot(*root, Scope::subtree); }
+   Witness onLeaf(*leaf, Scope::subtree);
+   { Witness const onRoot(*root, Scope::subtree); }
    twig->weightIs(1);
    EXPECT_EQ(onLeaf.ids(), "259");
    EXPECT_FALSE(root->watched());
 }
 
 TEST_F(Entity, RemovingAnUnknownObserverSaysSo) {
-   Recorder observer(*root);
+   Witness observer(*root);
    EXPECT_FALSE(root->observerDel(observer, Scope::subtree));
    EXPECT_FALSE(root->medal()->observerDel(observer));
 }
 
 TEST_F(Entity, ChangesMadeInsideAreHeardInOrderByEverybodyInTheTree) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
-   Recorder first(*root, Scope::subtree);
+   Witness first(*root, Scope::subtree);
    Hears const reacts(*leaf, [&](Kiv::Change const& change) {
       if (change.attributeId == 259) {
          root->u8Is(1);
@@ -94,7 +94,7 @@ TEST_F(Entity, ChangesMadeInsideAreHeardInOrderByEverybodyInTheTree) {
          root->byNumberIs(3, "three");
       }
    });
-   Recorder last(*root, Scope::subtree);
+   Witness last(*root, Scope::subtree);
    leaf->litIs(true);
    char const* const order =
          "KivTest::Leaf.lit was false; u8 was 200; KivTest::Leaf.ticks was 0; "

@@ -3,8 +3,8 @@
 
 #include "Kiv/GenericIfImpl.h"
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -62,7 +62,7 @@ TEST_F(GenericIf, Op0ReadsConstantsAndDerivedMembersToo) {
 }
 
 TEST_F(GenericIf, Op1WritesAnAttributeThroughItsSetter) {
-   Recorder published(*root);
+   Witness published(*root);
    U32 const v = 17;
    EXPECT_EQ(op(1, 263, nullptr, &v), statusOk);
    EXPECT_EQ(op(1, 263, nullptr, &v), statusOk);

@@ -6,8 +6,8 @@
 
 #include "Kiv/GenericIfImpl.h"
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -93,7 +93,7 @@ TEST_F(GenericIter, DeletesTheCurrentElementAndGoesOn) {
       root->recordIs(Record(i, Pair(), std::nullopt, "", Colour::red, 0));
    }
    for (int const id : {289, 290, 294, 295}) {
-      Recorder published(*root);
+      Witness published(*root);
       int visited = 0;
       int removed = 0;
       walk(static_cast<Kiv::AttributeId>(id),

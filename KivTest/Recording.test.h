@@ -7,10 +7,10 @@
 
 #include "Kiv/NboAttrLogPlayer.h"
 #include "Kiv/NboAttrLogRecorder.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/SimulationChange.h"
 #include "KivTest/SimulationTree.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace RecordingTesting {
 

@@ -10,9 +10,9 @@
 
 #include "Kiv/Log/Wire.h"
 #include "Kiv/NboAttrLogSa.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/SimulationTree.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace StreamTesting {
 

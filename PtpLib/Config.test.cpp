@@ -5,13 +5,13 @@
 #include <cmath>
 #include <limits>
 
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 #include "PtpLib/Range.test.h"
 
 namespace Ptp {
 namespace {
 
-using KivTest::Recorder;
+using KivTest::Witness;
 
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
@@ -95,7 +95,7 @@ TEST_F(ConfigTest, DelayEventMsgTimeoutIsAtLeast5) {
 // ---- Single values ----
 
 TEST_F(ConfigTest, CurrentValuePublishesNothing) {
-   Recorder published(*config);
+   Witness published(*config);
    config->enabledIs(false);
    config->driftLimitIs(500000000);
    config->clockQualityIs(ClockQuality(248, 254, Dorn::NetU16(65535)));
@@ -104,7 +104,7 @@ TEST_F(ConfigTest, CurrentValuePublishesNothing) {
 }
 
 TEST_F(ConfigTest, ChangeIsPublishedWithTheOldValue) {
-   Recorder published(*config);
+   Witness published(*config);
    config->driftLimitIs(50);
    config->ptpModeIs(PtpMode::boundary);
    config->clockQualityIs(ClockQuality(6, 33, Dorn::NetU16(20061)));
@@ -115,7 +115,7 @@ TEST_F(ConfigTest, ChangeIsPublishedWithTheOldValue) {
 }
 
 TEST_F(ConfigTest, NotANumberAlwaysCountsAsAChange) {
-   Recorder published(*config);
+   Witness published(*config);
    for (int i = 0; i < 2; ++i) {
       config->skewThresholdIs(notANumber);
       config->skewDropThresholdIs(notANumber);
@@ -135,7 +135,7 @@ TEST_F(ConfigTest, ValueSettersLeaveTheConfiguredFlagsAlone) {
 // ---- Interfaces ----
 
 TEST_F(ConfigTest, IntfConfigIsMadeWithItsArgumentsAndPublishedWithItsKey) {
-   Recorder published(*config);
+   Witness published(*config);
    auto const intf = config->intfConfigIs(ethernet1, true, false);
    EXPECT_EQ(intf->intf(), ethernet1);
    EXPECT_TRUE(intf->enabled());
@@ -147,8 +147,8 @@ TEST_F(ConfigTest, IntfConfigIsMadeWithItsArgumentsAndPublishedWithItsKey) {
 
 TEST_F(ConfigTest, IntfConfigOfAKnownInterfaceOnlyBringsItsFlagsToTheGivenValues) {
    auto const first = config->intfConfigIs(ethernet1, true, false);
-   Recorder ofConfig(*config);
-   Recorder ofIntf(*first);
+   Witness ofConfig(*config);
+   Witness ofIntf(*first);
    auto const second = config->intfConfigIs(ethernet1, false, true);
    EXPECT_EQ(second, first);
    EXPECT_FALSE(first->enabled());
@@ -161,7 +161,7 @@ TEST_F(ConfigTest, IntfConfigOfAKnownInterfaceOnlyBringsItsFlagsToTheGivenValues
 
 TEST_F(ConfigTest, DeletedIntfConfigHasNoParentAndIsPublishedAsOldValue) {
    auto const intf = config->intfConfigIs(ethernet1, true, false);
-   Recorder published(*config);
+   Witness published(*config);
    EXPECT_EQ(config->intfConfigDel(ethernet1), intf);
    EXPECT_EQ(intf->parent(), nullptr);
    EXPECT_EQ(config->intfConfig(ethernet1), nullptr);
@@ -174,7 +174,7 @@ TEST_F(ConfigTest, DeletingAllIntfConfigsDetachesEachOfThem) {
    auto const one = config->intfConfigIs(ethernet1, true, false);
    auto const two = config->intfConfigIs(Dorn::IntfId("Ethernet2"), true, false);
    {
-      Recorder published(*config);
+      Witness published(*config);
       config->intfConfigDelAll();
       EXPECT_EQ(published.ids(), "283 283");
    }
@@ -185,7 +185,7 @@ TEST_F(ConfigTest, DeletingAllIntfConfigsDetachesEachOfThem) {
 
 TEST_F(ConfigTest, IntfRegionConfigIsReturnedUnchangedTheSecondTime) {
    PortDSKey const key(ethernet1, Bridging::VlanIdOrNone());
-   Recorder published(*config);
+   Witness published(*config);
    auto const region = config->intfRegionConfigIs(key);
    region->domainNumberModeIs(PtpPortDomainMode::networkSideDomain);
    EXPECT_EQ(config->intfRegionConfigIs(key), region);
@@ -208,7 +208,7 @@ TEST_F(ConfigTest, FreshConfigHasBothClearListsAndNoAclMap) {
 }
 
 TEST_F(ConfigTest, NamedChildIsReplacedByOneOfAnotherName) {
-   Recorder published(*config);
+   Witness published(*config);
    auto const a = config->serviceAclTypeVrfMapIs("a");
    EXPECT_EQ(config->serviceAclTypeVrfMapIs("a"), a);
    EXPECT_EQ(published.changes(), "serviceAclTypeVrfMap was nothing");
@@ -227,7 +227,7 @@ TEST_F(ConfigTest, NamedChildIsReplacedByOneOfAnotherName) {
 
 TEST_F(ConfigTest, ClearListsAreReplacedAndDeletedLikeAnyNamedChild) {
    auto const old = config->dropCounterClearList();
-   Recorder published(*config);
+   Witness published(*config);
    config->dropCounterClearListIs("dropCounterClearList");
    EXPECT_EQ(published.ids(), "");
    config->dropCounterClearListIs("other");
@@ -242,7 +242,7 @@ TEST_F(ConfigTest, ClearListsAreReplacedAndDeletedLikeAnyNamedChild) {
 TEST_F(ConfigTest, EqualUnicastProfileIsPublishedOnce) {
    UcastNegProfile const profile(UcastNegMsgProfile(1, 300), UcastNegMsgProfile(-3, 300),
                                  UcastNegMsgProfile(-3, 300));
-   Recorder published(*config);
+   Witness published(*config);
    config->ucastNegProfileIs("p", profile);
    config->ucastNegProfileIs("p", profile);
    EXPECT_EQ(published.changes(), "ucastNegProfile[\"p\"] was nothing");
@@ -257,7 +257,7 @@ TEST_F(ConfigTest, EqualUnicastProfileIsPublishedOnce) {
 }
 
 TEST_F(ConfigTest, MessageTypeMapsPublishWithTypeAndOldValue) {
-   Recorder published(*config);
+   Witness published(*config);
    config->missingSequenceThresholdsIs(MessageTypeNumber::sync, 5);
    config->missingSequenceThresholdsIs(MessageTypeNumber::sync, 5);
    config->missingSequenceThresholdsIs(MessageTypeNumber::sync, 6);
@@ -297,7 +297,7 @@ TEST_F(ConfigTest, ChildrenOutliveTheConfigWithoutAParent) {
 
 TEST_F(ConfigTest, ChangesOfChildrenReachAnObserverOfTheSubtree) {
    auto const intf = config->intfConfigIs(ethernet1, true, false);
-   Recorder published(*config, Kiv::Scope::subtree);
+   Witness published(*config, Kiv::Scope::subtree);
    intf->logSyncIntervalIs(-3);
    config->priority1Is(1);
    EXPECT_EQ(published.changes(), "Ptp::IntfConfig.logSyncInterval was 0; priority1 was 128");

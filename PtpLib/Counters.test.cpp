@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 #include "PtpLib/PtpStatusStatedbTypes/ForeignMasterDS.h"
 #include "PtpLib/PtpStatusStatedbTypes/PortDS.h"
 #include "PtpLib/PtpStatusStatedbTypes/PortDS_G8275_2.h"
@@ -25,7 +25,7 @@ void check(Owner& owner, Counter<Owner, T> const& counter, T fresh = 0) {
    SCOPED_TRACE(counter.id);
    constexpr T most = std::numeric_limits<T>::max();
    std::string const once = std::to_string(counter.id);
-   KivTest::Recorder published(owner);
+   KivTest::Witness published(owner);
    EXPECT_EQ((owner.*counter.get)(), fresh);
    (owner.*counter.inc)(0);
    EXPECT_EQ(published.ids(), "");

@@ -6,12 +6,12 @@
 #include <limits>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 
 namespace Ptp {
 namespace {
 
-using KivTest::Recorder;
+using KivTest::Witness;
 
 class CurrentDSTest : public testing::Test {
 protected:
@@ -19,7 +19,7 @@ protected:
 };
 
 TEST_F(CurrentDSTest, ResetOfAFreshOneMakesGeneration1AndNothingElse) {
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->reset();
    EXPECT_EQ(published.changes(), "genId was Brim::Generation(count=0, flag=false)");
    EXPECT_EQ(dataSet->genId(), Brim::Generation(1, false));
@@ -31,7 +31,7 @@ TEST_F(CurrentDSTest, ResetPublishesWhatItChangesInItsOwnOrder) {
    dataSet->reset();
    dataSet->offsetFromMasterIs(5);
    dataSet->skewIs(2.0);
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->reset();
    EXPECT_EQ(published.ids(), "259 270");
 }
@@ -57,7 +57,7 @@ TEST_F(CurrentDSTest, ResetOfAWhollyChangedOneKeepsToItsOrder) {
    dataSet->localClockMeanPathDelayIs(13);
    dataSet->pathTraceIs(0, Kiv::fromText<ClockIdentity>("00:11:22:ff:fe:33:44:55"));
    dataSet->genIdIs(Brim::Generation(7, true));
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->reset();
    EXPECT_EQ(published.ids(), "260 259 263 264 265 268 269 270 261 274 275 272 273 262 279");
    EXPECT_EQ(dataSet->genId(), Brim::Generation(8, false));
@@ -77,7 +77,7 @@ TEST_F(CurrentDSTest, ResetReplacesNotANumber) {
    dataSet->skewIs(notANumber);
    dataSet->neighborRateRatioIs(notANumber);
    dataSet->gptpRateRatioIs(notANumber);
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->reset();
    EXPECT_EQ(published.ids(), "265 270 274 272");
    EXPECT_EQ(dataSet->skew(), 1.0);
@@ -85,7 +85,7 @@ TEST_F(CurrentDSTest, ResetReplacesNotANumber) {
 
 TEST_F(CurrentDSTest, ResetMakesGeneration7WithItsFlagGeneration8Without) {
    dataSet->genIdIs(Brim::Generation(7, true));
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->reset();
    EXPECT_EQ(dataSet->genId(), Brim::Generation(8, false));
    EXPECT_EQ(published.changes(), "genId was Brim::Generation(count=7, flag=true)");
@@ -93,7 +93,7 @@ TEST_F(CurrentDSTest, ResetMakesGeneration7WithItsFlagGeneration8Without) {
 
 TEST_F(CurrentDSTest, ResetLeavesAGenerationWithoutFlagAlone) {
    dataSet->genIdIs(Brim::Generation(7, false));
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->reset();
    EXPECT_EQ(published.ids(), "");
    dataSet->genIdIs(Brim::Generation(4294967295, true));
@@ -103,7 +103,7 @@ TEST_F(CurrentDSTest, ResetLeavesAGenerationWithoutFlagAlone) {
 
 TEST_F(CurrentDSTest, EqualIdentityInThePathTraceIsPublishedOnce) {
    auto const identity = Kiv::fromText<ClockIdentity>("00:11:22:ff:fe:33:44:55");
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->pathTraceIs(0, identity);
    dataSet->pathTraceIs(0, identity);
    EXPECT_EQ(published.changes(), "pathTrace[0] was nothing");

@@ -4,7 +4,7 @@
 
 #include "Kiv/AttrOps.h"
 #include "Kiv/Text.h"
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 #include "PtpLib/PtpStatusStatedbTypes/HwConfig.h"
 #include "PtpLib/PtpStatusStatedbTypes/HwIntfConfig.h"
 #include "PtpLib/PtpStatusStatedbTypes/HwIntfStatus.h"
@@ -17,7 +17,7 @@ namespace Ptp {
 namespace {
 
 using Dorn::IntfId;
-using KivTest::Recorder;
+using KivTest::Witness;
 
 IntfId const ethernet1("Ethernet1");
 
@@ -44,7 +44,7 @@ TEST(HwStatus, AFreshOneReportsNoCapabilityAndDropsNegativeTimes) {
 
 TEST(HwStatus, EverySetterPublishesItsOwnIdOnceAndTheOldValue) {
    auto const status = hwStatusFactory("hw");
-   Recorder published(*status);
+   Witness published(*status);
    for (int twice = 0; twice != 2; ++twice) {
       status->ptpSupportedIs(true);
       status->clockQualityIs(ClockQuality(6, 0x21, Dorn::NetU16(100)));
@@ -59,7 +59,7 @@ TEST(HwStatus, EverySetterPublishesItsOwnIdOnceAndTheOldValue) {
 
 TEST(HwStatus, InterfaceWithTheSameOptionsIsReturned) {
    auto const status = hwStatusFactory("hw");
-   Recorder published(*status);
+   Witness published(*status);
    auto const intf = status->intfStatusIs(ethernet1, LinuxTsOptions(true));
    EXPECT_EQ(status->intfStatusIs(ethernet1, LinuxTsOptions(true)), intf);
    EXPECT_EQ(published.ids(), "275");
@@ -68,7 +68,7 @@ TEST(HwStatus, InterfaceWithTheSameOptionsIsReturned) {
 TEST(HwStatus, InterfaceWithOtherOptionsIsRefusedAndKept) {
    auto const status = hwStatusFactory("hw");
    auto const intf = status->intfStatusIs(ethernet1, LinuxTsOptions(true));
-   Recorder published(*status);
+   Witness published(*status);
    try {
       status->intfStatusIs(ethernet1, LinuxTsOptions(false));
       FAIL() << "accepted";
@@ -86,7 +86,7 @@ TEST(HwStatus, InterfaceWithOtherOptionsIsRefusedAndKept) {
 
 TEST(HwIntfStatus, NotANumberAlwaysCountsAsAChange) {
    auto const intf = hwIntfStatusFactory(ethernet1, LinuxTsOptions());
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->egressTimestampExpiryIntervalIs(std::numeric_limits<double>::quiet_NaN());
    intf->egressTimestampExpiryIntervalIs(std::numeric_limits<double>::quiet_NaN());
    EXPECT_EQ(published.ids(), "265 265");
@@ -94,7 +94,7 @@ TEST(HwIntfStatus, NotANumberAlwaysCountsAsAChange) {
 
 TEST(HwIntfStatus, OptionsAreFixedWhenItIsMade) {
    auto const intf = hwIntfStatusFactory(ethernet1, LinuxTsOptions(true));
-   Recorder published(*intf);
+   Witness published(*intf);
    EXPECT_EQ(KivTest::attributeTextIs(*intf, 267, "Ptp::LinuxTsOptions(enabled=false)"),
              Kiv::statusRefused);
    EXPECT_EQ(intf->linuxTsOptions(), LinuxTsOptions(true));
@@ -118,7 +118,7 @@ TEST(HwIntfStatus, InterfacesOutliveTheirRootWithoutAParent) {
 
 TEST(HwConfig, DelayMechanismIsKeptByInterface) {
    auto const config = hwConfigFactory("hw");
-   Recorder published(*config);
+   Witness published(*config);
    config->delayMechanismIs(ethernet1, DelayMechanism::p2p);
    config->delayMechanismIs(ethernet1, DelayMechanism::p2p);
    config->delayMechanismIs(ethernet1, DelayMechanism::e2e);
@@ -129,7 +129,7 @@ TEST(HwConfig, DelayMechanismIsKeptByInterface) {
 
 TEST(HwConfig, InterfaceIsMadeOnceAndDetachedWhenDeleted) {
    auto const config = hwConfigFactory("hw");
-   Recorder published(*config);
+   Witness published(*config);
    auto const intf = config->intfConfigIs(ethernet1);
    EXPECT_EQ(config->intfConfigIs(ethernet1), intf);
    EXPECT_EQ(intf->parent(), config.get());
@@ -143,7 +143,7 @@ TEST(HwConfig, InterfaceIsMadeOnceAndDetachedWhenDeleted) {
 TEST(HwTime, BothReadingsChangeAsOneAndAreShownAlone) {
    auto const time = hwTimeFactory("hw");
    time->fpgaAndSystemTimeIs(FpgaAndSystemTime(1, 2));
-   Recorder published(*time);
+   Witness published(*time);
    time->fpgaAndSystemTimeIs(FpgaAndSystemTime(1, 2));
    EXPECT_EQ(published.ids(), "");
    time->fpgaAndSystemTimeIs(FpgaAndSystemTime(1, 3));
@@ -156,7 +156,7 @@ TEST(HwTime, BothReadingsChangeAsOneAndAreShownAlone) {
 TEST(HwTime, TheStoredReadingGivenBackToItselfPublishesNothing) {
    auto const time = hwTimeFactory("hw");
    time->fpgaAndSystemTimeIs(FpgaAndSystemTime(1, 2));
-   Recorder published(*time);
+   Witness published(*time);
    time->fpgaAndSystemTimeIs(time->fpgaAndSystemTime());
    EXPECT_EQ(published.ids(), "");
 }
@@ -197,7 +197,7 @@ TEST(SystemClockConfig, AFreshOneHasNoInterfacesAndAnEmptySource) {
    auto const config = systemClockConfigFactory("ptp");
    EXPECT_EQ(config->managementIntfConfigCount(), 0u);
    EXPECT_EQ(config->systemClockSourceIntf(), IntfId(""));
-   Recorder published(*config);
+   Witness published(*config);
    config->systemClockSourceIntfIs(IntfId(""));
    EXPECT_EQ(published.ids(), "");
    config->systemClockSourceIntfIs(IntfId("Management1"));
@@ -206,7 +206,7 @@ TEST(SystemClockConfig, AFreshOneHasNoInterfacesAndAnEmptySource) {
 
 TEST(SystemClockConfig, DeletesItsInterfacesOneByOneAndLetsGoOfThemWhenItDies) {
    auto config = systemClockConfigFactory("ptp");
-   Recorder published(*config);
+   Witness published(*config);
    auto const first = config->managementIntfConfigIs(IntfId("Management1"), true);
    config->managementIntfConfigIs(IntfId("Management2"), true);
    config->managementIntfConfigDelAll();
@@ -223,11 +223,11 @@ TEST(SystemClockConfig, DeletesItsInterfacesOneByOneAndLetsGoOfThemWhenItDies) {
 
 TEST(SystemClockConfig, ManagementInterfaceIsBroughtToTheGivenFlagAndNeverToMpass) {
    auto const config = systemClockConfigFactory("ptp");
-   Recorder ofConfig(*config);
+   Witness ofConfig(*config);
    IntfId const management("Management1");
    auto const intf = config->managementIntfConfigIs(management, true);
    EXPECT_FALSE(intf->mpassEnabled());
-   Recorder ofIntf(*intf);
+   Witness ofIntf(*intf);
    EXPECT_EQ(config->managementIntfConfigIs(management, false), intf);
    EXPECT_FALSE(intf->enabled());
    EXPECT_FALSE(intf->mpassEnabled());
@@ -272,7 +272,7 @@ TEST(ManagementIntfConfig, TakesTwoArgumentsWhereItsBaseTakesThree) {
 
 TEST(ManagementIntfConfig, InheritsAttributesRangesAndTheirMessages) {
    auto const intf = managementIntfConfigFactory(IntfId("Management1"), true);
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->logSyncIntervalIs(-7);
    intf->slaveOnlyIs(true);
    EXPECT_EQ(published.ids(), "263 387");
@@ -289,7 +289,7 @@ TEST(ManagementIntfConfig, InheritsAttributesRangesAndTheirMessages) {
 
 TEST(ManagementIntfConfig, OwnFlagsPublishTheirIdsAndOldValues) {
    auto const intf = managementIntfConfigFactory(IntfId("Management1"), true);
-   Recorder published(*intf);
+   Witness published(*intf);
    for (int twice = 0; twice != 2; ++twice) {
       intf->freeRunningIs(true);
       intf->slaveOnlyIs(true);

@@ -6,7 +6,7 @@
 
 using namespace StreamTesting;
 using Dorn::IntfId;
-using KivTest::Recorder;
+using KivTest::Witness;
 
 namespace {
 
@@ -71,7 +71,7 @@ IntfId const management1("Management1");
 
 TEST(HwTimeStream, BothReadingsTravelAsOneMessageTheHardwareClockFirst) {
    Mirrored<Ptp::HwTime> time(&Ptp::hwTimeFactory);
-   Recorder published(*time.copy);
+   Witness published(*time.copy);
    time.root->fpgaAndSystemTimeIs(Ptp::FpgaAndSystemTime(0x0102030405060708, 0x1112131415161718));
    EXPECT_EQ(withoutHandles(time.carry()), "set.258 01020304050607081112131415161718");
    EXPECT_EQ(published.changes(),
@@ -123,7 +123,7 @@ TEST(HwConfigStream, DelayMechanismsAndInterfacesComeAndGo) {
 
 TEST(SystemClockConfigStream, AManagementInterfaceArrivesAsItselfAndSoDoWhatItInherits) {
    Mirrored<Ptp::SystemClockConfig> config(&Ptp::systemClockConfigFactory);
-   Recorder published(*config.copy, Kiv::Scope::subtree);
+   Witness published(*config.copy, Kiv::Scope::subtree);
    Sarn::Ptr<Ptp::IntfConfig> const base = config.root->managementIntfConfigIs(management1, true);
    base->logSyncIntervalIs(-4);
    base->vlanConfigIs(Bridging::VlanIdOrNone(100));

@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 #include "PtpLib/PtpStatusStatedbTypes/RegionBoundaryIntfConfig.h"
 #include "PtpLib/Range.test.h"
 
@@ -15,7 +15,7 @@ using Bridging::VlanIdOrNone;
 using Dorn::IntfId;
 using Dorn::IpGenAddr;
 using Dorn::IpGenAddrWithMask;
-using KivTest::Recorder;
+using KivTest::Witness;
 
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
@@ -127,7 +127,7 @@ TEST_F(IntfConfigTest, ConstructorArgumentsAreTheFirstValues) {
 }
 
 TEST_F(IntfConfigTest, PktTxMacAddressIsComparedInAllSixBytes) {
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->pktTxMacAddressIs(Dorn::EthAddr("01:80:c2:00:00:0e"));
    EXPECT_EQ(published.ids(), "");
    intf->pktTxMacAddressIs(Dorn::EthAddr("01:80:c2:00:00:0f"));
@@ -137,7 +137,7 @@ TEST_F(IntfConfigTest, PktTxMacAddressIsComparedInAllSixBytes) {
 }
 
 TEST_F(IntfConfigTest, NotANumberAlwaysCountsAsAChange) {
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->clearCountersRequestTimeIs(notANumber);
    intf->clearCountersRequestTimeIs(notANumber);
    EXPECT_EQ(published.ids(), "285 285");
@@ -146,7 +146,7 @@ TEST_F(IntfConfigTest, NotANumberAlwaysCountsAsAChange) {
 // ---- Sets of VLANs ----
 
 TEST_F(IntfConfigTest, VlanSetsKeepABoolPerVlan) {
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->vlanIdsIs(VlanIdOrNone(10), true);
    intf->vlanIdsIs(VlanIdOrNone(10), true);
    intf->vlanIdsIs(VlanIdOrNone(10), false);
@@ -168,7 +168,7 @@ TEST_F(IntfConfigTest, VlanSetsKeepABoolPerVlan) {
 }
 
 TEST_F(IntfConfigTest, VlanConfigIsMadeOnceAndDetachedWhenDeleted) {
-   Recorder published(*intf);
+   Witness published(*intf);
    auto const vlan = intf->vlanConfigIs(VlanIdOrNone(10));
    EXPECT_EQ(vlan->vlanId(), VlanIdOrNone(10));
    EXPECT_EQ(vlan->parent(), intf.get());
@@ -185,7 +185,7 @@ TEST_F(IntfConfigTest, VlanConfigIsMadeOnceAndDetachedWhenDeleted) {
 // ---- Ordered maps ----
 
 TEST_F(IntfConfigTest, TxMessageToIntfMapReplacesAnotherInterfaceOnly) {
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->txMessageToIntfMapIs(MessageTypeNumber::sync, IntfId("Ethernet2"));
    intf->txMessageToIntfMapIs(MessageTypeNumber::sync, IntfId("Ethernet2"));
    EXPECT_EQ(published.changes(), "txMessageToIntfMap[sync] was nothing");
@@ -198,7 +198,7 @@ TEST_F(IntfConfigTest, TxMessageToIntfMapReplacesAnotherInterfaceOnly) {
 TEST_F(IntfConfigTest, TxMessageToIntfMapIsEmptiedEntryByEntry) {
    intf->txMessageToIntfMapIs(MessageTypeNumber::sync, IntfId("Ethernet2"));
    intf->txMessageToIntfMapIs(MessageTypeNumber::announce, IntfId("Ethernet2"));
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->txMessageToIntfMapDelAll();
    EXPECT_EQ(published.changes(),
              "txMessageToIntfMap[sync] was Ethernet2; txMessageToIntfMap[announce] was Ethernet2");
@@ -220,7 +220,7 @@ TEST_F(IntfConfigTest, GranteesAreInAscendingOrderWhateverTheOrderOfInsertion) {
 }
 
 TEST_F(IntfConfigTest, GrantorsNameProfilesThatNeedNotExist) {
-   Recorder published(*intf);
+   Witness published(*intf);
    IpGenAddr const master("192.0.2.1");
    intf->ucastNegGrantorIpToProfileMapIs(master, "p");
    intf->ucastNegGrantorIpToProfileMapIs(master, "p");
@@ -237,7 +237,7 @@ TEST_F(IntfConfigTest, GrantorsNameProfilesThatNeedNotExist) {
 TEST_F(IntfConfigTest, EntryIsDeletedByIterator) {
    intf->ucastNegGrantorIpToProfileMapIs(IpGenAddr("192.0.2.1"), "p");
    intf->ucastNegGrantorIpToProfileMapIs(IpGenAddr("192.0.2.2"), "q");
-   Recorder published(*intf);
+   Witness published(*intf);
    intf->ucastNegGrantorIpToProfileMapDel(intf->ucastNegGrantorIpToProfileMapAll().begin());
    EXPECT_EQ(published.changes(), "ucastNegGrantorIpToProfileMap[192.0.2.1] was \"p\"");
    EXPECT_TRUE(intf->ucastNegGrantorIpToProfileMapHas(IpGenAddr("192.0.2.2")));
@@ -259,7 +259,7 @@ TEST_F(RegionBoundaryIntfConfigTest, FreshOneHasItsKeyAndNothingElse) {
 }
 
 TEST_F(RegionBoundaryIntfConfigTest, AbsentAndZeroAreDifferent) {
-   Recorder published(*region);
+   Witness published(*region);
    region->networkSideDomainNumberIs(std::nullopt);
    EXPECT_EQ(published.ids(), "");
    region->networkSideDomainNumberIs(U8{0});
@@ -271,7 +271,7 @@ TEST_F(RegionBoundaryIntfConfigTest, AbsentAndZeroAreDifferent) {
 }
 
 TEST_F(RegionBoundaryIntfConfigTest, NotANumberAlwaysCountsAsAChange) {
-   Recorder published(*region);
+   Witness published(*region);
    region->lockTimeIs(1.5);
    region->lockTimeIs(1.5);
    region->lockTimeIs(notANumber);

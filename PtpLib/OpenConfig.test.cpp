@@ -1,17 +1,17 @@
 #include <gtest/gtest.h>
 
 #include "Kiv/Text.h"
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 #include "PtpLib/PtpOpenConfig.h"
 
 namespace Openconfig::Ptp {
 namespace {
 
-using KivTest::Recorder;
+using KivTest::Witness;
 
 TEST(OpenConfigDefaultDS, StateIsMadeOnceAndStartsEmpty) {
    auto const container = defaultDSFactory();
-   Recorder published(*container);
+   Witness published(*container);
    auto const state = container->stateIs();
    EXPECT_EQ(container->stateIs(), state);
    EXPECT_EQ(state->parent(), container.get());
@@ -28,7 +28,7 @@ TEST(OpenConfigDefaultDS, StateIsMadeOnceAndStartsEmpty) {
 /// The accessors of `state` of one container.
 template <class Container>
 void checkState(Sarn::Ptr<Container> const& container) {
-   Recorder published(*container);
+   Witness published(*container);
    EXPECT_EQ(container->state(), nullptr);
    EXPECT_EQ(container->stateDel(), nullptr);
    EXPECT_EQ(published.ids(), "");
@@ -50,7 +50,7 @@ TEST(OpenConfigContainers, EachMakesItsStateOnceAndDeletingNonePublishesNothing)
 
 TEST(OpenConfigDefaultDS, EqualClockQualityPublishesNothing) {
    auto const container = defaultDSFactory();
-   Recorder published(*container);
+   Witness published(*container);
    container->clockQualityIs(ClockQuality(ClockQualityState(0, 0, 0)));
    EXPECT_EQ(published.ids(), "");
    container->clockQualityIs(ClockQuality(ClockQualityState(0, 0, 1)));
@@ -62,11 +62,11 @@ TEST(OpenConfigDefaultDS, EqualClockQualityPublishesNothing) {
 
 TEST(OpenConfigInstance, IdAndEmptyIdentityAreUnchangedWhenFresh) {
    auto const instance = instanceFactory("ptp");
-   Recorder published(*instance);
+   Witness published(*instance);
    instance->idIs(0);
    EXPECT_EQ(published.ids(), "");
    auto const state = instance->defaultDsIs()->stateIs();
-   Recorder ofState(*state);
+   Witness ofState(*state);
    state->clockIdentityIs("");
    EXPECT_EQ(ofState.ids(), "");
    state->clockIdentityIs("00:11:22:ff:fe:33:44:55");
@@ -76,7 +76,7 @@ TEST(OpenConfigInstance, IdAndEmptyIdentityAreUnchangedWhenFresh) {
 TEST(OpenConfigInstance, ContainersAreMadeAndDeletedOneByOne) {
    auto const instance = Instance::InstanceIs("ptp");
    EXPECT_EQ(instance->nameString(), "ptp");
-   Recorder published(*instance);
+   Witness published(*instance);
    instance->defaultDsIs();
    instance->currentDsIs();
    instance->timePropertiesDsIs();
@@ -119,7 +119,7 @@ TEST(OpenConfigDefaultDSState, AFreshOneIsZeroThroughoutPrioritiesIncluded) {
    EXPECT_EQ(state->priority1(), 0);
    EXPECT_EQ(state->priority2(), 0);
    EXPECT_EQ(static_cast<int>(state->domainProfile()), 0);
-   Recorder published(*state);
+   Witness published(*state);
    state->clockIdentityIs("");
    EXPECT_EQ(published.ids(), "");
 }
@@ -141,7 +141,7 @@ TEST(OpenConfigTypes, EachHasAFactoryAndAStaticCreator) {
 /// An observer that is notified of a child finds it in its collection with its parent, or removed
 /// and without a parent.
 TEST(OpenConfigInstance, AnObserverFindsTheTreeConsistent) {
-   struct Witness final : Kiv::Observer {
+   struct Finder final : Kiv::Observer {
       void onChange(Kiv::Change const& change) override {
          auto& instance = static_cast<Instance&>(Kiv::entityOf(change));
          auto const now = instance.defaultDs();
@@ -155,13 +155,13 @@ TEST(OpenConfigInstance, AnObserverFindsTheTreeConsistent) {
       }
       Sarn::Ptr<DefaultDS> child;
       int told = 0;
-   } witness;
+   } finder;
    auto const instance = instanceFactory("ptp");
-   instance->observerAdd(witness);
+   instance->observerAdd(finder);
    instance->defaultDsIs();
    instance->defaultDsDel();
-   EXPECT_EQ(witness.told, 2);
-   instance->observerDel(witness);
+   EXPECT_EQ(finder.told, 2);
+   instance->observerDel(finder);
 }
 
 TEST(OpenConfigClockQuality, TravelsInFourBytesInNetworkByteOrder) {

@@ -6,12 +6,12 @@
 
 #include "Kiv/System.h"
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 
 namespace Ptp {
 namespace {
 
-using KivTest::Recorder;
+using KivTest::Witness;
 
 constexpr MessageTypeNumber type(int number) {
    return static_cast<MessageTypeNumber>(number);
@@ -80,7 +80,7 @@ TEST_F(PortDSTest, ManagementMessagesAreForwardedInFourStates) {
 // ---- Counters ----
 
 TEST_F(PortDSTest, IncrementOf0PublishesNothingAndReceivedSyncAlways) {
-   Recorder published(*port);
+   Witness published(*port);
    port->syncMessageReceivedInc(0);
    EXPECT_EQ(published.ids(), "");
    port->syncMessageReceivedInc(3);
@@ -90,7 +90,7 @@ TEST_F(PortDSTest, IncrementOf0PublishesNothingAndReceivedSyncAlways) {
 }
 
 TEST_F(PortDSTest, CountersWrapAroundInTheirOwnWidth) {
-   Recorder published(*port);
+   Witness published(*port);
    port->syncMessageReceivedIs(4294967295);
    port->receiveSyncMessage();
    EXPECT_EQ(port->syncMessageReceived(), 0u);
@@ -131,7 +131,7 @@ void setAllCounters(PortDS& port) {
 TEST_F(PortDSTest, ClearCountsASyncThenClearsInIdOrderThenNotesTheTime) {
    port->initializedIs(true);
    setAllCounters(*port);
-   Recorder published(*port);
+   Witness published(*port);
    port->maybeClearCounters();
    EXPECT_EQ(published.ids(), "280 284 285 286 287 288 289 290 291 292 293 294 295 319");
    EXPECT_EQ(port->syncMessageReceived(), 2u);
@@ -144,7 +144,7 @@ TEST_F(PortDSTest, ClearCountsASyncThenClearsInIdOrderThenNotesTheTime) {
 
 TEST_F(PortDSTest, ClearOfAFreshInitializedOneTouchesNoZeroCounter) {
    port->initializedIs(true);
-   Recorder published(*port);
+   Witness published(*port);
    port->maybeClearCounters();
    EXPECT_EQ(published.ids(), "280 319");
 }
@@ -152,7 +152,7 @@ TEST_F(PortDSTest, ClearOfAFreshInitializedOneTouchesNoZeroCounter) {
 TEST_F(PortDSTest, NothingIsClearedBeforeTheDataSetIsInitialized) {
    setAllCounters(*port);
    port->clearCountersRequestTimeIs(5);
-   Recorder published(*port);
+   Witness published(*port);
    port->maybeClearCounters();
    EXPECT_EQ(published.ids(), "");
 }
@@ -163,7 +163,7 @@ TEST_F(PortDSTest, SecondClearWaitsForANewRequest) {
    EXPECT_EQ(port->clearCountersRequestTime(), 1000);
    port->maybeClearCounters();
    EXPECT_GT(port->lastClearTime(), port->clearCountersRequestTime());
-   Recorder published(*port);
+   Witness published(*port);
    port->maybeClearCounters();
    EXPECT_EQ(published.ids(), "");
    port->updateClearCountersRequestTime();
@@ -175,7 +175,7 @@ TEST_F(PortDSTest, RequestAtTheTimeOfTheLastClearCounts) {
    port->initializedIs(true);
    port->lastClearTimeIs(500);
    port->clearCountersRequestTimeIs(500);
-   Recorder published(*port);
+   Witness published(*port);
    port->maybeClearCounters();
    EXPECT_EQ(published.changes(), "syncMessageReceived was 0; lastClearTime was 500");
    port->maybeClearCounters();
@@ -188,7 +188,7 @@ TEST_F(PortDSTest, SecondClearDoesNothingOnTheSystemsClockEither) {
    for (int i = 0; i != 1000; ++i) {
       port->updateClearCountersRequestTime();
       port->maybeClearCounters();
-      Recorder published(*port);
+      Witness published(*port);
       port->maybeClearCounters();
       ASSERT_EQ(published.ids(), "");
    }
@@ -199,7 +199,7 @@ TEST_F(PortDSTest, RequestThatIsNotANumberCounts) {
    port->initializedIs(true);
    port->lastClearTimeIs(500);
    port->clearCountersRequestTimeIs(std::numeric_limits<double>::quiet_NaN());
-   Recorder published(*port);
+   Witness published(*port);
    port->maybeClearCounters();
    EXPECT_EQ(published.ids(), "280 319");
 }
@@ -207,7 +207,7 @@ TEST_F(PortDSTest, RequestThatIsNotANumberCounts) {
 // ---- Children and collections ----
 
 TEST_F(PortDSTest, G8275ChildIsMadeOnce) {
-   Recorder published(*port);
+   Witness published(*port);
    auto const child = port->g8275_2Is();
    EXPECT_EQ(port->g8275_2Is(), child);
    EXPECT_EQ(child->parent(), port.get());
@@ -220,7 +220,7 @@ TEST_F(PortDSTest, G8275ChildIsMadeOnce) {
 }
 
 TEST_F(PortDSTest, DisabledReasonsAreASetWithABoolEach) {
-   Recorder published(*port);
+   Witness published(*port);
    port->disabledReasonIs(PortDisabledReason::linkDown, true);
    port->disabledReasonIs(PortDisabledReason::linkDown, true);
    EXPECT_EQ(published.changes(), "disabledReason[linkDown] was nothing");
@@ -232,7 +232,7 @@ TEST_F(PortDSTest, DisabledReasonsAreASetWithABoolEach) {
 
 TEST_F(PortDSTest, SignalFailIsKeptByMaster) {
    auto const child = port->g8275_2Is();
-   Recorder published(*child);
+   Witness published(*child);
    Dorn::IpGenAddr const master("192.0.2.1");
    child->signalFailIs(master, 10.5);
    child->signalFailIs(master, 10.5);
@@ -258,7 +258,7 @@ TEST_F(PortDSTest, TenThousandDelaysAreKept) {
 }
 
 TEST_F(PortDSTest, DelaysArePublishedByTheirSequenceNumbers) {
-   Recorder published(*port);
+   Witness published(*port);
    EXPECT_EQ(port->peerPathDelayDeq(), 0.0);
    EXPECT_EQ(port->peerPathDelayFront(), 0.0);
    EXPECT_EQ(published.ids(), "");

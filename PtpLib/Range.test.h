@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Kiv/Exception.h"
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 
 namespace Ptp {
 
@@ -41,7 +41,7 @@ void checkRange(Owner& owner, RangeRow<Owner, T> const& row) {
    }
    for (T const value : row.refused) {
       T const before = (owner.*row.get)();
-      KivTest::Recorder published(owner);
+      KivTest::Witness published(owner);
       EXPECT_EQ(rangeMessage([&] { (owner.*row.set)(value); }), row.message) << +value;
       EXPECT_EQ((owner.*row.get)(), before);
       EXPECT_EQ(published.ids(), "");

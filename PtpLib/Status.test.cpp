@@ -5,13 +5,13 @@
 #include <type_traits>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/SimulationTree.h"
+#include "KivTest/Witness.h"
 
 namespace Ptp {
 namespace {
 
-using KivTest::Recorder;
+using KivTest::Witness;
 
 class StatusTest : public testing::Test {
 protected:
@@ -20,7 +20,7 @@ protected:
 };
 
 TEST_F(StatusTest, DataSetIsMadeOnceAndPublishedOnce) {
-   Recorder published(*status);
+   Witness published(*status);
    auto const dataSet = status->defaultDSIs();
    EXPECT_EQ(status->defaultDSIs(), dataSet);
    EXPECT_EQ(dataSet->parent(), status.get());
@@ -32,7 +32,7 @@ TEST_F(StatusTest, DataSetIsMadeOnceAndPublishedOnce) {
 }
 
 TEST_F(StatusTest, DeletingADataSetThatIsNotThereGivesNullAndPublishesNothing) {
-   Recorder published(*status);
+   Witness published(*status);
    EXPECT_EQ(status->defaultDSDel(), nullptr);
    EXPECT_EQ(published.ids(), "");
 }
@@ -82,7 +82,7 @@ TEST_F(StatusTest, ChildrenOutliveTheRootWithoutAParentForAsLongAsTheyAreHeld) {
 TEST_F(StatusTest, ChangesBelowAreToldToObserversOfTheWholeTree) {
    auto const port = status->portDSIs(key, PortIdentity());
    auto const master = status->intfStatusIs(key)->foreignMasterDSIs(PortIdentity());
-   Recorder published(*status, Kiv::Scope::subtree);
+   Witness published(*status, Kiv::Scope::subtree);
    port->g8275_2Is()->blacklistDurationIs(5);
    master->foreignMasterAnnounceMessagesInc(1);
    EXPECT_EQ(published.changes(),
@@ -91,7 +91,7 @@ TEST_F(StatusTest, ChangesBelowAreToldToObserversOfTheWholeTree) {
 }
 
 TEST_F(StatusTest, EverySingletonPublishesItsOwnId) {
-   Recorder published(*status);
+   Witness published(*status);
    status->defaultDSIs();
    status->currentDSIs();
    status->parentDSIs();
@@ -110,8 +110,8 @@ TEST_F(StatusTest, EverySingletonPublishesItsOwnId) {
 
 TEST_F(StatusTest, VlanStatusOfAKnownPortOnlyBringsItsFlagsToTheGivenValues) {
    auto const vlan = status->vlanStatusIs(key, true, true);
-   Recorder ofStatus(*status);
-   Recorder ofVlan(*vlan);
+   Witness ofStatus(*status);
+   Witness ofVlan(*vlan);
    EXPECT_EQ(status->vlanStatusIs(key, true, false), vlan);
    EXPECT_EQ(ofVlan.ids(), "262");
    EXPECT_EQ(status->vlanStatusIs(key, false, true), vlan);
@@ -129,7 +129,7 @@ TEST_F(StatusTest, AFreshVlanStatusThatWasNotCreatedPublishesNothingWhenThatIsSe
    auto const vlan = vlanStatusFactory(key, true, false);
    EXPECT_TRUE(vlan->trunkAllowed());
    EXPECT_FALSE(vlan->vlanCreated());
-   Recorder published(*vlan);
+   Witness published(*vlan);
    vlan->vlanCreatedIs(false);
    EXPECT_FALSE(vlan->vlanCreated());
    EXPECT_EQ(published.ids(), "");
@@ -138,7 +138,7 @@ TEST_F(StatusTest, AFreshVlanStatusThatWasNotCreatedPublishesNothingWhenThatIsSe
 TEST_F(StatusTest, PortDSOfAKnownPortWithTheSameIdentityPublishesNothingAtAll) {
    PortIdentity const identity(ClockIdentity(), 1);
    auto const port = status->portDSIs(key, identity);
-   Recorder published(*status, Kiv::Scope::subtree);
+   Witness published(*status, Kiv::Scope::subtree);
    EXPECT_EQ(status->portDSIs(key, identity), port);
    EXPECT_EQ(published.ids(), "");
    EXPECT_EQ(status->portDSCount(), 1u);
@@ -147,10 +147,10 @@ TEST_F(StatusTest, PortDSOfAKnownPortWithTheSameIdentityPublishesNothingAtAll) {
 TEST_F(StatusTest, PortDSOfAKnownPortTakesTheGivenIdentity) {
    PortIdentity const first(ClockIdentity(), 1);
    PortIdentity const second(ClockIdentity(), 2);
-   Recorder ofStatus(*status);
+   Witness ofStatus(*status);
    auto const port = status->portDSIs(key, first);
    EXPECT_EQ(ofStatus.ids(), "275");
-   Recorder ofPort(*port);
+   Witness ofPort(*port);
    EXPECT_EQ(status->portDSIs(key, first), port);
    EXPECT_EQ(ofPort.ids(), "");
    EXPECT_EQ(status->portDSIs(key, second), port);
@@ -162,7 +162,7 @@ TEST_F(StatusTest, PortDSOfAKnownPortTakesTheGivenIdentity) {
 }
 
 TEST_F(StatusTest, AclServiceOfAnotherNameReplacesTheFirst) {
-   Recorder published(*status);
+   Witness published(*status);
    auto const x = status->aclStatusServiceIs("x");
    status->aclStatusServiceIs("x");
    EXPECT_EQ(published.ids(), "277");
@@ -174,7 +174,7 @@ TEST_F(StatusTest, AclServiceOfAnotherNameReplacesTheFirst) {
 TEST_F(StatusTest, DeletingAllPortsPublishesEachOfThem) {
    status->intfStatusIs(key);
    status->intfStatusIs(PortDSKey(Dorn::IntfId("Ethernet2"), Bridging::VlanIdOrNone()));
-   Recorder published(*status);
+   Witness published(*status);
    status->intfStatusDelAll();
    EXPECT_EQ(published.ids(), "271 271");
    EXPECT_EQ(status->intfStatus(key), nullptr);
@@ -242,7 +242,7 @@ TEST_F(IntfStatusTest, ReasonIsInWordsUnlessMpassRuns) {
 TEST_F(IntfStatusTest, ForeignMastersAreNotBoundedByTheLimitInForce) {
    PortIdentity const master(ClockIdentity(), 7);
    EXPECT_EQ(port->maxForeignRecords(), 0);
-   Recorder published(*port);
+   Witness published(*port);
    auto const record = port->foreignMasterDSIs(master);
    ASSERT_NE(record, nullptr);
    EXPECT_EQ(port->foreignMasterDSIs(master), record);
@@ -257,7 +257,7 @@ TEST_F(IntfStatusTest, ForeignMastersAreNotBoundedByTheLimitInForce) {
 
 TEST_F(IntfStatusTest, ForeignMasterMadeTwiceIsPublishedOnce) {
    PortIdentity const master(ClockIdentity(), 7);
-   Recorder published(*port);
+   Witness published(*port);
    auto const record = port->foreignMasterDSIs(master);
    EXPECT_EQ(port->foreignMasterDSIs(master), record);
    EXPECT_EQ(published.ids(), "259");
@@ -265,7 +265,7 @@ TEST_F(IntfStatusTest, ForeignMasterMadeTwiceIsPublishedOnce) {
 }
 
 TEST_F(IntfStatusTest, DeletingAForeignMasterThatIsNotThereGivesNullAndPublishesNothing) {
-   Recorder published(*port);
+   Witness published(*port);
    EXPECT_EQ(port->foreignMasterDSDel(PortIdentity(ClockIdentity(), 7)), nullptr);
    EXPECT_EQ(published.ids(), "");
 }
@@ -274,7 +274,7 @@ TEST_F(IntfStatusTest, DeletingAForeignMasterThatIsNotThereGivesNullAndPublishes
 
 TEST(DefaultDS, SettingAPriorityToItsCurrentValuePublishesNothing) {
    auto const dataSet = defaultDSFactory();
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->priority1Is(0);
    EXPECT_EQ(published.ids(), "");
    dataSet->priority1Is(128);
@@ -300,7 +300,7 @@ TEST(ParentDS, FreshOneHasAnIp4ParentAndNoStatistics) {
 TEST(DomainNumberInfo, AbsentDomainAndDomain0AreDifferent) {
    PortDSKey const key(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone());
    auto const info = domainNumberInfoFactory();
-   Recorder published(*info);
+   Witness published(*info);
    info->intfDomainNumberInfoIs(IntfDomainNumberInfo(key, std::nullopt));
    info->intfDomainNumberInfoIs(IntfDomainNumberInfo(key, std::nullopt));
    EXPECT_EQ(published.ids(), "259");
@@ -318,7 +318,7 @@ TEST(DomainNumberInfo, DeletingAllPublishesEachPort) {
       PortDSKey const key(Dorn::IntfId("Ethernet1"), Bridging::VlanIdOrNone(vlan));
       info->intfDomainNumberInfoIs(IntfDomainNumberInfo(key, U8{24}));
    }
-   Recorder published(*info);
+   Witness published(*info);
    info->intfDomainNumberInfoDelAll();
    EXPECT_EQ(published.ids(), "259 259 259");
    EXPECT_EQ(info->intfDomainNumberInfoCount(), 0u);
@@ -338,8 +338,8 @@ TEST(PtpMibData, CountersCompareAll64Bits) {
    auto const port = data->ptpMibPortDataIs(PortDSKey());
    data->totalPacketsSentIs(1);
    port->totalPacketsReceivedIs(1);
-   Recorder ofData(*data);
-   Recorder ofPort(*port);
+   Witness ofData(*data);
+   Witness ofPort(*port);
    data->totalPacketsSentIs(0x100000001);
    port->totalPacketsReceivedIs(0x100000001);
    EXPECT_EQ(ofData.changes(), "totalPacketsSent was 1");
@@ -351,7 +351,7 @@ TEST(PtpMibData, RemovedPortsHaveNoParentAndArePublishedOneByOne) {
    auto const data = ptpMibDataFactory();
    auto const port = data->ptpMibPortDataIs(key);
    data->ptpMibPortDataIs(PortDSKey());
-   Recorder published(*data);
+   Witness published(*data);
    EXPECT_EQ(data->ptpMibPortDataDel(key), port);
    EXPECT_EQ(port->parent(), nullptr);
    EXPECT_EQ(data->ptpMibPortDataDel(key), nullptr);
@@ -367,7 +367,7 @@ TEST(PtpMibData, PortsAreMadeOnceAndDomainsFollowThePorts) {
    auto const data = ptpMibDataFactory();
    EXPECT_EQ(data->clockState(), ClockStateType::freerun);
    EXPECT_EQ(data->domainTotal(), 0u);
-   Recorder published(*data);
+   Witness published(*data);
    auto const port = data->ptpMibPortDataIs(key);
    EXPECT_EQ(data->ptpMibPortDataIs(key), port);
    EXPECT_EQ(published.ids(), "263");

@@ -6,7 +6,7 @@
 
 #include "Kiv/GenericIfImpl.h"
 #include "Kiv/Path.h"
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 #include "PtpLib/StatusTree.test.h"
 
 namespace Ptp {
@@ -18,7 +18,7 @@ using Kiv::MemberKind;
 using Kiv::TypeKind;
 using KivTest::attributeText;
 using KivTest::attributeTextIs;
-using KivTest::Recorder;
+using KivTest::Witness;
 
 /// A value of the type that is not the default of any attribute.
 std::string otherValue(Kiv::TypeImpl const& type, std::string const& present) {
@@ -116,7 +116,7 @@ TEST_F(StatusAttributes, AWrittenValueIsStoredPublishedOnceAndSeenInTheMirrorWhe
          EXPECT_EQ(attributeText(mirrored, field.fieldId), before);
          std::string const other = otherValue(*field.type, before);
          ASSERT_NE(other, before);
-         Recorder published(entity);
+         Witness published(entity);
          EXPECT_EQ(attributeTextIs(entity, field.fieldId, other), Kiv::statusOk);
          EXPECT_EQ(published.changes(), std::string(field.name) + " was " + before);
          EXPECT_EQ(attributeText(entity, field.fieldId), other);
@@ -147,7 +147,7 @@ TEST_F(StatusAttributes, KeysAndDerivedMembersAreReadAndRefuseAWrite) {
          std::string const before = attributeText(entity, field.fieldId);
          EXPECT_EQ(attributeText(mirrored, field.fieldId), before);
          EXPECT_FALSE(field.has(FieldDescriptor::streamed));
-         Recorder published(entity);
+         Witness published(entity);
          EXPECT_EQ(attributeTextIs(entity, field.fieldId, before), Kiv::statusRefused);
          EXPECT_EQ(published.ids(), "");
          EXPECT_EQ(attributeText(entity, field.fieldId), before);

@@ -206,7 +206,7 @@ TEST_F(StatusStream, AReceivedFlagThatIsNotAChangePublishesNothing) {
    status->vlanStatusIs(portKey(), true, false);
    carry();
    U32 const handle = status->vlanStatus(portKey())->streamHandle();
-   KivTest::Recorder published(*copy->vlanStatus(portKey()));
+   KivTest::Witness published(*copy->vlanStatus(portKey()));
    mirror.receive(message(Opcode::set, handle, 261, {1}));
    mirror.receive(message(Opcode::set, handle, 262, {0}));
    EXPECT_EQ(published.ids(), "");
@@ -261,7 +261,7 @@ TEST_F(StatusStream, ResetArrivesInItsOwnOrder) {
    dataSet->offsetFromMasterIs(5);
    dataSet->skewIs(2.0);
    carry();
-   KivTest::Recorder arrived(*copy->currentDS());
+   KivTest::Witness arrived(*copy->currentDS());
    dataSet->reset();
    carry();
    EXPECT_EQ(arrived.changes(),
@@ -271,7 +271,7 @@ TEST_F(StatusStream, ResetArrivesInItsOwnOrder) {
 TEST_F(StatusStream, FlagFieldArrivesFromBit0Up) {
    auto const dataSet = status->timePropertiesDSIs();
    carry();
-   KivTest::Recorder arrived(*copy->timePropertiesDS());
+   KivTest::Witness arrived(*copy->timePropertiesDS());
    dataSet->flagFieldIs(0x3f);
    carry();
    EXPECT_EQ(arrived.ids(), "261 260 259 264 262 263");
@@ -286,7 +286,7 @@ TEST_F(StatusStream, ClearedCountersArriveInIdOrderWithTheTimeBehindThem) {
    port->stpDiscardedRxMessagesCountIs(3);
    port->updateClearCountersRequestTime();
    carry();
-   KivTest::Recorder arrived(*copy->portDS(portKey()));
+   KivTest::Witness arrived(*copy->portDS(portKey()));
    port->maybeClearCounters();
    port->maybeClearCounters();
    carry();

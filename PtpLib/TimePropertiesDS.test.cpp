@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 
 namespace Ptp {
 namespace {
 
-using KivTest::Recorder;
+using KivTest::Witness;
 
 class TimePropertiesDSTest : public testing::Test {
 protected:
@@ -16,7 +16,7 @@ protected:
 };
 
 TEST_F(TimePropertiesDSTest, FlagFieldSetsAllSixFlagsFromBit0Up) {
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->flagFieldIs(0x3f);
    EXPECT_EQ(published.ids(), "261 260 259 264 262 263");
    EXPECT_EQ(dataSet->flagField(), 0x3f);
@@ -28,7 +28,7 @@ TEST_F(TimePropertiesDSTest, FlagFieldSetsAllSixFlagsFromBit0Up) {
 }
 
 TEST_F(TimePropertiesDSTest, FlagFieldIgnoresBits6And7) {
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->flagFieldIs(0xc0);
    EXPECT_EQ(published.ids(), "");
    EXPECT_EQ(dataSet->flagField(), 0);
@@ -38,7 +38,7 @@ TEST_F(TimePropertiesDSTest, FlagFieldIgnoresBits6And7) {
 
 TEST_F(TimePropertiesDSTest, FlagFieldPublishesOnlyWhatChanges) {
    dataSet->flagFieldIs(0x15);
-   Recorder published(*dataSet);
+   Witness published(*dataSet);
    dataSet->flagFieldIs(0x29);
    EXPECT_EQ(published.ids(), "259 264 262 263");
 }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 
 namespace Holt {
 namespace {
@@ -302,7 +302,7 @@ TEST_F(Ptp4lLoadTest, EveryErrorIsReportedInTheOrderOfTheFile) {
 
 TEST_F(Ptp4lLoadTest, NothingIsLoadedFromAFileWithAnError) {
    config->priority1Is(7);
-   KivTest::Recorder published(*config, Kiv::Scope::subtree);
+   KivTest::Witness published(*config, Kiv::Scope::subtree);
    EXPECT_NE(load("[global]\npriority1 1\n[eth0]\nlogSyncInterval 99\n"), "");
    EXPECT_EQ(published.ids(), "");
    EXPECT_EQ(config->priority1(), 7);

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ TEST_F(Child, IsAttachedAndWholeWhenObserversHearOfIt) {
 
 TEST_F(Child, MakingItAgainGivesTheSameAndPublishesNothing) {
    Sarn::Ptr<Core> const core = root->coreIs();
-   Recorder published(*root);
+   Witness published(*root);
    EXPECT_EQ(root->coreIs(), core);
    EXPECT_EQ(published.ids(), "");
 }
@@ -78,7 +78,7 @@ TEST_F(Child, LosesItsParentWithTheParentsDeath) {
 }
 
 TEST_F(Child, ANamedOneIsMadeWithItsName) {
-   Recorder published(*root);
+   Witness published(*root);
    Sarn::Ptr<Badge> const badge = root->badgeIs("gold");
    EXPECT_EQ(badge->nameString(), "gold");
    EXPECT_EQ(badge->parent(), root.get());
@@ -89,7 +89,7 @@ TEST_F(Child, ANamedOneIsMadeWithItsName) {
 
 TEST_F(Child, AnotherNameReplacesANamedOne) {
    Sarn::Ptr<Badge> const gold = root->badgeIs("gold");
-   Recorder published(*root);
+   Witness published(*root);
    Sarn::Ptr<Badge> const silver = root->badgeIs("silver");
    EXPECT_NE(silver, gold);
    EXPECT_EQ(root->badge(), silver);

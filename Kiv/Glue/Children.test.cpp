@@ -4,8 +4,8 @@
 #include <set>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -68,14 +68,14 @@ TEST_F(Children, OneIsDetachedWhenObserversHearOfItsRemovalAndHandedBack) {
 TEST_F(Children, RemovalTakesTheChildsOwnKey) {
    root->leafIs(7, true, Opaque());
    Sarn::Ptr<Twig> const twig = root->leaf(7)->twigIs(Level::high);
-   Recorder published(*root->leaf(7));
+   Witness published(*root->leaf(7));
    root->leaf(7)->twigDel(twig->level());
    EXPECT_EQ(published.changes(), "twig[high] was KivTest::Twig");
 }
 
 TEST_F(Children, AnExistingOneIsBroughtToTheGivenValuesThroughItsSetters) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(7, true, Opaque(1.5));
-   Recorder published(*root, Kiv::Scope::subtree);
+   Witness published(*root, Kiv::Scope::subtree);
    EXPECT_EQ(root->leafIs(7, true, Opaque(1.5)), leaf);
    EXPECT_EQ(published.changes(), "");
    EXPECT_EQ(root->leafIs(7, false, Opaque(1.5)), leaf);
@@ -84,7 +84,7 @@ TEST_F(Children, AnExistingOneIsBroughtToTheGivenValuesThroughItsSetters) {
 
 TEST_F(Children, AnotherConstantArgumentThrowsAndChangesNothing) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(7, true, Opaque(1.5));
-   Recorder published(*root, Kiv::Scope::subtree);
+   Witness published(*root, Kiv::Scope::subtree);
    try {
       root->leafIs(7, false, Opaque(2.5));
       FAIL() << "nothing thrown";
@@ -130,7 +130,7 @@ TEST_F(Children, DelAllTellsAnObserverOfASubtreeFurtherUp) {
    Sarn::Ptr<Leaf> const leaf = root->leafIs(1, true, Opaque());
    leaf->twigIs(Level::low);
    leaf->twigIs(Level::high);
-   Recorder published(*root, Kiv::Scope::subtree);
+   Witness published(*root, Kiv::Scope::subtree);
    leaf->twigDelAll();
    EXPECT_EQ(published.ids(), "262 262");
 }

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ TEST_F(Derived, TheBasesTypeReadsADerivedObject) {
 }
 
 TEST_F(Derived, PublishesInheritedIdsAsItsOwn) {
-   Recorder published(*leaf);
+   Witness published(*leaf);
    leaf->ticksInc(1);
    leaf->widthIs(9);
    leaf->twigIs(Level::low);

@@ -4,8 +4,8 @@
 #include <set>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -50,7 +50,7 @@ TEST_F(Map, AnInsertionIsPublishedWithKeyComparisonAndNoOldValue) {
 TEST_F(Map, AnUpdateIsPublishedWithTheOldValue) {
    root->byNumberIs(1, "one");
    root->byPairIs(Pair(1, 1), Pair(2, 2));
-   Recorder published(*root);
+   Witness published(*root);
    root->byNumberIs(1, "uno");
    root->byPairIs(Pair(1, 1), Pair(3, 3));
    EXPECT_EQ(published.changes(),
@@ -64,7 +64,7 @@ TEST_F(Map, StoringTheSameValuePublishesNothing) {
    root->byLevelIs(Level::low, false);
    root->recordIs(Record(1, Pair(), std::nullopt, "n", Colour::red, 2));
    root->sortedIs(1, "one");
-   Recorder published(*root);
+   Witness published(*root);
    root->byNumberIs(1, "one");
    root->byLevelIs(Level::low, false);
    root->recordIs(Record(1, Pair(), std::nullopt, "n", Colour::red, 2));
@@ -73,7 +73,7 @@ TEST_F(Map, StoringTheSameValuePublishesNothing) {
 }
 
 TEST_F(Map, AStoredDefaultIsAnElementAllTheSame) {
-   Recorder published(*root);
+   Witness published(*root);
    root->byLevelIs(Level::low, false);
    EXPECT_TRUE(root->byLevelHas(Level::low));
    EXPECT_EQ(published.changes(), "byLevel[low] was nothing");
@@ -93,7 +93,7 @@ TEST_F(Map, ARemovalIsPublishedWithTheRemovedValueAndGivesItBack) {
 }
 
 TEST_F(Map, RemovingAnAbsentKeyGivesTheDefaultAndPublishesNothing) {
-   Recorder published(*root);
+   Witness published(*root);
    EXPECT_EQ(root->byNumberDel(1), "");
    EXPECT_EQ(root->sortedTextDel("a"), Colour::green);
    EXPECT_EQ(root->recordDel(1), Record());
@@ -162,7 +162,7 @@ TEST_F(Map, AnElementsOwnKeyMayGoWhileOthersAreToBeTold) {
          root->sortedTextDelAll();
       }
    });
-   Recorder published(*root);
+   Witness published(*root);
    root->byTextIs(root->byTextAll().iterator().key(), 2);
    EXPECT_EQ(published.changes(),
              "byText[\"" + longKey + "\"] was 1; byText[\"" + longKey + "\"] was 2");
@@ -174,7 +174,7 @@ TEST_F(Map, AnElementsOwnKeyMayGoWhileOthersAreToBeTold) {
 TEST_F(Map, AValueWithItsKeyInsideIsPublishedUnderThatKey) {
    Record const first(7, Pair(1, 1), U8{3}, "first", Colour::red, 1);
    Record const second(7, Pair(1, 1), U8{3}, "second", Colour::red, 1);
-   Recorder published(*root);
+   Witness published(*root);
    root->recordIs(first);
    root->recordIs(second);
    root->recordIs(Record(8, Pair(), std::nullopt, "", Colour::blue, 9));
@@ -205,7 +205,7 @@ TEST_F(Map, AnOrderedMapIsVisitedInTheOrderOfItsKeys) {
 TEST_F(Map, AnOrderedMapRemovesByIterator) {
    root->sortedIs(1, "one");
    root->sortedIs(2, "two");
-   Recorder published(*root);
+   Witness published(*root);
    EXPECT_EQ(root->sortedDel(root->sortedAll().begin()), "one");
    EXPECT_EQ(published.changes(), "sorted[1] was \"one\"");
    EXPECT_FALSE(root->sortedHas(1));
@@ -216,7 +216,7 @@ TEST_F(Map, AnOrderedMapsDelAllGoesInKeyOrder) {
    for (S32 const key : {3, 1, 2}) {
       root->sortedIs(key, "x");
    }
-   Recorder published(*root);
+   Witness published(*root);
    root->sortedDelAll();
    EXPECT_EQ(published.changes(), "sorted[1] was \"x\"; sorted[2] was \"x\"; sorted[3] was \"x\"");
 }

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ TEST_F(Queue, EveryChangeIsPublishedWithTheSecondIdAndTheNumberAsKey) {
 }
 
 TEST_F(Queue, DequeuingFromAnEmptyOneGivesZeroAndPublishesNothing) {
-   Recorder published(*root);
+   Witness published(*root);
    EXPECT_EQ(root->samplesDeq(), 0.0);
    EXPECT_EQ(published.ids(), "");
 }
@@ -74,7 +74,7 @@ TEST_F(Queue, DelAllTellsOfEachElementFromTheFront) {
    for (int i = 0; i != 5; ++i) {
       root->samplesEnq(i);
    }
-   Recorder published(*root);
+   Witness published(*root);
    root->samplesDelAll();
    EXPECT_EQ(published.changes(),
              "samples[1] was nothing; samples[2] was nothing; samples[3] was nothing; "
@@ -83,7 +83,7 @@ TEST_F(Queue, DelAllTellsOfEachElementFromTheFront) {
 }
 
 TEST_F(Queue, EqualValuesAreChangesToo) {
-   Recorder published(*root);
+   Witness published(*root);
    root->samplesEnq(0);
    root->samplesEnq(0);
    EXPECT_EQ(published.ids(), "298 298");

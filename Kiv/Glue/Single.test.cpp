@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "KivTest/Observer.test.h"
-#include "KivTest/Recorder.h"
 #include "KivTest/TestTypes.h"
+#include "KivTest/Witness.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ TEST_F(Single, EveryMemberHasItsIdKindTypeAndDefault) {
 }
 
 TEST_F(Single, SettingStoresAndPublishesIdAndOldValue) {
-   Recorder published(*root);
+   Witness published(*root);
    root->flagIs(true);
    root->u64Is(1);
    root->textIs("changed");
@@ -102,7 +102,7 @@ TEST_F(Single, AChangeHasNeitherKeyNorComparisonAndIsStoredWhenHeard) {
 }
 
 TEST_F(Single, SettingTheStoredValuePublishesNothing) {
-   Recorder published(*root);
+   Witness published(*root);
    root->flagIs(root->flag());
    root->s64Is(root->s64());
    root->waitIs(std::numeric_limits<double>::infinity());
@@ -116,7 +116,7 @@ TEST_F(Single, SettingTheStoredValuePublishesNothing) {
 
 TEST_F(Single, NanIsNotEqualToItselfAndIsPublishedAgain) {
    root->preciseIs(std::nan(""));
-   Recorder published(*root);
+   Witness published(*root);
    root->preciseIs(std::nan(""));
    EXPECT_EQ(published.changes(), "precise was nan");
 }
@@ -134,7 +134,7 @@ TEST_F(Single, AStringMayBeSetFromAPartOfItself) {
    root->textIs("0123456789abcdefghijklmnopqrstuvwxyz");
    root->textIs(std::string_view(root->text()).substr(10));
    EXPECT_EQ(root->text(), "abcdefghijklmnopqrstuvwxyz");
-   Recorder published(*root);
+   Witness published(*root);
    root->textIs(std::string_view(root->text()).substr(20, 3));
    EXPECT_EQ(root->text(), "uvw");
    EXPECT_EQ(published.changes(), "text was \"abcdefghijklmnopqrstuvwxyz\"");
@@ -156,7 +156,7 @@ TEST_F(Single, AStringSetFromInsideKeepsBothOldValues) {
 TEST_F(Single, TwoBoundsGiveTheFirstFormOfTheRangeMessage) {
    constexpr char const* message =
          "KivTest::Root::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not allowed";
-   Recorder published(*root);
+   Witness published(*root);
    for (int const v : {0, 9, 21, 255}) {
       EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->dialIs(static_cast<U8>(v)); }), message);
       EXPECT_EQ(root->dial(), 15);
@@ -193,7 +193,7 @@ TEST_F(Single, ConstantsNeedNoObject) {
 }
 
 TEST_F(Single, CountersAddWithWrapAroundInTheirOwnWidth) {
-   Recorder published(*root);
+   Witness published(*root);
    root->count8Inc(200);
    root->count8Inc(100);
    EXPECT_EQ(root->count8(), 44);
@@ -207,7 +207,7 @@ TEST_F(Single, CountersAddWithWrapAroundInTheirOwnWidth) {
 }
 
 TEST_F(Single, AnOptionalIsSetAndCleared) {
-   Recorder published(*root);
+   Witness published(*root);
    root->markIs(U8{0});
    root->markIs(U8{0});
    root->deadlineIs(2.5);
@@ -223,7 +223,7 @@ TEST_F(Single, TakingTheValueOfAnEmptyOptionalThrows) {
 }
 
 TEST_F(Single, LocalAttributesAreSetAndPublishedLikeOthers) {
-   Recorder published(*root);
+   Witness published(*root);
    root->secretIs(7);
    EXPECT_EQ(published.changes(), "secret was 0");
 }
@@ -240,7 +240,7 @@ TEST_F(Single, DerivedMembersFollowWhatTheyAreComputedFrom) {
 }
 
 TEST_F(Single, ResetPublishesEachCounterThatWasNotZeroInIdOrder) {
-   Recorder published(*root);
+   Witness published(*root);
    root->reset();
    EXPECT_EQ(published.ids(), "");
    root->count32Inc(5);

@@ -24,7 +24,7 @@ protected:
 };
 
 TEST_F(StreamApply, TheSameValueAgainPublishesNothing) {
-   KivTest::Recorder published(*copy);
+   KivTest::Witness published(*copy);
    EXPECT_EQ(send(Opcode::set, "u8", {7}), "");
    EXPECT_EQ(published.changes(), "u8 was 200");
    EXPECT_EQ(send(Opcode::set, "u8", {7}), "");
@@ -298,7 +298,7 @@ TEST_F(StreamApply, ASetterCalledFromAnObserverWorksAndIsSeenInOrder) {
       Root& root;
    } follower(*copy);
    copy->observerAdd(follower);
-   KivTest::Recorder published(*copy);
+   KivTest::Witness published(*copy);
    EXPECT_EQ(send(Opcode::set, "u8", {7}), "");
    EXPECT_EQ(copy->u16(), 7);
    EXPECT_EQ(published.changes(), "u8 was 200; u16 was 60000");
@@ -361,7 +361,7 @@ TEST_F(StreamTable, DeserializationAppliesWhatAMessageWould) {
 }
 
 TEST_F(StreamTable, DeserializationRefusesWhatAReaderWouldChange) {
-   KivTest::Recorder published(*root);
+   KivTest::Witness published(*root);
    for (char const* const name : {"u8", "byNumber", "samples", "leaf", "core"}) {
       for (bool const erase : {false, true}) {
          EXPECT_THROW(apply(*source.session, *root, idOf(name), erase, {9}),

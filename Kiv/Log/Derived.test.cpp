@@ -8,8 +8,8 @@ using KivTest::Hedge;
 using KivTest::Leaf;
 using KivTest::Level;
 using KivTest::Opaque;
-using KivTest::Recorder;
 using KivTest::WideLeaf;
+using KivTest::Witness;
 
 namespace {
 
@@ -70,7 +70,7 @@ TEST_F(StreamDerived, InheritedIdsTravelAsTheBasesAndOwnOnesFrom386) {
 
 TEST_F(StreamDerived, AnObserverOfTheMirrorSeesTheDerivedType) {
    mount();
-   Recorder published(*copy, Kiv::Scope::subtree);
+   Witness published(*copy, Kiv::Scope::subtree);
    Sarn::Ptr<WideLeaf> const leaf = hedge->wideLeafIs(3, true);
    carry();
    EXPECT_EQ(published.changes(), "wideLeaf[3] was nothing");
@@ -134,7 +134,7 @@ TEST_F(StreamDerived, WrittenAsItsBaseByAProgramThatKnowsNoMoreItIsChangedInTheM
 
 TEST_F(StreamDerived, AWriterMakesOneInTheSource) {
    mount(MountMode::writer);
-   Recorder published(*hedge, Kiv::Scope::subtree);
+   Witness published(*hedge, Kiv::Scope::subtree);
    copy->wideLeafIs(8, false)->widthIs(2);
    carry();
    EXPECT_EQ(published.changes(), "wideLeaf[8] was nothing; KivTest::WideLeaf.width was 1");

@@ -131,7 +131,7 @@ TEST_F(StreamDirtyKeys, AWholeReplayPublishesWhatHasChangedAndNothingElse) {
       carryPiece();
    }
    Bytes const rest = source.take();
-   KivTest::Recorder published(*copy);
+   KivTest::Witness published(*copy);
    mirror.receive(rest);
    expectEqual();
    std::string const changes = published.changes();

@@ -63,7 +63,7 @@ TEST_F(StreamReplay, AChildErasedAndMadeAgainIsErasedFirstAndKeepsNoOldField) {
    stop();
    root->leafDel(1);
    root->leafIs(1, true, KivTest::Opaque(1));
-   KivTest::Recorder published(*copy);
+   KivTest::Witness published(*copy);
    std::string const text = resume();
    std::string const erase = at("erase", "leaf", "00000001");
    EXPECT_EQ(text.substr(0, erase.size()), erase) << text;

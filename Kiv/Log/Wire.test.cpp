@@ -195,7 +195,7 @@ TEST_F(StreamWire, OwnAttributesThatAreNotStreamedWriteNothing) {
 }
 
 TEST_F(StreamWire, OwnAttributesThatAreNotStreamedWriteNothingWithObserversToo) {
-   KivTest::Recorder recorder(*root);
+   KivTest::Witness recorder(*root);
    root->secretIs(4);
    EXPECT_EQ(source.sent(), "");
    EXPECT_EQ(recorder.changes(), "secret was 0");

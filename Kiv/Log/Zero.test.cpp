@@ -29,7 +29,7 @@ protected:
 };
 
 TEST_F(StreamZero, ASetterStillTakesTheTwoForEqual) {
-   KivTest::Recorder published(*root);
+   KivTest::Witness published(*root);
    root->preciseIs(0.0);
    EXPECT_EQ(published.changes(), "precise was -1");
    root->preciseIs(-0.0);
@@ -52,7 +52,7 @@ TEST_F(StreamZero, ASingleAttributeIsTheSourcesAfterChangesThatTheMirrorHasMisse
    root->ratioIs(0.0f);
    root->deadlineIs(Kiv::Optional<Kiv::Seconds>());
    root->deadlineIs(-0.0);
-   KivTest::Recorder published(*copy);
+   KivTest::Witness published(*copy);
    carry();
    EXPECT_TRUE(isNegativeZero(copy->precise()));
    EXPECT_FALSE(isNegativeZero(copy->ratio()));
@@ -114,7 +114,7 @@ TEST_F(StreamZero, AReplayIntoAnOldMirrorBringsTheSourcesZero) {
    Sarn::Ptr<KivTest::Leaf> const leaf = copy->leaf(1);
    mirror.connect();
    source.connect();
-   KivTest::Recorder published(*copy, Kiv::Scope::subtree);
+   KivTest::Witness published(*copy, Kiv::Scope::subtree);
    mount();
    EXPECT_EQ(copy->leaf(1), leaf);
    EXPECT_EQ(published.changes().find("precise"), std::string::npos);

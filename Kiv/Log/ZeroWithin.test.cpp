@@ -62,7 +62,7 @@ TEST_F(StreamZeroWithin, IsTheSourcesAfterChangesThatTheMirrorHasMissed) {
    ASSERT_EQ(signs(*copy), "m+ g+ w+ h+ q+");
    stop(source, *root);
    zerosChangeTo(*root, -0.0);
-   KivTest::Recorder published(*copy);
+   KivTest::Witness published(*copy);
    carry();
    EXPECT_EQ(signs(*copy), "m- g- w- h- q-");
    EXPECT_EQ(difference(), "");
@@ -85,7 +85,7 @@ TEST_F(StreamZeroWithin, IsTheSourcesAfterAReplayIntoAnOldMirror) {
    }
    source.connect();
    mirror.connect();
-   KivTest::Recorder published(*copy);
+   KivTest::Witness published(*copy);
    mount();
    // The same zeros again change nothing, except that queues are sent again.
    std::string const changes = published.changes();
@@ -104,7 +104,7 @@ TEST_F(StreamZeroWithin, OfAWriterComesToTheSource) {
 }
 
 TEST_F(StreamZeroWithin, SettersStillTakeTheTwoForEqual) {
-   KivTest::Recorder published(*root);
+   KivTest::Witness published(*root);
    root->measureIs(Opaque(-0.0));
    root->growthIs(1, Opaque(-0.0));
    root->weighingIs(Weighing(1, -0.0));

@@ -62,9 +62,9 @@ TEST_F(Recording, PlaysBackWhatWasThereAndWhatHappened) {
    Player player(make);
    std::vector<std::string> told;
    for (RecordingReader::Frame frame; reader.next(frame);) {
-      std::unique_ptr<KivTest::Recorder> observer;
+      std::unique_ptr<KivTest::Witness> observer;
       if (player.complete()) {
-         observer = std::make_unique<KivTest::Recorder>(rootOf(player), Kiv::Scope::subtree);
+         observer = std::make_unique<KivTest::Witness>(rootOf(player), Kiv::Scope::subtree);
       }
       ASSERT_TRUE(player.apply(frame)) << player.reason();
       if (observer) {

@@ -1,6 +1,7 @@
 // Describes the types of the loaded modules.
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include "Kiv/AnyValue.h"

@@ -11,15 +11,15 @@ namespace KivTest {
 
 /// During its lifetime, records what an entity, or everything below it, publishes.
 ///
-///    Recorder published(*dataSet);
+///    Witness published(*dataSet);
 ///    dataSet->flagFieldIs(0x3f);
 ///    EXPECT_EQ(published.ids(), "261 260 259 264 262 263");
-class Recorder final : public Kiv::Observer {
+class Witness final : public Kiv::Observer {
 public:
-   explicit Recorder(Kiv::Entity& entity, Kiv::Scope scope = Kiv::Scope::entity);
-   ~Recorder();
-   Recorder(Recorder const&) = delete;
-   Recorder& operator=(Recorder const&) = delete;
+   explicit Witness(Kiv::Entity& entity, Kiv::Scope scope = Kiv::Scope::entity);
+   ~Witness();
+   Witness(Witness const&) = delete;
+   Witness& operator=(Witness const&) = delete;
 
    /// The attribute ids published since the last call of one of these functions, separated by
    /// blanks.

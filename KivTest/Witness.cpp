@@ -1,4 +1,4 @@
-#include "KivTest/Recorder.h"
+#include "KivTest/Witness.h"
 
 #include <cstddef>
 #include <memory>
@@ -117,15 +117,15 @@ std::string row(Kiv::Entity& entity, Kiv::FieldDescriptor const& field) {
 
 }  // namespace
 
-Recorder::Recorder(Kiv::Entity& entity, Kiv::Scope scope) : entity_(&entity), scope_(scope) {
+Witness::Witness(Kiv::Entity& entity, Kiv::Scope scope) : entity_(&entity), scope_(scope) {
    entity.observerAdd(*this, scope);
 }
 
-Recorder::~Recorder() {
+Witness::~Witness() {
    entity_->observerDel(*this, scope_);
 }
 
-void Recorder::onChange(Kiv::Change const& change) {
+void Witness::onChange(Kiv::Change const& change) {
    auto& entity = Kiv::entityOf(change);
    std::string text;
    if (&entity != entity_.get()) {
@@ -144,7 +144,7 @@ void Recorder::onChange(Kiv::Change const& change) {
    published_.push_back({change.attributeId, text});
 }
 
-std::string Recorder::ids() {
+std::string Witness::ids() {
    std::string all;
    for (auto const& one : published_) {
       all += (all.empty() ? "" : " ") + std::to_string(one.id);
@@ -153,7 +153,7 @@ std::string Recorder::ids() {
    return all;
 }
 
-std::string Recorder::changes() {
+std::string Witness::changes() {
    std::string all;
    for (auto const& one : published_) {
       all += (all.empty() ? "" : "; ") + one.text;
