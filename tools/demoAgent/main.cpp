@@ -17,7 +17,6 @@
 namespace {
 
 using DemoAgent::Agent;
-using Holt::Exit;
 using Holt::Failure;
 
 struct Options {

@@ -29,7 +29,7 @@ void addClientOptions(CLI::App& command, ClientOptions& options, bool required) 
 }
 
 Holt::Exit endWith(CLI::App const& app, CLI::ParseError const& error, std::ostream& out,
-                   std::ostream& errors, std::string message) {
+                   std::ostream& errors, std::string const& message) {
    if (error.get_exit_code() == 0) {
       app.exit(error, out, errors);  // help was asked for
       return Holt::Exit::ok;

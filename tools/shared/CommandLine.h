@@ -35,7 +35,7 @@ void addClientOptions(CLI::App& command, ClientOptions& options, bool required =
 /// Handles a command line that asks for help or is wrong: writes the help to `out`, or one line to
 /// `errors`. Returns the exit status. `message` replaces that of CLI11.
 Holt::Exit endWith(CLI::App const& app, CLI::ParseError const& error, std::ostream& out,
-                   std::ostream& errors, std::string message = {});
+                   std::ostream& errors, std::string const& message = {});
 
 /// Writes a file through `write`, or to standard output for "-". Throws `Holt::Failure` if it
 /// cannot be written.
