@@ -1,10 +1,9 @@
 #include "Kivc/Diagnostics.h"
+#include "Kiv/Printable.h"
 
 #include <algorithm>
 #include <tuple>
 #include <utility>
-
-#include "Kivc/Printable.h"
 
 namespace Kivc {
 
@@ -29,25 +28,40 @@ std::string padding(std::string_view before) {
    return result;
 }
 
+/// Part of a line as a terminal may show it, with its tabs.
+std::string shown(std::string_view part) {
+   std::string result;
+   for (bool more = true; more;) {
+      std::size_t const tab = part.find('\t');
+      more = tab != std::string_view::npos;
+      result += Kiv::printable(std::string(part.substr(0, tab)));
+      if (more) {
+         result += '\t';
+         part.remove_prefix(tab + 1);
+      }
+   }
+   return result;
+}
+
 void renderMessage(std::string& out, Message const& message, std::string_view label) {
    if (message.span.source == nullptr) {
-      out.append(label).append(": ").append(printable(message.text)).append("\n");
+      out.append(label).append(": ").append(Kiv::printable(message.text)).append("\n");
       return;
    }
    Source const& source = *message.span.source;
    auto const at = source.position(message.span.begin);
    auto const line = source.line(at.line);
-   out += printable(source.path()) + ":" + std::to_string(at.line) + ":" +
+   out += Kiv::printable(std::string(source.path())) + ":" + std::to_string(at.line) + ":" +
           std::to_string(at.column) + ": ";
-   out.append(label).append(": ").append(printable(message.text)).append("\n");
+   out.append(label).append(": ").append(Kiv::printable(message.text)).append("\n");
 
    auto covered = message.span.text();
    covered = covered.substr(0, covered.find('\n'));
-   auto const width = characters(printable(covered));
+   auto const width = characters(shown(covered));
    auto const lineBegin = static_cast<std::size_t>(line.data() - source.text().data());
    auto const before = line.substr(0, message.span.begin - lineBegin);
-   out.append(printable(line)).append("\n");
-   out += padding(printable(before)) + "^" + std::string(width > 1 ? width - 1 : 0, '~') + "\n";
+   out.append(shown(line)).append("\n");
+   out += padding(shown(before)) + "^" + std::string(width > 1 ? width - 1 : 0, '~') + "\n";
 }
 
 auto placeOf(Message const& message) {

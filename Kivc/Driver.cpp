@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "Kiv/Printable.h"
 #include "Kivc/Check.h"
 #include "Kivc/EmitEntity.h"
 #include "Kivc/EmitEnum.h"
@@ -12,7 +13,6 @@
 #include "Kivc/Layout.h"
 #include "Kivc/Loader.h"
 #include "Kivc/Output.h"
-#include "Kivc/Printable.h"
 
 namespace Kivc {
 
@@ -112,7 +112,7 @@ int run(Options const& options, std::ostream& errors) {
    try {
       output.write();
    } catch (std::exception const& error) {
-      errors << "error: " << printable(error.what()) << "\n";
+      errors << "error: " << Kiv::printable(error.what()) << "\n";
       return 1;
    }
    return 0;

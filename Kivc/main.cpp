@@ -3,8 +3,8 @@
 #include <exception>
 #include <iostream>
 
+#include "Kiv/Printable.h"
 #include "Kivc/Driver.h"
-#include "Kivc/Printable.h"
 
 int main(int argc, char** argv) {
    CLI::App app{"Compiles the declarations of a module to C++."};
@@ -38,10 +38,10 @@ int main(int argc, char** argv) {
       if (error.get_exit_code() == 0) {
          return app.exit(error);  // help was asked for
       }
-      std::cerr << "kivc: " << Kivc::printable(error.what()) << "; see 'kivc --help'\n";
+      std::cerr << "kivc: " << Kiv::printable(error.what()) << "; see 'kivc --help'\n";
       return 2;
    } catch (std::exception const& error) {
-      std::cerr << "kivc: internal error: " << Kivc::printable(error.what()) << "\n";
+      std::cerr << "kivc: internal error: " << Kiv::printable(error.what()) << "\n";
       return 2;
    }
 }

@@ -1,8 +1,10 @@
-# ptplib_program(name DIR dir [LINK library...] [PACKAGES package...] [PRIVATE_TO_THE_BUILD])
+# ptplib_program(name DIR dir [SOURCES source...] [LINK library...] [PACKAGES package...]
+#    [PRIVATE_TO_THE_BUILD])
 # A program: main.cpp in the directory, and the library <name>_objects with everything else there,
-# so that tests can link the code of the program. It is installed unless it is private.
+# so that tests can link the code of the program. SOURCES: additional sources. It is installed
+# unless it is private.
 function(ptplib_program name)
-   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "DIR" "LINK;PACKAGES")
+   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "DIR" "SOURCES;LINK;PACKAGES")
    set(main "${PROJECT_SOURCE_DIR}/${arg_DIR}/main.cpp")
    ptplib_sources(sources ${arg_DIR})
    set(libraries ${arg_LINK})
@@ -11,7 +13,7 @@ function(ptplib_program name)
       list(APPEND libraries ${package}::${package})
    endforeach()
 
-   set(objects ${sources})
+   set(objects ${sources} ${arg_SOURCES})
    list(REMOVE_ITEM objects "${main}")
    if(objects)
       add_library(${name}_objects STATIC ${objects})

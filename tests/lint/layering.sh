@@ -8,7 +8,7 @@ set -u
 
 platform="Dorn Bridging Brim Acl PtpPlatform"
 recordings="Kiv/NboAttrLogRecorder.h Kiv/NboAttrLogPlayer.h"
-framework="Sarn Kiv/AllocTrack.h Kiv/Map Kiv Kiv/Glue $recordings Kiv/Log Kiv/Record"
+framework="Sarn Kiv/AllocTrack.h Kiv/Printable.h Kiv/Map Kiv Kiv/Glue $recordings Kiv/Log Kiv/Record"
 libraries="$framework $platform PtpLib"
 for_tests="KivTest tests"
 
@@ -16,11 +16,12 @@ for_tests="KivTest tests"
 table="
 Sarn:
 Kiv/AllocTrack.h: Sarn
+Kiv/Printable.h: Sarn
 Kiv/Map: Sarn Kiv/AllocTrack.h
-Kiv: Sarn Kiv/AllocTrack.h Kiv/Map
-Kiv/Glue: Sarn Kiv/AllocTrack.h Kiv/Map Kiv
-Kiv/Log: Sarn Kiv/Map Kiv
-Kiv/Record: Sarn Kiv Kiv/Log $recordings
+Kiv: Sarn Kiv/AllocTrack.h Kiv/Printable.h Kiv/Map
+Kiv/Glue: Sarn Kiv/AllocTrack.h Kiv/Printable.h Kiv/Map Kiv
+Kiv/Log: Sarn Kiv/Map Kiv Kiv/Printable.h
+Kiv/Record: Sarn Kiv Kiv/Printable.h Kiv/Log $recordings
 Kiv/NboAttrLogRecorder.h: Kiv Kiv/Record
 Kiv/NboAttrLogPlayer.h: Kiv Kiv/Record
 Dorn: $framework $platform
@@ -30,7 +31,7 @@ Acl: $framework $platform
 PtpPlatform: $framework $platform
 PtpLib: $framework $platform
 KivTest: $libraries
-Kivc:
+Kivc: Kiv/Printable.h
 Holt: $libraries
 tools/shared: $libraries Holt
 tools/ptpstate: $libraries Holt tools/shared
