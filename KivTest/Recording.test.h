@@ -7,6 +7,7 @@
 
 #include "Kiv/NboAttrLogPlayer.h"
 #include "Kiv/NboAttrLogRecorder.h"
+#include "KivTest/BytesSource.h"
 #include "KivTest/SimulationChange.h"
 #include "KivTest/SimulationTree.h"
 #include "KivTest/TestTypes.h"
@@ -47,20 +48,7 @@ public:
    std::size_t left = ~std::size_t(0);
 };
 
-class Source final : public Kiv::NboAttrLog::RecordingSource {
-public:
-   explicit Source(Bytes const& bytes) : bytes_(bytes) {}
-   U64 size() override { return bytes_.size(); }
-   std::size_t readAt(U64 offset, U8* to, std::size_t size) override {
-      std::size_t const at = static_cast<std::size_t>(std::min<U64>(offset, bytes_.size()));
-      size = std::min(size, bytes_.size() - at);
-      std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at), size, to);
-      return size;
-   }
-
-private:
-   Bytes const& bytes_;
-};
+using Source = KivTest::BytesSource;
 
 inline Limits narrow() {
    Limits limits;

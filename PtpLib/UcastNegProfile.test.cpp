@@ -5,29 +5,13 @@
 #include <vector>
 
 #include "Kiv/NboAttrLog.h"
+#include "KivTest/ValueStream.test.h"
 
 namespace Ptp {
 namespace {
 
-template <typename T>
-std::vector<int> encoded(T const& value) {
-   std::vector<U8> bytes(value.kivEncodedSize());
-   Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
-   out << value;
-   EXPECT_EQ(out.room(), 0u);
-   return {bytes.begin(), bytes.end()};
-}
-
-template <typename T>
-T throughTheStream(T const& value) {
-   std::vector<U8> bytes(value.kivEncodedSize());
-   Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
-   out << value;
-   Kiv::NboAttrLog::In in(bytes.data(), bytes.data() + bytes.size());
-   T const back(&in, Kiv::StreamBogon{});
-   in.expectEnd();
-   return back;
-}
+using KivTest::encoded;
+using KivTest::throughTheStream;
 
 UcastNegProfile sample() {
    return {UcastNegMsgProfile(1, 300), UcastNegMsgProfile(-3, 60),

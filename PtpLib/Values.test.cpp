@@ -4,6 +4,7 @@
 
 #include "Kiv/NboAttrLog.h"
 #include "Kiv/Types.h"
+#include "KivTest/ValueStream.test.h"
 #include "PtpLib/PtpStatusStatedbTypes/FpgaAndSystemTime.h"
 #include "PtpLib/PtpStatusStatedbTypes/IntfDomainNumberInfo.h"
 #include "PtpLib/PtpStatusStatedbTypes/LinuxTsOptions.h"
@@ -14,26 +15,8 @@ namespace {
 
 using Dorn::EthAddr;
 using Dorn::IpGenAddr;
-
-template <typename T>
-std::vector<int> encoded(T const& value) {
-   std::vector<U8> bytes(value.kivEncodedSize());
-   Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
-   out << value;
-   EXPECT_EQ(out.room(), 0u);
-   return {bytes.begin(), bytes.end()};
-}
-
-template <typename T>
-T throughTheStream(T const& value) {
-   std::vector<U8> bytes(value.kivEncodedSize());
-   Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
-   out << value;
-   Kiv::NboAttrLog::In in(bytes.data(), bytes.data() + bytes.size());
-   T const back(&in, Kiv::StreamBogon{});
-   in.expectEnd();
-   return back;
-}
+using KivTest::encoded;
+using KivTest::throughTheStream;
 
 template <typename T>
 void expectUnhashable(T const& value) {

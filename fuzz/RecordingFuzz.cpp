@@ -1,10 +1,10 @@
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogPlayer.h"
+#include "KivTest/BytesSource.h"
 #include "KivTest/RecordingPutRight.h"
 #include "KivTest/TestTypes.h"
 
@@ -30,20 +30,7 @@ void require(bool holds, char const* what) {
    }
 }
 
-class Source final : public Kiv::NboAttrLog::RecordingSource {
-public:
-   explicit Source(Bytes const& bytes) : bytes_(bytes) {}
-   U64 size() override { return bytes_.size(); }
-   std::size_t readAt(U64 offset, U8* to, std::size_t size) override {
-      std::size_t const at = static_cast<std::size_t>(std::min<U64>(offset, bytes_.size()));
-      size = std::min(size, bytes_.size() - at);
-      std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at), size, to);
-      return size;
-   }
-
-private:
-   Bytes const& bytes_;
-};
+using Source = KivTest::BytesSource;
 
 Sarn::Ptr<Kiv::NamedEntity> make(Kiv::NboAttrLog::OfferedRoot const& root) {
    return root.type == "KivTest::Root" && root.name.size() < 16
