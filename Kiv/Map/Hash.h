@@ -127,8 +127,8 @@ inline U32 hashBytes(U32 seed, char const* p, std::size_t size) noexcept {
 /// The hash of one integer, bool, enumerator, floating value (0.0 and -0.0 hash alike, as they are
 /// equal), string or value type; one to two nanoseconds for anything up to eight bytes.
 template <class T>
-requires std::integral<T> || std::is_enum_v<T> U32 hashSingleAttr(U32 seed, T v)
-noexcept {
+requires std::integral<T> || std::is_enum_v<T>
+inline U32 hashSingleAttr(U32 seed, T v) noexcept {
    return Impl::hashWord(seed, static_cast<U64>(v));
 }
 template <std::floating_point T>
