@@ -46,15 +46,12 @@ void PiLock::wait() noexcept {
          break;
       }
    }
-   // What the last holder wrote is visible through one of the two: it has released the word on its
-   // own, or asked the kernel to.
+   // The kernel has changed the word; reading it makes visible what the last holder wrote.
    word_.load(std::memory_order_acquire);
-   handovers_.load(std::memory_order_acquire);
 }
 
 void PiLock::handOver() noexcept {
-   handovers_.fetch_add(1, std::memory_order_release);
-   // The next holder may find the word free after all, and reads nothing else. This publishes what
+   // The kernel changes the word without ordering memory for the next holder. This publishes what
    // was written under the lock, and changes nothing in the word.
    word_.fetch_or(0, std::memory_order_release);
    while (!futex(word_, FUTEX_UNLOCK_PI) && errno == EINTR) {

@@ -45,9 +45,6 @@ private:
    void handOver() noexcept;
 
    std::atomic<U32> word_{0};
-   /// Counts releases that the kernel passed on: what one holder wrote is seen by the next through
-   /// this where the word was changed by the kernel.
-   std::atomic<U32> handovers_{0};
 };
 
 }  // namespace Sarn
