@@ -11,9 +11,12 @@ namespace Holt {
 /// The program's exit statuses.
 enum class Exit : U8 {
    ok = 0,
-   refused = 1,     ///< something does not exist or is not allowed; nothing was changed
-   usage = 2,       ///< the command line is wrong
-   connection = 3,  ///< no server, no answer, a lost connection, or no socket to listen at
+   /// Something does not exist or is not allowed; nothing was changed.
+   refused = 1,
+   /// The command line is wrong.
+   usage = 2,
+   /// No server, no answer, a lost connection, or no socket to listen at.
+   connection = 3,
    // Of a comparison, as in diff(1).
    differs = 1,
    trouble = 2,

@@ -8,10 +8,14 @@ namespace Holt {
 
 /// How a time of day is written.
 enum class TimeForm : U8 {
-   date,      ///< "2026-11-21 14:03:59.120", local
-   time,      ///< "14:03:59.120", local
-   seconds,   ///< "14:03:59", local
-   universal  ///< "2026-11-21T13:03:59.120Z": for other programs
+   /// "2026-11-21 14:03:59.120", local.
+   date,
+   /// "14:03:59.120", local.
+   time,
+   /// "14:03:59", local.
+   seconds,
+   /// "2026-11-21T13:03:59.120Z": for other programs.
+   universal
 };
 
 /// `wall`: nanoseconds since 1970. Digits beyond the form are cut off.

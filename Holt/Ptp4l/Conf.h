@@ -22,10 +22,14 @@ struct Ptp4lSetting {
 /// The lines below a `[header]`.
 struct Ptp4lSection {
    enum class Kind : U8 {
-      global,              ///< `[global]`: the clock, and defaults for all ports
-      port,                ///< `[NAME]`: the port on interface NAME
-      unicastMasterTable,  ///< `[unicast_master_table]`: masters to ask for unicast service
-      unknown,             ///< an invalid header; its lines are ignored
+      /// `[global]`: the clock, and defaults for all ports.
+      global,
+      /// `[NAME]`: the port on interface NAME.
+      port,
+      /// `[unicast_master_table]`: masters to ask for unicast service.
+      unicastMasterTable,
+      /// An invalid header; its lines are ignored.
+      unknown,
    };
 
    Kind kind = Kind::unknown;

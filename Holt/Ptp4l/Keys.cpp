@@ -148,7 +148,8 @@ struct ClockKey {
 struct PortKey {
    std::string_view key;
    ApplyToPort apply;
-   bool isDefault = true;  ///< also taken from the global section
+   /// Also taken from the global section.
+   bool isDefault = true;
 };
 
 // Rows that set an attribute to a number or a flag.

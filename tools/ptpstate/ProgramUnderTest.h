@@ -13,7 +13,8 @@ namespace Ptpstate {
 
 /// The result of a run.
 struct Outcome {
-   int status = -1;  ///< the exit status; 128 and the signal's number if it was killed
+   /// The exit status; 128 and the signal's number if it was killed.
+   int status = -1;
    std::string out;
    std::string err;
 };

@@ -16,9 +16,12 @@ Sarn::String shortText(Kiv::TypeImpl const& type, void const* value);
 /// An attribute of the entity of a row, or what a path below it leads to.
 struct TopColumn {
    enum Show {
-      value,    ///< as it is
-      rate,     ///< its change per second between the last two samples
-      history,  ///< its last samples as a small graph
+      /// As it is.
+      value,
+      /// Its change per second between the last two samples.
+      rate,
+      /// Its last samples as a small graph.
+      history,
    };
    /// "portState", "syncMessageReceived/s", "peerMeanPathDelay~"; printable.
    Sarn::String name;
