@@ -1,8 +1,7 @@
 #include "KivTest/Bounds.h"
 
-#include <memory>
-
 #include "Kiv/Module.h"
+#include "Kiv/Specimen.h"
 #include "Kiv/Visit.h"
 
 namespace KivTest {
@@ -109,22 +108,6 @@ bool isInteger(TypeImpl const& type) {
 
 }  // namespace
 
-Sarn::Ptr<Kiv::Entity> specimenOf(TypeImpl const& type) {
-   Sarn::String const name = "specimen";
-   std::vector<std::unique_ptr<AnyValue>> values;
-   std::vector<Kiv::ValueRef> args;
-   for (Kiv::AttributeId const id : type.ctorArgs) {
-      if (id == Kiv::nameFieldId) {
-         args.emplace_back(&name);
-      } else {
-         values.push_back(std::make_unique<AnyValue>(*type.field(id)->type));
-         values.back()->makeDefault();
-         args.push_back(values.back()->ref());
-      }
-   }
-   return type.entity->genericIfConstructFromCtorArgs(args);
-}
-
 std::vector<std::string> wrongBounds() {
    std::vector<std::string> wrong;
    for (auto const* module = Kiv::firstModule(); module != nullptr; module = module->data->next) {
@@ -133,7 +116,7 @@ std::vector<std::string> wrongBounds() {
          if (type.kind != TypeKind::entity) {
             continue;
          }
-         auto const entity = specimenOf(type);
+         auto const entity = Kiv::specimenOf(type);
          Kiv::forEachField(type, [&](FieldDescriptor const& field) {
             bool const settable = field.ops != nullptr && field.ops->write != nullptr;
             if (field.bounds != nullptr && (!settable || !isInteger(*field.type))) {

@@ -8,9 +8,6 @@
 
 namespace KivTest {
 
-/// An entity of a type known at run time, made from the defaults of its constructor's arguments.
-Sarn::Ptr<Kiv::Entity> specimenOf(Kiv::TypeImpl const& type);
-
 /// Tries every settable number of every entity type that is loaded: at its bounds, or at those of
 /// its type where it tells of none, and one step beyond them. Returns what was not as told, such as
 /// "Ptp::Config.driftLimit refuses 50".

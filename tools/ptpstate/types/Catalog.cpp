@@ -2,6 +2,7 @@
 
 #include "Holt/Failure.h"
 #include "Holt/State/Values.h"
+#include "Kiv/Specimen.h"
 #include "Kiv/Visit.h"
 
 namespace Ptpstate {
@@ -20,34 +21,20 @@ namespace {
 class Specimen {
 public:
    explicit Specimen(TypeImpl const& type) {
-      if (type.kind == TypeKind::value) {
-         value_ = std::make_unique<AnyValue>(type);
-         value_->makeDefault();
-         return;
+      if (type.kind == TypeKind::entity) {
+         entity_ = Kiv::specimenOf(type);
+      } else {
+         value_.emplace(type).makeDefault();
       }
-      Sarn::String const name = "specimen";
-      std::vector<std::unique_ptr<AnyValue>> values;
-      std::vector<Kiv::ValueRef> args;
-      for (Kiv::AttributeId const id : type.ctorArgs) {
-         if (id == Kiv::nameFieldId) {
-            args.emplace_back(&name);
-            continue;
-         }
-         FieldDescriptor const& field = *type.field(id);
-         values.push_back(std::make_unique<AnyValue>(*field.type));
-         values.back()->makeDefault();
-         args.push_back(values.back()->ref());
-      }
-      entity_ = type.entity->genericIfConstructFromCtorArgs(args);
    }
 
-   void* object() const {
-      return entity_ ? static_cast<void*>(entity_.get()) : const_cast<void*>(value_->get());
+   void const* object() const {
+      return entity_ ? static_cast<void const*>(entity_.get()) : value_->get();
    }
 
 private:
    Sarn::Ptr<Kiv::Entity> entity_;
-   std::unique_ptr<AnyValue> value_;
+   std::optional<AnyValue> value_;
 };
 
 /// A type's name as declared: a time, too, is a double in C++.
