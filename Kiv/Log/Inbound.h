@@ -25,7 +25,8 @@ namespace Kiv::NboAttrLog {
 /// - `take` is not called from inside itself: it would lose its place.
 class Inbound {
 public:
-   /// Handles messages that are not changes, and bounds what the peer may send.
+   /// Handles messages that are not changes, and bounds what the peer may send: the session, in
+   /// `SessionControl.cpp`.
    class Control {
    public:
       /// Applies the message. Throws `FaultException`, or whatever the listener throws.
@@ -80,9 +81,10 @@ private:
    void boundKept(U64 before);
    void freeKept() noexcept;
    void apply(Header const& header, In& in);
-   void applyChange(Header const& header, In& in);
    bool applyAtOnce(Header const& header, In& in);
    void applyPart(Header const& header, In& in);
+   // Changes, also those of a replay: InboundChanges.cpp
+   void applyChange(Header const& header, In& in);
    void applyToNobody(Header const& header, In& in);
    void applyErase(Entity& entity, FieldDescriptor const& field, In& in);
    void applyCreate(Names::Theirs& target, FieldDescriptor const& field, In& in);
@@ -98,6 +100,7 @@ private:
                                     In& in, Impl::FirstException& thrown);
    static void applyEnqueue(Entity& entity, QueueOps const& queue, U32 sequence, In& in,
                             Impl::FirstException& thrown);
+   // Faults.
    void failFor(Sarn::String reason);
    Sarn::String describe(Header const& header) const;
    Sarn::String faultText(Header const& header, char const* fault) const noexcept;
