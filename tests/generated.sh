@@ -2,8 +2,8 @@
 # generated.sh BUILD [--update]: compares what kivc generates for our modules with what is checked
 # in: the pages of docs/reference, and the lists of ids in tests/golden, so that a changed id shows
 # up in a review. Also compares the manual pages of docs/man with what help2man generates from the
-# programs' help, and tests/golden/*.types with what ptpstate tells of the types. With --update,
-# writes them again.
+# programs' help, and tests/golden/*.types with what ptpstate says about the types. With --update,
+# rewrites them.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 kivc=$1/bin/kivc
