@@ -15,7 +15,7 @@ enum class Exit : U8 {
    refused = 1,
    /// The command line is wrong.
    usage = 2,
-   /// No server, no answer, a lost connection, or no socket to listen at.
+   /// No server, no answer, a lost connection, or the socket cannot be created.
    connection = 3,
    // Of a comparison, as in diff(1).
    differs = 1,

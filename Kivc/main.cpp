@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
    Kivc::Options options;
    app.add_option(
             "-I", options.roots,
-            "Include root: modules named by 'use' are looked for here and one directory below")
+            "Include root: modules named by 'use' are searched for here and one directory below")
          ->type_name("DIR")
          ->allow_extra_args(false);
    app.add_option("--out", options.out, "Write C++ below this directory")->type_name("DIR");
@@ -20,14 +20,13 @@ int main(int argc, char** argv) {
    app.add_option("--reference", options.reference, "Write the reference page, in Markdown")
          ->type_name("FILE");
    app.add_option("--depfile", options.depfile,
-                  "Write the files read, for make; the target is FILE without '.d'")
+                  "Write the files read as a rule for make; its target is FILE without '.d'")
          ->type_name("FILE");
    app.add_option("--headers", options.headers, "Write the list of the C++ headers")
          ->type_name("FILE");
-   app.add_option(
-            "--parts", options.parts,
-            "Write this many sources, MODULEPart1.cpp and so on, that together include those of "
-            "all types")
+   app.add_option("--parts", options.parts,
+                  "Write this many sources, MODULEPart1.cpp and so on, which together include the "
+                  "sources of all types")
          ->type_name("COUNT")
          ->check(CLI::Range(0, 1000));
    app.add_option("file", options.input, "Module to compile")->required()->type_name("FILE.kiv");

@@ -64,7 +64,7 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
          "  1  refused: something does not exist or is not allowed; nothing was changed.\n"
          "     For diff: there are differences\n"
          "  2  the command line is wrong. For diff: any error\n"
-         "  3  no server, no answer, a lost connection, or no socket to listen at\n"
+         "  3  no server, no answer, a lost connection, or the socket cannot be created\n"
          "\n"
          "An error is one line on standard error that begins with the program's name and\n"
          "says what to do.");

@@ -22,7 +22,7 @@ void addClientOptions(CLI::App& command, ClientOptions& options, bool required) 
    addSocketOption(command, options.socket, required);
    command
          .add_option("--timeout", options.timeout,
-                     "How long to wait for the server in all, connecting included; 10 by default. "
+                     "Total time to wait for the server, including connecting; 10 by default. "
                      "Commands that keep running wait this long for each answer")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));

@@ -117,7 +117,7 @@ std::string wrapped(std::string const& text, std::size_t indent) {
 
 void helpLayoutIs(CLI::App& app) {
    app.formatter(std::make_shared<Layout>());
-   app.set_help_flag("-h,--help", "This text");
+   app.set_help_flag("-h,--help", "Print this help");
 }
 
 }  // namespace Tools

@@ -134,16 +134,16 @@ void addServe(CLI::App& app, Run& run) {
          "anywhere reaches all of them.\n"
          "\n"
          "It prints a line for each root, for each setting of the configuration file that "
-         "the model has no place for, and for each connection that is opened, refused or "
-         "lost, with time, peer and reason. If nobody reads these lines, it keeps 256 KiB "
-         "of them and counts the rest; the server never waits.\n"
+         "the model cannot hold, and for each connection that is opened, refused or lost, "
+         "with time, peer and reason. If nobody reads these lines, it keeps 256 KiB of them "
+         "and counts the rest; the server never waits.\n"
          "\n"
          "Anybody who may write to the socket's file may connect and read. A user may have "
          "256 connections. A peer has a minute to greet, and a minute to finish each "
-         "message that it begins. All connections together hold at most 64 MiB of memory, "
-         "and 4 KiB for each.\n"
+         "message that it begins. All connections together use at most 64 MiB of memory, "
+         "plus 4 KiB each.\n"
          "\n"
-         "A stale socket file is replaced. A socket at which a process listens, and a file "
+         "A stale socket file is replaced. A socket on which a process listens, and a file "
          "that is not a socket, are left alone.");
    command.footer(
          "Examples:\n"
@@ -169,13 +169,13 @@ void addServe(CLI::App& app, Run& run) {
          ->type_name("FILE");
    command
          .add_option("--mode", options->mode,
-                     "Permissions of the socket, in octal; by default what the umask leaves")
+                     "Permissions of the socket, in octal; by default, the umask decides")
          ->type_name("MODE");
    command.add_option("--owner", options->owner, "Give the socket to USER, :GROUP or USER:GROUP")
          ->type_name("OWNER");
    command
          .add_option("--writers", options->writers,
-                     "Who may make changes: users, and groups with a colon before them; by default "
+                     "Who may make changes: users, and groups with a leading colon; by default, "
                      "everybody who may connect")
          ->type_name("WHO,...")
          ->delimiter(',')

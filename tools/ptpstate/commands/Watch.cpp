@@ -337,8 +337,8 @@ void addWatch(CLI::App& app, Run& run) {
          "line says how many changes were left out. When the connection is lost, watch "
          "tries again until the server is back, and then shows what changed meanwhile.\n"
          "\n"
-         "When it ends, it first receives what the server has yet to send, so that no "
-         "earlier change is missing. A second interrupt ends that wait, too.");
+         "Before it ends, it receives what the server still has to send, so that no earlier "
+         "change is missing. A second interrupt ends that wait, too.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate watch --socket /tmp/ptp\n"

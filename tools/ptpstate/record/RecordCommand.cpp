@@ -232,7 +232,7 @@ void addRecord(CLI::App& app, Run& run) {
          "roots are named, records only these.\n"
          "\n"
          "Its memory does not grow with the recording. Without --reconnect it ends when the "
-         "connection is lost, with status 3; the file then has everything up to there.");
+         "connection is lost, with status 3; the file then has everything until then.");
    command.footer(
          "Examples:\n"
          "  $ ptpstate record --socket /tmp/ptp monday.rec\n"

@@ -62,7 +62,7 @@ void addReplay(CLI::App& app, Run& run) {
    CLI::App& command = *app.add_subcommand(
          "replay",
          "Prints the changes in a recording as watch would have, with the times at which "
-         "they were recorded. FILE may be a ring, by its name without the number; several "
+         "they were recorded. For a ring of files, give the name without the number. Several "
          "files are played one after the other.\n"
          "\n"
          "A time is HH:MM, HH:MM:SS or HH:MM:SS.FFF, the first after the beginning of the "
@@ -86,7 +86,7 @@ void addReplay(CLI::App& app, Run& run) {
                });
    command
          .add_option("--speed", options->speed,
-                     "Play X times as fast as recorded; by default without waiting")
+                     "Play X times as fast as recorded; by default, as fast as possible")
          ->type_name("X")
          ->check(CLI::Range(0.001, 1e9));
    // Not --socket, which the environment may set: overwriting a served state must be asked for.
@@ -100,7 +100,9 @@ void addReplay(CLI::App& app, Run& run) {
                      "How long to wait for each answer of the server of --into; 10 by default")
          ->type_name("SECONDS")
          ->check(CLI::Range(0.001, 1e6));
-   command.add_flag("--claim", options->claim, "Let nobody else write to these roots meanwhile")
+   command
+         .add_flag("--claim", options->claim,
+                   "Let nobody else write to these roots during the replay")
          ->needs(into);
    CLI::Option* const dump =
          command

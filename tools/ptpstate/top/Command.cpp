@@ -343,8 +343,9 @@ void addTop(CLI::App& app, Run& run) {
          "the columns: there, space shows or hides a value, r its rate, h its history; p "
          "pauses and resumes; ? explains the keys; q quits.\n"
          "\n"
-         "The rate of a counter continues when it wraps; after a reset there is none until "
-         "the next sample. When the connection is lost, top says so, keeps the last values, "
+         "The rate of a counter stays right when the counter wraps; after a reset there is "
+         "none until the next sample. When the connection is lost, top says so, keeps the last "
+         "values, "
          "and tries again.");
    command.footer(
          "Examples:\n"
