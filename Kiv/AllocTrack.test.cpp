@@ -32,7 +32,7 @@ Live of(Kiv::AllocTrackTypeInfo const& info) {
 
 TEST(AllocTrack, CountsObjectsAndBytesOfEachType) {
    Live const before = of(Leaf::memAllocationTracker_);
-   Sarn::Ptr<Root> const root = rootFactory("test");
+   Sarn::Ptr<Stem> const root = stemFactory("test");
    for (U32 i = 0; i != 10; ++i) {
       root->leafIs(i, true, Opaque());
    }
@@ -46,18 +46,18 @@ TEST(AllocTrack, CountsObjectsAndBytesOfEachType) {
 }
 
 TEST(AllocTrack, IsFoundByWalkingAllThatIsTracked) {
-   Sarn::Ptr<Root> const root = rootFactory("test");
+   Sarn::Ptr<Stem> const root = stemFactory("test");
    auto const all = everything();
-   ASSERT_TRUE(all.contains("KivTest::Root"));
-   EXPECT_GE(all.at("KivTest::Root").objects, 1u);
-   EXPECT_GE(all.at("KivTest::Root").bytes, sizeof(Root));
-   EXPECT_EQ(Root::kivTypeImpl.tracker, &Root::memAllocationTracker_);
+   ASSERT_TRUE(all.contains("KivTest::Stem"));
+   EXPECT_GE(all.at("KivTest::Stem").objects, 1u);
+   EXPECT_GE(all.at("KivTest::Stem").bytes, sizeof(Stem));
+   EXPECT_EQ(Stem::kivTypeImpl.tracker, &Stem::memAllocationTracker_);
 }
 
 /// A tree with members of every kind leaves nothing behind.
 TEST(AllocTrack, ComesBackToWhatItWas) {
    auto fill = [] {
-      Sarn::Ptr<Root> const root = rootFactory("test");
+      Sarn::Ptr<Stem> const root = stemFactory("test");
       root->coreIs();
       root->badgeIs("a badge with a name that is longer than the string object itself");
       for (U32 i = 0; i != 50; ++i) {
@@ -78,7 +78,7 @@ TEST(AllocTrack, ComesBackToWhatItWas) {
 }
 
 TEST(AllocTrack, TracksBucketArraysNodesAndChunksOfCollections) {
-   Sarn::Ptr<Root> const root = rootFactory("test");
+   Sarn::Ptr<Stem> const root = stemFactory("test");
    auto total = [] {
       U64 bytes = 0;
       for (auto const& [name, live] : everything()) {

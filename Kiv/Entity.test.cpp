@@ -15,7 +15,7 @@ using Kiv::Scope;
 
 class Entity : public testing::Test {
 protected:
-   Sarn::Ptr<Root> root = rootFactory("test");
+   Sarn::Ptr<Stem> root = stemFactory("test");
 };
 
 TEST_F(Entity, ASubtreeObserverHearsOfWhatIsMadeLater) {
@@ -105,7 +105,7 @@ TEST_F(Entity, ChangesMadeInsideAreHeardInOrderByEverybodyInTheTree) {
 
 TEST_F(Entity, MayDieInsideItsOwnSetter) {
    Hears hears(*root, [&](Kiv::Change const&) { root.reset(); });
-   Root& raw = *root;
+   Stem& raw = *root;
    raw.u8Is(1);
    hears.entityGone();
    EXPECT_EQ(root, nullptr);
@@ -123,7 +123,7 @@ TEST_F(Entity, ThePathLeadsFromTheRootWithKeys) {
 
 TEST_F(Entity, ThePathOfAChildIsFoundWithoutTheOthers) {
    auto const seconds = [](U32 children) {
-      Sarn::Ptr<Root> const parent = KivTest::rootFactory("test");
+      Sarn::Ptr<Stem> const parent = KivTest::stemFactory("test");
       for (U32 i = 0; i != children; ++i) {
          parent->leafIs(i, false, Opaque());
       }

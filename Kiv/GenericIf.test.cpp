@@ -18,7 +18,7 @@ protected:
    U8 op(U8 code, Kiv::AttributeId id, void* result = nullptr, Kiv::ValueRef argument = nullptr) {
       Kiv::FieldDescriptor wanted;
       wanted.fieldId = id;
-      return Root::kivTypeImpl.genericIfAttributeOp(result, root.get(), &wanted, code, nullptr,
+      return Stem::kivTypeImpl.genericIfAttributeOp(result, root.get(), &wanted, code, nullptr,
                                                     argument);
    }
    /// The child that an op on a singleton child returns.
@@ -31,7 +31,7 @@ protected:
       return taken;
    }
 
-   Sarn::Ptr<Root> root = rootFactory("test");
+   Sarn::Ptr<Stem> root = stemFactory("test");
 };
 
 TEST_F(GenericIf, Op0ReadsAnAttribute) {
@@ -76,7 +76,7 @@ TEST_F(GenericIf, Op1WritesAnAttributeThroughItsSetter) {
 TEST_F(GenericIf, Op1OutOfRangeThrowsAsTheSetterDoes) {
    U8 const v = 9;
    EXPECT_EQ(thrown<Kiv::RangeException>([&] { op(1, 275, nullptr, &v); }),
-             "KivTest::Root::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not "
+             "KivTest::Stem::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not "
              "allowed");
    EXPECT_EQ(root->dial(), 15);
 }
@@ -262,7 +262,7 @@ TEST_F(GenericIf, AnyOtherOpOnAWholeValueIsRefused) {
                                                        static_cast<U8>(code), &pair, nullptr),
                 expected)
             << code;
-      EXPECT_EQ(Root::kivTypeImpl.genericIfAttributeOp(&result, root.get(), nullptr,
+      EXPECT_EQ(Stem::kivTypeImpl.genericIfAttributeOp(&result, root.get(), nullptr,
                                                        static_cast<U8>(code), root.get(), nullptr),
                 statusRefused)
             << "an entity is no value, op " << code;
@@ -318,7 +318,7 @@ TEST_F(GenericIf, ARootIsMadeFromItsName) {
    Sarn::String const name = "generic";
    std::array<Kiv::ValueRef, 1> const args{&name};
    Sarn::Ptr<Kiv::Entity> const made =
-         Root::kivTypeImpl.entity->genericIfConstructFromCtorArgs(args);
+         Stem::kivTypeImpl.entity->genericIfConstructFromCtorArgs(args);
    EXPECT_EQ(*Kiv::entityName(*made), "generic");
    Sarn::Ptr<Kiv::Entity> const core = Core::kivTypeImpl.entity->genericIfConstructFromCtorArgs({});
    EXPECT_EQ(Kiv::entityName(*core), nullptr);
@@ -347,9 +347,9 @@ TEST_F(GenericIf, ArgumentsOfTheWrongKindOrNumberThrow) {
              "KivTest::Leaf" + wrong + "argument 3 is a KivTest::Opaque, not U32");
    EXPECT_EQ(fault(Leaf::kivTypeImpl, {&number, nullptr, &origin}),
              "KivTest::Leaf" + wrong + "argument 2 is a bool, not nothing");
-   EXPECT_EQ(fault(Root::kivTypeImpl, {}), "KivTest::Root" + wrong + "takes 1, was given 0");
-   EXPECT_EQ(fault(Root::kivTypeImpl, {&number}),
-             "KivTest::Root" + wrong + "argument 1 is a Kiv::String, not U32");
+   EXPECT_EQ(fault(Stem::kivTypeImpl, {}), "KivTest::Stem" + wrong + "takes 1, was given 0");
+   EXPECT_EQ(fault(Stem::kivTypeImpl, {&number}),
+             "KivTest::Stem" + wrong + "argument 1 is a Kiv::String, not U32");
    EXPECT_EQ(fault(Core::kivTypeImpl, {&name}), "KivTest::Core" + wrong + "takes 0, was given 1");
    EXPECT_EQ(fault(Pair::kivTypeImpl, {&number, &number}),
              "KivTest::Pair" + wrong + "argument 2 is a S16, not U32");
@@ -368,7 +368,7 @@ TEST_F(GenericIf, ConstructorArgumentsAreThoseThatTheTypeItselfTakes) {
       }
       return all;
    };
-   EXPECT_EQ(names(Root::kivTypeImpl), "(name)");
+   EXPECT_EQ(names(Stem::kivTypeImpl), "(name)");
    EXPECT_EQ(names(Core::kivTypeImpl), "");
    EXPECT_EQ(names(Leaf::kivTypeImpl), "number lit origin");
    EXPECT_EQ(names(WideLeaf::kivTypeImpl), "number lit") << "it gives its base the origin itself";

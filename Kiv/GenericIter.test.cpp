@@ -51,7 +51,7 @@ protected:
       return text;
    }
 
-   Sarn::Ptr<Root> root = rootFactory("test");
+   Sarn::Ptr<Stem> root = stemFactory("test");
    static constexpr Kiv::AttributeId queueId = 298;
    Kiv::FieldDescriptor const* const operation = root->kivType().field(303);
 };
@@ -198,13 +198,13 @@ TEST_F(GenericIter, ThrowsForWhatIsNoCollection) {
    };
    for (IteratorOp const op :
         {IteratorOp::begin, IteratorOp::next, IteratorOp::valid, IteratorOp::destroy}) {
-      EXPECT_EQ(fault(263, op), "KivTest::Root.u32 is not a collection");
-      EXPECT_EQ(fault(286, op), "KivTest::Root.core is not a collection");
-      EXPECT_EQ(fault(299, op), "KivTest::Root.total is not a collection") << "derived";
+      EXPECT_EQ(fault(263, op), "KivTest::Stem.u32 is not a collection");
+      EXPECT_EQ(fault(286, op), "KivTest::Stem.core is not a collection");
+      EXPECT_EQ(fault(299, op), "KivTest::Stem.total is not a collection") << "derived";
       EXPECT_EQ(fault(303, op),
-                "KivTest::Root." + std::string(operation->name) + " is not a collection");
-      EXPECT_EQ(fault(297, op), "KivTest::Root.297 is not a collection") << "the queue's first id";
-      EXPECT_EQ(fault(1000, op), "KivTest::Root.1000 is not a collection");
+                "KivTest::Stem." + std::string(operation->name) + " is not a collection");
+      EXPECT_EQ(fault(297, op), "KivTest::Stem.297 is not a collection") << "the queue's first id";
+      EXPECT_EQ(fault(1000, op), "KivTest::Stem.1000 is not a collection");
    }
    EXPECT_THROW(Kiv::CollectionCursor(*root, *root->kivType().field("u32")), Kiv::TypeException);
    EXPECT_THROW(Impl::iterDel(*root, *root->kivType().field("u32"), storage), Kiv::TypeException);

@@ -28,14 +28,14 @@ TEST_F(ModuleRecord, HasItsTypesInTheOrderOfTheirNames) {
    EXPECT_EQ(names, (std::vector<std::string>{"KivTest::Badge", "KivTest::Colour", "KivTest::Core",
                                               "KivTest::Hedge", "KivTest::Leaf", "KivTest::Level",
                                               "KivTest::Opaque", "KivTest::Pair", "KivTest::Record",
-                                              "KivTest::Root", "KivTest::Twig", "KivTest::Weighing",
+                                              "KivTest::Stem", "KivTest::Twig", "KivTest::Weighing",
                                               "KivTest::WideLeaf", "KivTest::Withe"}));
 }
 
 TEST_F(ModuleRecord, NamesEveryTypeThatItDefinesOrRefersToInOrder) {
    auto const names = RecordWalk::names(walk.typeNames());
    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
-   for (char const* const name : {"Dorn::IntfId", "Kiv::Seconds", "Kiv::String", "KivTest::Root",
+   for (char const* const name : {"Dorn::IntfId", "Kiv::Seconds", "Kiv::String", "KivTest::Stem",
                                   "S8", "U64", "bool", "double", "float"}) {
       EXPECT_TRUE(std::binary_search(names.begin(), names.end(), name)) << name;
    }

@@ -78,7 +78,7 @@ TEST(VisitValue, TellsTheFieldsOfATypeInTheOrderOfItsConstructor) {
    auto const refuse = [](FieldDescriptor const& field) { ADD_FAILURE() << field.name; };
    Kiv::forEachPart(Kiv::typeOf<U8>(), refuse);
    Kiv::forEachPart(Kiv::typeOf<Dorn::IntfId>(), refuse);
-   Kiv::forEachPart(Root::kivTypeImpl, refuse);
+   Kiv::forEachPart(Stem::kivTypeImpl, refuse);
 }
 
 TEST(VisitValue, TellsTheEnumeratorsInTheOrderOfTheDeclaration) {
@@ -131,7 +131,7 @@ TEST(VisitMembers, HandsEachMemberOutByItsKindInIdOrder) {
 }
 
 TEST(VisitMembers, HandsOutChildrenMapsAndQueues) {
-   auto const root = rootFactory("root");
+   auto const root = stemFactory("root");
    root->recordIs(Record(5, Pair(), std::nullopt, "", Colour::red, 9));
    root->sortedIs(-2, "b");
    root->samplesEnq(1.5);
@@ -159,7 +159,7 @@ protected:
    Kiv::Present present(char const* name, void const* key = nullptr) {
       return {*root, *root->kivType().field(std::string_view(name)), key};
    }
-   Sarn::Ptr<Root> root = rootFactory("root");
+   Sarn::Ptr<Stem> root = stemFactory("root");
 };
 
 TEST_F(PresentTest, IsTheValueOfAnAttribute) {

@@ -69,7 +69,7 @@ public:
       // Each side offers a root that is only used to fill the side's output.
       for (unsigned side = 0; side != 2; ++side) {
          ends_[side].hub.rootIs(ends_[side].filler);
-         ends_[1 - side].session->mountIs(rootFactory(name(side)));
+         ends_[1 - side].session->mountIs(stemFactory(name(side)));
       }
       carry();
       ends_[0].hub.rootIs(ends_[0].root);
@@ -160,11 +160,11 @@ public:
 private:
    struct End {
       End(ExplorationPlan const& plan, unsigned side)
-            : root(rootOf(plan.type, "r")), filler(rootFactory(name(side))) {}
+            : root(rootOf(plan.type, "r")), filler(stemFactory(name(side))) {}
 
       Hub hub{limits()};
       Sarn::Ptr<Kiv::NamedEntity> root;
-      Sarn::Ptr<Root> filler;
+      Sarn::Ptr<Stem> filler;
       std::unique_ptr<Session> session = std::make_unique<Session>(hub);
       unsigned changes = 0;
       unsigned stops = 0;

@@ -76,7 +76,7 @@ std::ptrdiff_t helloSize(Bytes const& bytes) {
 
 /// The peer mounts the root as a writer.
 Bytes mount() {
-   std::string_view const type = "KivTest::Root";
+   std::string_view const type = "KivTest::Stem";
    Bytes body(4 + 1 + 4 + type.size() + 4 + 1);
    Kiv::NboAttrLog::Out out(body.data(), body.size());
    out.writeU32(1);
@@ -89,8 +89,8 @@ Bytes mount() {
 }  // namespace
 
 PeerScript::PeerScript(Bytes const& script)
-      : root_(rootFactory("r")),
-        mirrored_(rootFactory("r")),
+      : root_(stemFactory("r")),
+        mirrored_(stemFactory("r")),
         hub_(limits()),
         otherHub_(limits()),
         session_(hub_),

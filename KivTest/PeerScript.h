@@ -40,8 +40,8 @@ private:
    void receive(Bytes const& bytes);
    void rest();
 
-   Sarn::Ptr<Root> root_;
-   Sarn::Ptr<Root> mirrored_;
+   Sarn::Ptr<Stem> root_;
+   Sarn::Ptr<Stem> mirrored_;
    Kiv::NboAttrLog::Hub hub_;
    Kiv::NboAttrLog::Hub otherHub_;
    Kiv::NboAttrLog::Session session_;

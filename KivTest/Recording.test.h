@@ -24,7 +24,7 @@ using Kiv::NboAttrLog::Player;
 using Kiv::NboAttrLog::RecorderOptions;
 using Kiv::NboAttrLog::RecordingReader;
 using KivTest::Chance;
-using KivTest::Root;
+using KivTest::Stem;
 using Bytes = std::vector<U8>;
 using LogRecorder = Kiv::NboAttrLog::Recorder;
 
@@ -64,8 +64,8 @@ inline RecorderOptions smallBlocks() {
 }
 
 inline Sarn::Ptr<Kiv::NamedEntity> make(OfferedRoot const& root) {
-   EXPECT_EQ(root.type, "KivTest::Root");
-   return Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get());
+   EXPECT_EQ(root.type, "KivTest::Stem");
+   return Sarn::Ptr<Kiv::NamedEntity>(KivTest::stemFactory(root.name).get());
 }
 
 /// The times of turn n.
@@ -104,9 +104,9 @@ protected:
       }
       return reader.damage();
    }
-   static Root& rootOf(Player const& player) { return static_cast<Root&>(*player.roots().at(0)); }
+   static Stem& rootOf(Player const& player) { return static_cast<Stem&>(*player.roots().at(0)); }
 
-   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> root = KivTest::stemFactory("test");
    Hub hub;
    Memory memory;
    std::unique_ptr<LogRecorder> recorder;

@@ -16,7 +16,7 @@ namespace PartsTesting {
 
 using namespace Kiv::NboAttrLog;
 using StreamTesting::Bytes;
-using StreamTesting::Root;
+using StreamTesting::Stem;
 
 /// Keeps which handles were given up.
 struct Gone final : Handles::Listener {
@@ -47,7 +47,7 @@ struct Parts {
       return StreamTesting::joined(StreamTesting::lines(bytes));
    }
    Kiv::FieldDescriptor const& field(std::string_view name) const {
-      return *Root::kivTypeImpl.field(name);
+      return *Stem::kivTypeImpl.field(name);
    }
 
    Limits limits;
@@ -64,7 +64,7 @@ struct Parts {
    LeftOut leftOut;
    Encoder encoder{limits, handles, closing, outbox, names, crossing, leftOut};
    Backlog backlog{limits, handles, closing, outbox, names, mounts};
-   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> root = KivTest::stemFactory("test");
 };
 
 }  // namespace PartsTesting

@@ -11,37 +11,37 @@ using Kiv::Entity;
 using Kiv::FieldDescriptor;
 using Kiv::MemberKind;
 
-void SimulationCoverage::noteMade(FieldDescriptor const& field, std::string const& place) {
+void SimulationCoverage::noteMade(FieldDescriptor const& field, std::string const& path) {
    note(field, made);
-   if (gone_.contains(place)) {
+   if (gone_.contains(path)) {
       note(field, madeAgain);
    }
 }
 
-void SimulationCoverage::noteDeleted(FieldDescriptor const& field, std::string const& place) {
+void SimulationCoverage::noteDeleted(FieldDescriptor const& field, std::string const& path) {
    note(field, deleted);
-   gone_.insert(place);
+   gone_.insert(path);
 }
 
 void SimulationCoverage::onChange(Kiv::Change const& change) {
    Entity& entity = Kiv::entityOf(change);
    FieldDescriptor const& field = *entity.kivType().field(change.attributeId);
-   std::string const place = Kiv::entityPath(entity) + "." + field.name;
+   std::string const path = Kiv::entityPath(entity) + "." + field.name;
    switch (field.kind) {
       case MemberKind::single:
          note(field, changed);
          break;
       case MemberKind::child:
          if (field.ops->child->get(entity) != nullptr) {
-            noteMade(field, place);
+            noteMade(field, path);
          } else {
-            noteDeleted(field, place);
+            noteDeleted(field, path);
          }
          break;
       case MemberKind::children:
       case MemberKind::map:
       case MemberKind::ordered: {
-         std::string const element = place + "[" + field.keyType->genericIfStrRep(change.key) + "]";
+         std::string const element = path + "[" + field.keyType->genericIfStrRep(change.key) + "]";
          if (field.ops->collection->find(entity, change.key) == nullptr) {
             noteDeleted(field, element);
          } else if (field.kind != MemberKind::children && change.oldValue != nullptr) {
@@ -56,9 +56,9 @@ void SimulationCoverage::onChange(Kiv::Change const& change) {
          Kiv::QueueOps const& queue = *field.ops->queue;
          U32 const sequence = *static_cast<U32 const*>(change.key);
          if (queue.size(entity) != 0 && sequence + 1 == queue.nextSequence(entity)) {
-            noteMade(field, place);
+            noteMade(field, path);
          } else {
-            noteDeleted(field, place);
+            noteDeleted(field, path);
          }
          break;
       }

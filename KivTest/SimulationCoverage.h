@@ -25,8 +25,8 @@ private:
    enum Event { changed, made, deleted, madeAgain };
 
    void note(Kiv::FieldDescriptor const& field, Event event) { seen_[&field].insert(event); }
-   void noteMade(Kiv::FieldDescriptor const& field, std::string const& place);
-   void noteDeleted(Kiv::FieldDescriptor const& field, std::string const& place);
+   void noteMade(Kiv::FieldDescriptor const& field, std::string const& path);
+   void noteDeleted(Kiv::FieldDescriptor const& field, std::string const& path);
    void missingOf(Kiv::TypeImpl const& type, std::set<Kiv::TypeImpl const*>& visited,
                   std::string& all) const;
 

@@ -35,7 +35,7 @@ public:
    /// Empty, or the first difference.
    std::string entities(Entity& expected, Entity& actual) {
       if (&expected.kivType() != &actual.kivType()) {
-         return place(expected) + ": " + actual.kivType().name + ", not " + expected.kivType().name;
+         return path(expected) + ": " + actual.kivType().name + ", not " + expected.kivType().name;
       }
       std::string difference;
       Kiv::forEachField(expected.kivType(), [&](FieldDescriptor const& field) {
@@ -47,12 +47,12 @@ public:
    }
 
 private:
-   static std::string place(Entity& entity) { return Kiv::entityPath(entity); }
-   static std::string place(Entity& entity, FieldDescriptor const& field) {
-      return place(entity) + "." + field.name;
+   static std::string path(Entity& entity) { return Kiv::entityPath(entity); }
+   static std::string path(Entity& entity, FieldDescriptor const& field) {
+      return path(entity) + "." + field.name;
    }
-   static std::string place(Entity& entity, FieldDescriptor const& field, void const* key) {
-      return place(entity, field) + "[" + field.keyType->genericIfStrRep(key) + "]";
+   static std::string path(Entity& entity, FieldDescriptor const& field, void const* key) {
+      return path(entity, field) + "[" + field.keyType->genericIfStrRep(key) + "]";
    }
    static std::string differs(std::string const& where, std::string const& expected,
                               std::string const& actual) {
@@ -108,7 +108,7 @@ private:
       if (alike(*field.type, a.get(), b.get())) {
          return {};
       }
-      return differs(place(expected, field), field.type->genericIfStrRep(a.get()),
+      return differs(path(expected, field), field.type->genericIfStrRep(a.get()),
                      field.type->genericIfStrRep(b.get()));
    }
 
@@ -117,12 +117,12 @@ private:
       Entity* const b = field.ops->child->get(actual);
       if (a == nullptr || b == nullptr) {
          return a == b ? std::string()
-                       : differs(place(expected, field), a != nullptr ? "there" : "absent",
+                       : differs(path(expected, field), a != nullptr ? "there" : "absent",
                                  b != nullptr ? "there" : "absent");
       }
       Sarn::String const* const name = Kiv::entityName(*a);
       if (name != nullptr && *name != *Kiv::entityName(*b)) {
-         return differs(place(expected, field), *name, *Kiv::entityName(*b));
+         return differs(path(expected, field), *name, *Kiv::entityName(*b));
       }
       return entities(*a, *b);
    }
@@ -131,13 +131,13 @@ private:
       Kiv::CollectionOps const& ops = *field.ops->collection;
       for (Walk at(actual, field); at->valid(); at->next()) {
          if (ops.find(expected, at->key()) == nullptr) {
-            return place(actual, field, at->key()) + ": there, not absent";
+            return path(actual, field, at->key()) + ": there, not absent";
          }
       }
       for (Walk at(expected, field); at->valid(); at->next()) {
          void const* const b = ops.find(actual, at->key());
          if (b == nullptr) {
-            return place(expected, field, at->key()) + ": absent, not there";
+            return path(expected, field, at->key()) + ": absent, not there";
          }
          if (field.kind == MemberKind::children) {
             std::string difference = entities(*at->child(), *ops.findChild(actual, at->key()));
@@ -145,7 +145,7 @@ private:
                return difference;
             }
          } else if (!alike(*field.type, at->value(), b)) {
-            return differs(place(expected, field, at->key()),
+            return differs(path(expected, field, at->key()),
                            field.type->genericIfStrRep(at->value()),
                            field.type->genericIfStrRep(b));
          }
@@ -162,11 +162,11 @@ private:
             return "from " + std::to_string(queue.frontSequence(entity)) + " up to " +
                    std::to_string(queue.nextSequence(entity));
          };
-         return differs(place(expected, field), range(expected), range(actual));
+         return differs(path(expected, field), range(expected), range(actual));
       }
       for (U32 sequence = front; sequence != next; ++sequence) {
          if (!alike(*field.type, queue.at(expected, sequence), queue.at(actual, sequence))) {
-            return differs(place(expected, field) + "[" + std::to_string(sequence) + "]",
+            return differs(path(expected, field) + "[" + std::to_string(sequence) + "]",
                            field.type->genericIfStrRep(queue.at(expected, sequence)),
                            field.type->genericIfStrRep(queue.at(actual, sequence)));
          }

@@ -23,7 +23,7 @@ using Kiv::NboAttrLog::MountMode;
 using Kiv::NboAttrLog::Opcode;
 using Kiv::NboAttrLog::Session;
 using Kiv::NboAttrLog::SessionListener;
-using KivTest::Root;
+using KivTest::Stem;
 using Bytes = std::vector<U8>;
 
 /// Room for few messages, so that a reader is soon behind.
@@ -196,10 +196,10 @@ protected:
    End mirror;
 };
 
-class StreamTest : public StreamOf<Root> {
+class StreamTest : public StreamOf<Stem> {
 protected:
    explicit StreamTest(Limits const& limits = {})
-         : StreamOf(KivTest::rootFactory, "test", limits) {}
+         : StreamOf(KivTest::stemFactory, "test", limits) {}
 
    /// The reason why the mirror rejects a message that follows the other side's greeting.
    std::string fault(Bytes const& bytes) {

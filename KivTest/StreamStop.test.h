@@ -12,7 +12,7 @@ protected:
    explicit StreamStopTest(Limits const& limits = narrow()) : StreamTest(limits) { mount(); }
 
    /// Fills an end's output, so that nothing more can be written.
-   static void fillUp(End& end, Root& of) {
+   static void fillUp(End& end, Stem& of) {
       while (end.session->upToDate()) {
          of.count8Is(static_cast<U8>(of.count8() + 1));
       }
@@ -49,7 +49,7 @@ protected:
       }
       return text;
    }
-   static U16 idOf(std::string_view name) { return Root::kivTypeImpl.field(name)->fieldId; }
+   static U16 idOf(std::string_view name) { return Stem::kivTypeImpl.field(name)->fieldId; }
    /// A message for the root.
    static std::string at(char const* opcode, char const* name, std::string const& body = "") {
       return std::string(opcode) + " 01000000." + std::to_string(idOf(name)) +

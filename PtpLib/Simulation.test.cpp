@@ -51,7 +51,7 @@ SimulationPlan planOf(char const* type) {
 
 /// Everything at once, within the widest bounds; the seed decides what is included.
 SimulationPlan widePlan(U64 seed) {
-   static constexpr char const* types[] = {"Ptp::SystemClockConfig", "Ptp::Config", "KivTest::Root",
+   static constexpr char const* types[] = {"Ptp::SystemClockConfig", "Ptp::Config", "KivTest::Stem",
                                            "KivTest::Hedge", "Ptp::HwConfig"};
    static constexpr std::size_t elements[] = {6, 25, 125, 200};
    static constexpr std::size_t bursts[] = {1, 10, 60};
@@ -129,11 +129,11 @@ TEST(Simulation, AWriterAndTheSourceThatFallBehindEndWithTheSame) {
 }
 
 TEST(Simulation, AReaderEqualsTheSource) {
-   simulate(planOf("KivTest::Root"), 300);
+   simulate(planOf("KivTest::Stem"), 300);
 }
 
 TEST(Simulation, SeveralReadersEqualTheSource) {
-   SimulationPlan plan = planOf("KivTest::Root");
+   SimulationPlan plan = planOf("KivTest::Stem");
    plan.readers = 3;
    simulate(plan, 100);
 }
@@ -143,7 +143,7 @@ TEST(Simulation, AReaderOfDerivedEntitiesEqualsTheSource) {
 }
 
 TEST(Simulation, AWriterAndAReaderEqualTheSource) {
-   SimulationPlan plan = planOf("KivTest::Root");
+   SimulationPlan plan = planOf("KivTest::Stem");
    plan.writers = 1;
    simulate(plan, 200);
 }
@@ -159,18 +159,18 @@ TEST(Simulation, TwoWritersThatDisagreeEndWithTheSame) {
    SimulationPlan plan = planOf("KivTest::Hedge");
    plan.writers = 2;
    simulate(plan, 200);
-   plan.type = "KivTest::Root";
+   plan.type = "KivTest::Stem";
    simulate(plan, 100);
 }
 
 TEST(Simulation, AMirrorOfAMirrorEqualsTheSource) {
-   SimulationPlan plan = planOf("KivTest::Root");
+   SimulationPlan plan = planOf("KivTest::Stem");
    plan.relay = true;
    simulate(plan, 150);
 }
 
 TEST(Simulation, ChangesFromInsideNotificationsArriveToo) {
-   SimulationPlan plan = planOf("KivTest::Root");
+   SimulationPlan plan = planOf("KivTest::Stem");
    plan.meddlers = true;
    simulate(plan, 150);
    plan.type = "KivTest::Hedge";
@@ -250,8 +250,8 @@ TEST(FirstDifference, NamesTheAttributeAndBothValues) {
    EXPECT_EQ(firstDifference(*config, *other), "");
    other->driftLimitIs(499);
    EXPECT_EQ(firstDifference(*config, *other), "ptp/config.driftLimit: 499, not 500000000");
-   auto const a = rootOf("KivTest::Root", "a");
-   auto const b = rootOf("KivTest::Root", "b");
+   auto const a = rootOf("KivTest::Stem", "a");
+   auto const b = rootOf("KivTest::Stem", "b");
    for (int i = 0; i != 200; ++i) {
       changeAtRandom(*a, chance);
    }

@@ -33,8 +33,8 @@ void require(bool holds, char const* what) {
 using Source = KivTest::BytesSource;
 
 Sarn::Ptr<Kiv::NamedEntity> make(Kiv::NboAttrLog::OfferedRoot const& root) {
-   return root.type == "KivTest::Root" && root.name.size() < 16
-                ? Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get())
+   return root.type == "KivTest::Stem" && root.name.size() < 16
+                ? Sarn::Ptr<Kiv::NamedEntity>(KivTest::stemFactory(root.name).get())
                 : Sarn::Ptr<Kiv::NamedEntity>();
 }
 

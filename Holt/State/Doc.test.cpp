@@ -12,7 +12,7 @@
 #include "Holt/State/Changes.h"
 #include "Holt/State/Diff.h"
 #include "Holt/State/Load.h"
-#include "KivTest/TestTypes/Root.h"
+#include "KivTest/TestTypes/Stem.h"
 
 namespace Holt {
 namespace {
@@ -22,7 +22,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 /// Gives every member of a root a value other than its default.
-void fill(KivTest::Root& root) {
+void fill(KivTest::Stem& root) {
    root.flagIs(true);
    root.u64Is(std::numeric_limits<U64>::max() - 1);
    root.s64Is(std::numeric_limits<S64>::min());
@@ -58,15 +58,15 @@ void fill(KivTest::Root& root) {
 
 class StateDocTest : public testing::Test {
 protected:
-   static StateDoc docOfRoot(KivTest::Root const& root) {
+   static StateDoc docOfRoot(KivTest::Stem const& root) {
       StateDoc doc;
       doc.places.emplace_back();
-      doc.places.back().path.root = {"KivTest::Root", "root"};
+      doc.places.back().path.root = {"KivTest::Stem", "root"};
       doc.places.back().text = "root";
       doc.places.back().entity = docOf(root);
       return doc;
    }
-   static std::string textOf(KivTest::Root const& root) {
+   static std::string textOf(KivTest::Stem const& root) {
       return jsonText(jsonOf(docOfRoot(root)));
    }
    /// The errors of a document.
@@ -80,7 +80,7 @@ protected:
       return errors;
    }
    static std::string withState(std::string const& state, std::string const& path = "root") {
-      return R"({"format": "ptpstate dump 1", "places": [{"root": {"type": "KivTest::Root", )"
+      return R"({"format": "ptpstate dump 1", "places": [{"root": {"type": "KivTest::Stem", )"
              R"("name": "root"}, "path": ")" +
              path + R"(", "state": )" + state + "}]}";
    }
@@ -99,7 +99,7 @@ protected:
       return errors;
    }
 
-   Sarn::Ptr<KivTest::Root> root = KivTest::rootFactory("root");
+   Sarn::Ptr<KivTest::Stem> root = KivTest::stemFactory("root");
    std::vector<std::string> changes;
 };
 
@@ -125,7 +125,7 @@ TEST_F(StateDocTest, ANumberThatNoDoubleHoldsIsAnErrorOfTheFile) {
 }
 
 TEST_F(StateDocTest, AppliedToAFreshRootGivesTheSameState) {
-   auto const other = KivTest::rootFactory("root");
+   auto const other = KivTest::stemFactory("root");
    fill(*other);
    std::string const text = textOf(*other);
    EXPECT_THAT(load(text), IsEmpty());
@@ -247,9 +247,9 @@ TEST_F(StateDocTest, TellsEverythingThatASetterRefuses) {
                             "record": {"5": {"key": 6, "pair": {"first": 1, "second": 1},
                                              "mark": null, "note": "", "colour": 0,
                                              "stamp": 1}}})"));
-   EXPECT_THAT(errors, ElementsAre(HasSubstr("root.dial: KivTest::Root::dial < "),
+   EXPECT_THAT(errors, ElementsAre(HasSubstr("root.dial: KivTest::Stem::dial < "),
                                    "root.minKnob: is constant: -2 cannot become 0",
-                                   HasSubstr("root.knob: KivTest::Root::knob < "),
+                                   HasSubstr("root.knob: KivTest::Stem::knob < "),
                                    "root.leaf[1]: cannot be created: 'origin' is missing",
                                    HasSubstr("root.record[5]: the value KivTest::Record(key=6, ")));
 }
@@ -263,7 +263,7 @@ TEST_F(StateDocTest, TellsEverythingThatCannotBeRead) {
                                 "record": {"1": {"key": 1, "other": 2}}})")),
          ElementsAre("root.u8: 300 does not fit U8 (0 to 255)",
                      HasSubstr("root.s8: '1.5' is not a valid S8"),
-                     "root: KivTest::Root has no attribute 'fleg'; did you mean 'flag'?",
+                     "root: KivTest::Stem has no attribute 'fleg'; did you mean 'flag'?",
                      HasSubstr("root.flag: '1' is not a valid bool"),
                      "root.text: expected a string, not 5",
                      HasSubstr("root.colour: 'purple' is not a valid KivTest::Colour"),
@@ -293,7 +293,7 @@ TEST_F(StateDocTest, RefusesWhatIsNoDump) {
    EXPECT_THAT(errorsOf(withState(R"({"byNumber": {"1": "x", "01": "y"}})")),
                ElementsAre("root.byNumber[1]: occurs twice"));
    EXPECT_THAT(errorsOf(withState("1", "root.nothing")),
-               ElementsAre("root: KivTest::Root has no attribute 'nothing'"));
+               ElementsAre("root: KivTest::Stem has no attribute 'nothing'"));
    EXPECT_THAT(errorsOf(withState("1", "other.u8")),
                ElementsAre(HasSubstr("'other.u8' does not begin")));
    EXPECT_THAT(errorsOf(R"({"format": "ptpstate dump 1", "places": [{"path": "root"}]})"),
@@ -317,7 +317,7 @@ TEST_F(StateDocTest, APartIsAppliedWhereItBelongs) {
 }
 
 TEST_F(StateDocTest, ComparesPathByPath) {
-   auto const other = KivTest::rootFactory("root");
+   auto const other = KivTest::stemFactory("root");
    fill(*root);
    fill(*other);
    other->u8Is(1);

@@ -7,7 +7,7 @@
 #include "Holt/Failure.h"
 #include "Holt/State/Changes.h"
 #include "Holt/State/Dump.h"
-#include "KivTest/TestTypes/Root.h"
+#include "KivTest/TestTypes/Stem.h"
 
 namespace Holt {
 namespace {
@@ -40,7 +40,7 @@ protected:
       return failed.empty() ? text : failed;
    }
 
-   Sarn::Ptr<KivTest::Root> root = KivTest::rootFactory("root");
+   Sarn::Ptr<KivTest::Stem> root = KivTest::stemFactory("root");
 };
 
 TEST_F(PlaceTest, SetsAttributesOfEveryType) {
@@ -60,7 +60,7 @@ TEST_F(PlaceTest, SetsAttributesOfEveryType) {
 
 TEST_F(PlaceTest, RefusesInTheSettersWords) {
    EXPECT_EQ(set(".dial", "21"),
-             "root.dial: KivTest::Root::dial < KivTest::Limits::minDial or > "
+             "root.dial: KivTest::Stem::dial < KivTest::Limits::minDial or > "
              "KivTest::Limits::maxDial not allowed");
    EXPECT_EQ(set(".u8", "256"), "root.u8: 256 does not fit U8 (0 to 255)");
    EXPECT_EQ(root->dial(), 15);
@@ -146,7 +146,7 @@ TEST_F(PlaceTest, SaysWhatCannotBeDone) {
    EXPECT_EQ(text(".reset"), "root.reset: is an operation; it has no value");
    EXPECT_EQ(text(".leaf.lit"), "root.leaf: is a collection; a key in brackets is missing");
    EXPECT_EQ(text(".flag[1]"), "root.flag: is not a collection; it takes no key");
-   EXPECT_EQ(text(".Flag"), "root: KivTest::Root has no attribute 'Flag'; did you mean 'flag'?");
+   EXPECT_EQ(text(".Flag"), "root: KivTest::Stem has no attribute 'Flag'; did you mean 'flag'?");
    EXPECT_NE(del(".flag").find("always has a value"), std::string::npos);
    EXPECT_NE(del("").find("is a root"), std::string::npos);
    EXPECT_NE(set(".samples", "1").find("is a queue"), std::string::npos);
@@ -199,7 +199,7 @@ TEST_F(PlaceTest, ChangesBesideTheWatchedPathAreNotTold) {
 }
 
 TEST_F(PlaceTest, DumpsAreInAnOrderOfTheirOwn) {
-   Sarn::Ptr<KivTest::Root> const other = KivTest::rootFactory("root");
+   Sarn::Ptr<KivTest::Stem> const other = KivTest::stemFactory("root");
    for (U32 i = 0; i != 40; ++i) {
       root->leafIs(i, true, KivTest::Opaque(i)).get()->twigIs(KivTest::Level::high);
       other->leafIs(39 - i, true, KivTest::Opaque(39 - i)).get()->twigIs(KivTest::Level::high);

@@ -6,7 +6,7 @@
 
 #include "Holt/State/Doc.h"
 #include "Holt/State/Values.h"
-#include "KivTest/TestTypes/Root.h"
+#include "KivTest/TestTypes/Stem.h"
 
 namespace Holt {
 namespace {
@@ -49,7 +49,7 @@ private:
 };
 
 /// The calls for some of the members, live; the same members of a document must give the same.
-std::vector<std::string> callsFor(KivTest::Root const& root, StatePart part,
+std::vector<std::string> callsFor(KivTest::Stem const& root, StatePart part,
                                   std::vector<std::string> const& names) {
    Calls<Kiv::Entity> live;
    walkMembers(root, part, live);
@@ -68,7 +68,7 @@ std::vector<std::string> callsFor(KivTest::Root const& root, StatePart part,
 }
 
 TEST(StateWalk, VisitsEachMemberAsWhatItIsInTheOrderOfTheIds) {
-   auto const root = KivTest::rootFactory("r");
+   auto const root = KivTest::stemFactory("r");
    root->byTextIs("b", 2);
    root->samplesEnq(1.5);
    root->samplesEnq(2.5);
@@ -81,7 +81,7 @@ TEST(StateWalk, VisitsEachMemberAsWhatItIsInTheOrderOfTheIds) {
 }
 
 TEST(StateWalk, VisitsValuesAndEntitiesApart) {
-   auto const root = KivTest::rootFactory("r");
+   auto const root = KivTest::stemFactory("r");
    std::vector<std::string> const names{"flag", "core", "leaf", "byText", "samples"};
    EXPECT_THAT(callsFor(*root, StatePart::values, names),
                ElementsAre("flag = false", "byText []", "samples [] next 1"));
@@ -89,7 +89,7 @@ TEST(StateWalk, VisitsValuesAndEntitiesApart) {
 }
 
 TEST(StateWalk, SortsHashedCollectionsNaturallyAndKeepsTheOrderOfOthers) {
-   auto const root = KivTest::rootFactory("r");
+   auto const root = KivTest::stemFactory("r");
    for (char const* key : {"e10", "e9", "e1"}) {
       root->byTextIs(key, 1);
       root->sortedTextIs(key, KivTest::Colour::red);
@@ -103,10 +103,10 @@ TEST(StateWalk, SortsHashedCollectionsNaturallyAndKeepsTheOrderOfOthers) {
 }
 
 TEST(StateWalk, LeavesOutWhatOnlyTheOwnerKnows) {
-   auto const root = KivTest::rootFactory("r");
+   auto const root = KivTest::stemFactory("r");
    root->secretIs(7);
-   EXPECT_FALSE(isInState(*KivTest::Root::kivTypeImpl.field("secret")));
-   EXPECT_TRUE(isInState(*KivTest::Root::kivTypeImpl.field("minKnob")));
+   EXPECT_FALSE(isInState(*KivTest::Stem::kivTypeImpl.field("secret")));
+   EXPECT_TRUE(isInState(*KivTest::Stem::kivTypeImpl.field("minKnob")));
    EXPECT_THAT(callsFor(*root, StatePart::all, {"secret", "minKnob"}), ElementsAre("minKnob = -2"));
 }
 

@@ -11,7 +11,7 @@ using namespace KivTest;
 
 class Child : public testing::Test {
 protected:
-   Sarn::Ptr<Root> root = rootFactory("test");
+   Sarn::Ptr<Stem> root = stemFactory("test");
 };
 
 TEST_F(Child, IsAbsentUntilItIsMade) {

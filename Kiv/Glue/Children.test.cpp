@@ -13,7 +13,7 @@ using namespace KivTest;
 
 class Children : public testing::Test {
 protected:
-   Sarn::Ptr<Root> root = rootFactory("test");
+   Sarn::Ptr<Stem> root = stemFactory("test");
 };
 
 TEST_F(Children, AreMadeWithKeyAndArguments) {
@@ -92,7 +92,7 @@ TEST_F(Children, AnotherConstantArgumentThrowsAndChangesNothing) {
       EXPECT_EQ(error.argument(), 260);
       EXPECT_EQ(error.collection(), 289);
       EXPECT_STREQ(error.what(),
-                   "KivTest::Root::leaf (289): the child exists with another "
+                   "KivTest::Stem::leaf (289): the child exists with another "
                    "KivTest::Leaf::origin (260): KivTest::Opaque(content=1.5), "
                    "not KivTest::Opaque(content=2.5)");
    }

@@ -40,7 +40,7 @@ TEST(Enum, AnUnnamedValueIsItsDecimalNumber) {
 }
 
 TEST(Enum, AnyValueIsHeldAndPublished) {
-   Sarn::Ptr<Root> const root = rootFactory("test");
+   Sarn::Ptr<Stem> const root = stemFactory("test");
    root->colourIs(static_cast<Colour>(99));
    EXPECT_EQ(root->colour(), static_cast<Colour>(99));
 }

@@ -13,7 +13,7 @@ using namespace KivTest;
 
 class Map : public testing::Test {
 protected:
-   Sarn::Ptr<Root> root = rootFactory("test");
+   Sarn::Ptr<Stem> root = stemFactory("test");
 };
 
 TEST_F(Map, GivesTheDefaultForAnAbsentKey) {
@@ -127,7 +127,7 @@ TEST_F(Map, DelAllWithNobodyToTellJustEmptiesIt) {
 
 TEST_F(Map, DelAllSurvivesTheDeathOfTheOwner) {
    for (int kind = 0; kind != 3; ++kind) {
-      root = rootFactory("test");
+      root = stemFactory("test");
       for (int i = 0; i != 20; ++i) {
          root->byNumberIs(static_cast<U32>(i), "x");
          root->sortedIs(i, "x");

@@ -14,7 +14,7 @@ using namespace KivTest;
 
 class Single : public testing::Test {
 protected:
-   Sarn::Ptr<Root> root = rootFactory("test");
+   Sarn::Ptr<Stem> root = stemFactory("test");
 };
 
 TEST_F(Single, EveryMemberHasItsIdKindTypeAndDefault) {
@@ -155,7 +155,7 @@ TEST_F(Single, AStringSetFromInsideKeepsBothOldValues) {
 
 TEST_F(Single, TwoBoundsGiveTheFirstFormOfTheRangeMessage) {
    constexpr char const* message =
-         "KivTest::Root::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not allowed";
+         "KivTest::Stem::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not allowed";
    Witness published(*root);
    for (int const v : {0, 9, 21, 255}) {
       EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->dialIs(static_cast<U8>(v)); }), message);
@@ -169,9 +169,9 @@ TEST_F(Single, TwoBoundsGiveTheFirstFormOfTheRangeMessage) {
 
 TEST_F(Single, AnOpenUpperEndGivesTheSecondFormOfTheRangeMessage) {
    EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->tickIs(-4); }),
-             "KivTest::Root::tick < KivTest::Limits::minTick not allowed");
+             "KivTest::Stem::tick < KivTest::Limits::minTick not allowed");
    EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->tickIs(-32768); }),
-             "KivTest::Root::tick < KivTest::Limits::minTick not allowed");
+             "KivTest::Stem::tick < KivTest::Limits::minTick not allowed");
    root->tickIs(-3);
    root->tickIs(32767);
    EXPECT_EQ(root->tick(), 32767);
@@ -179,7 +179,7 @@ TEST_F(Single, AnOpenUpperEndGivesTheSecondFormOfTheRangeMessage) {
 
 TEST_F(Single, ConstantsOfTheTypeItselfMayBeBounds) {
    constexpr char const* message =
-         "KivTest::Root::knob < KivTest::Root::minKnob or > KivTest::Root::maxKnob not allowed";
+         "KivTest::Stem::knob < KivTest::Stem::minKnob or > KivTest::Stem::maxKnob not allowed";
    EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->knobIs(-3); }), message);
    EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->knobIs(3); }), message);
    root->knobIs(-2);
@@ -188,8 +188,8 @@ TEST_F(Single, ConstantsOfTheTypeItselfMayBeBounds) {
 }
 
 TEST_F(Single, ConstantsNeedNoObject) {
-   static_assert(Root::minKnob() == -2 && Root::maxKnob() == 2);
-   EXPECT_EQ(Root::path(), "/run/test");
+   static_assert(Stem::minKnob() == -2 && Stem::maxKnob() == 2);
+   EXPECT_EQ(Stem::path(), "/run/test");
 }
 
 TEST_F(Single, CountersAddWithWrapAroundInTheirOwnWidth) {
@@ -254,7 +254,7 @@ TEST_F(Single, ResetPublishesEachCounterThatWasNotZeroInIdOrder) {
 }
 
 TEST_F(Single, FactoryAndCreatorMakeTheSame) {
-   Sarn::Ptr<Root> const other = Root::RootIs("test");
+   Sarn::Ptr<Stem> const other = Stem::StemIs("test");
    EXPECT_NE(other, root);
    EXPECT_EQ(other->nameString(), root->nameString());
    EXPECT_EQ(other->userCount(), 1u);

@@ -34,7 +34,7 @@ TEST(TypeData, TellsTheKindOfEveryType) {
    EXPECT_EQ(Kiv::typeOf<Kiv::Optional<Colour>>().kind, TypeKind::optional);
    EXPECT_EQ(Kiv::typeOf<Pair>().kind, TypeKind::value);
    EXPECT_EQ(Kiv::typeOf<Dorn::IntfId>().kind, TypeKind::opaque);
-   EXPECT_EQ(Root::kivTypeImpl.kind, TypeKind::entity);
+   EXPECT_EQ(Stem::kivTypeImpl.kind, TypeKind::entity);
 }
 
 TEST(TypeData, AnOptionalTellsOfWhatItIsAndHandsItOut) {
@@ -56,13 +56,13 @@ TEST(TypeData, AnOptionalTellsOfWhatItIsAndHandsItOut) {
 }
 
 TEST(TypeData, TellsTheBoundsOfAttributesWhereTheyAreNarrowerThanTheType) {
-   EXPECT_EQ(boundsOf(Root::kivTypeImpl),
+   EXPECT_EQ(boundsOf(Stem::kivTypeImpl),
              (std::vector<std::string>{"dial 10..20", "tick -3..32767", "knob -2..2"}));
    EXPECT_EQ(boundsOf(Pair::kivTypeImpl), std::vector<std::string>());
-   FieldDescriptor const& dial = field(Root::kivTypeImpl, "dial");
+   FieldDescriptor const& dial = field(Stem::kivTypeImpl, "dial");
    EXPECT_EQ(dial.least().type, &Kiv::typeOf<U8>());
-   EXPECT_EQ(field(Root::kivTypeImpl, "u8").least().address, nullptr);
-   EXPECT_EQ(field(Root::kivTypeImpl, "u8").greatest().address, nullptr);
+   EXPECT_EQ(field(Stem::kivTypeImpl, "u8").least().address, nullptr);
+   EXPECT_EQ(field(Stem::kivTypeImpl, "u8").greatest().address, nullptr);
 }
 
 constexpr Kiv::Range<U8> wholeRange() {
@@ -84,18 +84,18 @@ TEST(TypeData, BoundsAreThoseThatTheSettersKeepTo) {
 
 TEST(TypeData, TellsTheKeyOfAnEntity) {
    EXPECT_EQ(Leaf::kivTypeImpl.key(), &field(Leaf::kivTypeImpl, "number"));
-   EXPECT_EQ(Root::kivTypeImpl.key(), nullptr) << "it has a name";
+   EXPECT_EQ(Stem::kivTypeImpl.key(), nullptr) << "it has a name";
    EXPECT_EQ(Core::kivTypeImpl.key(), nullptr);
    EXPECT_TRUE(field(Leaf::kivTypeImpl, "number").has(FieldDescriptor::key));
    EXPECT_FALSE(field(Leaf::kivTypeImpl, "origin").has(FieldDescriptor::key));
 }
 
 TEST(TypeData, TellsTheFieldThatIsTheKeyOfAValueInAMap) {
-   FieldDescriptor const& record = field(Root::kivTypeImpl, "record");
+   FieldDescriptor const& record = field(Stem::kivTypeImpl, "record");
    EXPECT_EQ(record.keyField(), &field(Record::kivTypeImpl, "key"));
    EXPECT_EQ(record.keyField()->type, record.keyType);
-   EXPECT_EQ(field(Root::kivTypeImpl, "byPair").keyField(), nullptr);
-   EXPECT_EQ(field(Root::kivTypeImpl, "leaf").keyField(), nullptr);
+   EXPECT_EQ(field(Stem::kivTypeImpl, "byPair").keyField(), nullptr);
+   EXPECT_EQ(field(Stem::kivTypeImpl, "leaf").keyField(), nullptr);
 }
 
 TEST(TypeData, TellsWhatTheCreationOfAChildTakesBesidesItsKey) {
@@ -109,9 +109,9 @@ TEST(TypeData, TellsWhatTheCreationOfAChildTakesBesidesItsKey) {
 }
 
 TEST(TypeData, TellsWhichNumbersAreSeconds) {
-   EXPECT_TRUE(field(Root::kivTypeImpl, "wait").has(FieldDescriptor::seconds));
-   EXPECT_TRUE(field(Root::kivTypeImpl, "deadline").has(FieldDescriptor::seconds));
-   EXPECT_FALSE(field(Root::kivTypeImpl, "precise").has(FieldDescriptor::seconds));
+   EXPECT_TRUE(field(Stem::kivTypeImpl, "wait").has(FieldDescriptor::seconds));
+   EXPECT_TRUE(field(Stem::kivTypeImpl, "deadline").has(FieldDescriptor::seconds));
+   EXPECT_FALSE(field(Stem::kivTypeImpl, "precise").has(FieldDescriptor::seconds));
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ TEST_F(StreamAllocation, OfElementsThatAreThereIsNone) {
 
 TEST_F(StreamAllocation, OfAnEntityThatManyReadIsNone) {
    End other;
-   auto const third = KivTest::rootFactory("test");
+   auto const third = KivTest::stemFactory("test");
    other.session->mountIs(third);
    Session more(source.hub);
    Bytes const asked = other.take();
@@ -76,7 +76,7 @@ TEST_F(StreamAllocation, OfAnEntityThatManyReadIsNone) {
 
 /// Messages that insert a key and erase it again, a new key each time.
 std::vector<Bytes> passingKeys(U32 handle) {
-   U16 const id = Root::kivTypeImpl.field("byNumber")->fieldId;
+   U16 const id = Stem::kivTypeImpl.field("byNumber")->fieldId;
    std::vector<Bytes> all;
    for (U32 key = 1000; key != 1102; ++key) {
       all.push_back(concat(message(Opcode::element, handle, id, concat(u32(key), text("x"))),
@@ -86,7 +86,7 @@ std::vector<Bytes> passingKeys(U32 handle) {
 }
 
 Bytes beginOfNumbers(U32 handle) {
-   return message(Opcode::collectionBegin, handle, Root::kivTypeImpl.field("byNumber")->fieldId,
+   return message(Opcode::collectionBegin, handle, Stem::kivTypeImpl.field("byNumber")->fieldId,
                   {});
 }
 

@@ -6,7 +6,7 @@ using namespace StreamTesting;
 namespace {
 
 U16 idOf(std::string_view name) {
-   return Root::kivTypeImpl.field(name)->fieldId;
+   return Stem::kivTypeImpl.field(name)->fieldId;
 }
 
 /// A complete mirror, to which a test sends messages as its source.
@@ -38,15 +38,15 @@ TEST_F(StreamApply, TheSameValueAgainPublishesNothing) {
 
 TEST_F(StreamApply, AValueOutOfRangeClosesWithTheSettersMessageAndIsNotStored) {
    EXPECT_EQ(send(Opcode::set, "dial", {21}),
-             "test.dial (KivTest::Root, " + std::to_string(idOf("dial")) +
-                   "): KivTest::Root::dial < KivTest::Limits::minDial or > "
+             "test.dial (KivTest::Stem, " + std::to_string(idOf("dial")) +
+                   "): KivTest::Stem::dial < KivTest::Limits::minDial or > "
                    "KivTest::Limits::maxDial not allowed");
    EXPECT_EQ(copy->dial(), 15);
 }
 
 TEST_F(StreamApply, ReadingPastTheEndSaysWhereAndHowMuchIsLeft) {
    EXPECT_EQ(send(Opcode::set, "u32", {1, 2, 3}),
-             "test.u32 (KivTest::Root, 263): bytes <= readableBytes(): a value of 4 bytes stands "
+             "test.u32 (KivTest::Stem, 263): bytes <= readableBytes(): a value of 4 bytes stands "
              "where the message has 3 left at offset 0");
    EXPECT_EQ(copy->u32(), 4000000000u);
 }
@@ -59,7 +59,7 @@ TEST_F(StreamApply, BytesBehindTheValueAreAFault) {
 
 TEST_F(StreamApply, ABoolIsZeroOrOne) {
    EXPECT_EQ(send(Opcode::set, "flag", {2}),
-             "test.flag (KivTest::Root, 258): a bool is neither 0 nor 1 at offset 0");
+             "test.flag (KivTest::Stem, 258): a bool is neither 0 nor 1 at offset 0");
 }
 
 TEST_F(StreamApply, AnOptionalsFlagIsZeroOrOne) {
@@ -74,7 +74,7 @@ TEST_F(StreamApply, AnEnumerationIsBelow256) {
 
 TEST_F(StreamApply, AStringsLengthIsWithinTheMessage) {
    EXPECT_EQ(send(Opcode::set, "text", concat(u32(0xffffffff), Bytes{1})),
-             "test.text (KivTest::Root, 270): a string of 4294967295 bytes exceeds the bound of 1 "
+             "test.text (KivTest::Stem, 270): a string of 4294967295 bytes exceeds the bound of 1 "
              "at offset 0");
 }
 
@@ -91,7 +91,7 @@ TEST_F(StreamApply, NothingOfABadCreationIsApplied) {
 
 TEST_F(StreamApply, AnUnknownAttributeGoesToTheBaseHandlerWhichRefusesIt) {
    EXPECT_EQ(fault(message(Opcode::set, handle, 9999, {1})),
-             "test.? (KivTest::Root, 9999): KivTest::Root streams no attribute 9999 at offset 0");
+             "test.? (KivTest::Stem, 9999): KivTest::Stem streams no attribute 9999 at offset 0");
 }
 
 TEST_F(StreamApply, AnAttributeThatIsNotStreamedIsRefused) {
@@ -149,7 +149,7 @@ TEST_F(StreamApply, AHandleBeyondTheBoundIsRefused) {
 TEST_F(StreamApply, AHandleOfTurnZeroIsRefused) {
    std::string const reason = send(
          Opcode::create, "leaf", concat(u32(0x00000005), u32(1), Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0}));
-   EXPECT_EQ(reason, "test.leaf (KivTest::Root, " + std::to_string(idOf("leaf")) +
+   EXPECT_EQ(reason, "test.leaf (KivTest::Stem, " + std::to_string(idOf("leaf")) +
                            "): the handle 5 is of turn 0, but turns begin at 1 at offset 4");
    EXPECT_EQ(copy->leafCount(), 0u);
 }
@@ -229,22 +229,22 @@ TEST_F(StreamApply, ALongestMessageIsTaken) {
    EXPECT_EQ(send(Opcode::set, "text", text(longest)), "");
    EXPECT_EQ(copy->text(), longest);
    EXPECT_EQ(send(Opcode::set, "text", text(longest + "y")),
-             "test.text (KivTest::Root, " + std::to_string(idOf("text")) +
+             "test.text (KivTest::Stem, " + std::to_string(idOf("text")) +
                    "): a message of 262145 bytes exceeds the bound of 262144");
    EXPECT_EQ(copy->text(), longest);
 }
 
 TEST_F(StreamApply, AMessageThatIsTooLongIsRefusedBeforeItHasCome) {
    EXPECT_EQ(fault({8, 4, 0, 1, 1, 0, 0, 0, 1, 2}),
-             "test.flag (KivTest::Root, 258): a message of 262145 bytes exceeds the bound of "
+             "test.flag (KivTest::Stem, 258): a message of 262145 bytes exceeds the bound of "
              "262144");
 }
 
 TEST_F(StreamApply, OtherSessionsOfTheHubGoOn) {
    End other;
-   other.hub.rootIs(KivTest::rootFactory("second"));
+   other.hub.rootIs(KivTest::stemFactory("second"));
    Session second(mirror.hub);
-   auto const copied = KivTest::rootFactory("second");
+   auto const copied = KivTest::stemFactory("second");
    second.mountIs(copied);
    auto const flow = [&] {
       Bytes bytes = other.take();
@@ -259,7 +259,7 @@ TEST_F(StreamApply, OtherSessionsOfTheHubGoOn) {
    };
    flow();
    EXPECT_NE(send(Opcode::set, "flag", {9}), "");
-   static_cast<Root*>(other.hub.root("KivTest::Root", "second"))->u8Is(42);
+   static_cast<Stem*>(other.hub.root("KivTest::Stem", "second"))->u8Is(42);
    flow();
    EXPECT_FALSE(second.closed());
    EXPECT_EQ(copied->u8(), 42);
@@ -289,13 +289,13 @@ TEST_F(StreamApply, RequestsOfAPeerThatReadsNoAnswersAreBounded) {
 
 TEST_F(StreamApply, ASetterCalledFromAnObserverWorksAndIsSeenInOrder) {
    struct Follower : Kiv::Observer {
-      explicit Follower(Root& r) : root(r) {}
+      explicit Follower(Stem& r) : root(r) {}
       void onChange(Kiv::Change const& change) override {
          if (change.attributeId == idOf("u8")) {
             root.u16Is(root.u8());
          }
       }
-      Root& root;
+      Stem& root;
    } follower(*copy);
    copy->observerAdd(follower);
    KivTest::Witness published(*copy);
@@ -375,9 +375,9 @@ TEST_F(StreamTable, DeserializationRefusesWhatAReaderWouldChange) {
 }
 
 TEST_F(StreamApply, TheStreamTableTakesWhatAWriterHasIntroduced) {
-   auto const other = KivTest::rootFactory("other");
+   auto const other = KivTest::stemFactory("other");
    source.hub.rootIs(other);
-   auto const mine = KivTest::rootFactory("other");
+   auto const mine = KivTest::stemFactory("other");
    mirror.session->mountIs(mine, MountMode::writer);
    carry();
    mine->u16Is(1);

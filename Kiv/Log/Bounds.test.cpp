@@ -21,7 +21,7 @@ U32 entitiesIn(Kiv::Entity& tree) {
 }
 
 U16 idOf(std::string_view name) {
-   return Root::kivTypeImpl.field(name)->fieldId;
+   return Stem::kivTypeImpl.field(name)->fieldId;
 }
 
 /// A source with a clock, and peers whose bytes the test makes up.
@@ -43,7 +43,7 @@ protected:
       greet();
       source.receive(message(
             Opcode::mount, 0, 0,
-            concat(u32(1), Bytes{static_cast<U8>(mode)}, text("KivTest::Root"), text("test"))));
+            concat(u32(1), Bytes{static_cast<U8>(mode)}, text("KivTest::Stem"), text("test"))));
       ASSERT_EQ(source.session->closeReason(), "");
    }
    /// The first `size` bytes of a message that sets a text.
@@ -88,7 +88,7 @@ TEST_F(StreamBounds, APeerThatMountsNothingHoldsLittleHoweverMuchItAsks) {
 
 TEST_F(StreamBounds, AnAnswerLongerThanWhatMayWaitIsGivenWhereNothingWaits) {
    for (int i = 0; i != 300; ++i) {
-      source.hub.rootIs(KivTest::rootFactory(std::string(200, 'x') + std::to_string(i)));
+      source.hub.rootIs(KivTest::stemFactory(std::string(200, 'x') + std::to_string(i)));
    }
    greet();
    source.receive(message(Opcode::listRoots, 0, 0, {}));
@@ -282,7 +282,7 @@ TEST_F(StreamBytesOfAll, AReaderFallsBehindEarlierWhereOthersHoldTheBytes) {
    Session stopped(source.hub);
    stopped.received(greeting.data(), greeting.size());
    Bytes const asked = message(Opcode::mount, 0, 0,
-                               concat(u32(1), Bytes{0}, text("KivTest::Root"), text("test")));
+                               concat(u32(1), Bytes{0}, text("KivTest::Stem"), text("test")));
    stopped.received(asked.data(), asked.size());
    for (U32 i = 0; i != 5000; ++i) {
       root->u32Is(i);
@@ -417,7 +417,7 @@ TEST_F(StreamEntityBound, AHubNumbersAsManyAndClosesItsSessionsForOneMore) {
 
 TEST_F(StreamEntityBound, ARootOfAsManyIsOfferedAndOfOneMoreRefused) {
    auto const tree = [](U32 entities) {
-      auto made = KivTest::rootFactory("other");
+      auto made = KivTest::stemFactory("other");
       for (U32 i = 0; entitiesIn(*made) != entities; ++i) {
          made->leafIs(i, true, KivTest::Opaque(1));
       }
@@ -426,7 +426,7 @@ TEST_F(StreamEntityBound, ARootOfAsManyIsOfferedAndOfOneMoreRefused) {
    Hub hub(fewEntities());
    auto const fits = tree(5);
    hub.rootIs(fits);
-   hub.rootDel("KivTest::Root", "other");
+   hub.rootDel("KivTest::Stem", "other");
    auto const exceeds = tree(6);
    try {
       hub.rootIs(exceeds);
@@ -441,12 +441,12 @@ TEST_F(StreamEntityBound, ARootOfAsManyIsOfferedAndOfOneMoreRefused) {
 
 TEST_F(StreamBounds, AsManyRootsAreMountedAsTheBoundSaysAndOneMoreIsRefused) {
    for (int i = 0; i != 65; ++i) {
-      source.hub.rootIs(KivTest::rootFactory("r" + std::to_string(i)));
+      source.hub.rootIs(KivTest::stemFactory("r" + std::to_string(i)));
    }
    greet();
    for (int i = 0; i != 65; ++i) {
       source.receive(message(Opcode::mount, 0, 0,
-                             concat(u32(static_cast<U32>(i + 1)), Bytes{0}, text("KivTest::Root"),
+                             concat(u32(static_cast<U32>(i + 1)), Bytes{0}, text("KivTest::Stem"),
                                     text("r" + std::to_string(i)))));
       ASSERT_EQ(reason().empty(), i != 64) << i << reason();
       source.take();

@@ -37,7 +37,7 @@ protected:
       return made;
    }
 
-   Sarn::Ptr<Root> secondCopy = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> secondCopy = KivTest::stemFactory("test");
    Hub secondHub;
    std::unique_ptr<Session> secondSource;
    std::unique_ptr<Session> second;
@@ -113,12 +113,12 @@ TEST_F(StreamClaim, TheSourcesOwnerDecidesWhoMayWrite) {
    root->u8Is(5);
    carry();
    EXPECT_EQ(copy->u8(), 5);
-   Sarn::Ptr<Root> const missing = KivTest::rootFactory("missing");
+   Sarn::Ptr<Stem> const missing = KivTest::stemFactory("missing");
    mirror.session->mountIs(missing, MountMode::reader);
    carry();
    EXPECT_EQ(doorkeeper.refused,
-             "KivTest::Root=test: stranger may only read test\n"
-             "KivTest::Root=missing: there is no KivTest::Root named missing\n");
+             "KivTest::Stem=test: stranger may only read test\n"
+             "KivTest::Stem=missing: there is no KivTest::Stem named missing\n");
    mirror.session->close("done");
    source.session.reset();
 }
@@ -126,7 +126,7 @@ TEST_F(StreamClaim, TheSourcesOwnerDecidesWhoMayWrite) {
 TEST_F(StreamClaim, AModeThatIsNoneEndsTheConnection) {
    carry();
    source.receive(message(Opcode::mount, 0, 0,
-                          concat(u32(1), Bytes{3}, text("KivTest::Root"), text("test"))));
+                          concat(u32(1), Bytes{3}, text("KivTest::Stem"), text("test"))));
    EXPECT_NE(source.session->closeReason().find("there is no mount mode 3"), std::string::npos)
          << source.session->closeReason();
    EXPECT_EQ(source.session->ending(), Kiv::NboAttrLog::Ending::fault);

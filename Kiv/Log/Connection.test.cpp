@@ -46,8 +46,8 @@ protected:
 
    Hub source;
    Hub mirror;
-   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
-   Sarn::Ptr<Root> copy = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> root = KivTest::stemFactory("test");
+   Sarn::Ptr<Stem> copy = KivTest::stemFactory("test");
    std::unique_ptr<FdConnection> server;
    std::unique_ptr<FdConnection> client;
 };
@@ -165,7 +165,7 @@ TEST_F(Connection, TellsThePeerWhenAChangeCannotBeWritten) {
    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds.data()), 0);
    FdConnection offering(narrow, fds[0]);
    client = std::make_unique<FdConnection>(mirror, fds[1]);
-   Sarn::Ptr<Root> const there = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const there = KivTest::stemFactory("test");
    narrow.rootIs(there);
    client->session().mountIs(copy);
    while (turn(*client) || turn(offering)) {

@@ -91,7 +91,7 @@ TEST_F(StreamNarrowCrossing, AWriterReachesAChildThatHasTakenThePlaceOfItsOwn) {
 TEST_F(StreamCrossing, ARootThatIsOfferedAgainIsWrittenUnderNewHandles) {
    copy->leafIs(1, true, KivTest::Opaque(1))->ticksIs(1);
    carry();
-   source.hub.rootDel("KivTest::Root", "test");
+   source.hub.rootDel("KivTest::Stem", "test");
    carry();
    EXPECT_EQ(mirror.told(), "replaying; complete; gone");
    copy->leaf(1)->ticksIs(2);  // this one is sent to nobody
@@ -111,7 +111,7 @@ TEST_F(StreamCrossing, AWriterOfARootThatIsWithdrawnWritesNoMore) {
    // Another session still mounts the root, so its entities keep their handles.
    Session here(source.hub);
    here.mountIs(root, MountMode::writer);
-   source.hub.rootDel("KivTest::Root", "test");
+   source.hub.rootDel("KivTest::Stem", "test");
    copy->u8Is(2);
    source.receive(mirror.take());
    EXPECT_EQ(root->u8(), 1);
@@ -133,7 +133,7 @@ TEST_F(StreamNarrowCrossing, ARootThatIsWithdrawnInsideAReplayIsReplayedAgain) {
    source.receive(mirror.take());
    // The reader is inside the collection when the root is gone.
    carryPiece();
-   source.hub.rootDel("KivTest::Root", "test");
+   source.hub.rootDel("KivTest::Stem", "test");
    carry();
    source.hub.rootIs(root);
    mount(MountMode::writer);
@@ -156,7 +156,7 @@ TEST_F(StreamNarrowCrossing, ARootThatIsWithdrawnInsideAReplayIsToldNoFurtherTho
    {
       Session here(source.hub);
       here.mountIs(root, MountMode::writer);
-      source.hub.rootDel("KivTest::Root", "test");
+      source.hub.rootDel("KivTest::Stem", "test");
       Bytes const rest = source.take();
       EXPECT_LT(lines(rest).size(), 100u) << "what waited, and that the root is gone";
       mirror.receive(rest);
@@ -199,13 +199,13 @@ TEST_F(StreamCrossing, AnEntityThatAnObserverRemovesLivesUntilItsMessageIsApplie
    root->leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::low);
    carry();
    struct Remove : Kiv::Observer {
-      explicit Remove(Root& r) : copy(r) {}
+      explicit Remove(Stem& r) : copy(r) {}
       void onChange(Kiv::Change const&) override {
          U64 const before = KivTest::Leaf::memAllocationTracker_.liveObjects();
          copy.leafDel(1);
          lives = KivTest::Leaf::memAllocationTracker_.liveObjects() == before;
       }
-      Root& copy;
+      Stem& copy;
       bool lives = false;
    } remove(*copy);
    auto const twig = copy->leaf(1)->twig(KivTest::Level::low);
@@ -221,7 +221,7 @@ TEST_F(StreamCrossing, AnEntityThatAnObserverRemovesLivesUntilItsMessageIsApplie
 /// observer calls `work` with the key that is next.
 template <class Work>
 struct AtFirstRemoval final : Kiv::Observer {
-   AtFirstRemoval(Root& root, U16 id, Work work) : root_(root), id_(id), work_(work) {
+   AtFirstRemoval(Stem& root, U16 id, Work work) : root_(root), id_(id), work_(work) {
       root_.observerAdd(*this);
    }
    ~AtFirstRemoval() { root_.observerDel(*this); }
@@ -239,7 +239,7 @@ struct AtFirstRemoval final : Kiv::Observer {
    U32 other = 0;
 
 private:
-   Root& root_;
+   Stem& root_;
    U16 id_;
    Work work_;
 };
@@ -276,7 +276,7 @@ TEST_F(StreamLeftOver, AChildThatAnObserverMakesAnewMeanwhileStaysOnBothSides) {
       root->leafIs(key, true, KivTest::Opaque(1));
    }
    carry();
-   U16 const id = idOf(Root::kivTypeImpl, "leaf");
+   U16 const id = idOf(Stem::kivTypeImpl, "leaf");
    AtFirstRemoval first(*copy, id, [this](U32 other) {
       copy->leafDel(other);
       copy->leafIs(other, false, KivTest::Opaque(2))->ticksIs(5);
@@ -298,7 +298,7 @@ TEST_F(StreamLeftOver, AnElementThatAnObserverChangesMeanwhileStaysOnBothSides) 
    root->byNumberIs(1, "old");
    root->byNumberIs(2, "old");
    carry();
-   U16 const id = idOf(Root::kivTypeImpl, "byNumber");
+   U16 const id = idOf(Stem::kivTypeImpl, "byNumber");
    AtFirstRemoval first(*copy, id, [this](U32 other) { copy->byNumberIs(other, "mine"); });
    EXPECT_EQ(replayOf([this] {
                 root->byNumberDel(1);
@@ -316,7 +316,7 @@ TEST_F(StreamLeftOver, AChildThatAnObserverRemovesMeanwhileIsGone) {
    root->leafIs(1, true, KivTest::Opaque(1));
    root->leafIs(2, true, KivTest::Opaque(1));
    carry();
-   AtFirstRemoval first(*copy, idOf(Root::kivTypeImpl, "leaf"),
+   AtFirstRemoval first(*copy, idOf(Stem::kivTypeImpl, "leaf"),
                         [this](U32 other) { copy->leafDel(other); });
    replayOf([this] {
       root->leafDel(1);
@@ -379,11 +379,11 @@ protected:
    ~StreamForgedSource() override { EXPECT_EQ(mirror.session->closeReason(), ""); }
 
    Bytes create(U32 handle, U32 key) const {
-      return message(Opcode::create, root->streamHandle(), idOf(Root::kivTypeImpl, "leaf"),
+      return message(Opcode::create, root->streamHandle(), idOf(Stem::kivTypeImpl, "leaf"),
                      concat(u32(handle), u32(key), Bytes{1}, Bytes{0x3f, 0xf0, 0, 0, 0, 0, 0, 0}));
    }
    Bytes erase(U32 key) const {
-      return message(Opcode::erase, root->streamHandle(), idOf(Root::kivTypeImpl, "leaf"),
+      return message(Opcode::erase, root->streamHandle(), idOf(Stem::kivTypeImpl, "leaf"),
                      u32(key));
    }
    static Bytes twig(Opcode opcode, U32 handle) {
@@ -463,7 +463,7 @@ TEST_F(StreamNarrowWalk, AKeyThatIsDeletedAndMadeAgainIsToldBehindItsCollection)
    while (some()) {
    }
    std::vector<std::string> const told = lines(all);
-   std::string const id = "." + std::to_string(idOf(Root::kivTypeImpl, "leaf"));
+   std::string const id = "." + std::to_string(idOf(Stem::kivTypeImpl, "leaf"));
    auto const end = std::find(told.begin(), told.end(), "collectionEnd 01000000" + id);
    ASSERT_NE(end, told.end());
    // Leaves that were already in the output when they were removed also arrive before the end.

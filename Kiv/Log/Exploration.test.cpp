@@ -14,14 +14,14 @@ using KivTest::ExplorationPlan;
 using KivTest::Hedge;
 using KivTest::Level;
 using KivTest::Opaque;
-using KivTest::Root;
+using KivTest::Stem;
 
 namespace {
 
 using Changes = std::vector<ExplorationPlan::Change>;
 
-Root& root(NamedEntity& entity) {
-   return static_cast<Root&>(entity);
+Stem& root(NamedEntity& entity) {
+   return static_cast<Stem&>(entity);
 }
 
 /// Runs the plan with `changes` changes, plus those that the environment adds.
@@ -81,7 +81,7 @@ Changes const childAndElement = {
 
 ExplorationPlan planOf(Changes const& changes) {
    ExplorationPlan plan;
-   plan.type = "KivTest::Root";
+   plan.type = "KivTest::Stem";
    plan.changes = changes;
    return plan;
 }

@@ -7,8 +7,8 @@ using namespace Kiv::NboAttrLog;
 
 class HandleTableTest : public testing::Test {
 protected:
-   Sarn::Ptr<Kiv::Entity> const entity = KivTest::rootFactory("test");
-   Sarn::Ptr<Kiv::Entity> const other = KivTest::rootFactory("other");
+   Sarn::Ptr<Kiv::Entity> const entity = KivTest::stemFactory("test");
+   Sarn::Ptr<Kiv::Entity> const other = KivTest::stemFactory("other");
 };
 
 TEST_F(HandleTableTest, CountsIndexesAndBeginsTurnsAtOne) {
@@ -61,7 +61,7 @@ TEST_F(HandleTableTest, AFreedEntryRestsBehindOthers) {
 TEST(Handles, NumberATreeFromItsRootDown) {
    Gone gone;
    Handles handles(10, gone);
-   auto const root = KivTest::rootFactory("test");
+   auto const root = KivTest::stemFactory("test");
    auto const core = root->coreIs();
    auto const leaf = root->leafIs(4, true, KivTest::Opaque(1));
    EXPECT_TRUE(handles.registerTree(*root));
@@ -78,7 +78,7 @@ TEST(Handles, NumberATreeFromItsRootDown) {
 TEST(Handles, NumberAllOfATreeOrNothing) {
    Gone gone;
    Handles handles(2, gone);
-   auto const root = KivTest::rootFactory("test");
+   auto const root = KivTest::stemFactory("test");
    root->leafIs(1, true, KivTest::Opaque(1));
    root->leafIs(2, true, KivTest::Opaque(1));
    EXPECT_FALSE(handles.registerTree(*root));

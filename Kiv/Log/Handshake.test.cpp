@@ -151,23 +151,23 @@ TEST_F(SessionMount, TakesBytesOneByOne) {
 }
 
 TEST_F(SessionMount, IsRefusedWithAReasonWhenThereIsNoSuchRoot) {
-   Mount& made = mirror.session->mountIs(KivTest::rootFactory("other"));
+   Mount& made = mirror.session->mountIs(KivTest::stemFactory("other"));
    carry();
    EXPECT_EQ(made.state(), Mount::State::refused);
-   EXPECT_EQ(made.reason(), "there is no KivTest::Root named other");
+   EXPECT_EQ(made.reason(), "there is no KivTest::Stem named other");
    EXPECT_FALSE(mirror.session->closed());
 }
 
 TEST_F(SessionMount, IsRefusedASecondTime) {
    mount();
-   Mount& again = mirror.session->mountIs(KivTest::rootFactory("test"));
+   Mount& again = mirror.session->mountIs(KivTest::stemFactory("test"));
    carry();
    EXPECT_EQ(again.state(), Mount::State::refused);
    EXPECT_EQ(again.reason(), "test is mounted already");
 }
 
 TEST_F(SessionMount, RefusesANameThatIsTooLong) {
-   EXPECT_THROW(mirror.session->mountIs(KivTest::rootFactory(std::string(1025, 'x'))),
+   EXPECT_THROW(mirror.session->mountIs(KivTest::stemFactory(std::string(1025, 'x'))),
                 Kiv::Exception);
    EXPECT_TRUE(mirror.session->mounts().empty());
 }
@@ -185,7 +185,7 @@ TEST_F(SessionMount, WaitsForRoomLikeEverythingElse) {
       before = waiting().size();
       narrow.session->syncIs(1);
    }
-   narrow.session->mountIs(KivTest::rootFactory("test"));
+   narrow.session->mountIs(KivTest::stemFactory("test"));
    EXPECT_EQ(waiting().size(), before);
    auto const all = lines(narrow.take());
    auto const mounts = std::count_if(
@@ -220,8 +220,8 @@ TEST_F(SessionMount, IsGoneWhenTheSourceGivesTheRootUp) {
    Mount& made = mount();
    root->u8Is(3);
    carry();
-   EXPECT_EQ(source.hub.rootDel("KivTest::Root", "test"), root);
-   EXPECT_EQ(source.hub.root("KivTest::Root", "test"), nullptr);
+   EXPECT_EQ(source.hub.rootDel("KivTest::Stem", "test"), root);
+   EXPECT_EQ(source.hub.root("KivTest::Stem", "test"), nullptr);
    carry();
    EXPECT_EQ(made.state(), Mount::State::gone);
    // The mirror stays as it is and gets no more changes.
@@ -234,7 +234,7 @@ TEST_F(SessionMount, IsGoneWhenTheSourceGivesTheRootUp) {
 
 TEST_F(SessionMount, MayBeAskedAgainAfterTheRootCameBack) {
    mount();
-   source.hub.rootDel("KivTest::Root", "test");
+   source.hub.rootDel("KivTest::Stem", "test");
    carry();
    root->u8Is(9);
    source.hub.rootIs(root);
@@ -247,7 +247,7 @@ TEST_F(SessionMount, IsRefusedWhenTheRootGoesBeforeItsReplayBegins) {
    Limits limits;
    limits.outputBuffer = 1200;
    End narrow(limits);
-   narrow.hub.rootIs(KivTest::rootFactory("one"));
+   narrow.hub.rootIs(KivTest::stemFactory("one"));
    narrow.receive(mirror.take());
    while (narrow.session->output().size + narrow.session->outputBehind().size < 1195) {
       std::size_t const before = narrow.session->output().size;
@@ -256,9 +256,9 @@ TEST_F(SessionMount, IsRefusedWhenTheRootGoesBeforeItsReplayBegins) {
          break;
       }
    }
-   Mount& made = mirror.session->mountIs(KivTest::rootFactory("one"));
+   Mount& made = mirror.session->mountIs(KivTest::stemFactory("one"));
    narrow.receive(mirror.take());
-   narrow.hub.rootDel("KivTest::Root", "one");
+   narrow.hub.rootDel("KivTest::Stem", "one");
    mirror.receive(narrow.take());
    EXPECT_EQ(made.state(), Mount::State::refused);
    EXPECT_EQ(made.reason(), "one is gone");
@@ -330,21 +330,21 @@ TEST_F(SessionMount, SyncComesBackBehindAllThatWasWritten) {
 
 TEST(Hub, RefusesTwoRootsOfOneTypeAndName) {
    Hub hub;
-   auto const first = KivTest::rootFactory("a");
+   auto const first = KivTest::stemFactory("a");
    hub.rootIs(first);
-   EXPECT_THROW(hub.rootIs(KivTest::rootFactory("a")), Kiv::Exception);
+   EXPECT_THROW(hub.rootIs(KivTest::stemFactory("a")), Kiv::Exception);
    EXPECT_THROW(hub.rootIs(first), Kiv::Exception);
-   hub.rootIs(KivTest::rootFactory("b"));
+   hub.rootIs(KivTest::stemFactory("b"));
    EXPECT_EQ(hub.roots().size(), 2u);
-   EXPECT_EQ(hub.root("KivTest::Root", "a"), first.get());
-   EXPECT_EQ(hub.rootDel("KivTest::Root", "c"), nullptr);
+   EXPECT_EQ(hub.root("KivTest::Stem", "a"), first.get());
+   EXPECT_EQ(hub.rootDel("KivTest::Stem", "c"), nullptr);
 }
 
 TEST(Hub, RefusesMoreEntitiesThanItMayNumber) {
    Limits limits;
    limits.entities = 3;
    Hub hub(limits);
-   auto const root = KivTest::rootFactory("a");  // which has a medal
+   auto const root = KivTest::stemFactory("a");  // which has a medal
    root->leafIs(1, true, KivTest::Opaque(1));
    root->leafIs(2, true, KivTest::Opaque(1));
    EXPECT_THROW(hub.rootIs(root), Kiv::Exception);
@@ -384,9 +384,9 @@ TEST_F(StreamForeignText, InTheReasonOfARefusal) {
 
 TEST_F(StreamForeignText, InTheNameOfWhatIsAtFault) {
    End holder;
-   holder.hub.rootIs(KivTest::rootFactory(raw));
+   holder.hub.rootIs(KivTest::stemFactory(raw));
    End reader;
-   reader.session->mountIs(KivTest::rootFactory(raw));
+   reader.session->mountIs(KivTest::stemFactory(raw));
    for (int i = 0; i != 3; ++i) {
       holder.receive(reader.take());
       reader.receive(holder.take());

@@ -12,9 +12,9 @@ class LeftOutTest : public testing::Test {
 protected:
    void note(U32 key) { leftOut.note(20, 10, *root, &field, &key); }
 
-   Sarn::Ptr<KivTest::Root> const root = KivTest::rootFactory("test");
+   Sarn::Ptr<KivTest::Stem> const root = KivTest::stemFactory("test");
    Kiv::FieldDescriptor const& field =
-         *KivTest::Root::kivTypeImpl.field(std::string_view("byNumber"));
+         *KivTest::Stem::kivTypeImpl.field(std::string_view("byNumber"));
    LeftOut leftOut;
 };
 
@@ -43,7 +43,7 @@ TEST_F(LeftOutTest, KeepsTheLastSixteen) {
 }
 
 TEST_F(LeftOutTest, ShortensLongNames) {
-   auto const longName = KivTest::rootFactory(std::string(300, 'n'));
+   auto const longName = KivTest::stemFactory(std::string(300, 'n'));
    leftOut.note(20, 10, *longName, nullptr, nullptr);
    EXPECT_EQ(leftOut.names().front(),
              std::string(197, 'n') + "...: 20 bytes exceed the bound of 10");

@@ -10,9 +10,9 @@ using namespace Kiv::NboAttrLog;
 
 class MountsTest : public testing::Test {
 protected:
-   Sarn::Ptr<KivTest::Root> const root = KivTest::rootFactory("test");
+   Sarn::Ptr<KivTest::Stem> const root = KivTest::stemFactory("test");
    Sarn::Ptr<KivTest::Core> const core = root->coreIs();
-   Sarn::Ptr<KivTest::Root> const other = KivTest::rootFactory("other");
+   Sarn::Ptr<KivTest::Stem> const other = KivTest::stemFactory("other");
    Mounts mounts;
 };
 

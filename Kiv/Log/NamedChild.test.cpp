@@ -7,7 +7,7 @@ namespace {
 
 /// Records what a root publishes about its badge, and which badge is there at that moment.
 struct Watcher final : Kiv::Observer {
-   explicit Watcher(Root& observed) : root(observed) { root.observerAdd(*this); }
+   explicit Watcher(Stem& observed) : root(observed) { root.observerAdd(*this); }
    ~Watcher() { root.observerDel(*this); }
    void onChange(Kiv::Change const& change) override {
       if (root.kivType().field(change.attributeId)->name != std::string_view("badge")) {
@@ -23,7 +23,7 @@ struct Watcher final : Kiv::Observer {
       return text;
    }
 
-   Root& root;
+   Stem& root;
    std::vector<std::string> seen;
 };
 

@@ -27,9 +27,9 @@ protected:
       return "";
    }
 
-   Sarn::Ptr<KivTest::Root> const root = KivTest::rootFactory("test");
+   Sarn::Ptr<KivTest::Stem> const root = KivTest::stemFactory("test");
    Kiv::FieldDescriptor const& field =
-         *KivTest::Root::kivTypeImpl.field(std::string_view("byNumber"));
+         *KivTest::Stem::kivTypeImpl.field(std::string_view("byNumber"));
    In const in{nullptr, nullptr};
    OpenCollections open{2};
 };
@@ -81,7 +81,7 @@ TEST_F(OpenCollectionsTest, AReplayBeginsOnceAndEndsOnce) {
 }
 
 TEST_F(OpenCollectionsTest, ReplaysNestNoDeeperThanTheBound) {
-   Kiv::TypeImpl const& type = KivTest::Root::kivTypeImpl;
+   Kiv::TypeImpl const& type = KivTest::Stem::kivTypeImpl;
    open.begin(*root, *type.field(std::string_view("byText")), in);
    open.begin(*root, *type.field(std::string_view("byPair")), in);
    EXPECT_EQ(faultOf(&OpenCollections::begin), "replays are nested deeper than 2 at offset 0");

@@ -7,7 +7,7 @@ using namespace StreamTesting;
 namespace {
 
 U16 idOf(std::string_view name) {
-   return Root::kivTypeImpl.field(name)->fieldId;
+   return Stem::kivTypeImpl.field(name)->fieldId;
 }
 
 Limits limits(std::size_t outputBuffer, std::size_t longestMessage, std::size_t longestValue) {
@@ -77,7 +77,7 @@ TEST_F(StreamParts, TheLongestValueArrivesAndALongerOneIsLeftOut) {
 TEST_F(StreamParts, EverythingLongArrivesLiveAndByReplay) {
    mount(MountMode::writer);
    std::string const key = repeated(400000);
-   auto const change = [&](Root& at, char mark) {
+   auto const change = [&](Stem& at, char mark) {
       std::string const longOne = mark + repeated(700000);
       at.textIs(longOne);
       at.byTextIs(key + mark, 5);
@@ -241,7 +241,7 @@ protected:
       return fault(message(Opcode::part, root->streamHandle(), idOf(name), body));
    }
    static std::string at(char const* name) {
-      return std::string("test.") + name + " (KivTest::Root, " + std::to_string(idOf(name)) + "): ";
+      return std::string("test.") + name + " (KivTest::Stem, " + std::to_string(idOf(name)) + "): ";
    }
 };
 

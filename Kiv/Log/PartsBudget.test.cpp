@@ -104,7 +104,7 @@ protected:
       auto session = std::make_unique<Session>(*hub);
       receive(*session, End().take());
       receive(*session, message(Opcode::mount, 0, 0,
-                                concat(u32(1), Bytes{static_cast<U8>(mode)}, text("KivTest::Root"),
+                                concat(u32(1), Bytes{static_cast<U8>(mode)}, text("KivTest::Stem"),
                                        text("test"))));
       if (writesBack(mode)) {
          receive(*session, message(Opcode::bind, 0x01000000, 0, u32(root->streamHandle())));
@@ -124,11 +124,11 @@ protected:
    /// The first 3000 bytes of a text of 9000, for which room for 6000 is made.
    std::string begin(Session& session) {
       return receive(session,
-                     message(Opcode::part, 0x01000000, Root::kivTypeImpl.field("text")->fieldId,
+                     message(Opcode::part, 0x01000000, Stem::kivTypeImpl.field("text")->fieldId,
                              part(9000, 0, 3000)));
    }
 
-   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> root = KivTest::stemFactory("test");
    std::unique_ptr<Hub> hub;
    std::unique_ptr<Session> first;
    std::unique_ptr<Session> second;
@@ -142,7 +142,7 @@ TEST_F(StreamPartsBudget, IsSharedByAllWhoWrite) {
    EXPECT_EQ(hub->heldBytes(), 2 * each);
    connect(2 * each - 1, MountMode::writer);
    EXPECT_EQ(begin(*first), "");
-   EXPECT_EQ(begin(*second), "test.text (KivTest::Root, 270): " + noRoom(6000));
+   EXPECT_EQ(begin(*second), "test.text (KivTest::Stem, 270): " + noRoom(6000));
    EXPECT_EQ(first->closeReason(), "");
    EXPECT_EQ(hub->heldBytes(), each);
    first.reset();

@@ -8,7 +8,7 @@ using namespace StreamTesting;
 namespace {
 
 U16 samplesId() {
-   return Root::kivTypeImpl.field("samples")->fieldId;
+   return Stem::kivTypeImpl.field("samples")->fieldId;
 }
 
 Bytes pieceOf(Session& session, std::size_t most) {
@@ -33,7 +33,7 @@ protected:
    }
 
    /// Connects the relay to a new source that offers `root`.
-   void relayIsConnectedTo(Sarn::Ptr<Root> const& root) {
+   void relayIsConnectedTo(Sarn::Ptr<Stem> const& root) {
       relay.session.reset();
       source = std::make_unique<End>();
       source->hub.rootIs(root);
@@ -63,8 +63,8 @@ protected:
       }
       return bytes;
    }
-   static Sarn::Ptr<Root> rootWith(int elements, int taken) {
-      auto root = KivTest::rootFactory("test");
+   static Sarn::Ptr<Stem> rootWith(int elements, int taken) {
+      auto root = KivTest::stemFactory("test");
       for (int i = 0; i != elements; ++i) {
          root->samplesEnq(i);
       }
@@ -75,8 +75,8 @@ protected:
    }
 
    std::unique_ptr<End> source;
-   Sarn::Ptr<Root> between = KivTest::rootFactory("test");
-   Sarn::Ptr<Root> copy = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> between = KivTest::stemFactory("test");
+   Sarn::Ptr<Stem> copy = KivTest::stemFactory("test");
    End relay;
    End reader;
    std::unique_ptr<Session> serving;
@@ -253,7 +253,7 @@ TEST_F(StreamServedQueue, GoesBackWholeWithNothingTwiceWhenTheWritersElementCros
 
 /// Appends one element, at the first change of the queue.
 struct AppendsOnce : Kiv::Observer {
-   explicit AppendsOnce(Root& watched) : root(watched) { root.observerAdd(*this); }
+   explicit AppendsOnce(Stem& watched) : root(watched) { root.observerAdd(*this); }
    ~AppendsOnce() { root.observerDel(*this); }
    void onChange(Kiv::Change const& change) override {
       if (change.attributeId == samplesId() && !done) {
@@ -261,7 +261,7 @@ struct AppendsOnce : Kiv::Observer {
          root.samplesEnq(5);
       }
    }
-   Root& root;
+   Stem& root;
    bool done = false;
 };
 

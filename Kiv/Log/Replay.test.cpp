@@ -230,7 +230,7 @@ protected:
    }
    static std::string at(char const* opcode, std::string_view name) {
       return std::string(opcode) + " 01000000." +
-             std::to_string(Root::kivTypeImpl.field(name)->fieldId);
+             std::to_string(Stem::kivTypeImpl.field(name)->fieldId);
    }
 };
 
@@ -253,8 +253,8 @@ TEST_F(StreamLeftovers, OfAnEmptyCollectionAreErasedByOneMessage) {
 TEST_F(StreamLeftovers, AreErasedOneByOneAndWhatAWritersObserverAddsMeanwhileStays) {
    struct Adds final : Kiv::Observer {
       void onChange(Kiv::Change const& change) override {
-         auto& of = static_cast<Root&>(Kiv::entityOf(change));
-         if (change.attributeId == Root::kivTypeImpl.field(std::string_view("byNumber"))->fieldId &&
+         auto& of = static_cast<Stem&>(Kiv::entityOf(change));
+         if (change.attributeId == Stem::kivTypeImpl.field(std::string_view("byNumber"))->fieldId &&
              change.oldValue != nullptr) {
             ++erased;
             of.byNumberIs(3, "three");
@@ -335,7 +335,7 @@ TEST_F(StreamFlowOut, AQueueOfWhichNothingWasToldIsToldFromItsFront) {
    root->samplesEnq(2);
    root->samplesDeq();
    source.take();
-   Kiv::AttributeId const samples = Root::kivTypeImpl.field(std::string_view("samples"))->fieldId;
+   Kiv::AttributeId const samples = Stem::kivTypeImpl.field(std::string_view("samples"))->fieldId;
    FlowOut flow(*root, false);
    flow.kivIsDirtyIs(samples, true);
    EXPECT_EQ(run(flow, 0), 0);
@@ -348,7 +348,7 @@ TEST_F(StreamFlowOut, AQueueOfWhichNothingWasToldIsToldFromItsFront) {
 
 TEST_F(StreamFlowOut, AFullOutputGivesTheIdToResumeAt) {
    // Four texts of this size fill the output; the fifth must wait, and so must what follows.
-   Kiv::AttributeId const text = Root::kivTypeImpl.field(std::string_view("text"))->fieldId;
+   Kiv::AttributeId const text = Stem::kivTypeImpl.field(std::string_view("text"))->fieldId;
    root->textIs(std::string(250000, 'x'));
    FlowOut flow(*root, false);
    for (int i = 0; i != 3; ++i) {
@@ -380,7 +380,7 @@ TEST_F(StreamFlowOut, ABookmarkIsTakenBackOnce) {
 
 TEST_F(StreamFlowOut, DirtyKeysAreKeptByCollection) {
    auto const flow = flowOut(false);
-   auto const& field = *Root::kivTypeImpl.field(std::string_view("byNumber"));
+   auto const& field = *Stem::kivTypeImpl.field(std::string_view("byNumber"));
    EXPECT_EQ(flow->dirtyKeys(field, false), nullptr);
    U32 const key = 5;
    flow->dirtyKeys(field, true)->insert(&key, false);
@@ -395,7 +395,7 @@ TEST_F(StreamFlowOut, StreamAdapterAnswersForOwnAndInheritedIdsOnly) {
    Sarn::Change const change{*root, 259, nullptr, nullptr, nullptr};
    EXPECT_EQ(stream->streamAdapterOnAttribute(adapter, 259, &change), 1);
    EXPECT_EQ(source.sent(), "set 01000000.259 c8");
-   Kiv::AttributeId const secret = Root::kivTypeImpl.field(std::string_view("secret"))->fieldId;
+   Kiv::AttributeId const secret = Stem::kivTypeImpl.field(std::string_view("secret"))->fieldId;
    EXPECT_EQ(stream->streamAdapterOnAttribute(adapter, secret, &change), 1);
    EXPECT_EQ(stream->streamAdapterOnAttribute(adapter, 9999, &change), 0);
    EXPECT_EQ(source.sent(), "");

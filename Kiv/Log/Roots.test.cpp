@@ -5,7 +5,7 @@
 #include "Kiv/Log/Wire.h"
 #include "Kiv/NboAttrLogSession.h"
 #include "KivTest/TestTypes/Hedge.h"
-#include "KivTest/TestTypes/Root.h"
+#include "KivTest/TestTypes/Stem.h"
 
 namespace Kiv::NboAttrLog {
 namespace {
@@ -47,12 +47,12 @@ struct Pair {
 
 TEST(Session, TellsWhatRootsThePeerOffersInTheirOrder) {
    Pair pair;
-   pair.server.rootIs(KivTest::rootFactory("b/root"));
+   pair.server.rootIs(KivTest::stemFactory("b/root"));
    pair.server.rootIs(KivTest::hedgeFactory("a/hedge"));
    pair.a.rootsAsk();
    pair.run();
    EXPECT_EQ(pair.listener.answers, 1);
-   EXPECT_EQ(pair.listener.text, "KivTest::Root=b/root KivTest::Hedge=a/hedge ");
+   EXPECT_EQ(pair.listener.text, "KivTest::Stem=b/root KivTest::Hedge=a/hedge ");
 }
 
 TEST(Session, TellsThatThePeerOffersNoRoots) {
@@ -72,7 +72,7 @@ TEST(Session, TellsOfAsManyRootsAsALongestValueOrMessageHolds) {
       limits.longestValue = longestValue;
       Pair pair(limits);
       for (int i = 0; i != 50; ++i) {  // 30 bytes each in the answer
-         pair.server.rootIs(KivTest::rootFactory("root/" + std::to_string(1000 + i)));
+         pair.server.rootIs(KivTest::stemFactory("root/" + std::to_string(1000 + i)));
       }
       pair.a.rootsAsk();
       pair.run();
@@ -88,9 +88,9 @@ TEST(Session, TellsOfAsManyRootsAsALongestValueOrMessageHolds) {
 
 TEST(Session, RootsThatAreOnlyMirroredAreNotOffered) {
    Pair pair;
-   pair.server.rootIs(KivTest::rootFactory("root"));
+   pair.server.rootIs(KivTest::stemFactory("root"));
    pair.run();
-   pair.a.mountIs(KivTest::rootFactory("root"), MountMode::writer);
+   pair.a.mountIs(KivTest::stemFactory("root"), MountMode::writer);
    pair.a.rootsAsk();
    pair.run();
    Roots atServer;

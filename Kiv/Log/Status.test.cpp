@@ -55,7 +55,7 @@ TEST_F(StreamStatus, OfAPeerThatKeepsUp) {
    EXPECT_EQ(now.dirtyEntities + now.dirtyAttributes + now.dirtyKeys, 0u);
    EXPECT_EQ(now.stats.changesDeferred, 0u);
    ASSERT_EQ(now.roots.size(), 1u);
-   EXPECT_EQ(now.roots[0].root.type, "KivTest::Root");
+   EXPECT_EQ(now.roots[0].root.type, "KivTest::Stem");
    EXPECT_EQ(now.roots[0].root.name, "test");
    EXPECT_EQ(now.roots[0].mode, MountMode::reader);
    EXPECT_TRUE(now.roots[0].complete);

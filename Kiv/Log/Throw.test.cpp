@@ -8,7 +8,7 @@ using namespace StreamTesting;
 namespace {
 
 U16 idOf(std::string_view name) {
-   return Root::kivTypeImpl.field(name)->fieldId;
+   return Stem::kivTypeImpl.field(name)->fieldId;
 }
 
 /// Throws an exception of the framework's at every change here or below.
@@ -100,10 +100,10 @@ TEST_F(StreamThrow, AnObserversExceptionComesOutAndTheNextCallAppliesTheRest) {
 
 TEST_F(StreamThrow, WhateverItIsTheSessionSaysThatBytesMayWait) {
    struct Other final : Kiv::Observer {
-      explicit Other(Root& observed) : root(observed) { root.observerAdd(*this); }
+      explicit Other(Stem& observed) : root(observed) { root.observerAdd(*this); }
       ~Other() { root.observerDel(*this); }
       void onChange(Kiv::Change const&) override { throw 7; }
-      Root& root;
+      Stem& root;
    } const other(*copy);
    Bytes const both = concat(make(Opcode::set, "u8", {7}), make(Opcode::set, "s8", {1}));
    EXPECT_THROW(mirror.receive(both), int);
@@ -118,14 +118,14 @@ TEST_F(StreamThrow, WhateverItIsTheSessionSaysThatBytesMayWait) {
 
 TEST_F(StreamThrow, AnExceptionOfASetterThatAnObserverCallsIsTheObservers) {
    struct Follower final : Kiv::Observer {
-      explicit Follower(Root& observed) : root(observed) { root.observerAdd(*this); }
+      explicit Follower(Stem& observed) : root(observed) { root.observerAdd(*this); }
       ~Follower() { root.observerDel(*this); }
       void onChange(Kiv::Change const& change) override {
          if (change.attributeId == idOf("u8")) {
             root.dialIs(root.u8());
          }
       }
-      Root& root;
+      Stem& root;
    } const follower(*copy);
    EXPECT_THROW(mirror.receive(make(Opcode::set, "u8", {7})), Kiv::RangeException);
    EXPECT_FALSE(mirror.session->closed());
@@ -137,12 +137,12 @@ TEST_F(StreamThrow, AnExceptionOfASetterThatAnObserverCallsIsTheObservers) {
 TEST_F(StreamThrow, AFaultBehindAnExceptionThatAnObserverHasCaughtClosesTheSession) {
    Thrower const thrower(*copy->coreIs());
    struct Catcher final : Kiv::Observer {
-      explicit Catcher(Root& observed) : root(observed) { root.observerAdd(*this); }
+      explicit Catcher(Stem& observed) : root(observed) { root.observerAdd(*this); }
       ~Catcher() { root.observerDel(*this); }
       void onChange(Kiv::Change const&) override {
          EXPECT_THROW(root.core()->temperatureIs(root.core()->temperature() + 1), Kiv::Exception);
       }
-      Root& root;
+      Stem& root;
    } const catcher(*copy);
    mirror.receive(concat(make(Opcode::set, "u8", {7}), make(Opcode::set, "dial", {99})));
    EXPECT_NE(mirror.session->closeReason().find("maxDial not allowed"), std::string::npos);
@@ -208,7 +208,7 @@ TEST_F(StreamThrow, AReaderForgetsAChildThatIsRemoved) {
 
 TEST_F(StreamThrow, AChildThatAnObserverRemovesAndThrowsIsNobody) {
    struct Remover final : Kiv::Observer {
-      explicit Remover(Root& observed) : root(observed) { root.observerAdd(*this); }
+      explicit Remover(Stem& observed) : root(observed) { root.observerAdd(*this); }
       ~Remover() { root.observerDel(*this); }
       void onChange(Kiv::Change const& change) override {
          if (change.attributeId == idOf("leaf") && change.oldValue == nullptr) {
@@ -216,7 +216,7 @@ TEST_F(StreamThrow, AChildThatAnObserverRemovesAndThrowsIsNobody) {
             throw Kiv::Exception("the observer's own");
          }
       }
-      Root& root;
+      Stem& root;
    } const remover(*copy);
    root->leafIs(1, true, KivTest::Opaque(1.0))->ticksInc(1);
    EXPECT_THROW(mirror.receive(source.take()), Kiv::Exception);
@@ -315,7 +315,7 @@ TEST_F(StreamThrow, AListenersExceptionComesOutToo) {
    Hub hub;
    Session session(hub, &listener);
    source.connect();
-   Sarn::Ptr<Root> const again = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const again = KivTest::stemFactory("test");
    Mount const& made = session.mountIs(again);
    session.rootsAsk();
    session.syncIs(1);
@@ -336,8 +336,8 @@ TEST_F(StreamThrow, AMountThatNobodyCouldDecideIsRefused) {
    Session session(source.hub, &listener);
    Hub hub;
    Session asking(hub);
-   Mount const& there = asking.mountIs(KivTest::rootFactory("test"));
-   Mount const& absent = asking.mountIs(KivTest::rootFactory("absent"));
+   Mount const& there = asking.mountIs(KivTest::stemFactory("test"));
+   Mount const& absent = asking.mountIs(KivTest::stemFactory("absent"));
    EXPECT_EQ(thrownBy(asking, outputOf(session)), "nothing");
    EXPECT_EQ(thrownBy(session, outputOf(asking)), "onMountAsked");
    EXPECT_EQ(thrownBy(session, {}), "onMountRefused");

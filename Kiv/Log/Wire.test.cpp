@@ -30,7 +30,7 @@ protected:
       return all;
    }
    static U16 idOf(char const* name) {
-      return Root::kivTypeImpl.field(std::string_view(name))->fieldId;
+      return Stem::kivTypeImpl.field(std::string_view(name))->fieldId;
    }
    static std::string at(char const* opcode, char const* name, char const* body) {
       return std::string(opcode) + " " + std::to_string(idOf(name)) + (*body != '\0' ? " " : "") +
@@ -203,9 +203,9 @@ TEST_F(StreamWire, OwnAttributesThatAreNotStreamedWriteNothingWithObserversToo) 
 
 TEST_F(StreamWire, AChangeMadeInsideAnObserverIsWrittenAfterTheOneThatItWasToldOf) {
    struct Answer final : Kiv::Observer {
-      explicit Answer(Root& answering) : root(answering) {}
+      explicit Answer(Stem& answering) : root(answering) {}
       void onChange(Kiv::Change const&) override { root.u16Is(root.u8()); }
-      Root& root;
+      Stem& root;
    } answer(*root);
    auto const leaf = root->leafIs(1, true, KivTest::Opaque(1));
    carry();
@@ -227,7 +227,7 @@ TEST_F(StreamWire, AnUnchangedValueWritesNothing) {
 
 TEST_F(StreamWire, SeveralReadersGetTheSameBytes) {
    End second;
-   auto const third = KivTest::rootFactory("test");
+   auto const third = KivTest::stemFactory("test");
    Session more(source.hub);
    Bytes hello(more.output().begin, more.output().begin + more.output().size);
    second.receive(hello);

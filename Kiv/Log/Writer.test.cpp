@@ -19,7 +19,7 @@ protected:
 };
 
 U16 idOf(std::string_view name) {
-   return Root::kivTypeImpl.field(name)->fieldId;
+   return Stem::kivTypeImpl.field(name)->fieldId;
 }
 
 TEST_F(StreamWriter, BindsTheEntityOnceAndSaysWhatItHadSeen) {
@@ -144,7 +144,7 @@ TEST_F(StreamWriter, AnElementTakenOnBothSidesIsGoneOnce) {
 
 TEST_F(StreamWriter, TwoWritersThatDisagreeEndWithTheSame) {
    End other;
-   auto const third = KivTest::rootFactory("test");
+   auto const third = KivTest::stemFactory("test");
    Session more(source.hub);
    other.session->mountIs(third, MountMode::writer);
    auto const carryAll = [&] {
@@ -171,7 +171,7 @@ TEST_F(StreamWriter, TwoWritersThatDisagreeEndWithTheSame) {
 
 TEST_F(StreamWriter, WhatAnObserverAtTheSourceMakesOfAChangeComesBack) {
    struct Clamp : Kiv::Observer {
-      explicit Clamp(Root& r) : root(r) {}
+      explicit Clamp(Stem& r) : root(r) {}
       void onChange(Kiv::Change const& change) override {
          if (change.attributeId == idOf("u16") && root.u16() > 100) {
             root.u16Is(100);
@@ -180,7 +180,7 @@ TEST_F(StreamWriter, WhatAnObserverAtTheSourceMakesOfAChangeComesBack) {
             root.leaf(1)->ticksIs(11);
          }
       }
-      Root& root;
+      Stem& root;
    } clamp(*root);
    root->observerAdd(clamp);
    copy->u16Is(500);
@@ -193,13 +193,13 @@ TEST_F(StreamWriter, WhatAnObserverAtTheSourceMakesOfAChangeComesBack) {
 
 TEST_F(StreamWriter, AChildThatAnObserverRemovesAtOnceIsRemovedAtTheWriter) {
    struct Refuse : Kiv::Observer {
-      explicit Refuse(Root& r) : root(r) {}
+      explicit Refuse(Stem& r) : root(r) {}
       void onChange(Kiv::Change const& change) override {
          if (change.attributeId == idOf("leaf")) {
             root.leafDel(1);
          }
       }
-      Root& root;
+      Stem& root;
    } refuse(*root);
    root->observerAdd(refuse);
    copy->leafIs(1, true, KivTest::Opaque(1));
@@ -236,9 +236,9 @@ TEST_F(StreamWriter, LocalChangesDuringAReplayStay) {
 
 TEST_F(StreamWriter, RunningRemovalsLeaveNothingBehindWhenTheOwnerGoesMeanwhile) {
    struct Chain : Kiv::Observer {
-      explicit Chain(Root& r) : root(r) {}
+      explicit Chain(Stem& r) : root(r) {}
       void onChange(Kiv::Change const&) override { root.leafDel(1); }
-      Root& root;
+      Stem& root;
    } chain(*root);
    auto leaf = root->leafIs(1, true, KivTest::Opaque(1));
    leaf->twigIs(KivTest::Level::low);

@@ -68,14 +68,14 @@ TEST_F(StreamZero, ASingleAttributeIsTheSourcesAfterChangesThatTheMirrorHasMisse
 
 TEST_F(StreamZero, AnObserversSettersKeepToTheirRule) {
    struct Follower final : Kiv::Observer {
-      explicit Follower(Root& observed) : root(observed) { root.observerAdd(*this); }
+      explicit Follower(Stem& observed) : root(observed) { root.observerAdd(*this); }
       ~Follower() { root.observerDel(*this); }
       void onChange(Kiv::Change const& change) override {
          if (change.attributeId == 268) {
             root.waitIs(-0.0);
          }
       }
-      Root& root;
+      Stem& root;
    };
    root->preciseIs(0.0);
    root->waitIs(0.0);
@@ -122,7 +122,7 @@ TEST_F(StreamZero, AReplayIntoAnOldMirrorBringsTheSourcesZero) {
 
 TEST_F(StreamZero, ARelayPassesItOn) {
    End behind;
-   Sarn::Ptr<Root> const last = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const last = KivTest::stemFactory("test");
    mirror.hub.rootIs(copy);
    Session server(mirror.hub);
    Session client(behind.hub);

@@ -54,11 +54,11 @@ mirror-maps: 7 messages
 mirror-named: 5 messages
 mirror-no-module: 1 messages, message 1 for entity 0, attribute 0: the peer has none of the modules that are loaded here at offset 16
 mirror-other-hash: 1 messages, message 1 for entity 0, attribute 0: module TestTypes has hash 1 at the peer, 7e57ab1e here at offset 29
-mirror-parts: 9 messages, r.flag (KivTest::Root, 258): a message of kind 8 comes between the parts of another at offset 0
-mirror-parts-bound: 3 messages, r.text (KivTest::Root, 270): a message of 2049 bytes in parts exceeds the bound of 2048 at offset 1
-mirror-parts-order: 4 messages, r.text (KivTest::Root, 270): a part begins at 5, where 3 bytes have come at offset 5
+mirror-parts: 9 messages, r.flag (KivTest::Stem, 258): a message of kind 8 comes between the parts of another at offset 0
+mirror-parts-bound: 3 messages, r.text (KivTest::Stem, 270): a message of 2049 bytes in parts exceeds the bound of 2048 at offset 1
+mirror-parts-order: 4 messages, r.text (KivTest::Stem, 270): a part begins at 5, where 3 bytes have come at offset 5
 mirror-queue: 6 messages
-mirror-range: 3 messages, r.dial (KivTest::Root, 275): KivTest::Root::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not allowed
+mirror-range: 3 messages, r.dial (KivTest::Stem, 275): KivTest::Stem::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not allowed
 mirror-replay: 11 messages
 mirror-sessions: 3 messages, message 23 for entity 0, attribute 257: nobody has asked for the sessions at offset 0
 mirror-unknown-module: 1 messages, message 1 for entity 0, attribute 0: the peer has none of the modules that are loaded here at offset 45
@@ -111,7 +111,7 @@ block-place: 6 frames, 77 messages, complete; at 2048: block 1 stands in the pla
 block-size: 2 frames, 41 messages, complete; at 1024: the header of a block is damaged
 cut: 11 frames, 114 messages, complete; at 3132: it ends within a frame
 damaged: 11 frames, 114 messages, complete; at 3132: the checksum of a frame does not fit
-damaged-put-right: 24 frames, 115 messages, complete, closed; not played: r.s64 (KivTest::Root, 266): there is no message of this kind at offset 0
+damaged-put-right: 24 frames, 115 messages, complete, closed; not played: r.s64 (KivTest::Stem, 266): there is no message of this kind at offset 0
 empty: 0 frames, 0 messages; at 0: it does not begin as a recording of version 2
 foreign-block: 6 frames, 77 messages, complete; at 2048: a block of file 2 stands in file 1
 forged-snapshot: 6 frames, 77 messages, complete; at 2048: the header of a block has the last snapshot at byte 61, where none begins

@@ -113,7 +113,7 @@ TEST_F(Recording, AppliesAFrameWholeThoughAnObserverThrows) {
    struct Thrower final : Kiv::Observer {
       void onChange(Kiv::Change const&) override { throw Kiv::Exception("mine"); }
    } thrower;
-   Sarn::Ptr<Root> const played = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const played = KivTest::stemFactory("test");
    played->observerAdd(thrower);
    Player player([&](OfferedRoot const&) { return Sarn::Ptr<Kiv::NamedEntity>(played.get()); });
    Source source(bytes);
@@ -220,7 +220,7 @@ TEST_F(Recording, OfABoundedSizeGoesOnInANewFileThatStandsAlone) {
       ASSERT_LT(++turns, 10'000u);
    }
    closed();
-   Sarn::Ptr<Root> const empty = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const empty = KivTest::stemFactory("test");
    U64 files = 0;
    for (Bytes const& file : memory.files) {
       EXPECT_LE(file.size(), options.fileSize);
@@ -300,19 +300,19 @@ TEST_F(Recording, EndsWhenTheDiskIsFullAndIsReadUpToThere) {
 
 TEST_F(Recording, ARootThatIsOfferedLaterComesWithTheNextSnapshot) {
    record();
-   Sarn::Ptr<Root> const other = KivTest::rootFactory("other");
+   Sarn::Ptr<Stem> const other = KivTest::stemFactory("other");
    hub.rootIs(other);
    other->u8Is(8);
    recorder->snapshotIs();
    turn();
    other->u8Is(9);
-   hub.rootDel("KivTest::Root", "test");
+   hub.rootDel("KivTest::Stem", "test");
    turn();
    Player player(make);
    EXPECT_EQ(playAll(closed(), player), "");
    ASSERT_EQ(player.roots().size(), 2u);
    EXPECT_EQ(player.roots()[1]->nameString(), "other");
-   EXPECT_EQ(static_cast<Root&>(*player.roots()[1]).u8(), 9);
+   EXPECT_EQ(static_cast<Stem&>(*player.roots()[1]).u8(), 9);
    EXPECT_TRUE(player.complete());
 }
 
@@ -363,7 +363,7 @@ TEST_F(Recording, PlaysIntoATreeThatOthersMirror) {
    root->u8Is(77);
    turn();
    Bytes const bytes = closed();
-   Sarn::Ptr<Root> const live = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const live = KivTest::stemFactory("test");
    live->leafIs(9, true, KivTest::Opaque(9));  // did not exist when it was recorded
    Hub liveHub;
    liveHub.rootIs(live);
@@ -376,7 +376,7 @@ TEST_F(Recording, OfATypeThatIsNotKnownSaysSo) {
    record();
    Bytes const bytes = closed();
    Player player([](OfferedRoot const&) { return Sarn::Ptr<Kiv::NamedEntity>(); });
-   EXPECT_EQ(playAll(bytes, player), "the type KivTest::Root of the root test is not known here");
+   EXPECT_EQ(playAll(bytes, player), "the type KivTest::Stem of the root test is not known here");
 }
 
 TEST_F(Recording, ChangesBeforeASnapshotAreRefused) {
@@ -396,7 +396,7 @@ TEST(RecordingPlayer, TakesAsManyRootsAsTheBoundSaysAndNotOneMore) {
       Kiv::NboAttrLog::Out out(body.data(), body.size());
       out.writeU32(count);
       for (U32 i = 0; i != count; ++i) {
-         out.writeString("KivTest::Root");
+         out.writeString("KivTest::Stem");
          out.writeString(std::to_string(i));
       }
       EXPECT_EQ(out.room(), 0u);

@@ -415,7 +415,7 @@ TEST_F(RecordingForged, ASnapshotMayEndABlockButNotLieInAHeader) {
    block(last);
    EXPECT_EQ(readBehindSeek(), "487 to 572: ");
    // From byte 24 on the header of block 1 reads as a frame as well: the file's number as size and
-   // checksum, the snapshot's place as kind and time, and zeros as the other time and no roots.
+   // checksum, the snapshot's offset as kind and time, and zeros as the other time and no roots.
    BlockHeader forged{blockSize, 1, 0, U64(FrameKind::snapshot) << 56, {}};
    std::array<U8, blockHeaderSize> header;
    Kiv::NboAttrLog::writeBlockHeader(header.data(), forged);
@@ -435,16 +435,16 @@ TEST_F(RecordingForged, ASnapshotMayEndABlockButNotLieInAHeader) {
 TEST_F(RecordingForged, ASnapshotThatGoesOnInTheNextBlockIsNone) {
    block();
    frameUpTo(9);
-   std::size_t const place = bytes.size();
+   std::size_t const begin = bytes.size();
    bytes.resize(blockSize);
    block();
    frameUpTo(0);
-   // Size, checksum and kind stand at the end of the block, times and body in the next header.
-   bytes[place + 3] = noRoots;
-   bytes[place + 8] = static_cast<U8>(FrameKind::snapshot);
-   U32 const checksum = Kiv::NboAttrLog::crc32c(bytes.data() + place + 8, 17 + noRoots);
-   Kiv::NboAttrLog::Out(bytes.data() + place + 4, 4).writeU32(checksum);
-   block(place);
+   // Size, checksum and kind are at the end of the block, times and body in the next header.
+   bytes[begin + 3] = noRoots;
+   bytes[begin + 8] = static_cast<U8>(FrameKind::snapshot);
+   U32 const checksum = Kiv::NboAttrLog::crc32c(bytes.data() + begin + 8, 17 + noRoots);
+   Kiv::NboAttrLog::Out(bytes.data() + begin + 4, 4).writeU32(checksum);
+   block(begin);
    EXPECT_EQ(readBehindSeek(),
              "to 1024: the header of a block has the last snapshot at byte 503, where none begins");
 }

@@ -66,7 +66,7 @@ Kiv::NboAttrLog::RecorderOptions options() {
 }
 
 Sarn::Ptr<Kiv::NamedEntity> make(OfferedRoot const& root) {
-   return Sarn::Ptr<Kiv::NamedEntity>(KivTest::rootFactory(root.name).get());
+   return Sarn::Ptr<Kiv::NamedEntity>(KivTest::stemFactory(root.name).get());
 }
 
 /// Plays the source, with failures armed or not; returns why it cannot be played.
@@ -166,7 +166,7 @@ TEST(OutOfMemory, OfRecordingIntoFiles) {
 TEST(OutOfMemory, OfPlaying) {
    // Recorded once for all points, since they all play the same.
    static Memory memory;
-   Sarn::Ptr<Root> const root = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const root = KivTest::stemFactory("test");
    {
       Hub hub(narrow());
       hub.rootIs(Sarn::Ptr<Kiv::NamedEntity>(root.get()));

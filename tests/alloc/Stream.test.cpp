@@ -77,7 +77,7 @@ public:
 
    /// Checks, with memory available again, that the mirror equals the root, or that the session is
    /// closed with a reason and the mirror equals the root after a new session.
-   void settle(Root& root, char const* when) {
+   void settle(Stem& root, char const* when) {
       carry(false);
       bool const mounted = ends_ != nullptr && !ends_->theirs->mounts().empty();
       bool const closed = mounted && (ends_->theirs->closed() || ends_->ours->closed());
@@ -105,7 +105,7 @@ public:
       }
    }
 
-   Sarn::Ptr<Root> copy = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> copy = KivTest::stemFactory("test");
 
 private:
    struct Ends {
@@ -120,7 +120,7 @@ private:
          findings_.bad(std::string(when) + ": closed with '" + session.closeReason() + "'");
       }
    }
-   void compare(Root& root, char const* when) {
+   void compare(Stem& root, char const* when) {
       findings_.badIf(std::string(when) + ", the mirror", KivTest::firstDifference(root, *copy));
       findings_.badIf(std::string(when) + ", the mirror",
                       badLink(*copy, writesBack(mode_) && !ends_->theirs->closed(), 2));
@@ -216,7 +216,7 @@ void fill(World& world) {
       make(*world.twins.twin);
    };
    changeEverything(both);
-   both("", [](Root& r) {
+   both("", [](Stem& r) {
       for (int i = 0; i != 12; ++i) {
          r.byNumberIs(static_cast<U32>(i), longText(i));
          r.byTextIs(longText(i), 5);
@@ -241,11 +241,11 @@ TEST(OutOfMemory, OfMounting) {
       world.carry(true);
       world.settle("questions");
       Sarn::Ptr<Kiv::NamedEntity> given;
-      if (!attempt([&] { given = world.hub.rootDel("KivTest::Root", "test"); })) {
+      if (!attempt([&] { given = world.hub.rootDel("KivTest::Stem", "test"); })) {
          if (world.hub.roots().empty()) {
             findings.bad("rootDel has thrown, but the root is gone");
          }
-         world.hub.rootDel("KivTest::Root", "test");
+         world.hub.rootDel("KivTest::Stem", "test");
       }
       world.carry(true);
       world.reader.cut();
@@ -323,7 +323,7 @@ TEST(OutOfMemory, OfFallingBehindAndCatchingUp) {
       for (int round = 0; round != 2; ++round) {
          world.twins.change(
                "many",
-               [round](Root& r) {
+               [round](Stem& r) {
                   for (int i = 0; i != 20; ++i) {
                      r.byNumberIs(static_cast<U32>(i), longText(i + 100 * round));
                   }
@@ -333,7 +333,7 @@ TEST(OutOfMemory, OfFallingBehindAndCatchingUp) {
          catchUp("made");
          world.twins.change(
                "many",
-               [round](Root& r) {
+               [round](Stem& r) {
                   for (int i = 0; i != 20; ++i) {
                      r.byTextIs(longText(i), static_cast<U64>(round));
                   }

@@ -12,23 +12,23 @@ namespace {
 
 TEST(OutOfMemory, OfATree) {
    everyPoint(10, [](Findings& findings) {
-      Sarn::Ptr<Root> made;
-      attempt([&] { made = KivTest::rootFactory(longText(0)); });
+      Sarn::Ptr<Stem> made;
+      attempt([&] { made = KivTest::stemFactory(longText(0)); });
       Twins twins(findings);
       auto const change = [&](auto... a) { twins.change(a...); };
       changeEverything(change);
       removeEverything(change);
-      twins.change("leafIs", [](Root& r) { r.leafIs(1, true, KivTest::Opaque(1)); });
+      twins.change("leafIs", [](Stem& r) { r.leafIs(1, true, KivTest::Opaque(1)); });
       twins.change(
             "leafIs with twigs",
-            [](Root& r) {
+            [](Stem& r) {
                for (auto const level : {KivTest::Level::low, KivTest::Level::high}) {
                   r.leafIs(2, true, KivTest::Opaque(1))->twigIs(level);
                }
             },
             Change::byParts);
       twins.change(
-            "leafDelAll", [](Root& r) { r.leafDelAll(); }, Change::byParts);
+            "leafDelAll", [](Stem& r) { r.leafDelAll(); }, Change::byParts);
    });
 }
 
@@ -39,32 +39,32 @@ template <class Is, class Del, class DelAll>
 void growAndShrink(Findings& findings, Is is, Del del, DelAll delAll) {
    Twins twins(findings);
    for (int i = 0; i != many; ++i) {
-      twins.change("growing", [=](Root& r) { is(r, i); });
+      twins.change("growing", [=](Stem& r) { is(r, i); });
    }
    for (int i = 0; i != many; ++i) {
-      twins.change("shrinking", [=](Root& r) { del(r, i); });
+      twins.change("shrinking", [=](Stem& r) { del(r, i); });
    }
    for (int i = 0; i != 5; ++i) {
-      twins.change("growing again", [=](Root& r) { is(r, i); });
+      twins.change("growing again", [=](Stem& r) { is(r, i); });
    }
    twins.change(
-         "emptying", [=](Root& r) { delAll(r); }, Change::byParts);
+         "emptying", [=](Stem& r) { delAll(r); }, Change::byParts);
 }
 
 TEST(OutOfMemory, OfAMapOfTexts) {
    everyPoint(many, [](Findings& findings) {
       growAndShrink(
-            findings, [](Root& r, int i) { r.byNumberIs(static_cast<U32>(i), longText(i)); },
-            [](Root& r, int i) { r.byNumberDel(static_cast<U32>(i)); },
-            [](Root& r) { r.byNumberDelAll(); });
+            findings, [](Stem& r, int i) { r.byNumberIs(static_cast<U32>(i), longText(i)); },
+            [](Stem& r, int i) { r.byNumberDel(static_cast<U32>(i)); },
+            [](Stem& r) { r.byNumberDelAll(); });
    });
 }
 
 TEST(OutOfMemory, OfAMapByText) {
    everyPoint(many, [](Findings& findings) {
       growAndShrink(
-            findings, [](Root& r, int i) { r.byTextIs(longText(i), static_cast<U64>(i)); },
-            [](Root& r, int i) { r.byTextDel(longText(i)); }, [](Root& r) { r.byTextDelAll(); });
+            findings, [](Stem& r, int i) { r.byTextIs(longText(i), static_cast<U64>(i)); },
+            [](Stem& r, int i) { r.byTextDel(longText(i)); }, [](Stem& r) { r.byTextDelAll(); });
    });
 }
 
@@ -72,11 +72,11 @@ TEST(OutOfMemory, OfAMapByValue) {
    everyPoint(4, [](Findings& findings) {
       growAndShrink(
             findings,
-            [](Root& r, int i) {
+            [](Stem& r, int i) {
                r.byPairIs(KivTest::Pair(static_cast<U32>(i), 1), KivTest::Pair(1, 1));
             },
-            [](Root& r, int i) { r.byPairDel(KivTest::Pair(static_cast<U32>(i), 1)); },
-            [](Root& r) { r.byPairDelAll(); });
+            [](Stem& r, int i) { r.byPairDel(KivTest::Pair(static_cast<U32>(i), 1)); },
+            [](Stem& r) { r.byPairDelAll(); });
    });
 }
 
@@ -84,21 +84,21 @@ TEST(OutOfMemory, OfAMapWithItsKeysInside) {
    everyPoint(many, [](Findings& findings) {
       growAndShrink(
             findings,
-            [](Root& r, int i) {
+            [](Stem& r, int i) {
                r.recordIs(KivTest::Record(static_cast<U32>(i), KivTest::Pair(1, 1), {}, longText(i),
                                           KivTest::Colour::red, 9));
             },
-            [](Root& r, int i) { r.recordDel(static_cast<U32>(i)); },
-            [](Root& r) { r.recordDelAll(); });
+            [](Stem& r, int i) { r.recordDel(static_cast<U32>(i)); },
+            [](Stem& r) { r.recordDelAll(); });
    });
 }
 
 TEST(OutOfMemory, OfAnOrderedMap) {
    everyPoint(many, [](Findings& findings) {
       growAndShrink(
-            findings, [](Root& r, int i) { r.sortedTextIs(longText(i), KivTest::Colour::red); },
-            [](Root& r, int i) { r.sortedTextDel(longText(i)); },
-            [](Root& r) { r.sortedTextDelAll(); });
+            findings, [](Stem& r, int i) { r.sortedTextIs(longText(i), KivTest::Colour::red); },
+            [](Stem& r, int i) { r.sortedTextDel(longText(i)); },
+            [](Stem& r) { r.sortedTextDelAll(); });
    });
 }
 
@@ -107,9 +107,9 @@ TEST(OutOfMemory, OfChildren) {
    everyPoint(Sarn::slabPassesThrough ? 4 : 1, [](Findings& findings) {
       growAndShrink(
             findings,
-            [](Root& r, int i) { r.leafIs(static_cast<U32>(i), true, KivTest::Opaque(1)); },
-            [](Root& r, int i) { r.leafDel(static_cast<U32>(i)); },
-            [](Root& r) { r.leafDelAll(); });
+            [](Stem& r, int i) { r.leafIs(static_cast<U32>(i), true, KivTest::Opaque(1)); },
+            [](Stem& r, int i) { r.leafDel(static_cast<U32>(i)); },
+            [](Stem& r) { r.leafDelAll(); });
    });
 }
 
@@ -162,7 +162,7 @@ struct Silent final : Kiv::Observer {
 
 TEST(OutOfMemory, OfObservers) {
    everyPoint(5, [](Findings& findings) {
-      Sarn::Ptr<Root> const root = KivTest::rootFactory("test");
+      Sarn::Ptr<Stem> const root = KivTest::stemFactory("test");
       Sarn::Ptr<KivTest::Leaf> const leaf = root->leafIs(1, true, KivTest::Opaque(1));
       std::array<Silent, 12> observers;
       std::array<bool, 12> added{};
@@ -224,7 +224,7 @@ TEST(OutOfMemory, OfTheGenericInterface) {
          if (field.kind != Kiv::MemberKind::single) {
             return;
          }
-         twins.change(field.name, [&](Root& r) {
+         twins.change(field.name, [&](Stem& r) {
             Kiv::AnyValue value(*field.type);
             r.kivType().genericIfAttributeOp(value.room(), &static_cast<Kiv::Entity&>(r), &field, 0,
                                              nullptr, nullptr);
@@ -241,7 +241,7 @@ TEST(OutOfMemory, OfTheGenericInterface) {
       });
       Kiv::forEachField(type, [&](Kiv::FieldDescriptor const& field) {
          if (field.ops != nullptr && field.ops->collection != nullptr) {
-            twins.change(field.name, [&](Root& r) {
+            twins.change(field.name, [&](Stem& r) {
                Kiv::IteratorStorage storage;
                Kiv::CollectionIterator* const at = field.ops->collection->iterator(r, storage);
                struct End {
@@ -258,7 +258,7 @@ TEST(OutOfMemory, OfTheGenericInterface) {
 }
 
 TEST(OutOfMemory, OfAVisitLeavesNoIteratorBehind) {
-   Sarn::Ptr<Root> const root = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> const root = KivTest::stemFactory("test");
    for (U32 i = 0; i != 10; ++i) {
       root->leafIs(i, true, KivTest::Opaque(1));
    }

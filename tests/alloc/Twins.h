@@ -11,7 +11,7 @@
 
 namespace AllocTesting {
 
-using KivTest::Root;
+using KivTest::Stem;
 
 /// The changes that an observer of a whole tree has seen, stored without allocations.
 class Heard final : public Kiv::Observer {
@@ -117,8 +117,8 @@ public:
       forget();
    }
 
-   Sarn::Ptr<Root> root = KivTest::rootFactory("test");
-   Sarn::Ptr<Root> twin = KivTest::rootFactory("test");
+   Sarn::Ptr<Stem> root = KivTest::stemFactory("test");
+   Sarn::Ptr<Stem> twin = KivTest::stemFactory("test");
    /// Whether the root is in a hub, and how many users an entity below it may have.
    bool streamed = false;
    U32 mostUsers = 1;
@@ -141,58 +141,58 @@ inline std::string longText(int i) {
 /// Changes to every kind of member except queues, whose allocations must not fail.
 template <class Change_>
 void changeEverything(Change_&& change) {
-   change("u32Is", [](Root& r) { r.u32Is(7); });
-   change("textIs", [](Root& r) { r.textIs(longText(1)); });
-   change("textIs again", [](Root& r) { r.textIs(longText(22222)); });
-   change("pairIs", [](Root& r) { r.pairIs(KivTest::Pair(8, 9)); });
-   change("markIs", [](Root& r) { r.markIs(static_cast<U8>(3)); });
-   change("intfIs", [](Root& r) { r.intfIs(Dorn::IntfId("Ethernet1")); });
-   change("coreIs", [](Root& r) { r.coreIs(); });
-   change("labelIs", [](Root& r) { r.coreIs()->labelIs(longText(2)); });
-   change("badgeIs", [](Root& r) { r.badgeIs(longText(3)); });
-   change("badgeIs of another name", [](Root& r) { r.badgeIs(longText(4)); });
-   change("brightnessIs", [](Root& r) { r.badgeIs(longText(4))->brightnessIs(77); });
-   change("medalIs of another name", [](Root& r) { r.medalIs(longText(5)); });
-   change("leafIs", [](Root& r) { r.leafIs(1, true, KivTest::Opaque(1)); });
+   change("u32Is", [](Stem& r) { r.u32Is(7); });
+   change("textIs", [](Stem& r) { r.textIs(longText(1)); });
+   change("textIs again", [](Stem& r) { r.textIs(longText(22222)); });
+   change("pairIs", [](Stem& r) { r.pairIs(KivTest::Pair(8, 9)); });
+   change("markIs", [](Stem& r) { r.markIs(static_cast<U8>(3)); });
+   change("intfIs", [](Stem& r) { r.intfIs(Dorn::IntfId("Ethernet1")); });
+   change("coreIs", [](Stem& r) { r.coreIs(); });
+   change("labelIs", [](Stem& r) { r.coreIs()->labelIs(longText(2)); });
+   change("badgeIs", [](Stem& r) { r.badgeIs(longText(3)); });
+   change("badgeIs of another name", [](Stem& r) { r.badgeIs(longText(4)); });
+   change("brightnessIs", [](Stem& r) { r.badgeIs(longText(4))->brightnessIs(77); });
+   change("medalIs of another name", [](Stem& r) { r.medalIs(longText(5)); });
+   change("leafIs", [](Stem& r) { r.leafIs(1, true, KivTest::Opaque(1)); });
    change("twigIs",
-          [](Root& r) { r.leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::high); });
-   change("weightIs", [](Root& r) {
+          [](Stem& r) { r.leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::high); });
+   change("weightIs", [](Stem& r) {
       r.leafIs(1, true, KivTest::Opaque(1))->twigIs(KivTest::Level::high)->weightIs(2.5);
    });
-   change("recordIs", [](Root& r) {
+   change("recordIs", [](Stem& r) {
       r.recordIs(KivTest::Record(1, KivTest::Pair(1, 1), {}, longText(6), KivTest::Colour::red, 9));
    });
-   change("recordIs again", [](Root& r) {
+   change("recordIs again", [](Stem& r) {
       r.recordIs(KivTest::Record(1, KivTest::Pair(2, 2), static_cast<U8>(1), longText(77777),
                                  KivTest::Colour::blue, 9));
    });
-   change("byNumberIs", [](Root& r) { r.byNumberIs(1, longText(8)); });
-   change("byNumberIs again", [](Root& r) { r.byNumberIs(1, longText(99999)); });
-   change("byTextIs", [](Root& r) { r.byTextIs(longText(10), 1); });
-   change("byTextIs again", [](Root& r) { r.byTextIs(longText(10), 2); });
-   change("byPairIs", [](Root& r) { r.byPairIs(KivTest::Pair(1, 2), KivTest::Pair(3, 4)); });
-   change("byLevelIs", [](Root& r) { r.byLevelIs(KivTest::Level::high, true); });
-   change("sortedIs", [](Root& r) { r.sortedIs(1, longText(11)); });
-   change("sortedIs again", [](Root& r) { r.sortedIs(1, longText(12222)); });
-   change("sortedTextIs", [](Root& r) { r.sortedTextIs(longText(13), KivTest::Colour::red); });
+   change("byNumberIs", [](Stem& r) { r.byNumberIs(1, longText(8)); });
+   change("byNumberIs again", [](Stem& r) { r.byNumberIs(1, longText(99999)); });
+   change("byTextIs", [](Stem& r) { r.byTextIs(longText(10), 1); });
+   change("byTextIs again", [](Stem& r) { r.byTextIs(longText(10), 2); });
+   change("byPairIs", [](Stem& r) { r.byPairIs(KivTest::Pair(1, 2), KivTest::Pair(3, 4)); });
+   change("byLevelIs", [](Stem& r) { r.byLevelIs(KivTest::Level::high, true); });
+   change("sortedIs", [](Stem& r) { r.sortedIs(1, longText(11)); });
+   change("sortedIs again", [](Stem& r) { r.sortedIs(1, longText(12222)); });
+   change("sortedTextIs", [](Stem& r) { r.sortedTextIs(longText(13), KivTest::Colour::red); });
    change("sortedTextIs again",
-          [](Root& r) { r.sortedTextIs(longText(13), KivTest::Colour::blue); });
+          [](Stem& r) { r.sortedTextIs(longText(13), KivTest::Colour::blue); });
 }
 
 /// Undoes these changes.
 template <class Change_>
 void removeEverything(Change_&& change) {
-   change("recordDel", [](Root& r) { r.recordDel(1); });
-   change("byNumberDel", [](Root& r) { r.byNumberDel(1); });
-   change("byTextDel", [](Root& r) { r.byTextDel(longText(10)); });
-   change("byPairDel", [](Root& r) { r.byPairDel(KivTest::Pair(1, 2)); });
-   change("byLevelDel", [](Root& r) { r.byLevelDel(KivTest::Level::high); });
-   change("sortedDel", [](Root& r) { r.sortedDel(1); });
-   change("sortedTextDel", [](Root& r) { r.sortedTextDel(longText(13)); });
-   change("leafDel", [](Root& r) { r.leafDel(1); });
-   change("badgeDel", [](Root& r) { r.badgeDel(); });
-   change("coreDel", [](Root& r) { r.coreDel(); });
-   change("markIs", [](Root& r) { r.markIs({}); });
+   change("recordDel", [](Stem& r) { r.recordDel(1); });
+   change("byNumberDel", [](Stem& r) { r.byNumberDel(1); });
+   change("byTextDel", [](Stem& r) { r.byTextDel(longText(10)); });
+   change("byPairDel", [](Stem& r) { r.byPairDel(KivTest::Pair(1, 2)); });
+   change("byLevelDel", [](Stem& r) { r.byLevelDel(KivTest::Level::high); });
+   change("sortedDel", [](Stem& r) { r.sortedDel(1); });
+   change("sortedTextDel", [](Stem& r) { r.sortedTextDel(longText(13)); });
+   change("leafDel", [](Stem& r) { r.leafDel(1); });
+   change("badgeDel", [](Stem& r) { r.badgeDel(); });
+   change("coreDel", [](Stem& r) { r.coreDel(); });
+   change("markIs", [](Stem& r) { r.markIs({}); });
 }
 
 }  // namespace AllocTesting

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "Holt/Failure.h"
-#include "KivTest/TestTypes/Root.h"
+#include "KivTest/TestTypes/Stem.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
 #include "tools/ptpstate/top/View.h"
 
@@ -113,7 +113,7 @@ protected:
    void sample(double seconds) {
       now += std::chrono::duration_cast<TopTable::Time::duration>(
             std::chrono::duration<double>(seconds));
-      table.sample(topEntities(root, {{"KivTest::Root", "root"}, parseSteps(".leaf")}), now);
+      table.sample(topEntities(root, {{"KivTest::Stem", "root"}, parseSteps(".leaf")}), now);
    }
    /// "KEY: CELL, CELL" of each row.
    std::vector<std::string> rows() {
@@ -128,7 +128,7 @@ protected:
       return rows;
    }
 
-   Sarn::Ptr<KivTest::Root> root = KivTest::rootFactory("root");
+   Sarn::Ptr<KivTest::Stem> root = KivTest::stemFactory("root");
    TopTable table;
    TopTable::Time now;
 };
@@ -193,7 +193,7 @@ TEST_F(TopTableTest, SortsByAnyColumnBothWays) {
 
 TEST_F(TopTableTest, RefusesWhatIsNoEntity) {
    auto const entities = [this](char const* steps) {
-      return topEntities(root, {{"KivTest::Root", "root"}, parseSteps(steps)});
+      return topEntities(root, {{"KivTest::Stem", "root"}, parseSteps(steps)});
    };
    EXPECT_THROW(entities(".u8"), Failure);
    EXPECT_THROW(entities(".byNumber"), Failure);

@@ -6,7 +6,7 @@
 #include <regex>
 
 #include "Holt/State/Values.h"
-#include "KivTest/TestTypes/Root.h"
+#include "KivTest/TestTypes/Stem.h"
 
 namespace Ptpstate {
 
@@ -26,11 +26,11 @@ std::string rangeOf(std::string_view type, std::string_view name) {
 }
 
 TEST(TypeCatalog, FindsTheBoundsOfEverySetter) {
-   EXPECT_EQ(rangeOf("KivTest::Root", "dial"), "10..20");
-   EXPECT_EQ(rangeOf("KivTest::Root", "tick"), "-3..32767");
-   EXPECT_EQ(rangeOf("KivTest::Root", "knob"), "-2..2");
+   EXPECT_EQ(rangeOf("KivTest::Stem", "dial"), "10..20");
+   EXPECT_EQ(rangeOf("KivTest::Stem", "tick"), "-3..32767");
+   EXPECT_EQ(rangeOf("KivTest::Stem", "knob"), "-2..2");
    for (char const* const free : {"u8", "s8", "u64", "s64", "ratio", "precise", "mark", "text"}) {
-      EXPECT_EQ(rangeOf("KivTest::Root", free), "") << free;
+      EXPECT_EQ(rangeOf("KivTest::Stem", free), "") << free;
    }
 }
 
@@ -62,7 +62,7 @@ TEST(TypeCatalog, CallsATimeWhatItWasDeclared) {
 }
 
 TEST(TypeCatalog, TellsWhatAFreshObjectHas) {
-   for (MemberInfo const& member : membersOf(*Kiv::typeByName("KivTest::Root"))) {
+   for (MemberInfo const& member : membersOf(*Kiv::typeByName("KivTest::Stem"))) {
       std::string const name = member.field->name;
       if (name == "dial") {
          EXPECT_EQ(valueText(*member.initial), "15");

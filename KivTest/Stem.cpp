@@ -1,21 +1,21 @@
-#include "KivTest/TestTypes/Root.h"
+#include "KivTest/TestTypes/Stem.h"
 
 namespace KivTest {
 
-U64 Root::total() const {
+U64 Stem::total() const {
    return U64{count8()} + count32();
 }
 
-U32 Root::left() const {
+U32 Stem::left() const {
    return pair().first();
 }
 
-void Root::reset() {
+void Stem::reset() {
    count8Is(0);
    count32Is(0);
 }
 
-bool Root::above(Level level, U32 bound) const {
+bool Stem::above(Level level, U32 bound) const {
    switch (level) {
       case Level::low:
          return count8() > bound;
