@@ -18,9 +18,9 @@ class Session;
 ///     hub.rootIs(Ptp::configFactory("ptp/config"));
 ///     Kiv::NboAttrLog::FdConnection connection(hub, acceptedSocket);
 ///
-/// Every change below a root reaches the hub's watcher there, which sends it to all sessions that
-/// mirror the root; a single value is encoded only once. The hub has no thread and no loop, and
-/// never blocks.
+/// Every change below a root reaches the hub's watcher there. It is encoded once for all readers
+/// that are up to date, however many there are, and once for each other session that mirrors the
+/// root. The hub has no thread and no loop, and never blocks.
 ///
 /// Ownership: the hub holds its roots. REQUIRES: its sessions are destroyed before it; an entity is
 /// below a root of at most one hub.
@@ -55,12 +55,13 @@ public:
    /// clock. O(sessions).
    U64 deadline() const noexcept;
    /// Ends sessions whose peer has left a message incomplete for too long, drops what closed ones
-   /// could not send, and frees the buffers of idle ones. Call it when `deadline()` has come; more
+   /// could not send, and frees the buffers of idle ones and of an idle hub. Call it when `deadline()` has come; more
    /// often does no harm. Without a clock it ends nothing, and a session is idle if it has neither
    /// sent nor received since the last call. O(sessions). REQUIRES: not called from inside a
    /// session.
    void expire();
-   /// Bytes that the buffers of all sessions hold, as `Limits::sessionBytes` counts them.
+   /// Bytes that the buffers of all sessions and the changes that they share hold, as
+   /// `Limits::sessionBytes` counts them.
    std::size_t heldBytes() const noexcept;
 
    /// The implementation, for the log itself: see `Kiv/Log/HubImpl.h`.

@@ -10,8 +10,9 @@ namespace Kiv::NboAttrLog {
 /// connection should agree on `longestMessage` and `longestValue`. The `Hub` asserts the bounds
 /// given with each limit.
 struct Limits {
-   /// Pending output per connection, in bytes. The memory is allocated on demand. More than 11; a
-   /// message that does not fit ends the session.
+   /// Pending output per connection, in bytes, whether in its own buffer or in the ring that the
+   /// hub's readers share; a reader that would have more falls behind. The memory is allocated on
+   /// demand. More than 11; a message that does not fit ends the session.
    std::size_t outputBuffer = std::size_t(1) << 20;
    /// The longest body of a message, sent or received; at most 2^24 - 1. `Outbox` and `Inbound`
    /// enforce it.

@@ -13,11 +13,12 @@ namespace Kiv::NboAttrLog {
 /// carries the bytes passes received ones to `received`, sends what `output` returns, and then
 /// calls `sent`.
 ///
-/// A change goes into the output at once if the peer is up to date and there is space. Otherwise
-/// the session remembers it as a flag or a key in the entity's `FlowOut`, and writes the latest
-/// value when there is space again. The memory for a peer that reads nothing is bounded: its
-/// buffer, one value that travels in parts, one flag per attribute, and one entry per changed key
-/// up to `Limits::dirtyKeys`.
+/// A change goes into the output at once if the peer is up to date and there is space; readers that
+/// are up to date share one copy of it. Otherwise the session remembers it as a flag or a key in
+/// the entity's `FlowOut`, and writes the latest value when there is space again. The memory for a
+/// peer that reads nothing is bounded: its buffer and what it has not read of the shared copy, one
+/// value that travels in parts, one flag per attribute, and one entry per changed key up to
+/// `Limits::dirtyKeys`.
 ///
 /// It has little memory until something is mounted at either end. Then its buffers grow on demand
 /// up to a limit; they are freed when it is idle (`Hub::expire`) and when it ends.
@@ -64,8 +65,9 @@ public:
    void received(U8 const* bytes, std::size_t size);
    /// Whether the last `received` threw: received bytes may still have to be applied.
    bool interrupted() const noexcept;
-   /// The next bytes to send; empty if there are none. `outputBehind` returns those after them.
-   /// Valid until the next change of what is mirrored here, and until the next call.
+   /// The next bytes to send, as far as they are contiguous; empty if there are none.
+   /// `outputBehind` returns those after them, and after these there may be more. Valid until the
+   /// next change of what is mirrored here, and until the next call.
    CircularBuffer::Piece output() const noexcept;
    CircularBuffer::Piece outputBehind() const noexcept;
    /// `size` bytes of the output have been sent. Writes pending changes into the freed space.
@@ -90,7 +92,7 @@ public:
    SessionStats stats() const noexcept;
    /// What `sessionsAsk()` reports about this session. O(`dirtyEntities()`).
    SessionStatus status() const;
-   /// Bytes of memory that its buffers hold.
+   /// Bytes of memory that its own buffers hold. Changes that readers share count for the hub.
    std::size_t heldBytes() const noexcept;
    /// Entities with something still to be sent.
    std::size_t dirtyEntities() const noexcept;

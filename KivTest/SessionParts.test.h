@@ -58,7 +58,8 @@ struct Parts {
    Closing closing;
    Mounts mounts;
    OpenCollections open{limits.nesting};
-   Outbox outbox{limits, budget, clock, closing};
+   Ring ring{budget, longestBody(limits)};
+   Outbox outbox{limits, budget, clock, ring, closing};
    Crossing crossing;
    Names names{limits.entities, mounts, open};
    LeftOut leftOut;

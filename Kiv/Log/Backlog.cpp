@@ -123,6 +123,7 @@ void Backlog::markAll(Entity& entity) {
 
 void Backlog::enlist(FlowOut& flow) noexcept {
    if (!flow.queued) {
+      outbox_.cursor().leave();
       outbox_.fallBehind();
       flow.queued = true;
       flow.next = nullptr;

@@ -220,9 +220,8 @@ TEST_F(StreamBounds, WhatAClosedSessionCannotSendIsDroppedInTheEnd) {
 }
 
 TEST_F(StreamBounds, AnIdleSessionGivesItsBuffersBackAndGoesOn) {
-   mount();
    root->textIs(std::string(100000, 'x'));
-   carry();
+   mount();
    EXPECT_GT(source.session->heldBytes(), 100000u);
    EXPECT_GT(source.hub.heldBytes(), 95000u);
    for (int i = 0; i != 2; ++i) {
@@ -232,7 +231,7 @@ TEST_F(StreamBounds, AnIdleSessionGivesItsBuffersBackAndGoesOn) {
       clockNow = std::max(clockNow, source.hub.deadline());
       source.hub.expire();
    }
-   EXPECT_EQ(source.session->heldBytes(), 4096u) << "enough for a change now and then";
+   EXPECT_EQ(source.session->heldBytes(), 0u) << "changes are in the hub's ring";
    EXPECT_EQ(source.hub.heldBytes(), 0u);
    EXPECT_EQ(source.hub.deadline(), 0u);
    mirror.hub.expire();
@@ -244,9 +243,8 @@ TEST_F(StreamBounds, AnIdleSessionGivesItsBuffersBackAndGoesOn) {
 }
 
 TEST_F(StreamBounds, ASessionThatIsUsedKeepsItsBuffers) {
-   mount();
    root->textIs(std::string(100000, 'x'));
-   carry();
+   mount();
    for (int i = 0; i != 20; ++i) {
       clockNow += 4 * second;
       root->u8Is(static_cast<U8>(i));
@@ -294,7 +292,7 @@ TEST_F(StreamBytesOfAll, AReaderFallsBehindEarlierWhereOthersHoldTheBytes) {
    }
    EXPECT_FALSE(stopped.closed()) << stopped.closeReason();
    EXPECT_FALSE(stopped.upToDate());
-   EXPECT_GT(stopped.heldBytes(), 20000u);
+   EXPECT_GT(source.hub.heldBytes(), 10000u) << "what it has not read";
    carry();
    EXPECT_EQ(reason(), "");
    expectEqual();

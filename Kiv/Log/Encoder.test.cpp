@@ -44,7 +44,7 @@ TEST_F(EncoderTest, WritesOneChangeACall) {
 
 TEST_F(EncoderTest, AChildIsNumberedAndIntroduced) {
    auto const core = root->coreIs();
-   EXPECT_TRUE(encoder.create(*root, field("core"), *core));
+   EXPECT_TRUE(encoder.introduce(*root, field("core"), *core));
    EXPECT_EQ(core->streamHandle(), 0x01000002u);
    EXPECT_TRUE(names.introduced(core->streamHandle()));
    EXPECT_EQ(sent(), begins("create", "core") + " 01000002");
@@ -53,8 +53,8 @@ TEST_F(EncoderTest, AChildIsNumberedAndIntroduced) {
 TEST_F(EncoderTest, AChildWithoutANumberEndsTheSession) {
    root->leafIs(1, true, KivTest::Opaque(1));
    root->leafIs(2, true, KivTest::Opaque(1));
-   EXPECT_TRUE(encoder.create(*root, field("leaf"), *root->leaf(1)));
-   EXPECT_FALSE(encoder.create(*root, field("leaf"), *root->leaf(2)));
+   EXPECT_TRUE(encoder.introduce(*root, field("leaf"), *root->leaf(1)));
+   EXPECT_FALSE(encoder.introduce(*root, field("leaf"), *root->leaf(2)));
    EXPECT_EQ(closing.reason(), "more than 3 entities cannot be streamed");
 }
 

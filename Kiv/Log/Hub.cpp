@@ -8,7 +8,8 @@
 
 namespace Kiv::NboAttrLog {
 
-Hub::Impl::Impl(Limits const& limits) : limits_(limits), handles_(limits.entities, *this) {
+Hub::Impl::Impl(Limits const& limits)
+      : limits_(limits), ring_(budget_, longestBody(limits)), handles_(limits.entities, *this) {
    SARN_CHECK(limits.outputBuffer > smallestOutputBuffer);
    SARN_CHECK(limits.longestMessage <= longestEncodableBody);
    SARN_CHECK(limits.longestValue <= longestEncodableValue);
@@ -69,13 +70,13 @@ RootWatcher& Hub::Impl::hold(Sarn::Ptr<NamedEntity> const& root, bool offered, T
    std::unique_ptr<RootWatcher> made;
    RootWatcher* watcher = there != nullptr ? there->watcher.get() : nullptr;
    if (watcher == nullptr) {
-      made = std::make_unique<RootWatcher>(handles_, applying_, root);
+      made = std::make_unique<RootWatcher>(handles_, applying_, ring_, root);
       watcher = made.get();
       held_.reserve(held_.size() + 1);
    }
    bool const subscribes = subscriber != nullptr && !watcher->hasSubscriber(*subscriber);
    if (subscribes) {
-      watcher->reserve();
+      watcher->reserve(*subscriber);
    }
    if (made != nullptr) {
       if (!handles_.registerTree(*root)) {
@@ -140,6 +141,33 @@ std::vector<NamedEntity*> Hub::Impl::offered() const {
    return roots;
 }
 
+// Time
+
+U64 Hub::Impl::deadline() const noexcept {
+   if (clock_.read == nullptr) {
+      return 0;
+   }
+   U64 first = ring_.capacity() != 0 ? ringIdleSince_ + limits_.idle : 0;
+   for (Session const* const session : sessions_) {
+      U64 const next = session->impl().deadline();
+      first = next != 0 && (first == 0 || next < first) ? next : first;
+   }
+   return first;
+}
+
+void Hub::Impl::expire() {
+   U64 const time = clock_.now();
+   for (std::size_t i = 0; i < sessions_.size(); ++i) {  // a listener may end some
+      sessions_[i]->impl().expire(time);
+   }
+   if (ring_.head() != ringHead_) {
+      ringHead_ = ring_.head();
+      ringIdleSince_ = time;
+   } else if (clock_.read == nullptr || time - ringIdleSince_ >= limits_.idle) {
+      ring_.shrink();
+   }
+}
+
 // The public interface.
 
 Hub::Hub(Limits const& limits) : impl_(std::make_unique<Impl>(limits)) {}
@@ -180,19 +208,11 @@ U64 Hub::now() const noexcept {
 }
 
 U64 Hub::deadline() const noexcept {
-   U64 first = 0;
-   for (Session const* const session : impl_->sessions()) {
-      U64 const next = impl_->clock().read != nullptr ? session->impl().deadline() : 0;
-      first = next != 0 && (first == 0 || next < first) ? next : first;
-   }
-   return first;
+   return impl_->deadline();
 }
 
 void Hub::expire() {
-   U64 const time = now();
-   for (std::size_t i = 0; i < impl_->sessions().size(); ++i) {  // a listener may end some
-      impl_->sessions()[i]->impl().expire(time);
-   }
+   impl_->expire();
 }
 
 std::size_t Hub::heldBytes() const noexcept {

@@ -2,7 +2,6 @@
 
 #include "Kiv/Log/Clock.h"
 #include "Kiv/Log/RootWatcher.h"
-#include "Kiv/NboAttrLogCircularBuffer.h"
 #include "Kiv/NboAttrLogHub.h"
 #include "Kiv/NboAttrLogMount.h"
 
@@ -10,7 +9,7 @@ namespace Kiv::NboAttrLog {
 
 /// The implementation of a hub: what its sessions share, and the roots that they mirror.
 ///
-///     Handles      of entities                    Limits, Clock, ByteBudget
+///     Handles      of entities        Ring        Limits, Clock, ByteBudget
 ///     held roots   | RootWatcher, users, offered |  ...
 ///     sessions     | oldest | ... |
 ///
@@ -27,6 +26,7 @@ public:
    Limits const& limits() const noexcept { return limits_; }
    Clock& clock() noexcept { return clock_; }
    ByteBudget& budget() noexcept { return budget_; }
+   Ring& ring() noexcept { return ring_; }
    Handles& handles() noexcept { return handles_; }
    Applying& applying() noexcept { return applying_; }
 
@@ -51,6 +51,9 @@ public:
    Sarn::Ptr<NamedEntity> withdraw(std::string_view type, std::string_view name);
    std::vector<NamedEntity*> offered() const;
 
+   U64 deadline() const noexcept;
+   void expire();
+
 private:
    struct Held {
       std::unique_ptr<RootWatcher> watcher;
@@ -66,6 +69,10 @@ private:
    Limits const limits_;
    Clock clock_;
    ByteBudget budget_;
+   Ring ring_;
+   /// How far it was written at the last `expire`, and since when it has been.
+   U64 ringHead_ = 0;
+   U64 ringIdleSince_ = 0;
    Handles handles_;
    Applying applying_;
    std::vector<Held> held_;

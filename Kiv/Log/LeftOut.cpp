@@ -35,6 +35,7 @@ void LeftOut::note(std::size_t bodySize, std::size_t bound, Entity const& entity
    }
    what += ": " + std::to_string(bodySize) + " bytes exceed the bound of " + std::to_string(bound);
    ++count_;
+   anyChild_ = anyChild_ || field == nullptr;
    if (std::find(names_.begin(), names_.end(), what) != names_.end()) {
       return;
    }

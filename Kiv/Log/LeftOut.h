@@ -26,12 +26,15 @@ public:
    Sarn::String takeUntold() { return names_[names_.size() - untold_--]; }
 
    U64 count() const noexcept { return count_; }
+   /// Whether a child was among them, so that the peer lacks an entity.
+   bool anyChild() const noexcept { return anyChild_; }
    std::vector<Sarn::String> const& names() const noexcept { return names_; }
 
 private:
    std::vector<Sarn::String> names_;
    std::size_t untold_ = 0;
    U64 count_ = 0;
+   bool anyChild_ = false;
 };
 
 }  // namespace Kiv::NboAttrLog

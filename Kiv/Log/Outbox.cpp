@@ -4,21 +4,19 @@
 
 namespace Kiv::NboAttrLog {
 
-Outbox::Outbox(Limits const& limits, ByteBudget& budget, Clock const& clock,
+Outbox::Outbox(Limits const& limits, ByteBudget& budget, Clock const& clock, Ring& ring,
                Closing& closing) noexcept
-      : ring_(std::min(limits.outputBuffer, limits.unmounted), limits.outputBuffer, &budget),
-        longestBody_(std::min(limits.longestMessage, limits.outputBuffer - headerSize - 1)),
+      : own_(std::min(limits.outputBuffer, limits.unmounted), limits.outputBuffer, &budget),
+        cursor_(ring, own_.limit()),
+        longestBody_(Kiv::NboAttrLog::longestBody(limits)),
         limits_(limits),
         budget_(budget),
         clock_(clock),
         closing_(closing) {}
 
 bool Outbox::copy(U8 const* message, std::size_t size) noexcept {
-   U8* const at = ring_.reserve(size);
+   U8* const at = parts_ == nullptr ? space(size) : nullptr;
    if (at == nullptr) {
-      if (ring_.empty()) {
-         noRoom(size);
-      }
       return false;
    }
    std::memcpy(at, message, size);
@@ -42,6 +40,7 @@ bool Outbox::writeLong(Header const& header, void* context, void (*body)(void* c
                              : "exceeds the bound of " + std::to_string(longestBody_)));
       return false;
    }
+   cursor_.leave();
    Out out(parts_->body(), header.bodySize);
    body(context, out);
    changes_ += isChange(header.opcode) ? 1 : 0;
@@ -56,11 +55,8 @@ bool Outbox::writeParts() noexcept {
       std::size_t const most = std::min(longestBody_ - partHeaderSize, longestPart);
       std::size_t const size = std::min(parts_->left(), most);
       std::size_t const whole = headerSize + partHeaderSize + size;
-      U8* const at = ring_.reserve(whole);
+      U8* const at = space(whole);
       if (at == nullptr) {
-         if (ring_.empty()) {
-            noRoom(whole);
-         }
          return false;
       }
       Out out(at, whole);
@@ -71,6 +67,42 @@ bool Outbox::writeParts() noexcept {
       }
    }
    return true;
+}
+
+bool Outbox::copyRest() noexcept {
+   for (CircularBuffer::Piece rest = cursor_.first(); rest.size != 0; rest = cursor_.first()) {
+      U8* const at = own_.reserve(rest.size);
+      if (at == nullptr) {
+         return false;
+      }
+      std::memcpy(at, rest.begin, rest.size);
+      own_.commit(rest.size);
+      cursor_.consume(rest.size);
+   }
+   cursor_.skip();
+   return true;
+}
+
+CircularBuffer::Piece Outbox::second() const noexcept {
+   if (own_.empty()) {
+      return cursor_.second();
+   }
+   CircularBuffer::Piece const wrapped = own_.second();
+   return wrapped.size != 0 ? wrapped : cursor_.first();
+}
+
+void Outbox::consume(std::size_t size) noexcept {
+   std::size_t const own = std::min(size, own_.size());
+   if (own != 0) {
+      own_.consume(own);
+      boundCursor();
+   }
+   cursor_.consume(size - own);
+}
+
+void Outbox::clear() noexcept {
+   own_.clear();
+   cursor_.clear();
 }
 
 void Outbox::noRoom(std::size_t size) noexcept {

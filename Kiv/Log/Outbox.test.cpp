@@ -87,7 +87,7 @@ TEST_F(OutboxTest, AMessageThatWouldNeverFindRoomEndsTheSession) {
    limits.outputBuffer = 1 << 20;
    EXPECT_TRUE(write(4080)) << "the first bytes are free of charge";
    sent();
-   Outbox big(limits, budget, clock, closing);
+   Outbox big(limits, budget, clock, ring, closing);
    EXPECT_FALSE(big.write(Opcode::set, 100'000, 1, 258, [](Out&) {}));
    EXPECT_EQ(closing.reason(),
              "a message of 100010 bytes finds no room: the connections hold 90 bytes of 100");
@@ -98,6 +98,57 @@ TEST_F(OutboxTest, CopiesAChangeByteForByte) {
    EXPECT_TRUE(outbox.copy(message, sizeof message));
    EXPECT_EQ(outbox.changes(), 1u);
    EXPECT_EQ(sent(), "set 01000000.258 18");
+}
+
+/// Writes a message of one letter into the ring.
+class RingSource final : public Ring::Source {
+public:
+   using Source::Source;
+   void write(char letter) {
+      Source::write(Opcode::set, 1, 1, 258, [letter](Out& out) { out.writeBytes(&letter, 1); });
+   }
+   void onFollows(Cursor&) noexcept override {}
+   void onLeft(Cursor&) noexcept override {}
+};
+
+TEST_F(OutboxTest, OwnBytesPrecedeWhatIsUnreadInTheRingAndFollowItWhenTheyComeLater) {
+   RingSource source(ring);
+   outbox.hasMount();
+   outbox.cursor().add(source);
+   write(1);
+   outbox.follow();
+   source.write('a');
+   EXPECT_EQ(outbox.waiting(), 22u);
+   EXPECT_EQ(outbox.second().size, 11u);
+   EXPECT_EQ(outbox.messages(), 2u);
+   EXPECT_EQ(outbox.changes(), 2u);
+   EXPECT_EQ(outbox.bytes(), 22u);
+   write(2);
+   source.write('b');
+   EXPECT_EQ(sent(),
+             "set 00000001.258 78; set 00000001.258 61; set 00000001.258 7878; "
+             "set 00000001.258 62");
+   EXPECT_TRUE(outbox.empty());
+   outbox.cursor().remove(source);
+}
+
+TEST_F(OutboxTest, OwnBytesThatArePendingTakeSpaceInTheRing) {
+   RingSource source(ring);
+   outbox.hasMount();
+   outbox.cursor().add(source);
+   write(4000);
+   outbox.follow();
+   for (int i = 0; i != 7; ++i) {
+      source.write('a');
+   }
+   EXPECT_TRUE(outbox.cursor().following());
+   source.write('a');
+   EXPECT_FALSE(outbox.cursor().following()) << "4010 + 8 * 11 > 4096";
+   EXPECT_FALSE(write(80)) << "what is unread must be sent first";
+   EXPECT_FALSE(closing.closed());
+   sent();
+   EXPECT_TRUE(write(80));
+   outbox.cursor().remove(source);
 }
 
 TEST_F(OutboxTest, ThePeerIsBehindFromTheFirstTimeOnUntilItHasCaughtUp) {

@@ -2,13 +2,15 @@
 
 #include <algorithm>
 
+#include "Kiv/Log/Tell.h"
 #include "Kiv/Log/Teller.h"
 #include "Sarn/Publications.h"
 
 namespace Kiv::NboAttrLog {
 
-RootWatcher::RootWatcher(Handles& handles, Applying const& applying, Sarn::Ptr<NamedEntity> root)
-      : handles_(handles), applying_(applying), root_(std::move(root)) {
+RootWatcher::RootWatcher(Handles& handles, Applying const& applying, Ring& ring,
+                         Sarn::Ptr<NamedEntity> root)
+      : Source(ring), handles_(handles), applying_(applying), root_(std::move(root)) {
    root_->observerAddFirst(*this);
 }
 
@@ -16,12 +18,64 @@ RootWatcher::~RootWatcher() {
    root_->observerDel(*this, Scope::subtree);
 }
 
-void RootWatcher::unsubscribe(Teller const& teller) noexcept {
-   std::erase(subscribers_, &teller);
+// Who is told
+
+void RootWatcher::reserve(Teller& teller) {
+   subscribers_.reserve(subscribers_.size() + 1);
+   teller.cursor().reserve();
+}
+
+void RootWatcher::subscribe(Teller& teller) {
+   teller.cursor().add(*this);
+   subscribers_.push_back(&teller);
+   std::swap(subscribers_.back(), subscribers_[apart_]);
+   apartIs(apart_ + 1);
+}
+
+void RootWatcher::unsubscribe(Teller& teller) noexcept {
+   teller.cursor().remove(*this);
+   auto const at = std::find(subscribers_.begin(), subscribers_.end(), &teller);
+   if (at != subscribers_.end()) {
+      subscribers_.erase(at);
+      apartIs(apart_ - 1);
+   }
 }
 
 bool RootWatcher::hasSubscriber(Teller const& teller) const noexcept {
    return std::find(subscribers_.begin(), subscribers_.end(), &teller) != subscribers_.end();
+}
+
+void RootWatcher::onFollows(Cursor& cursor) noexcept {
+   auto const end = subscribers_.begin() + static_cast<std::ptrdiff_t>(apart_);
+   auto const at = std::find_if(subscribers_.begin(), end,
+                                [&](Teller* teller) { return &teller->cursor() == &cursor; });
+   std::swap(*at, subscribers_[apart_ - 1]);
+   apartIs(apart_ - 1);
+}
+
+void RootWatcher::onLeft(Cursor& cursor) noexcept {
+   auto const begin = subscribers_.begin() + static_cast<std::ptrdiff_t>(apart_);
+   auto const at = std::find_if(begin, subscribers_.end(),
+                                [&](Teller* teller) { return &teller->cursor() == &cursor; });
+   std::swap(*at, subscribers_[apart_]);
+   apartIs(apart_ + 1);
+}
+
+void RootWatcher::apartIs(std::size_t apart) noexcept {
+   apart_ = apart;
+   allFollow_ = apart == 0 && !subscribers_.empty();
+}
+
+/// Whether those who follow have been sent the entity; all have, or none.
+bool RootWatcher::followersKnow(Entity const& entity) const noexcept {
+   return subscribers_.back()->names().introduced(entity.streamHandle());
+}
+
+/// What the ring cannot take is told to each session by itself.
+void RootWatcher::dismissFollowers() noexcept {
+   while (anyFollow()) {
+      subscribers_.back()->cursor().leave();
+   }
 }
 
 void RootWatcher::onChange(Change const& change) {
@@ -50,39 +104,112 @@ Teller* RootWatcher::madeBy(Change const& change) const noexcept {
    return direct ? applying_.teller : nullptr;
 }
 
-/// Encodes the value for the first session that is up to date, and copies it for the others.
+// What they are told
+
+/// Encodes the value once, and copies it for those who do not follow.
 void RootWatcher::onValue(Entity& entity, FieldDescriptor const& field, Teller const* skipped) {
    std::size_t const size = valueSize(entity, field);
-   U8 const* encoded = nullptr;
-   for (Teller* const teller : subscribers_) {
+   U8 const* encoded =
+         anyFollow() && followersKnow(entity) ? writeValue(entity, field, size) : nullptr;
+   for (std::size_t i = 0; i != apart_; ++i) {
+      Teller* const teller = subscribers_[i];
       if (!teller->closed() && teller != skipped) {
          teller->orFail([&] { encoded = teller->tellValue(entity, field, size, encoded); });
       }
    }
 }
 
+/// The value's message in the ring; null if the ring cannot take it.
+U8 const* RootWatcher::writeValue(Entity const& entity, FieldDescriptor const& field,
+                                  std::size_t size) {
+   U8 const* message = nullptr;
+   if (!write(Opcode::set, size, entity.streamHandle(), field.fieldId, [&](Out& out) {
+          message = out.at() - headerSize;
+          field.ops->encode(entity, out);
+       })) {
+      dismissFollowers();
+   }
+   return message;
+}
+
 void RootWatcher::onOther(Entity& entity, FieldDescriptor const& field, Change const& change,
                           Teller* from, Teller* skipped) {
    Entity* const removed = removedChild(field, change);
-   if (holdsEntities(field)) {
-      Entity* const present = presentChild(entity, field, change.key);
-      if (present != nullptr) {
-         registerPresent(*present);
-      }
-      if (present != nullptr && skipped != nullptr) {
+   Entity* const present = holdsEntities(field) ? presentChild(entity, field, change.key) : nullptr;
+   if (present != nullptr) {
+      registerPresent(*present);
+      if (skipped != nullptr) {
          skipped->orFail([&] { skipped->childIsMade(*present); });
-      } else if (present == nullptr && from != nullptr && change.oldValue == nullptr) {
-         from->orFail([&] { from->tellVanished(entity, field, change.key); });
       }
+   } else if (holdsEntities(field) && from != nullptr && change.oldValue == nullptr) {
+      from->orFail([&] { from->tellVanished(entity, field, change.key); });
    }
-   for (Teller* const teller : subscribers_) {
+   bool const isNew = present != nullptr && anyFollow() && !followersKnow(*present);
+   if (anyFollow() && followersKnow(entity)) {
+      tellFollowers(entity, field, change.key, removed);
+   }
+   for (std::size_t i = 0; i != apart_; ++i) {
+      Teller* const teller = subscribers_[i];
       if (!teller->closed() && teller != skipped) {
          teller->orFail([&] { teller->tellOther(entity, field, change.key, removed); });
       }
    }
+   if (isNew) {
+      tellWithin(*present);
+   }
    if (removed != nullptr) {
       handles_.unregisterTree(*removed);
       handles_.unregisterUntold();
+   }
+}
+
+/// Those who follow the ring, as those who are told of a change.
+class RootWatcher::Followers {
+public:
+   explicit Followers(RootWatcher& watcher) noexcept
+         : watcher_(watcher), encoder_(watcher, 0, nullptr) {}
+   ChangeEncoder<Ring::Source>& encoder() noexcept { return encoder_; }
+   bool has(Entity const& child) const noexcept {
+      return watcher_.anyFollow() && watcher_.followersKnow(child);
+   }
+   bool introduce(Entity& entity, FieldDescriptor const& field, Entity& child) {
+      if (child.streamHandle() == 0 || !encoder_.create(entity, field, child)) {
+         return false;
+      }
+      for (std::size_t i = watcher_.apart_; i != watcher_.subscribers_.size(); ++i) {
+         Teller& teller = *watcher_.subscribers_[i];
+         teller.orFail([&] { teller.names().introducedIs(child.streamHandle(), true); });
+      }
+      return true;
+   }
+   static bool restart(Entity&, FieldDescriptor const&) noexcept { return false; }
+
+private:
+   RootWatcher& watcher_;
+   ChangeEncoder<Ring::Source> encoder_;
+};
+
+void RootWatcher::tellFollowers(Entity& entity, FieldDescriptor const& field, void const* key,
+                                Entity* removed) noexcept {
+   bool erased = removed != nullptr && removed->streamHandle() != 0 && followersKnow(*removed) &&
+                 !isReplaced(entity, field, *removed);
+   bool told = false;
+   try {
+      told = NboAttrLog::tellOther(Followers(*this), entity, field, key, erased);
+   } catch (std::bad_alloc const&) {  // then each of them finds out by itself
+   }
+   if (!told) {
+      dismissFollowers();
+   }
+}
+
+/// Sends those who follow what a new child contains: by a walk, for which each of them leaves.
+void RootWatcher::tellWithin(Entity& child) {
+   bool any = false;
+   forEachChild(child, [&any](Entity&, FieldDescriptor const&, void const*) { any = true; });
+   for (std::size_t i = apart_; any && i < subscribers_.size(); i = std::max(i + 1, apart_)) {
+      Teller& teller = *subscribers_[i];
+      teller.orFail([&] { teller.tellWithin(child); });
    }
 }
 
@@ -97,16 +224,26 @@ void RootWatcher::registerPresent(Entity& child) noexcept {
       reason = handles_.tooMany();
    } catch (std::bad_alloc const&) {  // `reason` says so already
    }
+   dismissFollowers();
    for (Teller* const teller : subscribers_) {
       teller->fail(copyOrOutOfMemory(reason));
    }
 }
 
 U8* RootWatcher::roomFor(Sarn::Publisher const& source, AttributeId id, std::size_t size) noexcept {
-   if (subscribers_.size() != 1 || applying_.teller != nullptr) {
-      return nullptr;
+   auto const& entity = static_cast<Entity const&>(source);
+   if (!allFollow_) [[unlikely]] {
+      return roomForOne(entity, id, size);
    }
-   return subscribers_.front()->roomFor(static_cast<Entity const&>(source), id, size);
+   // No publication is running, so those who follow know every entity that has a handle.
+   U32 const handle = entity.streamHandle();
+   return handle != 0 ? writeAtOnce(Opcode::set, size, handle, id) : nullptr;
+}
+
+U8* RootWatcher::roomForOne(Entity const& entity, AttributeId id, std::size_t size) noexcept {
+   return subscribers_.size() == 1 && applying_.teller == nullptr
+                ? subscribers_.front()->roomFor(entity, id, size)
+                : nullptr;
 }
 
 }  // namespace Kiv::NboAttrLog

@@ -11,8 +11,8 @@ Session::Impl::Impl(Session& self, Hub& hub, SessionListener* listener)
         hub_(hub.impl()),
         listener_(listener),
         open_(hub_.limits().nesting),
-        teller_(self, hub, hub_.limits(), hub_.budget(), hub_.clock(), hub_.handles(), closing_,
-                mounts_, open_),
+        teller_(self, hub, hub_.limits(), hub_.budget(), hub_.clock(), hub_.ring(), hub_.handles(),
+                closing_, mounts_, open_),
         inbound_(hub_.limits(), hub_.budget(), hub_.clock(), hub_.handles(), hub_.applying(),
                  closing_, mounts_, open_, teller_, *this),
         openedAt_(hub_.clock().now()),
@@ -80,6 +80,7 @@ Mount& Session::Impl::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode
       teller_.crossing().writesBack = true;
    }
    undo.done = true;
+   teller_.cursor().leave();
    teller_.outbox().hasMount();
    teller_.walk().fill();
    return mount;
@@ -151,6 +152,7 @@ void Session::Impl::pump() {
       Sarn::String const what = leftOut.takeUntold();
       callListener([&](SessionListener& listener) { listener.onLeftOut(self_, what); });
    }
+   teller_.follow();
 }
 
 // The end.
@@ -166,6 +168,7 @@ void Session::Impl::close(Sarn::String const& reason, bool tell) {
    closedAt_ = hub_.clock().now();
    inbound_.drop();
    Outbox& outbox = teller_.outbox();
+   outbox.cursor().leave();
    outbox.dropParts();
    Sarn::String const& why = closing_.reason();
    if (tell) {
@@ -231,7 +234,8 @@ void Session::Impl::rootGone(RootWatcher& watcher) noexcept {
 // Memory and time.
 
 std::size_t Session::Impl::keptWhenIdle() const noexcept {
-   return mounts_.any() && !closing_.closed() ? ByteBudget::freeOfCharge : 0;
+   bool const needsIt = mounts_.any() && !closing_.closed() && !teller_.cursor().following();
+   return needsIt ? ByteBudget::freeOfCharge : 0;
 }
 
 /// Whether it has memory that it does not need now, beyond `keptWhenIdle`.
@@ -273,6 +277,7 @@ void Session::Impl::expire(U64 now) {
    } else if (idle && holdsIdleBytes()) {
       outbox.shrink(keptWhenIdle());
       inbound_.freeIdle();
+      teller_.walk().freeIdle();
    }
 }
 

@@ -156,6 +156,9 @@ void Session::Impl::applyMount(In& in) {
             [&](SessionListener& listener) { listener.onMountRefused(self_, asked, reason); });
       return;
    }
+   if (writesBack(static_cast<MountMode>(mode))) {
+      teller_.cursor().leave();
+   }
    teller_.outbox().hasMount();
    mounts_.served().push_back({watcher, &watcher->root(), id, static_cast<MountMode>(mode)});
    hub_.hold(*watcher);

@@ -1,25 +1,17 @@
 #include "Kiv/Log/Teller.h"
 
+#include "Kiv/Log/Tell.h"
+#include "Sarn/Publications.h"
+
 namespace Kiv::NboAttrLog {
-namespace {
-
-/// Whether a child of another name has replaced `removed`: the peer also replaces it in one step,
-/// when it gets the new one.
-bool isReplaced(Entity const& owner, FieldDescriptor const& field, Entity const& removed) {
-   Entity const* const present =
-         field.has(FieldDescriptor::named) ? presentChild(owner, field, nullptr) : nullptr;
-   return present != nullptr && *entityName(*present) != *entityName(removed);
-}
-
-}  // namespace
 
 Teller::Teller(Session& session, Hub& hub, Limits const& limits, ByteBudget& budget,
-               Clock const& clock, Handles& handles, Closing& closing, Mounts& mounts,
+               Clock const& clock, Ring& ring, Handles& handles, Closing& closing, Mounts& mounts,
                OpenCollections& open)
       : closing_(closing),
         mounts_(mounts),
         open_(open),
-        outbox_(limits, budget, clock, closing),
+        outbox_(limits, budget, clock, ring, closing),
         names_(limits.entities, mounts, open),
         encoder_(limits, handles, closing, outbox_, names_, crossing_, leftOut_),
         backlog_(limits, handles, closing, outbox_, names_, mounts),
@@ -35,68 +27,54 @@ void Teller::tell(Entity& entity, FieldDescriptor const& field, Change const& ch
    }
 }
 
+/// This session, as those who are told of a change.
+class Teller::Alone {
+public:
+   explicit Alone(Teller& teller) noexcept : teller_(teller) {}
+   Encoder& encoder() noexcept { return teller_.encoder_; }
+   bool has(Entity const& child) const noexcept { return teller_.names_.peerHas(child); }
+   bool introduce(Entity& entity, FieldDescriptor const& field, Entity& child) {
+      if (!teller_.encoder_.introduce(entity, field, child)) {
+         return false;
+      }
+      teller_.tellWithin(child);
+      return true;
+   }
+   bool restart(Entity& entity, FieldDescriptor const& field) {
+      teller_.backlog_.markWhole(entity, field);
+      teller_.walk_.fill();
+      return true;
+   }
+
+private:
+   Teller& teller_;
+};
+
 void Teller::tellOther(Entity& entity, FieldDescriptor const& field, void const* key,
                        Entity* removed) {
    open_.changed(entity, field, key);
-   bool const wasKnown =
+   bool erased =
          removed != nullptr && names_.known(*removed) && !isReplaced(entity, field, *removed);
-   if (!live() || !reach(entity)) {
-      backlog_.mark(entity, field, key, wasKnown);
-      return;
-   }
-   bool told = false;
-   bool erased = wasKnown;
-   if (holdsEntities(field)) {
-      told = tellChild(entity, field, key, erased);
-   } else if (field.kind == MemberKind::queue) {
-      told = tellQueue(entity, field, *static_cast<U32 const*>(key));
-   } else {
-      void const* const value = field.ops->collection->find(entity, key);
-      told = value != nullptr ? encoder_.element(entity, field, key, value)
-                              : encoder_.erase(entity, field, key);
-   }
-   if (!told) {
+   if (!live() || !reach(entity) ||
+       !NboAttrLog::tellOther(Alone(*this), entity, field, key, erased)) {
       backlog_.mark(entity, field, key, erased);
    }
 }
 
-/// `erased`: the peer still has a child there that was removed. False if not everything was sent.
-bool Teller::tellChild(Entity& entity, FieldDescriptor const& field, void const* key,
-                       bool& erased) {
-   Entity* const present = presentChild(entity, field, key);
-   // A replay may have sent the present child before this removal is published.
-   if (present != nullptr && names_.peerHas(*present)) {
-      return true;
-   }
-   if (erased) {
-      if (!encoder_.erase(entity, field, key)) {
-         return false;
-      }
-      erased = false;
-   }
-   if (present == nullptr) {
-      return true;
-   }
-   if (!encoder_.create(entity, field, *present)) {
-      return false;
-   }
-   if (walk_.descendInto(*present, true)) {
+void Teller::tellWithin(Entity& child) {
+   if (walk_.descendInto(child, true)) {
       walk_.fill();
    }
-   return true;
 }
 
-bool Teller::tellQueue(Entity& entity, FieldDescriptor const& field, U32 sequence) {
-   QueueOps const& queue = *field.ops->queue;
-   if (void const* const value = queue.at(entity, sequence)) {
-      return encoder_.enqueue(entity, field, sequence, value);
+void Teller::follow() noexcept {
+   // Those who follow know the same entities, so one that lacks a child cannot. Inside a
+   // publication, this peer may know an entity whose creation the others have not been told of. A
+   // writer needs acknowledgements and echoes of its own between the changes.
+   if (!cursor().following() && live() && !leftOut_.anyChild() && mounts_.own().empty() &&
+       !mounts_.peerWrites() && Sarn::Publications::innermost() == nullptr) {
+      outbox_.follow();
    }
-   if (sequence == queue.nextSequence(entity)) {  // renumbered
-      backlog_.markWhole(entity, field);
-      walk_.fill();
-      return true;
-   }
-   return encoder_.front(entity, field, queue.frontSequence(entity), false);
 }
 
 void Teller::tellVanished(Entity& entity, FieldDescriptor const& field, void const* key) {

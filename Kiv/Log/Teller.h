@@ -18,7 +18,7 @@ namespace Kiv::NboAttrLog {
 class Teller {
 public:
    Teller(Session& session, Hub& hub, Limits const& limits, ByteBudget& budget, Clock const& clock,
-          Handles& handles, Closing& closing, Mounts& mounts, OpenCollections& open);
+          Ring& ring, Handles& handles, Closing& closing, Mounts& mounts, OpenCollections& open);
 
    /// Whether every change so far has been written into the output.
    bool upToDate() const noexcept { return walk_.idle() && backlog_.empty() && !outbox_.inParts(); }
@@ -29,7 +29,10 @@ public:
       closing_.orFail(std::forward<Work>(work));
    }
 
-   // One change, passed on by the root's watcher.
+   /// Gets later changes through the hub's ring, if the peer only reads and is up to date.
+   void follow() noexcept;
+
+   // One change, passed on by the root's watcher, while the session does not follow the ring.
 
    /// A change of a single value of `size` bytes. `encoded`: the message already sent to another
    /// session, or null. Returns the message in its encoded form, or null if there is still none.
@@ -44,6 +47,8 @@ public:
    /// Space for a value that is about to be set, after its header; null if the fast path does not
    /// apply.
    U8* roomFor(Entity const& entity, AttributeId id, std::size_t size) noexcept;
+   /// Sends what a child contains that the peer has just been sent.
+   void tellWithin(Entity& child);
    /// A child that the peer is making has been inserted.
    void childIsMade(Entity& child) { names_.childIsMade(child); }
    /// Whether the peer may not know yet what it overwrites. Then its own change is sent back to it,
@@ -64,6 +69,8 @@ public:
    Outbox const& outbox() const noexcept { return outbox_; }
    Names& names() noexcept { return names_; }
    Names const& names() const noexcept { return names_; }
+   Cursor& cursor() noexcept { return outbox_.cursor(); }
+   Cursor const& cursor() const noexcept { return outbox_.cursor(); }
    Crossing& crossing() noexcept { return crossing_; }
    LeftOut& leftOut() noexcept { return leftOut_; }
    LeftOut const& leftOut() const noexcept { return leftOut_; }
@@ -77,8 +84,7 @@ private:
    /// Makes sure that the peer knows the entity by our handle, with a `bind` if the peer introduced
    /// it.
    bool reach(Entity& entity) { return encoder_.reach(entity); }
-   bool tellChild(Entity& entity, FieldDescriptor const& field, void const* key, bool& erased);
-   bool tellQueue(Entity& entity, FieldDescriptor const& field, U32 sequence);
+   class Alone;
    void forgetBelow(Entity& entity);
 
    Closing& closing_;

@@ -88,6 +88,7 @@ bool Walk::beginReplay(Served& served) {
    }
    served.begun = true;
    names_.introducedIs(root.streamHandle(), true);
+   outbox_.cursor().leave();
    served.watcher->subscribe(teller_);
    descendInto(root, false);
    return true;
@@ -137,6 +138,7 @@ bool Walk::descendInto(Entity& entity, bool fresh) {
          return false;
       }
    }
+   outbox_.cursor().leave();
    ++depth_;
    return true;
 }
@@ -219,7 +221,7 @@ Walk::Write Walk::tellChild(FlowOut& flow, FieldDescriptor const& field) {
    }
    bool descend = false;
    if (child != nullptr && !told) {
-      if (!encoder_.create(flow.entity(), field, *child)) {
+      if (!encoder_.introduce(flow.entity(), field, *child)) {
          return Write::full;
       }
       descend = descendInto(*child, false);
@@ -270,7 +272,7 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
       if (erases && !encoder_.erase(entity, field, at->key())) {
          return Write::full;
       }
-      if (!encoder_.create(entity, field, child)) {
+      if (!encoder_.introduce(entity, field, child)) {
          return Write::full;
       }
       at->next();
@@ -323,7 +325,7 @@ DirtyKeyResult Walk::tellDirtyKey(FlowOut& flow, FieldDescriptor const& field, v
    if (value == nullptr) {
       return DirtyKeyResult::written;
    }
-   if (!(children ? encoder_.create(entity, field, *child)
+   if (!(children ? encoder_.introduce(entity, field, *child)
                   : encoder_.element(entity, field, key, value))) {
       return erases ? DirtyKeyResult::erased : DirtyKeyResult::full;
    }

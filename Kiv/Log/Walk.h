@@ -54,6 +54,12 @@ public:
    /// Abandons a walk below this root.
    void leave(Entity const& root) noexcept;
    void clear() noexcept;
+   /// Frees memory that is not in use.
+   void freeIdle() noexcept {
+      if (idle()) {
+         clear();
+      }
+   }
 
    // For the functions of an entity type's stream table: see `Kiv/NboAttrLogSa.h`.
 
