@@ -51,9 +51,7 @@ public:
    /// set.
    constexpr bool isMulticast() const noexcept { return (bytes_[0] & 1) != 0; }
 
-   constexpr bool operator==(EthAddr const& other) const noexcept {
-      return value() == other.value();
-   }
+   constexpr bool operator==(EthAddr const&) const noexcept = default;
    constexpr std::strong_ordering operator<=>(EthAddr const& other) const noexcept {
       return value() <=> other.value();
    }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <bit>
+#include <cstring>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -48,13 +49,23 @@ bool isIdentical(T const& a, T const& b) {
    } else if constexpr (requires { typename T::value_type; }) {
       return !a || isIdentical(*a, *b);
    } else {
-      auto const encoded = [](T const& v) {
-         std::vector<U8> bytes(ValueOps<T>::size(v));
-         NboAttrLog::Out out(bytes.data(), bytes.size());
-         ValueOps<T>::encode(out, v);
-         return bytes;
+      std::size_t const size = ValueOps<T>::size(a);
+      if (size != ValueOps<T>::size(b)) {
+         return false;
+      }
+      auto const equalEncodings = [&](U8* room) {
+         NboAttrLog::Out out(room, 2 * size);
+         ValueOps<T>::encode(out, a);
+         ValueOps<T>::encode(out, b);
+         return std::memcmp(room, room + size, size) == 0;
       };
-      return encoded(a) == encoded(b);
+      constexpr std::size_t most = ValueOps<T>::maxSize;
+      if constexpr (most <= 64) {
+         U8 room[2 * most];
+         return equalEncodings(room);
+      } else {
+         return equalEncodings(std::vector<U8>(2 * size).data());
+      }
    }
 }
 
