@@ -70,7 +70,8 @@ struct ChildrenOps
             args);
       in.expectEnd();
       Base::saw(seen, std::get<0>(args));
-      if (Entity* const there = findChild(owner, &std::get<0>(args))) {
+      Entity* there = findChild(owner, &std::get<0>(args));
+      if (there != nullptr) {
          receiver.found(*there);
       } else if (!receiver.wanted(&std::get<0>(args))) {
          return {};
@@ -81,7 +82,7 @@ struct ChildrenOps
          bool replace = false;
          thrown.attempt([&] {
             U32 const before = Sarn::Publisher::observersThrew();
-            Exactly<void const*> const exactly(exactChild, findChild(owner, &std::get<0>(args)));
+            Exactly<void const*> const exactly(exactChild, there);
             try {
                child = make(owner, args);
             } catch (MutatorReinstValException const&) {
@@ -92,7 +93,8 @@ struct ChildrenOps
             }
          });
          if (!replace) {
-            if (Entity* const there = child ? nullptr : findChild(owner, &std::get<0>(args))) {
+            there = child ? nullptr : findChild(owner, &std::get<0>(args));
+            if (there != nullptr) {
                receiver.found(*there);
             }
             thrown.rethrow();
@@ -101,6 +103,7 @@ struct ChildrenOps
          // The source has another child under this key than the mirror: it replaces ours, and
          // whatever an observer inserts in its place.
          thrown.attempt([&] { erase(owner, std::get<0>(args)); });
+         there = findChild(owner, &std::get<0>(args));
       }
    }
    static constexpr int mostReplacements = 8;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Kiv/Log/Prefetch.h"
 #include "Kiv/NboAttrLogSa.h"
 #include "Kiv/Path.h"
 #include "Kiv/Printable.h"
@@ -37,28 +38,51 @@ void Inbound::take(U8 const* bytes, std::size_t size) {
    U64 const before = messages_;
    inside_ = Sarn::Publications::innermost();
    interrupted_ = false;
-   // If an observer throws, the bytes not parsed yet are kept for the next call.
-   if (kept_.empty()) {
-      struct Keep {
+   {
+      // If an observer throws, the bytes not parsed yet are kept for the next call, too.
+      struct Rest {
          Inbound& inbound;
-         U8 const* bytes;
-         std::size_t size;
-         ~Keep() { inbound.keep(bytes + inbound.consumed_, size - inbound.consumed_); }
-      } const keepRest{*this, bytes, size};
-      parse(bytes, size);
-   } else {
-      keep(bytes, size);
-      struct Drop {
-         Inbound& inbound;
-         ~Drop() {
-            auto const begin = inbound.kept_.begin();
-            inbound.kept_.erase(begin, begin + static_cast<std::ptrdiff_t>(inbound.consumed_));
-            inbound.consumed_ = 0;
-         }
-      } const drop{*this};
-      parse(kept_.data(), kept_.size());
+         U8 const* begin;
+         U8 const* end;
+         std::size_t size() const noexcept { return static_cast<std::size_t>(end - begin); }
+         ~Rest() { inbound.keep(begin + inbound.consumed_, size() - inbound.consumed_); }
+      } rest{*this, bytes, bytes + size};
+      completeKept(rest.begin, rest.end);
+      if (kept_.empty()) {
+         parse(rest.begin, rest.size());
+      }
    }
    boundKept(before);
+}
+
+/// Parses what was kept, completed by as many of the new bytes as that takes; moves `begin` behind
+/// them. The other bytes need not be copied.
+void Inbound::completeKept(U8 const*& begin, U8 const* end) {
+   struct Drop {
+      Inbound& inbound;
+      ~Drop() {
+         auto const first = inbound.kept_.begin();
+         inbound.kept_.erase(first, first + static_cast<std::ptrdiff_t>(inbound.consumed_));
+         inbound.consumed_ = 0;
+      }
+   };
+   while (!kept_.empty()) {
+      {
+         Drop const drop{*this};
+         parse(kept_.data(), kept_.size());
+      }
+      std::size_t whole = headerSize;
+      if (kept_.size() >= headerSize) {
+         whole += readHeader(kept_.data()).bodySize;
+      }
+      std::size_t const missing = whole - std::min(whole, kept_.size());
+      std::size_t const more = std::min(missing, static_cast<std::size_t>(end - begin));
+      if (kept_.empty() || more == 0) {
+         return;
+      }
+      keep(begin, more);
+      begin += more;
+   }
 }
 
 void Inbound::applyAlone(Header const& header, In& in) {
@@ -94,6 +118,10 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
       if (size - consumed_ < total) {
          return;
       }
+      bool const inRun = header.opcode == Opcode::set || header.opcode == Opcode::erase;
+      if (inRun && !parts_.any() && applyRun(bytes, bytes + size)) [[likely]] {
+         continue;
+      }
       U8 const* const body = bytes + consumed_ + headerSize;
       consumed_ += total;
       ++messages_;
@@ -102,61 +130,25 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
    }
 }
 
-/// The most frequent messages by far: a value for an entity that no watcher watches here, and an
-/// erase of everything in a collection that is empty anyway. Returns false, with no effect, for all
-/// others.
-[[gnu::always_inline]] inline bool Inbound::applyAtOnce(Header const& header, In& in) {
-   bool const isSet = header.opcode == Opcode::set;
-   if (!isSet && header.opcode != Opcode::erase) {
-      return false;
-   }
-   Names::Theirs const* const target = names_.theirs(header.handle);
-   if (target == nullptr) {
-      return false;
-   }
-   Entity* const entity = target->entity.get();
-   if (entity == nullptr || !target->writable || entity->streamHandle() != 0) {
-      return false;
-   }
-   FieldDescriptor const* const field = entity->kivType().field(header.attribute);
-   if (field == nullptr || !field->has(FieldDescriptor::streamed)) {
-      return false;
-   }
-   if (isSet) {
-      if (field->kind != MemberKind::single || field->ops->apply == nullptr) {
-         return false;
-      }
-      ++teller_.crossing().received;
-      field->ops->apply(*entity, in);
-      return true;
-   }
-   CollectionOps const* const collection = field->ops->collection;
-   if (header.bodySize != 0 || collection == nullptr || collection->size(*entity) != 0) {
-      return false;
-   }
-   ++teller_.crossing().received;
-   return true;
-}
-
+/// Applies what `work` applies; if that is a fault, of the message with the header `headerOf()`,
+/// closes the session.
+///
 /// A message that cannot be applied for lack of memory must not count as applied. Decoding and
 /// checks come before anything is published. Anything thrown later comes from an observer or a
 /// listener and is not the peer's fault.
-void Inbound::parseOne(Header const& header, In& in) {
+template <class HeaderOf, class Work>
+[[gnu::always_inline]] inline void Inbound::attempt(HeaderOf const& headerOf, Work const& work) {
    listenerThrew_ = false;
    U32 const observersThrew = Sarn::Publisher::observersThrew();
    try {
-      if (header.opcode == Opcode::part || parts_.any()) [[unlikely]] {
-         applyPart(header, in);
-      } else if (!applyAtOnce(header, in)) [[unlikely]] {
-         apply(header, in);
-      }
+      work();
       return;
    } catch (Exception const& error) {
       if (listenerThrew_ || observersThrew != Sarn::Publisher::observersThrew()) {
          interrupted_ = true;
          throw;
       }
-      closing_.fail(faultText(header, error.what()));
+      closing_.fail(faultText(headerOf(), error.what()));
    } catch (std::bad_alloc const&) {
       closing_.fail(outOfMemory());
    } catch (...) {
@@ -164,6 +156,159 @@ void Inbound::parseOne(Header const& header, In& in) {
       throw;
    }
    control_.onFailed();
+}
+
+/// Successive messages, which the session counts together: nothing else happens between them.
+class Inbound::Run {
+public:
+   Run(Inbound& inbound, U8 const* first, U8 const* last) noexcept
+         : end(last), next(first), inbound_(inbound), counted_(first) {}
+   ~Run() { count(); }
+   Run(Run const&) = delete;
+   Run& operator=(Run const&) = delete;
+
+   /// The session counts all messages taken so far.
+   void count() noexcept {
+      inbound_.consumed_ += static_cast<std::size_t>(next - counted_);
+      inbound_.messages_ += taken;
+      inbound_.teller_.crossing().received += taken;
+      counted_ = next;
+      taken = 0;
+   }
+
+   /// The end of the received bytes.
+   U8 const* const end;
+   /// Where the next message begins.
+   U8 const* next;
+   /// How many messages were taken and not counted yet.
+   U32 taken = 0;
+
+private:
+   Inbound& inbound_;
+   U8 const* counted_;
+};
+
+/// Reads ahead which entities the next messages are for, so that these are in the cache when their
+/// turn comes: many small changes of many entities would otherwise wait for memory most of the
+/// time.
+class Inbound::Scout {
+public:
+   Scout(Names const& names, U8 const* begin, U8 const* end) noexcept
+         : names_(names), at_(begin), end_(end) {}
+
+   /// Goes on to the messages that are near `next`.
+   void keepAhead(U8 const* next) noexcept {
+      at_ = std::max(at_, next);
+      while (at_ - next < lead && static_cast<std::size_t>(end_ - at_) >= headerSize) {
+         Header const header = readHeader(at_);
+         if (Names::Theirs const* const target = names_.theirs(header.handle)) {
+            prefetch(target->entity.get(), 2);
+         }
+         std::size_t const left = static_cast<std::size_t>(end_ - at_);
+         at_ += std::min(left, headerSize + header.bodySize);
+      }
+   }
+
+private:
+   /// About eight messages of one number each.
+   static constexpr std::ptrdiff_t lead = 160;
+
+   Names const& names_;
+   U8 const* at_;
+   U8 const* end_;
+};
+
+/// Applies the next messages as long as they are of the two most frequent kinds: a value for an
+/// entity that no hub watches here, and an erase of everything in a collection that is empty
+/// anyway. Returns false, with no effect, if the next message is neither.
+bool Inbound::applyRun(U8 const* const bytes, U8 const* const end) {
+   U8 const* const begin = bytes + consumed_;
+   U8 const* message = begin;
+   auto const applyAll = [&] {
+      Run run(*this, begin, end);
+      Scout scout(names_, begin, end);
+      for (bool more = true; more;) {
+         Names::Theirs const* const target = names_.theirs(readHeader(run.next).handle);
+         Entity* const entity = target != nullptr ? target->entity.get() : nullptr;
+         if (entity == nullptr || !target->writable || entity->streamHandle() != 0) {
+            return;
+         }
+         more = applyRunTo(*entity, run, message);
+         // A replay does not come here, since it introduces each entity before its values.
+         if (more) {
+            scout.keepAhead(run.next);
+         }
+      }
+   };
+   attempt([&message] { return readHeader(message); }, applyAll);
+   return bytes + consumed_ != begin;
+}
+
+/// The messages to one entity. As long as it is unwatched, its setters run nobody else's code, so
+/// it need not be looked up again; otherwise the run ends after one message, since an observer may
+/// have done anything. `message`: the last message that was begun. Returns whether the run may
+/// continue, with another entity.
+bool Inbound::applyRunTo(Entity& entity, Run& run, U8 const*& message) {
+   TypeImpl const& type = entity.kivType();
+   FieldDescriptor const* const rows = type.rows;
+   U32 const firstId = type.firstId;
+   U32 const rowCount = type.rowCount;
+   bool const watched = entity.watched();
+   U8 const* at = run.next;
+   Header header = readHeader(at);
+   U32 const handle = header.handle;
+   do {
+      U32 const row = header.attribute - firstId;
+      FieldDescriptor const* const field =
+            row < rowCount ? rows + row : type.field(header.attribute);
+      U8 const* const body = at + headerSize;
+      if (field == nullptr || !field->has(FieldDescriptor::streamed) ||
+          header.bodySize > shortMessage_ ||
+          header.bodySize > static_cast<std::size_t>(run.end - body)) [[unlikely]] {
+         return false;
+      }
+      if (header.opcode == Opcode::set) [[likely]] {
+         if (field->kind != MemberKind::single || field->ops->apply == nullptr) [[unlikely]] {
+            return false;
+         }
+         message = at;
+         at = body + header.bodySize;
+         run.next = at;
+         ++run.taken;
+         In in(body, at);
+         if (watched) [[unlikely]] {
+            run.count();
+            field->ops->apply(entity, in);
+            return false;
+         }
+         field->ops->apply(entity, in);
+      } else {
+         CollectionOps const* const collection = field->ops->collection;
+         if (header.opcode != Opcode::erase || header.bodySize != 0 || collection == nullptr ||
+             collection->size(entity) != 0) {
+            return false;
+         }
+         at = body;
+         run.next = at;
+         ++run.taken;
+      }
+      if (static_cast<std::size_t>(run.end - at) < headerSize) [[unlikely]] {
+         return false;
+      }
+      header = readHeader(at);
+   } while (header.handle == handle);
+   return true;
+}
+
+void Inbound::parseOne(Header const& header, In& in) {
+   auto const applyIt = [&] {
+      if (header.opcode == Opcode::part || parts_.any()) [[unlikely]] {
+         applyPart(header, in);
+      } else {
+         apply(header, in);
+      }
+   };
+   attempt([&header] { return header; }, applyIt);
 }
 
 void Inbound::failFor(Sarn::String reason) {

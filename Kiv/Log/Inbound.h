@@ -75,13 +75,19 @@ public:
    U64 bytes() const noexcept { return bytes_; }
 
 private:
+   void completeKept(U8 const*& begin, U8 const* end);
    void parse(U8 const* bytes, std::size_t size);
    void parseOne(Header const& header, In& in);
+   template <class HeaderOf, class Work>
+   void attempt(HeaderOf const& headerOf, Work const& work);
    void keep(U8 const* bytes, std::size_t size) noexcept;
    void boundKept(U64 before);
    void freeKept() noexcept;
    void apply(Header const& header, In& in);
-   bool applyAtOnce(Header const& header, In& in);
+   class Run;
+   class Scout;
+   bool applyRun(U8 const* bytes, U8 const* end);
+   bool applyRunTo(Entity& entity, Run& run, U8 const*& message);
    void applyPart(Header const& header, In& in);
    // Changes, also those of a replay: InboundChanges.cpp
    void applyChange(Header const& header, In& in);

@@ -63,9 +63,8 @@ void Names::map(U32 handle, Entity* entity, bool writable) {
       return;
    }
    U64 const key = reinterpret_cast<U64>(entity);
-   U32* const known = handles_.find(key);
-   if (known == nullptr) {
-      handles_.insert(key, handle);
+   auto const [known, added] = handles_.insert(key, handle);
+   if (added) {
       return;
    }
    if (*known != handle) {
