@@ -8,16 +8,6 @@
 
 namespace Kiv::NboAttrLog {
 
-void FlowOut::Bits::reset(std::size_t count) {
-   std::size_t const words = (count + 63) / 64;
-   if (words > 2) {
-      more_.assign(words, 0);
-   } else {
-      more_.clear();
-      few_[0] = few_[1] = 0;
-   }
-}
-
 bool FlowOut::Bits::any() const noexcept {
    if (more_.empty()) {
       return (few_[0] | few_[1]) != 0;

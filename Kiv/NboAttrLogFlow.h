@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 #include <vector>
 
@@ -47,6 +48,27 @@ public:
       dirty_.set(at, false);
       synced_.set(at, true);
    }
+
+   // Many attributes at once: flags in words of 64, in the order of their places. The members of a
+   // type, or of one of its bases, have successive places.
+
+   /// The place of the first own member of the entity's type, or of one of its bases.
+   U32 placeOf(TypeImpl const& type) const noexcept { return place(type.firstId); }
+   U64 dirtyWord(U32 word) const { return dirty_.word(word); }
+   /// The attributes in `word` whose bits are set have been sent, collections in full.
+   void wordIsTold(U32 word, U64 bits) {
+      dirty_.word(word) &= ~bits;
+      whole_.word(word) &= ~bits;
+      erased_.word(word) &= ~bits;
+      synced_.word(word) |= bits;
+   }
+   /// Whether a collection without elements is replayed in full by emptying it: its replay has not
+   /// begun, and nothing remains to be sent of it afterwards.
+   bool emptiesAtOnce(U32 place) const {
+      return whole_.get(place) && !again_.get(place) && iterator_ == nullptr &&
+             collections_.empty();
+   }
+
    /// Whether individual keys of the collection are dirty.
    bool hasDirtyCollKeys(AttributeId id) const noexcept;
    /// Whether the collection is to be replayed in full.
@@ -104,21 +126,33 @@ private:
    /// A flag for each attribute; two words suffice for most types.
    class Bits {
    public:
-      void reset(std::size_t count);
-      bool get(U32 place) const { return (words()[place / 64] >> place % 64 & 1) != 0; }
+      Bits() = default;
+      Bits& operator=(Bits const& other) {
+         few_ = other.few_;
+         if (!more_.empty() || !other.more_.empty()) [[unlikely]] {
+            more_ = other.more_;
+         }
+         return *this;
+      }
+      void reset(std::size_t count) {
+         few_ = {};
+         if (count > 64 * few_.size() || !more_.empty()) [[unlikely]] {
+            more_.assign(count > 64 * few_.size() ? (count + 63) / 64 : 0, 0);
+         }
+      }
+      U64& word(U32 at) { return more_.empty() ? few_[at] : more_[at]; }
+      U64 word(U32 at) const { return more_.empty() ? few_[at] : more_[at]; }
+      bool get(U32 place) const { return (word(place / 64) >> place % 64 & 1) != 0; }
       void set(U32 place, bool value) {
          U64 const bit = U64(1) << place % 64;
-         U64& word = words()[place / 64];
-         word = value ? word | bit : word & ~bit;
+         U64& flags = word(place / 64);
+         flags = value ? flags | bit : flags & ~bit;
       }
       bool any() const noexcept;
       std::size_t count() const noexcept;
 
    private:
-      U64* words() noexcept { return more_.empty() ? few_ : more_.data(); }
-      U64 const* words() const noexcept { return more_.empty() ? few_ : more_.data(); }
-
-      U64 few_[2] = {0, 0};
+      std::array<U64, 2> few_{};
       std::vector<U64> more_;
    };
    struct Collection {

@@ -17,9 +17,9 @@ public:
 
    /// Writes what `flowOut` has for one attribute. False, with nothing lost, if the output is full.
    bool flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const& field);
-   /// Writes the dirty values of consecutive rows from `row` on, until one has no fixed size or is
-   /// not dirty; none if there is no space for all rows. Returns the row to continue with.
-   U16 flowOutFixedSizes(FlowOut& flowOut, TypeImpl const& type, U16 row);
+   /// Writes what is dirty from `row` on, up to the first that is neither a short value nor empty;
+   /// nothing if there is no space for all rows. Returns the row to continue with.
+   U16 flowOutShort(FlowOut& flowOut, TypeImpl const& type, U16 row);
    /// Whether a peer that only mirrors the entity may change this attribute nevertheless: never.
    static constexpr bool allowWriteFromReadOnlyRemote(AttributeId) noexcept { return false; }
    /// Throws a `ReadOnlyProxyException` that names entity and attribute.

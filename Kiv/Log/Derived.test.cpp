@@ -95,6 +95,20 @@ TEST_F(StreamDerived, AMirrorThatComesLateIsToldOfBothLevels) {
    EXPECT_NE(copy->wideLeaf(3)->twig(Level::low), nullptr);
 }
 
+TEST_F(StreamDerived, AMirrorThatComesLateIsToldInTheOrderOfTheIds) {
+   hedge->wideLeafIs(3, false)->widthIs(9);
+   mirror.session->mountIs(copy);
+   source.take();
+   source.receive(mirror.take());
+   std::string told;
+   for (std::string const& message : lines(source.take())) {
+      if (message.find(" 01000001.") != std::string::npos) {
+         told += message.substr(0, message.find(' ')) + message.substr(message.find('.')) + "; ";
+      }
+   }
+   EXPECT_EQ(told, "set.259 00; set.261 0000; erase.262; set.386 00000009; ");
+}
+
 TEST_F(StreamDerived, TheGenericInterfaceAnswersInheritedIdsAtBothEnds) {
    mount(MountMode::writer);
    Sarn::Ptr<WideLeaf> const leaf = hedge->wideLeafIs(3, true);

@@ -52,7 +52,7 @@ protected:
       before = mirror.session->stats().messagesIn;
    }
    Bytes toRoot(char const* name, Bytes const& body, Opcode opcode = Opcode::set) const {
-      return message(opcode, rootHandle, idOf<Root>(name), body);
+      return message(opcode, rootHandle, idOf<Stem>(name), body);
    }
    Bytes toLeaf(char const* name, Bytes const& body) const {
       return message(Opcode::set, leafHandle, idOf<Leaf>(name), body);
@@ -98,7 +98,7 @@ TEST_F(StreamRun, AFaultNamesItsMessageAndNothingBehindItIsApplied) {
 
 TEST_F(StreamRun, AValueOutOfRangeAmongOthersIsNotStored) {
    EXPECT_NE(fault(concat(toRoot("u8", {7}), toRoot("dial", {99}), toRoot("dial", {12})))
-                   .find("test.dial (KivTest::Root, "),
+                   .find("test.dial (KivTest::Stem, "),
              std::string::npos);
    EXPECT_EQ(copy->dial(), 15);
 }

@@ -21,8 +21,8 @@ bool Sa::flowOutOnAttributeForConnection(FlowOut& flowOut, FieldDescriptor const
    return session_.impl().teller().walk().tell(flowOut, field) == Walk::Write::done;
 }
 
-U16 Sa::flowOutFixedSizes(FlowOut& flowOut, TypeImpl const& type, U16 row) {
-   return session_.impl().teller().walk().tellFixedSizes(flowOut, type, row);
+U16 Sa::flowOutShort(FlowOut& flowOut, TypeImpl const& type, U16 row) {
+   return session_.impl().teller().walk().tellShort(flowOut, type, row);
 }
 
 void Sa::onChange(FieldDescriptor const& field, Change const& change) {
@@ -64,12 +64,7 @@ S32 tellFields(TypeImpl const& type, Walk& walk, AttributeId from, FlowOut& flow
       }
    }
    U16 i = from > type.firstId ? static_cast<U16>(from - type.firstId) : U16(0);
-   while (i < type.rowCount) {
-      U16 const next = walk.tellFixedSizes(flowOut, type, i);
-      if (next != i) {
-         i = next;
-         continue;
-      }
+   while ((i = walk.tellShort(flowOut, type, i)) < type.rowCount) {
       FieldDescriptor const& field = type.rows[i++];
       if (field.kind != MemberKind::none && field.has(FieldDescriptor::streamed) &&
           flowOut.kivIsDirty(field.fieldId) && walk.tell(flowOut, field) != Walk::Write::done) {

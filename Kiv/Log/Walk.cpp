@@ -1,8 +1,10 @@
 #include "Kiv/Log/Walk.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 
+#include "Kiv/Log/Prefetch.h"
 #include "Kiv/Log/RootWatcher.h"
 #include "Kiv/NboAttrLogSa.h"
 
@@ -181,32 +183,76 @@ Walk::Write Walk::tell(FlowOut& flow, FieldDescriptor const& field) {
    }
 }
 
-U16 Walk::tellFixedSizes(FlowOut& flow, TypeImpl const& type, U16 row) {
-   constexpr std::size_t largest = 8;
-   Entity const& entity = flow.entity();
-   U8* const begin =
-         outbox_.reserveRun(static_cast<std::size_t>(type.rowCount - row) * (headerSize + largest));
-   if (begin == nullptr || outbox_.longestBody() < largest) {
+namespace {
+/// The longest value that counts as short.
+constexpr std::size_t longestShort = 20;
+}  // namespace
+
+U16 Walk::tellShort(FlowOut& flow, TypeImpl const& type, U16 row) {
+   std::size_t const most =
+         static_cast<std::size_t>(type.rowCount - row) * (headerSize + longestShort);
+   U8* const begin = outbox_.longestBody() >= longestShort ? outbox_.reserveRun(most) : nullptr;
+   if (begin == nullptr) {
       return row;
    }
-   U8* at = begin;
+   U8* end = begin;
    U32 count = 0;
-   for (; row != type.rowCount; ++row) {
-      FieldDescriptor const& field = type.rows[row];
-      std::size_t const size = field.kind == MemberKind::single ? field.ops->fixedSize : 0;
-      if (size == 0 || !field.has(FieldDescriptor::streamed) || !flow.kivIsDirty(field.fieldId)) {
+   U32 const first = flow.placeOf(type);
+   U32 const last = first + type.rowCount;
+   U32 place = first + row;
+   while (place < last) {
+      U32 const word = place / 64;
+      U64 const dirty = flow.dirtyWord(word) >> place % 64 << place % 64;
+      U64 left = dirty;
+      U8* next = end;
+      for (; left != 0; left &= left - 1) {
+         place = word * 64 + static_cast<U32>(std::countr_zero(left));
+         next = place < last ? writeShort(end, flow, place, type.rows[place - first]) : nullptr;
+         if (next == nullptr) {
+            break;
+         }
+         end = next;
+         ++count;
+      }
+      flow.wordIsTold(word, dirty ^ left);
+      if (next == nullptr) {
          break;
       }
-      assert(size <= largest);
-      Out out(at, headerSize + size);
-      writeHeader(out, {Opcode::set, static_cast<U32>(size), flow.handle, field.fieldId});
-      field.ops->encode(entity, out);
-      at += headerSize + size;
-      ++count;
-      flow.told(field.fieldId);
+      place = (word + 1) * 64;
    }
-   outbox_.commitRun(static_cast<std::size_t>(at - begin), count);
-   return row;
+   outbox_.commitRun(static_cast<std::size_t>(end - begin), count);
+   return static_cast<U16>(std::min(place, last) - first);
+}
+
+/// Writes a dirty attribute if it is a short value, or empty. Returns the end of the message, or
+/// null if it is neither.
+inline U8* Walk::writeShort(U8* at, FlowOut const& flow, U32 place, FieldDescriptor const& field) {
+   Entity const& entity = flow.entity();
+   assert(field.has(FieldDescriptor::streamed));
+   Opcode opcode = Opcode::set;
+   std::size_t size = 0;
+   if (field.kind == MemberKind::single) [[likely]] {
+      size = valueSize(entity, field);
+      if (size > longestShort) {
+         return nullptr;
+      }
+   } else {
+      bool const empty = field.kind == MemberKind::child
+                               ? field.ops->child->get(entity) == nullptr
+                               : field.kind != MemberKind::queue && flow.emptiesAtOnce(place) &&
+                                       field.ops->collection->size(entity) == 0;
+      if (!empty) {
+         return nullptr;
+      }
+      opcode = Opcode::erase;
+   }
+   Out header(at, headerSize);
+   writeHeader(header, {opcode, static_cast<U32>(size), flow.handle, field.fieldId});
+   if (opcode == Opcode::set) {
+      Out value(at + headerSize, size);
+      field.ops->encode(entity, value);
+   }
+   return at + headerSize + size;
 }
 
 Walk::Write Walk::tellChild(FlowOut& flow, FieldDescriptor const& field) {
@@ -276,6 +322,10 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
          return Write::full;
       }
       at->next();
+      // The order is that of the hashes, so the next child is rarely in the cache.
+      if (at->valid()) {
+         prefetch(at->child(), 4);
+      }
       if (!had && descendInto(child, false)) {
          return Write::descend;
       }

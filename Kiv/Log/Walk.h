@@ -65,15 +65,17 @@ public:
 
    /// Writes what `flow` has for one attribute.
    Write tell(FlowOut& flow, FieldDescriptor const& field);
-   /// A new reader is mostly sent values of a fixed size. Writes those of consecutive rows, for
-   /// which space is reserved at once. Returns the row to continue with.
-   U16 tellFixedSizes(FlowOut& flow, TypeImpl const& type, U16 row);
+   /// A new reader is mostly sent short values, and that collections are empty. Writes what is
+   /// dirty from `row` on up to the first that is neither; space is reserved for all of it at once.
+   /// Returns the row to continue with.
+   U16 tellShort(FlowOut& flow, TypeImpl const& type, U16 row);
 
 private:
    void fillUp();
    bool run(FlowOut& flow);
    bool beginReplay(Served& served);
    bool endReplays();
+   static U8* writeShort(U8* at, FlowOut const& flow, U32 place, FieldDescriptor const& field);
    Write tellChild(FlowOut& flow, FieldDescriptor const& field);
    Write tellWhole(FlowOut& flow, FieldDescriptor const& field);
    Write tellDirtyKeys(FlowOut& flow, FieldDescriptor const& field);
