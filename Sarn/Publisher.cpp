@@ -51,37 +51,52 @@ struct Publisher::List {
 /// `at` is null. Since whoever begins inside finishes all that is older, the oldest frame that may
 /// not be done yet (`openFrame`) only moves on towards the newest: it costs each frame one step,
 /// however deep they are stacked.
+///
+/// Who tells keeps the list and its position in registers and only writes `next`. Whoever else
+/// changes the frame or the list of `at` sets `touched`; from then on, the frame's words hold.
 struct Publisher::Frame {
-   Frame* outer;
-   /// The next above.
-   Frame* inner = nullptr;
    Change change;
    Publisher* at;
-   U32 next;
+   U32 next = 0;
    U32 end;
-   /// A removal has left holes in the list of `at`.
-   bool holes;
-   bool sourceGone = false;
+   Frame* outer;
+   struct Flags {
+      bool touched;
+      /// A removal has left holes in the list of `at`.
+      bool holes;
+      bool sourceGone;
+      bool unused[5];  // so that one store clears them
+   } flags{};
+   /// The next above, once there is one.
+   Frame* inner;
 
-   Frame(Frame* outerFrame, Change const& made, Publisher* first) noexcept
-         : outer(outerFrame), change(made) {
-      enter(first);
+   /// Stands on `first`, whose first `count` registrations are to be told.
+   Frame(Frame* outerFrame, Change const& made, Publisher* first, U32 count) noexcept
+         : change(made), at(first), end(count), outer(outerFrame) {}
+
+   /// Whether everybody has been told whom the list had, and nobody above is to be.
+   bool atEnd() const noexcept {
+      if (flags.touched || (at->watch_ & aboveBit) != 0) [[unlikely]] {
+         return !flags.touched && at->parent_ == nullptr;
+      }
+      return true;
    }
-
    void enter(Publisher* publisher) noexcept {
       at = publisher;
       next = 0;
       end = publisher->list_ != nullptr ? publisher->list_->size : 0;
-      holes = false;
+      flags.touched = true;
+      flags.holes = false;
    }
    void finish() noexcept {
       at = nullptr;
       next = end = 0;
-      holes = false;
+      flags.touched = true;
+      flags.holes = false;
    }
    /// Goes on to `higher`, or ends here if that is null.
    void leave(Publisher* higher) noexcept {
-      Publisher* const left = holes ? at : nullptr;
+      Publisher* const left = flags.holes ? at : nullptr;
       if (higher != nullptr) {
          enter(higher);
       } else {
@@ -109,7 +124,7 @@ Publisher::~Publisher() {
       if (frame->at == this || &frame->change.source == this) {
          frame->finish();
       }
-      frame->sourceGone = frame->sourceGone || &frame->change.source == this;
+      frame->flags.sourceGone = frame->flags.sourceGone || &frame->change.source == this;
    }
    if (list_ != nullptr) {
       List::destroy(list_);
@@ -164,8 +179,30 @@ void Publisher::forEachOpen(Visit&& visit) {
    }
 }
 
+/// Here only what most changes need: one observer of this publisher, and nothing runs. It takes no
+/// jump and keeps nothing across the call, since each of these costs as much as the call itself:
+/// what comes after finds the frame through `topFrame`.
 void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
+   if (topFrame != nullptr || list_ == nullptr || list_->size != 1) [[unlikely]] {
+      publishToMany(attributeId, key, oldValue, keyCompare);
+      return;
+   }
+   Frame frame(nullptr, {*this, attributeId, key, oldValue, keyCompare}, this, 0);
+   Running const running(frame);
+   try {
+      List::observer(list_->slots[0])->onChange(frame.change);
+      if (!frame.atEnd()) [[unlikely]] {
+         run(*static_cast<Frame*>(topFrame));
+      }
+   } catch (...) {
+      finishAfterThrow();
+      throw;
+   }
+}
+
+void Publisher::publishToMany(U16 attributeId, void const* key, void const* oldValue,
+                              KeyCompare keyCompare) {
    if (topFrame != nullptr) [[unlikely]] {
       publishInside(attributeId, key, oldValue, keyCompare);
       return;
@@ -173,22 +210,28 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
    // To the nearest that has observers at once: this one or, since somebody is listening, one
    // above.
    Publisher* nearest = this;
-   while (nearest->list_ == nullptr) {
-      nearest = nearest->parent_;
+   for (; nearest->list_ == nullptr; nearest = nearest->parent_) {
    }
-   Frame frame(nullptr, {*this, attributeId, key, oldValue, keyCompare}, nearest);
+   // Whoever changes these touches the frame.
+   std::uintptr_t const* const slots = nearest->list_->slots;
+   U32 const size = nearest->list_->size;
+   std::uintptr_t const wanted = nearest == this ? ~List::flagBits : List::subtreeBit;
+   Frame frame(nullptr, {*this, attributeId, key, oldValue, keyCompare}, nearest, size);
    Running const running(frame);
    try {
-      tell(frame);
-      // The frame's own word, since the publisher may be gone.
-      bool const more = frame.at != nullptr && (frame.at->watch_ & aboveBit) != 0 &&
-                        frame.at->parent_ != nullptr;
-      if ((more || frame.holes) && climb(frame)) {
+      U32 next = 0;
+      do {
+         std::uintptr_t const slot = slots[next];
+         frame.next = ++next;
+         if ((slot & wanted) != 0) [[likely]] {
+            List::observer(slot)->onChange(frame.change);
+         }
+      } while (!frame.flags.touched && next != size);
+      if (!frame.atEnd()) [[unlikely]] {
          run(frame);
       }
    } catch (...) {
-      runRest(frame);
-      ++observersThrew_;
+      finishAfterThrow();
       throw;
    }
 }
@@ -198,13 +241,13 @@ void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
 void Publisher::publishInside(U16 attributeId, void const* key, void const* oldValue,
                               KeyCompare keyCompare) {
    auto* const outer = static_cast<Frame*>(topFrame);
-   Frame frame(outer, {*this, attributeId, key, oldValue, keyCompare}, this);
+   Frame frame(outer, {*this, attributeId, key, oldValue, keyCompare}, this,
+               list_ != nullptr ? list_->size : 0);
    RunningInside const running(frame);
    try {
       runUpTo(frame);
    } catch (...) {
-      runRest(frame);
-      ++observersThrew_;
+      finishAfterThrow();
       throw;
    }
 }
@@ -233,6 +276,12 @@ void Publisher::runRest(Frame& last) noexcept {
       } catch (...) {  // the first exception is on its way already
       }
    }
+}
+
+/// What an observer threw waits until the top frame has told all.
+void Publisher::finishAfterThrow() noexcept {
+   runRest(*static_cast<Frame*>(topFrame));
+   ++observersThrew_;
 }
 
 void Publisher::run(Frame& frame) {
@@ -302,6 +351,7 @@ std::uintptr_t& Publisher::append(std::uintptr_t slot) {
       std::copy(list_->slots, list_->slots + list_->size, wider->slots);
       wider->size = list_->size;
       replaceList(wider);
+      forEachOpen([this](Frame& frame) { frame.flags.touched |= frame.at == this; });
    }
    return list_->slots[list_->size++] = slot;
 }
@@ -321,6 +371,7 @@ void Publisher::addFirst(FirstObserver& observer) {
       if (frame.at == this) {
          ++frame.next;
          ++frame.end;
+         frame.flags.touched = true;
       }
    });
 }
@@ -346,7 +397,7 @@ void Publisher::tidy() noexcept {
    bool running = false;
    forEachOpen([&](Frame& frame) {
       if (frame.at == this) {
-         frame.holes = true;
+         frame.flags.touched = frame.flags.holes = true;
          running = true;
       }
    });
@@ -381,7 +432,7 @@ void const* Publications::around(Change const& change) noexcept {
 void Publications::forEach(void* context, void (*visit)(void* context, Change const& change)) {
    auto* frame = static_cast<Publisher::Frame*>(topFrame);
    for (; frame != nullptr; frame = frame->outer) {
-      if (!frame->sourceGone) {
+      if (!frame->flags.sourceGone) {
          visit(context, frame->change);
       }
    }

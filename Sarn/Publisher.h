@@ -136,8 +136,11 @@ private:
    class RunningInside;
 
    void publish(U16 attributeId, void const* key, void const* oldValue, KeyCompare keyCompare);
+   void publishToMany(U16 attributeId, void const* key, void const* oldValue,
+                      KeyCompare keyCompare);
    void publishInside(U16 attributeId, void const* key, void const* oldValue,
                       KeyCompare keyCompare);
+   static void finishAfterThrow() noexcept;
    static void run(Frame& frame);
    static void tell(Frame& frame);
    static bool climb(Frame& frame) noexcept;

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <array>
 #include <memory>
 #include <stdexcept>
 
@@ -176,6 +177,35 @@ TEST_F(Publisher, AnObserverThatWasAddedInsideIsToldOfLaterChanges) {
    EXPECT_EQ(told(), "a:root.1 b:root.2 a:root.2 c:root.2");
 }
 
+TEST_F(Publisher, AnObserverThatWasAddedAboveInsideIsToldOfThisChangeToo) {
+   a.script = [&](Change const&) { root.observerAdd(c, Scope::subtree); };
+   for (bool const alone : {true, false}) {
+      leaf.observerAdd(a);
+      if (!alone) {
+         leaf.observerAdd(b);
+      }
+      leaf.change(1);
+      EXPECT_EQ(told(), alone ? "a:leaf.1 c:leaf.1" : "a:leaf.1 b:leaf.1 c:leaf.1");
+      leaf.observerDel(a);
+      root.observerDel(c, Scope::subtree);
+   }
+}
+
+/// The list of two is replaced by a longer one, and its memory used for something else.
+TEST_F(Publisher, TheListMayGrowInsideANotification) {
+   root.observerAdd(a);
+   root.observerAdd(b);
+   std::vector<std::unique_ptr<std::array<std::uintptr_t, 3>>> others;
+   a.script = [&](Change const&) {
+      root.observerAdd(c);
+      for (int i = 0; i != 16; ++i) {
+         others.push_back(std::make_unique<std::array<std::uintptr_t, 3>>());
+      }
+   };
+   root.change(1);
+   EXPECT_EQ(told(), "a:root.1 b:root.1");
+}
+
 TEST_F(Publisher, ManyComeAndGoInsideOneNotification) {
    std::vector<std::string> log;
    std::vector<std::unique_ptr<Scripted>> crowd;
@@ -336,6 +366,38 @@ TEST_F(Publisher, TellsEverybodyThoughOneThrows) {
    EXPECT_EQ(told(), "a:leaf.1 b:leaf.1 c:leaf.1");
    EXPECT_THROW(leaf.change(2), std::runtime_error);
    EXPECT_EQ(told(), "a:leaf.2 b:leaf.2 c:leaf.2");
+}
+
+TEST_F(Publisher, TellsThoseAboveThoughTheOnlyObserverThrows) {
+   a.script = [](Change const&) { throw std::runtime_error("a"); };
+   leaf.observerAdd(a);
+   root.observerAdd(c, Scope::subtree);
+   EXPECT_THROW(leaf.change(1), std::runtime_error);
+   EXPECT_EQ(told(), "a:leaf.1 c:leaf.1");
+}
+
+TEST_F(Publisher, CountsThePublicationsFromWhichAnExceptionCame) {
+   a.script = [&](Change const& change) {
+      if (change.attributeId == 1) {
+         throw std::runtime_error("a");
+      }
+   };
+   U32 const before = Sarn::Publisher::observersThrew();
+   root.observerAdd(a);
+   root.change(2);
+   EXPECT_EQ(Sarn::Publisher::observersThrew(), before);
+   EXPECT_THROW(root.change(1), std::runtime_error);
+   EXPECT_EQ(Sarn::Publisher::observersThrew(), before + 1);
+   root.observerAdd(b);
+   EXPECT_THROW(root.change(1), std::runtime_error);
+   EXPECT_EQ(Sarn::Publisher::observersThrew(), before + 2);
+   b.script = [&](Change const& change) {
+      if (change.attributeId == 2) {
+         root.change(1);
+      }
+   };
+   EXPECT_THROW(root.change(2), std::runtime_error);
+   EXPECT_EQ(Sarn::Publisher::observersThrew(), before + 4);
 }
 
 /// The inner change is made by the first observer while the second has still to be told of the
