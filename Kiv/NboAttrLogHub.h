@@ -55,10 +55,10 @@ public:
    /// clock. O(sessions).
    U64 deadline() const noexcept;
    /// Ends sessions whose peer has left a message incomplete for too long, drops what closed ones
-   /// could not send, and frees the buffers of idle ones and of an idle hub. Call it when `deadline()` has come; more
-   /// often does no harm. Without a clock it ends nothing, and a session is idle if it has neither
-   /// sent nor received since the last call. O(sessions). REQUIRES: not called from inside a
-   /// session.
+   /// could not send, and frees the buffers of idle ones and of an idle hub. Call it when
+   /// `deadline()` has come; more often does no harm. Without a clock it ends nothing, and a
+   /// session is idle if it has neither sent nor received since the last call. O(sessions).
+   /// REQUIRES: not called from inside a session.
    void expire();
    /// Bytes that the buffers of all sessions and the changes that they share hold, as
    /// `Limits::sessionBytes` counts them.
