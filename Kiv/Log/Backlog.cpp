@@ -67,7 +67,10 @@ void Backlog::mark(Entity& entity, FieldDescriptor const& field, void const* key
    if (field.kind == MemberKind::queue) {
       markQueue(flow, field, *static_cast<U32 const*>(key));
    } else if (field.kind == MemberKind::child) {
-      flow.erasedIs(field.fieldId, flow.erased(field.fieldId) || erased);
+      // A child that is replaced twice before it is sent may be back under the name of the one that
+      // the peer has, which the peer would then keep.
+      bool const again = waits && field.has(FieldDescriptor::named);
+      flow.erasedIs(field.fieldId, flow.erased(field.fieldId) || erased || again);
    } else if (keys != nullptr) {
       keys->insert(key, erased);
       boundKeys(flow, field, keys->size());

@@ -116,4 +116,43 @@ TEST_F(StreamTest, AWriterReplacesANamedChildInOneStep) {
    expectEqual();
 }
 
+class StreamNarrowNamedChild : public StreamTest {
+protected:
+   StreamNarrowNamedChild() : StreamTest(narrow(1000)) {}
+   ~StreamNarrowNamedChild() override {
+      carry();
+      expectEqual();
+      EXPECT_EQ(source.session->closeReason(), "");
+      EXPECT_EQ(mirror.session->closeReason(), "");
+   }
+};
+
+/// Otherwise the source would take it for the one that it has introduced, under a handle that the
+/// writer has forgotten.
+TEST_F(StreamNarrowNamedChild, OfAWriterThatIsBackUnderItsFormerNameIsAnotherAtTheSource) {
+   mount(MountMode::writer);
+   root->badgeIs("a")->brightnessIs(1);
+   carry();
+   Watcher there(*root);
+   copy->textIs(std::string(980, 'x'));
+   copy->badgeIs("b");
+   copy->badgeIs("a")->brightnessIs(2);
+   carry();
+   EXPECT_EQ(there.all(), "a -> none; none -> a");
+   root->badge()->brightnessIs(77);
+   carry();
+   EXPECT_EQ(copy->badge()->brightness(), 77);
+}
+
+TEST_F(StreamNarrowNamedChild, OfAWriterThatIsBehindIsReplacedInOneStep) {
+   mount(MountMode::writer);
+   root->badgeIs("a")->brightnessIs(1);
+   carry();
+   Watcher there(*root);
+   copy->textIs(std::string(980, 'x'));
+   copy->badgeIs("b")->brightnessIs(2);
+   carry();
+   EXPECT_EQ(there.all(), "a -> b");
+}
+
 }  // namespace
