@@ -155,4 +155,22 @@ TEST_F(StreamNarrowNamedChild, OfAWriterThatIsBehindIsReplacedInOneStep) {
    EXPECT_EQ(there.all(), "a -> b");
 }
 
+TEST_F(StreamNarrowNamedChild, OfAWriterThatIsRemovedAndMadeAgainDuringItsReplayIsAnother) {
+   root->textIs(std::string(950, 'x'));
+   mirror.session->mountIs(copy, MountMode::writer);
+   source.receive(mirror.take());
+   carryPiece();  // up to the text
+   copy->badgeIs("a")->brightnessIs(1);
+   source.receive(mirror.take());
+   ASSERT_TRUE(root->badge());
+   Watcher here(*copy);
+   root->badgeDel();
+   root->badgeIs("a")->brightnessIs(9);
+   carry();
+   EXPECT_EQ(here.all(), "a -> none; none -> a");
+   copy->badge()->brightnessIs(10);
+   carry();
+   EXPECT_EQ(root->badge()->brightness(), 10);
+}
+
 }  // namespace

@@ -258,12 +258,18 @@ inline U8* Walk::writeShort(U8* at, FlowOut const& flow, U32 place, FieldDescrip
 Walk::Write Walk::tellChild(FlowOut& flow, FieldDescriptor const& field) {
    Entity* const child = presentChild(flow.entity(), field, nullptr);
    bool const told = child != nullptr && names_.peerHas(*child);
+   // The child that the peer has may have been removed during the walk of its parent.
+   FlowOut* const own = backlog_.find(flow.entity());
+   bool const erased = flow.erased(field.fieldId) || (own != nullptr && own->erased(field.fieldId));
    // A full replay erases an absent child, too: the mirror may hold one from before.
-   if ((child == nullptr || flow.erased(field.fieldId)) && !told) {
+   if ((child == nullptr || erased) && !told) {
       if (!encoder_.erase(flow.entity(), field, nullptr)) {
          return Write::full;
       }
       flow.erasedIs(field.fieldId, false);
+      if (own != nullptr) {
+         own->erasedIs(field.fieldId, false);
+      }
    }
    bool descend = false;
    if (child != nullptr && !told) {
