@@ -41,6 +41,25 @@ bool wouldBlock(int error) {
    return error == EAGAIN || error == EWOULDBLOCK;
 }
 
+/// Writes two pieces, the second of which may be empty, in one system call.
+ssize_t send(int fd, CircularBuffer::Piece const& first, CircularBuffer::Piece const& second) {
+   std::array<iovec, 2> const pieces{{{const_cast<U8*>(first.begin), first.size},
+                                      {const_cast<U8*>(second.begin), second.size}}};
+   ssize_t count;
+   if (second.size == 0) {  // most often, and cheaper
+      count = ::send(fd, first.begin, first.size, MSG_NOSIGNAL);
+   } else {
+      msghdr message{};
+      message.msg_iov = const_cast<iovec*>(pieces.data());
+      message.msg_iovlen = pieces.size();
+      count = ::sendmsg(fd, &message, MSG_NOSIGNAL);
+   }
+   if (count < 0 && errno == ENOTSOCK) {
+      count = ::writev(fd, pieces.data(), second.size != 0 ? 2 : 1);
+   }
+   return count;
+}
+
 }  // namespace
 
 PeerIdentity peerIdentity(int fd) {
@@ -143,15 +162,7 @@ void FdConnection::write() {
       if (first.size == 0) {
          break;
       }
-      std::array<iovec, 2> const pieces{{{const_cast<U8*>(first.begin), first.size},
-                                         {const_cast<U8*>(second.begin), second.size}}};
-      msghdr message{};
-      message.msg_iov = const_cast<iovec*>(pieces.data());
-      message.msg_iovlen = second.size != 0 ? 2 : 1;
-      ssize_t count = ::sendmsg(fd_, &message, MSG_NOSIGNAL);
-      if (count < 0 && errno == ENOTSOCK) {
-         count = ::writev(fd_, pieces.data(), static_cast<int>(message.msg_iovlen));
-      }
+      ssize_t const count = send(fd_, first, second);
       if (count >= 0) {
          session_.sent(static_cast<std::size_t>(count));
       } else if (errno != EINTR) {
