@@ -22,9 +22,9 @@ public:
    Cursor(Cursor const&) = delete;
    Cursor& operator=(Cursor const&) = delete;
 
-   /// Reads the records of one more source when it follows. Does not throw after `reserve`.
-   /// REQUIRES: it does not follow.
+   /// Makes space for one more source, so that the next `add` does not throw.
    void reserve() { reads_.reserve(reads_.size() + 1); }
+   /// Reads the records of one more source when it follows. REQUIRES: it does not follow.
    void add(Ring::Source& source);
    /// Reads no later records of a source.
    void remove(Ring::Source& source) noexcept;

@@ -82,7 +82,9 @@ public:
       /// No value is left out here: one that is too long is written to each reader by itself.
       static constexpr bool isLeftOut(std::size_t) noexcept { return false; }
 
+      /// Its number in the ring; no other source ever has it.
       U32 id() const noexcept { return id_; }
+      /// All that it has written.
       Written written() const noexcept {
          Written all = written_;
          all += runs() ? Written{ring_.messages_, ring_.runSize()} : Written{};
