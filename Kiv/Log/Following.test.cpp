@@ -10,8 +10,7 @@ using namespace StreamTesting;
 class Following : public testing::Test {
 protected:
    struct Reader {
-      explicit Reader(Hub& hub) : session(hub, &listener) {}
-      End listener;  // of the source's session; its own session is not used
+      explicit Reader(Hub& hub) : session(hub) {}
       Session session;
       End mirror;
       Sarn::Ptr<Stem> copy = KivTest::stemFactory("test");
