@@ -14,9 +14,7 @@
 #include "Kiv/Map/HSet.h"
 #include "Kiv/Map/RbTreeMap.h"
 
-namespace {
-
-using namespace CollectionTest;
+namespace CollectionTest::CollectionConformanceTesting {
 
 template <class KeyType>
 struct Keys {
@@ -290,4 +288,4 @@ TYPED_TEST(KeyedCollection, TheTrackerCountsWhatIsHeld) {
    EXPECT_EQ(tracker.liveBytes(), 0u);
 }
 
-}  // namespace
+}  // namespace CollectionTest::CollectionConformanceTesting

@@ -14,9 +14,8 @@
 #include "Sarn/Slab.h"
 #include "tests/CountedNew.h"
 
-namespace {
+namespace CollectionTest::CollectionMemoryTesting {
 
-using namespace CollectionTest;
 using CountedNew::allocationsOf;
 
 TEST(CollectionMemory, TheCounterCounts) {
@@ -110,4 +109,4 @@ TEST(CollectionMemory, ComingAndGoingAtASteadySizeAllocatesNothing) {
              0);
 }
 
-}  // namespace
+}  // namespace CollectionTest::CollectionMemoryTesting

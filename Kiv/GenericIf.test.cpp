@@ -75,9 +75,10 @@ TEST_F(GenericIf, Op1WritesAnAttributeThroughItsSetter) {
 
 TEST_F(GenericIf, Op1OutOfRangeThrowsAsTheSetterDoes) {
    U8 const v = 9;
-   EXPECT_EQ(thrown<Kiv::RangeException>([&] { op(1, 275, nullptr, &v); }),
-             "KivTest::Stem::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not "
-             "allowed");
+   EXPECT_EQ(
+         thrown<Kiv::RangeException>([&] { op(1, 275, nullptr, &v); }),
+         "KivTest::Stem::dial < KivTest::TestLimits::minDial or > KivTest::TestLimits::maxDial not "
+         "allowed");
    EXPECT_EQ(root->dial(), 15);
 }
 

@@ -14,9 +14,8 @@
 #include "Kiv/Map/Collection.test.h"
 #include "Kiv/Map/HSet.h"
 
-namespace {
+namespace CollectionTest::HashMap2018Testing {
 
-using namespace CollectionTest;
 using Map = Kiv::HashMap2018<U64, U64, 0x5B266113>;
 
 TEST(HashMap2018, HoldsNoMemoryBeforeTheFirstAndAfterTheLastElement) {
@@ -289,4 +288,4 @@ TEST(BucketArray, ChecksThatAnElementIsShiftedByOneSlot) {
    array->release(tracker, 8, 8);
 }
 
-}  // namespace
+}  // namespace CollectionTest::HashMap2018Testing

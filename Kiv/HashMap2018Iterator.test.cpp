@@ -15,9 +15,8 @@
 #include "Kiv/Map/Collection.test.h"
 #include "Kiv/Map/HSet.h"
 
-namespace {
+namespace CollectionTest::HashMap2018IteratorTesting {
 
-using namespace CollectionTest;
 using Map = Kiv::HashMap2018<U64, Tracked, 0x5B266113>;
 
 void fill(Map& map, U64 count, U64 from = 0) {
@@ -348,4 +347,4 @@ TEST(HSet, IsEmptiedWhileItIsWalked) {
    EXPECT_TRUE(set.empty());
 }
 
-}  // namespace
+}  // namespace CollectionTest::HashMap2018IteratorTesting

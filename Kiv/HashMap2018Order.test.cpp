@@ -14,7 +14,7 @@
 
 /// What the order of a hash table reveals, and that no order of insertions and removals makes it
 /// slow. The tests count work instead of timing it: comparisons of keys, and moves of elements.
-namespace {
+namespace HashMap2018OrderTesting {
 
 U64 comparisons = 0;
 U64 moves = 0;
@@ -356,4 +356,4 @@ TEST(HashSeed, ThatIsFixedGivesEveryProcessTheSameHashesAndOrdersFromEachCallOn)
    EXPECT_EXIT(sayAndExit(says), testing::ExitedWithCode(0), testing::HasSubstr(each + each));
 }
 
-}  // namespace
+}  // namespace HashMap2018OrderTesting

@@ -20,28 +20,6 @@ namespace {
 /// Room for a greeting, and for most of what an end may have to send.
 constexpr std::size_t outputBuffer = 1000;
 
-/// What one end did and received, as one number.
-class History {
-public:
-   void add(U64 word) noexcept {
-      // Two multiplications with xor-shifts between: one bit of a word changes half of the result
-      // bits.
-      state_ = (state_ ^ word) * 0x9e3779b97f4a7c15;
-      state_ = (state_ ^ state_ >> 29) * 0xbf58476d1ce4e5b9;
-      state_ ^= state_ >> 32;
-   }
-   void add(U8 const* bytes, std::size_t size) noexcept {
-      add(size);
-      for (std::size_t i = 0; i != size; ++i) {
-         add(bytes[i]);
-      }
-   }
-   U64 value() const noexcept { return state_; }
-
-private:
-   U64 state_ = 1;
-};
-
 Kiv::NboAttrLog::Limits limits() {
    Kiv::NboAttrLog::Limits all;
    all.outputBuffer = outputBuffer;
@@ -158,6 +136,28 @@ public:
    static constexpr unsigned stop = 0xfe;
 
 private:
+   /// What one end did and received, as one number.
+   class History {
+   public:
+      void add(U64 word) noexcept {
+         // Two multiplications with xor-shifts between: one bit of a word changes half of the
+         // result bits.
+         state_ = (state_ ^ word) * 0x9e3779b97f4a7c15;
+         state_ = (state_ ^ state_ >> 29) * 0xbf58476d1ce4e5b9;
+         state_ ^= state_ >> 32;
+      }
+      void add(U8 const* bytes, std::size_t size) noexcept {
+         add(size);
+         for (std::size_t i = 0; i != size; ++i) {
+            add(bytes[i]);
+         }
+      }
+      U64 value() const noexcept { return state_; }
+
+   private:
+      U64 state_ = 1;
+   };
+
    struct End {
       End(ExplorationPlan const& plan, unsigned side)
             : root(rootOf(plan.type, "r")), filler(stemFactory(name(side))) {}

@@ -38,7 +38,7 @@ namespace {
 
 constexpr U32 firstHandle = 0x01000000;
 
-Kiv::NboAttrLog::Limits limits() {
+Kiv::NboAttrLog::Limits smallLimits() {
    Kiv::NboAttrLog::Limits all;
    all.outputBuffer = 4096;
    all.longestMessage = 1024;
@@ -91,8 +91,8 @@ Bytes mount() {
 PeerScript::PeerScript(Bytes const& script)
       : root_(stemFactory("r")),
         mirrored_(stemFactory("r")),
-        hub_(limits()),
-        otherHub_(limits()),
+        hub_(smallLimits()),
+        otherHub_(smallLimits()),
         session_(hub_),
         server_(hub_),
         bystander_(otherHub_) {

@@ -50,7 +50,7 @@ public:
 
 using Source = KivTest::BytesSource;
 
-inline Limits narrow() {
+inline Limits narrowOutput() {
    Limits limits;
    limits.outputBuffer = 4096;
    limits.longestMessage = 1024;
@@ -76,7 +76,7 @@ inline Moment moment(U64 n) {
 /// A hub with a recorded root.
 class Recording : public testing::Test {
 protected:
-   Recording() : hub(narrow()) { hub.rootIs(root); }
+   Recording() : hub(narrowOutput()) { hub.rootIs(root); }
 
    void record(RecorderOptions const& options = smallBlocks()) {
       recorder = std::make_unique<LogRecorder>(hub, memory, options);

@@ -33,6 +33,20 @@ inline Limits narrow(std::size_t outputBuffer = 1200) {
    return limits;
 }
 
+/// A clock for hubs, in nanoseconds, which a test sets.
+inline U64 clockNow = 0;
+inline U64 testClock() noexcept {
+   return clockNow;
+}
+
+/// The id of an attribute of `Stem`, or of another type.
+inline U16 idOf(Kiv::TypeImpl const& type, std::string_view name) {
+   return type.field(name)->fieldId;
+}
+inline U16 idOf(std::string_view name) {
+   return idOf(Stem::kivTypeImpl, name);
+}
+
 /// "set 01000000.258 01": opcode, handle, attribute and body of one message.
 inline std::string line(U8 const* header, U8 const* body, std::size_t size) {
    static constexpr char const* digits = "0123456789abcdef";

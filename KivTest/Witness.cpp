@@ -1,40 +1,14 @@
 #include "KivTest/Witness.h"
 
-#include <cstddef>
-#include <memory>
 #include <stdexcept>
 
+#include "Kiv/AnyValue.h"
 #include "Kiv/AttrOps.h"
 #include "Kiv/Text.h"
 
 namespace KivTest {
 
 namespace {
-
-/// Owns a value of a type known at run time.
-class AnyValue {
-public:
-   explicit AnyValue(Kiv::TypeImpl const& type)
-         : type_(type),
-           storage_(
-                 std::make_unique<std::max_align_t[]>(type.size / sizeof(std::max_align_t) + 1)) {}
-   ~AnyValue() {
-      if (built_) {
-         type_.values->genericIfDestruct(storage_.get());
-      }
-   }
-   AnyValue(AnyValue const&) = delete;
-   AnyValue& operator=(AnyValue const&) = delete;
-
-   void* raw() { return storage_.get(); }
-   void built() { built_ = true; }
-   std::string text() const { return type_.genericIfStrRep(storage_.get()); }
-
-private:
-   Kiv::TypeImpl const& type_;
-   std::unique_ptr<std::max_align_t[]> storage_;
-   bool built_ = false;
-};
 
 std::string oldValueText(Kiv::FieldDescriptor const& field, void const* oldValue) {
    if (oldValue == nullptr) {
@@ -175,13 +149,13 @@ std::string attributeText(Kiv::Entity& entity, Kiv::AttributeId id) {
    if (field == nullptr || field->kind != Kiv::MemberKind::single) {
       throw std::logic_error(std::string(type.name) + " has no value " + std::to_string(id));
    }
-   AnyValue value(*field->type);
-   if (type.genericIfAttributeOp(value.raw(), &entity, field, 0, nullptr, nullptr) !=
+   Kiv::AnyValue value(*field->type);
+   if (type.genericIfAttributeOp(value.room(), &entity, field, 0, nullptr, nullptr) !=
        Kiv::statusOk) {
       throw std::logic_error(std::string(type.name) + "." + field->name + " cannot be read");
    }
-   value.built();
-   return value.text();
+   value.constructed();
+   return field->type->genericIfStrRep(value.get());
 }
 
 U8 attributeTextIs(Kiv::Entity& entity, Kiv::AttributeId id, std::string_view text) {
@@ -190,13 +164,12 @@ U8 attributeTextIs(Kiv::Entity& entity, Kiv::AttributeId id, std::string_view te
    if (field == nullptr) {
       return Kiv::statusUnknownField;
    }
-   AnyValue value(*field->type);
+   Kiv::AnyValue value(*field->type);
    Kiv::CharRange range(text);
-   field->type->genericIfStrepToValue(value.raw(), range);
-   value.built();
+   field->type->genericIfStrepToValue(value.room(), range);
+   value.constructed();
    range.expectEnd();
-   return type.genericIfAttributeOp(nullptr, &entity, field, 1, nullptr,
-                                    {*field->type, value.raw()});
+   return type.genericIfAttributeOp(nullptr, &entity, field, 1, nullptr, value.ref());
 }
 
 }  // namespace KivTest

@@ -13,8 +13,6 @@ namespace {
 
 using KivTest::Witness;
 
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-
 class ConfigTest : public testing::Test {
 protected:
    Sarn::Ptr<Config> config = configFactory("ptp");

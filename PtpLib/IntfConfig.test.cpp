@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "KivTest/Witness.h"
 #include "PtpLib/PtpStatusStatedbTypes/RegionBoundaryIntfConfig.h"
 #include "PtpLib/Range.test.h"
@@ -16,8 +14,6 @@ using Dorn::IntfId;
 using Dorn::IpGenAddr;
 using Dorn::IpGenAddrWithMask;
 using KivTest::Witness;
-
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 class IntfConfigTest : public testing::Test {
 protected:

@@ -13,7 +13,7 @@ namespace {
 
 using KivTest::Witness;
 
-constexpr MessageTypeNumber type(int number) {
+constexpr MessageTypeNumber messageType(int number) {
    return static_cast<MessageTypeNumber>(number);
 }
 
@@ -52,9 +52,9 @@ TEST_F(PortDSTest, LogMessageIntervalOfAMulticastMessageFollowsItsType) {
                            : number == 0 || number == 8 ? -4
                            : number == 9                ? -5
                                                         : 127;
-      EXPECT_EQ(port->getLogMessageInterval(type(number), multicast), expected) << number;
+      EXPECT_EQ(port->getLogMessageInterval(messageType(number), multicast), expected) << number;
    }
-   EXPECT_EQ(port->getLogMessageInterval(type(24), multicast), 127);
+   EXPECT_EQ(port->getLogMessageInterval(messageType(24), multicast), 127);
 }
 
 TEST_F(PortDSTest, LogMessageIntervalOfAUnicastMessageIs127ButForAnnounce) {
@@ -63,7 +63,8 @@ TEST_F(PortDSTest, LogMessageIntervalOfAUnicastMessageIs127ButForAnnounce) {
    port->logMinDelayReqIntervalIs(-5);
    bool const multicast = false;
    for (int number = 0; number <= 15; ++number) {
-      EXPECT_EQ(port->getLogMessageInterval(type(number), multicast), number == 11 ? -2 : 127)
+      EXPECT_EQ(port->getLogMessageInterval(messageType(number), multicast),
+                number == 11 ? -2 : 127)
             << number;
    }
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,8 @@
 #include "KivTest/Witness.h"
 
 namespace Ptp {
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 /// A setter, values that it accepts, and values that it refuses with exactly the given message.
 template <typename Owner, typename T>

@@ -23,14 +23,14 @@ std::string hex(std::vector<U8> const& bytes) {
 }
 
 template <class T>
-std::string encoded(T const& value) {
+std::string encodedHex(T const& value) {
    std::vector<U8> bytes(value.kivEncodedSize());
    Kiv::NboAttrLog::Out out(bytes.data(), bytes.size());
    out << value;
    return hex(bytes);
 }
 
-std::string const key = encoded(portKey());
+std::string const key = encodedHex(portKey());
 constexpr char const* clock = "001122fffe334455";
 
 /// What the creation message of an entity contains after the handle.

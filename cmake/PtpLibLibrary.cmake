@@ -55,9 +55,7 @@ function(ptplib_library name)
       find_package(${package} REQUIRED)
       ptplib_link(${name} PRIVATE ${package}::${package})
    endforeach()
-   if(arg_PACKAGES)
-      ptplib_compiled_together(${name})  # most of what they compile is the packages' headers
-   endif()
+   ptplib_compiled_together(${name})
    # An undefined symbol is an error here rather than in the program that loads the library. With a
    # sanitizer, whose runtime is linked to that program, this is not possible.
    if(NOT PTPLIB_SANITIZE)

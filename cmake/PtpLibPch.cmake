@@ -5,10 +5,11 @@
 # A source must still include what it uses. Builds without PTPLIB_PCH, such as the `tsan` preset,
 # and the target header_check fail if one does not.
 
-# For the same reason, the sources of a program are compiled a dozen at a time: most of what they
-# read and instantiate is the same. The names in their unnamed namespaces must therefore differ.
+# For the same reason, the sources of a target are compiled a dozen at a time: most of what they
+# read and instantiate is the same. The names in their unnamed namespaces must therefore differ. To
+# compile one source at a time, as is faster while one is edited, configure with -DPTPLIB_UNITY=OFF.
 
-option(PTPLIB_UNITY "Compile several sources of a program at once" ON)
+option(PTPLIB_UNITY "Compile several sources of a target at once" ON)
 option(PTPLIB_PCH "Precompile the headers of the standard library and of packages" ON)
 
 set(PTPLIB_PCH_STANDARD <algorithm> <array> <bit> <charconv> <chrono> <compare> <concepts> <cstdint>

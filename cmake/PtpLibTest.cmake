@@ -24,6 +24,11 @@ function(ptplib_test)
    # The tested code is compiled as it is shipped. The tests themselves need not be fast, but should
    # compile quickly.
    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
+   ptplib_compiled_together(${name})
+   if(PTPLIB_UNITY)
+      # A name of one test may hide that of another.
+      target_compile_options(${name} PRIVATE -Wno-shadow)
+   endif()
    ptplib_precompiled(${name} OF_PROGRAM HEADERS <gmock/gmock.h> <gtest/gtest.h>
       PACKAGES GTest::gmock)
    add_test(NAME ${name} COMMAND ${name})

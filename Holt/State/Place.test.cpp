@@ -60,8 +60,8 @@ TEST_F(PlaceTest, SetsAttributesOfEveryType) {
 
 TEST_F(PlaceTest, RefusesInTheSettersWords) {
    EXPECT_EQ(set(".dial", "21"),
-             "root.dial: KivTest::Stem::dial < KivTest::Limits::minDial or > "
-             "KivTest::Limits::maxDial not allowed");
+             "root.dial: KivTest::Stem::dial < KivTest::TestLimits::minDial or > "
+             "KivTest::TestLimits::maxDial not allowed");
    EXPECT_EQ(set(".u8", "256"), "root.u8: 256 does not fit U8 (0 to 255)");
    EXPECT_EQ(root->dial(), 15);
    EXPECT_EQ(root->u8(), 200);

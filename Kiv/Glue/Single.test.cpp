@@ -155,7 +155,8 @@ TEST_F(Single, AStringSetFromInsideKeepsBothOldValues) {
 
 TEST_F(Single, TwoBoundsGiveTheFirstFormOfTheRangeMessage) {
    constexpr char const* message =
-         "KivTest::Stem::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not allowed";
+         "KivTest::Stem::dial < KivTest::TestLimits::minDial or > KivTest::TestLimits::maxDial not "
+         "allowed";
    Witness published(*root);
    for (int const v : {0, 9, 21, 255}) {
       EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->dialIs(static_cast<U8>(v)); }), message);
@@ -169,9 +170,9 @@ TEST_F(Single, TwoBoundsGiveTheFirstFormOfTheRangeMessage) {
 
 TEST_F(Single, AnOpenUpperEndGivesTheSecondFormOfTheRangeMessage) {
    EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->tickIs(-4); }),
-             "KivTest::Stem::tick < KivTest::Limits::minTick not allowed");
+             "KivTest::Stem::tick < KivTest::TestLimits::minTick not allowed");
    EXPECT_EQ(thrown<Kiv::RangeException>([&] { root->tickIs(-32768); }),
-             "KivTest::Stem::tick < KivTest::Limits::minTick not allowed");
+             "KivTest::Stem::tick < KivTest::TestLimits::minTick not allowed");
    root->tickIs(-3);
    root->tickIs(32767);
    EXPECT_EQ(root->tick(), 32767);

@@ -5,10 +5,6 @@ using namespace StreamTesting;
 
 namespace {
 
-U16 idOf(std::string_view name) {
-   return Stem::kivTypeImpl.field(name)->fieldId;
-}
-
 /// A complete mirror, to which a test sends messages as its source.
 class StreamApply : public StreamTest {
 protected:
@@ -39,8 +35,8 @@ TEST_F(StreamApply, TheSameValueAgainPublishesNothing) {
 TEST_F(StreamApply, AValueOutOfRangeClosesWithTheSettersMessageAndIsNotStored) {
    EXPECT_EQ(send(Opcode::set, "dial", {21}),
              "test.dial (KivTest::Stem, " + std::to_string(idOf("dial")) +
-                   "): KivTest::Stem::dial < KivTest::Limits::minDial or > "
-                   "KivTest::Limits::maxDial not allowed");
+                   "): KivTest::Stem::dial < KivTest::TestLimits::minDial or > "
+                   "KivTest::TestLimits::maxDial not allowed");
    EXPECT_EQ(copy->dial(), 15);
 }
 

@@ -4,7 +4,7 @@ namespace {
 
 using namespace PartsTesting;
 
-Limits small() {
+Limits smallBacklog() {
    Limits limits;
    limits.dirtyKeys = 8;
    limits.entities = 20;
@@ -13,7 +13,7 @@ Limits small() {
 
 class BacklogTest : public testing::Test, protected Parts {
 protected:
-   BacklogTest() : Parts(small()) {}
+   BacklogTest() : Parts(smallBacklog()) {}
 
    void markKeys(U32 count) {
       for (U32 key = 0; key != count; ++key) {

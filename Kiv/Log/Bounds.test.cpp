@@ -5,10 +5,6 @@ using namespace StreamTesting;
 
 namespace {
 
-U64 clockNow = 0;
-U64 testClock() noexcept {
-   return clockNow;
-}
 constexpr U64 second = 1'000'000'000;
 
 /// The number of entities in a tree, its root included.
@@ -18,10 +14,6 @@ U32 entitiesIn(Kiv::Entity& tree) {
       count += entitiesIn(child);
    });
    return count;
-}
-
-U16 idOf(std::string_view name) {
-   return Stem::kivTypeImpl.field(name)->fieldId;
 }
 
 /// A source with a clock, and peers whose bytes the test makes up.

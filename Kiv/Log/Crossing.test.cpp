@@ -8,10 +8,6 @@ using namespace StreamTesting;
 
 namespace {
 
-U16 idOf(Kiv::TypeImpl const& type, std::string_view name) {
-   return type.field(name)->fieldId;
-}
-
 class StreamCrossing : public StreamTest {
 protected:
    explicit StreamCrossing(Limits const& limits = {}) : StreamTest(limits) {

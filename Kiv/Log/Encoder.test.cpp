@@ -4,7 +4,7 @@ namespace {
 
 using namespace PartsTesting;
 
-Limits small() {
+Limits smallEncoder() {
    Limits limits;
    limits.longestMessage = 64;
    limits.longestValue = 100;
@@ -14,7 +14,7 @@ Limits small() {
 
 class EncoderTest : public testing::Test, protected Parts {
 protected:
-   EncoderTest() : Parts(small()) {
+   EncoderTest() : Parts(smallEncoder()) {
       outbox.hasMount();
       serve();
    }

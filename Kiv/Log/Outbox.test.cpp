@@ -4,7 +4,7 @@ namespace {
 
 using namespace PartsTesting;
 
-Limits small() {
+Limits smallOutbox() {
    Limits limits;
    limits.outputBuffer = 4096;
    limits.unmounted = 64;
@@ -14,7 +14,7 @@ Limits small() {
 
 class OutboxTest : public testing::Test, protected Parts {
 protected:
-   OutboxTest() : Parts(small()) {}
+   OutboxTest() : Parts(smallOutbox()) {}
 
    /// Writes a message of `size` bytes of 'x'.
    bool write(std::size_t size, Opcode opcode = Opcode::set) {

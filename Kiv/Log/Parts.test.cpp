@@ -6,10 +6,6 @@ using namespace StreamTesting;
 
 namespace {
 
-U16 idOf(std::string_view name) {
-   return Stem::kivTypeImpl.field(name)->fieldId;
-}
-
 Limits limits(std::size_t outputBuffer, std::size_t longestMessage, std::size_t longestValue) {
    Limits all;
    all.outputBuffer = outputBuffer;

@@ -30,8 +30,8 @@ void carry(Session& from, Session& to) {
    }
 }
 
-struct Pair {
-   explicit Pair(Limits const& limits = {}) : client(limits), server(limits) {}
+struct Ends {
+   explicit Ends(Limits const& limits = {}) : client(limits), server(limits) {}
    void run() {
       while (a.output().size != 0 || b.output().size != 0) {
          carry(a, b);
@@ -46,7 +46,7 @@ struct Pair {
 };
 
 TEST(Session, TellsWhatRootsThePeerOffersInTheirOrder) {
-   Pair pair;
+   Ends pair;
    pair.server.rootIs(KivTest::stemFactory("b/root"));
    pair.server.rootIs(KivTest::hedgeFactory("a/hedge"));
    pair.a.rootsAsk();
@@ -56,7 +56,7 @@ TEST(Session, TellsWhatRootsThePeerOffersInTheirOrder) {
 }
 
 TEST(Session, TellsThatThePeerOffersNoRoots) {
-   Pair pair;
+   Ends pair;
    pair.a.rootsAsk();
    pair.a.rootsAsk();
    pair.run();
@@ -70,7 +70,7 @@ TEST(Session, TellsOfAsManyRootsAsALongestValueOrMessageHolds) {
       Limits limits;
       limits.longestMessage = longestMessage;
       limits.longestValue = longestValue;
-      Pair pair(limits);
+      Ends pair(limits);
       for (int i = 0; i != 50; ++i) {  // 30 bytes each in the answer
          pair.server.rootIs(KivTest::stemFactory("root/" + std::to_string(1000 + i)));
       }
@@ -87,7 +87,7 @@ TEST(Session, TellsOfAsManyRootsAsALongestValueOrMessageHolds) {
 }
 
 TEST(Session, RootsThatAreOnlyMirroredAreNotOffered) {
-   Pair pair;
+   Ends pair;
    pair.server.rootIs(KivTest::stemFactory("root"));
    pair.run();
    pair.a.mountIs(KivTest::stemFactory("root"), MountMode::writer);
@@ -136,7 +136,7 @@ TEST(Session, RefusesAListOfRootsThatIsNotAsItShouldBe) {
          {"more strings than counted", 1, 1, {"T", "n", "rest"}, "message"},
    };
    for (BadAnswer const& bad : cases) {
-      Pair pair;
+      Ends pair;
       pair.run();
       for (U32 i = 0; i != bad.asked; ++i) {
          pair.a.rootsAsk();
@@ -151,7 +151,7 @@ TEST(Session, RefusesAListOfRootsThatIsNotAsItShouldBe) {
 }
 
 TEST(Session, TakesAListOfAsManyRootsAsItsBytesHoldAndNotOfOneMore) {
-   Pair pair;
+   Ends pair;
    pair.run();
    pair.a.rootsAsk();
    pair.a.rootsAsk();

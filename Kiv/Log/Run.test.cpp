@@ -13,11 +13,6 @@ using KivTest::Opaque;
 
 namespace {
 
-template <class Type>
-U16 idOf(std::string_view name) {
-   return Type::kivTypeImpl.field(name)->fieldId;
-}
-
 /// Runs `act` at the first change of an entity, or of anything below it.
 class AtFirstChange final : public Kiv::Observer {
 public:
@@ -52,13 +47,13 @@ protected:
       before = mirror.session->stats().messagesIn;
    }
    Bytes toRoot(char const* name, Bytes const& body, Opcode opcode = Opcode::set) const {
-      return message(opcode, rootHandle, idOf<Stem>(name), body);
+      return message(opcode, rootHandle, idOf(name), body);
    }
    Bytes toLeaf(char const* name, Bytes const& body) const {
-      return message(Opcode::set, leafHandle, idOf<Leaf>(name), body);
+      return message(Opcode::set, leafHandle, idOf(Leaf::kivTypeImpl, name), body);
    }
    Bytes toCore(char const* name, Bytes const& body) const {
-      return message(Opcode::set, coreHandle, idOf<Core>(name), body);
+      return message(Opcode::set, coreHandle, idOf(Core::kivTypeImpl, name), body);
    }
    U64 received() const { return mirror.session->stats().messagesIn - before; }
 

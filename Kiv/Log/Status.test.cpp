@@ -7,11 +7,6 @@ using Kiv::NboAttrLog::SessionStatus;
 
 namespace {
 
-U64 clockNow = 0;
-U64 testClock() noexcept {
-   return clockNow;
-}
-
 Limits few() {
    Limits limits = narrow(2048);
    limits.longestMessage = 1024;

@@ -7,10 +7,6 @@ using namespace StreamTesting;
 
 namespace {
 
-U16 idOf(std::string_view name) {
-   return Stem::kivTypeImpl.field(name)->fieldId;
-}
-
 /// Throws an exception of the framework's at every change here or below.
 struct Thrower final : Kiv::Observer {
    explicit Thrower(Kiv::Entity& observed) : entity(observed) {

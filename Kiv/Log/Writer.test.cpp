@@ -18,10 +18,6 @@ protected:
    }
 };
 
-U16 idOf(std::string_view name) {
-   return Stem::kivTypeImpl.field(name)->fieldId;
-}
-
 TEST_F(StreamWriter, BindsTheEntityOnceAndSaysWhatItHadSeen) {
    copy->u8Is(7);
    copy->u8Is(8);

@@ -20,7 +20,7 @@ using Kiv::hashSingleAttr;
 
 constexpr U32 seed = 0x5B266113;
 
-enum class Colour : U8 { red = 1, green = 2 };
+enum class Paint : U8 { red = 1, green = 2 };
 
 struct Wide {
    U64 v = 0;
@@ -177,7 +177,7 @@ TEST(Hash, EveryLengthAndEveryByteOfAStringCounts) {
 }
 
 TEST(Hash, EnumeratorsBoolsAndOptionalsHash) {
-   EXPECT_NE(hashSingleAttr(seed, Colour::red), hashSingleAttr(seed, Colour::green));
+   EXPECT_NE(hashSingleAttr(seed, Paint::red), hashSingleAttr(seed, Paint::green));
    EXPECT_NE(hashSingleAttr(seed, true), hashSingleAttr(seed, false));
    EXPECT_NE(hashSingleAttr(seed, std::optional<U8>()), hashSingleAttr(seed, std::optional<U8>(0)));
    EXPECT_EQ(hashSingleAttr(seed, std::optional<U8>(3)), hashSingleAttr(seed, U8{3}));

@@ -10,9 +10,8 @@
 
 #include "Kiv/Map/Collection.test.h"
 
-namespace {
+namespace CollectionTest::RbTreeMapTesting {
 
-using CollectionTest::Tracked;
 using Map = Kiv::RbTreeMap<U64, Tracked>;
 
 std::vector<U64> keysOf(Map const& map) {
@@ -165,4 +164,4 @@ TEST(RbTreeMap, EachNodeIsCountedAsAnObject) {
    EXPECT_EQ(tracker.liveObjects(), 0u);
 }
 
-}  // namespace
+}  // namespace CollectionTest::RbTreeMapTesting

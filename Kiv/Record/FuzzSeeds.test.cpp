@@ -58,7 +58,7 @@ mirror-parts: 9 messages, r.flag (KivTest::Stem, 258): a message of kind 8 comes
 mirror-parts-bound: 3 messages, r.text (KivTest::Stem, 270): a message of 2049 bytes in parts exceeds the bound of 2048 at offset 1
 mirror-parts-order: 4 messages, r.text (KivTest::Stem, 270): a part begins at 5, where 3 bytes have come at offset 5
 mirror-queue: 6 messages
-mirror-range: 3 messages, r.dial (KivTest::Stem, 275): KivTest::Stem::dial < KivTest::Limits::minDial or > KivTest::Limits::maxDial not allowed
+mirror-range: 3 messages, r.dial (KivTest::Stem, 275): KivTest::Stem::dial < KivTest::TestLimits::minDial or > KivTest::TestLimits::maxDial not allowed
 mirror-replay: 11 messages
 mirror-sessions: 3 messages, message 23 for entity 0, attribute 257: nobody has asked for the sessions at offset 0
 mirror-unknown-module: 1 messages, message 1 for entity 0, attribute 0: the peer has none of the modules that are loaded here at offset 45
@@ -91,7 +91,7 @@ TEST(FuzzSeeds, OfRecordingsAreReadAsFarAsTheyShould) {
       }
       Source source(bytes);
       RecordingReader reader(source);
-      Player player(make, narrow());
+      Player player(make, narrowOutput());
       std::size_t frames = 0;
       for (RecordingReader::Frame frame; reader.next(frame); ++frames) {
          if (!player.failed()) {

@@ -208,7 +208,7 @@ TEST_F(Recording, IsFoundByTheTimeOfDayAfterThatWasSetBack) {
 
 TEST_F(Recording, OfABoundedSizeGoesOnInANewFileThatStandsAlone) {
    RecorderOptions options = smallBlocks();
-   options.fileSize = LogRecorder::smallestFile(narrow(), options.blockSize);
+   options.fileSize = LogRecorder::smallestFile(narrowOutput(), options.blockSize);
    Chance chance(3);
    record(options);
    U64 turns = 1;
@@ -243,7 +243,7 @@ TEST_F(Recording, OfABoundedSizeGoesOnInANewFileThatStandsAlone) {
 
 TEST_F(Recording, NeverExceedsItsSizeHoweverMuchComes) {
    RecorderOptions options = smallBlocks();
-   options.fileSize = 3 * LogRecorder::smallestFile(narrow(), options.blockSize);
+   options.fileSize = 3 * LogRecorder::smallestFile(narrowOutput(), options.blockSize);
    record(options);
    Chance chance(5);
    for (int i = 0; i != 2000; ++i) {
@@ -267,7 +267,7 @@ TEST_F(Recording, NeverExceedsItsSizeHoweverMuchComes) {
 
 TEST_F(Recording, EndsWhereFilesAreTooSmallForAllThatThereIs) {
    RecorderOptions options = smallBlocks();
-   options.fileSize = LogRecorder::smallestFile(narrow(), options.blockSize);
+   options.fileSize = LogRecorder::smallestFile(narrowOutput(), options.blockSize);
    for (U8 i = 0; i != 100; ++i) {
       root->byNumberIs(i, std::string(900, 'x'));
    }
@@ -319,7 +319,7 @@ TEST_F(Recording, ARootThatIsOfferedLaterComesWithTheNextSnapshot) {
 TEST_F(Recording, OfALongTimeHoldsNoMoreThanOfAShortOne) {
    RecorderOptions options = smallBlocks();
    options.snapshotEvery = 1 << 16;
-   options.fileSize = 4 * LogRecorder::smallestFile(narrow(), options.blockSize);
+   options.fileSize = 4 * LogRecorder::smallestFile(narrowOutput(), options.blockSize);
    record(options);
    Kiv::NboAttrLog::SessionStatus status;
    for (U32 i = 0; i != 20'000; ++i) {
@@ -414,7 +414,7 @@ TEST_F(Recording, OptionsThatDoNotGoTogetherAreRefused) {
    options.blockSize = 1024;
    EXPECT_THROW(LogRecorder(hub, memory, options), Kiv::Exception) << "a message has 1024";
    options = smallBlocks();
-   options.fileSize = LogRecorder::smallestFile(narrow(), options.blockSize) - 1;
+   options.fileSize = LogRecorder::smallestFile(narrowOutput(), options.blockSize) - 1;
    EXPECT_THROW(LogRecorder(hub, memory, options), Kiv::Exception);
 }
 

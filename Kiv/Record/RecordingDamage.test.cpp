@@ -171,7 +171,7 @@ class RecordingBlocks : public RecordingDamage {
 protected:
    RecordingBlocks() {
       RecorderOptions options = smallBlocks();
-      options.fileSize = LogRecorder::smallestFile(narrow(), options.blockSize);
+      options.fileSize = LogRecorder::smallestFile(narrowOutput(), options.blockSize);
       record(options);
       for (U32 i = 0; memory.files.size() != 2 || memory.files[1].size() < 4 * blockSize; ++i) {
          root->byNumberIs(static_cast<U8>(i % 50), std::string(100 + i % 7, 'x'));
