@@ -31,12 +31,13 @@ Acl: $framework $platform
 PtpPlatform: $framework $platform
 PtpLib: $framework $platform
 KivTest: $libraries
-Kivc: Kiv/Printable.h
+Kivc: Kiv/Printable.h tools/cli
 Holt: $libraries
-tools/shared: $libraries Holt
-tools/ptpstate: $libraries Holt tools/shared
-tools/ptpports: $libraries Holt tools/shared
-tools/demoAgent: $libraries Holt tools/shared
+tools/cli: Sarn
+tools/shared: $libraries Holt tools/cli
+tools/ptpstate: $libraries Holt tools/cli tools/shared
+tools/ptpports: $libraries Holt tools/cli tools/shared
+tools/demoAgent: $libraries Holt tools/cli tools/shared
 examples: $libraries Holt
 bench: $libraries $for_tests
 fuzz: $libraries $for_tests

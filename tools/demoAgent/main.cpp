@@ -1,7 +1,5 @@
 // demoAgent: serves a status that it fills and changes, for `./dev demo`. Says when its reader has
 // everything, and then changes nothing more until it is interrupted.
-#include <CLI/CLI.hpp>
-#include <exception>
 #include <iostream>
 
 #include "Holt/Failure.h"
@@ -12,7 +10,6 @@
 #include "Kiv/Printable.h"
 #include "tools/demoAgent/Agent.h"
 #include "tools/shared/CommandLine.h"
-#include "tools/shared/Help.h"
 
 namespace {
 
@@ -106,26 +103,15 @@ void run(Options const& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-   CLI::App app{"Simulates a PTP agent: serves a status that it fills and changes.", "demoAgent"};
-   Tools::helpLayoutIs(app);
+   Tools::Program program("demoAgent",
+                          "Simulates a PTP agent: serves a status that it fills and changes.");
+   Tools::Command const& command = program.command();
    Options options;
-   Tools::addSocketOption(app, options.socket);
-   app.add_option("--ports", options.ports, "How many ports (64)")->check(CLI::Range(3, 4096));
-   app.add_option("--seconds", options.seconds, "How many seconds to simulate (300)");
-   app.add_option("--seed", options.seed, "Seed of the random numbers (1)");
-   app.add_option("--dump", options.dump, "At the end, write a dump; - for standard output")
-         ->type_name("FILE");
-   try {
-      app.parse(argc, argv);
-      run(options);
-      return 0;
-   } catch (CLI::ParseError const& error) {
-      return static_cast<int>(Tools::endWith(app, error, std::cout, std::cerr));
-   } catch (Failure const& error) {
-      std::cerr << "demoAgent: " << error.what() << std::endl;
-      return static_cast<int>(error.status());
-   } catch (std::exception const& error) {
-      std::cerr << "demoAgent: internal error: " << Kiv::printable(error.what()) << std::endl;
-      return 4;
-   }
+   Tools::addSocketOption(command, options.socket);
+   command.option("--ports", options.ports, "How many ports (64)").range(3, 4096);
+   command.option("--seconds", options.seconds, "How many seconds to simulate (300)");
+   command.option("--seed", options.seed, "Seed of the random numbers (1)");
+   command.option("--dump", options.dump, "At the end, write a dump; - for standard output")
+         .placeholder("FILE");
+   return Tools::runProgram(program, argc, argv, [&options] { run(options); });
 }

@@ -1,6 +1,4 @@
 // ptpports: mirrors a clock's status and prints a table of its ports.
-#include <CLI/CLI.hpp>
-#include <exception>
 #include <iostream>
 
 #include "Holt/Client.h"
@@ -10,7 +8,6 @@
 #include "Kiv/Printable.h"
 #include "tools/ptpports/PortTable.h"
 #include "tools/shared/CommandLine.h"
-#include "tools/shared/Help.h"
 #include "tools/shared/Progress.h"
 
 namespace {
@@ -63,17 +60,18 @@ void run(Options const& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-   CLI::App app{"Prints the ports of a PTP agent: states, offsets, delays, counters.", "ptpports"};
-   helpLayoutIs(app);
+   Program program("ptpports",
+                   "Prints the ports of a PTP agent: states, offsets, delays, counters.");
+   Command const& command = program.command();
    Options options;
-   addClientOptions(app, options);
-   app.add_option("--root", options.root, "Name of the status to show (the first that is offered)")
-         ->type_name("NAME");
-   app.add_flag("--at-end", options.atEnd,
+   addClientOptions(command, options);
+   command.option("--root", options.root, "Name of the status to show (the first that is offered)")
+         .placeholder("NAME");
+   command.flag("--at-end", options.atEnd,
                 "Mirror the status until interrupted, then print the table");
-   app.add_option("--dump", options.dump, "Also write a dump of the mirror; - for standard output")
-         ->type_name("FILE");
-   app.footer(
+   command.option("--dump", options.dump, "Also write a dump of the mirror; - for standard output")
+         .placeholder("FILE");
+   command.footerIs(
          "Examples:\n"
          "  $ ptpports --socket /tmp/ptp\n"
          "\n"
@@ -82,17 +80,5 @@ int main(int argc, char** argv) {
          "  1  there is no such status\n"
          "  2  the command line is wrong\n"
          "  3  no server, or the connection was lost");
-   try {
-      app.parse(argc, argv);
-      run(options);
-      return 0;
-   } catch (CLI::ParseError const& error) {
-      return static_cast<int>(endWith(app, error, std::cout, std::cerr));
-   } catch (Failure const& error) {
-      std::cerr << "ptpports: " << error.what() << std::endl;
-      return static_cast<int>(error.status());
-   } catch (std::exception const& error) {
-      std::cerr << "ptpports: internal error: " << Kiv::printable(error.what()) << std::endl;
-      return 4;
-   }
+   return runProgram(program, argc, argv, [&options] { run(options); });
 }

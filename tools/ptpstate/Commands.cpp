@@ -1,10 +1,8 @@
 #include "tools/ptpstate/Commands.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 
-#include "tools/shared/Help.h"
 #include "tools/shared/Progress.h"
 
 namespace Ptpstate {
@@ -29,36 +27,35 @@ std::string plainArgument(std::string const& argument) {
    return !argument.empty() && argument[0] == guard ? argument.substr(1) : argument;
 }
 
-void addCommands(CLI::App& app, Run& run) {
-   app.require_subcommand(1);
-   addServe(app, run);
-   addStatus(app, run);
-   addWatch(app, run);
-   addTop(app, run);
-   addRecord(app, run);
-   addReplay(app, run);
-   addDump(app, run);
-   addGet(app, run);
-   addSet(app, run);
-   addAdd(app, run);
-   addDel(app, run);
-   addLoad(app, run);
-   addDiff(app, run);
-   addTypes(app, run);
-   addComplete(app, run);
+void addCommands(Command const& program, Run& run) {
+   program.requireCommand();
+   addServe(program, run);
+   addStatus(program, run);
+   addWatch(program, run);
+   addTop(program, run);
+   addRecord(program, run);
+   addReplay(program, run);
+   addDump(program, run);
+   addGet(program, run);
+   addSet(program, run);
+   addAdd(program, run);
+   addDel(program, run);
+   addLoad(program, run);
+   addDiff(program, run);
+   addTypes(program, run);
+   addComplete(program, run);
 }
 
 Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std::ostream& errors) {
-   CLI::App app(
+   Tools::Program program(
+         "ptpstate",
          "Holds, shows and changes the state of a PTP agent over a UNIX socket. One "
          "process serves roots such as the configuration tree. Others mirror them, and a "
          "change made anywhere reaches all of them through the attribute log. Only "
          "'serve --ptp4l-conf' depends on types of the model.\n"
          "\n"
-         "'ptpstate COMMAND --help' describes the options of a command and gives examples.",
-         "ptpstate");
-   Tools::helpLayoutIs(app);
-   app.footer(
+         "'ptpstate COMMAND --help' describes the options of a command and gives examples.");
+   program.command().footerIs(
          "Exit status:\n"
          "  0  done\n"
          "  1  refused: something does not exist or is not allowed; nothing was changed.\n"
@@ -69,30 +66,31 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
          "An error is one line on standard error that begins with the program's name and\n"
          "says what to do.");
    Run run;
-   addCommands(app, run);
-   std::vector<std::string> reversed;
+   addCommands(program.command(), run);
+   std::vector<std::string> guarded;
    for (std::string const& argument : args) {
-      reversed.push_back(isNegativeNumber(argument) ? guard + argument : argument);
+      guarded.push_back(isNegativeNumber(argument) ? guard + argument : argument);
    }
-   std::reverse(reversed.begin(), reversed.end());
    try {
-      app.parse(std::move(reversed));
+      program.parse(guarded);
       Exit const status = run();
       out.flush();
       if (!out) {
          throw Failure("the output cannot be written");
       }
       return status;
-   } catch (CLI::ParseError const& error) {
+   } catch (Tools::HelpAsked const& help) {
+      out << help.what();
+      return Exit::ok;
+   } catch (Tools::UsageError const& error) {
       std::string message = error.what();
       std::erase(message, guard);
-      auto const commands = app.get_subcommands();
-      if (commands.empty() && !args.empty() && !args[0].starts_with("-")) {
-         message = "there is no command '" + args[0] + "'";
-      } else if (commands.empty() && args.empty()) {
-         message = "missing command";
+      if (!program.hasChosen()) {
+         message = args.empty()                ? "missing command"
+                   : !args[0].starts_with("-") ? "there is no command '" + args[0] + "'"
+                                               : message;
       }
-      return Tools::endWith(app, error, out, errors, message);
+      return Tools::refuse(program, message, errors);
    } catch (Failure const& error) {
       errors << "ptpstate: " << error.what() << std::endl;
       return error.status();

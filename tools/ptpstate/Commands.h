@@ -10,38 +10,36 @@
 #include "Holt/Failure.h"
 #include "tools/shared/CommandLine.h"
 
-namespace CLI {
-class App;
-}
-
 namespace Ptpstate {
-
-/// What to run once the command line has been read.
-using Run = std::function<Holt::Exit()>;
-
-void addServe(CLI::App& app, Run& run);
-void addStatus(CLI::App& app, Run& run);
-void addWatch(CLI::App& app, Run& run);
-void addRecord(CLI::App& app, Run& run);
-void addReplay(CLI::App& app, Run& run);
-void addDump(CLI::App& app, Run& run);
-void addGet(CLI::App& app, Run& run);
-void addSet(CLI::App& app, Run& run);
-void addAdd(CLI::App& app, Run& run);
-void addDel(CLI::App& app, Run& run);
-void addTop(CLI::App& app, Run& run);
-void addTypes(CLI::App& app, Run& run);
-void addLoad(CLI::App& app, Run& run);
-void addDiff(CLI::App& app, Run& run);
-void addComplete(CLI::App& app, Run& run);
 
 using Tools::addClientOptions;
 using Tools::addSocketOption;
 using Tools::ClientOptions;
+using Tools::Command;
+using Tools::Option;
 using Tools::writeFile;
 
-/// Adds all commands to `app`.
-void addCommands(CLI::App& app, Run& run);
+/// What to run once the command line has been read.
+using Run = std::function<Holt::Exit()>;
+
+void addServe(Command const& program, Run& run);
+void addStatus(Command const& program, Run& run);
+void addWatch(Command const& program, Run& run);
+void addRecord(Command const& program, Run& run);
+void addReplay(Command const& program, Run& run);
+void addDump(Command const& program, Run& run);
+void addGet(Command const& program, Run& run);
+void addSet(Command const& program, Run& run);
+void addAdd(Command const& program, Run& run);
+void addDel(Command const& program, Run& run);
+void addTop(Command const& program, Run& run);
+void addTypes(Command const& program, Run& run);
+void addLoad(Command const& program, Run& run);
+void addDiff(Command const& program, Run& run);
+void addComplete(Command const& program, Run& run);
+
+/// Adds all commands to the program.
+void addCommands(Command const& program, Run& run);
 
 /// Reads the command line and runs the command. An error is one line on `errors`.
 Holt::Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out,

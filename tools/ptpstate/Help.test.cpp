@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
 #include <sstream>
 
 #include "tools/ptpstate/Commands.h"
@@ -16,34 +15,36 @@ using testing::StartsWith;
 
 class Help : public testing::Test {
 protected:
-   Help() { addCommands(app, command); }
-   std::vector<CLI::App*> commands() {
-      return app.get_subcommands([](CLI::App* each) { return !each->get_group().empty(); });
+   Help() { addCommands(program.command(), command); }
+   std::vector<Command> commands() {
+      std::vector<Command> shown = program.command().commands();
+      std::erase_if(shown, [](Command const& each) { return !each.isShown(); });
+      return shown;
    }
 
-   CLI::App app;
+   Tools::Program program{"ptpstate", "Under test."};
    Ptpstate::Run command;
 };
 
 TEST_F(Help, EveryCommandAndOptionIsDescribed) {
    EXPECT_GT(commands().size(), 10U);
-   for (CLI::App const* const each : commands()) {
-      EXPECT_FALSE(each->get_description().empty()) << each->get_name();
-      for (CLI::Option const* const option : each->get_options()) {
-         EXPECT_TRUE(option->get_positional() || !option->get_description().empty())
-               << each->get_name() << ' ' << option->get_name();
+   for (Command const& each : commands()) {
+      EXPECT_FALSE(each.description().empty()) << each.name();
+      for (Option const& option : each.options()) {
+         EXPECT_TRUE(option.isArgument() || !option.description().empty())
+               << each.name() << ' ' << option.name();
       }
    }
 }
 
 TEST_F(Help, OfACommandHasUsageOptionsAndExamples) {
-   for (CLI::App const* const each : commands()) {
-      Outcome const help = run({each->get_name(), "--help"});
+   for (Command const& each : commands()) {
+      Outcome const help = run({each.name(), "--help"});
       EXPECT_EQ(help.status, 0);
-      EXPECT_THAT(help.out, StartsWith("Usage: ptpstate " + each->get_name() + " [OPTION...]"));
+      EXPECT_THAT(help.out, StartsWith("Usage: ptpstate " + each.name() + " [OPTION...]"));
       std::size_t const examples = help.out.find("\nExamples:\n  $ ptpstate ");
       ASSERT_NE(examples, std::string::npos) << help.out;
-      EXPECT_THAT(help.out.substr(examples), HasSubstr("\n  $ ptpstate " + each->get_name()));
+      EXPECT_THAT(help.out.substr(examples), HasSubstr("\n  $ ptpstate " + each.name()));
       EXPECT_THAT(help.out, HasSubstr("\nOptions:\n"));
       EXPECT_THAT(help.out, HasSubstr("\n  --help "));
       std::istringstream lines(help.out.substr(0, examples));
@@ -69,8 +70,8 @@ TEST_F(Help, ShowsTheArgumentsOfACommand) {
 TEST_F(Help, ListsCommandsAndExitStatuses) {
    Outcome const help = run({"--help"});
    EXPECT_EQ(help.status, 0);
-   for (CLI::App const* const each : commands()) {
-      EXPECT_THAT(help.out, HasSubstr("\n  " + each->get_name()));
+   for (Command const& each : commands()) {
+      EXPECT_THAT(help.out, HasSubstr("\n  " + each.name()));
    }
    EXPECT_THAT(help.out,
                HasSubstr("\n  del       Removes a child with all below it, an element, or "

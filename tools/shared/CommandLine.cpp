@@ -1,6 +1,6 @@
 #include "tools/shared/CommandLine.h"
 
-#include <CLI/CLI.hpp>
+#include <exception>
 #include <fstream>
 #include <iostream>
 
@@ -8,37 +8,51 @@
 
 namespace Tools {
 
-void addSocketOption(CLI::App& command, std::string& socket, bool required) {
+void addSocketOption(Command const& command, std::string& socket, bool required) {
    command
-         .add_option("--socket", socket,
-                     "The server's socket; by default the value of the environment variable "
-                     "PTPSTATE_SOCKET")
-         ->type_name("PATH")
-         ->envname("PTPSTATE_SOCKET")
-         ->required(required);
+         .option("--socket", socket,
+                 "The server's socket; by default the value of the environment variable "
+                 "PTPSTATE_SOCKET")
+         .placeholder("PATH")
+         .environment("PTPSTATE_SOCKET")
+         .required(required);
 }
 
-void addClientOptions(CLI::App& command, ClientOptions& options, bool required) {
+void addClientOptions(Command const& command, ClientOptions& options, bool required) {
    addSocketOption(command, options.socket, required);
    command
-         .add_option("--timeout", options.timeout,
-                     "Total time to wait for the server, including connecting; 10 by default. "
-                     "Commands that keep running wait this long for each answer")
-         ->type_name("SECONDS")
-         ->check(CLI::Range(0.001, 1e6));
+         .option("--timeout", options.timeout,
+                 "Total time to wait for the server, including connecting; 10 by default. "
+                 "Commands that keep running wait this long for each answer")
+         .placeholder("SECONDS")
+         .range(0.001, 1e6);
 }
 
-Holt::Exit endWith(CLI::App const& app, CLI::ParseError const& error, std::ostream& out,
-                   std::ostream& errors, std::string const& message) {
-   if (error.get_exit_code() == 0) {
-      app.exit(error, out, errors);  // help was asked for
-      return Holt::Exit::ok;
-   }
-   auto const commands = app.get_subcommands();
-   errors << app.get_name() << ": " << Kiv::printable(message.empty() ? error.what() : message)
-          << "; see '" << app.get_name() << " "
-          << (commands.empty() ? "" : commands[0]->get_name() + " ") << "--help'" << std::endl;
+Holt::Exit refuse(Program const& program, std::string const& message, std::ostream& errors) {
+   errors << program.command().name() << ": " << Kiv::printable(message) << "; see '"
+          << program.chosen() << " --help'" << std::endl;
    return Holt::Exit::usage;
+}
+
+int runProgram(Program& program, int argc, char const* const* argv,
+               std::function<void()> const& run) {
+   std::string const name = program.command().name() + ": ";
+   try {
+      program.parse(argc, argv);
+      run();
+      return 0;
+   } catch (HelpAsked const& help) {
+      std::cout << help.what();
+      return 0;
+   } catch (UsageError const& error) {
+      return static_cast<int>(refuse(program, error.what(), std::cerr));
+   } catch (Holt::Failure const& error) {
+      std::cerr << name << error.what() << std::endl;
+      return static_cast<int>(error.status());
+   } catch (std::exception const& error) {
+      std::cerr << name << "internal error: " << Kiv::printable(error.what()) << std::endl;
+      return 4;
+   }
 }
 
 void writeFile(std::string const& path, std::function<void(std::ostream&)> const& write) {

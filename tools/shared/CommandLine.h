@@ -8,11 +8,7 @@
 
 #include "Holt/Failure.h"
 #include "Sarn/Types.h"
-
-namespace CLI {
-class App;
-class ParseError;
-}  // namespace CLI
+#include "tools/cli/Program.h"
 
 namespace Tools {
 
@@ -28,14 +24,18 @@ struct ClientOptions {
 };
 
 /// Adds `--socket`. `required`: the command needs one.
-void addSocketOption(CLI::App& command, std::string& socket, bool required = true);
+void addSocketOption(Command const& command, std::string& socket, bool required = true);
 /// Adds `--socket` and `--timeout`.
-void addClientOptions(CLI::App& command, ClientOptions& options, bool required = true);
+void addClientOptions(Command const& command, ClientOptions& options, bool required = true);
 
-/// Handles a command line that asks for help or is wrong: writes the help to `out`, or one line to
-/// `errors`. Returns the exit status. `message` replaces that of CLI11.
-Holt::Exit endWith(CLI::App const& app, CLI::ParseError const& error, std::ostream& out,
-                   std::ostream& errors, std::string const& message = {});
+/// Writes a line about a command line that is wrong, and returns the exit status.
+Holt::Exit refuse(Program const& program, std::string const& message, std::ostream& errors);
+
+/// Parses the command line and calls `run`: the body of `main`. Help goes to standard output. An
+/// error is one line on standard error that begins with the program's name. Returns the exit
+/// status.
+int runProgram(Program& program, int argc, char const* const* argv,
+               std::function<void()> const& run);
 
 /// Writes a file through `write`, or to standard output for "-". Throws `Holt::Failure` if it
 /// cannot be written.

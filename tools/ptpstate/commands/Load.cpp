@@ -1,5 +1,4 @@
 // load, diff
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <list>
 #include <nlohmann/json.hpp>
@@ -199,9 +198,9 @@ Exit diff(DiffOptions const& options) {
 
 }  // namespace
 
-void addLoad(CLI::App& app, Run& run) {
+void addLoad(Command const& program, Run& run) {
    auto const options = std::make_shared<LoadOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "load",
          "Changes a state to match a JSON dump. Only differences are changed; - is "
          "standard input.\n"
@@ -215,36 +214,36 @@ void addLoad(CLI::App& app, Run& run) {
          "If the connection is lost while changes are being sent, some may have been "
          "applied; load again. Computed attributes are not loaded: they follow from the "
          "others. A queue numbers its elements itself, so only their values are loaded.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate dump --socket /tmp/ptp --json >before.json\n"
          "  $ ptpstate load --socket /tmp/ptp before.json");
    addClientOptions(command, *options);
-   command.add_option("file", options->file)->type_name("FILE")->required();
-   command.add_flag("--dry-run", options->dryRun,
-                    "Print the changes that it would make, as watch does, and make none");
-   command.callback([options, &run] { run = [options] { return load(*options); }; });
+   command.option("file", options->file).placeholder("FILE").required();
+   command.flag("--dry-run", options->dryRun,
+                "Print the changes that it would make, as watch does, and make none");
+   command.onChosen([options, &run] { run = [options] { return load(*options); }; });
 }
 
-void addDiff(CLI::App& app, Run& run) {
+void addDiff(Command const& program, Run& run) {
    auto const options = std::make_shared<DiffOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "diff",
          "Compares two JSON dumps, or a dump with the state of a server. Of a server's "
          "state, only the places in the dump are compared.\n"
          "\n"
          "Its exit status is that of diff(1): 0 no differences, 1 differences, 2 an error.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate diff before.json after.json\n"
          "  $ ptpstate diff --socket /tmp/ptp before.json");
    addClientOptions(command, *options, false);
-   command.add_option("file", options->first)->type_name("FILE")->required();
-   command.add_option("other", options->second)->type_name("FILE");
-   command.add_flag("--json", options->json,
-                    "Print a JSON object per line, such as "
-                    "{\"path\":\"ptp/config.priority1\",\"old\":128,\"new\":7}");
-   command.callback([options, &run] { run = [options] { return diff(*options); }; });
+   command.option("file", options->first).placeholder("FILE").required();
+   command.option("other", options->second).placeholder("FILE");
+   command.flag("--json", options->json,
+                "Print a JSON object per line, such as "
+                "{\"path\":\"ptp/config.priority1\",\"old\":128,\"new\":7}");
+   command.onChosen([options, &run] { run = [options] { return diff(*options); }; });
 }
 
 }  // namespace Ptpstate

@@ -1,5 +1,4 @@
 // dump, get
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -90,9 +89,9 @@ Exit get(ReadOptions const& options) {
 
 }  // namespace
 
-void addDump(CLI::App& app, Run& run) {
+void addDump(Command const& program, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "dump",
          "Prints every entity and attribute, or those at a path and below.\n"
          "\n"
@@ -101,36 +100,35 @@ void addDump(CLI::App& app, Run& run) {
          "complete mirror is identical to that of its source. Attributes that are not "
          "streamed are left out: only the serving process knows them. A queue that has "
          "been used shows the number of its next element.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate dump --socket /tmp/ptp\n"
          "  $ ptpstate dump --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]\n"
          "  $ ptpstate dump --socket /tmp/ptp --json >state.json");
    addClientOptions(command, *options);
-   command.add_option("path", options->path)->type_name("PATH");
-   auto* const summary = command.add_flag("--summary", options->summary,
-                                          "Count entities and attributes by type instead");
-   command.add_flag("--json", options->json, "Print JSON, which load and diff read")
-         ->excludes(summary);
-   command.callback([options, &run] {
+   command.option("path", options->path).placeholder("PATH");
+   Option const summary = command.flag("--summary", options->summary,
+                                       "Count entities and attributes by type instead");
+   command.flag("--json", options->json, "Print JSON, which load and diff read").excludes(summary);
+   command.onChosen([options, &run] {
       run = [options] { return options->path.empty() ? dumpAll(*options) : dumpPath(*options); };
    });
 }
 
-void addGet(CLI::App& app, Run& run) {
+void addGet(Command const& program, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "get",
          "Prints a value on a line by itself; for an entity or a collection, everything "
          "below it, as dump does.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate get --socket /tmp/ptp ptp/config.priority1\n"
          "  $ ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass");
    addClientOptions(command, *options);
-   command.add_option("path", options->path)->type_name("PATH")->required();
-   command.add_flag("--json", options->json, "Print the value as JSON");
-   command.callback([options, &run] { run = [options] { return get(*options); }; });
+   command.option("path", options->path).placeholder("PATH").required();
+   command.flag("--json", options->json, "Print the value as JSON");
+   command.onChosen([options, &run] { run = [options] { return get(*options); }; });
 }
 
 }  // namespace Ptpstate

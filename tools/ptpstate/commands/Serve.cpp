@@ -1,7 +1,6 @@
 // serve: the only command that depends on a type of the model, to load a daemon's configuration.
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
 #include <system_error>
@@ -125,10 +124,10 @@ Exit serve(ServeOptions const& options) {
 
 }  // namespace
 
-void addServe(CLI::App& app, Run& run) {
+void addServe(Command const& program, Run& run) {
    auto const options = std::make_shared<ServeOptions>();
    options->roots = {"Ptp::Config=ptp/config"};
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "serve",
          "Serves roots until it is interrupted. Others mirror them, and a change made "
          "anywhere reaches all of them.\n"
@@ -145,7 +144,7 @@ void addServe(CLI::App& app, Run& run) {
          "\n"
          "A stale socket file is replaced. A socket on which a process listens, and a file "
          "that is not a socket, are left alone.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate serve --socket /tmp/ptp --ptp4l-conf /etc/linuxptp/ptp4l.conf\n"
          "  $ ptpstate serve --socket /tmp/ptp --root Ptp::Config=ptp/config --root "
@@ -153,35 +152,32 @@ void addServe(CLI::App& app, Run& run) {
          "  $ ptpstate serve --socket /run/ptp --mode 0666 --writers root,:ptp");
    addSocketOption(command, options->socket);
    command
-         .add_option("--root", options->roots,
-                     "A root to serve; repeatable; by default Ptp::Config=ptp/config")
-         ->type_name("TYPE=NAME")
-         ->allow_extra_args(false);
+         .option("--root", options->roots,
+                 "A root to serve; repeatable; by default Ptp::Config=ptp/config")
+         .placeholder("TYPE=NAME");
    command
-         .add_option(
-               "--ptp4l-conf", options->ptp4lConf,
-               "Load a ptp4l(8) configuration file into the first root that is a Ptp::Config; "
-               "if the file has an error, nothing is served")
-         ->type_name("FILE");
+         .option("--ptp4l-conf", options->ptp4lConf,
+                 "Load a ptp4l(8) configuration file into the first root that is a Ptp::Config; "
+                 "if the file has an error, nothing is served")
+         .placeholder("FILE");
    command
-         .add_option("--dump", options->dump,
-                     "At the end, write a dump of all roots; - for standard output")
-         ->type_name("FILE");
+         .option("--dump", options->dump,
+                 "At the end, write a dump of all roots; - for standard output")
+         .placeholder("FILE");
    command
-         .add_option("--mode", options->mode,
-                     "Permissions of the socket, in octal; by default, the umask decides")
-         ->type_name("MODE");
-   command.add_option("--owner", options->owner, "Give the socket to USER, :GROUP or USER:GROUP")
-         ->type_name("OWNER");
+         .option("--mode", options->mode,
+                 "Permissions of the socket, in octal; by default, the umask decides")
+         .placeholder("MODE");
+   command.option("--owner", options->owner, "Give the socket to USER, :GROUP or USER:GROUP")
+         .placeholder("OWNER");
    command
-         .add_option("--writers", options->writers,
-                     "Who may make changes: users, and groups with a leading colon; by default, "
-                     "everybody who may connect")
-         ->type_name("WHO,...")
-         ->delimiter(',')
-         ->allow_extra_args(false);
-   command.add_flag("--quiet", options->quiet, "Do not report connections");
-   command.callback([options, &run] { run = [options] { return serve(*options); }; });
+         .option("--writers", options->writers,
+                 "Who may make changes: users, and groups with a leading colon; by default, "
+                 "everybody who may connect")
+         .placeholder("WHO,...")
+         .separatedBy(',');
+   command.flag("--quiet", options->quiet, "Do not report connections");
+   command.onChosen([options, &run] { run = [options] { return serve(*options); }; });
 }
 
 }  // namespace Ptpstate

@@ -1,5 +1,4 @@
 // status
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -133,9 +132,9 @@ Exit status(StatusOptions const& options) {
 
 }  // namespace
 
-void addStatus(CLI::App& app, Run& run) {
+void addStatus(Command const& program, Run& run) {
    auto const options = std::make_shared<StatusOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "status",
          "Shows who is connected to a server and how well each connection keeps up, oldest "
          "first. Everybody who may connect may ask.\n"
@@ -143,14 +142,13 @@ void addStatus(CLI::App& app, Run& run) {
          "\"coalesced\" counts deferred changes that the peer will never see, because a "
          "later change replaced them. \"untold\" counts what is yet to be written to the "
          "buffer. \"behind\" is the time since the peer last had everything.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate status --socket /tmp/ptp\n"
          "  $ ptpstate status --socket /tmp/ptp --json");
    addClientOptions(command, *options);
-   command.add_flag("--json", options->json,
-                    "Print JSON: an array of objects, times in nanoseconds");
-   command.callback([options, &run] { run = [options] { return status(*options); }; });
+   command.flag("--json", options->json, "Print JSON: an array of objects, times in nanoseconds");
+   command.onChosen([options, &run] { run = [options] { return status(*options); }; });
 }
 
 }  // namespace Ptpstate

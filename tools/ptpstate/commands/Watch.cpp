@@ -2,7 +2,6 @@
 #include <poll.h>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ctime>
 #include <iostream>
@@ -325,9 +324,9 @@ Exit Watch::run() {
 
 }  // namespace
 
-void addWatch(CLI::App& app, Run& run) {
+void addWatch(Command const& program, Run& run) {
    auto const options = std::make_shared<WatchOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "watch",
          "Prints a line for each change until it is interrupted. With a path, only changes "
          "there and below.\n"
@@ -339,31 +338,31 @@ void addWatch(CLI::App& app, Run& run) {
          "\n"
          "Before it ends, it receives what the server still has to send, so that no earlier "
          "change is missing. A second interrupt ends that wait, too.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate watch --socket /tmp/ptp\n"
          "  $ ptpstate watch --socket /tmp/ptp ptp/config.intfConfig --for 60\n"
          "  $ ptpstate watch --socket /tmp/ptp --json --count 1 ptp/config.domainNumber");
    addClientOptions(command, *options);
-   command.add_option("path", options->path)->type_name("PATH");
-   command.add_option("--count", options->count, "End after this many changes")
-         ->type_name("N")
-         ->check(CLI::Range(U64{1}, ~U64{0}));
-   command.add_option("--for", options->seconds, "End after this time")
-         ->type_name("SECONDS")
-         ->check(CLI::Range(0.001, 1e9));
+   command.option("path", options->path).placeholder("PATH");
+   command.option("--count", options->count, "End after this many changes")
+         .placeholder("N")
+         .range(U64{1}, ~U64{0});
+   command.option("--for", options->seconds, "End after this time")
+         .placeholder("SECONDS")
+         .range(0.001, 1e9);
    command
-         .add_option("--dump", options->dump,
-                     "At the end, write a dump of the mirror; - for standard output")
-         ->type_name("FILE");
-   command.add_flag(
+         .option("--dump", options->dump,
+                 "At the end, write a dump of the mirror; - for standard output")
+         .placeholder("FILE");
+   command.flag(
          "--json", options->json,
          "Print a JSON object per line: a change, \"set\", \"created\" or \"deleted\", or an "
          "event, "
          "\"complete\", \"coalesced\", \"lost\", \"connected\" or \"gone\"; times in UTC");
-   command.add_flag("--no-reconnect", options->noReconnect,
-                    "End when the connection is lost, with status 3");
-   command.callback([options, &run] { run = [options] { return Watch(*options).run(); }; });
+   command.flag("--no-reconnect", options->noReconnect,
+                "End when the connection is lost, with status 3");
+   command.onChosen([options, &run] { run = [options] { return Watch(*options).run(); }; });
 }
 
 }  // namespace Ptpstate

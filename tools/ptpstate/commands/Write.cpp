@@ -1,5 +1,4 @@
 // set, add, del
-#include <CLI/CLI.hpp>
 
 #include "Holt/State/Place.h"
 #include "tools/ptpstate/Commands.h"
@@ -36,14 +35,14 @@ Exit change(WriteOptions const& options, Change&& changeIt) {
 
 /// A command with a path, whose callback runs `changeIt(place, options)`.
 template <class Change>
-CLI::App& addWriter(CLI::App& app, Run& run, std::shared_ptr<WriteOptions> const& options,
-                    char const* name, char const* description, char const* examples,
-                    Change changeIt) {
-   CLI::App& command = *app.add_subcommand(name, description);
-   command.footer(examples);
+Command addWriter(Command const& program, Run& run, std::shared_ptr<WriteOptions> const& options,
+                  char const* name, char const* description, char const* examples,
+                  Change changeIt) {
+   Command const command = program.command(name, description);
+   command.footerIs(examples);
    addClientOptions(command, *options);
-   command.add_option("path", options->path)->type_name("PATH")->required();
-   command.callback([options, &run, changeIt] {
+   command.option("path", options->path).placeholder("PATH").required();
+   command.onChosen([options, &run, changeIt] {
       run = [options, changeIt] {
          return change(*options, [&](Place& place) { changeIt(place, *options); });
       };
@@ -53,10 +52,10 @@ CLI::App& addWriter(CLI::App& app, Run& run, std::shared_ptr<WriteOptions> const
 
 }  // namespace
 
-void addSet(CLI::App& app, Run& run) {
+void addSet(Command const& program, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
-   CLI::App& command = addWriter(
-         app, run, options, "set",
+   Command const command = addWriter(
+         program, run, options, "set",
          "Sets an attribute, a field within one, or an element of a map. A new element is "
          "inserted.\n"
          "\n"
@@ -68,13 +67,13 @@ void addSet(CLI::App& app, Run& run) {
          "  $ ptpstate set --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].logSyncInterval -4\n"
          "  $ ptpstate set --socket /tmp/ptp 'ptp/config.missingSequenceThresholds[sync]' 5",
          [](Place& place, WriteOptions const& o) { place.set(o.plainArgs()[0]); });
-   command.add_option("value", options->args)->type_name("VALUE")->expected(1)->required();
+   command.option("value", options->args).placeholder("VALUE").exactly(1).required();
 }
 
-void addAdd(CLI::App& app, Run& run) {
+void addAdd(Command const& program, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
-   CLI::App& command = addWriter(
-         app, run, options, "add",
+   Command const command = addWriter(
+         program, run, options, "add",
          "Creates a child, inserts an element, or appends to a queue. A child takes the "
          "arguments of its constructor, in order and without its key; if they are missing, "
          "the message lists them.\n"
@@ -84,12 +83,12 @@ void addAdd(CLI::App& app, Run& run) {
          "  $ ptpstate add --socket /tmp/ptp ptp/config.intfConfig[Ethernet1] true false\n"
          "  $ ptpstate add --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].vlanConfig[100]",
          [](Place& place, WriteOptions const& o) { place.add(o.plainArgs()); });
-   command.add_option("args", options->args)->type_name("ARG");
+   command.option("args", options->args).placeholder("ARG");
 }
 
-void addDel(CLI::App& app, Run& run) {
+void addDel(Command const& program, Run& run) {
    auto const options = std::make_shared<WriteOptions>();
-   addWriter(app, run, options, "del",
+   addWriter(program, run, options, "del",
              "Removes a child with all below it, an element, or the front of a queue. For a "
              "whole collection or queue, removes all elements.",
              "Examples:\n"

@@ -1,5 +1,4 @@
 // complete: what ptpstate.bash calls. It is not listed among the commands.
-#include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "Kiv/Printable.h"
@@ -20,13 +19,13 @@ struct CompleteOptions {
 
 /// Prints candidates as bash expects them: replacements for the word as bash sees it, which begins
 /// after the last character that breaks words.
-Exit complete(CLI::App const& app, CompleteOptions const& options) {
+Exit complete(Command const& program, CompleteOptions const& options) {
    ShellWords const line = shellWords(options.line.substr(0, options.point));
    std::string const word = plainArgument(options.word);
    bool const known = line.raw.ends_with(word);
    std::string const before = known ? line.raw.substr(0, line.raw.size() - word.size()) : "";
    std::string const plain = before.empty() ? "" : shellWords(before).words.back();
-   for (std::string candidate : candidates(app, line)) {
+   for (std::string candidate : candidates(program, line)) {
       if (line.quote != 0 && candidate.ends_with(' ')) {
          candidate.pop_back();  // the quote must be closed first
       }
@@ -37,15 +36,15 @@ Exit complete(CLI::App const& app, CompleteOptions const& options) {
 
 }  // namespace
 
-void addComplete(CLI::App& app, Run& run) {
+void addComplete(Command const& program, Run& run) {
    auto const options = std::make_shared<CompleteOptions>();
-   CLI::App& command = *app.add_subcommand("complete");
-   command.group("");
-   command.add_option("line", options->line)->required();
-   command.add_option("point", options->point)->required();
-   command.add_option("word", options->word);
-   command.callback(
-         [options, &app, &run] { run = [options, &app] { return complete(app, *options); }; });
+   Command const command = program.command("complete");  // for the shell, so without a description
+   command.option("line", options->line).required();
+   command.option("point", options->point).required();
+   command.option("word", options->word);
+   command.onChosen([options, program, &run] {
+      run = [options, program] { return complete(program, *options); };
+   });
 }
 
 }  // namespace Ptpstate

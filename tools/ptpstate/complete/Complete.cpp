@@ -1,8 +1,8 @@
 #include "tools/ptpstate/complete/Complete.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
@@ -18,6 +18,8 @@ using namespace Holt;
 using Kiv::FieldDescriptor;
 using Kiv::MemberKind;
 using Kiv::TypeImpl;
+using Tools::Command;
+using Tools::Option;
 
 namespace {
 
@@ -195,43 +197,48 @@ void addTypes(Candidates& candidates, bool roots) {
    }
 }
 
-CLI::App const* commandOf(CLI::App const& app, std::string const& name) {
-   auto const found =
-         app.get_subcommands([&name](CLI::App const* each) { return each->get_name() == name; });
-   return found.empty() ? nullptr : found[0];
+std::optional<Command> commandOf(Command const& program, std::string const& name) {
+   for (Command const& each : program.commands()) {
+      if (each.name() == name) {
+         return each;
+      }
+   }
+   return std::nullopt;
 }
 
-CLI::Option const* optionOf(CLI::App const& command, std::string const& word) {
+std::optional<Option> optionOf(Command const& command, std::string const& word) {
    std::string const name = word.substr(0, word.find('='));
-   for (CLI::Option const* const option : command.get_options()) {
-      if (!option->get_positional() && option->check_name(name)) {
+   for (Option const& option : command.options()) {
+      if (option.isNamed(name)) {
          return option;
       }
    }
-   return nullptr;
+   return std::nullopt;
 }
 
 /// What precedes the word being typed.
 struct Before {
-   /// The option whose value is being typed, or null.
-   CLI::Option const* option = nullptr;
-   std::vector<std::string> positionals;
+   /// The option whose value is being typed, if one is.
+   std::optional<Option> option;
+   std::vector<std::string> arguments;
    std::string socket;
 };
 
-Before readBefore(CLI::App const& command, std::vector<std::string> const& words) {
+Before readBefore(Command const& command, std::vector<std::string> const& words) {
    Before before;
    char const* const socket = std::getenv("PTPSTATE_SOCKET");
    before.socket = socket != nullptr ? socket : "";
    for (std::size_t i = 2; i + 1 < words.size(); ++i) {
       std::string const& word = words[i];
-      CLI::Option const* const option =
-            word.starts_with("--") && word.size() > 2 ? optionOf(command, word) : nullptr;
-      if (option == nullptr) {
-         before.positionals.push_back(word);
+      std::optional<Option> option;
+      if (word.starts_with("--") && word.size() > 2) {
+         option = optionOf(command, word);
+      }
+      if (!option) {
+         before.arguments.push_back(word);
       } else if (word.starts_with("--socket=")) {
          before.socket = word.substr(9);
-      } else if (option->get_expected_max() != 0 && word.find('=') == std::string::npos) {
+      } else if (option->takesValue() && word.find('=') == std::string::npos) {
          if (i + 2 == words.size()) {
             before.option = option;
          } else if (word == "--socket") {
@@ -243,39 +250,40 @@ Before readBefore(CLI::App const& command, std::vector<std::string> const& words
    return before;
 }
 
-CLI::Option const* positional(CLI::App const& command, std::size_t index) {
-   for (CLI::Option const* const option : command.get_options()) {
-      if (option->get_positional() && index-- == 0) {
-         return option;
+/// The placeholder of the argument that comes after `count` others; empty if there is none.
+std::string argumentAfter(Command const& command, std::size_t count) {
+   for (Option const& option : command.options()) {
+      if (option.isArgument() && count-- == 0) {
+         return option.placeholder();
       }
    }
-   return nullptr;
+   return {};
 }
 
-void addCommands(Candidates& candidates, CLI::App const& app) {
-   for (CLI::App const* const command :
-        app.get_subcommands([](CLI::App const* each) { return !each->get_group().empty(); })) {
-      candidates.add(command->get_name() + " ");
-   }
-}
-
-void addOptions(Candidates& candidates, CLI::App const& command) {
-   for (CLI::Option const* const option : command.get_options()) {
-      for (std::string const& name : option->get_lnames()) {
-         candidates.add("--" + name + " ");
+void addCommands(Candidates& candidates, Command const& program) {
+   for (Command const& command : program.commands()) {
+      if (command.isShown()) {
+         candidates.add(command.name() + " ");
       }
    }
 }
 
-void addForPositional(Candidates& candidates, CLI::App const& command, Before const& before) {
-   CLI::Option const* const option = positional(command, before.positionals.size());
-   std::string const kind = option != nullptr ? option->get_type_name() : "";
+void addOptions(Candidates& candidates, Command const& command) {
+   for (Option const& option : command.options()) {
+      if (!option.isArgument()) {
+         candidates.add(option.name() + " ");
+      }
+   }
+}
+
+void addForArgument(Candidates& candidates, Command const& command, Before const& before) {
+   std::string const kind = argumentAfter(command, before.arguments.size());
    if (kind == "PATH") {
       addPaths(candidates, before.socket);
    } else if (kind == "NAME") {
       addTypes(candidates, false);
    } else if (kind == "VALUE") {
-      addValues(candidates, before.socket, before.positionals[0]);
+      addValues(candidates, before.socket, before.arguments[0]);
    }
 }
 
@@ -330,29 +338,29 @@ std::string shellQuoted(std::string const& word, char quote) {
    return quoted;
 }
 
-std::vector<std::string> candidates(CLI::App const& app, ShellWords const& line) {
+std::vector<std::string> candidates(Command const& program, ShellWords const& line) {
    Candidates found(line.words.back());
    try {
       if (line.words.size() < 3) {
-         addCommands(found, app);
+         addCommands(found, program);
          return found.take();
       }
-      CLI::App const* const command = commandOf(app, line.words[1]);
-      if (command == nullptr) {
+      std::optional<Command> const command = commandOf(program, line.words[1]);
+      if (!command) {
          return {};
       }
       Before const before = readBefore(*command, line.words);
-      if (before.option != nullptr) {
-         bool const isSocket = before.option->check_name("--socket");
-         if (before.option->get_type_name() == "TYPE=NAME") {
+      if (before.option) {
+         std::string const kind = before.option->placeholder();
+         if (kind == "TYPE=NAME") {
             addTypes(found, true);
-         } else if (before.option->get_type_name() == "PATH" && !isSocket) {
+         } else if (kind == "PATH" && !before.option->isNamed("--socket")) {
             addPaths(found, before.socket);
          }
       } else if (found.word().starts_with("-")) {
          addOptions(found, *command);
       } else {
-         addForPositional(found, *command, before);
+         addForArgument(found, *command, before);
       }
    } catch (Failure const&) {
       return {};  // no server, or an invalid path

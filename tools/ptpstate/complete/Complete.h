@@ -4,9 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include "tools/cli/Command.h"
 
 namespace Ptpstate {
 
@@ -25,9 +23,9 @@ ShellWords shellWords(std::string const& line);
 std::string shellQuoted(std::string const& word, char quote);
 
 /// Candidates for the last word of a line, as whole words without quotes. Those that end with a
-/// blank are complete. Options and commands come from `app`, paths from the server that the line or
-/// the environment names, types from the modules; files are left to the shell. After an error there
-/// are no candidates.
-std::vector<std::string> candidates(CLI::App const& app, ShellWords const& line);
+/// blank are complete. Options and commands come from `program`, paths from the server that the
+/// line or the environment names, types from the modules; files are left to the shell. After an
+/// error there are no candidates.
+std::vector<std::string> candidates(Tools::Command const& program, ShellWords const& line);
 
 }  // namespace Ptpstate

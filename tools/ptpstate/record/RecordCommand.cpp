@@ -1,7 +1,6 @@
 // record
 #include <poll.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
@@ -224,49 +223,49 @@ Exit Record::run() {
 
 }  // namespace
 
-void addRecord(CLI::App& app, Run& run) {
+void addRecord(Command const& program, Run& run) {
    auto const options = std::make_shared<RecordOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "record",
          "Records the changes of a server's roots in a file until it is interrupted. If "
          "roots are named, records only these.\n"
          "\n"
          "Its memory does not grow with the recording. Without --reconnect it ends when the "
          "connection is lost, with status 3; the file then has everything until then.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate record --socket /tmp/ptp monday.rec\n"
          "  $ ptpstate record --socket /tmp/ptp --reconnect --ring 8 --size 64MB "
          "/var/log/ptp/flight "
          "ptp/status");
    addClientOptions(command, *options);
-   command.add_option("file", options->file)->type_name("FILE")->required();
-   command.add_option("roots", options->roots)->type_name("ROOT");
-   command.add_option("--for", options->seconds, "End after this time")
-         ->type_name("SECONDS")
-         ->check(CLI::Range(0.001, 1e9));
-   CLI::Option* const ring =
+   command.option("file", options->file).placeholder("FILE").required();
+   command.option("roots", options->roots).placeholder("ROOT");
+   command.option("--for", options->seconds, "End after this time")
+         .placeholder("SECONDS")
+         .range(0.001, 1e9);
+   Option const ring =
          command
-               .add_option(
+               .option(
                      "--ring", options->ring,
                      "A flight recorder: keep only the last N files FILE.000001, FILE.000002, ..., "
                      "each of which can be replayed alone; continues after existing files")
-               ->type_name("N")
-               ->check(CLI::Range(2, 1'000'000));
+               .placeholder("N")
+               .range(2, 1'000'000);
    command
-         .add_option("--size", options->size,
-                     "Maximum size of each file of the ring (64MB); at least 14 MB")
-         ->transform(CLI::AsSizeValue(false))
-         ->type_name("BYTES")
-         ->needs(ring);
+         .option("--size", options->size,
+                 "Maximum size of each file of the ring (64MB); at least 14 MB")
+         .bytes()
+         .placeholder("BYTES")
+         .needs(ring);
    command
-         .add_flag("--replace", options->replace,
-                   "Overwrite an existing file, unless another recorder is writing to it")
-         ->excludes(ring);
-   command.add_flag("--reconnect", options->reconnect,
-                    "When the connection is lost, note that in the recording, wait for the server, "
-                    "and continue");
-   command.callback([options, &run] { run = [options] { return Record(*options).run(); }; });
+         .flag("--replace", options->replace,
+               "Overwrite an existing file, unless another recorder is writing to it")
+         .excludes(ring);
+   command.flag("--reconnect", options->reconnect,
+                "When the connection is lost, note that in the recording, wait for the server, "
+                "and continue");
+   command.onChosen([options, &run] { run = [options] { return Record(*options).run(); }; });
 }
 
 }  // namespace Ptpstate

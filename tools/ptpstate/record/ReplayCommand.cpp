@@ -1,5 +1,4 @@
 // replay
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -57,9 +56,9 @@ Exit replay(ReplayOptions const& options) {
 
 }  // namespace
 
-void addReplay(CLI::App& app, Run& run) {
+void addReplay(Command const& program, Run& run) {
    auto const options = std::make_shared<ReplayOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "replay",
          "Prints the changes in a recording as watch would have, with the times at which "
          "they were recorded. For a ring of files, give the name without the number. Several "
@@ -71,53 +70,48 @@ void addReplay(CLI::App& app, Run& run) {
          "\n"
          "A truncated or damaged file is played up to the damage. The message then gives the "
          "byte, what is wrong, and the time reached, and the status is 1.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate replay monday.rec\n"
          "  $ ptpstate replay --at 14:03:59 monday.rec\n"
          "  $ ptpstate replay --speed 10 --into /tmp/ptp monday.rec\n"
          "  $ ptpstate replay --at +3600 --json --dump then.json /var/log/ptp/flight");
-   command.add_option("files", options->files)->type_name("FILE")->required();
-   CLI::Option* const at =
-         command.add_option("--at", options->at, "Print the state at that time, as dump does")
-               ->type_name("TIME")
-               ->check([](std::string const& text) {
-                  return text.empty() ? std::string("is empty") : std::string();
-               });
+   command.option("files", options->files).placeholder("FILE").required();
+   Option const at =
+         command.option("--at", options->at, "Print the state at that time, as dump does")
+               .placeholder("TIME")
+               .notEmpty();
    command
-         .add_option("--speed", options->speed,
-                     "Play X times as fast as recorded; by default, as fast as possible")
-         ->type_name("X")
-         ->check(CLI::Range(0.001, 1e9));
+         .option("--speed", options->speed,
+                 "Play X times as fast as recorded; by default, as fast as possible")
+         .placeholder("X")
+         .range(0.001, 1e9);
    // Not --socket, which the environment may set: overwriting a served state must be asked for.
-   CLI::Option* const into = command
-                                   .add_option("--into", options->into,
-                                               "Play into the server at that socket: its roots of "
-                                               "the same names take the recorded state")
-                                   ->type_name("PATH");
+   Option const into = command
+                             .option("--into", options->into,
+                                     "Play into the server at that socket: its roots of "
+                                     "the same names take the recorded state")
+                             .placeholder("PATH");
    command
-         .add_option("--timeout", options->timeout,
-                     "How long to wait for each answer of the server of --into; 10 by default")
-         ->type_name("SECONDS")
-         ->check(CLI::Range(0.001, 1e6));
-   command
-         .add_flag("--claim", options->claim,
-                   "Let nobody else write to these roots during the replay")
-         ->needs(into);
-   CLI::Option* const dump =
+         .option("--timeout", options->timeout,
+                 "How long to wait for each answer of the server of --into; 10 by default")
+         .placeholder("SECONDS")
+         .range(0.001, 1e6);
+   command.flag("--claim", options->claim, "Let nobody else write to these roots during the replay")
+         .needs(into);
+   Option const dump =
          command
-               .add_option(
-                     "--dump", options->dump,
-                     "Write the state at the end, or at the time of --at; - for standard output")
-               ->type_name("FILE");
-   command.add_flag("--json", options->json, "Write the state as JSON, which load and diff read");
+               .option("--dump", options->dump,
+                       "Write the state at the end, or at the time of --at; - for standard output")
+               .placeholder("FILE");
+   command.flag("--json", options->json, "Write the state as JSON, which load and diff read");
    command
-         .add_flag("--info", options->info,
-                   "Only print what the files contain, and whether replay would stop with an error")
-         ->excludes(at)
-         ->excludes(into)
-         ->excludes(dump);
-   command.callback([options, &run] { run = [options] { return replay(*options); }; });
+         .flag("--info", options->info,
+               "Only print what the files contain, and whether replay would stop with an error")
+         .excludes(at)
+         .excludes(into)
+         .excludes(dump);
+   command.onChosen([options, &run] { run = [options] { return replay(*options); }; });
 }
 
 }  // namespace Ptpstate

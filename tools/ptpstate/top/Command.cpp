@@ -3,7 +3,6 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <list>
 #include <memory>
@@ -329,9 +328,9 @@ Exit Top::live() {
 
 }  // namespace
 
-void addTop(CLI::App& app, Run& run) {
+void addTop(Command const& program, Run& run) {
    auto const options = std::make_shared<TopOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "top",
          "Shows a live table of a collection of entities, one per row, or of one entity. "
          "The columns are its attributes, or those given. After a name, \"/s\" shows the "
@@ -347,7 +346,7 @@ void addTop(CLI::App& app, Run& run) {
          "none until the next sample. When the connection is lost, top says so, keeps the last "
          "values, "
          "and tries again.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate top --socket /tmp/ptp ptp/config.intfConfig\n"
          "  $ ptpstate top --socket /tmp/ptp ptp/status.portDS --columns "
@@ -355,29 +354,25 @@ void addTop(CLI::App& app, Run& run) {
          "ptp/status.currentDS.offsetFromMaster --head ptp/status.currentDS.offsetFromMaster~\n"
          "  $ ptpstate top --socket /tmp/ptp ptp/status.portDS --batch --count 1 --sort portState");
    addClientOptions(command, *options);
-   command.add_option("path", options->path)->type_name("PATH")->required();
+   command.option("path", options->path).placeholder("PATH").required();
    command
-         .add_option(
-               "--head", options->head,
-               "Show this attribute above the table, optionally with /s or ~ after it; for an "
-               "entity, all its attributes; repeatable")
-         ->type_name("PATH")
-         ->allow_extra_args(false);
-   command.add_option("--columns", options->columns, "Show these columns, in this order")
-         ->type_name("NAME,...")
-         ->delimiter(',');
-   command.get_option("--columns")->allow_extra_args(false);
-   command.add_option("--sort", options->sort, "Sort by this column")->type_name("NAME");
-   command.add_flag("--reverse", options->reverse, "Sort in reverse order");
-   command.add_option("--interval", options->interval, "Time between samples; 1 by default")
-         ->type_name("SECONDS")
-         ->check(CLI::Range(0.05, 3600.0));
-   command.add_flag("--batch", options->batch,
-                    "Write tables to standard output, without a terminal");
-   command.add_option("--count", options->count, "End after this many samples")
-         ->type_name("N")
-         ->check(CLI::Range(U64{1}, ~U64{0}));
-   command.callback([options, &run] { run = [options] { return Top(*options).run(); }; });
+         .option("--head", options->head,
+                 "Show this attribute above the table, optionally with /s or ~ after it; for an "
+                 "entity, all its attributes; repeatable")
+         .placeholder("PATH");
+   command.option("--columns", options->columns, "Show these columns, in this order")
+         .placeholder("NAME,...")
+         .separatedBy(',');
+   command.option("--sort", options->sort, "Sort by this column").placeholder("NAME");
+   command.flag("--reverse", options->reverse, "Sort in reverse order");
+   command.option("--interval", options->interval, "Time between samples; 1 by default")
+         .placeholder("SECONDS")
+         .range(0.05, 3600.0);
+   command.flag("--batch", options->batch, "Write tables to standard output, without a terminal");
+   command.option("--count", options->count, "End after this many samples")
+         .placeholder("N")
+         .range(U64{1}, ~U64{0});
+   command.onChosen([options, &run] { run = [options] { return Top(*options).run(); }; });
 }
 
 }  // namespace Ptpstate

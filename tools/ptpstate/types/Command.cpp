@@ -1,5 +1,4 @@
 // types
-#include <CLI/CLI.hpp>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -165,9 +164,9 @@ Exit types(TypesOptions const& options) {
 
 }  // namespace
 
-void addTypes(CLI::App& app, Run& run) {
+void addTypes(Command const& program, Run& run) {
    auto const options = std::make_shared<TypesOptions>();
-   CLI::App& command = *app.add_subcommand(
+   Command const command = program.command(
          "types",
          "Lists modules and types; for a type, or for all types of a module, the members "
          "with id, kind, type, range, notes and default. A name may omit its namespace if "
@@ -177,14 +176,14 @@ void addTypes(CLI::App& app, Run& run) {
          "type. The notes are \"given\" for a constructor argument, \"local\" for an "
          "attribute that is not streamed, and \"named\" for a child that is constructed with "
          "a name.");
-   command.footer(
+   command.footerIs(
          "Examples:\n"
          "  $ ptpstate types\n"
          "  $ ptpstate types Ptp::IntfConfig\n"
          "  $ ptpstate types --json PtpMib");
-   command.add_option("name", options->name)->type_name("NAME");
-   command.add_flag("--json", options->json, "Print JSON, always with all members");
-   command.callback([options, &run] { run = [options] { return types(*options); }; });
+   command.option("name", options->name).placeholder("NAME");
+   command.flag("--json", options->json, "Print JSON, always with all members");
+   command.onChosen([options, &run] { run = [options] { return types(*options); }; });
 }
 
 }  // namespace Ptpstate

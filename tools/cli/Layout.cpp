@@ -1,4 +1,4 @@
-#include "tools/shared/Help.h"
+#include "tools/cli/Layout.h"
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -12,6 +12,21 @@ namespace {
 constexpr std::size_t helpWidth = 79;
 /// Where descriptions of options begin.
 constexpr std::size_t helpColumn = 24;
+
+/// Wraps words into lines, each indented by `indent` blanks.
+std::string wrapped(std::string const& text, std::size_t indent) {
+   std::string result;
+   std::string line;
+   std::istringstream words(text);
+   for (std::string word; words >> word;) {
+      if (!line.empty() && indent + line.size() + 1 + word.size() > helpWidth) {
+         result += std::string(indent, ' ') + line + "\n";
+         line.clear();
+      }
+      line += (line.empty() ? "" : " ") + word;
+   }
+   return result + std::string(indent, ' ') + line + "\n";
+}
 
 /// "NAME", indented, with its description beside or below it.
 std::string row(std::string const& name, std::string const& description, std::size_t column) {
@@ -56,7 +71,8 @@ std::string valueName(CLI::Option const& option) {
 }
 
 std::string optionName(CLI::Option const& option) {
-   std::string const name = "--" + option.get_lnames().at(0);
+   std::string const name = option.get_lnames().empty() ? "-" + option.get_snames().at(0)
+                                                        : "--" + option.get_lnames().at(0);
    return option.get_expected_max() == 0 ? name : name + " " + valueName(option);
 }
 
@@ -100,20 +116,6 @@ private:
 };
 
 }  // namespace
-
-std::string wrapped(std::string const& text, std::size_t indent) {
-   std::string result;
-   std::string line;
-   std::istringstream words(text);
-   for (std::string word; words >> word;) {
-      if (!line.empty() && indent + line.size() + 1 + word.size() > helpWidth) {
-         result += std::string(indent, ' ') + line + "\n";
-         line.clear();
-      }
-      line += (line.empty() ? "" : " ") + word;
-   }
-   return result + std::string(indent, ' ') + line + "\n";
-}
 
 void helpLayoutIs(CLI::App& app) {
    app.formatter(std::make_shared<Layout>());

@@ -1,8 +1,6 @@
 // How the programs show their help.
 #pragma once
 
-#include <string>
-
 namespace CLI {
 class App;
 }
@@ -11,13 +9,10 @@ namespace Tools {
 
 /// Lays out the output of `--help` for a terminal of 80 columns: usage, description, the first
 /// sentence of each command, options, and the footer as it is. All texts come from the declarations
-/// of commands and options in CLI11. help2man(1) makes the manual pages from this layout.
+/// of commands and options. help2man(1) makes the manual pages from this layout.
 ///
 /// It also applies to commands that are added later. In a description, an empty line begins a new
 /// paragraph, and a line that begins with a blank is kept as it is.
 void helpLayoutIs(CLI::App& app);
-
-/// Wraps words into lines of at most 79 characters, each indented by `indent` blanks.
-std::string wrapped(std::string const& text, std::size_t indent);
 
 }  // namespace Tools
