@@ -12,7 +12,7 @@
 # Headers are included by the directory of the file, relative to the current source directory (or to
 # one of ROOTS). Modules that it uses are searched for in the same directories, one directory below
 # them, and among the installed declarations. The types are compiled in PARTS sources (by default, 1
-# for every 8 KiB of declarations), each with many types, since most of the time is spent on the
+# for every 12 KiB of declarations), each with many types, since most of the time is spent on the
 # headers that they all include.
 
 if(NOT DEFINED KIVC_GENERATED_DIR)
@@ -45,7 +45,7 @@ function(kivc_module target file)
 
    if(NOT arg_PARTS)
       file(SIZE "${file}" size)
-      math(EXPR arg_PARTS "1 + ${size} / 8192")
+      math(EXPR arg_PARTS "1 + ${size} / 12288")
    endif()
 
    # The list of sources does not depend on the types: it is the record, and parts that include the
@@ -83,8 +83,14 @@ function(kivc_module target file)
       DEPFILE "${stamp}.d"
       COMMENT "Compiling the declarations of ${module}"
       VERBATIM)
-   set_source_files_properties(${headers} ${sources} PROPERTIES
-      GENERATED TRUE SKIP_UNITY_BUILD_INCLUSION TRUE)
+   set_source_files_properties(${headers} ${sources} PROPERTIES GENERATED TRUE)
+   # Records are linked one by one, since modules register in the order in which they are linked.
+   # Of several parts, each is large enough to be compiled alone.
+   set(alone "${base}Record.cpp")
+   if(arg_PARTS GREATER 1)
+      set(alone ${sources})
+   endif()
+   set_source_files_properties(${alone} PROPERTIES SKIP_UNITY_BUILD_INCLUSION TRUE)
    target_sources(${target} PRIVATE "${file}" "${stamp}" ${headers} ${sources})
    set_property(GLOBAL APPEND PROPERTY KIVC_STAMPS "${stamp}")
    target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${KIVC_GENERATED_DIR}>")

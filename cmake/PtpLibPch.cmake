@@ -57,7 +57,8 @@ function(ptplib_precompiled target)
    target_precompile_headers(${target} REUSE_FROM ${pch})
 endfunction()
 
-# ptplib_compiled_together(target): compiles the target's sources together, except generated ones.
+# ptplib_compiled_together(target): compiles the target's sources together, except records of modules
+# and large generated sources.
 function(ptplib_compiled_together target)
    if(PTPLIB_UNITY)
       set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 12)

@@ -19,16 +19,24 @@ function(ptplib_program name)
       add_library(${name}_objects STATIC ${objects})
       ptplib_link(${name}_objects PUBLIC ${libraries})
       ptplib_precompiled(${name}_objects)
+      ptplib_not_hot(${name}_objects)
       ptplib_compiled_together(${name}_objects)
       list(PREPEND libraries ${name}_objects)
    endif()
    if(main IN_LIST sources)
       add_executable(${name} "${main}")
       ptplib_link(${name} PRIVATE ${libraries})
+      ptplib_not_hot(${name})
       if(NOT arg_PRIVATE_TO_THE_BUILD)
          set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_PROGRAMS ${name})
       endif()
    endif()
+endfunction()
+
+# ptplib_not_hot(target): the code of programs waits for others. What must be fast is in the
+# libraries. Call it last: the precompiled headers of the libraries fit these options, too.
+function(ptplib_not_hot target)
+   target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
 endfunction()
 
 # ptplib_curses(name): links what a program's objects need to draw on a terminal. Programs that use
