@@ -7,7 +7,7 @@
 namespace Kiv {
 namespace {
 
-constinit KivModule const* first = nullptr;
+constinit KivModule const* firstOfAll = nullptr;
 constinit KivModule const* last = nullptr;
 
 /// Forgets the allocation counters in the same shared object as `address`.
@@ -38,7 +38,7 @@ void kivModuleIs(KivModule const& module) noexcept {
       return;
    }
    module.data->next = nullptr;
-   (last != nullptr ? last->data->next : first) = &module;
+   (last != nullptr ? last->data->next : firstOfAll) = &module;
    last = &module;
 }
 
@@ -47,9 +47,9 @@ void kivModuleDel(KivModule const& module) noexcept {
       return;
    }
    KivModule const* before = nullptr;
-   for (KivModule const* at = first; at != nullptr; before = at, at = at->data->next) {
+   for (KivModule const* at = firstOfAll; at != nullptr; before = at, at = at->data->next) {
       if (at == &module) {
-         (before != nullptr ? before->data->next : first) = module.data->next;
+         (before != nullptr ? before->data->next : firstOfAll) = module.data->next;
          if (last == &module) {
             last = before;
          }
@@ -65,11 +65,11 @@ void kivModuleUnloaded(KivModule const& module, void const* within) noexcept {
 }
 
 KivModule const* firstModule() noexcept {
-   return first;
+   return firstOfAll;
 }
 
 KivModule const* moduleByName(std::string_view name) noexcept {
-   for (KivModule const* at = first; at != nullptr; at = at->data->next) {
+   for (KivModule const* at = firstOfAll; at != nullptr; at = at->data->next) {
       if (name == at->name()) {
          return at;
       }
@@ -78,7 +78,7 @@ KivModule const* moduleByName(std::string_view name) noexcept {
 }
 
 TypeImpl const* typeByName(std::string_view name) noexcept {
-   for (KivModule const* at = first; at != nullptr; at = at->data->next) {
+   for (KivModule const* at = firstOfAll; at != nullptr; at = at->data->next) {
       U32 low = 0;
       U32 high = at->typeCount;
       while (low != high) {

@@ -11,14 +11,12 @@
 
 namespace Kiv::NboAttrLog {
 
-Inbound::Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock,
-                 Handles const& handles, Applying& applying, Closing& closing, Mounts const& mounts,
-                 OpenCollections& open, Teller& teller, Control& control) noexcept
-      : limits_(limits),
-        shortMessage_(std::min(limits.longestMessage, limits.unmounted)),
+Inbound::Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock, Applying& applying,
+                 Closing& closing, Mounts const& mounts, OpenCollections& open, Teller& teller,
+                 Control& control) noexcept
+      : shortMessage_(std::min(limits.longestMessage, limits.unmounted)),
         budget_(budget),
         clock_(clock),
-        handles_(handles),
         applying_(applying),
         closing_(closing),
         mounts_(mounts),

@@ -41,9 +41,9 @@ public:
       ~Control() = default;
    };
 
-   Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock, Handles const& handles,
-           Applying& applying, Closing& closing, Mounts const& mounts, OpenCollections& open,
-           Teller& teller, Control& control) noexcept;
+   Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock, Applying& applying,
+           Closing& closing, Mounts const& mounts, OpenCollections& open, Teller& teller,
+           Control& control) noexcept;
    ~Inbound() { freeKept(); }
 
    /// Applies the messages in these bytes; keeps an incomplete one for the next call.
@@ -111,12 +111,10 @@ private:
    Sarn::String describe(Header const& header) const;
    Sarn::String faultText(Header const& header, char const* fault) const noexcept;
 
-   Limits const& limits_;
    /// A body up to this size is always allowed.
    std::size_t const shortMessage_;
    ByteBudget& budget_;
    Clock const& clock_;
-   Handles const& handles_;
    Applying& applying_;
    Closing& closing_;
    Mounts const& mounts_;

@@ -13,8 +13,8 @@ Session::Impl::Impl(Session& self, Hub& hub, SessionListener* listener)
         open_(hub_.limits().nesting),
         teller_(self, hub, hub_.limits(), hub_.budget(), hub_.clock(), hub_.ring(), hub_.handles(),
                 closing_, mounts_, open_),
-        inbound_(hub_.limits(), hub_.budget(), hub_.clock(), hub_.handles(), hub_.applying(),
-                 closing_, mounts_, open_, teller_, *this),
+        inbound_(hub_.limits(), hub_.budget(), hub_.clock(), hub_.applying(), closing_, mounts_,
+                 open_, teller_, *this),
         openedAt_(hub_.clock().now()),
         idleSince_(openedAt_) {
    hello();
