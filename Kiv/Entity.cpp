@@ -7,42 +7,47 @@ namespace Kiv {
 Entity::~Entity() = default;
 
 void Entity::parentIs(Entity* parent) noexcept {
-   parentPublisherIs(parent);
-   bool const watched = (parent != nullptr && parent->subtreeWatched()) || hasSubtreeObserver();
-   watchedFromAboveIs(watched);
+   changeWatch([&] { parentPublisherIs(parent); });
 }
 
-void Entity::watchedFromAboveIs(bool watched) noexcept {
-   if (subtreeWatched() == watched) {
-      return;
+/// Makes a change of the parent or of the subtree observers, and passes on what follows from it.
+template <class Make>
+void Entity::changeWatch(Make const& make) {
+   Heritage const before = heritage();
+   make();
+   inherit();
+   if (heritage() != before) {
+      passOn();
    }
-   subtreeWatchedIs(watched);
-   forEachChild(*this, [watched](Entity& child, FieldDescriptor const&, void const*) {
-      child.watchedFromAboveIs(watched || child.hasSubtreeObserver());
+}
+
+void Entity::passOn() noexcept {
+   forEachChild(*this, [](Entity& child, FieldDescriptor const&, void const*) {
+      if (child.inherit()) {
+         child.passOn();
+      }
    });
 }
 
 void Entity::observerAdd(Observer& observer, Scope scope) {
-   add(observer, scope);
    if (scope == Scope::subtree) {
-      watchedFromAboveIs(true);
+      changeWatch([&] { add(observer, scope); });
+   } else {
+      add(observer, scope);
    }
 }
 
 void Entity::observerAddFirst(Sarn::FirstObserver& observer) {
-   addFirst(observer);
-   watchedFromAboveIs(true);
+   changeWatch([&] { addFirst(observer); });
 }
 
 bool Entity::observerDel(Observer& observer, Scope scope) noexcept {
-   if (!remove(observer, scope)) {
-      return false;
+   if (scope == Scope::entity) {
+      return remove(observer, scope);
    }
-   if (scope == Scope::subtree) {
-      Entity const* const above = parent();
-      watchedFromAboveIs(hasSubtreeObserver() || (above != nullptr && above->subtreeWatched()));
-   }
-   return true;
+   bool removed = false;
+   changeWatch([&] { removed = remove(observer, scope); });
+   return removed;
 }
 
 Sarn::String const* entityName(Entity const& entity) noexcept {

@@ -31,7 +31,8 @@ public:
    void parentIs(Entity* parent) noexcept;
 
    /// Notifies `observer` of every later change here (`Scope::entity`) or here and below
-   /// (`Scope::subtree`: O(entities below) for the first and the last such observer).
+   /// (`Scope::subtree`: O(entities below) for the first and the last such observer, and for one
+   /// between them and a root that is watched).
    /// REQUIRES: not registered here with this scope.
    void observerAdd(Observer& observer, Scope scope = Scope::entity);
    /// Notifies `observer` of every later change here and below, before all other observers: for
@@ -53,7 +54,9 @@ protected:
 private:
    friend class EntityStreamAccess;
 
-   void watchedFromAboveIs(bool watched) noexcept;
+   template <class Make>
+   void changeWatch(Make const& make);
+   void passOn() noexcept;
 };
 
 /// The entity that changed.

@@ -1,133 +1,27 @@
 #include "Sarn/Publisher.h"
 
-#include <algorithm>
-#include <cassert>
-#include <cstddef>
-#include <new>
-
-#include "Sarn/FirstObserver.h"
 #include "Sarn/Publications.h"
+#include "Sarn/PublisherParts.h"
 
 namespace Sarn {
 
-/// The registrations of one publisher:
-///
-///     | size | capacity | slot 0 | slot 1 | ... |
-///
-/// A slot is an observer's address with bit 0 set for a subtree observer and bit 1 for a
-/// `FirstObserver`, or 0 for a hole that a removal left while a publication was running.
-struct Publisher::List {
-   U32 size;
-   U32 capacity;
-   std::uintptr_t slots[1];
-
-   static constexpr std::uintptr_t subtreeBit = 1;
-   static constexpr std::uintptr_t firstBit = 2;
-   static constexpr std::uintptr_t flagBits = subtreeBit | firstBit;
-
-   static List* make(U32 capacity) {
-      void* const room = ::operator new(offsetof(List, slots) + capacity * sizeof(std::uintptr_t));
-      return new (room) List{0, capacity, {0}};
-   }
-   static void destroy(List* list) noexcept { ::operator delete(list); }
-   static std::uintptr_t slot(Observer const& observer, Scope scope) noexcept {
-      return reinterpret_cast<std::uintptr_t>(&observer) |
-             (scope == Scope::subtree ? subtreeBit : 0);
-   }
-   static Observer* observer(std::uintptr_t slot) noexcept {
-      return reinterpret_cast<Observer*>(slot & ~flagBits);
-   }
-   std::uintptr_t* find(std::uintptr_t wanted) noexcept {
-      std::uintptr_t* const end = slots + size;
-      std::uintptr_t* const at = std::find_if(
-            slots, end, [wanted](std::uintptr_t s) { return (s & ~firstBit) == wanted; });
-      return at == end ? nullptr : at;
-   }
-};
-
-/// One running publication. The frames of a thread form a stack; a publication that begins while
-/// others run first brings those to their end, oldest first, which keeps changes in order for
-/// everybody. A frame whose publisher died, or that somebody above brought to its end, is done:
-/// `at` is null. Since whoever begins inside finishes all that is older, the oldest frame that may
-/// not be done yet (`openFrame`) only moves on towards the newest: it costs each frame one step,
-/// however deep they are stacked.
-///
-/// Who tells keeps the list and its position in registers and only writes `next`. Whoever else
-/// changes the frame or the list of `at` sets `touched`; from then on, the frame's words hold.
-struct Publisher::Frame {
-   Change change;
-   Publisher* at;
-   U32 next = 0;
-   U32 end;
-   Frame* outer;
-   struct Flags {
-      bool touched;
-      /// A removal has left holes in the list of `at`.
-      bool holes;
-      bool sourceGone;
-      bool unused[5];  // so that one store clears them
-   } flags{};
-   /// The next above, once there is one.
-   Frame* inner;
-
-   /// Stands on `first`, whose first `count` registrations are to be told.
-   Frame(Frame* outerFrame, Change const& made, Publisher* first, U32 count) noexcept
-         : change(made), at(first), end(count), outer(outerFrame) {}
-
-   /// Whether everybody has been told whom the list had, and nobody above is to be.
-   bool atEnd() const noexcept {
-      if (flags.touched || (at->watch_ & aboveBit) != 0) [[unlikely]] {
-         return !flags.touched && at->parent_ == nullptr;
-      }
-      return true;
-   }
-   void enter(Publisher* publisher) noexcept {
-      at = publisher;
-      next = 0;
-      end = publisher->list_ != nullptr ? publisher->list_->size : 0;
-      flags.touched = true;
-      flags.holes = false;
-   }
-   void finish() noexcept {
-      at = nullptr;
-      next = end = 0;
-      flags.touched = true;
-      flags.holes = false;
-   }
-   /// Goes on to `higher`, or ends here if that is null.
-   void leave(Publisher* higher) noexcept {
-      Publisher* const left = flags.holes ? at : nullptr;
-      if (higher != nullptr) {
-         enter(higher);
-      } else {
-         finish();
-      }
-      if (left != nullptr) [[unlikely]] {
-         left->tidy();
-      }
-   }
-};
-
-namespace {
-
-// A fixed offset from the thread pointer instead of a call for every publication.
-[[gnu::tls_model("initial-exec")]] constinit thread_local void* topFrame = nullptr;
-/// The oldest frame that may not be done; null if only the top one may be open.
-[[gnu::tls_model("initial-exec")]] constinit thread_local void* openFrame = nullptr;
-
-}  // namespace
-
+[[gnu::tls_model("initial-exec")]] constinit thread_local std::uintptr_t Impl::topFrame = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local void* Impl::openFrame = nullptr;
 constinit thread_local U32 Publisher::observersThrew_ = 0;
 
+using Impl::loneBit;
+using Impl::openFrame;
+using Impl::topFrame;
+
 Publisher::~Publisher() {
-   for (auto* frame = static_cast<Frame*>(topFrame); frame != nullptr; frame = frame->outer) {
+   for (Frame* frame = Frame::top(); frame != nullptr; frame = frame->outer) {
       if (frame->at == this || &frame->change.source == this) {
          frame->finish();
       }
       frame->flags.sourceGone = frame->flags.sourceGone || &frame->change.source == this;
    }
-   if (list_ != nullptr) {
-      List::destroy(list_);
+   if (List* const observers = list()) {
+      List::destroy(observers);
    }
 }
 
@@ -145,8 +39,10 @@ inline void Publisher::tell(Frame& frame) {
 /// Puts a frame on top of the thread's stack as long as it lives.
 class Publisher::Running {
 public:
-   explicit Running(Frame& frame) noexcept : outer_(frame.outer) { topFrame = &frame; }
-   ~Running() { topFrame = outer_; }
+   explicit Running(Frame& frame) noexcept : outer_(frame.outer) {
+      topFrame = reinterpret_cast<std::uintptr_t>(&frame);
+   }
+   ~Running() { topFrame = reinterpret_cast<std::uintptr_t>(outer_); }
    Running(Running const&) = delete;
    Running& operator=(Running const&) = delete;
 
@@ -169,48 +65,41 @@ public:
    RunningInside& operator=(RunningInside const&) = delete;
 };
 
-/// Calls `visit(frame)` for each frame that may not be done.
-template <class Visit>
-void Publisher::forEachOpen(Visit&& visit) {
-   auto* frame = static_cast<Frame*>(topFrame);
-   if (frame != nullptr) {
-      for (; visit(*frame), openFrame != nullptr && frame != openFrame; frame = frame->outer) {
-      }
-   }
-}
-
-/// Here only what most changes need: one observer of this publisher, and nothing runs. It takes no
-/// jump and keeps nothing across the call, since each of these costs as much as the call itself:
-/// what comes after finds the frame through `topFrame`.
+/// Here only what most changes need: one observer of this publisher, nobody above, and nothing
+/// runs. It keeps nothing across the call, since that costs as much as the call itself. As long as
+/// nobody has asked for the frame, nothing has happened to this publisher or to those above.
 void Publisher::publish(U16 attributeId, void const* key, void const* oldValue,
                         KeyCompare keyCompare) {
-   if (topFrame != nullptr || list_ == nullptr || list_->size != 1) [[unlikely]] {
+   if (topFrame != 0 || watch_ != ownBit || list_->size != 1) [[unlikely]] {
       publishToMany(attributeId, key, oldValue, keyCompare);
       return;
    }
-   Frame frame(nullptr, {*this, attributeId, key, oldValue, keyCompare}, this, 0);
-   Running const running(frame);
+   Frame frame({*this, attributeId, key, oldValue, keyCompare});
+   topFrame = reinterpret_cast<std::uintptr_t>(&frame) | loneBit;
    try {
-      List::observer(list_->slots[0])->onChange(frame.change);
-      if (!frame.atEnd()) [[unlikely]] {
-         run(*static_cast<Frame*>(topFrame));
+      // Its slot has no flag: it watches no subtree.
+      reinterpret_cast<Observer*>(list_->slots[0])->onChange(frame.change);
+      if ((topFrame & loneBit) == 0) [[unlikely]] {
+         run(*Frame::top());
       }
    } catch (...) {
       finishAfterThrow();
+      topFrame = 0;
       throw;
    }
+   topFrame = 0;
 }
 
 void Publisher::publishToMany(U16 attributeId, void const* key, void const* oldValue,
                               KeyCompare keyCompare) {
-   if (topFrame != nullptr) [[unlikely]] {
+   if (topFrame != 0) [[unlikely]] {
       publishInside(attributeId, key, oldValue, keyCompare);
       return;
    }
    // To the nearest that has observers at once: this one or, since somebody is listening, one
    // above.
    Publisher* nearest = this;
-   for (; nearest->list_ == nullptr; nearest = nearest->parent_) {
+   for (; nearest->list() == nullptr; nearest = nearest->parent_) {
    }
    // Whoever changes these touches the frame.
    std::uintptr_t const* const slots = nearest->list_->slots;
@@ -240,9 +129,9 @@ void Publisher::publishToMany(U16 attributeId, void const* key, void const* oldV
 /// this one.
 void Publisher::publishInside(U16 attributeId, void const* key, void const* oldValue,
                               KeyCompare keyCompare) {
-   auto* const outer = static_cast<Frame*>(topFrame);
-   Frame frame(outer, {*this, attributeId, key, oldValue, keyCompare}, this,
-               list_ != nullptr ? list_->size : 0);
+   List const* const observers = list();
+   Frame frame(Frame::top(), {*this, attributeId, key, oldValue, keyCompare}, this,
+               observers != nullptr ? observers->size : 0);
    RunningInside const running(frame);
    try {
       runUpTo(frame);
@@ -280,7 +169,7 @@ void Publisher::runRest(Frame& last) noexcept {
 
 /// What an observer threw waits until the top frame has told all.
 void Publisher::finishAfterThrow() noexcept {
-   runRest(*static_cast<Frame*>(topFrame));
+   runRest(*Frame::top());
    ++observersThrew_;
 }
 
@@ -297,7 +186,7 @@ void Publisher::run(Frame& frame) {
 bool Publisher::climb(Frame& frame) noexcept {
    if ((frame.at->watch_ & aboveBit) != 0) {
       Publisher* higher = frame.at->parent_;
-      while (higher != nullptr && higher->list_ == nullptr) {
+      while (higher != nullptr && higher->list() == nullptr) {
          higher = higher->parent_;
       }
       if (higher != nullptr) {
@@ -310,119 +199,22 @@ bool Publisher::climb(Frame& frame) noexcept {
 }
 
 U8* Publisher::bypass(U16 attributeId, std::size_t size) const noexcept {
-   if (topFrame != nullptr) {
+   if (topFrame != 0) {
       return nullptr;
    }
-   Publisher const* at = this;
-   while (at->list_ == nullptr) {
-      at = at->parent_;
-      if (at == nullptr) {
-         return nullptr;
-      }
+   if ((watch_ & shortcutBit) != 0) [[likely]] {
+      return shortcut_->alone_ ? shortcut_->roomFor(attributeId, size, *this) : nullptr;
    }
-   std::uintptr_t const slot = at->list_->slots[0];
-   bool const sole = at->list_->size == 1 && at->parent_ == nullptr && (slot & List::firstBit) != 0;
-   if (!sole) {
-      return nullptr;
-   }
-   auto* const observer = static_cast<FirstObserver*>(List::observer(slot));
-   return observer->roomFor(*this, attributeId, size);
-}
-
-bool Publisher::hasSubtreeObserver() const noexcept {
-   if (list_ == nullptr) {
-      return false;
-   }
-   return std::any_of(list_->slots, list_->slots + list_->size,
-                      [](std::uintptr_t slot) { return (slot & List::subtreeBit) != 0; });
-}
-
-bool Publisher::hasObserver(Observer const& observer, Scope scope) const noexcept {
-   return list_ != nullptr && list_->find(List::slot(observer, scope)) != nullptr;
-}
-
-/// Room in the list for one more, with `slot` in it.
-std::uintptr_t& Publisher::append(std::uintptr_t slot) {
-   if (list_ == nullptr) {
-      list_ = List::make(2);
-   }
-   if (list_->size == list_->capacity) {
-      List* const wider = List::make(list_->capacity * 2);
-      std::copy(list_->slots, list_->slots + list_->size, wider->slots);
-      wider->size = list_->size;
-      replaceList(wider);
-      forEachOpen([this](Frame& frame) { frame.flags.touched |= frame.at == this; });
-   }
-   return list_->slots[list_->size++] = slot;
-}
-
-void Publisher::add(Observer& observer, Scope scope) {
-   assert(!hasObserver(observer, scope));
-   append(List::slot(observer, scope));
-   watch_ |= ownBit;
-}
-
-void Publisher::addFirst(FirstObserver& observer) {
-   assert(!hasObserver(observer, Scope::subtree));
-   std::uintptr_t* const last = &append(List::slot(observer, Scope::subtree) | List::firstBit);
-   std::rotate(list_->slots, last, last + 1);
-   // A running publication has gone past the first place: its position moves with the others.
-   forEachOpen([this](Frame& frame) {
-      if (frame.at == this) {
-         ++frame.next;
-         ++frame.end;
-         frame.flags.touched = true;
-      }
-   });
-}
-
-bool Publisher::remove(Observer& observer, Scope scope) noexcept {
-   std::uintptr_t* const slot =
-         list_ != nullptr ? list_->find(List::slot(observer, scope)) : nullptr;
-   if (slot == nullptr) {
-      return false;
-   }
-   *slot = 0;
-   if (std::all_of(list_->slots, list_->slots + list_->size,
-                   [](std::uintptr_t s) { return s == 0 || (s & List::firstBit) != 0; })) {
-      watch_ = static_cast<U8>(watch_ & aboveBit);
-   }
-   tidy();
-   return true;
-}
-
-/// Closes the holes in the list, and frees it if nothing else is in it: at once, or when the last
-/// publication that runs on it leaves.
-void Publisher::tidy() noexcept {
-   bool running = false;
-   forEachOpen([&](Frame& frame) {
-      if (frame.at == this) {
-         frame.flags.touched = frame.flags.holes = true;
-         running = true;
-      }
-   });
-   if (running) {
-      return;
-   }
-   std::uintptr_t* const end =
-         std::remove(list_->slots, list_->slots + list_->size, std::uintptr_t(0));
-   list_->size = static_cast<U32>(end - list_->slots);
-   if (list_->size == 0) {
-      replaceList(nullptr);
-   }
-}
-
-void Publisher::replaceList(List* list) noexcept {
-   List::destroy(list_);
-   list_ = list;
+   FirstObserver* const first = firstOfRoot();
+   return first != nullptr && first->alone_ ? first->roomFor(attributeId, size, *this) : nullptr;
 }
 
 void const* Publications::innermost() noexcept {
-   return topFrame;
+   return Publisher::Frame::top();
 }
 
 void const* Publications::around(Change const& change) noexcept {
-   auto const* frame = static_cast<Publisher::Frame const*>(topFrame);
+   Publisher::Frame const* frame = Publisher::Frame::top();
    while (&frame->change != &change) {
       frame = frame->outer;
    }
@@ -430,7 +222,7 @@ void const* Publications::around(Change const& change) noexcept {
 }
 
 void Publications::forEach(void* context, void (*visit)(void* context, Change const& change)) {
-   auto* frame = static_cast<Publisher::Frame*>(topFrame);
+   Publisher::Frame* frame = Publisher::Frame::top();
    for (; frame != nullptr; frame = frame->outer) {
       if (!frame->flags.sourceGone) {
          visit(context, frame->change);

@@ -58,10 +58,20 @@ enum class Scope : U8 {
 /// first observer and goes with the last. Publishing with nobody listening, here or above, is a
 /// load and a branch.
 ///
+/// Where a `FirstObserver` of the root is the only one who can hear of changes below, each
+/// publisher without a list of its own has its address in place of the list, so that a setter need
+/// not climb:
+///
+///     root    list | first observer |           mid, watched itself   list | observer |
+///      |                    ^                    |
+///     leaf    shortcut -----+                   leaf    shortcut to the same first observer
+///
 /// Invariants:
 /// - `watch_ & ownBit` exactly when the list holds an observer that is no `FirstObserver`;
-/// - `watch_ & aboveBit` exactly when this publisher or one above it has a subtree observer:
-///   whoever changes the tree keeps this up (`subtreeWatchedIs`);
+/// - `watch_ & aboveBit` exactly when this publisher or one above it has a subtree observer, and
+///   `watch_ & shortcutBit` exactly when it has no list and the nearest subtree observers above are
+///   those of a root with a `FirstObserver`: whoever changes the tree or a subtree's observers
+///   keeps both up (`inherit`);
 /// - a list on which a publication is running is neither compacted nor freed: a removal leaves a
 ///   hole, which the last publication that leaves the list closes.
 ///
@@ -96,8 +106,8 @@ public:
    /// Where the change would be told to a `FirstObserver` alone, and no publication is running on
    /// this thread: what its `roomFor` answers. Else null: the change is to be published.
    U8* bypass(U16 attributeId, std::size_t size) const noexcept;
-   /// Whether `bypass` may give room.
-   bool mayBypass() const noexcept { return watch_ == aboveBit; }
+   /// Whether `bypass` may give room. REQUIRES: `watched()`.
+   bool mayBypass() const noexcept { return (watch_ & ownBit) == 0; }
    /// Whether a change here would be told to anybody.
    bool watched() const noexcept { return watch_ != 0; }
    /// Whether this publisher or one above it has a subtree observer.
@@ -122,18 +132,35 @@ protected:
 
    Publisher* parentPublisher() const noexcept { return parent_; }
    void parentPublisherIs(Publisher* parent) noexcept { parent_ = parent; }
-   void subtreeWatchedIs(bool watched) noexcept {
-      watch_ = static_cast<U8>(watched ? (watch_ | aboveBit) : (watch_ & ownBit));
-   }
+
+   /// What the publishers below inherit.
+   struct Heritage {
+      /// Whether there is a subtree observer here or above.
+      bool watched = false;
+      /// The `FirstObserver` of the root, if nobody else between can hear of changes below.
+      FirstObserver* shortcut = nullptr;
+
+      friend bool operator==(Heritage const&, Heritage const&) = default;
+   };
+   /// O(1) unless entity observers are all that this publisher has.
+   Heritage heritage() const noexcept;
+   /// Takes from the parent what it passes on now. Returns whether this may have changed what is
+   /// passed on from here. Whoever changes a parent or a subtree observer calls it for this
+   /// publisher, and then, if `heritage` has changed, for those below as long as it returns true.
+   bool inherit() noexcept;
 
 private:
    struct List;
    static constexpr U8 ownBit = 1;
    static constexpr U8 aboveBit = 2;
+   static constexpr U8 shortcutBit = 4;
    [[gnu::tls_model("initial-exec")]] static constinit thread_local U32 observersThrew_;
 
    class Running;
    class RunningInside;
+
+   /// Null where `shortcut_` is in its place.
+   List* list() const noexcept { return (watch_ & shortcutBit) != 0 ? nullptr : list_; }
 
    void publish(U16 attributeId, void const* key, void const* oldValue, KeyCompare keyCompare);
    void publishToMany(U16 attributeId, void const* key, void const* oldValue,
@@ -150,9 +177,15 @@ private:
    static void forEachOpen(Visit&& visit);
    std::uintptr_t& append(std::uintptr_t slot);
    void tidy() noexcept;
-   void replaceList(List* list) noexcept;
+   void listIs(List* list) noexcept;
+   FirstObserver* firstOfRoot() const noexcept;
+   void tellFirstWhetherAlone() noexcept;
 
-   List* list_ = nullptr;
+   union {
+      List* list_ = nullptr;
+      /// If `shortcutBit` is set.
+      FirstObserver* shortcut_;
+   };
    Publisher* parent_ = nullptr;
    U8 watch_ = 0;
 };

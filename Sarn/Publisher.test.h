@@ -24,25 +24,29 @@ public:
       if (Source* const old = this->parent()) {
          std::erase(old->children_, this);
       }
-      parentPublisherIs(parent);
+      changeWatch([&] { parentPublisherIs(parent); });
       if (parent != nullptr) {
          parent->children_.push_back(this);
       }
-      renew();
    }
    Source* parent() const { return static_cast<Source*>(parentPublisher()); }
 
    void observerAdd(Sarn::Observer& observer, Sarn::Scope scope = Sarn::Scope::entity) {
-      add(observer, scope);
-      renew();
+      if (scope == Sarn::Scope::subtree) {
+         changeWatch([&] { add(observer, scope); });
+      } else {
+         add(observer, scope);
+      }
    }
    void observerAddFirst(Sarn::FirstObserver& observer) {
-      addFirst(observer);
-      renew();
+      changeWatch([&] { addFirst(observer); });
    }
    bool observerDel(Sarn::Observer& observer, Sarn::Scope scope = Sarn::Scope::entity) {
-      bool const removed = remove(observer, scope);
-      renew();
+      if (scope == Sarn::Scope::entity) {
+         return remove(observer, scope);
+      }
+      bool removed = false;
+      changeWatch([&] { removed = remove(observer, scope); });
       return removed;
    }
    void change(U16 id) { publishChangeRecursive(id, nullptr, nullptr, nullptr); }
@@ -50,10 +54,21 @@ public:
    std::string name;
 
 private:
-   void renew() {
-      subtreeWatchedIs(hasSubtreeObserver() || (parent() != nullptr && parent()->subtreeWatched()));
+   /// As entities do.
+   template <class Make>
+   void changeWatch(Make const& make) {
+      Heritage const before = heritage();
+      make();
+      inherit();
+      if (heritage() != before) {
+         passOn();
+      }
+   }
+   void passOn() {
       for (Source* const child : children_) {
-         child->renew();
+         if (child->inherit()) {
+            child->passOn();
+         }
       }
    }
 
@@ -76,7 +91,7 @@ public:
    }
 
    /// Has room for the value of one change, and remembers which.
-   U8* roomFor(Sarn::Publisher const& source, U16 attributeId, std::size_t size) noexcept override {
+   U8* roomFor(U16 attributeId, std::size_t size, Sarn::Publisher const& source) noexcept override {
       log_.push_back(name_ + " takes " + std::to_string(size) + " bytes of " +
                      static_cast<Source const&>(source).name + "." + std::to_string(attributeId));
       return room;

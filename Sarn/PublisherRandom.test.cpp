@@ -39,6 +39,8 @@ public:
 
 protected:
    virtual void change(int publisher, U16 id) = 0;
+   /// Whether the first observer alone was to be told, and was, without a publication.
+   virtual bool bypass(int publisher, U16 id) = 0;
    virtual void observerAdd(int publisher, int observer, Scope scope, bool first) = 0;
    virtual bool observerDel(int publisher, int observer, Scope scope) = 0;
    virtual bool hasObserver(int publisher, int observer, Scope scope) = 0;
@@ -48,6 +50,10 @@ protected:
    /// A parent has a smaller number than its child; -1: none.
    virtual void parentIs(int publisher, int parent) = 0;
 
+   void gaveRoom(int observer, int source, U16 id) {
+      note("o" + std::to_string(observer) + " takes p" + std::to_string(source) + "." +
+           std::to_string(id));
+   }
    void told(int observer, int source, U16 id) {
       note("o" + std::to_string(observer) + ":p" + std::to_string(source) + "." +
            std::to_string(id));
@@ -94,8 +100,12 @@ private:
             note(watched(p) ? "watched" : "unwatched");
             return;
          default:
+            ++lastId_;
+            if (below(2) == 0 && bypass(p, lastId_)) {
+               return;
+            }
             try {
-               change(p, ++lastId_);
+               change(p, lastId_);
             } catch (Thrown const& error) {
                note(std::string("caught ") + error.what());
                if (budget_ > 0 && below(2) == 0) {
@@ -116,8 +126,9 @@ public:
       for (int i = 0; i != publisherCount; ++i) {
          publishers_.push_back(std::make_unique<Numbered>(i));
       }
-      for (int i = 0; i != observerCount; ++i) {
-         observers_.push_back(std::make_unique<Teller>(*this, i));
+      // A first observer is that of one publisher, so each publisher has its own.
+      for (int i = 0; i != publisherCount * observerCount; ++i) {
+         observers_.push_back(std::make_unique<Teller>(*this, i % observerCount));
       }
    }
 
@@ -131,24 +142,31 @@ private:
       void onChange(Sarn::Change const& change) override {
          world.told(number, static_cast<Numbered&>(change.source).number, change.attributeId);
       }
-      U8* roomFor(Sarn::Publisher const&, U16, std::size_t) noexcept override { return nullptr; }
+      U8* roomFor(U16 id, std::size_t, Sarn::Publisher const& source) noexcept override {
+         world.gaveRoom(number, static_cast<Numbered const&>(source).number, id);
+         return room;
+      }
       Real& world;
       int number;
+      U8 room[1] = {};
    };
 
    void change(int p, U16 id) override { at(p).change(id); }
+   bool bypass(int p, U16 id) override {
+      return at(p).watched() && at(p).mayBypass() && at(p).bypass(id, 1) != nullptr;
+   }
    void observerAdd(int p, int o, Scope scope, bool first) override {
       if (first) {
-         at(p).observerAddFirst(observer(o));
+         at(p).observerAddFirst(observer(p, o));
       } else {
-         at(p).observerAdd(observer(o), scope);
+         at(p).observerAdd(observer(p, o), scope);
       }
    }
    bool observerDel(int p, int o, Scope scope) override {
-      return at(p).observerDel(observer(o), scope);
+      return at(p).observerDel(observer(p, o), scope);
    }
    bool hasObserver(int p, int o, Scope scope) override {
-      return at(p).hasObserver(observer(o), scope);
+      return at(p).hasObserver(observer(p, o), scope);
    }
    bool watched(int p) override { return at(p).watched(); }
    void renew(int p) override {
@@ -160,7 +178,9 @@ private:
    }
 
    Numbered& at(int p) { return *publishers_[static_cast<std::size_t>(p)]; }
-   Teller& observer(int o) { return *observers_[static_cast<std::size_t>(o)]; }
+   Teller& observer(int p, int o) {
+      return *observers_[static_cast<std::size_t>(p * observerCount + o)];
+   }
 
    std::vector<std::unique_ptr<Teller>> observers_;
    std::vector<std::unique_ptr<Numbered>> publishers_;
@@ -181,6 +201,7 @@ private:
       int number;
       int observer;
       Scope scope;
+      bool first;
    };
    struct Publisher {
       int life = 0;
@@ -264,9 +285,36 @@ private:
          throw Thrown(thrown);
       }
    }
+   bool bypass(int p, U16 id) override {
+      if (!running_.empty()) {
+         return false;
+      }
+      Registration const* only = nullptr;
+      for (int at = p; at >= 0; at = publisher(at).parent) {
+         for (Registration const& r : publisher(at).list) {
+            if (at == p || r.scope == Scope::subtree) {
+               if (only != nullptr || !r.first || publisher(at).parent >= 0) {
+                  return false;
+               }
+               only = &r;
+            }
+         }
+      }
+      if (only != nullptr) {
+         // The root's other observers may hear of the change only by asking.
+         int root = p;
+         for (; publisher(root).parent >= 0; root = publisher(root).parent) {
+         }
+         if (publisher(root).list.size() != 1) {
+            return false;
+         }
+         gaveRoom(only->observer, p, id);
+      }
+      return only != nullptr;
+   }
    void observerAdd(int p, int o, Scope scope, bool first) override {
       auto& list = publisher(p).list;
-      list.insert(first ? list.begin() : list.end(), {++registrations_, o, scope});
+      list.insert(first ? list.begin() : list.end(), {++registrations_, o, scope, first});
    }
    bool observerDel(int p, int o, Scope scope) override {
       auto const at = find(publisher(p), o, scope);

@@ -43,12 +43,12 @@ void Ring::overtake(std::size_t size) noexcept {
    U8* end = current != nullptr ? begin_ + current->capacity : nullptr;
    if (static_cast<std::size_t>(end - write_) < size) {
       if (!nextChunk(size)) {
-         stop_ = write_;
+         stopIs(write_);
          return;
       }
       end = begin_ + chunks_.back()->capacity;
    }
-   stop_ = static_cast<std::size_t>(end - write_) < space ? end : write_ + space;
+   stopIs(static_cast<std::size_t>(end - write_) < space ? end : write_ + space);
 }
 
 /// Goes on in a chunk that has `size` bytes of space: the current one from its beginning if
@@ -170,13 +170,14 @@ bool Ring::beginRun(Source& source) noexcept {
    endRun(source_);
    source_ = &source;
    runBegin_ = write_;
+   source.renewLimit();
    return true;
 }
 
 void Ring::endRun(Source const* source) noexcept {
    if (source_ != nullptr && source_ == source) {
       source_->written_ += {messages_, runSize()};
-      source_ = nullptr;
+      std::exchange(source_, nullptr)->renewLimit();
       messages_ = 0;
       runBegin_ = write_;
    }

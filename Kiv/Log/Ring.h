@@ -28,6 +28,9 @@ class Cursor;
 /// - chunks that every cursor has read are free, and used again;
 /// - `stop_` is no further than where the first reader is overtaken and than the chunk's end, so
 ///   only then does a change look at readers;
+/// - a source's `limit_` is `stop_` if the current run is its own and it writes at once, else 0:
+/// one
+///   comparison tells whether there is space, and whose;
 /// - a call that returns null has written nothing.
 class Ring {
 public:
@@ -64,7 +67,10 @@ public:
          }
          Out out(at + headerSize, bodySize);
          body(out);
-         commit(at, {opcode, static_cast<U32>(bodySize), handle, attribute});
+         Out header(at, headerSize);
+         writeHeader(header, {opcode, static_cast<U32>(bodySize), handle, attribute});
+         ring_.write_ = at + headerSize + bodySize;
+         ++ring_.messages_;
          return true;
       }
       /// As `write`, for a caller that writes the body itself, to the address that is returned.
@@ -72,11 +78,17 @@ public:
       /// than a greeting, which fits into any message.
       U8* writeAtOnce(Opcode opcode, std::size_t bodySize, U32 handle,
                       AttributeId attribute) noexcept {
-         U8* const at = ring_.reserveAtOnce(*this, headerSize + bodySize);
-         if (at == nullptr) [[unlikely]] {
+         Ring& ring = ring_;
+         U8* const at = ring.write_;
+         std::size_t const size = headerSize + bodySize;
+         if (static_cast<std::ptrdiff_t>(limit_ - address(at)) < static_cast<std::ptrdiff_t>(size))
+               [[unlikely]] {
             return nullptr;
          }
-         commit(at, {opcode, static_cast<U32>(bodySize), handle, attribute});
+         ring.write_ = at + size;
+         ++ring.messages_;
+         Out out(at, headerSize);
+         writeHeader(out, {opcode, static_cast<U32>(bodySize), handle, attribute});
          return at + headerSize;
       }
       /// No value is left out here: one that is too long is written to each reader by itself.
@@ -98,17 +110,25 @@ public:
    protected:
       ~Source() { ring_.endRun(this); }
 
-   private:
-      friend class Ring;
-      bool runs() const noexcept { return ring_.source_ == this; }
-      void commit(U8* at, Header const& header) noexcept {
-         Out out(at, headerSize);
-         writeHeader(out, header);
-         ring_.write_ = at + headerSize + header.bodySize;
-         ++ring_.messages_;
+      /// Whether `writeAtOnce` may write.
+      bool atOnce() const noexcept { return atOnce_; }
+      void atOnceIs(bool atOnce) noexcept {
+         atOnce_ = atOnce;
+         renewLimit();
       }
 
+   private:
+      friend class Ring;
+      static std::uintptr_t address(U8 const* at) noexcept {
+         return reinterpret_cast<std::uintptr_t>(at);
+      }
+      void renewLimit() noexcept { limit_ = atOnce_ && runs() ? address(ring_.stop_) : 0; }
+      bool runs() const noexcept { return ring_.source_ == this; }
+
       Ring& ring_;
+      /// How far `writeAtOnce` may write.
+      std::uintptr_t limit_ = 0;
+      bool atOnce_ = true;
       U32 const id_;
       /// Without the current run.
       Written written_;
@@ -151,13 +171,9 @@ private:
    /// The most free chunks that are kept.
    static constexpr std::size_t mostFree = 16;
 
-   U8* reserveAtOnce(Source const& source, std::size_t size) noexcept {
-      bool const fits = static_cast<std::size_t>(stop_ - write_) >= size && source_ == &source;
-      return fits ? write_ : nullptr;
-   }
    U8* reserve(Source& source, std::size_t size) noexcept {
-      U8* const at = reserveAtOnce(source, size);
-      return at != nullptr ? at : reserveSlowly(source, size);
+      bool const fits = static_cast<std::size_t>(stop_ - write_) >= size && source_ == &source;
+      return fits ? write_ : reserveSlowly(source, size);
    }
    std::size_t runSize() const noexcept { return static_cast<std::size_t>(write_ - runBegin_); }
 
@@ -188,7 +204,13 @@ private:
    /// No reader has more than `space` bytes of space from here on.
    void boundBy(std::size_t space) noexcept {
       if (static_cast<std::size_t>(stop_ - write_) > space) {
-         stop_ = write_ + space;
+         stopIs(write_ + space);
+      }
+   }
+   void stopIs(U8* stop) noexcept {
+      stop_ = stop;
+      if (source_ != nullptr) {
+         source_->renewLimit();
       }
    }
    Chunk const* chunkAt(U64 position) const noexcept;

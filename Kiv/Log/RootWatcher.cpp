@@ -11,6 +11,7 @@ namespace Kiv::NboAttrLog {
 RootWatcher::RootWatcher(Handles& handles, Applying const& applying, Ring& ring,
                          Sarn::Ptr<NamedEntity> root)
       : Source(ring), handles_(handles), applying_(applying), root_(std::move(root)) {
+   atOnceIs(false);
    root_->observerAddFirst(*this);
 }
 
@@ -63,7 +64,7 @@ void RootWatcher::onLeft(Cursor& cursor) noexcept {
 
 void RootWatcher::apartIs(std::size_t apart) noexcept {
    apart_ = apart;
-   allFollow_ = apart == 0 && !subscribers_.empty();
+   atOnceIs(apart == 0 && !subscribers_.empty());
 }
 
 /// Whether those who follow have been sent the entity; all have, or none.
@@ -230,18 +231,19 @@ void RootWatcher::registerPresent(Entity& child) noexcept {
    }
 }
 
-U8* RootWatcher::roomFor(Sarn::Publisher const& source, AttributeId id, std::size_t size) noexcept {
+U8* RootWatcher::roomFor(AttributeId id, std::size_t size, Sarn::Publisher const& source) noexcept {
    auto const& entity = static_cast<Entity const&>(source);
-   if (!allFollow_) [[unlikely]] {
-      return roomForOne(entity, id, size);
-   }
    // No publication is running, so those who follow know every entity that has a handle.
-   U32 const handle = entity.streamHandle();
-   return handle != 0 ? writeAtOnce(Opcode::set, size, handle, id) : nullptr;
+   if (U32 const handle = entity.streamHandle()) [[likely]] {
+      if (U8* const room = writeAtOnce(Opcode::set, size, handle, id)) [[likely]] {
+         return room;
+      }
+   }
+   return roomForOne(entity, id, size);
 }
 
 U8* RootWatcher::roomForOne(Entity const& entity, AttributeId id, std::size_t size) noexcept {
-   return subscribers_.size() == 1 && applying_.teller == nullptr
+   return apart_ == 1 && subscribers_.size() == 1 && applying_.teller == nullptr
                 ? subscribers_.front()->roomFor(entity, id, size)
                 : nullptr;
 }

@@ -54,7 +54,7 @@ public:
    /// If all sessions that mirror this root follow the ring, or if there is only one and it is up
    /// to date and has space: the place for the value in a message that sets the attribute, which is
    /// otherwise complete. Else null.
-   U8* roomFor(Sarn::Publisher const& source, AttributeId id, std::size_t size) noexcept override;
+   U8* roomFor(AttributeId id, std::size_t size, Sarn::Publisher const& source) noexcept override;
 
 private:
    class Followers;
@@ -73,7 +73,8 @@ private:
    void tellFollowers(Entity& entity, FieldDescriptor const& field, void const* key,
                       Entity* removed) noexcept;
    void tellWithin(Entity& child);
-   U8* roomForOne(Entity const& entity, AttributeId id, std::size_t size) noexcept;
+   [[gnu::noinline]] U8* roomForOne(Entity const& entity, AttributeId id,
+                                    std::size_t size) noexcept;
    void registerPresent(Entity& child) noexcept;
    /// The session whose message made `change`, or null.
    Teller* madeBy(Change const& change) const noexcept;
@@ -84,8 +85,6 @@ private:
    std::vector<Teller*> subscribers_;
    /// How many of them are told one by one.
    std::size_t apart_ = 0;
-   /// Whether there are subscribers, and all of them follow.
-   bool allFollow_ = false;
 };
 
 }  // namespace Kiv::NboAttrLog
