@@ -7,7 +7,11 @@ namespace Kiv {
 Entity::~Entity() = default;
 
 void Entity::parentIs(Entity* parent) noexcept {
-   changeWatch([&] { parentPublisherIs(parent); });
+   if (!watched() && (parent == nullptr || !parent->watched())) [[likely]] {
+      parentPublisherIs(parent);  // there is nothing to inherit
+   } else {
+      changeWatch([&] { parentPublisherIs(parent); });
+   }
 }
 
 /// Makes a change of the parent or of the subtree observers, and passes on what follows from it.

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <utility>
 
 #include "Kiv/Path.h"
 #include "KivTest/Observer.test.h"
 #include "KivTest/TestTypes.h"
 #include "KivTest/Witness.h"
+#include "Sarn/FirstObserver.h"
 
 namespace {
 
@@ -76,6 +78,54 @@ TEST_F(Entity, AnObserverBelowOutlivesOneAbove) {
    twig->weightIs(1);
    EXPECT_EQ(onLeaf.ids(), "259");
    EXPECT_FALSE(root->watched());
+}
+
+/// Counts what it is told at once, and by a publication.
+struct Room final : Sarn::FirstObserver {
+   void onChange(Kiv::Change const&) override { ++published; }
+   U8* roomFor(Kiv::AttributeId, std::size_t, Sarn::Publisher const&) noexcept override {
+      ++taken;
+      return bytes;
+   }
+   std::string since() {
+      return std::to_string(std::exchange(taken, 0)) + " taken, " +
+             std::to_string(std::exchange(published, 0)) + " published";
+   }
+   int taken = 0;
+   int published = 0;
+   U8 bytes[8] = {};
+};
+
+TEST_F(Entity, OnlyAFirstObserverThatNobodyElseJoinsIsToldAtOnce) {
+   Sarn::Ptr<Leaf> const leaf = root->leafIs(1, false, Opaque());
+   Sarn::Ptr<Twig> const twig = leaf->twigIs(Level::high);
+   double weight = 0;
+   auto const set = [&] { twig->weightIs(++weight); };
+   Room room;
+   root->observerAddFirst(room);
+   set();
+   EXPECT_EQ(room.since(), "1 taken, 0 published");
+   for (auto const& [entity, scope] : {std::pair<Kiv::Entity*, Scope>(root.get(), Scope::entity),
+                                       {leaf.get(), Scope::subtree},
+                                       {twig.get(), Scope::entity}}) {
+      Witness witness(*entity, scope);
+      set();
+      EXPECT_EQ(room.since(), "0 taken, 1 published") << entity->kivType().name;
+   }
+   {
+      Witness hearsOfTheLeafAlone(*leaf);
+      set();
+      EXPECT_EQ(room.since(), "1 taken, 0 published");
+   }
+   leaf->twigIs(Level::low);
+   room.since();
+   leaf->twig(Level::low)->weightIs(1);
+   EXPECT_EQ(room.since(), "1 taken, 0 published") << "made later";
+   root->leafDel(1);
+   room.since();
+   set();
+   EXPECT_EQ(room.since(), "0 taken, 0 published") << "removed";
+   root->observerDel(room, Scope::subtree);
 }
 
 TEST_F(Entity, RemovingAnUnknownObserverSaysSo) {
