@@ -51,7 +51,7 @@ TEST(AllocTrack, IsFoundByWalkingAllThatIsTracked) {
    ASSERT_TRUE(all.contains("KivTest::Stem"));
    EXPECT_GE(all.at("KivTest::Stem").objects, 1u);
    EXPECT_GE(all.at("KivTest::Stem").bytes, sizeof(Stem));
-   EXPECT_EQ(Stem::kivTypeImpl.tracker, &Stem::memAllocationTracker_);
+   EXPECT_EQ(&Stem::kivTypeImpl.tracker(), &Stem::memAllocationTracker_);
 }
 
 /// A tree with members of every kind leaves nothing behind.

@@ -1,5 +1,8 @@
 #include "Kiv/GenericIfImpl.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace Kiv {
 namespace GenericIfImpl {
 namespace {
@@ -161,12 +164,16 @@ bool TypeImpl::isA(TypeImpl const& other) const noexcept {
          return true;
       }
    }
-   return false;
+   return moduleAt == nullptr && other.moduleAt == nullptr && std::strcmp(name, other.name) == 0;
+}
+
+bool TypeImpl::isCtorArg(AttributeId id) const noexcept {
+   return std::find(ctorArgs.begin(), ctorArgs.end(), id) != ctorArgs.end();
 }
 
 bool ValueRef::isA(TypeImpl const& wanted) const noexcept {
-   // A type that several libraries instantiate, such as an optional, may have several objects.
-   return address != nullptr && (type == &wanted || std::string_view(type->name) == wanted.name);
+   // Each library has its own objects for built-in types and optionals.
+   return address != nullptr && (type == &wanted || std::strcmp(type->name, wanted.name) == 0);
 }
 
 void checkCtorArgs(std::string_view made, CtorArgs args, std::span<TypeImpl const* const> wanted) {

@@ -101,7 +101,7 @@ TEST_F(ModuleRecord, AgreesWithWhatTheTypesSay) {
       Kiv::TypeImpl const* const type = Kiv::typeByName(bytes.name);
       ASSERT_NE(type, nullptr) << bytes.name;
       EXPECT_EQ(type->index, i);
-      EXPECT_EQ(type->module, &_TestTypes_7e57ab1e_kivModule);
+      EXPECT_EQ(type->module(), &_TestTypes_7e57ab1e_kivModule);
       EXPECT_EQ(type->size, bytes.size);
       if (type->kind == Kiv::TypeKind::enumeration) {
          continue;

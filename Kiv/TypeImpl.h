@@ -145,11 +145,13 @@ public:
    AttributeId firstId = 0;
    U16 rowCount = 0;
    /// The module that defines it (null for a built-in type), and its index in the type records.
-   KivModule const* module = nullptr;
+   KivModule const* module() const noexcept { return moduleAt != nullptr ? *moduleAt : nullptr; }
+   KivModule const* const* moduleAt = nullptr;
    U16 index = 0;
    /// Whether entities of this type have a name (roots and named children).
    bool named = false;
-   AllocTrackTypeInfo* tracker = nullptr;
+   /// The type's allocation tracker. Null for a type without one of its own.
+   AllocTrackTypeInfo& (*tracker)() noexcept = nullptr;
    /// For an entity type: the members whose initial values are the constructor's arguments, in that
    /// order. `nameFieldId` stands for the name. A derived type may fix some of its base's.
    std::span<AttributeId const> ctorArgs = {};
@@ -174,9 +176,7 @@ public:
    /// Whether this is `other` or derived from it.
    bool isA(TypeImpl const& other) const noexcept;
    /// Whether the member's initial value is an argument of this type's constructor.
-   bool isCtorArg(AttributeId id) const noexcept {
-      return std::find(ctorArgs.begin(), ctorArgs.end(), id) != ctorArgs.end();
-   }
+   bool isCtorArg(AttributeId id) const noexcept;
 
    // The generic interface. A `ValueRef` whose type is not the operation's throws. An address alone
    // cannot be checked: it must point to the right type.

@@ -182,10 +182,12 @@ constexpr TypeImpl plainType(char const* name, TypeKind kind) {
    return type;
 }
 
+// Each library has its own of these, found without a name; `ValueRef::isA` compares names.
 template <class T>
-inline constexpr TypeImpl builtinType = plainType<T>(typeName<T>().data(), kindOf<T>());
+[[gnu::visibility("hidden")]] inline constexpr TypeImpl builtinType =
+      plainType<T>(typeName<T>().data(), kindOf<T>());
 template <class T>
-inline constexpr TypeImpl builtinType<std::optional<T>> = [] {
+[[gnu::visibility("hidden")]] inline constexpr TypeImpl builtinType<std::optional<T>> = [] {
    TypeImpl type = plainType<std::optional<T>>(optionalName<T>.data(), TypeKind::optional);
    type.optional = &optionalSupport<T>;
    return type;
@@ -193,7 +195,7 @@ inline constexpr TypeImpl builtinType<std::optional<T>> = [] {
 
 }  // namespace Impl
 
-/// The type data of `T`.
+/// The type data of `T`. Each library has its own of a built-in type: compare with `isA`.
 template <class T>
 constexpr TypeImpl const& typeOf() noexcept {
    if constexpr (std::is_enum_v<T>) {

@@ -109,7 +109,7 @@ void forEachPart(RecordRef record, Visit&& visit) {
 template <class Visit>
 void forEachEnumerator(TypeImpl const& type, Visit&& visit) {
    if (type.kind == TypeKind::enumeration) {
-      KivModule const& module = *type.module;
+      KivModule const& module = *type.module();
       TypeRecord const& record = module.typeRecords[type.index];
       for (U32 i = 0; i != record.memberCount; ++i) {
          MemberRecord const& enumerator = module.memberRecords[record.firstMember + i];

@@ -114,7 +114,7 @@ private:
    /// valid.
    void draw(AnyValue& value) {
       TypeImpl const& type = value.type();
-      if (bounds_.text != 0 && &type == &Kiv::typeOf<Sarn::String>() && chance_.oneIn(3)) {
+      if (bounds_.text != 0 && type.kind == Kiv::TypeKind::string && chance_.oneIn(3)) {
          new (value.room()) Sarn::String(1 + chance_.below(bounds_.text),
                                          static_cast<char>('a' + chance_.below(26)));
          value.constructed();

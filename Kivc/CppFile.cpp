@@ -90,7 +90,7 @@ std::string recordHeader(Module const& module) {
 }
 
 std::string versionCheck() {
-   return "static_assert(Kiv::providerVersion == 2, \"generated for another framework "
+   return "static_assert(Kiv::providerVersion == 3, \"generated for another framework "
           "version\");\n";
 }
 

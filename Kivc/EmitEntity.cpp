@@ -374,7 +374,7 @@ std::string emitEntitySource(Type const& type) {
       constinit Kiv::AllocTrackTypeInfo @Type@::memAllocationTracker_{"@qualified@"};
       @rows@
 
-      constinit Kiv::TypeImpl const @Type@::kivTypeImpl = Kiv::entityType<@Type@>("@qualified@", Kiv::entityFunctions<@Type@, &@factory@, @hasCollection@>, @base@, @rowTable@, @firstId@, @record@, @index@, memAllocationTracker_, Kiv::ctorArgIds<@arguments@>);
+      constinit Kiv::TypeImpl const @Type@::kivTypeImpl = Kiv::entityType<@Type@>("@qualified@", Kiv::entityFunctions<@Type@, &@factory@, @hasCollection@>, @base@, @rowTable@, @firstId@, @record@At, @index@, Kiv::ctorArgIds<@arguments@>);
 
       @Type@::@Type@(@params@)@initializers@ {@steps@}
 

@@ -70,7 +70,7 @@ std::string emitEnumDefinitions(Type const& type) {
    text.append(R"(
 
       constinit Kiv::TypeImpl const Kiv::EnumTraits<@qualified@>::typeImpl =
-            Kiv::Impl::enumType<@qualified@>(@record@, @index@);
+            Kiv::Impl::enumType<@qualified@>(@record@At, @index@);
 
       @open@
       Sarn::String stringValue(@Enum@ value) {

@@ -132,6 +132,7 @@ public:
 
          constinit Kiv::KivModule const @record@{
                @inRecord@, @typeCount@};
+         constinit Kiv::KivModule const* const @record@At = &@record@;
 
          namespace {
 
@@ -374,6 +375,9 @@ std::string emitRecordHeader(Module const& module) {
 
       /// The record of module @name@.
       extern Kiv::KivModule const @record@;
+      /// Where the module's types find it: in the library itself, so that the loader looks up the name
+      /// once.
+      [[gnu::visibility("hidden")]] extern Kiv::KivModule const* const @record@At;
       )");
    return text.finish();
 }

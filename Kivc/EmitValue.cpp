@@ -211,7 +211,7 @@ std::string emitValueSource(Type const& type) {
       constinit Kiv::AllocTrackTypeInfo @Type@::memAllocationTracker_{"@qualified@"};
 
       constinit Kiv::TypeImpl const @Type@::kivTypeImpl =
-            Kiv::valueType<@Type@, @types@>("@qualified@", rowsOf@Type@, @record@, @index@, memAllocationTracker_);
+            Kiv::valueType<@Type@, @types@>("@qualified@", rowsOf@Type@, @record@At, @index@);
 
       @Type@::@Type@(Kiv::CharRange& text) {
          Kiv::valueParse(text, *this);

@@ -259,7 +259,7 @@ TEST_P(ModuleRecords, AgreeWithTheGenericInterface) {
       TypeBytes const bytes = walk.type(i);
       Kiv::TypeImpl const* const type = Kiv::typeByName(bytes.name);
       ASSERT_NE(type, nullptr) << bytes.name;
-      EXPECT_EQ(static_cast<void const*>(type->module), walk.record());
+      EXPECT_EQ(static_cast<void const*>(type->module()), walk.record());
       EXPECT_EQ(type->index, i);
       EXPECT_EQ(type->name, bytes.name);
       EXPECT_EQ(type->size, bytes.size) << bytes.name;

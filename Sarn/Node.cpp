@@ -4,8 +4,4 @@ namespace Sarn {
 
 Node::~Node() = default;
 
-void Node::lastUserGoneImpl() noexcept {
-   delete this;
-}
-
 }  // namespace Sarn

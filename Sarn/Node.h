@@ -76,7 +76,7 @@ protected:
    virtual ~Node();
 
    /// Called once, when the last user has gone; destroys the node.
-   virtual void lastUserGoneImpl() noexcept;
+   virtual void lastUserGoneImpl() noexcept { delete this; }
 
    /// A word that the framework above may use; it fills what would be padding.
    U32 tag_ = 0;

@@ -42,6 +42,10 @@ endif()
 # Generated code and programs use includes relative to the root of the tree: "Kiv/Entity.h".
 include_directories("${CMAKE_CURRENT_SOURCE_DIR}")
 
+# Linkers that do not know the option warn about it and go on. The loader needs glibc 2.36.
+include(CheckLinkerFlag)
+check_linker_flag(CXX LINKER:--fatal-warnings,-z,pack-relative-relocs PTPLIB_PACKS_RELOCATIONS)
+
 if(PTPLIB_SANITIZE)
    add_compile_options(-fsanitize=${PTPLIB_SANITIZE} -fno-sanitize-recover=all
                        -fno-omit-frame-pointer)

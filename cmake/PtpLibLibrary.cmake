@@ -61,9 +61,15 @@ function(ptplib_library name)
    if(NOT PTPLIB_SANITIZE)
       target_link_options(${name} PRIVATE LINKER:-z,defs)
    endif()
-   # The library's references to its own functions are not looked up at load. This does not apply to
-   # data, since a program may have a copy of it.
-   target_link_options(${name} PRIVATE LINKER:-Bsymbolic-functions)
+   # The library's references to itself are not looked up at load, except those to the data of which
+   # a program may have the one copy that counts. Addresses are relocated by a bit each.
+   target_link_options(${name} PRIVATE LINKER:-Bsymbolic
+      "LINKER:--dynamic-list=${PROJECT_SOURCE_DIR}/cmake/processWide.list")
+   set_property(TARGET ${name} APPEND PROPERTY
+      LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/processWide.list")
+   if(PTPLIB_PACKS_RELOCATIONS)
+      target_link_options(${name} PRIVATE LINKER:-z,pack-relative-relocs)
+   endif()
    if(kivs)
       # A program that links a library of modules can use its types by name without calling any
       # of its functions, so the linker must not drop the library.

@@ -34,6 +34,24 @@ struct FactoryArgs<Sarn::Ptr<T> (*)(A...)> {
 
 #pragma GCC visibility push(hidden)
 
+namespace Impl {
+
+// Tables refer to these: to functions of their own library, so that the loader looks up the names
+// inside once for all types.
+inline NboAttrLog::FlowOut* newFlowOut(NboAttrLog::Sa& adapter, bool replayAll, AttributeId from) {
+   return NboAttrLog::newFlowOut(adapter, replayAll, from);
+}
+inline bool iterator(Entity& object, IteratorStorage& storage, FieldDescriptor const& field,
+                     IteratorOp op) {
+   return GenericIfImpl::iterator(object, storage, field, op);
+}
+template <class T>
+AllocTrackTypeInfo& trackerOf() noexcept {
+   return T::memAllocationTracker_;
+}
+
+}  // namespace Impl
+
 /// `Factory` takes the constructor arguments in declaration order; `T::kivCtorParams(use)` calls
 /// `use(value)` with each, in the same order.
 template <class T, auto Factory>
@@ -85,7 +103,7 @@ struct EntityGlue {
    }
 
    static constexpr StreamFunctions stream{&newEntityForAttrLog,
-                                           &NboAttrLog::newFlowOut,
+                                           &Impl::newFlowOut,
                                            nullptr,
                                            &attrLogSizeCtorParams,
                                            &serializeConstructorParams,
@@ -102,8 +120,8 @@ struct EntityGlue {
 template <class T, auto Factory, bool hasCollection>
 [[gnu::visibility("hidden")]] inline constexpr EntityFunctions entityFunctions{
       &EntityGlue<T, Factory>::genericIfConstructFromCtorArgs,
-      &EntityGlue<T, Factory>::genericIfAttributeOp,
-      hasCollection ? &GenericIfImpl::iterator : nullptr, &EntityGlue<T, Factory>::stream};
+      &EntityGlue<T, Factory>::genericIfAttributeOp, hasCollection ? &Impl::iterator : nullptr,
+      &EntityGlue<T, Factory>::stream};
 
 /// The ids of an entity type's constructor arguments.
 template <AttributeId... id>
@@ -114,16 +132,16 @@ template <AttributeId... id>
 template <class T>
 constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions,
                               TypeImpl const* base, std::nullptr_t, AttributeId firstId,
-                              KivModule const& module, U16 index, AllocTrackTypeInfo& tracker,
+                              KivModule const* const& module, U16 index,
                               std::span<AttributeId const> ctorArgs) {
    TypeImpl type{name, TypeKind::entity, alignof(T), sizeof(T)};
    type.entity = &functions;
    type.base = base;
    type.firstId = firstId;
-   type.module = &module;
+   type.moduleAt = &module;
    type.index = index;
    type.named = std::is_base_of_v<NamedEntity, T>;
-   type.tracker = &tracker;
+   type.tracker = &Impl::trackerOf<T>;
    type.ctorArgs = ctorArgs;
    return type;
 }
@@ -131,10 +149,9 @@ constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions
 template <class T, std::size_t rowCount>
 constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions,
                               TypeImpl const* base, FieldDescriptor const (&rows)[rowCount],
-                              AttributeId firstId, KivModule const& module, U16 index,
-                              AllocTrackTypeInfo& tracker, std::span<AttributeId const> ctorArgs) {
-   TypeImpl type =
-         entityType<T>(name, functions, base, nullptr, firstId, module, index, tracker, ctorArgs);
+                              AttributeId firstId, KivModule const* const& module, U16 index,
+                              std::span<AttributeId const> ctorArgs) {
+   TypeImpl type = entityType<T>(name, functions, base, nullptr, firstId, module, index, ctorArgs);
    type.rows = rows;
    type.rowCount = rowCount;
    return type;
@@ -143,16 +160,16 @@ constexpr TypeImpl entityType(char const* name, EntityFunctions const& functions
 /// The type data of a generated value type. `F`: the types of its fields.
 template <class T, class... F, std::size_t rowCount>
 constexpr TypeImpl valueType(char const* name, FieldDescriptor const (&rows)[rowCount],
-                             KivModule const& module, U16 index, AllocTrackTypeInfo& tracker) {
+                             KivModule const* const& module, U16 index) {
    TypeImpl type{name, TypeKind::value, alignof(T), sizeof(T)};
    type.values = &Impl::valueFunctions<T>;
    type.support = &Impl::valueSupport<T, &Impl::constructFromFields<T, F...>>;
    type.rows = rows;
    type.firstId = 2;
    type.rowCount = rowCount;
-   type.module = &module;
+   type.moduleAt = &module;
    type.index = index;
-   type.tracker = &tracker;
+   type.tracker = &Impl::trackerOf<T>;
    return type;
 }
 

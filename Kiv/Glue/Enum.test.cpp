@@ -81,8 +81,8 @@ TEST(Enum, AnInstanceKnowsItsTypeAndNames) {
 
 TEST(Enum, NamesAreLookedUpByTheTypesPlaceInItsModule) {
    Kiv::TypeImpl const& type = ColourInstance().type();
-   EXPECT_STREQ(Kiv::EnumType::stringValue(*type.module, type.index, 7), "blue");
-   EXPECT_EQ(Kiv::EnumType::stringValue(*type.module, type.index, 2), nullptr);
+   EXPECT_STREQ(Kiv::EnumType::stringValue(*type.module(), type.index, 7), "blue");
+   EXPECT_EQ(Kiv::EnumType::stringValue(*type.module(), type.index, 2), nullptr);
    EXPECT_STREQ(Kiv::enumName(type, 0), "red");
 }
 

@@ -41,7 +41,7 @@ U32 EnumType::enumeratorCount(KivModule const& module, U16 typeIndex) noexcept {
 }
 
 char const* enumName(TypeImpl const& type, U32 value) noexcept {
-   return EnumType::stringValue(*type.module, type.index, value);
+   return EnumType::stringValue(*type.module(), type.index, value);
 }
 
 void printEnum(TypeImpl const& type, U8 value, Sarn::String& out) {
@@ -59,9 +59,9 @@ U8 parseEnum(TypeImpl const& type, CharRange& text) {
    }
    CharRange const before = text;
    std::string_view const word = text.word();
-   auto const [begin, end] = enumerators(*type.module, type.index);
+   auto const [begin, end] = enumerators(*type.module(), type.index);
    for (MemberRecord const* at = begin; at != end; ++at) {
-      if (word == type.module->memberNames + at->nameOffset()) {
+      if (word == type.module()->memberNames + at->nameOffset()) {
          return static_cast<U8>(at->value);
       }
    }

@@ -24,11 +24,11 @@ class EnumInstance {
 public:
    TypeImpl const& type() const noexcept { return EnumTraits<E>::type(); }
    /// The number of enumerators that have a name.
-   U32 count() const noexcept { return EnumType::enumeratorCount(*type().module, type().index); }
+   U32 count() const noexcept { return EnumType::enumeratorCount(*type().module(), type().index); }
    /// The enumerator at this place of the declaration, from 0. Throws `RangeException` when there
    /// are fewer.
    E sequenceToValue(U32 ordinal) const {
-      return static_cast<E>(EnumType::sequenceToValue(*type().module, type().index, ordinal));
+      return static_cast<E>(EnumType::sequenceToValue(*type().module(), type().index, ordinal));
    }
    /// The enumerator's name; the decimal number of a value that has none.
    Sarn::String stringValue(E value) const { return strRep(value); }
@@ -49,9 +49,9 @@ E sequenceToValue(U32 ordinal) {
 
 namespace Impl {
 template <class E>
-constexpr TypeImpl enumType(KivModule const& module, U16 index) {
+constexpr TypeImpl enumType(KivModule const* const& module, U16 index) {
    TypeImpl type = plainType<E>(EnumTraits<E>::name.data(), TypeKind::enumeration);
-   type.module = &module;
+   type.moduleAt = &module;
    type.index = index;
    return type;
 }

@@ -9,6 +9,6 @@
 namespace Kiv {
 
 /// Raised whenever generated code and framework become incompatible; generated code asserts it.
-inline constexpr int providerVersion = 2;
+inline constexpr int providerVersion = 3;
 
 }  // namespace Kiv

@@ -16,9 +16,9 @@ struct TextLiteral {
    }
 };
 
-/// The value with this text form, parsed once per process.
+/// The value with this text form, parsed once in each library that uses it.
 template <class T, TextLiteral literal>
-T const& textConstant() {
+[[gnu::visibility("hidden")]] T const& textConstant() {
    static T const value = fromText<T>(literal.text);
    return value;
 }

@@ -60,9 +60,18 @@ TEST(TypeData, TellsTheBoundsOfAttributesWhereTheyAreNarrowerThanTheType) {
              (std::vector<std::string>{"dial 10..20", "tick -3..32767", "knob -2..2"}));
    EXPECT_EQ(boundsOf(Pair::kivTypeImpl), std::vector<std::string>());
    FieldDescriptor const& dial = field(Stem::kivTypeImpl, "dial");
-   EXPECT_EQ(dial.least().type, &Kiv::typeOf<U8>());
+   EXPECT_TRUE(dial.least().isA(Kiv::typeOf<U8>()));
    EXPECT_EQ(field(Stem::kivTypeImpl, "u8").least().address, nullptr);
    EXPECT_EQ(field(Stem::kivTypeImpl, "u8").greatest().address, nullptr);
+}
+
+/// The rows are in another library than this program.
+TEST(TypeData, ABuiltInTypeOfOneLibraryIsTheSameOneOfAnother) {
+   Kiv::TypeImpl const& type = *field(Stem::kivTypeImpl, "u8").type;
+   EXPECT_TRUE(type.isA(Kiv::typeOf<U8>()));
+   EXPECT_FALSE(type.isA(Kiv::typeOf<U16>()));
+   EXPECT_FALSE(type.isA(Pair::kivTypeImpl));
+   EXPECT_FALSE(Pair::kivTypeImpl.isA(type));
 }
 
 constexpr Kiv::Range<U8> wholeRange() {

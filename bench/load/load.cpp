@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -124,6 +125,18 @@ public:
    }
 
 private:
+   /// `SHT_RELR`, which not every <elf.h> knows: an address, then words whose bits from 1 on each
+   /// stand for one of the 63 next words of memory.
+   static constexpr Elf64_Word packed = 19;
+
+   void addPacked(Content& all, Elf64_Shdr const& section) const {
+      for (std::size_t at = 0; at != section.sh_size; at += sizeof(Elf64_Xword)) {
+         auto const entry = this->at<Elf64_Xword>(section.sh_offset + at);
+         bool const isAddress = (entry & 1) == 0;
+         all.relative += isAddress ? 1 : static_cast<std::size_t>(std::popcount(entry) - 1);
+      }
+   }
+
    template <class T>
    T at(std::size_t offset) const {
       T v;
@@ -141,6 +154,8 @@ private:
       ((section.sh_flags & SHF_WRITE) == 0 ? all.text : all.data) += section.sh_size;
       if (section.sh_type == SHT_INIT_ARRAY) {
          all.initialisers += section.sh_size / sizeof(Elf64_Addr);
+      } else if (section.sh_type == packed) {
+         addPacked(all, section);
       } else if (section.sh_type == SHT_RELA) {
          for (std::size_t at = 0; at != section.sh_size; at += sizeof(Elf64_Rela)) {
             auto const entry = this->at<Elf64_Rela>(section.sh_offset + at);

@@ -61,7 +61,7 @@ echo "--- running the programs from there"
 [ ! -e "$build/bin/ptpstate" ] || "$prefix/bin/ptpstate" --help >/dev/null
 
 echo "--- find_package and a project's own module"
-cp -r tests/install/consumer tests/install/tree.cpp examples/agent.cpp "$scratch"
+cp -r tests/install/consumer tests/install/*.cpp examples/agent.cpp "$scratch"
 cmake -G Ninja -S "$scratch/consumer" -B "$scratch/consumer/build" \
    -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix"
 cmake --build "$scratch/consumer/build"
@@ -89,6 +89,16 @@ finds "$scratch/agent"
 "$scratch/agent" | diff -u "$scratch/consumer/agent.txt" -
 finds "$scratch/tree"
 "$scratch/tree" | diff -u "$scratch/consumer/tree.txt" -
+
+echo "--- programs that are linked with copies of the libraries' data"
+for mode in "-fPIE -pie" "-fno-pie -no-pie"; do
+   # shellcheck disable=SC2046,SC2086
+   g++ $mode $(pkg-config --cflags ptplib) "$scratch/identity.cpp" -o "$scratch/identity" \
+      $(pkg-config --libs ptplib)
+   readelf -rW "$scratch/identity" | grep -q '_COPY .*kivTypeImpl' || fail "$mode makes no copies"
+   "$scratch/identity" || fail "linked with $mode, a program has objects of its own"
+done
+
 echo "--- each header alone, with the options from pkg-config, which must match those from CMake"
 flags=$(pkg-config --cflags ptplib)
 included() { sed -e 's/^-I//' -e 's/ -std=c++20 *$//' | xargs realpath; }

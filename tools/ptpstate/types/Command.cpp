@@ -58,13 +58,13 @@ void printList(std::vector<TypeImpl const*> const& types) {
    for (TypeImpl const* const type : types) {
       std::size_t count = enumeratorsOf(*type).size();
       forEachField(*type, [&count](Kiv::FieldDescriptor const&) { ++count; });
-      table.row({type->module->name(), type->name, kindText(*type), std::to_string(count)});
+      table.row({type->module()->name(), type->name, kindText(*type), std::to_string(count)});
    }
    table.print(std::cout);
 }
 
 void printType(TypeImpl const& type) {
-   std::cout << type.name << ": " << kindText(type) << " of " << type.module->name();
+   std::cout << type.name << ": " << kindText(type) << " of " << type.module()->name();
    if (type.base != nullptr) {
       std::cout << ", derived from " << type.base->name;
    }
@@ -137,9 +137,9 @@ Json typeJson(TypeImpl const& type) {
 void printJson(std::vector<TypeImpl const*> const& types) {
    Json modules = Json::array();
    for (TypeImpl const* const type : types) {
-      if (modules.empty() || modules.back()["module"] != type->module->name()) {
-         modules.push_back({{"module", type->module->name()},
-                            {"hash", hashText(*type->module)},
+      if (modules.empty() || modules.back()["module"] != type->module()->name()) {
+         modules.push_back({{"module", type->module()->name()},
+                            {"hash", hashText(*type->module())},
                             {"types", Json::array()}});
       }
       modules.back()["types"].push_back(typeJson(*type));
