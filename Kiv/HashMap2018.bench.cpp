@@ -3,12 +3,21 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <memory>
 #include <random>
+#include <tuple>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
-#include "Kiv/HashMap2018NodeInternalKey.h"
+#if defined(PTPLIB_BENCH_ROBIN_MAP)
+#   include <tsl/robin_map.h>
+#endif
+#if defined(PTPLIB_BENCH_BOOST)
+#   include <boost/unordered/unordered_flat_map.hpp>
+#endif
+#if defined(PTPLIB_BENCH_ABSL)
+#   include <absl/container/flat_hash_map.h>
+#endif
 
 /// `HashMap2018` compared with `std::unordered_map` with the same hash function. Like a port's key,
 /// the keys have ten significant bytes in sixteen. Arguments are numbers of elements; times are per
@@ -21,16 +30,25 @@ struct PortKey {
 
    bool operator==(PortKey const&) const = default;
    U32 hash(U32 seed) const { return Kiv::hashFields(seed, intf, vlan); }
+   auto hashParts() const { return std::tie(intf, vlan); }
 };
 
-struct StdHash {
+/// For the other maps: as much work as for ours, keyed with the same secret, and 64 bits, which
+/// they need.
+struct PeerHash {
+   using is_avalanching = void;  // Boost need not mix it again
+
    std::size_t operator()(PortKey const& key) const noexcept {
-      return key.hash(Kiv::HashHelper::hashSeed32());
+      U64 const secret = Kiv::Impl::hashSecret;
+      return Kiv::Impl::foldedMultiply(secret ^ key.intf,
+                                       secret ^ Kiv::Impl::hashMultiplier ^ key.vlan);
    }
 };
 
-struct Std {
-   std::unordered_map<PortKey, U64, StdHash> map;
+/// A map with the interface of the standard library's.
+template <class Map>
+struct Peer {
+   Map map;
 
    bool insert(PortKey const& key, U64 value) { return map.emplace(key, value).second; }
    U64 const* find(PortKey const& key) const {
@@ -41,6 +59,31 @@ struct Std {
    U64 sum() const {
       U64 total = 0;
       for (auto const& [key, value] : map) {
+         total += value;
+      }
+      return total;
+   }
+};
+
+struct Std : Peer<std::unordered_map<PortKey, U64, PeerHash>> {};
+#if defined(PTPLIB_BENCH_ROBIN_MAP)
+struct PeerRobin : Peer<tsl::robin_map<PortKey, U64, PeerHash>> {};
+#endif
+#if defined(PTPLIB_BENCH_BOOST)
+struct PeerBoost : Peer<boost::unordered_flat_map<PortKey, U64, PeerHash>> {};
+#endif
+#if defined(PTPLIB_BENCH_ABSL)
+struct PeerAbsl : Peer<absl::flat_hash_map<PortKey, U64, PeerHash>> {};
+#endif
+
+/// The limit of iteration: the same elements in an array.
+struct BareArray {
+   std::vector<std::pair<PortKey, U64>> elements;
+
+   void insert(PortKey const& key, U64 value) { elements.emplace_back(key, value); }
+   U64 sum() const {
+      U64 total = 0;
+      for (auto const& [key, value] : elements) {
          total += value;
       }
       return total;
@@ -185,109 +228,40 @@ void BM_IterateChecked(benchmark::State& state) {
    state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
 }
 
-/// What a map of children points to: objects scattered in memory, in an order unrelated to the
-/// map's.
-struct Object {
-   U64 key = 0;
-   U64 members[47] = {};
-
-   U64 sum() const { return key + members[7] + members[15] + members[23] + members[31]; }
-};
-struct ObjectKeyFunktor {
-   U64 operator()(std::unique_ptr<Object> const& object) const { return object->key; }
-};
-
-template <class Insert>
-void fillWithObjects(std::int64_t count, Insert&& insert) {
-   for (std::int64_t i = 0; i < count; ++i) {
-      auto object = std::make_unique<Object>();
-      object->key = static_cast<U64>(i);
-      insert(std::move(object));
-   }
-}
-
-/// Reads some members of every child, as the replay to a new reader does.
-void BM_WalkChildrenStd(benchmark::State& state) {
-   std::unordered_map<U64, std::unique_ptr<Object>> map;
-   fillWithObjects(state.range(0), [&](std::unique_ptr<Object> object) {
-      U64 const key = object->key;
-      map.emplace(Kiv::hashSingleAttr(1, key), std::move(object));
-   });
-   for (auto _ : state) {
-      U64 total = 0;
-      for (auto const& [key, object] : map) {
-         total += object->sum();
-      }
-      benchmark::DoNotOptimize(total);
-   }
-   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
-}
-
-/// The lower bound: an array of pointers to the objects, walked in the order of memory.
-void BM_WalkChildrenInOrder(benchmark::State& state) {
-   std::vector<std::unique_ptr<Object>> objects;
-   fillWithObjects(state.range(0),
-                   [&](std::unique_ptr<Object> object) { objects.push_back(std::move(object)); });
-   for (auto _ : state) {
-      U64 total = 0;
-      for (auto const& object : objects) {
-         total += object->sum();
-      }
-      benchmark::DoNotOptimize(total);
-   }
-   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
-}
-
-using Children = Kiv::HashMap2018NodeInternalKey<std::unique_ptr<Object>, ObjectKeyFunktor, 1>;
-
-void BM_WalkChildren(benchmark::State& state) {
-   Children map;
-   fillWithObjects(state.range(0),
-                   [&](std::unique_ptr<Object> object) { map.insert(std::move(object)); });
-   for (auto _ : state) {
-      U64 total = 0;
-      for (auto const& object : map) {
-         total += object->sum();
-      }
-      benchmark::DoNotOptimize(total);
-   }
-   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
-}
-
-void BM_WalkChildrenChecked(benchmark::State& state) {
-   Children map;
-   fillWithObjects(state.range(0),
-                   [&](std::unique_ptr<Object> object) { map.insert(std::move(object)); });
-   for (auto _ : state) {
-      U64 total = 0;
-      for (auto it = map.iterator(); it; ++it) {
-         total += it.value()->sum();
-      }
-      benchmark::DoNotOptimize(total);
-   }
-   state.SetItemsProcessed(state.range(0) * static_cast<std::int64_t>(state.iterations()));
-}
-
 void sizes(benchmark::internal::Benchmark* b) {
    b->Arg(64)->Arg(10'000)->Arg(1'000'000);
 }
 
-BENCHMARK(BM_Hit<Std>)->Apply(sizes);
-BENCHMARK(BM_Hit<Kiv2018>)->Apply(sizes);
-BENCHMARK(BM_Miss<Std>)->Apply(sizes);
-BENCHMARK(BM_Miss<Kiv2018>)->Apply(sizes);
-BENCHMARK(BM_Insert<Std>)->Apply(sizes);
-BENCHMARK(BM_Insert<Kiv2018>)->Apply(sizes);
-BENCHMARK(BM_InsertErase<Std>)->Apply(sizes);
-BENCHMARK(BM_InsertErase<Kiv2018>)->Apply(sizes);
-BENCHMARK(BM_Replace<Std>)->Apply(sizes);
-BENCHMARK(BM_Replace<Kiv2018>)->Apply(sizes);
-BENCHMARK(BM_Iterate<Std>)->Apply(sizes);
-BENCHMARK(BM_Iterate<Kiv2018>)->Apply(sizes);
+/// Every map, so that each line of ours has the same work by the others beside it.
+#define BENCHMARK_MAPS(work)           \
+   BENCHMARK(work<Std>)->Apply(sizes); \
+   BENCHMARK_ROBIN(work)               \
+   BENCHMARK_BOOST(work)               \
+   BENCHMARK_ABSL(work)                \
+   BENCHMARK(work<Kiv2018>)->Apply(sizes)
+#if defined(PTPLIB_BENCH_ROBIN_MAP)
+#   define BENCHMARK_ROBIN(work) BENCHMARK(work<PeerRobin>)->Apply(sizes);
+#else
+#   define BENCHMARK_ROBIN(work)
+#endif
+#if defined(PTPLIB_BENCH_BOOST)
+#   define BENCHMARK_BOOST(work) BENCHMARK(work<PeerBoost>)->Apply(sizes);
+#else
+#   define BENCHMARK_BOOST(work)
+#endif
+#if defined(PTPLIB_BENCH_ABSL)
+#   define BENCHMARK_ABSL(work) BENCHMARK(work<PeerAbsl>)->Apply(sizes);
+#else
+#   define BENCHMARK_ABSL(work)
+#endif
+
+BENCHMARK_MAPS(BM_Hit);
+BENCHMARK_MAPS(BM_Miss);
+BENCHMARK_MAPS(BM_Insert);
+BENCHMARK_MAPS(BM_InsertErase);
+BENCHMARK_MAPS(BM_Replace);
+BENCHMARK_MAPS(BM_Iterate);
+BENCHMARK(BM_Iterate<BareArray>)->Apply(sizes);
 BENCHMARK(BM_IterateChecked)->Apply(sizes);
-BENCHMARK(BM_WalkChildrenInOrder)->Arg(10'000)->Arg(100'000);
-BENCHMARK(BM_WalkChildrenStd)->Arg(10'000)->Arg(100'000);
-BENCHMARK(BM_WalkChildren)->Arg(10'000)->Arg(100'000);
-BENCHMARK(BM_WalkChildrenChecked)->Arg(10'000)->Arg(100'000);
 
 }  // namespace

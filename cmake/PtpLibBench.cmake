@@ -21,6 +21,27 @@ function(ptplib_bench)
    endif()
 endfunction()
 
+# ptplib_bench_peers(target)
+# Lets a benchmark compare our maps with those of other libraries, as far as these are installed.
+function(ptplib_bench_peers target)
+   if(NOT TARGET ${target})
+      return()
+   endif()
+   find_path(PTPLIB_ROBIN_MAP tsl/robin_map.h)
+   if(PTPLIB_ROBIN_MAP)
+      target_compile_definitions(${target} PRIVATE PTPLIB_BENCH_ROBIN_MAP)
+   endif()
+   find_path(PTPLIB_BOOST_FLAT_MAP boost/unordered/unordered_flat_map.hpp)
+   if(PTPLIB_BOOST_FLAT_MAP)
+      target_compile_definitions(${target} PRIVATE PTPLIB_BENCH_BOOST)
+   endif()
+   find_package(absl QUIET)
+   if(TARGET absl::flat_hash_map)
+      target_compile_definitions(${target} PRIVATE PTPLIB_BENCH_ABSL)
+      target_link_libraries(${target} PRIVATE absl::flat_hash_map)
+   endif()
+endfunction()
+
 # ptplib_bench_programs(DIR dir LINK library...)
 # Programs that measure what Google Benchmark cannot, such as several processes or loading, one per
 # source file. Those in a subdirectory belong to another call, which may link less.

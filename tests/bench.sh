@@ -5,7 +5,8 @@
 # a slow moment affects all alike.
 #
 # A baseline does the same work. Its name differs only in a template argument that contains Std or
-# Bare, in the words Std or Baseline, or in ByInet... for the C library's functions.
+# begins with Bare or Peer, in the words Std or Baseline, or in ByInet... for the C library's
+# functions. Where there are several, each has a line of its own below the figure.
 set -u
 bin=$1
 pattern=${2:-.}
@@ -49,16 +50,21 @@ for program in "$bin"/*_bench; do
          }
       }
       function isBaseline(name) {
-         return name ~ /<Bare|Baseline|Std|ByInet/
+         return name ~ /<Bare|<Peer|Baseline|Std|ByInet/
       }
       function work(name) {
          gsub(/<[^>]*>|_?Baseline|Std|ByInet[A-Za-z]*/, "", name)
          return name
       }
+      # What distinguishes one of several baselines: its template argument.
+      function label(name) {
+         return match(name, /<[^>]*>/) ? substr(name, RSTART + 1, RLENGTH - 2) : name
+      }
       END {
          for (i = 1; i <= count; ++i) {
             if (isBaseline(names[i])) {
-               baseline[work(names[i])] = names[i]
+               kind = work(names[i])
+               baseline[kind, ++baselines[kind]] = names[i]
             }
          }
          printf "   %-48s %10s %10s %10s %7s\n", "", "time", "per item", "baseline", "ratio"
@@ -75,9 +81,15 @@ for program in "$bin"/*_bench; do
             ++shown
             printf "   %-48s %10s %10s", name, scaled(time[name]), \
                name in item ? scaled(item[name]) : ""
-            base = baseline[work(name)]
-            if (base in time) {
-               printf " %10s %7.2f", scaled(time[base]), time[name] / time[base]
+            kind = work(name)
+            for (j = 1; j <= baselines[kind]; ++j) {
+               base = baseline[kind, j]
+               if (base in time) {
+                  if (baselines[kind] > 1) {
+                     printf "\n      %-45s %10s %10s", label(base), "", ""
+                  }
+                  printf " %10s %7.2f", scaled(time[base]), time[name] / time[base]
+               }
             }
             printf "\n"
          }
