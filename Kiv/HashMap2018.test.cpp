@@ -274,17 +274,36 @@ TEST(HashMap2018UnsafeIterator, ChecksThatTheMapHasNotChanged) {
    EXPECT_DEATH(++again, "version_ == hashMap_->version\\(\\)");
 }
 
-TEST(BucketArray, ChecksThatAnElementIsShiftedByOneSlot) {
+TEST(HashMap2018, ShrinksToTheMemoryOfAMapThatWasAlwaysSmall) {
+   Map small;
+   for (U64 key = 0; key < 6; ++key) {
+      small.insert(key, key);
+   }
+   Map map;
+   for (U64 key = 0; key < 60; ++key) {
+      map.insert(key, key);
+   }
+   std::size_t const full = map.memoryUsed();
+   for (U64 key = 0; key < 57; ++key) {
+      map.erase(key);
+   }
+   EXPECT_LT(map.memoryUsed(), full);
+   EXPECT_EQ(map.memoryUsed(), small.memoryUsed());
+}
+
+TEST(BucketArray, ChecksThatAnElementIsShiftedByOneBlock) {
    using Kiv::Impl::BucketArray;
    using Kiv::Impl::HashSizeStep;
    auto& tracker = Kiv::allocTrackerOf<BucketArray>;
-   auto const step = HashSizeStep::forCount(8);
+   auto const step = HashSizeStep::forCount(40);
    BucketArray* const array = BucketArray::create(tracker, step, step.slots(), 8, 8);
    array->tags()[2] = 5;
-   array->moveByOne(3, 2);
-   EXPECT_EQ(array->tags()[3], 5);
-   EXPECT_DEATH(array->moveByOne(5, 3), "slotsToShift == 1");
-   EXPECT_DEATH(array->moveByOne(3, 3), "slotsToShift == 1");
+   array->moveByOne(19, 2);
+   EXPECT_EQ(array->tags()[19], 5);
+   array->moveByOne(15, 19);
+   EXPECT_EQ(array->tags()[15], 5);
+   EXPECT_DEATH(array->moveByOne(3, 2), "slotsToShift == 1");
+   EXPECT_DEATH(array->moveByOne(32, 15), "slotsToShift == 1");
    array->release(tracker, 8, 8);
 }
 

@@ -347,4 +347,83 @@ TEST(HSet, IsEmptiedWhileItIsWalked) {
    EXPECT_TRUE(set.empty());
 }
 
+/// Three keys have the same hash, and so the same place.
+struct Triple {
+   U32 v = 0;
+
+   bool operator==(Triple const&) const = default;
+   U32 hash(U32 seed) const { return Kiv::hashSingleAttr(seed, v / 3); }
+};
+
+/// At nearly the full load, many blocks have displaced elements, which move when others come and
+/// go.
+TEST(HashMap2018Iterator, VisitsWhatStaysExactlyOnceWhileElementsMoveBetweenFullBlocks) {
+   using Set = Kiv::HSet<Triple>;
+   constexpr U32 staying = 1450;  // of at most 1536 in an array of 2048
+   Set set;
+   std::mt19937 random(11);
+   for (U32 v = 0; v < staying * 2; v += 2) {
+      set.insert({v});
+   }
+   struct Walk {
+      Set::Iterator at;
+      std::vector<int> visits = std::vector<int>(staying * 2);
+   };
+   std::vector<Walk> walks(3);
+   int completed = 0;
+   for (int step = 0; step < 60'000; ++step) {
+      U32 const coming = static_cast<U32>(random()) % staying * 2 + 1;
+      bool const crowded = set.size() > (step % 20'000 < 19'000 ? 1530 : 1700);
+      if (crowded || !set.insert({coming})) {
+         set.erase({coming});
+      }
+      Walk& walk = walks[random() % walks.size()];
+      if (!walk.at) {
+         walk.at = set.iterator();
+      }
+      Triple const key = walk.at.key();
+      if (!walk.at.markedForDeletion()) {
+         EXPECT_TRUE(set.has(key)) << key.v;
+         ++walk.visits[key.v];
+         if (key.v % 2 == 1 && step % 2 == 0) {
+            set.erase(walk.at);
+         }
+      }
+      ++walk.at;
+      if (!walk.at) {
+         ++completed;
+         for (U32 v = 0; v < staying * 2; v += 2) {
+            ASSERT_EQ(walk.visits[v], 1) << v << ", step " << step;
+         }
+         walk.visits.assign(staying * 2, 0);
+      }
+   }
+   EXPECT_GE(completed, 30);
+}
+
+TEST(HashMap2018Iterator, SkipsNoKeyOfEqualHashWhenTheCurrentOneAndAnEarlierOneAreErased) {
+   struct Same {
+      U32 v = 0;
+      bool operator==(Same const&) const = default;
+      U32 hash(U32) const { return 7; }
+   };
+   Kiv::HSet<Same> set;
+   for (U32 v = 0; v < 40; ++v) {
+      set.insert({v});
+   }
+   auto at = set.iterator();
+   while (at.key().v != 5) {
+      ++at;
+   }
+   set.erase(at);
+   set.erase({2});
+   for (U32 v = 6; v < 40; ++v) {
+      ++at;
+      ASSERT_TRUE(at);
+      EXPECT_EQ(at.key().v, v);
+   }
+   ++at;
+   EXPECT_FALSE(at);
+}
+
 }  // namespace CollectionTest::HashMap2018IteratorTesting

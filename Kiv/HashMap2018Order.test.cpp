@@ -344,15 +344,15 @@ TEST(HashSeed, ThatIsFixedGivesEveryProcessTheSameHashesAndOrdersFromEachCallOn)
          for (int i = 0; i != 2; ++i) {
             Map map;
             fill(map, 8);
-            for (U64 const key : orderOf(map)) {
-               text += ' ' + std::to_string(key);
+            for (auto at = map.iterator(); at; ++at) {
+               text += ' ' + std::to_string(at.key().v);
             }
             text += ';';
          }
       }
       return text;
    };
-   std::string const each = "4174442428: 2 6 1 7 5 3 0 4; 6 1 5 0 4 2 7 3;";
+   std::string const each = "1022184365: 4 6 1 5 2 3 7 0; 7 1 4 2 3 0 6 5;";
    EXPECT_EXIT(sayAndExit(says), testing::ExitedWithCode(0), testing::HasSubstr(each + each));
 }
 

@@ -1,5 +1,6 @@
 #include "PtpPlatform/PtpDataSetTypes/PortDSKey.h"
 
+#include "Kiv/Map/TableHash.h"
 #include "PtpPlatform/PtpDataSetTypes/ClockQuality.h"
 #include "PtpPlatform/PtpDataSetTypes/PortIdentity.h"
 #include "tests/ValueTypeTesting.h"
@@ -27,6 +28,16 @@ void expectComesBack(T const& v) {
       Bytes const cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
       EXPECT_THROW(decoded<T>(cut), Kiv::NboAttrLog::FaultException) << size;
    }
+}
+
+TEST(PortDSKey, IsHashedByTablesAsByItsOwnHashBeforeThatIsReduced) {
+   auto const expectReduced = [](auto const& key) {
+      EXPECT_EQ(Kiv::Impl::hashFinish(Kiv::Impl::tableHash(9, key)), key.hash(9)) << printed(key);
+   };
+   expectReduced(PortDSKey(IntfId("Ethernet1"), VlanIdOrNone(2)));
+   expectReduced(PortIdentity(ClockIdentity(U64{0x001122fffe334455}), 7));
+   expectReduced(IntfId("Ethernet1"));
+   expectReduced(VlanIdOrNone(2));
 }
 
 TEST(PortDSKey, PrintsAndReadsInterfaceAndVlan) {

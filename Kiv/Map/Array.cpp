@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "Kiv/Map/Hash.h"
@@ -68,51 +69,88 @@ void BucketArray::release(AllocTrackTypeInfo& tracker, std::size_t slotSize,
    }
 }
 
-BucketArray::Layout BucketArray::layoutBy(HashSizeStep newStep) noexcept {
+BucketArray::Layout BucketArray::layoutBy(HashSizeStep newStep) const noexcept {
    Layout layout{newStep};
    eachOccupied([&, place = places()](U32 slot) { layout.add(place[slot]); });
    return layout;
 }
 
-U32 BucketArray::rankOf(U32 slot) const noexcept {
-   U32 rank = 0;
-   for (U32 i = 0; i < slot; ++i) {
-      rank += tags()[i] != 0;
+U32 BucketArray::firstFrom(U64 from, U32 block) const noexcept {
+   U8 const* const tag = tags();
+   U32 const* const place = places();
+   // How far after `from`: elements before it are further than any after it.
+   U64 const furthest = ~from;
+   U64 nearest = ~U64{0};
+   // What has its home in a block lies before the end of the first block from there on that is not
+   // full.
+   for (; block < slotCount; block += TagWindow::width) {
+      U32 const occupied = TagWindow(tag + block).occupied();
+      for (U32 bits = occupied; bits != 0; bits &= bits - 1) {
+         U32 const at = block + lowestBit(bits);
+         nearest = std::min(nearest, (U64{place[at]} << 32 | at) - from);
+      }
+      if (occupied != 0xffff && nearest <= furthest && nearest != ~U64{0}) {
+         break;
+      }
    }
-   return rank;
+   return nearest <= furthest && nearest != ~U64{0} ? static_cast<U32>(nearest + from) : slotCount;
 }
 
-U32 BucketArray::slotOfRank(U32 rank) const noexcept {
-   U32 slot = occupiedFrom(0);
-   for (; rank > 0 && slot < slotCount; --rank) {
-      slot = occupiedFrom(slot + 1);
+HashBlockOrder BucketArray::orderOf(U32 block, U32 fromPlace, U32 fromSlot) const noexcept {
+   constexpr U32 width = TagWindow::width;
+   U32 bits = TagWindow(tags() + block).occupied();
+   if (bits == 0xffff) {
+      return {};
    }
-   return slot;
+   U32 const* const place = places();
+   U64 const from = U64{fromPlace} << 32 | fromSlot;
+   // Signed numbers, which baseline processors compare four at a time.
+   constexpr S32 none = std::numeric_limits<S32>::max();
+   S32 keys[width];
+   std::fill_n(keys, width, none);
+   U8 slots[width];
+   U32 found = 0;
+   for (; bits != 0; bits &= bits - 1) {
+      U32 const at = block + lowestBit(bits);
+      keys[found] = static_cast<S32>(place[at] ^ 0x8000'0000);
+      slots[found] = static_cast<U8>(at - block);
+      found += (U64{place[at]} << 32 | at) >= from;
+   }
+   keys[found] = none;
+   S32 ranks[width] = {};
+   for (U32 other = 0; other != found; ++other) {
+      for (U32 i = 0; i != width; ++i) {
+         ranks[i] += keys[i] > keys[other];
+      }
+   }
+   HashBlockOrder order;
+   U32 sum = 0;
+   for (U32 i = 0; i != found; ++i) {
+      order.slots |= U64{slots[i]} << 4 * ranks[i];
+      sum += static_cast<U32>(ranks[i]);
+   }
+   order.known = sum == found * (found - 1) / 2;  // unless some have equal places
+   order.count = order.known ? static_cast<U8>(found) : U8{0};
+   return order;
 }
 
-void HashIteratorBase::attach(BucketArray* array) noexcept {
-   array_ = array;
-   ++array->users;
-   nextOnArray_ = array->iterators;
-   link_ = &array->iterators;
-   array->iterators = this;
-   if (nextOnArray_ != nullptr) {
-      nextOnArray_->link_ = &nextOnArray_;
+U32 BucketArray::lastOf(U32 block) const noexcept {
+   U32 const* const place = places();
+   U32 last = block;
+   for (U32 at = block + 1; at != block + TagWindow::width; ++at) {
+      last = place[at] >= place[last] ? at : last;
    }
+   return last;
 }
 
-void HashIteratorBase::detach() noexcept {
-   if (array_->iterators == this && nextOnArray_ == nullptr) {
-      // What may have been put off for the sake of the iterators.
-      array_->shrinkAt = array_->step.shrinkAt();
+U32 BucketArray::firstDisplacedIn(U32 block) const noexcept {
+   U32 const* const place = places();
+   U32 least = slotCount;
+   for (U32 bits = TagWindow(tags() + block).occupied(); bits != 0; bits &= bits - 1) {
+      U32 const at = block + lowestBit(bits);
+      least = least == slotCount || place[at] < place[least] ? at : least;
    }
-   *link_ = nextOnArray_;
-   if (nextOnArray_ != nullptr) {
-      nextOnArray_->link_ = link_;
-   }
-   nextOnArray_ = nullptr;
-   link_ = nullptr;
-   array_ = nullptr;
+   return least != slotCount && home(place[least]) < block ? least : slotCount;
 }
 
 }  // namespace Kiv::Impl

@@ -86,9 +86,8 @@ void HashHelper::hashSeed32Is(U32 seed) noexcept {
 
 namespace Impl {
 
-U32 hashLongBytes(U32 seed, char const* p, std::size_t size) noexcept {
+U64 mixLongBytes(U64 s, char const* p, std::size_t size) noexcept {
    // As for short strings the seed goes into both factors.
-   U64 const s = spreadSeed(seed);
    U64 mixed = s ^ hashMultiplier;
    char const* const last = p + size - 16;
    for (; p < last; p += 16) {
@@ -96,7 +95,7 @@ U32 hashLongBytes(U32 seed, char const* p, std::size_t size) noexcept {
    }
    // The last 16 bytes may overlap the ones before.
    mixed = foldedMultiply(loadUnaligned<U64>(last) ^ s, loadUnaligned<U64>(last + 8) ^ mixed);
-   return hashFinishMixed(mixed + size);
+   return mixed + size;
 }
 
 }  // namespace Impl

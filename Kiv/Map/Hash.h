@@ -11,8 +11,8 @@
 #include "Sarn/String.h"
 #include "Sarn/Types.h"
 
-/// Hashing of keys: 32 bits, seeded, and well mixed in all of them, since the hash tables take a
-/// tag from the lower bits, and the slot from a product of all.
+/// Hashing of keys: 32 bits, seeded, and well mixed in all of them. The hash tables use the same
+/// functions, as far as they can before the result is reduced to 32 bits: see `TableHash.h`.
 ///
 /// A composite value hashes its fields in declaration order, in one line:
 ///
@@ -78,21 +78,20 @@ inline U64 spreadSeed(U32 seed) noexcept {
 constexpr U64 hashStep(U64 state) {
    return (state ^ state >> 32) * hashMultiplier;
 }
-/// Reduces a state to 32 bits, each of which depends on all bits of the state.
+/// Reduces a state whose bits are mixed already to 32 bits.
 constexpr U32 hashFinish(U64 state) {
-   state = hashStep(state);
-   return static_cast<U32>(((state ^ state >> 29) * hashMultiplier2) >> 32);
-}
-/// The same for a state whose bits are mixed already.
-constexpr U32 hashFinishMixed(U64 state) {
    return static_cast<U32>(hashStep(state) >> 32);
 }
 
+/// The seed goes into both factors: whoever could make one of them zero would find collisions.
+constexpr U64 mixWord(U64 state, U64 v) {
+   return foldedMultiply(state ^ v, state ^ hashMultiplier);
+}
 inline U32 hashWord(U32 seed, U64 v) {
-   return hashFinish(v ^ spreadSeed(seed));
+   return hashFinish(mixWord(spreadSeed(seed), v));
 }
 
-U32 hashLongBytes(U32 seed, char const* bytes, std::size_t size) noexcept;
+U64 mixLongBytes(U64 state, char const* bytes, std::size_t size) noexcept;
 
 template <class T>
 T loadUnaligned(char const* p) {
@@ -101,11 +100,11 @@ T loadUnaligned(char const* p) {
    return v;
 }
 
-inline U32 hashBytes(U32 seed, char const* p, std::size_t size) noexcept {
+inline U64 mixBytes(U64 state, char const* p, std::size_t size) noexcept {
    U64 a = 0;
    U64 b = 0;
    if (size > 16) {
-      return hashLongBytes(seed, p, size);
+      return mixLongBytes(state, p, size);
    }
    if (size >= 8) {
       a = loadUnaligned<U64>(p);
@@ -117,9 +116,11 @@ inline U32 hashBytes(U32 seed, char const* p, std::size_t size) noexcept {
       a = static_cast<U8>(p[0]);
       b = U64{static_cast<U8>(p[size / 2])} << 8 | static_cast<U8>(p[size - 1]);
    }
-   // The seed goes into both factors: whoever could make one of them zero would find collisions.
-   U64 const s = spreadSeed(seed);
-   return hashFinishMixed(foldedMultiply(a ^ s, b ^ s ^ hashMultiplier) + size);
+   // As for a word the seed goes into both factors.
+   return foldedMultiply(a ^ state, b ^ state ^ hashMultiplier) + size;
+}
+inline U32 hashBytes(U32 seed, char const* p, std::size_t size) noexcept {
+   return hashFinish(mixBytes(spreadSeed(seed), p, size));
 }
 
 }  // namespace Impl
@@ -200,7 +201,7 @@ U32 hashFields(U32 seed, First const& first, Rest const&... rest) {
    if constexpr (sizeof...(Rest) == 0) {
       return Impl::hashWord(seed, Impl::hashField(seed, first));
    } else {
-      return Impl::hashFinishMixed(Impl::hashRest(Impl::spreadSeed(seed), first, rest...));
+      return Impl::hashFinish(Impl::hashRest(Impl::spreadSeed(seed), first, rest...));
    }
 }
 

@@ -10,7 +10,10 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
+
+#include "Kiv/Map/TableHash.h"
 
 namespace {
 
@@ -84,7 +87,7 @@ Spread spreadOf(std::vector<U32> hashes) {
 }
 
 template <class Hash>
-void expectSpread(char const* what, Hash&& hash) {
+void expectSpread(char const* what, Hash&& hash, double unevenTags = 400) {
    constexpr U64 count = 100'000;
    std::vector<U32> hashes;
    for (U64 i = 0; i < count; ++i) {
@@ -96,7 +99,7 @@ void expectSpread(char const* what, Hash&& hash) {
    // Ideally 1.2 pairs are equal.
    EXPECT_LT(s.collisions, 12u) << what;
    // 255 degrees of freedom: more than 400 does not happen by chance.
-   EXPECT_LT(s.tagChiSquare, 400) << what;
+   EXPECT_LT(s.tagChiSquare, unevenTags) << what;
 }
 
 TEST(Hash, FlippingABitOfAnIntegerFlipsEachBitOfTheHashWithEvenChance) {
@@ -143,6 +146,72 @@ TEST(Hash, RegularKeysSpreadLikeRandomOnes) {
    });
    expectSpread("one after the other",
                 [](U64 i) { return hashSingleAttr(hashSingleAttr(seed, i % 317), i / 317); });
+}
+
+struct Port {
+   U64 intf;
+   U16 vlan;
+   U32 hash(U32 s) const { return hashFields(s, intf, vlan); }
+   auto hashParts() const { return std::tie(intf, vlan); }
+};
+
+/// The bits that a table uses: of the place the upper ones, and the tag.
+template <class Key>
+void expectTableSpread(char const* what, Key const& keyOf) {
+   for (U64 const factor : {Kiv::Impl::orderFactor(1), Kiv::Impl::orderFactor(2)}) {
+      auto const bits = [&](U64 i) {
+         U64 const hash = Kiv::Impl::tableHash(seed, keyOf(i));
+         return static_cast<U32>(hash * factor >> 32 & 0xffffff00) | static_cast<U8>(hash);
+      };
+      // Two tags agree at most 20 % more often than random ones, of which one in 255 does.
+      expectSpread(what, bits, 20'000);
+   }
+}
+
+TEST(Hash, OfATableSpreadsRegularKeysLikeRandomOnes) {
+   expectTableSpread("counting", [](U64 i) { return i; });
+   expectTableSpread("counting in the upper half", [](U64 i) { return i << 32; });
+   expectTableSpread("counting in the highest bits", [](U64 i) { return i << 47; });
+   expectTableSpread("pages", [](U64 i) { return i * 4096; });
+   expectTableSpread("ports", [](U64 i) {
+      return Port{0x030100000000 + i / 4 * 0x100, static_cast<U16>(i % 4 * 100)};
+   });
+   expectTableSpread("a grid", [](U64 i) {
+      return Port{i % 317 << 55, static_cast<U16>(i / 317)};
+   });
+   expectTableSpread("text", [](U64 i) { return "Ethernet" + std::to_string(i); });
+   expectTableSpread("a hash of its own", [](U64 i) { return Wide{i}; });
+}
+
+TEST(Hash, OfATableDependsOnTheSeedInEveryPart) {
+   std::set<U64> hashes;
+   for (U32 s = 0; s < 1000; ++s) {
+      hashes.insert(Kiv::Impl::tableHash(s, U64{0}));
+      hashes.insert(Kiv::Impl::tableHash(s, Port{0, 1}));
+      hashes.insert(Kiv::Impl::tableHash(s, std::string("Ethernet1")));
+   }
+   EXPECT_EQ(hashes.size(), 3000u);
+}
+
+/// What tables use is the hash of the key type, with more bits.
+TEST(Hash, OfATableIsThatOfTheKeyBeforeItIsReduced) {
+   auto const expectReduced = [](auto const& key) {
+      EXPECT_EQ(Kiv::Impl::hashFinish(Kiv::Impl::tableHash(seed, key)), hashSingleAttr(seed, key));
+   };
+   expectReduced(U8{3});
+   expectReduced(S32{-3});
+   expectReduced(~U64{0});
+   expectReduced(true);
+   expectReduced(std::string());
+   expectReduced(std::string("Ethernet1"));
+   expectReduced(std::string(100, 'x'));
+   expectReduced(Port{0x030100000000, 7});
+   EXPECT_EQ(Kiv::Impl::tableHash(seed, Wide{5}), Wide{5}.hash(seed)) << "a hash of its own";
+}
+
+TEST(Hash, OfATableIsTheSameForAStringAndItsView) {
+   EXPECT_EQ(Kiv::Impl::tableHash(seed, std::string("Ethernet1")),
+             Kiv::Impl::tableHash(seed, std::string_view("Ethernet1")));
 }
 
 TEST(Hash, EqualFloatingValuesHashAlike) {

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <bit>
 #include <cassert>
-#include <cstddef>
-#include <iterator>
 #include <memory>
 #include <new>
 #include <utility>
 
-#include "Kiv/Map/Array.h"
+#include "Kiv/Map/IteratorBase.h"
 #include "Sarn/Util.h"
 
 namespace Kiv {
@@ -80,12 +77,11 @@ public:
    /// Advances to the next element. REQUIRES: not at the end.
    HashMap2018Iterator& operator++() noexcept {
       assert(array_ != nullptr);
-      U32 from = slot_ + 1;
-      if (erased_) {
-         from = slot_;
+      advance();
+      if (erased_) [[unlikely]] {
          forgetKey();
       }
-      settle(from);
+      arrived();
       return *this;
    }
 
@@ -96,6 +92,7 @@ private:
       if (array != nullptr) {
          attach(array);
          settle(slot);
+         arrived();
       }
    }
 
@@ -104,9 +101,7 @@ private:
       return Table::slots(array_)[slot_];
    }
 
-   void settle(U32 from) noexcept {
-      slot_ = array_->occupiedFrom(from);
-      version_ = array_->version;
+   void arrived() noexcept {
       if (slot_ == array_->slotCount) {
          drop();
       } else {
@@ -114,11 +109,11 @@ private:
       }
    }
 
-   /// Prefetches the object behind the pointer a few slots ahead, so that a walk over scattered
-   /// objects does not wait for each.
+   /// Prefetches the object behind the same slot's pointer of the next block, so that a walk over
+   /// scattered objects does not wait for each.
    void prefetchAhead() const noexcept {
       if constexpr (Impl::PointsToObject<std::remove_cvref_t<decltype(value())>>) {
-         U32 const ahead = slot_ + 8;
+         U32 const ahead = slot_ + Impl::TagWindow::width;
          if (ahead < array_->slotCount && array_->tags()[ahead] != 0) {
             Impl::prefetchObject(Table::PolicyType::valueOf(Table::slots(array_)[ahead]));
          }
@@ -127,7 +122,7 @@ private:
 
    void keepKey(Key&& key) noexcept {
       std::construct_at(&key_, std::move(key));
-      erased_ = true;
+      markErased();
    }
    /// Without memory for a copy, the key is `Key()`.
    void keepKeyOrNone(Key const& key) noexcept {
@@ -144,13 +139,19 @@ private:
 
    void take(HashMap2018Iterator const& other) {
       if (other.erased_) {
-         keepKey(Key(other.key_));
+         std::construct_at(&key_, other.key_);
+         erased_ = true;
       }
       if (other.array_ != nullptr) {
          attach(other.array_);
       }
       slot_ = other.slot_;
+      place_ = other.place_;
       version_ = other.version_;
+      rest_ = other.rest_;
+      restCount_ = other.restCount_;
+      restKnown_ = other.restKnown_;
+      restOutlivesRemoval_ = other.restOutlivesRemoval_;
    }
    void drop() noexcept {
       if (erased_) {
@@ -162,88 +163,10 @@ private:
       }
    }
 
-   U64 version_ = 0;
    /// The key of the current element, once that has been erased.
    union {
       Key key_;
    };
-};
-
-/// The fast iterator, for walking a map that does not change meanwhile; each use checks that it has
-/// not. Replacing values in place does not count as a change. Several threads may walk one map.
-template <class Table>
-class HashMap2018UnsafeIteratorConstGeneric {
-public:
-   using iterator_category = std::input_iterator_tag;
-   using value_type = typename Table::Slot;
-   using difference_type = std::ptrdiff_t;
-   using reference = value_type const&;
-   using pointer = value_type const*;
-
-   HashMap2018UnsafeIteratorConstGeneric() noexcept = default;
-   explicit HashMap2018UnsafeIteratorConstGeneric(Table const& map) noexcept
-         : hashMap_(&map), version_(map.version()), left_(map.size()) {
-      if (left_ != 0) {
-         tags_ = map.array_->tags() + map.array_->first;
-         window_ = Table::slots(map.array_) + map.array_->first;
-         occupied_ = Impl::TagWindow(tags_).occupied();
-         prefetchNextWindow();
-         findWindow();
-      }
-   }
-
-   reference operator*() const noexcept {
-      SARN_CHECK(version_ == hashMap_->version());
-      return window_[std::countr_zero(occupied_)];
-   }
-   pointer operator->() const noexcept { return &**this; }
-
-   HashMap2018UnsafeIteratorConstGeneric& operator++() noexcept {
-      SARN_CHECK(version_ == hashMap_->version());
-      occupied_ &= occupied_ - 1;
-      if (--left_ != 0) {
-         findWindow();
-      }
-      return *this;
-   }
-   void operator++(int) noexcept { ++*this; }
-
-   bool operator==(std::default_sentinel_t) const noexcept { return left_ == 0; }
-
-private:
-   void findWindow() noexcept {
-      if (occupied_ == 0) {
-         do {
-            tags_ += Impl::TagWindow::width;
-            window_ += Impl::TagWindow::width;
-            occupied_ = Impl::TagWindow(tags_).occupied();
-         } while (occupied_ == 0);
-         prefetchNextWindow();
-      }
-   }
-
-   /// At the start of a window, prefetches the objects behind the pointers of the next one.
-   void prefetchNextWindow() const noexcept {
-      using Value = std::remove_cvref_t<decltype(Table::PolicyType::valueOf(*window_))>;
-      if constexpr (Impl::PointsToObject<Value>) {
-         if (left_ > static_cast<U32>(std::popcount(occupied_))) {
-            U32 bits = Impl::TagWindow(tags_ + Impl::TagWindow::width).occupied();
-            for (; bits != 0; bits &= bits - 1) {
-               Impl::prefetchObject(Table::PolicyType::valueOf(
-                     window_[Impl::TagWindow::width + static_cast<U32>(std::countr_zero(bits))]));
-            }
-         }
-      }
-   }
-
-   Table const* hashMap_ = nullptr;
-   U64 version_ = 0;
-   U8 const* tags_ = nullptr;
-   typename Table::Slot const* window_ = nullptr;
-   /// The elements of the window that are still to come, the current one first.
-   U32 occupied_ = 0;
-   /// Elements to come in all, the current one included.
-   U32 left_ = 0;
 };
 
 }  // namespace Kiv

@@ -69,35 +69,38 @@ public:
       if (count <= 8) {
          return HashSizeStep(count <= 2 ? 1 : count <= 4 ? 2 : 3);
       }
-      // Three quarters of the homes may be taken.
+      // Three quarters of the slots may be taken.
       return HashSizeStep(static_cast<U8>(std::bit_width((count * 4 + 2) / 3 - 1)));
    }
    constexpr HashSizeStep next() const noexcept { return HashSizeStep(static_cast<U8>(log2_ + 1)); }
 
-   /// A power of two; small arrays have one home for all.
-   constexpr U32 homes() const noexcept { return isSmall() ? 1 : U32{1} << log2_; }
-   /// hash >> shift is the home.
-   constexpr U8 shift() const noexcept { return static_cast<U8>(isSmall() ? 32 : 32 - log2_); }
+   /// The slots of all homes, a power of two.
+   constexpr U32 homeSlots() const noexcept { return U32{1} << log2_; }
+   /// place >> shift is the number of the home block.
+   constexpr U8 shift() const noexcept {
+      return static_cast<U8>(log2_ <= blockLog2 ? 32 : 32 + blockLog2 - log2_);
+   }
    /// The most elements of an array of this step.
-   constexpr U32 limit() const noexcept { return isSmall() ? U32{1} << log2_ : homes() / 4 * 3; }
-   /// Slots, homes and the usual tail together.
+   constexpr U32 limit() const noexcept { return isSmall() ? homeSlots() : homeSlots() / 4 * 3; }
+   /// Slots, those of the homes and of the usual tail together. A single block is never full.
    constexpr U32 slots() const noexcept {
-      return isSmall() ? U32{1} << log2_ : homes() + (log2_ > 4 ? 16 : 8);
+      return homeSlots() + (log2_ > blockLog2 ? 1 << blockLog2 : 0);
    }
    /// An array of this step shrinks when this many elements are left.
    constexpr U32 shrinkAt() const noexcept { return log2_ > 1 ? limit() / 8 : 0; }
    /// How many insertions far from home an array of this step tolerates: by then they have cost
    /// about as much as reordering it.
    constexpr U16 patience() const noexcept {
-      return static_cast<U16>(std::min(homes() / 128, U32{0xffff}));
+      return static_cast<U16>(std::min(homeSlots() / 128, U32{0xffff}));
    }
    constexpr bool operator==(HashSizeStep const&) const = default;
 
 private:
    constexpr explicit HashSizeStep(U8 log2) noexcept : log2_(log2) {}
-   constexpr bool isSmall() const noexcept { return log2_ < 4; }
+   constexpr bool isSmall() const noexcept { return log2_ < blockLog2; }
 
-   /// The base-2 logarithm of the slots of a small array, and of the homes of another.
+   static constexpr U8 blockLog2 = 4;
+   /// The base-2 logarithm of the slots of the homes.
    U8 log2_ = 1;
 };
 
@@ -112,9 +115,14 @@ struct HashOrder {
    static HashOrder fresh() noexcept;
 };
 
-inline constexpr U8 hashTag(U32 hash) noexcept {
+inline constexpr U8 hashTag(U64 hash) noexcept {
    U8 const low = static_cast<U8>(hash);
    return static_cast<U8>(low + (low == 0));
+}
+
+/// The number of the lowest bit that is set. REQUIRES: there is one.
+inline U32 lowestBit(U64 bits) noexcept {
+   return static_cast<U32>(__builtin_ctzll(bits));
 }
 
 /// Sixteen tags, compared at once.
@@ -125,9 +133,10 @@ public:
 #if defined(__SSE2__)
    explicit TagWindow(U8 const* tags) noexcept
          : tags_(_mm_loadu_si128(reinterpret_cast<__m128i const*>(tags))) {}
-   /// A bit for each tag that equals `tag`.
-   U32 match(U8 tag) const noexcept {
-      __m128i const wanted = _mm_set1_epi8(static_cast<char>(tag));
+   /// A bit for each tag that equals `hashTag(hash)`.
+   U32 matchTagOf(U64 hash) const noexcept {
+      __m128i const low = _mm_set1_epi8(static_cast<char>(hash));
+      __m128i const wanted = _mm_max_epu8(low, _mm_set1_epi8(1));
       return static_cast<U32>(_mm_movemask_epi8(_mm_cmpeq_epi8(tags_, wanted)));
    }
    /// A bit for each free slot.
@@ -147,6 +156,9 @@ private:
          bits |= static_cast<U32>(tags_[i] == tag) << i;
       }
       return bits;
+   }
+   U32 matchTagOf(U64 hash) const noexcept {
+      return match(hashTag(hash));
    }
    U32 free() const noexcept {
       return match(0);

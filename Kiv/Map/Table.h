@@ -8,8 +8,9 @@
 #include <utility>
 
 #include "Kiv/Map/Array.h"
-#include "Kiv/Map/Hash.h"
 #include "Kiv/Map/Iterator.h"
+#include "Kiv/Map/TableHash.h"
+#include "Kiv/Map/UnsafeIterator.h"
 
 namespace Kiv::Impl {
 
@@ -90,7 +91,7 @@ public:
    }
 
    /// The checked iterator: survives every change of the table (see there).
-   Iterator iterator() const { return Iterator(array_, array_ != nullptr ? array_->first : 0); }
+   Iterator iterator() const { return Iterator(array_, array_ != nullptr ? array_->front() : 0); }
    /// A checked iterator at the element of `key`, or at the end.
    Iterator iteratorAt(LookupKey key) const {
       Slot const* const slot = findSlot(key);
@@ -103,10 +104,10 @@ public:
 
 protected:
    Slot* findSlot(LookupKey key) const {
-      return array_ != nullptr ? findSlot(key, Hash<Key>()(key, array_->seed)) : nullptr;
+      return array_ != nullptr ? findSlot(key, hashOf(key, array_->seed)) : nullptr;
    }
-   Slot* findSlot(LookupKey key, U32 hash) const;
-   [[gnu::noinline]] Slot* findFurther(LookupKey key, U32 hash, std::size_t home, U32 match) const;
+   Slot* findSlot(LookupKey key, U64 hash) const;
+   [[gnu::noinline]] Slot* findFurther(LookupKey key, U64 hash, std::size_t home, U32 match) const;
 
    /// Finds the slot of `key`, or makes one from `make(void*)`, which constructs a `Slot` of that
    /// key. The key may be a reference into this table, and so may what `make` reads.
@@ -134,10 +135,12 @@ private:
       return allocTrackerOf<typename Policy::Collection>;
    }
    static U32 newSeed() noexcept { return HashHelper::hashSeed32() ^ Policy::seedConstant; }
+   static U64 hashOf(LookupKey key, U32 seed) {
+      return tableHash<std::remove_cvref_t<LookupKey>>(seed, key);
+   }
    static void releaseArray(BucketArray* array) noexcept {
       array->release(tracker(), sizeof(Slot), alignof(Slot));
    }
-   static void moveByOne(BucketArray* array, U32 to, U32 from) noexcept;
    static void eachIterator(BucketArray* array, auto&& visit) {
       for (HashIteratorBase* it = array->iterators; it != nullptr; it = it->nextOnArray_) {
          visit(static_cast<Iterator&>(*it));
@@ -147,16 +150,24 @@ private:
    BucketArray* makeNext(HashSizeStep step, U32 slots) const {
       return array_->createNext(tracker(), step, slots, sizeof(Slot), alignof(Slot));
    }
-   static void moveSlot(BucketArray* from, U32 fromSlot, BucketArray* to, U32 toSlot,
-                        U32 place) noexcept;
+   struct SlotMover;
    void rebuild(HashSizeStep step, U32 slotsWanted = 0);
    void keepKeyOf(U32 slot, HashIteratorBase* at);
    [[gnu::noinline]] void reorder(HashSizeStep step);
    [[gnu::noinline]] void shrink() noexcept;
-   void moveIterators(BucketArray* from, BucketArray* to) noexcept;
+   [[gnu::noinline]] void moveIterators(BucketArray* from, U32 fromSlot, BucketArray* to,
+                                        U32 toSlot) noexcept;
    void becomeNext(BucketArray* made) noexcept;
-   U32 openSlot(U32 hash);
-   void closeSlot(U32 slot) noexcept;
+   U32 openSlot(U64 hash);
+   U32 closeSlot(U32 slot) noexcept;
+   template <class Make>
+   [[gnu::noinline]] std::pair<Slot*, bool> insertFurther(U64 hash, Make& make);
+   [[gnu::always_inline]] void occupy(U32 index, U64 hash, U32 place) noexcept;
+   static U32 slotFor(BucketArray* array, U32 place, U32 free) noexcept;
+   [[gnu::noinline]] U32 fillBlock(U32 vacant) noexcept;
+   static void moveByOne(BucketArray* array, U32 to, U32 from) noexcept;
+   static void moveInBlock(BucketArray* array, U32 to, U32 from) noexcept;
+   static void finishMove(BucketArray* array, U32 to, U32 from) noexcept;
 
    BucketArray* array_ = nullptr;
 };
@@ -164,13 +175,13 @@ private:
 /// Nearly every lookup ends in the first window: at the first slot with an equal tag, or because no
 /// tag is equal. Only that part is inlined.
 template <class Policy>
-inline auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* {
+inline auto HashTable<Policy>::findSlot(LookupKey key, U64 hash) const -> Slot* {
    BucketArray* const array = array_;
    std::size_t const home = array->home(array->placeOf(hash));
    TagWindow const window(array->tags() + home);
-   U32 const match = window.match(hashTag(hash));
+   U32 const match = window.matchTagOf(hash);
    if (match != 0) {
-      Slot* const candidate = slots(array) + (home + static_cast<U32>(std::countr_zero(match)));
+      Slot* const candidate = slots(array) + (home + lowestBit(match));
       if (Policy::keyOf(*candidate) == key) [[likely]] {
          return candidate;
       }
@@ -182,5 +193,6 @@ inline auto HashTable<Policy>::findSlot(LookupKey key, U32 hash) const -> Slot* 
 
 }  // namespace Kiv::Impl
 
+#include "Kiv/Map/Displace.h"
 #include "Kiv/Map/Rebuild.h"
 #include "Kiv/Map/TableImpl.h"
