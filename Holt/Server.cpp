@@ -46,8 +46,15 @@ Server::Peer::Peer(Server& owner, int fd, U64 n)
 Sarn::String Server::Peer::onMountAsked(Kiv::NboAttrLog::Session& session,
                                         Kiv::NamedEntity const& root,
                                         Kiv::NboAttrLog::MountMode mode) {
-   return writesBack(mode) ? server.options_.writers.refusal(root, session.peer(), groups)
-                           : Sarn::String();
+   if (!writesBack(mode)) {
+      return {};
+   }
+   for (auto const& [own, writers] : server.writers_) {
+      if (own == &root) {
+         return writers.refusal(root, session.peer(), groups);
+      }
+   }
+   return server.options_.writers.refusal(root, session.peer(), groups);
 }
 
 void Server::Peer::onMountRefused(Kiv::NboAttrLog::Session&,
@@ -68,6 +75,43 @@ void Server::say(Peer const& peer, Sarn::String const& what) {
    if (options_.log != nullptr) {
       options_.log->line(timeText(wallNow()) + " connection " + std::to_string(peer.number) + " (" +
                          peerText(peer.connection.session().peer()) + ") " + what);
+   }
+}
+
+void Server::rootIs(Sarn::Ptr<Kiv::NamedEntity> const& root, Writers writers) {
+   hub_.rootIs(root);
+   writers_.emplace_back(root.get(), std::move(writers));
+}
+
+void Server::decided(U64 connection, Sarn::String const& refusal) {
+   for (Peer& peer : peers_) {
+      if (peer.number != connection) {
+         continue;
+      }
+      peer.undecided = false;
+      if (!refusal.empty()) {
+         peer.refused = true;
+         peer.refusal = refusal;
+      }
+      return;
+   }
+}
+
+/// Applies what a peer has sent, unless it waits for a decision.
+void Server::serve(Peer& peer, short revents) {
+   if (!peer.undecided && !peer.refused) {
+      struct Asking {
+         U64& asker;
+         ~Asking() { asker = 0; }
+      } const asking{asker_ = peer.number};
+      try {
+         peer.connection.onReady(revents);
+      } catch (Undecided const&) {
+         peer.undecided = true;
+      }
+   }
+   if (peer.refused) {
+      peer.connection.close(peer.refusal);
    }
 }
 
@@ -107,7 +151,7 @@ void Server::removeDone() {
       Kiv::NboAttrLog::Session const& session = at->connection.session();
       // The end is orderly if the peer or the server announced it.
       bool const orderly = session.ending() == Ending::peer || closing_;
-      bool const fault = session.ending() == Ending::fault || at->silent;
+      bool const fault = session.ending() == Ending::fault || at->silent || at->refused;
       say(*at, (fault ? "refused: " : orderly ? "ended: " : "lost: ") + session.closeReason());
       add(gone_, session.stats());
       at = peers_.erase(at);
@@ -136,14 +180,21 @@ void Server::appendTo(std::vector<pollfd>& polled) {
       // Sends what other peers or the owner of the roots have changed since the last turn, and
       // handles expired limits.
       peer.connection.flush();
-      polled.push_back({peer.connection.fd(), peer.connection.events(), 0});
+      int fd = peer.connection.fd();
+      short events = peer.connection.events();
+      if (peer.undecided) {  // not read: what it sends has time
+         bool const sends = peer.connection.session().output().size != 0;
+         fd = sends ? fd : -1;
+         events = POLLOUT;
+      }
+      polled.push_back({fd, events, 0});
    }
 }
 
 U64 Server::deadline() const {
    U64 first = hub_.deadline();
    for (Peer const& peer : peers_) {
-      if (peer.connection.done()) {
+      if (peer.connection.done() || peer.refused) {
          return 1;  // remove it at once
       }
       U64 const end = peer.greetingEnds();
@@ -158,7 +209,7 @@ void Server::onTurn(std::span<pollfd const> polled) {
    }
    std::size_t i = 2;
    for (Peer& peer : peers_) {
-      peer.connection.onReady(polled[i++].revents);
+      serve(peer, polled[i++].revents);
    }
    hub_.expire();
    closeSilent();

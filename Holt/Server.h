@@ -58,12 +58,24 @@ public:
 
    /// Offers a root. Throws `Kiv::Exception` if it already has one of this type and name.
    void rootIs(Sarn::Ptr<Kiv::NamedEntity> const& root) { hub_.rootIs(root); }
+   /// Offers a root that others may change than `Options::writers`.
+   void rootIs(Sarn::Ptr<Kiv::NamedEntity> const& root, Writers writers);
    std::vector<Kiv::NamedEntity*> roots() const { return hub_.roots(); }
 
    /// Serves until `stopFd` is readable, in a loop of its own.
    void run(int stopFd);
    /// Ends all connections with a reason; the server keeps listening.
    void closeAll(Sarn::String const& reason);
+
+   /// Thrown by an observer of a root that cannot judge at once what a peer has changed, because it
+   /// asks somebody else: nothing further that the peer has sent is applied, nor confirmed to it,
+   /// until `decided`. The other peers are served meanwhile.
+   struct Undecided {};
+   /// The number of the connection whose change is being published; 0 if none is.
+   U64 asker() const noexcept { return asker_; }
+   /// Ends the wait of a connection. If there is a refusal, it loses the connection with this
+   /// reason, as if a setter had refused the change. No effect if it has ended.
+   void decided(U64 connection, Sarn::String const& refusal);
 
    /// The number of open connections.
    std::size_t peers() const noexcept { return peers_.size(); }
@@ -107,10 +119,16 @@ private:
       bool synced = true;
       /// Whether it was closed because it never greeted.
       bool silent = false;
+      /// Whether it waits for `decided`.
+      bool undecided = false;
+      /// Whether its change was refused, with `refusal`.
+      bool refused = false;
+      Sarn::String refusal;
       Kiv::NboAttrLog::FdConnection connection;
    };
 
    void acceptAll();
+   void serve(Peer& peer, short revents);
    void closeSilent();
    void removeDone();
    void giveMemoryBack();
@@ -124,6 +142,9 @@ private:
    U64 accepted_ = 0;
    /// Connections that have ended since memory was last returned to the system.
    std::size_t ended_ = 0;
+   /// Roots that not everybody of `Options::writers` may change.
+   std::vector<std::pair<Kiv::NamedEntity const*, Writers>> writers_;
+   U64 asker_ = 0;
    bool exhausted_ = false;
    bool closing_ = false;
 };
