@@ -37,10 +37,12 @@ tools/cli: Sarn
 tools/shared: $libraries Holt tools/cli
 tools/ptpstate: $libraries Holt tools/cli tools/shared
 tools/ptpports: $libraries Holt tools/cli tools/shared
+tools/ptp4lAgent: $libraries Holt tools/cli tools/shared
+tools/ptp4lCapture: tools/ptp4lAgent
 tools/demoAgent: $libraries Holt tools/cli tools/shared
 examples: $libraries Holt
 bench: $libraries $for_tests
-fuzz: $libraries $for_tests
+fuzz: $libraries $for_tests tools/ptp4lAgent
 tests: $libraries $for_tests
 "
 
