@@ -38,6 +38,11 @@ function(ptplib_install)
       install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpstate/ptpstate.bash"
          DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ptpstate)
    endif()
+   if(ptp4lAgent IN_LIST programs)
+      # Where systemd looks, whatever the library directory is called.
+      install(FILES "${PROJECT_SOURCE_DIR}/tools/ptp4lAgent/ptp4lAgent.service"
+         DESTINATION lib/systemd/system)
+   endif()
    foreach(program IN LISTS programs ITEMS kivc)
       file(GLOB pages CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/man/${program}.1"
          "${PROJECT_SOURCE_DIR}/docs/man/${program}-*.1")

@@ -53,6 +53,7 @@ done < <("$bin/ptpstate" --help | awk '
    inside { sub(/^ +/, " "); printf "%s", $0 }
    END { print "" }')
 page ptpports "print the ports of a PTP agent" "$bin/ptpports"
+page ptp4lAgent "show a running ptp4l as the state of a PTP agent" "$bin/ptp4lAgent"
 page kivc "compile declarations of modules" "$kivc"
 
 status=0
