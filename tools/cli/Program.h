@@ -10,7 +10,7 @@
 
 namespace Tools {
 
-/// A command line that asks for help: the text is the help.
+/// A command line that asks for help or for the version: the text is the answer.
 class HelpAsked : public std::runtime_error {
 public:
    using std::runtime_error::runtime_error;
@@ -22,7 +22,11 @@ public:
    using std::runtime_error::runtime_error;
 };
 
-/// Owns all that is declared of a command line, with an option `--help` for each command.
+/// Owns all that is declared of a command line, with an option `--help` for each command and
+/// `--version` for the program.
+///
+/// Options of a command may also come before it: "tool --socket S get PATH". "tool help get" is
+/// "tool get --help".
 class Program {
 public:
    Program(std::string const& name, std::string const& description);
@@ -39,10 +43,12 @@ public:
 
    /// The program's name and that of the command that was parsed, if one was: "ptpstate get".
    std::string chosen() const;
-   /// Whether a command was parsed.
-   bool hasChosen() const;
 
 private:
+   std::vector<std::string> commandFirst(std::vector<std::string> const& arguments) const;
+   bool takesValue(std::string const& option) const;
+   bool isCommand(std::string const& word) const;
+
    std::unique_ptr<CLI::App> app_;
    Command command_;
 };

@@ -55,13 +55,30 @@ TEST_F(ProgramTest, StoresTheValuesAndCallsTheChosenCommand) {
    EXPECT_EQ(program.chosen(), "tool get");
 }
 
+TEST_F(ProgramTest, TakesTheOptionsOfACommandBeforeItToo) {
+   program.parse({"--count", "3", "--json", "--size=1k", "get", "there", "--root", "a"});
+   EXPECT_EQ(program.chosen(), "tool get");
+   EXPECT_EQ(path, "there");
+   EXPECT_EQ(count, 3u);
+   EXPECT_EQ(size, 1024u);
+   EXPECT_TRUE(json);
+   EXPECT_EQ(roots, Words{"a"});
+   program.parse({"--root", "get", "get", "x"});
+   EXPECT_EQ(roots, Words{"get"}) << "the value of an option is not the command";
+   EXPECT_EQ(path, "x");
+}
+
 TEST_F(ProgramTest, SaysWhatIsWrongAndCallsNothing) {
    EXPECT_EQ(refused({"get"}), "path is required");
    EXPECT_EQ(program.chosen(), "tool get");
    EXPECT_EQ(refused({"get", "x", "--count", "10"}), "--count: Value 10 not in range 1 to 9");
    EXPECT_EQ(refused({"get", "x", "--bogus"}), "The following argument was not expected: --bogus");
-   EXPECT_EQ(refused({}), "A subcommand is required");
-   EXPECT_FALSE(program.hasChosen());
+   EXPECT_EQ(refused({"--count", "10", "get", "x"}), "--count: Value 10 not in range 1 to 9");
+   EXPECT_EQ(refused({"help", "bogus"}), "there is no command 'bogus'");
+   EXPECT_EQ(refused({"gte"}), "there is no command 'gte'");
+   EXPECT_EQ(refused({}), "missing command");
+   EXPECT_EQ(refused({"--bogus"}), "A subcommand is required");
+   EXPECT_EQ(program.chosen(), "tool");
    EXPECT_EQ(chosen, 0);
 }
 
@@ -84,6 +101,7 @@ TEST_F(ProgramTest, ShowsHelpOfTheProgramAndOfACommand) {
              "\n"
              "Options:\n"
              "  --help                Print this help\n"
+             "  --version             Print the version\n"
              "\n"
              "Exit status:\n"
              "  0  done\n");
@@ -103,6 +121,9 @@ TEST_F(ProgramTest, ShowsHelpOfTheProgramAndOfACommand) {
              "Exit status:\n"
              "  0  done\n")
          << "the footer of the program, since the command has none";
+   EXPECT_EQ(help({"help"}), help({"--help"}));
+   EXPECT_EQ(help({"help", "get"}), help({"get", "--help"}));
+   EXPECT_EQ(help({"--version"}), "tool " PTPLIB_VERSION "\n");
 }
 
 TEST_F(ProgramTest, DescribesItsCommandsAndOptions) {

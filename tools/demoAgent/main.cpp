@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
                           "Simulates a PTP agent: serves a status that it fills and changes.");
    Tools::Command const& command = program.command();
    Options options;
-   Tools::addSocketOption(command, options.socket);
+   Tools::addListenOption(command, options.socket);
    command.option("--ports", options.ports, "How many ports (64)").range(3, 4096);
    command.option("--seconds", options.seconds, "How many seconds to simulate (300)");
    command.option("--seed", options.seed, "Seed of the random numbers (1)");

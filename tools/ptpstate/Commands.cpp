@@ -54,7 +54,7 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
          "change made anywhere reaches all of them through the attribute log. Only "
          "'serve --ptp4l-conf' depends on types of the model.\n"
          "\n"
-         "'ptpstate COMMAND --help' describes the options of a command and gives examples.");
+         "'ptpstate help COMMAND' describes the options of a command and gives examples.");
    program.command().footerIs(
          "Exit status:\n"
          "  0  done\n"
@@ -85,11 +85,6 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
    } catch (Tools::UsageError const& error) {
       std::string message = error.what();
       std::erase(message, guard);
-      if (!program.hasChosen()) {
-         message = args.empty()                ? "missing command"
-                   : !args[0].starts_with("-") ? "there is no command '" + args[0] + "'"
-                                               : message;
-      }
       return Tools::refuse(program, message, errors);
    } catch (Failure const& error) {
       errors << "ptpstate: " << error.what() << std::endl;

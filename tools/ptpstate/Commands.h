@@ -13,7 +13,6 @@
 namespace Ptpstate {
 
 using Tools::addClientOptions;
-using Tools::addSocketOption;
 using Tools::ClientOptions;
 using Tools::Command;
 using Tools::Option;

@@ -38,10 +38,14 @@ Program::Program(std::vector<std::string> const& args, Surroundings const& in) {
       ::dup2(in.output >= 0 ? in.output : out[1], 1);
       ::dup2(err[1], 2);
       ::unsetenv("PTPSTATE_SOCKET");
+      ::unsetenv("XDG_RUNTIME_DIR");
       ::setenv("LC_ALL", "C.UTF-8", 1);
       bool ready = in.directory.empty() || ::chdir(in.directory.c_str()) == 0;
       if (!in.socket.empty()) {
          ready = ready && ::setenv("PTPSTATE_SOCKET", in.socket.c_str(), 1) == 0;
+      }
+      if (!in.runtime.empty()) {
+         ready = ready && ::setenv("XDG_RUNTIME_DIR", in.runtime.c_str(), 1) == 0;
       }
       if (!in.input.empty()) {
          int const input = ::open(in.input.c_str(), O_RDONLY | O_CLOEXEC);

@@ -27,6 +27,8 @@ struct Surroundings {
    std::string directory = "";
    /// With this value of PTPSTATE_SOCKET; without it if empty.
    std::string socket = "";
+   /// With this value of XDG_RUNTIME_DIR; without it if empty.
+   std::string runtime = "";
    /// With this file as standard input; with that of the test if empty.
    std::string input = "";
    /// With this descriptor as standard output; -1 for one whose text comes in the outcome.

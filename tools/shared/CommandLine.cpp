@@ -5,17 +5,43 @@
 #include <iostream>
 
 #include "Kiv/Printable.h"
+#include "tools/shared/Socket.h"
 
 namespace Tools {
 
+namespace {
+
+/// "found no server at A or B; ..."
+std::string noServerText() {
+   std::string places;
+   for (std::string const& path : usualSockets()) {
+      places += (places.empty() ? "" : " or ") + path;
+   }
+   return "found no server at " + places +
+          "; name its socket with --socket or in the environment variable PTPSTATE_SOCKET";
+}
+
+}  // namespace
+
 void addSocketOption(Command const& command, std::string& socket, bool required) {
+   socket = usualSocketOfServer();
    command
          .option("--socket", socket,
                  "The server's socket; by default the value of the environment variable "
-                 "PTPSTATE_SOCKET")
+                 "PTPSTATE_SOCKET, $XDG_RUNTIME_DIR/ptpstate.sock or /run/ptpstate.sock")
          .placeholder("PATH")
          .environment("PTPSTATE_SOCKET")
-         .required(required);
+         .required(required && socket.empty());
+}
+
+void addListenOption(Command const& command, std::string& socket) {
+   socket = usualSocketToServe();
+   command
+         .option("--socket", socket,
+                 "The socket to listen at; by default the value of the environment variable "
+                 "PTPSTATE_SOCKET, $XDG_RUNTIME_DIR/ptpstate.sock or /run/ptpstate.sock")
+         .placeholder("PATH")
+         .environment("PTPSTATE_SOCKET");
 }
 
 void addClientOptions(Command const& command, ClientOptions& options, bool required) {
@@ -29,8 +55,12 @@ void addClientOptions(Command const& command, ClientOptions& options, bool requi
 }
 
 Holt::Exit refuse(Program const& program, std::string const& message, std::ostream& errors) {
-   errors << program.command().name() << ": " << Kiv::printable(message) << "; see '"
-          << program.chosen() << " --help'" << std::endl;
+   errors << program.command().name() << ": ";
+   if (message == "--socket is required") {
+      errors << Kiv::printable(noServerText()) << std::endl;
+      return Holt::Exit::connection;
+   }
+   errors << Kiv::printable(message) << "; see '" << program.chosen() << " --help'" << std::endl;
    return Holt::Exit::usage;
 }
 

@@ -23,9 +23,12 @@ struct ClientOptions {
    }
 };
 
-/// Adds `--socket`. `required`: the command needs one.
+/// Adds `--socket` of a client, with `PTPSTATE_SOCKET` or a usual socket as its default.
+/// `required`: the command line is wrong if none of these gives one.
 void addSocketOption(Command const& command, std::string& socket, bool required = true);
-/// Adds `--socket` and `--timeout`.
+/// Adds `--socket` of a server, with the same defaults.
+void addListenOption(Command const& command, std::string& socket);
+/// Adds `--socket` and `--timeout` of a client.
 void addClientOptions(Command const& command, ClientOptions& options, bool required = true);
 
 /// Writes a line about a command line that is wrong, and returns the exit status.

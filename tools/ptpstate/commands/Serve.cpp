@@ -150,7 +150,7 @@ void addServe(Command const& program, Run& run) {
          "  $ ptpstate serve --socket /tmp/ptp --root Ptp::Config=ptp/config --root "
          "Ptp::Status=ptp/status\n"
          "  $ ptpstate serve --socket /run/ptp --mode 0666 --writers root,:ptp");
-   addSocketOption(command, options->socket);
+   Tools::addListenOption(command, options->socket);
    command
          .option("--root", options->roots,
                  "A root to serve; repeatable; by default Ptp::Config=ptp/config")

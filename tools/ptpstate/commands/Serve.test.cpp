@@ -316,7 +316,7 @@ TEST_F(ServeTest, ALogThatNobodyReadsHoldsUpNobody) {
 TEST(CommandLine, AWrongOneIsOneLineAndItsOwnStatus) {
    for (std::vector<std::string> const& args : {std::vector<std::string>{},
                                                 {"nonsense"},
-                                                {"get"},
+                                                {"get", "--socket", "x"},
                                                 {"set", "--socket", "x", "path"},
                                                 {"watch", "--socket", "x", "--count", "none"},
                                                 {"get", "--socket", "x", "p", "-3"}}) {

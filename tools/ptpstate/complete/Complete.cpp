@@ -10,6 +10,7 @@
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/types/Catalog.h"
+#include "tools/shared/Socket.h"
 
 namespace Ptpstate {
 
@@ -227,7 +228,7 @@ struct Before {
 Before readBefore(Command const& command, std::vector<std::string> const& words) {
    Before before;
    char const* const socket = std::getenv("PTPSTATE_SOCKET");
-   before.socket = socket != nullptr ? socket : "";
+   before.socket = socket != nullptr ? socket : Tools::usualSocketOfServer();
    for (std::size_t i = 2; i + 1 < words.size(); ++i) {
       std::string const& word = words[i];
       std::optional<Option> option;
