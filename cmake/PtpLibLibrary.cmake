@@ -79,6 +79,9 @@ function(ptplib_library name)
       kivc_module(${name} "${kiv}")
    endforeach()
    ptplib_precompiled(${name})
+   # What is installed does not name the place of the sources, which are compiled together by their
+   # absolute paths.
+   target_compile_options(${name} PRIVATE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
    if(NOT arg_PRIVATE_TO_THE_BUILD)
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_LIBRARIES ${name})
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_DIRS ${arg_DIRS})

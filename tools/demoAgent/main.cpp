@@ -2,7 +2,6 @@
 // everything, and then changes nothing more until it is interrupted.
 #include <iostream>
 
-#include "Holt/Failure.h"
 #include "Holt/Loop.h"
 #include "Holt/Server.h"
 #include "Holt/State/Dump.h"
@@ -14,7 +13,6 @@
 namespace {
 
 using DemoAgent::Agent;
-using Holt::Failure;
 
 struct Options {
    std::string socket;

@@ -179,13 +179,7 @@ void run(CommandLine const& line) {
 }
 
 void addOptions(Tools::Command const& command, CommandLine& line) {
-   command
-         .option("--socket", line.socket,
-                 "The agent's own socket; by default the value of the environment variable "
-                 "PTPSTATE_SOCKET")
-         .placeholder("PATH")
-         .environment("PTPSTATE_SOCKET")
-         .required();
+   Tools::addListenOption(command, line.socket);
    command
          .option("--ptp4l", line.daemons,
                  "The socket of a running ptp4l (uds_address), or its read-only socket; by default "
@@ -220,9 +214,9 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
    command.flag("--quiet", line.quiet, "Do not report connections");
    command.footerIs(
          "Examples:\n"
-         "  $ ptp4lAgent --socket /run/ptp.sock &\n"
-         "  $ ptpports --socket /run/ptp.sock\n"
-         "  $ ptpstate set --socket /run/ptp.sock ptp/config.priority1 100\n"
+         "  $ ptp4lAgent &\n"
+         "  $ ptpports\n"
+         "  $ ptpstate set ptp/config.priority1 100\n"
          "  $ ptp4lAgent --socket /run/ptp.sock --ptp4l a=/run/ptp4l-a --ptp4l b=/run/ptp4l-b\n"
          "\n"
          "Exit status:\n"
