@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <type_traits>
 
 #include "Kiv/Path.h"
 #include "PtpLib/PtpStatusStatedbTypes/IntfConfig.h"
@@ -37,7 +38,12 @@ void ConfigFill::quietly(Set&& set) {
 /// Sets an attribute that only a restart changes, if the daemon tells something else than before.
 template <class T, class Set>
 void ConfigFill::told(Sarn::String const& what, T const& value, Set&& set) {
-   auto const number = static_cast<S64>(value);
+   S64 number = 0;
+   if constexpr (std::is_enum_v<T>) {
+      number = static_cast<S64>(value);
+   } else {
+      number += value;
+   }
    auto const [at, isNew] = told_.try_emplace(what, number);
    if (isNew || at->second != number) {
       at->second = number;

@@ -114,7 +114,7 @@ bool HardwareClock::readBy(Way way, PairedReading& reading) const {
    if (::ioctl(fd_, PTP_SYS_OFFSET, &plain) != 0) {
       return false;
    }
-   for (unsigned i = 0; i != samples; ++i) {
+   for (std::size_t i = 0; i != samples; ++i) {
       consider(plain.ts[2 * i], plain.ts[2 * i + 1], plain.ts[2 * i + 2]);
    }
    return true;
