@@ -168,6 +168,7 @@ TEST(SlabRealTime, AnAllocationDoesNotWaitForTheScheduler) {
    Sarn::Slab slab(64);
    std::atomic<bool> stop{false};
    double worst = 0;
+   int slow = 0;
    std::thread ordinary([&] {
       scheduledAs(0);
       std::vector<void*> live(1000);
@@ -187,7 +188,9 @@ TEST(SlabRealTime, AnAllocationDoesNotWaitForTheScheduler) {
          double const begin = seconds();
          void* const p = slab.allocate();
          slab.free(p);
-         worst = std::max(worst, seconds() - begin);
+         double const taken = seconds() - begin;
+         worst = std::max(worst, taken);
+         slow += taken > 0.1 ? 1 : 0;
       }
       stop = true;
    });
@@ -195,8 +198,10 @@ TEST(SlabRealTime, AnAllocationDoesNotWaitForTheScheduler) {
    ordinary.join();
    slab.releaseEmpty();
    RecordProperty("worstMicroseconds", std::to_string(worst * 1e6));
-   // The time that the kernel takes from real-time threads, 50 ms of each second, may fall into it.
-   EXPECT_LT(worst, 0.1);
+   // The kernel takes 50 ms of each second from real-time threads, and on a virtual machine, the
+   // host may take all threads' time for longer. That hits a few, whereas a thread that waits for
+   // the scheduler does so again and again.
+   EXPECT_LE(slow, 3);
 }
 
 }  // namespace
