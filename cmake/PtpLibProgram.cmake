@@ -33,8 +33,9 @@ function(ptplib_program name)
    endif()
 endfunction()
 
-# ptplib_not_hot(target): the code of programs waits for others. What must be fast is in the
-# libraries. Call it last: the precompiled headers of the libraries fit these options, too.
+# ptplib_not_hot(target): the code of programs, and of Holt, which they are built on, waits for
+# others. What must be fast is in the other libraries. Call it last: the precompiled headers of the
+# libraries fit these options, too.
 function(ptplib_not_hot target)
    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
 endfunction()

@@ -37,6 +37,6 @@ row() {
 }
 
 printf '\nclean builds, in CPU seconds\n   %-48s %10s %10s\n' '' CPU target
-row 'what the demo needs' 180 "$work/demo" ptpstate ptpports demoAgent
+row 'what the demo needs' 180 "$work/demo" ptpstate ptpports demoAgent ptp4lAgent
 row 'what the tests need' 540 "$work/tests" all
 exit $status
