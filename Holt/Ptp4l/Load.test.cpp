@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 
+#include "Holt/Ptp4l/Shipped.test.h"
 #include "KivTest/Witness.h"
 
 namespace Holt {
@@ -349,26 +349,6 @@ TEST_F(Ptp4lLoadTest, SampleOfABoundaryClock) {
    EXPECT_TRUE(port("eth2").dscpEventConfigured());
    EXPECT_EQ(config->ucastNegProfile("eth2/table1").announceProfile(),
              Ptp::UcastNegMsgProfile(1, 300));
-}
-
-std::vector<std::string> shippedFiles() {
-   std::vector<std::string> files;
-   std::error_code none;
-   for (auto const& entry :
-        std::filesystem::directory_iterator("/usr/share/doc/linuxptp/configs", none)) {
-      // The others belong to other programs.
-      if (entry.path().extension() == ".cfg" || entry.path().extension() == ".conf") {
-         files.push_back(entry.path());
-      }
-   }
-   std::erase_if(files, [](std::string const& file) {
-      return std::filesystem::path(file).filename() == "snmpd.conf";
-   });
-   if (std::filesystem::exists("/etc/linuxptp/ptp4l.conf")) {
-      files.emplace_back("/etc/linuxptp/ptp4l.conf");
-   }
-   std::sort(files.begin(), files.end());
-   return files;
 }
 
 TEST_F(Ptp4lLoadTest, AllFilesThatLinuxptpShipsAreLoaded) {
