@@ -9,7 +9,7 @@
 #include <span>
 #include <type_traits>
 
-#include "Holt/Ptp4l/Conf.h"
+#include "Holt/Ptp4l/Keys.h"
 #include "Holt/State/Values.h"
 #include "Holt/State/Walk.h"
 #include "Kiv/Printable.h"
@@ -152,9 +152,12 @@ private:
 
 class Writer {
 public:
-   explicit Writer(Config const& config) : config_(config) {
+   Writer(Config const& config, Ptp4lConf const* base) : config_(config), base_(base) {
       for (auto const& port : config.intfConfigAll()) {
-         if (port->enabled()) {
+         if (port->intf() == Dorn::IntfId()) {
+            note("intfConfig[" + nameOf(*port) + "].intf", nameOf(*port),
+                 "the port is left out: it has no name");
+         } else if (port->enabled()) {
             ports_.push_back(port.get());
          } else {
             note("intfConfig[" + nameOf(*port) + "].enabled", "false", "the port is left out");
@@ -234,6 +237,27 @@ private:
       }
    }
 
+   /// Copies settings of the base that nothing else here writes. The last one of a key counts.
+   void others(Ptp4lSection::Kind kind, std::string const& name) {
+      std::map<std::string, std::string> found;
+      for (Ptp4lSection const& section : base_ != nullptr ? base_->sections : noSections) {
+         if (section.kind == kind && section.name == name) {
+            for (Ptp4lSetting const& setting : section.settings) {
+               if (findClockKey(setting.key) == nullptr && findPortKey(setting.key) == nullptr &&
+                   !setting.key.starts_with("unicast_")) {
+                  found[setting.key] = setting.value;
+               }
+            }
+         }
+      }
+      if (!found.empty()) {
+         text_ += "# As in " + std::string(Kiv::printable(base_->file)) + ":\n";
+      }
+      for (auto const& [key, value] : found) {
+         set(key, value);
+      }
+   }
+
    // ---- The clock ----
 
    void clock() {
@@ -250,6 +274,7 @@ private:
       if (!config_.enabled()) {
          note("enabled", "false", "ptp4l is enabled as long as it runs");
       }
+      others(Ptp4lSection::Kind::global, "");
    }
 
    void kind() {
@@ -360,6 +385,7 @@ private:
          clockWide(path + "dscpGeneral", port.dscpGeneral(), config_.globalDscpGeneral());
       }
       masters(port, path);
+      others(Ptp4lSection::Kind::port, nameOf(port));
       rest<IntfConfig>(port, *Ptp::intfConfigFactory(port.intf(), true, false), path, portRows,
                        portSpecial);
    }
@@ -489,7 +515,10 @@ private:
       }
    }
 
+   static inline std::vector<Ptp4lSection> const noSections;
+
    Config const& config_;
+   Ptp4lConf const* const base_;
    std::vector<IntfConfig const*> ports_;
    std::map<U32, Addresses> tables_;
    std::string text_;
@@ -498,8 +527,8 @@ private:
 
 }  // namespace
 
-Ptp4lText writePtp4lConf(Config const& config) {
-   return Writer(config).run();
+Ptp4lText writePtp4lConf(Config const& config, Ptp4lConf const* base) {
+   return Writer(config, base).run();
 }
 
 }  // namespace Holt

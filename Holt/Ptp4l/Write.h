@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Holt/Ptp4l/Conf.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 
 namespace Holt {
@@ -24,6 +25,9 @@ struct Ptp4lText {
 /// they differ from their default.
 ///
 /// Loading the text gives the same configuration, up to what the notes say.
-Ptp4lText writePtp4lConf(Ptp::Config const& config);
+///
+/// `base`: a file, usually the one that was loaded. Of its `[global]` section, and of its ports
+/// that are written, the settings that the model has no place for are copied; null for none.
+Ptp4lText writePtp4lConf(Ptp::Config const& config, Ptp4lConf const* base = nullptr);
 
 }  // namespace Holt

@@ -246,6 +246,41 @@ TEST(Ptp4lWriteTest, AForeignNameCannotBreakOutOfItsComment) {
          writePtp4lConf(*config).text.starts_with("# ptp\\npriority1 1, written for ptp4l\n"));
 }
 
+TEST(Ptp4lWriteTest, SettingsOfTheBaseThatTheModelHasNoPlaceForAreCopied) {
+   auto const config = Ptp::configFactory("ptp");
+   Ptp4lConf const base = parsePtp4lConf(
+         "[global]\nuse_syslog 0\npriority1 7\nunicast_req_duration 60\nuse_syslog 1\n"
+         "[eth0]\ndelayAsymmetry 5\nlogSyncInterval -3\n[eth1]\ndelayAsymmetry 6\n",
+         "old\n.conf");
+   loadPtp4lConf(base, *config);
+   config->intfConfigDel(IntfId("eth1"));
+   config->priority1Is(8);
+   std::string const text = writePtp4lConf(*config, &base).text;
+   EXPECT_NE(text.find("unicast_listen                  0\n"
+                       "# As in old\\n.conf:\n"
+                       "use_syslog                      1\n"
+                       "\n"
+                       "[eth0]\n"),
+             text.npos)
+         << text;
+   EXPECT_TRUE(
+         text.ends_with("masterOnly                      0\n"
+                        "# As in old\\n.conf:\n"
+                        "delayAsymmetry                  5\n"))
+         << text;
+   EXPECT_NE(text.find("priority1                       8\n"), text.npos);
+   EXPECT_EQ(text.find("unicast_req_duration"), text.npos);
+}
+
+TEST(Ptp4lWriteTest, APortWithoutANameIsLeftOut) {
+   auto const config = boundaryClock();
+   config->intfConfigIs(IntfId(), true, false);
+   Ptp4lText const written = writePtp4lConf(*config);
+   EXPECT_EQ(written.notes,
+             std::vector<std::string>{"intfConfig[\"\"].intf = \"\": the port is left "
+                                      "out: it has no name"});
+}
+
 /// A configuration in which each setting has some value, possible for ptp4l or not.
 class Random {
 public:

@@ -145,6 +145,9 @@ void ConfigFill::onChange(Kiv::Change const& change) {
    if (filling_) {
       return;
    }
+   if (onChanged) {
+      onChanged();
+   }
    Kiv::Entity& entity = Kiv::entityOf(change);
    std::string_view const name = entity.kivType().field(change.attributeId)->name;
    Sarn::String const path = Kiv::entityPath(entity) + "." + Sarn::String(name);

@@ -40,6 +40,8 @@ public:
    /// Called when the change has not been taken at once. It may throw, to have whoever made the
    /// change wait; may be empty.
    std::function<void()> onUndecided;
+   /// Called when others have changed something; may be empty.
+   std::function<void()> onChanged;
 
    void take(DefaultDataSet const& set);
    void take(GrandmasterSettingsNp const& set) { settings_ = set; }

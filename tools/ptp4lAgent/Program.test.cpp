@@ -108,6 +108,32 @@ TEST_F(ProgramTest, AConfigurationFileWithErrorsIsNotUsed) {
    EXPECT_EQ(run("--conf " + file("none"))[0], '1');
 }
 
+TEST_F(ProgramTest, WritesTheConfigurationOfOneDaemonAndReloadsIt) {
+   EXPECT_EQ(run("--reload true"), "2 ptp4lAgent: --reload needs --write-conf\n");
+   EXPECT_EQ(run("--write-conf /tmp/x --ptp4l /tmp/a --ptp4l /tmp/b"),
+             "2 ptp4lAgent: --write-conf: there are several ptp4l; run an agent for each\n");
+
+   StandIn daemon(file("daemon"), "ptp4l-3.1.1-slave");
+   std::ofstream(file("conf")) << "[global]\nuse_syslog 0\n[eth0]\n";
+   start({"--ptp4l", "ptp=" + file("daemon"), "--conf", file("conf"), "--write-conf", file("conf"),
+          "--reload", "cp " + file("conf") + " " + file("seen")});
+   auto const config = Ptp::configFactory("ptp/config");
+   auto& mount = client->mountIs(config, Holt::MountMode::writer);
+   client->waitComplete(mount);
+   EXPECT_TRUE(eventually({&daemon}, [&] { return config->intfConfigCount() == 1; }));
+   // The daemon's values are not a change by others.
+   EXPECT_FALSE(std::filesystem::exists(file("seen")));
+   config->ttlIs(9);
+   config->intfConfigAll().begin()->get()->logSyncIntervalIs(-2);
+   EXPECT_TRUE(eventually({&daemon}, [&] { return std::filesystem::exists(file("seen")); }));
+   std::ostringstream all;
+   all << std::ifstream(file("seen")).rdbuf();
+   EXPECT_NE(all.str().find("udp_ttl                         9\n"), std::string::npos);
+   EXPECT_NE(all.str().find("logSyncInterval                 -2\n"), std::string::npos);
+   EXPECT_NE(all.str().find("use_syslog                      0\n"), std::string::npos);
+   EXPECT_EQ(stop(), 0);
+}
+
 TEST_F(ProgramTest, EndsWith3IfItsSocketCannotBeMade) {
    std::ofstream(file("s")) << "a file\n";
    EXPECT_EQ(run("")[0], '3');

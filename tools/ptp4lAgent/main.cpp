@@ -4,6 +4,7 @@
 #include <csignal>
 #include <iostream>
 #include <list>
+#include <optional>
 #include <system_error>
 
 #include "Holt/Failure.h"
@@ -12,6 +13,7 @@
 #include "Holt/Server.h"
 #include "Holt/StopSignals.h"
 #include "tools/ptp4lAgent/Clock.h"
+#include "tools/ptp4lAgent/ConfFile.h"
 #include "tools/ptp4lAgent/HardwareFill.h"
 #include "tools/ptp4lAgent/Links.h"
 #include "tools/shared/CommandLine.h"
@@ -28,6 +30,8 @@ struct CommandLine {
    std::string socket;
    std::vector<std::string> daemons = {"/var/run/ptp4l"};
    std::string conf;
+   std::string writeConf;
+   std::string reload;
    U32 domain = notGiven;
    U32 transportSpecific = notGiven;
    std::string mode;
@@ -67,14 +71,17 @@ std::vector<Named> named(std::vector<std::string> const& daemons) {
    return all;
 }
 
-/// The configuration that a daemon was started with.
-void load(std::string const& file, Ptp::Config& config) {
-   Holt::Ptp4lConf conf;
+Holt::Ptp4lConf readConf(std::string const& file) {
    try {
-      conf = Holt::readPtp4lConf(file);
+      return Holt::readPtp4lConf(file);
    } catch (std::system_error const& error) {
       throw Failure(error.what());
    }
+}
+
+/// The configuration that a daemon was started with.
+void load(std::string const& file, Ptp::Config& config) {
+   Holt::Ptp4lConf const conf = readConf(file);
    Holt::Ptp4lOutcome const outcome = Holt::loadPtp4lConf(conf, config);
    for (Holt::Ptp4lRemark const& error : outcome.errors) {
       std::cerr << "ptp4lAgent: " << Holt::remarkText(conf.file, error) << std::endl;
@@ -159,6 +166,23 @@ void run(CommandLine const& line) {
       }
    });
    loop.add(links);
+   std::optional<ConfFile> confFile;
+   if (!line.writeConf.empty()) {
+      if (clocks.size() > 1) {
+         throw Failure("--write-conf: there are several ptp4l; run an agent for each",
+                       Holt::Exit::usage);
+      }
+      ConfFile::Options options{.path = line.writeConf, .reload = line.reload, .log = &log};
+      if (!line.conf.empty()) {
+         options.base = readConf(line.conf);
+      }
+      ConfigFill& config = clocks.front().config();
+      confFile.emplace(Sarn::Ptr<Ptp::Config>(&config.config()), std::move(options));
+      config.onChanged = [&confFile] { confFile->changed(); };
+      loop.add(*confFile);
+   } else if (!line.reload.empty()) {
+      throw Failure("--reload needs --write-conf", Holt::Exit::usage);
+   }
    std::list<HardwareFill> hardware;
    for (Clock& clock : clocks) {
       HardwareFill& fill = hardware.emplace_back(Ptp::hwStatusFactory(clock.name() + "/hwStatus"),
@@ -191,6 +215,17 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
                  "The configuration file that ptp4l was started with: gives what ptp4l does not "
                  "tell. If it has an error, the agent does not start")
          .placeholder("FILE");
+   command
+         .option("--write-conf", line.writeConf,
+                 "Write the configuration to this file, half a second after somebody has changed "
+                 "it. It may be the file of --conf; settings of that file which the model has no "
+                 "place for are kept")
+         .placeholder("FILE");
+   command
+         .option("--reload", line.reload,
+                 "Run this shell command after the file has been written, such as 'systemctl "
+                 "restart ptp4l@eth0'")
+         .placeholder("COMMAND");
    command.option("--domain", line.domain, "The clock's domain; by default, all are tried")
          .placeholder("NUMBER")
          .range(U64{0}, U64{255});
