@@ -35,6 +35,7 @@ void addTop(Command const& program, Run& run);
 void addTypes(Command const& program, Run& run);
 void addLoad(Command const& program, Run& run);
 void addDiff(Command const& program, Run& run);
+void addExport(Command const& program, Run& run);
 void addComplete(Command const& program, Run& run);
 
 /// Adds all commands to the program.

@@ -283,6 +283,8 @@ void addForArgument(Candidates& candidates, Command const& command, Before const
       addPaths(candidates, before.socket);
    } else if (kind == "NAME") {
       addTypes(candidates, false);
+   } else if (kind == "FORMAT") {
+      candidates.add("ptp4l-conf ");
    } else if (kind == "VALUE") {
       addValues(candidates, before.socket, before.arguments[0]);
    }
