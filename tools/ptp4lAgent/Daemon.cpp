@@ -28,6 +28,8 @@ constexpr U64 second = 1000 * Daemon::millisecond;
 /// Seconds until the daemon forgets a subscription, and when it is renewed.
 constexpr U16 subscriptionSeconds = 60;
 constexpr U64 renewal = 20 * second;
+
+constexpr char const* noAnswer = "ptp4l does not answer";
 /// While searching: requests at once, between two bursts, and in all.
 constexpr std::size_t burst = 32;
 constexpr U64 burstPause = 5 * Daemon::millisecond;
@@ -226,8 +228,15 @@ void Daemon::schedule() {
       SubscribeEventsNp wanted;
       wanted.duration = subscriptionSeconds;
       wanted.bits[0] = SubscribeEventsNp::portState | SubscribeEventsNp::timeSync;
-      waiting_.push_back(
-            {.id = Id::subscribeEventsNp, .action = Action::set, .data = encode(wanted)});
+      waiting_.push_back({.id = Id::subscribeEventsNp,
+                          .action = Action::set,
+                          .data = encode(wanted),
+                          .done = [this](Sarn::String const& refusal) {
+                             // Nobody would notice that there are no events.
+                             if (refusal == noAnswer) {
+                                nextSubscription_ = options_.clock() + roundInterval;
+                             }
+                          }});
       nextSubscription_ = now + renewal;
    }
    auto const askFor = [this](Id id) {
@@ -296,7 +305,7 @@ void Daemon::giveUp() {
       lose("it does not answer");
       return;
    }
-   complete("ptp4l does not answer");
+   complete(noAnswer);
 }
 
 // Hearing.

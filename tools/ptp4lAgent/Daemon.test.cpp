@@ -246,6 +246,27 @@ TEST_F(DaemonTest, IsAskedForEverythingWhenAPortHasChangedItsState) {
    EXPECT_EQ(daemon->asked[Id::parentDataSet], before + 1) << "no storm of requests";
 }
 
+TEST_F(DaemonTest, ASubscriptionThatItHasNotAnsweredIsAskedForAgain) {
+   start("ptp4l-3.1.1-slave");
+   daemon->unheard = Id::subscribeEventsNp;
+   follow();
+   EXPECT_EQ(daemon->subscribedFor, 0);
+   pass(Daemon::patience / Daemon::millisecond + 1500);
+   EXPECT_EQ(daemon->subscribedFor, 60);
+   EXPECT_EQ(daemon->asked[Id::subscribeEventsNp], 2);
+}
+
+TEST_F(DaemonTest, ASubscriptionThatItRefusesIsAskedForAgainWhenItWouldEnd) {
+   start("ptp4l-3.1.1-slave");
+   daemon->refused[Id::subscribeEventsNp] = 6;
+   follow();
+   int const before = daemon->asked[Id::subscribeEventsNp];
+   pass(19'000);
+   EXPECT_EQ(daemon->asked[Id::subscribeEventsNp], before);
+   pass(2'000);
+   EXPECT_EQ(daemon->asked[Id::subscribeEventsNp], before + 1);
+}
+
 TEST_F(DaemonTest, TheSubscriptionIsRenewedBeforeItEnds) {
    start("ptp4l-3.1.1-slave");
    follow();

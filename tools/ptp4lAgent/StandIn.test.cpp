@@ -97,7 +97,9 @@ int StandIn::serve() {
       if (understood) {
          ++asked[request.id];
       }
-      if (understood && !silent) {
+      if (understood && unheard == request.id) {
+         unheard.reset();
+      } else if (understood && !silent) {
          lastRequest_ = request;
          request.action == Action::set ? set(request) : answer(request);
       }

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,8 @@ public:
 
    /// Refuses to set a data set, with this error.
    std::map<Id, U16> refused;
+   /// Does not answer the next request for this data set.
+   std::optional<Id> unheard;
    /// Answers nothing, though it goes on reading.
    bool silent = false;
    /// Reads nothing.
