@@ -45,6 +45,7 @@ Clock::Clock(Options options)
         instance_(Openconfig::Ptp::instanceFactory(options_.name + "/instance")) {}
 
 void Clock::onUp() {
+   nameless_ = false;
    status_.up(daemon_.transportSpecific());
 }
 
@@ -68,11 +69,18 @@ void Clock::onData(Message const& message) {
 }
 
 void Clock::onPolled(Id id, std::vector<U16> const& ports) {
-   if (id == Id::portPropertiesNp) {
+   if (id == (nameless_ ? Id::portDataSet : Id::portPropertiesNp)) {
       status_.keepOnly(ports);
       if (onPorts) {
          onPorts();
       }
+   }
+}
+
+void Clock::onRefused(Id id) {
+   if (id == Id::portPropertiesNp && !nameless_) {
+      nameless_ = true;
+      daemon_.say("does not tell its interfaces here: ports are shown as port1, port2, ...");
    }
 }
 
@@ -99,6 +107,11 @@ void Clock::takeOfPort(Message const& message) {
       return;
    }
    U16 const number = message.source.portNumber();
+   if constexpr (std::is_same_v<DataSet, PortDataSet>) {
+      if (nameless_) {
+         takeNumbered(number, *set);
+      }
+   }
    Port* const port = status_.port(number);
    if (port == nullptr) {
       return;
@@ -138,6 +151,16 @@ void Clock::takeProperties(Message const& message) {
       return;
    }
    config_.take(*status_.port(number), *set);
+}
+
+/// Shows a port whose interface is not known.
+void Clock::takeNumbered(U16 number, PortDataSet const& set) {
+   std::string const name = "port" + std::to_string(number);
+   PortPropertiesNp properties;
+   properties.portIdentity = set.portIdentity;
+   properties.portState = set.portState;
+   properties.interface.text = name;
+   status_.take(number, properties);
 }
 
 void Clock::takeMasterOnly(Message const& message) {

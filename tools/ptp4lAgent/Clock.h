@@ -50,6 +50,7 @@ private:
    void onUp() override;
    void onData(Message const& message) override;
    void onPolled(Id id, std::vector<U16> const& ports) override;
+   void onRefused(Id id) override;
    void onGone() override;
 
    template <class DataSet>
@@ -57,6 +58,7 @@ private:
    template <class DataSet>
    void takeOfPort(Message const& message);
    void takeProperties(Message const& message);
+   void takeNumbered(U16 number, PortDataSet const& set);
    void takeMasterOnly(Message const& message);
 
    struct Taker {
@@ -72,6 +74,8 @@ private:
    Sarn::Ptr<Openconfig::Ptp::Instance> instance_;
    /// Interfaces whose names the model cannot hold, as the log has said.
    std::vector<std::string> unnamed_;
+   /// Whether the daemon does not tell the ports' interfaces, as at the read-only socket.
+   bool nameless_ = false;
 };
 
 }  // namespace Ptp4lAgent

@@ -336,6 +336,9 @@ void Daemon::takeAnswer(Message const& message) {
           mayBeUnknown(message.id) && pending_->request.action == Action::get) {
          unknown_.push_back(message.id);
       }
+      if (pending_->request.action == Action::get) {
+         listener_.onRefused(message.id);
+      }
       complete("ptp4l refuses " + nameOf(message.id) + ": " + errorText(message.error));
       return;
    }

@@ -23,6 +23,8 @@ public:
    /// All answers to a request of every port have come. `ports`: the numbers of those that
    /// answered.
    virtual void onPolled(Id id, std::vector<U16> const& ports) = 0;
+   /// It refuses to tell a data set.
+   virtual void onRefused(Id id) = 0;
    /// It does not answer any more.
    virtual void onGone() = 0;
 

@@ -45,6 +45,8 @@ public:
    }
    /// Answers a data set that was not recorded.
    void answerIs(Id id, U16 number, std::vector<U8> data);
+   /// Refuses to tell a data set.
+   void forget(Id id) { answers_.erase(id); }
    /// Forgets what a port answers.
    void removePort(U16 number);
    /// Sends an event to whoever has subscribed to events.

@@ -44,6 +44,25 @@ TEST_F(Version4Test, ABoundaryClockHasAPortOfEachState) {
    EXPECT_FALSE(status().unicastNegotiation());
 }
 
+TEST_F(Version4Test, ItsReadOnlySocketDoesNotTellInterfacesSoPortsAreNumbered) {
+   start("ptp4l-4.2-boundary");
+   daemon->forget(Id::portPropertiesNp);
+   daemon->refused[Id::subscribeEventsNp] = 6;
+   follow();
+   pass(3000);
+   ASSERT_EQ(status().portDSCount(), 3u);
+   EXPECT_EQ(status().portDS(key("port1"))->portState(), PortState::slave);
+   EXPECT_EQ(status().portDS(key("port3"))->portState(), PortState::master);
+   EXPECT_EQ(status().portDS(key("port3"))->portIdentity().portNumber(), 3);
+   EXPECT_EQ(status().currentDS()->lastUpdatePortKey(), key("port1"));
+   daemon->removePort(3);
+   pass(2000);
+   EXPECT_EQ(status().portDSCount(), 2u);
+   EXPECT_EQ(said(),
+             "answers in domain 0, transportSpecific 0\n"
+             "does not tell its interfaces here: ports are shown as port1, port2, ...\n");
+}
+
 TEST_F(Version4Test, ASlaveFollowsAndAGrandmasterLeads) {
    start("ptp4l-4.2-slave");
    follow();
