@@ -162,15 +162,29 @@ void Live::compareClock(std::string const& daemon, int domain, int transportSpec
                           {"timeTraceable", std::to_string(time->timeTraceable())},
                           {"frequencyTraceable", std::to_string(time->frequencyTraceable())},
                           {"timeSource", hexText(time->timeSource(), 2)}}));
-   // These change with every Sync message: somewhen, both read the same.
+   // These change all the time, each at its own: somewhen, both read the same.
+   auto const current = [&](char const* field, auto const& ours) {
+      EXPECT_TRUE(eventually([&] {
+         Fields const set = ask("CURRENT_DATA_SET");
+         client->turn(-1, std::chrono::milliseconds(10));
+         return set.size() == 3 && std::floor(std::stod(set.at(field))) ==
+                                         static_cast<double>(ours(*status->currentDS()));
+      })) << field;
+   };
+   current("stepsRemoved", [](auto const& set) { return set.stepsRemoved().value(); });
+   current("offsetFromMaster", [](auto const& set) { return set.offsetFromMaster(); });
+   auto const followed = status->portDS(status->currentDS()->lastUpdatePortKey());
+   if (followed && followed->delayMechanism() == Ptp::DelayMechanism::e2e) {
+      current("meanPathDelay", [](auto const& set) { return set.meanPathDelay(); });
+   }
    EXPECT_TRUE(eventually([&] {
-      Fields const current = ask("CURRENT_DATA_SET");
+      Fields const now = ask("TIME_STATUS_NP");
       client->turn(-1, std::chrono::milliseconds(10));
       auto const set = status->currentDS();
-      return current.size() == 3 &&
-             std::stod(current.at("stepsRemoved")) == set->stepsRemoved().value() &&
-             std::floor(std::stod(current.at("offsetFromMaster"))) ==
-                   static_cast<double>(set->offsetFromMaster());
+      return !now.empty() && std::stoll(now.at("master_offset")) == set->offsetFromMaster() &&
+             std::stoull(now.at("ingress_time")) == set->lastSyncLocalTime() &&
+             now.at("gmPresent") == (set->gmPresent() ? "true" : "false") &&
+             now.at("gmIdentity") == text(parent->grandmasterIdentity());
    }));
 }
 
@@ -186,6 +200,13 @@ void Live::comparePorts(std::string const& daemon, int domain, int transportSpec
    eventually([] { return false; }, 2);  // the counters are asked for once a second
    auto const after = lab->pmc(daemon, "PORT_STATS_NP", domain, transportSpecific);
    ASSERT_EQ(after.size(), properties.size());
+   auto const sum = [](Fields const& counters, std::string const& direction) {
+      U64 all = 0;
+      for (auto const& [name, count] : counters) {
+         all += name.starts_with(direction) ? std::stoull(count) : 0;
+      }
+      return all;
+   };
    for (std::size_t i = 0; i != properties.size(); ++i) {
       auto const set = port(properties[i].at("interface").c_str());
       ASSERT_TRUE(set) << properties[i].at("interface");
@@ -208,8 +229,23 @@ void Live::comparePorts(std::string const& daemon, int domain, int transportSpec
       U32 const syncs = set->syncMessageReceived();
       EXPECT_GE(syncs, std::stoul(before[i].at("rx_Sync")));
       EXPECT_LE(syncs, std::stoul(after[i].at("rx_Sync")));
+      auto const mib = status->ptpMibData()->ptpMibPortData(set->portDSKey());
+      EXPECT_GE(mib->totalPacketsReceived(), sum(before[i], "rx_"));
+      EXPECT_LE(mib->totalPacketsReceived(), sum(after[i], "rx_"));
+      EXPECT_GE(mib->totalPacketsSent(), sum(before[i], "tx_"));
+      EXPECT_LE(mib->totalPacketsSent(), sum(after[i], "tx_"));
       bool const follows = set->portState() == PortState::slave;
       EXPECT_EQ(syncs > 0, follows);
+   }
+   for (std::size_t i = 0; i != properties.size(); ++i) {
+      auto const set = port(properties[i].at("interface").c_str());
+      EXPECT_TRUE(eventually([&] {
+         auto const now = lab->pmc(daemon, "PORT_DATA_SET", domain, transportSpecific);
+         client->turn(-1, std::chrono::milliseconds(10));
+         return now.size() == properties.size() &&
+                std::floor(std::stod(now[i].at("peerMeanPathDelay"))) ==
+                      static_cast<double>(set->peerMeanPathDelay());
+      }));
    }
 }
 
