@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 
 #include "Kiv/Log/Wire.h"
@@ -37,6 +38,24 @@ constexpr std::array<std::array<U32, 256>, 8> makeCrcTables() {
 
 constexpr std::array<std::array<U32, 256>, 8> crcTables = makeCrcTables();
 
+#ifdef __x86_64__
+/// With the processor's own instruction, which has this polynomial.
+[[gnu::target("sse4.2")]] U32 crcByInstruction(U8 const* bytes, std::size_t size,
+                                               U32 crc) noexcept {
+   U64 wide = crc;
+   for (; size >= 8; size -= 8, bytes += 8) {
+      U64 next;
+      std::memcpy(&next, bytes, 8);
+      wide = __builtin_ia32_crc32di(wide, next);
+   }
+   crc = static_cast<U32>(wide);
+   for (; size != 0; --size, ++bytes) {
+      crc = __builtin_ia32_crc32qi(crc, *bytes);
+   }
+   return crc;
+}
+#endif
+
 /// The bytes read at once, unless a frame is longer.
 constexpr std::size_t windowSize = std::size_t(1) << 18;
 
@@ -52,6 +71,15 @@ bool blockSizeIsValid(U32 size) {
 }  // namespace
 
 U32 crc32c(U8 const* bytes, std::size_t size, U32 before) noexcept {
+#ifdef __x86_64__
+   if (__builtin_cpu_supports("sse4.2")) {
+      return ~crcByInstruction(bytes, size, ~before);
+   }
+#endif
+   return crc32cByTables(bytes, size, before);
+}
+
+U32 crc32cByTables(U8 const* bytes, std::size_t size, U32 before) noexcept {
    U32 crc = ~before;
    for (; size >= 8; size -= 8, bytes += 8) {
       U32 const low =

@@ -21,6 +21,8 @@ struct Moment {
 
 /// CRC-32C (Castagnoli) of bytes; `before` is the CRC of the bytes that precede them.
 U32 crc32c(U8 const* bytes, std::size_t size, U32 before = 0) noexcept;
+/// The same on a processor without an instruction for it.
+U32 crc32cByTables(U8 const* bytes, std::size_t size, U32 before = 0) noexcept;
 
 enum class FrameKind : U8 {
    /// Zeros up to the end of the block.

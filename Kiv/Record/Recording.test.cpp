@@ -20,6 +20,21 @@ TEST(Crc32c, IsThatOfTheStandard) {
          << "in two pieces";
 }
 
+TEST(Crc32c, IsTheSameWithAndWithoutTheProcessorsInstruction) {
+   Bytes bytes(100);
+   for (std::size_t i = 0; i != bytes.size(); ++i) {
+      bytes[i] = static_cast<U8>(i * 167 + 13);
+   }
+   for (std::size_t begin = 0; begin != 9; ++begin) {
+      for (std::size_t size = 0; begin + size <= bytes.size(); ++size) {
+         U8 const* const at = bytes.data() + begin;
+         ASSERT_EQ(Kiv::NboAttrLog::crc32c(at, size, 7),
+                   Kiv::NboAttrLog::crc32cByTables(at, size, 7))
+               << begin << ' ' << size;
+      }
+   }
+}
+
 TEST(RecordingFormat, HasTheBytesThatTheDocumentationShows) {
    Bytes block(Kiv::NboAttrLog::blockHeaderSize);
    Kiv::NboAttrLog::writeBlockHeader(block.data(), {4096, 0, 7, 0, {1000, 2000}});
