@@ -81,6 +81,10 @@ public:
    Daemon& operator=(Daemon const&) = delete;
 
    bool isUp() const noexcept { return state_ == State::up; }
+   /// Whether it has been asked for everything, and has answered or failed to.
+   bool hasTold() const noexcept {
+      return isUp() && lastRound_ != 0 && waiting_.empty() && urgent_.empty() && !pending_;
+   }
    Sarn::String const& path() const noexcept { return options_.path; }
    U8 domainNumber() const noexcept { return known_.domain; }
    U8 transportSpecific() const noexcept { return known_.transportSpecific; }

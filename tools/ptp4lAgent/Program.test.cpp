@@ -1,5 +1,7 @@
 // The program: its command line, and several daemons at once.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +20,44 @@
 namespace {
 
 using namespace Ptp4lAgent;
+
+/// Where systemd waits for a service to be ready.
+class NotifySocket {
+public:
+   explicit NotifySocket(std::string const& path)
+         : fd_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+      sockaddr_un address{};
+      address.sun_family = AF_UNIX;
+      path.copy(address.sun_path, sizeof address.sun_path - 1);
+      EXPECT_EQ(::bind(fd_, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+      ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
+   }
+   ~NotifySocket() {
+      ::unsetenv("NOTIFY_SOCKET");
+      ::close(fd_);
+   }
+   NotifySocket(NotifySocket const&) = delete;
+   NotifySocket& operator=(NotifySocket const&) = delete;
+
+   /// The first message, for which the stand-ins answer as long as it takes; empty if none comes.
+   std::string received(std::vector<StandIn*> const& daemons) const {
+      for (int i = 0; i != 4000; ++i) {
+         for (StandIn* const daemon : daemons) {
+            daemon->serve();
+         }
+         char text[256];
+         ssize_t const size = ::recv(fd_, text, sizeof text, 0);
+         if (size > 0) {
+            return {text, static_cast<std::size_t>(size)};
+         }
+         std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+      return {};
+   }
+
+private:
+   int fd_;
+};
 
 class ProgramTest : public testing::Test {
 protected:
@@ -146,6 +186,24 @@ TEST_F(ProgramTest, WithoutADaemonItServesAStatusThatSaysSo) {
    EXPECT_FALSE(status->enabled());
    EXPECT_EQ(stop(), 0);
    EXPECT_FALSE(std::filesystem::exists(file("s")));
+}
+
+TEST_F(ProgramTest, TellsSystemdThatItIsReadyOnceThePortsCanBeRead) {
+   NotifySocket const systemd(file("notify"));
+   StandIn daemon(file("ptp4l"), "ptp4l-3.1.1-boundary");
+   start({"--ptp4l", file("ptp4l")});
+   EXPECT_EQ(systemd.received({&daemon}), "READY=1");
+   // From here on, the daemon answers nothing.
+   auto const status = Ptp::statusFactory("ptp/status");
+   client->waitComplete(client->mountIs(status, Holt::MountMode::reader));
+   EXPECT_TRUE(status->enabled());
+   EXPECT_EQ(status->portDSCount(), 2u);
+}
+
+TEST_F(ProgramTest, TellsSystemdThatItIsReadyThoughThereIsNoDaemon) {
+   NotifySocket const systemd(file("notify"));
+   start({"--ptp4l", file("none")});
+   EXPECT_EQ(systemd.received({}), "READY=1");
 }
 
 TEST_F(ProgramTest, ServesSeveralDaemonsByTheirNames) {

@@ -1,6 +1,7 @@
 // ptp4lAgent: keeps running ptp4l(8) daemons in trees, and serves them.
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <iostream>
 #include <list>
@@ -16,6 +17,7 @@
 #include "tools/ptp4lAgent/ConfFile.h"
 #include "tools/ptp4lAgent/HardwareFill.h"
 #include "tools/ptp4lAgent/Links.h"
+#include "tools/ptp4lAgent/Readiness.h"
 #include "tools/shared/CommandLine.h"
 
 namespace {
@@ -198,6 +200,10 @@ void run(CommandLine const& line) {
       loop.add(clock.daemon());
    }
    loop.add(server);
+   Readiness readiness([&clocks] {
+      return std::ranges::all_of(clocks, [](Clock& clock) { return clock.daemon().hasTold(); });
+   });
+   loop.add(readiness);
    loop.run(stop.fd());
    server.closeAll("the agent has ended");
 }
