@@ -48,10 +48,13 @@ cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
 [ -z "${http_proxy:-}" ] ||
    echo "Acquire::http::Proxy \"$http_proxy\";" >"$root/etc/apt/apt.conf.d/90proxy"
 
-# inside COMMAND...: runs it in the root, as root, with nothing of the environment.
+# inside COMMAND...: runs it in the root, as root, with nothing of the environment. A process that was
+# only moved by chroot could not make namespaces of its own, as the demo does.
 inside() {
-   chroot "$root" env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-      HOME=/root DEBIAN_FRONTEND=noninteractive "$@"
+   unshare --mount bash -c '
+      cd "$1" && shift && pivot_root . mnt && umount -l /mnt &&
+         exec env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+            HOME=/root DEBIAN_FRONTEND=noninteractive "$@"' inside "$root" "$@"
 }
 
 # install PACKAGE...: installs packages of Debian, and package files by their path in the root.

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# readme.sh [--start]: does what the README says, in a bare Debian with a running ptp4l, as a user who
-# may use sudo: every block of commands, in order, with no locale, no make and no compiler cache but
-# what these commands install. Reports how long it takes from cloning the tree to the ports of that
-# ptp4l on the screen. --start: only up to there.
+# readme.sh [--start | --without-tests]: does what the README says, in a bare Debian with a running
+# ptp4l, as a user who may use sudo: every block of commands, in order, with no locale, no make and no
+# compiler cache but what these commands install. Reports how long it takes from cloning the tree to
+# the ports of that ptp4l on the screen. --start: only up to there. --without-tests: all but
+# `./dev test`.
 set -eu
 cd "$(dirname "$0")/../.."
 only=${1:-}
@@ -68,6 +69,7 @@ TEXT
       else
          echo 'cd ~/first'
       fi
+      [ "$only" != --without-tests ] || sed -i '/^\.\/dev test$/d' "$block"
       sed -e 's/ &$/ \&\nsleep 1/' \
          -e "s/^ptpstate top .*/(sleep 2; echo q) | script -qec '&' \/dev\/null >~\/top/" "$block" \
          >"$block.run"
@@ -80,7 +82,7 @@ TEXT
 # as_user BLOCK...: runs these as the user, who has just logged in.
 as_user() {
    script "$@" >"$home/script"
-   chroot "$root" chown -R tester: /srv/tester
+   inside chown -R tester: /srv/tester
    inside su - tester -c 'TERM=xterm bash script'
 }
 
@@ -90,7 +92,7 @@ mapfile -t commands < <(find "$blocks" -type f ! -name '*.cmake' ! -name '*.cpp'
 
 mkdir "$root/tree"
 git bundle create -q "$root/tree/bundle" HEAD || fail "the README begins with a clone"
-chroot "$root" chown tester: /srv/tester
+inside chown tester: /srv/tester
 start=$SECONDS
 inside su - tester -c 'git -c advice.detachedHead=false clone -q /tree/bundle ptplib'
 # What is not committed yet.
