@@ -33,7 +33,7 @@ say(benchmarks \${found})
 ptplib_headers(found Lab Plain)
 say(headers \${found})
 END
-cmake -S "$scratch" -B "$scratch/build" >"$scratch/log" 2>&1 || {
+cmake -G Ninja -S "$scratch" -B "$scratch/build" >"$scratch/log" 2>&1 || {
    cat "$scratch/log"
    exit 1
 }
