@@ -33,7 +33,11 @@ if [ -z "${PTPLIB_ROOT:-}" ]; then
    timeout 600 mmdebstrap --quiet --variant=minbase --include=ca-certificates bookworm \
       "$scratch/root" ${PTPLIB_MIRROR:+"$PTPLIB_MIRROR"} >"$scratch/log" 2>&1 ||
       skip "cannot make a root file system: $(tail -n 1 "$scratch/log")"
-   PTPLIB_ROOT=$scratch/root "${namespaces[@]}" "tests/root/${0##*/}" "$@"
+   # All processes inside end with this one, which ignores other signals.
+   PTPLIB_ROOT=$scratch/root "${namespaces[@]}" "tests/root/${0##*/}" "$@" &
+   inner=$!
+   trap 'kill -KILL "$inner"; exit 130' INT TERM
+   wait "$inner"
    exit
 fi
 

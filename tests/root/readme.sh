@@ -65,7 +65,7 @@ TEXT
       fi
       printf 'echo "--- README, %s"\n' "${block##*/}"
       if grep -q '^\./' "$block"; then
-         echo 'cd ~/ptplib'
+         echo 'cd ~/clone'
       else
          echo 'cd ~/first'
       fi
@@ -94,9 +94,9 @@ mkdir "$root/tree"
 git bundle create -q "$root/tree/bundle" HEAD || fail "the README begins with a clone"
 inside chown tester: /srv/tester
 start=$SECONDS
-inside su - tester -c 'git -c advice.detachedHead=false clone -q /tree/bundle ptplib'
+inside su - tester -c 'git -c advice.detachedHead=false clone -q /tree/bundle clone'
 # What is not committed yet.
-tar -c --exclude=./build --exclude=./.git --exclude=./.cache . | tar -x -C "$home/ptplib"
+tar -c --exclude=./build --exclude=./.git --exclude=./.cache . | tar -x -C "$home/clone"
 as_user "${commands[0]}"
 echo "from the clone to the ports on the screen: $((SECONDS - start)) s on $(nproc) cores"
 grep -E '^eth0 +.*uncalibrated' "$home/output" || {
