@@ -41,7 +41,7 @@ void SimulationCoverage::onChange(Kiv::Change const& change) {
       case MemberKind::children:
       case MemberKind::map:
       case MemberKind::ordered: {
-         std::string const element = path + "[" + field.keyType->genericIfStrRep(change.key) + "]";
+         std::string const element = path + "[" + Kiv::keyText({*field.keyType, change.key}) + "]";
          if (field.ops->collection->find(entity, change.key) == nullptr) {
             noteDeleted(field, element);
          } else if (field.kind != MemberKind::children && change.oldValue != nullptr) {

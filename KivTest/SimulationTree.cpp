@@ -52,7 +52,7 @@ private:
       return path(entity) + "." + field.name;
    }
    static std::string path(Entity& entity, FieldDescriptor const& field, void const* key) {
-      return path(entity, field) + "[" + field.keyType->genericIfStrRep(key) + "]";
+      return path(entity, field) + "[" + Kiv::keyText({*field.keyType, key}) + "]";
    }
    static std::string differs(std::string const& where, std::string const& expected,
                               std::string const& actual) {

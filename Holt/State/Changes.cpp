@@ -58,7 +58,7 @@ ChangeText changeText(Kiv::Change const& change) {
    path += '.';
    path += field->name;
    if (change.key != nullptr) {
-      path += "[" + field->keyType->genericIfStrRep(change.key) + "]";
+      path += "[" + Kiv::keyText({*field->keyType, change.key}) + "]";
    }
    Kiv::Present const now(entity, *field, change.key);
    return {path,

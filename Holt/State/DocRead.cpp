@@ -8,6 +8,7 @@
 
 #include "Holt/Failure.h"
 #include "Holt/State/Doc.h"
+#include "Holt/State/Key.h"
 #include "Holt/State/Walk.h"
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
@@ -62,7 +63,7 @@ std::unique_ptr<AnyValue> Reader::key(std::string const& text, TypeImpl const& t
                                       Sarn::String const& path) {
    auto key = std::make_unique<AnyValue>(type);
    try {
-      parseValue(text, *key);
+      parseKey(text, *key);
       return key;
    } catch (Failure const& failure) {
       error(path + "[" + text + "]", failure.what());
@@ -159,7 +160,7 @@ void Reader::elements(Json const& json, DocMember& member, Sarn::String const& p
       if (read == nullptr) {
          continue;
       }
-      Sarn::String const name = valueText(*read);
+      Sarn::String const name = keyText(read->ref());
       Sarn::String const there = path + "[" + name + "]";
       if (!seen.insert(name).second) {
          error(there, "occurs twice");

@@ -8,7 +8,7 @@
 #include <set>
 
 #include "Holt/Failure.h"
-#include "Holt/State/Values.h"
+#include "Holt/State/Key.h"
 #include "Kiv/Printable.h"
 #include "Kiv/Text.h"
 #include "Kiv/Visit.h"
@@ -255,7 +255,7 @@ Sarn::String jsonKey(Kiv::ValueRef key) {
          return text;
       }
    }
-   return utf8Text(valueText(key));
+   return utf8Text(keyText(key));
 }
 
 Sarn::String jsonLine(Json const& json, int indent) {

@@ -32,7 +32,7 @@ void readJson(Json const& json, Kiv::AnyValue& value);
 Json jsonOf(Sarn::String const& text);
 std::optional<Sarn::String> stringOf(Json const& json);
 
-/// The key of a map as the key of an object: a string itself, else the text form.
+/// The key of a map as the key of an object: a string itself, else as in a path.
 Sarn::String jsonKey(Kiv::ValueRef key);
 
 /// Reads JSON. Throws a `Failure` that names `source`, line and column if it is invalid, and

@@ -4,6 +4,7 @@
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
+#include "Holt/State/Key.h"
 #include "Holt/State/Walk.h"
 #include "Kiv/Printable.h"
 #include "Kiv/Visit.h"
@@ -201,13 +202,13 @@ void Loader::removeOthers(FieldDescriptor const& field, Elements const& elements
    }
    std::vector<std::unique_ptr<AnyValue>> others;
    for (Kiv::CollectionCursor at(entity_, field); at->valid(); at->next()) {
-      if (!named.contains(field.keyType->genericIfStrRep(at->key()))) {
+      if (!named.contains(keyText({*field.keyType, at->key()}))) {
          others.push_back(std::make_unique<AnyValue>(*field.keyType));
          others.back()->copy(at->key());
       }
    }
    for (auto const& key : others) {
-      refusing(path + "[" + valueText(key->ref()) + "]",
+      refusing(path + "[" + keyText(key->ref()) + "]",
                [&] { field.ops->collection->del(entity_, key->get()); });
    }
 }

@@ -2,8 +2,8 @@
 //
 //     ptp/config.intfConfig[Ethernet1].logSyncInterval
 //
-// First the root's name, then the attributes that lead there; after a collection, a key in its text
-// form in brackets. A field of a value is written like an attribute.
+// First the root's name, then the attributes that lead there; after a collection, a key in brackets
+// as `Key.h` reads it. A field of a value is written like an attribute.
 #pragma once
 
 #include <optional>

@@ -2,6 +2,7 @@
 
 #include "Holt/Failure.h"
 #include "Holt/Nearest.h"
+#include "Holt/State/Key.h"
 
 namespace Holt {
 
@@ -123,9 +124,9 @@ void Place::keyIs(PathStep const& step) {
       fail("is not a collection; it takes no key");
    }
    auto key = std::make_unique<AnyValue>(*field_->keyType);
-   refusing([&] { parseValue(*step.key, *key); });
+   refusing([&] { parseKey(*step.key, *key); });
    key_ = std::move(key);
-   path_ += "[" + valueText(*key_) + "]";
+   path_ += "[" + keyText(key_->ref()) + "]";
 }
 
 void Place::descend() {
@@ -373,11 +374,11 @@ Destination destinationOf(TypeImpl const& rootType, Path const& path) {
          }
          AnyValue key(*field->keyType);
          try {
-            parseValue(*step.key, key);
+            parseKey(*step.key, key);
          } catch (Failure const& error) {
             throw Failure(to.path + ": " + error.what());
          }
-         to.path += "[" + valueText(key) + "]";
+         to.path += "[" + keyText(key.ref()) + "]";
       }
       to.type = field->type;
    }

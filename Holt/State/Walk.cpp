@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Holt/State/Doc.h"
+#include "Holt/State/Key.h"
 #include "Kiv/Visit.h"
 
 namespace Holt {
@@ -27,7 +28,7 @@ public:
       for (; at->valid(); at->next()) {
          keys.push_back(std::make_unique<AnyValue>(*field.keyType));
          keys.back()->copy(at->key());
-         elements.push_back({valueText(*keys.back()), keys.back()->ref(), {}, at->child()});
+         elements.push_back({keyText(keys.back()->ref()), keys.back()->ref(), {}, at->child()});
          if (at->child() == nullptr) {
             elements.back().value = {*field.type, at->value()};
          }
@@ -102,7 +103,7 @@ void walkMember(DocMember const& member, StateVisitor<DocEntity>& visitor) {
    for (DocElement const& from : member.elements) {
       StateElement<DocEntity>& element = elements.emplace_back();
       if (from.key != nullptr) {
-         element.keyText = valueText(*from.key);
+         element.keyText = keyText(from.key->ref());
          element.key = from.key->ref();
       } else {
          element.keyText = std::to_string(number++);

@@ -16,7 +16,7 @@ struct DocMember;
 /// An element of a collection or queue.
 template <class Node>
 struct StateElement {
-   /// As in a path: the text form of the key, or the number in a queue.
+   /// As in a path: the key as `Kiv::keyText` writes it, or the number in a queue.
    Sarn::String keyText;
    /// No value for an element of a queue.
    Kiv::ValueRef key;

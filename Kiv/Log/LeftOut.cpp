@@ -29,7 +29,7 @@ void LeftOut::note(std::size_t bodySize, std::size_t bound, Entity const& entity
    if (field != nullptr) {
       what += Sarn::String(".") + field->name;
       if (key != nullptr) {
-         what += "[" + shortened(field->keyType->genericIfStrRep(key)) + "]";
+         what += "[" + shortened(keyText({*field->keyType, key})) + "]";
       }
       what += " (" + std::to_string(field->fieldId) + ")";
    }

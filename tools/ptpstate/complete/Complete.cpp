@@ -6,6 +6,7 @@
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
+#include "Holt/State/Key.h"
 #include "Holt/State/Place.h"
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
@@ -99,7 +100,7 @@ void addKeys(Candidates& candidates, Place const& place, std::string const& befo
       keys.push_back(std::to_string(front));
    } else {
       for (Kiv::CollectionCursor at(place.owner(), *field); at->valid(); at->next()) {
-         keys.push_back(field->keyType->genericIfStrRep(at->key()));
+         keys.push_back(keyText({*field->keyType, at->key()}));
       }
       std::sort(keys.begin(), keys.end(), naturallyLess);
    }

@@ -36,6 +36,11 @@ TEST(ShellQuoted, EscapesWhatAShellWouldTake) {
    EXPECT_EQ(shellQuoted("b[\"x\"]", '"'), "b[\\\"x\\\"]");
 }
 
+constexpr char const* slowProfile =
+      "Ptp::UcastNegProfile(announceProfile=Ptp::UcastNegMsgProfile(logInterval=3, duration=60), "
+      "syncProfile=Ptp::UcastNegMsgProfile(logInterval=3, duration=60), "
+      "delayRespProfile=Ptp::UcastNegMsgProfile(logInterval=3, duration=60))";
+
 class CompleteTest : public WithServer {
 protected:
    void serve() {
@@ -105,17 +110,24 @@ TEST_F(CompleteTest, OffersPathsOfALiveServer) {
    EXPECT_THAT(at("ptpstate get --socket " + socket + " "), IsEmpty());
 }
 
+TEST_F(CompleteTest, OffersKeysOfSeveralFieldsAsPathsHaveThem) {
+   serve();
+   EXPECT_THAT(at("ptpstate get ptp/config.intfRegionConfig[Eth"),
+               ElementsAre("ptp/config.intfRegionConfig[Ethernet2,7]"));
+   EXPECT_THAT(at("ptpstate get ptp/config.intfRegionConfig[Ethernet2,7].domainN"),
+               ElementsAre("ptp/config.intfRegionConfig[Ethernet2,7].domainNumberMode "));
+}
+
 TEST_F(CompleteTest, QuotesWhatTheShellWouldTake) {
    serve();
-   EXPECT_THAT(
-         at("ptpstate get ptp/config.intfRegionConfig[P"),
-         ElementsAre(
-               R"(ptp/config.intfRegionConfig[Ptp::PortDSKey\(intf=Ethernet2,\ vlanId=7\)])"));
-   EXPECT_THAT(at(R"(ptpstate get ptp/config.intfRegionConfig[Ptp::PortDSKey\(intf=E)", "E"),
-               ElementsAre(R"(Ethernet2,\ vlanId=7\)])"));
-   EXPECT_THAT(
-         at("ptpstate get 'ptp/config.intfRegionConfig[P", "ptp/config.intfRegionConfig[P"),
-         ElementsAre("ptp/config.intfRegionConfig[Ptp::PortDSKey(intf=Ethernet2, vlanId=7)]"));
+   change({"set", "ptp/config.ucastNegProfile[a slow one]", slowProfile});
+   EXPECT_THAT(at("ptpstate get ptp/config.ucastNegProfile["),
+               ElementsAre(R"(ptp/config.ucastNegProfile[\"a\ slow\ one\"])"));
+   EXPECT_THAT(at(R"(ptpstate get ptp/config.ucastNegProfile[\"a\ s)",
+                  R"(ptp/config.ucastNegProfile[\"a\ s)"),
+               ElementsAre(R"(ptp/config.ucastNegProfile[\"a\ slow\ one\"])"));
+   EXPECT_THAT(at("ptpstate get 'ptp/config.ucastNegProfile[", "ptp/config.ucastNegProfile["),
+               ElementsAre("ptp/config.ucastNegProfile[\"a slow one\"]"));
 }
 
 TEST_F(CompleteTest, OffersTheValuesOfAChoice) {

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "Holt/Failure.h"
+#include "Holt/State/Key.h"
 #include "Holt/State/Values.h"
 #include "Kiv/Printable.h"
 #include "Kiv/Visit.h"
@@ -238,7 +239,8 @@ std::vector<std::pair<Sarn::String, Entity*>> topEntities(Sarn::Ptr<Kiv::NamedEn
          return found;
       }
       for (Kiv::CollectionCursor at(place.owner(), *place.field()); at->valid(); at->next()) {
-         found.emplace_back(shortText(*place.field()->keyType, at->key()), at->child());
+         found.emplace_back(Kiv::printable(keyText({*place.field()->keyType, at->key()})),
+                            at->child());
       }
    } catch (Failure const&) {
       return {};  // the owner of the collection does not exist now
