@@ -1,7 +1,10 @@
 #include "Kiv/Text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <limits>
+#include <optional>
 
 #include "Kiv/Printable.h"
 
@@ -20,46 +23,64 @@ bool isWordChar(char c) {
    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-/// The run of digits at the cursor; throws if there is none.
-std::string_view digits(CharRange& text, std::string_view type) {
+int hexValue(char c) {
+   if (isDigit(c)) {
+      return c - '0';
+   }
+   if (c >= 'a' && c <= 'f') {
+      return c - 'a' + 10;
+   }
+   if (c >= 'A' && c <= 'F') {
+      return c - 'A' + 10;
+   }
+   return -1;
+}
+
+/// Refuses a number that some programs would take for an octal one.
+void refuseLeadingZero(CharRange const& text, std::string_view digits) {
+   if (digits.size() > 1 && digits[0] == '0' && isDigit(digits[1])) {
+      std::size_t const begin = std::min(digits.find_first_not_of('0'), digits.size() - 1);
+      text.fail("'" + Sarn::String(digits) +
+                "' begins with a zero and might be meant as octal; write " +
+                Sarn::String(digits.substr(begin)));
+   }
+}
+
+/// A whole number as it is written.
+struct Digits {
+   /// With the "0x" of a hexadecimal one.
+   std::string_view text;
+   /// Empty if it does not fit.
+   std::optional<U64> value;
+};
+
+/// The digits at the cursor; throws if there are none.
+Digits digits(CharRange& text, std::string_view type) {
    std::string_view const rest = text.rest();
-   std::size_t n = 0;
-   while (n < rest.size() && isDigit(rest[n])) {
+   bool const hex = rest.starts_with("0x") || rest.starts_with("0X");
+   std::size_t const first = hex ? 2 : 0;
+   std::size_t n = first;
+   while (n < rest.size() && (hex ? hexValue(rest[n]) >= 0 : isDigit(rest[n]))) {
       ++n;
    }
-   if (n == 0 || (n < rest.size() && (isWordChar(rest[n]) || rest[n] == '.'))) {
+   if (n == first || (n < rest.size() && (isWordChar(rest[n]) || rest[n] == '.'))) {
       text.fail("expected a number of type " + Sarn::String(type));
    }
+   Digits found{rest.substr(0, n), std::nullopt};
+   refuseLeadingZero(text, found.text);
+   U64 value = 0;
+   if (std::from_chars(rest.data() + first, rest.data() + n, value, hex ? 16 : 10).ec ==
+       std::errc()) {
+      found.value = value;
+   }
    text.advance(n);
-   return rest.substr(0, n);
+   return found;
 }
 
 [[noreturn]] void outOfRange(Sarn::String const& value, std::string_view type,
                              Sarn::String const& min, Sarn::String const& max) {
    throwRangeException(value + " does not fit " + Sarn::String(type) + " (" + min + " to " + max +
                        ")");
-}
-
-template <class T>
-T parseFloating(CharRange& text, std::string_view type) {
-   text.skipBlanks();
-   std::string_view const rest = text.rest();
-   T v{};
-   // from_chars also accepts "infinity" and "nan(...)"; the text form has only the short words.
-   auto const [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), v);
-   auto const size = static_cast<std::size_t>(end - rest.data());
-   std::string_view const taken = rest.substr(0, size);
-   if (error == std::errc::result_out_of_range) {
-      throwRangeException(Sarn::String(taken) + " does not fit " + Sarn::String(type));
-   }
-   bool const wordy = error == std::errc() && !std::isfinite(v);
-   if (error != std::errc() ||
-       (wordy && taken != "inf" && taken != "-inf" && taken != "nan" && taken != "-nan") ||
-       (size < rest.size() && (isWordChar(rest[size]) || rest[size] == '('))) {
-      text.fail("expected a number of type " + Sarn::String(type));
-   }
-   text.advance(size);
-   return v;
 }
 
 template <class T>
@@ -78,20 +99,42 @@ void printFloating(Sarn::String& out, T v) {
    out.append(buffer, end);
 }
 
-int hexValue(char c) {
-   if (isDigit(c)) {
-      return c - '0';
+template <class T>
+T parseFloating(CharRange& text, std::string_view type) {
+   text.skipBlanks();
+   std::string_view const rest = text.rest();
+   T v{};
+   // from_chars also accepts "infinity" and "nan(...)"; the text form has only the short words.
+   auto const [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), v);
+   auto const size = static_cast<std::size_t>(end - rest.data());
+   std::string_view const taken = rest.substr(0, size);
+   if (error == std::errc::result_out_of_range) {
+      Sarn::String least;
+      Sarn::String greatest;
+      printFloating(least, std::numeric_limits<T>::lowest());
+      printFloating(greatest, std::numeric_limits<T>::max());
+      outOfRange(Sarn::String(taken), type, least, greatest);
    }
-   if (c >= 'a' && c <= 'f') {
-      return c - 'a' + 10;
+   if (error == std::errc()) {
+      refuseLeadingZero(text, taken.substr(taken.starts_with('-') ? 1 : 0));
    }
-   if (c >= 'A' && c <= 'F') {
-      return c - 'A' + 10;
+   bool const wordy = error == std::errc() && !std::isfinite(v);
+   if (error != std::errc() ||
+       (wordy && taken != "inf" && taken != "-inf" && taken != "nan" && taken != "-nan") ||
+       (size < rest.size() && (isWordChar(rest[size]) || rest[size] == '('))) {
+      text.fail("expected a number of type " + Sarn::String(type));
    }
-   return -1;
+   text.advance(size);
+   return v;
 }
 
 }  // namespace
+
+bool isSameIgnoringCase(std::string_view a, std::string_view b) noexcept {
+   auto const lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                     [&](char x, char y) { return lower(x) == lower(y); });
+}
 
 void CharRange::skipBlanks() noexcept {
    while (!atEnd() && isBlank(text_[at_])) {
@@ -139,15 +182,13 @@ S64 parseSigned(CharRange& text, S64 min, S64 max, std::string_view type) {
    if (negative) {
       text.advance(1);
    }
-   std::string_view const run = digits(text, type);
-   U64 magnitude = 0;
-   auto const error = std::from_chars(run.data(), run.data() + run.size(), magnitude).ec;
+   Digits const run = digits(text, type);
    U64 const limit = negative ? U64(0) - static_cast<U64>(min) : static_cast<U64>(max);
-   if (error != std::errc() || magnitude > limit) {
-      outOfRange((negative ? "-" : "") + Sarn::String(run), type, std::to_string(min),
+   if (!run.value || *run.value > limit) {
+      outOfRange((negative ? "-" : "") + Sarn::String(run.text), type, std::to_string(min),
                  std::to_string(max));
    }
-   return static_cast<S64>(negative ? U64(0) - magnitude : magnitude);
+   return static_cast<S64>(negative ? U64(0) - *run.value : *run.value);
 }
 
 U64 parseUnsigned(CharRange& text, U64 max, std::string_view type) {
@@ -156,23 +197,21 @@ U64 parseUnsigned(CharRange& text, U64 max, std::string_view type) {
    if (negative) {
       text.advance(1);
    }
-   std::string_view const run = digits(text, type);
-   U64 v = 0;
-   auto const error = std::from_chars(run.data(), run.data() + run.size(), v).ec;
-   if (error != std::errc() || v > max || (negative && v != 0)) {
-      outOfRange((negative ? "-" : "") + Sarn::String(run), type, "0", std::to_string(max));
+   Digits const run = digits(text, type);
+   if (!run.value || *run.value > max || (negative && *run.value != 0)) {
+      outOfRange((negative ? "-" : "") + Sarn::String(run.text), type, "0", std::to_string(max));
    }
-   return v;
+   return *run.value;
 }
 
 bool parseBool(CharRange& text) {
    text.skipBlanks();
    CharRange const before = text;
    std::string_view const word = text.word();
-   if (word == "true") {
+   if (isSameIgnoringCase(word, "true")) {
       return true;
    }
-   if (word != "false") {
+   if (!isSameIgnoringCase(word, "false")) {
       before.fail("expected true or false");
    }
    return false;

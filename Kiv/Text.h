@@ -39,12 +39,17 @@ private:
    std::size_t at_ = 0;
 };
 
-/// Integers in decimal, bounded by `min` and `max`; `type` names the type in the message.
+/// Whether two texts differ at most in the case of ASCII letters.
+bool isSameIgnoringCase(std::string_view a, std::string_view b) noexcept;
+
+/// Integers in decimal or, after "0x", hexadecimal, bounded by `min` and `max`; `type` names the
+/// type in the message. A leading zero is refused: it might be meant as octal.
 S64 parseSigned(CharRange& text, S64 min, S64 max, std::string_view type);
 U64 parseUnsigned(CharRange& text, U64 max, std::string_view type);
-/// `true` or `false`.
+/// `true` or `false`, in any case of letters.
 bool parseBool(CharRange& text);
-/// Decimal or scientific, `inf`, `-inf`, `nan`. Throws `RangeException` if out of range.
+/// Decimal or scientific without leading zeros, `inf`, `-inf`, `nan`. Throws `RangeException` if
+/// out of range.
 double parseDouble(CharRange& text);
 float parseFloat(CharRange& text);
 /// A string in double quotes with `\"`, `\\`, `\n`, `\r`, `\t` and `\xHH` for other bytes.

@@ -112,14 +112,37 @@ TEST(Text, IntegerErrorsNameTypeAndBounds) {
    EXPECT_EQ(range<S8>("-129"), "-129 does not fit S8 (-128 to 127)");
    EXPECT_EQ(range<S64>("9223372036854775808"),
              "9223372036854775808 does not fit S64 (-9223372036854775808 to 9223372036854775807)");
-   EXPECT_EQ(Kiv::fromText<U8>(" 007 "), 7);
+   EXPECT_EQ(Kiv::fromText<U8>(" 7 "), 7);
    EXPECT_EQ(Kiv::fromText<U8>("-0"), 0);
    for (std::string_view const text :
-        {"", " ", "x", "+1", "1x", "1.0", "0x10", "1e3", "- 1", "--1"}) {
+        {"", " ", "x", "+1", "1x", "1.0", "0x", "0xg", "x10", "1e3", "- 1", "--1"}) {
       EXPECT_THROW(Kiv::fromText<S32>(text), Kiv::ParseException) << text;
    }
    EXPECT_EQ(broken<U16>("  z"), "at position 2: expected a number of type U16");
    EXPECT_EQ(broken<U16>("1 2"), "at position 2: text follows the value");
+}
+
+TEST(Text, IntegersMayBeHexadecimal) {
+   EXPECT_EQ(Kiv::fromText<U8>("0x21"), 0x21);
+   EXPECT_EQ(Kiv::fromText<U8>("0X0f"), 15);
+   EXPECT_EQ(Kiv::fromText<S8>("-0x80"), -128);
+   EXPECT_EQ(Kiv::fromText<U64>("0xffffffffFFFFFFFF"), ~U64{0});
+   EXPECT_EQ(range<U8>("0x100"), "0x100 does not fit U8 (0 to 255)");
+   EXPECT_EQ(range<U64>("0x10000000000000000"),
+             "0x10000000000000000 does not fit U64 (0 to 18446744073709551615)");
+}
+
+TEST(Text, ALeadingZeroIsRefusedSinceItMightMeanOctal) {
+   EXPECT_EQ(broken<U8>("010"),
+             "at position 0: '010' begins with a zero and might be meant as octal; write 10");
+   EXPECT_EQ(broken<S8>("-007"),
+             "at position 1: '007' begins with a zero and might be meant as octal; write 7");
+   EXPECT_EQ(broken<U8>("00"),
+             "at position 0: '00' begins with a zero and might be meant as octal; write 0");
+   EXPECT_EQ(broken<double>("-01.5"),
+             "at position 0: '01.5' begins with a zero and might be meant as octal; write 1.5");
+   EXPECT_EQ(Kiv::fromText<double>("0.5"), 0.5);
+   EXPECT_EQ(Kiv::fromText<double>("0"), 0.0);
 }
 
 TEST(Text, BoolsAreTwoWords) {
@@ -127,7 +150,9 @@ TEST(Text, BoolsAreTwoWords) {
    EXPECT_EQ(printed(false), "false");
    EXPECT_TRUE(Kiv::fromText<bool>(" true "));
    EXPECT_FALSE(Kiv::fromText<bool>("false"));
-   for (std::string_view const text : {"", "True", "1", "0", "truefalse", "true_", "yes"}) {
+   EXPECT_TRUE(Kiv::fromText<bool>("True"));
+   EXPECT_FALSE(Kiv::fromText<bool>("FALSE"));
+   for (std::string_view const text : {"", "t", "1", "0", "truefalse", "true_", "yes"}) {
       EXPECT_EQ(broken<bool>(text), "at position 0: expected true or false") << text;
    }
 }
@@ -162,8 +187,9 @@ TEST(Text, NonFiniteNumbersAreInfAndNan) {
 }
 
 TEST(Text, FloatingPointThatDoesNotFitIsARangeError) {
-   EXPECT_EQ(range<double>("1e999"), "1e999 does not fit double");
-   EXPECT_EQ(range<float>("1e39"), "1e39 does not fit float");
+   EXPECT_EQ(range<double>("1e999"),
+             "1e999 does not fit double (-1.7976931348623157e+308 to 1.7976931348623157e+308)");
+   EXPECT_EQ(range<float>("1e39"), "1e39 does not fit float (-3.4028235e+38 to 3.4028235e+38)");
    EXPECT_EQ(broken<double>("x"), "at position 0: expected a number of type double");
    for (std::string_view const text : {"", "-", ".", "e5", "1e", "1x", "0x1p3", "+1", "1,5"}) {
       EXPECT_THROW(Kiv::fromText<double>(text), Kiv::ParseException) << text;

@@ -247,9 +247,9 @@ TEST_F(StateDocTest, TellsEverythingThatASetterRefuses) {
                             "record": {"5": {"key": 6, "pair": {"first": 1, "second": 1},
                                              "mark": null, "note": "", "colour": 0,
                                              "stamp": 1}}})"));
-   EXPECT_THAT(errors, ElementsAre(HasSubstr("root.dial: KivTest::Stem::dial < "),
+   EXPECT_THAT(errors, ElementsAre("root.dial: 9 is not allowed; the range is 10 to 20",
                                    "root.minKnob: is constant: -2 cannot become 0",
-                                   HasSubstr("root.knob: KivTest::Stem::knob < "),
+                                   "root.knob: 3 is not allowed; the range is -2 to 2",
                                    "root.leaf[1]: cannot be created: 'origin' is missing",
                                    HasSubstr("root.record[5]: the value KivTest::Record(key=6, ")));
 }
@@ -290,7 +290,7 @@ TEST_F(StateDocTest, RefusesWhatIsNoDump) {
                ElementsAre(HasSubstr("file: not a dump that this program can read")));
    EXPECT_THAT(errorsOf(withState(R"({"u8": 1, "u8": 2})")),
                ElementsAre("file: an object has the key 'u8' twice"));
-   EXPECT_THAT(errorsOf(withState(R"({"byNumber": {"1": "x", "01": "y"}})")),
+   EXPECT_THAT(errorsOf(withState(R"({"byNumber": {"1": "x", "0x1": "y"}})")),
                ElementsAre("root.byNumber[1]: occurs twice"));
    EXPECT_THAT(errorsOf(withState("1", "root.nothing")),
                ElementsAre("root: KivTest::Stem has no attribute 'nothing'"));

@@ -91,7 +91,14 @@ void Loader::value(FieldDescriptor const& field, Kiv::ValueRef value) {
    }
    Sarn::String const path = pathOf(field);
    if (field.ops->write != nullptr) {
-      refusing(path, [&] { field.ops->write(&entity_, value.address); });
+      try {
+         field.ops->write(&entity_, value.address);
+      } catch (Kiv::RangeException const& refused) {
+         Sarn::String const why = outOfBoundsText(field, value);
+         error(path, why.empty() ? refused.what() : why);
+      } catch (Kiv::Exception const& refused) {
+         error(path, refused.what());
+      }
    } else if (field.has(FieldDescriptor::constant)) {
       error(path, "is constant: " + valueText(now.value()) + " cannot become " + valueText(value));
    }

@@ -201,7 +201,15 @@ void Place::write(AnyValue const& value) {
          fail("is read-only");
       }
       checkStreamed();
-      field_->ops->write(owner_.get(), value.get());
+      try {
+         field_->ops->write(owner_.get(), value.get());
+      } catch (Kiv::RangeException const&) {
+         Sarn::String const why = outOfBoundsText(*field_, value.ref());
+         if (why.empty()) {
+            throw;
+         }
+         fail(why);
+      }
    } else {
       checkStreamed();
       if (!hasOwnKey(*field_, key(), value.ref())) {

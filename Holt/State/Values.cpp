@@ -3,7 +3,9 @@
 #include <charconv>
 
 #include "Holt/Failure.h"
+#include "Holt/Nearest.h"
 #include "Kiv/Text.h"
+#include "Kiv/Visit.h"
 
 namespace Holt {
 namespace {
@@ -34,6 +36,43 @@ bool isNumber(std::string_view text, double& number) {
    return result.ec == std::errc() && result.ptr == text.data() + text.size() && number == number;
 }
 
+/// Whether a number lies between two others of its type; what is no number does.
+struct IsBetween {
+   Kiv::ValueRef least;
+   Kiv::ValueRef greatest;
+
+   template <class T>
+   bool operator()(T const& v) const {
+      if constexpr (std::is_arithmetic_v<T>) {
+         return v >= numberOf<T>(least) && v <= numberOf<T>(greatest);
+      } else {
+         return true;
+      }
+   }
+
+private:
+   template <class T>
+   static T numberOf(Kiv::ValueRef value) {
+      return visitValue(value, [](auto const& v) -> T {
+         if constexpr (std::is_same_v<std::decay_t<decltype(v)>, T>) {
+            return v;
+         } else {
+            return T();
+         }
+      });
+   }
+};
+
+/// The name that may have been meant by an unknown one.
+Sarn::String nameMeant(Kiv::TypeImpl const& type, std::string_view text) {
+   std::vector<std::string_view> names;
+   if (type.kind == Kiv::TypeKind::boolean) {
+      names = {"true", "false"};
+   }
+   Kiv::forEachEnumerator(type, [&](U8, char const* name) { names.emplace_back(name); });
+   return didYouMean(text, names);
+}
+
 }  // namespace
 
 void parseValue(std::string_view text, Kiv::AnyValue& value) {
@@ -53,12 +92,23 @@ void parseValue(std::string_view text, Kiv::AnyValue& value) {
       throw Failure(error.what());
    } catch (Kiv::Exception const& error) {
       throw Failure("'" + Sarn::String(text) + "' is not a valid " + type.name + ": " +
-                    error.what());
+                    error.what() + nameMeant(type, text));
    }
 }
 
 Sarn::String valueText(Kiv::ValueRef value) {
    return value.type->genericIfStrRep(value.address);
+}
+
+Sarn::String outOfBoundsText(Kiv::FieldDescriptor const& field, Kiv::ValueRef value) {
+   Kiv::ValueRef const least = field.least();
+   Kiv::ValueRef const greatest = field.greatest();
+   if (least.address == nullptr || value.type != field.type ||
+       visitValue(value, IsBetween{least, greatest})) {
+      return {};
+   }
+   return valueText(value) + " is not allowed; the range is " + valueText(least) + " to " +
+          valueText(greatest);
 }
 
 bool naturallyLess(std::string_view a, std::string_view b) {

@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "Holt/Failure.h"
+#include "KivTest/TestTypes/Colour.h"
+#include "KivTest/TestTypes/Pair.h"
 
 namespace Holt {
 namespace {
@@ -32,6 +34,30 @@ TEST(Values, AreReadWholeOrRefused) {
    EXPECT_NE(readAs<U8>("7 8").find("'7 8' is not a valid U8: "), std::string::npos)
          << readAs<U8>("7 8");
    EXPECT_NE(readAs<bool>("yes").find("'yes' is not a valid bool: "), std::string::npos);
+}
+
+TEST(Values, AreReadInHexadecimalAndInAnyCase) {
+   EXPECT_EQ(readAs<U8>("0x21"), "33");
+   EXPECT_EQ(readAs<S16>("-0x21"), "-33");
+   EXPECT_EQ(readAs<bool>("TRUE"), "true");
+   EXPECT_EQ(readAs<KivTest::Colour>("Blue"), "blue");
+   EXPECT_EQ(readAs<KivTest::Pair>("KivTest::Pair(first=0x10, second=-0x1)"),
+             "KivTest::Pair(first=16, second=-1)");
+   EXPECT_EQ(readAs<U8>("010"),
+             "'010' is not a valid U8: at position 0: '010' begins with a zero "
+             "and might be meant as octal; write 10");
+}
+
+TEST(Values, WithUnknownNamesAreRefusedWithTheNamesThereAre) {
+   EXPECT_EQ(readAs<KivTest::Colour>("gren"),
+             "'gren' is not a valid KivTest::Colour: at position 0: expected red, green, blue, or "
+             "a number of KivTest::Colour; did you mean 'green'?");
+   EXPECT_EQ(readAs<KivTest::Colour>("yellow"),
+             "'yellow' is not a valid KivTest::Colour: at position 0: expected red, green, blue, "
+             "or a number of KivTest::Colour");
+   EXPECT_EQ(readAs<bool>("tru"),
+             "'tru' is not a valid bool: at position 0: expected true or false; did you mean "
+             "'true'?");
 }
 
 TEST(Values, SortNaturally) {

@@ -45,14 +45,14 @@ TEST(Enum, AnyValueIsHeldAndPublished) {
    EXPECT_EQ(root->colour(), static_cast<Colour>(99));
 }
 
-TEST(Enum, ParsesItsNamesAndNothingElse) {
+TEST(Enum, ParsesItsNamesInAnyCaseAndListsThemForAnythingElse) {
    EXPECT_EQ(Kiv::fromText<Colour>(" blue "), Colour::blue);
-   EXPECT_EQ(thrown<Kiv::ParseException>([] { Kiv::fromText<Colour>("Blue"); }),
-             "at position 0: expected a name or number of KivTest::Colour");
+   EXPECT_EQ(Kiv::fromText<Colour>("Blue"), Colour::blue);
+   EXPECT_EQ(Kiv::fromText<Colour>("0x7"), Colour::blue);
    EXPECT_EQ(thrown<Kiv::ParseException>([] { Kiv::fromText<Colour>("  bluer"); }),
-             "at position 2: expected a name or number of KivTest::Colour");
+             "at position 2: expected red, green, blue, or a number of KivTest::Colour");
    EXPECT_EQ(thrown<Kiv::ParseException>([] { Kiv::fromText<Colour>(""); }),
-             "at position 0: expected a name or number of KivTest::Colour");
+             "at position 0: expected red, green, blue, or a number of KivTest::Colour");
    EXPECT_EQ(thrown<Kiv::RangeException>([] { Kiv::fromText<Colour>("256"); }),
              "256 does not fit KivTest::Colour (0 to 255)");
 }

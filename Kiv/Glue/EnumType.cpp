@@ -60,12 +60,22 @@ U8 parseEnum(TypeImpl const& type, CharRange& text) {
    CharRange const before = text;
    std::string_view const word = text.word();
    auto const [begin, end] = enumerators(*type.module(), type.index);
+   MemberRecord const* similar = nullptr;
+   Sarn::String names;
    for (MemberRecord const* at = begin; at != end; ++at) {
-      if (word == type.module()->memberNames + at->nameOffset()) {
+      std::string_view const name = type.module()->memberNames + at->nameOffset();
+      if (word == name) {
          return static_cast<U8>(at->value);
       }
+      if (isSameIgnoringCase(word, name)) {
+         similar = at;
+      }
+      names += Sarn::String(name) + ", ";
    }
-   before.fail("expected a name or number of " + Sarn::String(type.name));
+   if (similar != nullptr) {
+      return static_cast<U8>(similar->value);
+   }
+   before.fail("expected " + names + "or a number of " + Sarn::String(type.name));
 }
 
 }  // namespace Kiv

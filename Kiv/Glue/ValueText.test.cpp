@@ -163,7 +163,8 @@ TEST(Value, AValueThatDoesNotFitNamesThePathOfFields) {
                                 "mark=1, note=\"\", colour=300, stamp=0)"),
              "colour: 300 does not fit KivTest::Colour (0 to 255)");
    EXPECT_EQ(rangeError<Opaque>("KivTest::Opaque(content=1e999)"),
-             "content: 1e999 does not fit double");
+             "content: 1e999 does not fit double (-1.7976931348623157e+308 to "
+             "1.7976931348623157e+308)");
 }
 
 TEST(Value, ConstructionFromTextLeavesTheCursorBehindTheValue) {

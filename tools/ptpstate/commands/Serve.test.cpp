@@ -105,15 +105,15 @@ TEST_F(ServeTest, RefusesInTheSettersWordsAndChangesNothing) {
                      {"set", "ptp/config", "1"},
                      {"set", "ptp/other.enabled", "1"}}),
          "$ set ptp/config.driftLimit 7\n"
-         "ptpstate: ptp/config.driftLimit: Ptp::Config::driftLimit < "
-         "Ptp::Constants::mindriftLimit or > Ptp::Constants::maxdriftLimit not allowed\n"
+         "ptpstate: ptp/config.driftLimit: 7 is not allowed; the range is 50 to "
+         "500000000\n"
          "-> 1\n"
          "$ set ptp/config.priority1 300\n"
          "ptpstate: ptp/config.priority1: 300 does not fit U8 (0 to 255)\n"
          "-> 1\n"
          "$ set ptp/config.ptpProfile none\n"
          "ptpstate: ptp/config.ptpProfile: 'none' is not a valid Ptp::PtpProfile: at position 0: "
-         "expected a name or number of Ptp::PtpProfile\n"
+         "expected ptpDefault, g8275_1, g8275_2, g8265_1, gptp, or a number of Ptp::PtpProfile\n"
          "-> 1\n"
          "$ set ptp/config 1\n"
          "ptpstate: ptp/config: is an entity; 'add' creates one, 'del' removes it, 'set' sets "

@@ -60,8 +60,7 @@ void addSet(Command const& program, Run& run) {
          "inserted.\n"
          "\n"
          "The value is first set in a local mirror: one that is out of range is refused at "
-         "once, with the message of its setter, and nothing is sent. The command ends when "
-         "the server has applied the change.",
+         "once, and nothing is sent. The command ends when the server has applied the change.",
          "Examples:\n"
          "  $ ptpstate set --socket /tmp/ptp ptp/config.priority1 100\n"
          "  $ ptpstate set --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].logSyncInterval -4\n"
