@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "Holt/State/Place.h"
+#include "Holt/State/Match.h"
 #include "Kiv/Path.h"
 #include "Kiv/Visit.h"
 
@@ -98,10 +98,13 @@ Json changeJson(ChangeText const& text) {
    return json;
 }
 
-ChangeObserver::ChangeObserver(Sarn::Ptr<Entity> root, Sarn::String below, Tell tell)
+ChangeObserver::ChangeObserver(Sarn::Ptr<Entity> root, std::vector<Sarn::String> below, Tell tell)
       : root_(std::move(root)), below_(std::move(below)), tell_(std::move(tell)) {
    root_->observerAdd(*this, Kiv::Scope::subtree);
 }
+
+ChangeObserver::ChangeObserver(Sarn::Ptr<Entity> root, Sarn::String below, Tell tell)
+      : ChangeObserver(std::move(root), std::vector{std::move(below)}, std::move(tell)) {}
 
 ChangeObserver::~ChangeObserver() {
    root_->observerDel(*this, Kiv::Scope::subtree);
@@ -112,14 +115,8 @@ void ChangeObserver::onChange(Kiv::Change const& change) {
       return;
    }
    ChangeText const text = changeText(change);
-   std::string_view const rest =
-         std::string_view(text.path).substr(std::min(text.path.size(), below_.size()));
-   bool const inside = text.path.starts_with(below_) &&
-                       (rest.empty() || rest.front() == '.' || rest.front() == '[');
-   // The creation or deletion of an entity that contains the watched part.
-   bool const holds = below_.size() > text.path.size() && below_.starts_with(text.path) &&
-                      (below_[text.path.size()] == '.');
-   if (inside || holds) {
+   if (std::any_of(below_.begin(), below_.end(),
+                   [&text](Sarn::String const& below) { return concerns(text.path, below); })) {
       tell_(text);
    }
 }

@@ -32,12 +32,13 @@ ChangeText changeText(Kiv::Change const& change);
 /// "new" values if there are any. The "new" value of a created child is its constructor arguments.
 Json changeJson(ChangeText const& text);
 
-/// Reports every change below an entity, or below a path there.
+/// Reports every change below an entity, or below paths there.
 class ChangeObserver final : public Kiv::Observer {
 public:
    using Tell = std::function<void(ChangeText const&)>;
 
-   /// `below`: a path from `canonicalPath`; changes there and below it are reported.
+   /// `below`: paths from `canonicalPath`; changes there and below are reported.
+   ChangeObserver(Sarn::Ptr<Kiv::Entity> root, std::vector<Sarn::String> below, Tell tell);
    ChangeObserver(Sarn::Ptr<Kiv::Entity> root, Sarn::String below, Tell tell);
    ~ChangeObserver();
    ChangeObserver(ChangeObserver const&) = delete;
@@ -50,12 +51,13 @@ public:
 
 private:
    Sarn::Ptr<Kiv::Entity> root_;
-   Sarn::String below_;
+   std::vector<Sarn::String> below_;
    Tell tell_;
    bool telling_ = true;
 };
 
 /// The path with which changes at `path` are reported, whether or not anything exists there now.
+/// Keys of `path` may be patterns; see `Match.h`.
 /// Throws `Failure` if the root's type has no such attribute, or if a key cannot be read.
 Sarn::String canonicalPath(Kiv::TypeImpl const& rootType, Path const& path);
 

@@ -30,25 +30,6 @@ std::size_t endOfQuotes(std::string_view text, std::size_t at) {
    fail(text, begin, "unterminated string");
 }
 
-/// The bracket that closes the one at `begin`.
-std::size_t closingBracket(std::string_view text, std::size_t begin) {
-   std::size_t depth = 0;
-   for (std::size_t at = begin; at < text.size();) {
-      char const c = text[at];
-      if (c == '"') {
-         at = endOfQuotes(text, at);
-         continue;
-      }
-      if (c == '[') {
-         ++depth;
-      } else if (c == ']' && --depth == 0) {
-         return at;
-      }
-      ++at;
-   }
-   fail(text, begin, "unclosed bracket");
-}
-
 std::vector<PathStep> parseStepsAt(std::string_view text, std::size_t at) {
    std::vector<PathStep> steps;
    while (at < text.size()) {
@@ -86,6 +67,38 @@ Sarn::String listOf(std::vector<OfferedRoot> const& roots) {
 }
 
 }  // namespace
+
+std::size_t closingBracket(std::string_view text, std::size_t begin) {
+   std::size_t depth = 0;
+   for (std::size_t at = begin; at < text.size();) {
+      char const c = text[at];
+      if (c == '"') {
+         at = endOfQuotes(text, at);
+         continue;
+      }
+      if (c == '[') {
+         ++depth;
+      } else if (c == ']' && --depth == 0) {
+         return at;
+      }
+      ++at;
+   }
+   fail(text, begin, "unclosed bracket");
+}
+
+std::size_t findWildcard(std::string_view key, std::size_t from) {
+   bool quoted = false;
+   for (std::size_t at = 0; at < key.size(); ++at) {
+      if (quoted && key[at] == '\\') {
+         ++at;
+      } else if (key[at] == '"') {
+         quoted = !quoted;
+      } else if (key[at] == '*' && !quoted && at >= from) {
+         return at;
+      }
+   }
+   return std::string_view::npos;
+}
 
 std::vector<PathStep> parseSteps(std::string_view text) {
    return parseStepsAt(text, 0);

@@ -123,6 +123,11 @@ void Place::keyIs(PathStep const& step) {
    if (field_->keyType == nullptr) {
       fail("is not a collection; it takes no key");
    }
+   if (hasWildcard(*step.key)) {
+      fail("'" + *step.key +
+           "' fits several keys, but one is needed; a '*' that belongs to a key stands in double "
+           "quotes");
+   }
    auto key = std::make_unique<AnyValue>(*field_->keyType);
    refusing([&] { parseKey(*step.key, *key); });
    key_ = std::move(key);
@@ -147,6 +152,10 @@ Entity* Place::entity() const {
       return owner_.get();
    }
    return present().child();
+}
+
+bool Place::exists() const {
+   return isCollection() || (leadsToEntity() ? entity() != nullptr : static_cast<bool>(present()));
 }
 
 bool Place::leadsToEntity() const noexcept {
@@ -360,6 +369,25 @@ bool hasOwnKey(FieldDescriptor const& field, Kiv::ValueRef key, Kiv::ValueRef va
    return inner->type->support->isEq(own.get(), key.address);
 }
 
+namespace {
+
+/// A key as `keyText` writes it; a pattern as it is.
+Sarn::String destinationKey(FieldDescriptor const& field, Sarn::String const& text,
+                            Sarn::String const& path) {
+   if (hasWildcard(text)) {
+      return text;
+   }
+   AnyValue key(*field.keyType);
+   try {
+      parseKey(text, key);
+   } catch (Failure const& error) {
+      throw Failure(path + ": " + error.what());
+   }
+   return keyText(key.ref());
+}
+
+}  // namespace
+
 Destination destinationOf(TypeImpl const& rootType, Path const& path) {
    Destination to{path.root.name, &rootType};
    for (PathStep const& step : path.steps) {
@@ -380,13 +408,7 @@ Destination destinationOf(TypeImpl const& rootType, Path const& path) {
          if (field->keyType == nullptr) {
             throw Failure(to.path + ": is not a collection; it takes no key");
          }
-         AnyValue key(*field->keyType);
-         try {
-            parseKey(*step.key, key);
-         } catch (Failure const& error) {
-            throw Failure(to.path + ": " + error.what());
-         }
-         to.path += "[" + keyText(key.ref()) + "]";
+         to.path += "[" + destinationKey(*field, *step.key, to.path) + "]";
       }
       to.type = field->type;
    }

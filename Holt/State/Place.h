@@ -20,7 +20,7 @@ public:
    Place(Sarn::Ptr<Kiv::Entity> const& root, Sarn::String const& rootName,
          std::vector<PathStep> const& steps);
 
-   /// The path with its keys as the types print them.
+   /// The path with its keys as `keyText` writes them.
    Sarn::String const& path() const noexcept { return path_; }
    /// The entity that has the attribute; for a root, the root.
    Kiv::Entity& owner() const noexcept { return *owner_; }
@@ -33,6 +33,8 @@ public:
 
    /// The root or child at this place; null if there is none, or if this is no place for an entity.
    Kiv::Entity* entity() const;
+   /// Whether there is an entity, a collection or a value.
+   bool exists() const;
    /// Whether this is a place for an entity: a root, a singleton child, or a child with its key.
    bool leadsToEntity() const noexcept;
    /// Whether this is a whole collection or queue.
@@ -83,7 +85,7 @@ bool hasOwnKey(Kiv::FieldDescriptor const& field, Kiv::ValueRef key, Kiv::ValueR
 
 /// Where a path leads according to the types, whether or not anything exists there.
 struct Destination {
-   /// The path with its keys as the types print them.
+   /// The path with its keys as `keyText` writes them; those with a "*" as they are.
    Sarn::String path;
    /// The type of the entity or value; for a whole collection, that of its elements.
    Kiv::TypeImpl const* type;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "Holt/State/Match.h"
 #include "tools/shared/Progress.h"
 
 namespace Ptpstate {
@@ -60,7 +61,7 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
          "Exit status:\n"
          "  0  done\n"
          "  1  refused: something does not exist or is not allowed; nothing was changed.\n"
-         "     For diff: there are differences\n"
+         "     For diff: there are differences. For wait: the time is over\n"
          "  2  the command line is wrong. For diff: any error\n"
          "  3  no server, no answer, a lost connection, or the socket cannot be created\n"
          "\n"
@@ -99,6 +100,34 @@ Opened::Opened(ClientOptions const& options, std::string const& text, MountMode 
    path = parsePath(text, client.roots());
    mount = &client.mountIs(path.root, mode);
    client.waitComplete(*mount);
+}
+
+OpenedPlaces::OpenedPlaces(ClientOptions const& options, std::vector<std::string> const& texts)
+      : client_(options.socket, options.patience()), single_(texts.size() == 1) {
+   Tools::showWaiting(client_);
+   std::vector<std::pair<OfferedRoot, Mount*>> mounts;
+   for (std::string const& text : texts) {
+      Path const path = parsePath(plainArgument(text), client_.roots());
+      auto at = std::find_if(mounts.begin(), mounts.end(),
+                             [&path](auto const& each) { return isSame(each.first, path.root); });
+      if (at == mounts.end()) {
+         at = mounts.insert(at, {path.root, &client_.mountIs(path.root, MountMode::reader)});
+         client_.waitComplete(*at->second);
+      }
+      bool const pattern = isPattern(path);
+      single_ = single_ && !pattern;
+      Sarn::Ptr<Kiv::Entity> const root(&at->second->root());
+      for (Path const& match : matchesOf(root, path)) {
+         Place place(root, path.root.name, match.steps);
+         // An absent child is nothing to show, but no error either.
+         if (!pattern || place.exists()) {
+            if (!place.isCollection() && place.entity() == nullptr) {
+               place.value();  // throws if there is none
+            }
+            places_.emplace_back(match, std::move(place));
+         }
+      }
+   }
 }
 
 }  // namespace Ptpstate

@@ -8,6 +8,7 @@
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
+#include "Holt/State/Place.h"
 #include "tools/shared/CommandLine.h"
 
 namespace Ptpstate {
@@ -52,6 +53,24 @@ struct Opened {
    Holt::Path path;
 
    Opened(ClientOptions const& options, std::string const& path, Holt::MountMode mode);
+};
+
+/// A connection with complete mirrors of the roots that paths begin with, and the places that they
+/// lead to.
+class OpenedPlaces {
+public:
+   /// Throws `Failure` if a path is invalid, leads to nothing, or if nothing fits a pattern.
+   OpenedPlaces(ClientOptions const& options, std::vector<std::string> const& paths);
+
+   /// The places, in the order of the paths, and of dumps where a path is a pattern.
+   std::vector<std::pair<Holt::Path, Holt::Place>> const& places() const { return places_; }
+   /// Whether exactly one place was asked for.
+   bool isSingle() const { return single_; }
+
+private:
+   Holt::Client client_;
+   std::vector<std::pair<Holt::Path, Holt::Place>> places_;
+   bool single_;
 };
 
 /// An argument as the user typed it: `runCommandLine` marks negative numbers.

@@ -234,7 +234,7 @@ TEST_F(ForeignText, OfAColumnsKeyIsOneLine) {
 
 TEST_F(ForeignText, OfACommandLineIsOneLineOfError) {
    std::vector<std::pair<std::string, std::vector<std::string>>> const programs{
-         {"ptpstate", {"get", "--socket", "x", "path"}},
+         {"ptpstate", {"del", "--socket", "x", "path"}},
          {"ptpports", {"--socket", "x"}},
          {"demoAgent", {"--socket", "x"}},
          {"kivc", {"a.kiv"}}};

@@ -56,9 +56,9 @@ TEST_F(Help, OfACommandHasUsageOptionsAndExamples) {
 
 TEST_F(Help, ShowsTheArgumentsOfACommand) {
    EXPECT_THAT(run({"watch", "--help"}).out,
-               StartsWith("Usage: ptpstate watch [OPTION...] [PATH]\n"));
+               StartsWith("Usage: ptpstate watch [OPTION...] [PATH...]\n"));
    EXPECT_THAT(run({"set", "--help"}).out,
-               StartsWith("Usage: ptpstate set [OPTION...] PATH VALUE\n"));
+               StartsWith("Usage: ptpstate set [OPTION...] PATH [VALUE...]\n"));
    EXPECT_THAT(run({"diff", "--help"}).out,
                StartsWith("Usage: ptpstate diff [OPTION...] FILE [FILE]\n"));
    EXPECT_THAT(run({"record", "--help"}).out,

@@ -2,6 +2,8 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "Holt/State/Changed.h"
+#include "Holt/State/Diff.h"
 #include "Holt/State/Doc.h"
 #include "Holt/State/Dump.h"
 #include "Kiv/Printable.h"
@@ -15,26 +17,44 @@ using namespace Holt;
 namespace {
 
 struct ReadOptions : ClientOptions {
-   std::string path;
+   std::vector<std::string> paths;
    bool summary = false;
    bool json = false;
+   bool changed = false;
 };
 
-Exit dumpPath(ReadOptions const& options) {
-   Opened opened(options, options.path, MountMode::reader);
-   Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
-                     opened.path.steps);
-   if (!place.isCollection() && place.entity() == nullptr) {
-      place.text();  // throws before anything is written if there is no such value
+/// Writes what differs from the defaults.
+void writeChanged(StateDoc doc, bool json) {
+   keepChanged(doc);
+   if (json) {
+      std::cout << jsonText(jsonOf(doc));
+   } else {
+      writeLines(std::cout, linesOf(doc));
+   }
+}
+
+StateDoc docOf(OpenedPlaces const& opened) {
+   StateDoc doc;
+   for (auto const& [path, place] : opened.places()) {
+      doc.places.push_back(Holt::docOf(place, path));
+   }
+   return doc;
+}
+
+Exit dumpPaths(ReadOptions const& options) {
+   OpenedPlaces const opened(options, options.paths);
+   if (options.changed) {
+      writeChanged(docOf(opened), options.json);
+      return Exit::ok;
    }
    if (options.json) {
-      StateDoc doc;
-      doc.places.push_back(docOf(place, opened.path));
-      std::cout << jsonText(jsonOf(doc));
+      std::cout << jsonText(jsonOf(docOf(opened)));
       return Exit::ok;
    }
    Dump dump = options.summary ? Dump() : Dump(std::cout);
-   dump.place(place);
+   for (auto const& [path, place] : opened.places()) {
+      dump.place(place);
+   }
    if (options.summary) {
       printSummary(std::cout, dump);
    }
@@ -50,15 +70,19 @@ Exit dumpAll(ReadOptions const& options) {
       client.waitComplete(mount);
       roots.push_back(&mount.root());
    }
-   if (options.json) {
+   if (options.json || options.changed) {
       StateDoc doc;
       for (Kiv::NamedEntity const* const root : roots) {
          doc.places.emplace_back();
          doc.places.back().path.root = {root->kivType().name, root->nameString()};
          doc.places.back().text = root->nameString();
-         doc.places.back().entity = docOf(*root);
+         doc.places.back().entity = Holt::docOf(*root);
       }
-      std::cout << jsonText(jsonOf(doc));
+      if (options.changed) {
+         writeChanged(std::move(doc), options.json);
+      } else {
+         std::cout << jsonText(jsonOf(doc));
+      }
       return Exit::ok;
    }
    if (!options.summary) {
@@ -74,11 +98,21 @@ Exit dumpAll(ReadOptions const& options) {
 }
 
 Exit get(ReadOptions const& options) {
-   Opened opened(options, options.path, MountMode::reader);
-   Place const place(Sarn::Ptr<Kiv::Entity>(&opened.mount->root()), opened.path.root.name,
-                     opened.path.steps);
+   OpenedPlaces const opened(options, options.paths);
+   if (!opened.isSingle()) {
+      if (options.json) {
+         std::cout << jsonText(jsonOf(docOf(opened)));
+      } else {
+         Dump dump(std::cout);
+         for (auto const& [path, place] : opened.places()) {
+            dump.place(place);
+         }
+      }
+      return Exit::ok;
+   }
+   auto const& [path, place] = opened.places().front();
    if (options.json) {
-      std::cout << jsonText(jsonOf(docOf(place, opened.path)));
+      std::cout << jsonText(jsonOf(Holt::docOf(place, path)));
    } else if (place.isCollection() || place.entity() != nullptr) {
       Dump(std::cout).place(place);
    } else {
@@ -93,7 +127,8 @@ void addDump(Command const& program, Run& run) {
    auto const options = std::make_shared<ReadOptions>();
    Command const command = program.command(
          "dump",
-         "Prints every entity and attribute, or those at a path and below.\n"
+         "Prints every entity and attribute, or those at paths and below. A * in a key stands for "
+         "any characters.\n"
          "\n"
          "The order is that of the declarations, with keys in natural order (Ethernet2 "
          "before Ethernet10). So dumps can be compared with diff(1), and the dump of a "
@@ -104,14 +139,20 @@ void addDump(Command const& program, Run& run) {
          "Examples:\n"
          "  $ ptpstate dump --socket /tmp/ptp\n"
          "  $ ptpstate dump --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]\n"
+         "  $ ptpstate dump --socket /tmp/ptp --changed\n"
          "  $ ptpstate dump --socket /tmp/ptp --json >state.json");
    addClientOptions(command, *options);
-   command.option("path", options->path).placeholder("PATH");
+   command.option("path", options->paths).placeholder("PATH");
    Option const summary = command.flag("--summary", options->summary,
                                        "Count entities and attributes by type instead");
    command.flag("--json", options->json, "Print JSON, which load and diff read").excludes(summary);
+   command
+         .flag("--changed", options->changed,
+               "Print only what differs from the defaults: attributes with other values, elements, "
+               "and children")
+         .excludes(summary);
    command.onChosen([options, &run] {
-      run = [options] { return options->path.empty() ? dumpAll(*options) : dumpPath(*options); };
+      run = [options] { return options->paths.empty() ? dumpAll(*options) : dumpPaths(*options); };
    });
 }
 
@@ -120,13 +161,15 @@ void addGet(Command const& program, Run& run) {
    Command const command = program.command(
          "get",
          "Prints a value on a line by itself; for an entity or a collection, everything "
-         "below it, as dump does.");
+         "below it, as dump does. Several paths, and a * in a key, which stands for any "
+         "characters, give lines PATH = VALUE; with --json, a dump that load and diff read.");
    command.footerIs(
          "Examples:\n"
          "  $ ptpstate get --socket /tmp/ptp ptp/config.priority1\n"
-         "  $ ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass");
+         "  $ ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass\n"
+         "  $ ptpstate get --socket /tmp/ptp 'ptp/status.portDS[*].portState'");
    addClientOptions(command, *options);
-   command.option("path", options->path).placeholder("PATH").required();
+   command.option("path", options->paths).placeholder("PATH").required();
    command.flag("--json", options->json, "Print the value as JSON");
    command.onChosen([options, &run] { run = [options] { return get(*options); }; });
 }

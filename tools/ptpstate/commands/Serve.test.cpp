@@ -319,7 +319,7 @@ TEST(CommandLine, AWrongOneIsOneLineAndItsOwnStatus) {
                                                 {"get", "--socket", "x"},
                                                 {"set", "--socket", "x", "path"},
                                                 {"watch", "--socket", "x", "--count", "none"},
-                                                {"get", "--socket", "x", "p", "-3"}}) {
+                                                {"del", "--socket", "x", "p", "-3"}}) {
       Outcome const outcome = run(args);
       EXPECT_EQ(outcome.status, 2) << outcome.err;
       EXPECT_EQ(outcome.err.find("ptpstate: "), 0U) << outcome.err;

@@ -26,7 +26,7 @@ namespace {
 using std::chrono::milliseconds;
 
 struct WatchOptions : ClientOptions {
-   std::string path;
+   std::vector<std::string> paths;
    U64 count = 0;
    double seconds = 0;
    std::string dump;
@@ -51,7 +51,7 @@ public:
 private:
    void connect();
    void choose();
-   void rootIs(OfferedRoot const& root, Sarn::String const& below);
+   void rootIs(OfferedRoot const& root, std::vector<Sarn::String> const& below);
    void onState(Mount const& mount);
    void onChange(ChangeText const& text);
    void onSessions(std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions);
@@ -102,12 +102,24 @@ void Watch::connect() {
    toldWhenAsked_ = told_;
 }
 
-/// Chooses the roots to watch: all, or the one that the path begins with.
+/// Chooses the roots to watch: all, or those that the paths begin with.
 void Watch::choose() {
-   if (!options_.path.empty()) {
-      Path const path = parsePath(options_.path, client_->roots());
-      Sarn::Ptr<Kiv::NamedEntity> const probe = newRoot(path.root.type, path.root.name);
-      rootIs(path.root, canonicalPath(probe->kivType(), path));
+   if (!options_.paths.empty()) {
+      std::vector<std::pair<OfferedRoot, std::vector<Sarn::String>>> roots;
+      for (std::string const& text : options_.paths) {
+         Path const path = parsePath(plainArgument(text), client_->roots());
+         auto at = std::find_if(roots.begin(), roots.end(), [&path](auto const& root) {
+            return isSame(root.first, path.root);
+         });
+         if (at == roots.end()) {
+            at = roots.insert(at, {path.root, {}});
+         }
+         Sarn::Ptr<Kiv::NamedEntity> const probe = newRoot(path.root.type, path.root.name);
+         at->second.push_back(canonicalPath(probe->kivType(), path));
+      }
+      for (auto const& [root, below] : roots) {
+         rootIs(root, below);
+      }
       return;
    }
    for (OfferedRoot const& root : client_->roots()) {
@@ -118,11 +130,11 @@ void Watch::choose() {
                    << std::endl;
          continue;
       }
-      rootIs(root, root.name);
+      rootIs(root, {root.name});
    }
 }
 
-void Watch::rootIs(OfferedRoot const& root, Sarn::String const& below) {
+void Watch::rootIs(OfferedRoot const& root, std::vector<Sarn::String> const& below) {
    Watched& watched = watched_.emplace_back();
    watched.root = root;
    watched.mirror = newRoot(root.type, root.name);
@@ -328,8 +340,8 @@ void addWatch(Command const& program, Run& run) {
    auto const options = std::make_shared<WatchOptions>();
    Command const command = program.command(
          "watch",
-         "Prints a line for each change until it is interrupted. With a path, only changes "
-         "there and below.\n"
+         "Prints a line for each change until it is interrupted. With paths, only changes "
+         "there and below. A * in a key stands for any characters.\n"
          "\n"
          "The server does not queue changes without limit for a slow reader: if an attribute "
          "changes several times before it is read, only the last value is shown, and a "
@@ -342,9 +354,10 @@ void addWatch(Command const& program, Run& run) {
          "Examples:\n"
          "  $ ptpstate watch --socket /tmp/ptp\n"
          "  $ ptpstate watch --socket /tmp/ptp ptp/config.intfConfig --for 60\n"
+         "  $ ptpstate watch --socket /tmp/ptp 'ptp/status.portDS[*].portState'\n"
          "  $ ptpstate watch --socket /tmp/ptp --json --count 1 ptp/config.domainNumber");
    addClientOptions(command, *options);
-   command.option("path", options->path).placeholder("PATH");
+   command.option("path", options->paths).placeholder("PATH");
    command.option("--count", options->count, "End after this many changes")
          .placeholder("N")
          .range(U64{1}, ~U64{0});

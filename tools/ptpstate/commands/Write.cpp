@@ -1,4 +1,4 @@
-// set, add, del
+// add, del
 
 #include "Holt/State/Place.h"
 #include "tools/ptpstate/Commands.h"
@@ -51,23 +51,6 @@ Command addWriter(Command const& program, Run& run, std::shared_ptr<WriteOptions
 }
 
 }  // namespace
-
-void addSet(Command const& program, Run& run) {
-   auto const options = std::make_shared<WriteOptions>();
-   Command const command = addWriter(
-         program, run, options, "set",
-         "Sets an attribute, a field within one, or an element of a map. A new element is "
-         "inserted.\n"
-         "\n"
-         "The value is first set in a local mirror: one that is out of range is refused at "
-         "once, and nothing is sent. The command ends when the server has applied the change.",
-         "Examples:\n"
-         "  $ ptpstate set --socket /tmp/ptp ptp/config.priority1 100\n"
-         "  $ ptpstate set --socket /tmp/ptp ptp/config.intfConfig[Ethernet1].logSyncInterval -4\n"
-         "  $ ptpstate set --socket /tmp/ptp 'ptp/config.missingSequenceThresholds[sync]' 5",
-         [](Place& place, WriteOptions const& o) { place.set(o.plainArgs()[0]); });
-   command.option("value", options->args).placeholder("VALUE").exactly(1).required();
-}
 
 void addAdd(Command const& program, Run& run) {
    auto const options = std::make_shared<WriteOptions>();

@@ -252,14 +252,25 @@ Before readBefore(Command const& command, std::vector<std::string> const& words)
    return before;
 }
 
-/// The placeholder of the argument that comes after `count` others; empty if there is none.
+/// The placeholder of the argument that comes after `count` others; empty if there is none. After
+/// the last one, which may repeat, those of a path and its value take turns.
 std::string argumentAfter(Command const& command, std::size_t count) {
+   std::vector<std::string> placeholders;
+   bool repeats = false;
    for (Option const& option : command.options()) {
-      if (option.isArgument() && count-- == 0) {
-         return option.placeholder();
+      if (option.isArgument()) {
+         placeholders.push_back(option.placeholder());
+         repeats = option.repeats();
       }
    }
-   return {};
+   if (count < placeholders.size()) {
+      return placeholders[count];
+   }
+   if (!repeats) {
+      return {};
+   }
+   return placeholders.back() == "VALUE" ? placeholders[count % placeholders.size()]
+                                         : placeholders.back();
 }
 
 void addCommands(Candidates& candidates, Command const& program) {
@@ -287,7 +298,7 @@ void addForArgument(Candidates& candidates, Command const& command, Before const
    } else if (kind == "FORMAT") {
       candidates.add("ptp4l-conf ");
    } else if (kind == "VALUE") {
-      addValues(candidates, before.socket, before.arguments[0]);
+      addValues(candidates, before.socket, before.arguments.back());
    }
 }
 
