@@ -39,6 +39,7 @@ void addCommands(Command const& program, Run& run) {
    addDump(program, run);
    addGet(program, run);
    addSet(program, run);
+   addWait(program, run);
    addAdd(program, run);
    addDel(program, run);
    addLoad(program, run);

@@ -30,6 +30,7 @@ void addReplay(Command const& program, Run& run);
 void addDump(Command const& program, Run& run);
 void addGet(Command const& program, Run& run);
 void addSet(Command const& program, Run& run);
+void addWait(Command const& program, Run& run);
 void addAdd(Command const& program, Run& run);
 void addDel(Command const& program, Run& run);
 void addTop(Command const& program, Run& run);
