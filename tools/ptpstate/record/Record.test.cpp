@@ -125,6 +125,31 @@ TEST_F(RecordTest, ShowsTheStateAtAnyTime) {
    EXPECT_EQ(replay({"--at", "noon"}).status, 2);
 }
 
+TEST_F(RecordTest, ShowsTheChangesBetweenTwoTimesAndBelowPaths) {
+   auto const recording = record();
+   std::vector<std::string> moments;
+   for (char const* value : {"1", "2", "3"}) {
+      ASSERT_EQ(client({"set", "ptp/config.priority1", value, "ptp/config.priority2", value}).err,
+                "");
+      moments.push_back(moment());
+   }
+   ended(*recording);
+   auto const lines = [&](std::vector<std::string> const& more) {
+      Outcome const outcome = replay(more);
+      EXPECT_EQ(outcome.status, 0) << outcome.err;
+      return withoutDates(outcome.out);
+   };
+   EXPECT_EQ(lines({"--since", moments[0], "--until", moments[1]}),
+             "DATE ptp/config.priority1: 1 -> 2\n"
+             "DATE ptp/config.priority2: 1 -> 2\n");
+   EXPECT_EQ(lines({"--since", moments[1], "--path", "ptp/config.priority2"}),
+             "DATE ptp/config.priority2: 2 -> 3\n");
+   EXPECT_EQ(lines({"--since", moments[2]}), "");
+   EXPECT_EQ(replay({"--path", "ptp/status"}).err,
+             "ptpstate: 'ptp/status' is not a path below a root of the recording\n");
+   EXPECT_EQ(replay({"--at", "+0", "--since", "+0"}).status, 2);
+}
+
 TEST_F(RecordTest, PlaysIntoAServer) {
    auto const recording = record();
    set("ptp/config.priority1", "7");

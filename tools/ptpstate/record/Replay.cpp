@@ -74,6 +74,7 @@ Replay::Replay(ReplayOptions const& options)
       : options_(options),
         files_(filesOf(options.files)),
         player_([this](OfferedRoot const& root) { return makeRoot(root); }) {
+   pathFound_.resize(options.paths.size());
    if (!options.into.empty()) {
       client_.emplace(options.into, milliseconds(static_cast<S64>(options.timeout * 1000)));
       Tools::showWaiting(*client_);
@@ -96,9 +97,7 @@ Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
    if (!client_) {
       Sarn::Ptr<Kiv::NamedEntity> made = newRoot(root.type, root.name);
       if (options_.showsChanges()) {
-         observers_.emplace_back(Sarn::Ptr<Kiv::Entity>(made.get()), root.name,
-                                 [this](ChangeText const& text) { tell(text.path + text.what); });
-         observers_.back().tellingIs(player_.complete());
+         showFrom(made, root);
       }
       return made;
    }
@@ -115,12 +114,35 @@ Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
                  "; serve it with --root " + root.type + "=" + root.name);
 }
 
+/// Observes a root where its changes are to be shown.
+void Replay::showFrom(Sarn::Ptr<Kiv::NamedEntity> const& root, OfferedRoot const& offered) {
+   std::vector<Sarn::String> below;
+   for (std::size_t i = 0; i != options_.paths.size(); ++i) {
+      std::optional<Path> path;
+      try {
+         path = parsePath(options_.paths[i], {offered});
+      } catch (Failure const&) {
+         continue;  // it is below another root
+      }
+      below.push_back(canonicalPath(root->kivType(), *path));
+      pathFound_[i] = true;
+   }
+   if (options_.paths.empty()) {
+      below.push_back(offered.name);
+   }
+   if (!below.empty()) {
+      observers_.emplace_back(Sarn::Ptr<Kiv::Entity>(root.get()), std::move(below),
+                              [this](ChangeText const& text) { tell(text.path + text.what); });
+      observers_.back().tellingIs(begun_ && player_.complete());
+   }
+}
+
 void Replay::tell(Sarn::String const& line) const {
    std::cout << timeText(wall_) << ' ' << Kiv::printable(line) << '\n';
 }
 
-/// Finds the last file that contains the requested time, and where that time ends there.
-void Replay::findMoment() {
+/// Finds a time in the recording; none if the recording cannot be read, which playing it tells.
+std::optional<Replay::Moment> Replay::momentOf(std::string const& text) const {
    std::optional<U64> begin;
    for (Sarn::String const& file : files_) {
       std::unique_ptr<RecordingFile> const source = opened(file);
@@ -131,19 +153,17 @@ void Replay::findMoment() {
       }
    }
    if (!begin) {
-      return;  // playing it says what is wrong
+      return std::nullopt;
    }
-   end_ = parseTime(options_.at, *begin);
+   U64 const wall = parseTime(text, *begin);
    for (std::size_t i = files_.size(); i-- != 0;) {
       std::unique_ptr<RecordingFile> const source = opened(files_[i]);
       Reader reader(*source);
-      if (std::optional<U64> const from = reader.seek(*end_)) {
-         firstFile_ = i;
-         endsFrom_ = *from;
-         return;
+      if (std::optional<U64> const from = reader.seek(wall)) {
+         return Moment{wall, i, *from};
       }
    }
-   throw Failure(timeText(*end_) + " is before the beginning, " + timeText(*begin));
+   throw Failure(timeText(wall) + " is before the beginning, " + timeText(*begin));
 }
 
 /// Waits until it is time for a frame. Returns false if interrupted.
@@ -200,7 +220,7 @@ bool Replay::playFrame(Sarn::String const& file, Reader::Frame const& frame) {
       catchUp();
       return true;
    }
-   if (!complete && player_.complete()) {
+   if (!complete && player_.complete() && begun_) {
       for (ChangeObserver& observer : observers_) {
          observer.tellingIs(true);
       }
@@ -210,6 +230,9 @@ bool Replay::playFrame(Sarn::String const& file, Reader::Frame const& frame) {
          tell("-- " + root->nameString() + " is complete: " + tallyText(dump.total()));
       }
    }
+   if (!begun_) {
+      return true;
+   }
    if (frame.kind == FrameKind::lost) {
       tell("-- the recorder lost the server");
    } else if (frame.kind == FrameKind::back) {
@@ -218,18 +241,25 @@ bool Replay::playFrame(Sarn::String const& file, Reader::Frame const& frame) {
    return true;
 }
 
-bool Replay::play(Sarn::String const& file, bool first) {
+bool Replay::play(std::size_t index) {
+   Sarn::String const& file = files_[index];
    std::unique_ptr<RecordingFile> const source = opened(file);
    Reader reader(*source);
-   if (end_ && first) {
-      reader.seek(*end_);
+   if (begin_ && begin_->file == index) {
+      reader.seek(begin_->wall);
    }
    Reader::Frame frame;
    for (U64 count = 0; reader.next(frame); ++count) {
-      if (end_ && frame.at.wall > *end_ && frame.offset >= endsFrom_) {
+      if (end_ && end_->isOver(index, frame)) {
          return false;
       }
-      if (!pace(frame.at.steady)) {
+      if (!begun_ && begin_->isOver(index, frame)) {
+         begun_ = true;
+         for (ChangeObserver& observer : observers_) {
+            observer.tellingIs(player_.complete());
+         }
+      }
+      if (begun_ && !pace(frame.at.steady)) {
          return false;
       }
       playFrame(file, frame);
@@ -254,13 +284,19 @@ bool Replay::play(Sarn::String const& file, bool first) {
 
 void Replay::run() {
    if (!options_.at.empty()) {
-      findMoment();
+      begin_ = end_ = momentOf(options_.at);
    }
-   bool first = true;
-   for (std::size_t i = firstFile_; i != files_.size() && play(files_[i], first); ++i) {
-      first = false;
-      if (end_) {
-         endsBefore_ = i + 1 == files_.size() && wall_ < *end_;
+   if (!options_.until.empty()) {
+      end_ = momentOf(options_.until);
+   }
+   if (!options_.since.empty()) {
+      begin_ = momentOf(options_.since);
+      begun_ = !begin_;
+   }
+   std::size_t const first = begin_ ? begin_->file : 0;
+   for (std::size_t i = first; i != files_.size() && play(i); ++i) {
+      if (end_ && end_->file == i) {
+         endsBefore_ = i + 1 == files_.size() && wall_ < end_->wall;
          break;  // later files begin later
       }
    }
@@ -271,7 +307,12 @@ void Replay::run() {
       client_->sync();
    }
    if (damage_.empty() && !player_.complete() && !options_.showsChanges()) {
-      throw Failure(files_[firstFile_] + incomplete);
+      throw Failure(files_[first] + incomplete);
+   }
+   for (std::size_t i = 0; i != options_.paths.size() && damage_.empty(); ++i) {
+      if (!pathFound_[i]) {
+         throw Failure("'" + options_.paths[i] + "' is not a path below a root of the recording");
+      }
    }
 }
 

@@ -16,6 +16,11 @@ struct ReplayOptions {
    /// Recordings, or the names of rings.
    std::vector<std::string> files;
    std::string at;
+   /// Times between which changes are shown; until the end, if there is no second.
+   std::string since;
+   std::string until;
+   /// Where changes are shown; everywhere, if there is none.
+   std::vector<std::string> paths;
    /// How many times as fast as recorded; 0: without waiting.
    double speed = 0;
    /// The socket of the server to play into.
@@ -50,9 +55,22 @@ private:
    using Reader = Kiv::NboAttrLog::RecordingReader;
 
    Sarn::Ptr<Kiv::NamedEntity> makeRoot(Holt::OfferedRoot const& root);
-   void findMoment();
+   /// A time in the recording: the last file that contains it, and the offset from which on a later
+   /// frame ends it there.
+   struct Moment {
+      U64 wall;
+      std::size_t file;
+      U64 offset;
+
+      bool isOver(std::size_t inFile, Reader::Frame const& frame) const {
+         return inFile > file || (inFile == file && frame.at.wall > wall && frame.offset >= offset);
+      }
+   };
+
+   std::optional<Moment> momentOf(std::string const& text) const;
+   void showFrom(Sarn::Ptr<Kiv::NamedEntity> const& root, Holt::OfferedRoot const& offered);
    /// Plays a file; returns false if playing ends there.
-   bool play(Sarn::String const& file, bool first);
+   bool play(std::size_t index);
    bool playFrame(Sarn::String const& file, Reader::Frame const& frame);
    bool pace(U64 steady);
    void catchUp();
@@ -65,10 +83,12 @@ private:
    Kiv::NboAttrLog::Player player_;
    std::list<Holt::ChangeObserver> observers_;
    Tools::Progress progress_;
-   /// The time at which to end, the file that contains it, and the offset of that time there.
-   std::optional<U64> end_;
-   std::size_t firstFile_ = 0;
-   U64 endsFrom_ = 0;
+   std::optional<Moment> begin_;
+   std::optional<Moment> end_;
+   /// Whether changes are shown yet.
+   bool begun_ = true;
+   /// Whether a root has the path with this index.
+   std::vector<bool> pathFound_;
    U64 wall_ = 0;
    std::optional<U64> lastSteady_;
    std::optional<Holt::Clock::time_point> due_;

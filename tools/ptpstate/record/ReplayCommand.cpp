@@ -74,6 +74,7 @@ void addReplay(Command const& program, Run& run) {
          "Examples:\n"
          "  $ ptpstate replay monday.rec\n"
          "  $ ptpstate replay --at 14:03:59 monday.rec\n"
+         "  $ ptpstate replay --since 14:00 --until 14:05 --path ptp/status.portDS monday.rec\n"
          "  $ ptpstate replay --speed 10 --into /tmp/ptp monday.rec\n"
          "  $ ptpstate replay --at +3600 --json --dump then.json /var/log/ptp/flight");
    command.option("files", options->files).placeholder("FILE").required();
@@ -81,6 +82,24 @@ void addReplay(Command const& program, Run& run) {
          command.option("--at", options->at, "Print the state at that time, as dump does")
                .placeholder("TIME")
                .notEmpty();
+   Option const since = command
+                              .option("--since", options->since,
+                                      "Print only changes after that time; what was before is "
+                                      "read, but not printed")
+                              .placeholder("TIME")
+                              .notEmpty()
+                              .excludes(at);
+   Option const until = command.option("--until", options->until, "End at that time")
+                              .placeholder("TIME")
+                              .notEmpty()
+                              .excludes(at);
+   Option const path =
+         command
+               .option("--path", options->paths,
+                       "Print only changes there and below; may be repeated. A * in a key stands "
+                       "for any characters")
+               .placeholder("PATH")
+               .excludes(at);
    command
          .option("--speed", options->speed,
                  "Play X times as fast as recorded; by default, as fast as possible")
@@ -91,7 +110,9 @@ void addReplay(Command const& program, Run& run) {
                              .option("--into", options->into,
                                      "Play into the server at that socket: its roots of "
                                      "the same names take the recorded state")
-                             .placeholder("PATH");
+                             .placeholder("PATH")
+                             .excludes(since)
+                             .excludes(path);
    command
          .option("--timeout", options->timeout,
                  "How long to wait for each answer of the server of --into; 10 by default")
@@ -103,12 +124,17 @@ void addReplay(Command const& program, Run& run) {
          command
                .option("--dump", options->dump,
                        "Write the state at the end, or at the time of --at; - for standard output")
-               .placeholder("FILE");
+               .placeholder("FILE")
+               .excludes(since)
+               .excludes(path);
    command.flag("--json", options->json, "Write the state as JSON, which load and diff read");
    command
          .flag("--info", options->info,
                "Only print what the files contain, and whether replay would stop with an error")
          .excludes(at)
+         .excludes(since)
+         .excludes(until)
+         .excludes(path)
          .excludes(into)
          .excludes(dump);
    command.onChosen([options, &run] { run = [options] { return replay(*options); }; });
