@@ -16,7 +16,7 @@ using Kiv::TypeKind;
 
 namespace {
 
-std::string_view trimmed(std::string_view text) {
+std::string_view withoutBlanks(std::string_view text) {
    std::size_t const begin = text.find_first_not_of(' ');
    return begin == std::string_view::npos
                 ? std::string_view()
@@ -39,11 +39,11 @@ std::vector<std::string_view> partsOf(std::string_view text) {
       } else if (c == '(' || c == ')') {
          depth += c == '(' ? 1 : -1;
       } else if (c == ',' && depth == 0) {
-         parts.push_back(trimmed(text.substr(begin, at - begin)));
+         parts.push_back(withoutBlanks(text.substr(begin, at - begin)));
          begin = at + 1;
       }
    }
-   parts.push_back(trimmed(text.substr(begin)));
+   parts.push_back(withoutBlanks(text.substr(begin)));
    return parts;
 }
 

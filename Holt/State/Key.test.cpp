@@ -26,7 +26,7 @@ using Kiv::TypeKind;
 
 /// The key as it is printed; or the error.
 template <class T>
-std::string readAs(std::string_view text) {
+std::string keyAs(std::string_view text) {
    try {
       AnyValue key(Kiv::typeOf<T>());
       parseKey(text, key);
@@ -45,48 +45,48 @@ std::string longOf(std::string_view text) {
 }
 
 TEST(Key, OfSeveralFieldsHasCommasBetweenThem) {
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("Ethernet1,100"), "Ethernet1,100");
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("Ethernet1,100"), "Ethernet1,100");
    EXPECT_EQ(longOf<Ptp::PortDSKey>("Ethernet1,100"), "Ptp::PortDSKey(intf=Ethernet1, vlanId=100)");
    EXPECT_EQ(longOf<Ptp::PortIdentity>("02:00:00:ff:fe:00:00:01,3"),
              "Ptp::PortIdentity(clockIdentity=02:00:00:ff:fe:00:00:01, portNumber=3)");
-   EXPECT_EQ(readAs<Ptp::PortDSKey>(" Ethernet1 , 100 "), "Ethernet1,100");
-   EXPECT_EQ(readAs<KivTest::Pair>("3,-4"), "3,-4");
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>(" Ethernet1 , 100 "), "Ethernet1,100");
+   EXPECT_EQ(keyAs<KivTest::Pair>("3,-4"), "3,-4");
 }
 
 TEST(Key, LeavesOutWhatIsNoneAtItsEnd) {
    EXPECT_EQ(longOf<Ptp::PortDSKey>("Ethernet1"), "Ptp::PortDSKey(intf=Ethernet1, vlanId=none)");
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("Ethernet1,none"), "Ethernet1");
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("\"\""), "\"\"");
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("\"\",7"), "\"\",7");
-   EXPECT_EQ(readAs<KivTest::Pair>("3,0"), "3,0");
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("Ethernet1,none"), "Ethernet1");
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("\"\""), "\"\"");
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("\"\",7"), "\"\",7");
+   EXPECT_EQ(keyAs<KivTest::Pair>("3,0"), "3,0");
 }
 
 TEST(Key, IsAlsoReadInItsLongForm) {
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("Ptp::PortDSKey(intf=Ethernet1, vlanId=none)"), "Ethernet1");
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("Ptp::PortDSKey( intf=Ethernet1,vlanId=7 )"), "Ethernet1,7");
-   EXPECT_EQ(readAs<KivTest::Pair>("KivTest::Pair(first=1, second=-2)"), "1,-2");
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("Ptp::PortDSKey(intf=Ethernet1, vlanId=none)"), "Ethernet1");
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("Ptp::PortDSKey( intf=Ethernet1,vlanId=7 )"), "Ethernet1,7");
+   EXPECT_EQ(keyAs<KivTest::Pair>("KivTest::Pair(first=1, second=-2)"), "1,-2");
 }
 
 TEST(Key, OfOneFieldHasItsTextAndAStringNoQuotesUnlessItNeedsThem) {
-   EXPECT_EQ(readAs<U32>("7"), "7");
-   EXPECT_EQ(readAs<Sarn::String>("fast"), "fast");
-   EXPECT_EQ(readAs<Sarn::String>("\"fast\""), "fast");
-   EXPECT_EQ(readAs<Sarn::String>("two words"), "\"two words\"");
-   EXPECT_EQ(readAs<Sarn::String>("a,b"), "\"a,b\"");
-   EXPECT_EQ(readAs<Sarn::String>("*"), "\"*\"");
-   EXPECT_EQ(readAs<Sarn::String>("\"a]\\\"\""), "\"a]\\\"\"");
-   EXPECT_EQ(readAs<Sarn::String>(""), "\"\"");
-   EXPECT_EQ(readAs<Sarn::String>("Zürich"), "Zürich");
+   EXPECT_EQ(keyAs<U32>("7"), "7");
+   EXPECT_EQ(keyAs<Sarn::String>("fast"), "fast");
+   EXPECT_EQ(keyAs<Sarn::String>("\"fast\""), "fast");
+   EXPECT_EQ(keyAs<Sarn::String>("two words"), "\"two words\"");
+   EXPECT_EQ(keyAs<Sarn::String>("a,b"), "\"a,b\"");
+   EXPECT_EQ(keyAs<Sarn::String>("*"), "\"*\"");
+   EXPECT_EQ(keyAs<Sarn::String>("\"a]\\\"\""), "\"a]\\\"\"");
+   EXPECT_EQ(keyAs<Sarn::String>(""), "\"\"");
+   EXPECT_EQ(keyAs<Sarn::String>("Zürich"), "Zürich");
 }
 
 TEST(Key, SaysWhichFieldIsWrongOrWhichThereAre) {
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("Ethernet1,5000"),
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("Ethernet1,5000"),
              "vlanId: 5000 is not a VLAN id (1 to 4094, or none)");
-   EXPECT_EQ(readAs<Ptp::PortDSKey>("Ethernet1,7,8"),
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>("Ethernet1,7,8"),
              "the key 'Ethernet1,7,8' has 3 parts; Ptp::PortDSKey is written as intf,vlanId");
-   EXPECT_EQ(readAs<KivTest::Pair>("5"),
+   EXPECT_EQ(keyAs<KivTest::Pair>("5"),
              "the key '5' has 1 part; KivTest::Pair is written as first,second");
-   EXPECT_EQ(readAs<Ptp::PortDSKey>(""),
+   EXPECT_EQ(keyAs<Ptp::PortDSKey>(""),
              "intf: '' is not a valid Dorn::IntfId: at position 0: expected an interface name, or "
              "\"\" for none");
 }
