@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <system_error>
 
 #include "Holt/Failure.h"
@@ -60,9 +61,50 @@ int tryBind(int fd, sockaddr_un const& address) {
    return result < 0 ? errno : 0;
 }
 
+/// What is said about a socket of another type, which no server of ours has.
+constexpr char const* datagramText =
+      "is a datagram socket, not that of a server. If it is the management socket of ptp4l(8), "
+      "start ptp4lAgent, which serves the state of that ptp4l: ptp4lAgent --ptp4l ";
+
+/// Whether somebody has bound a datagram socket to the path. Works without permission to connect.
+bool isDatagram(Sarn::String const& path) {
+   std::ifstream sockets("/proc/net/unix");
+   for (std::string line; std::getline(sockets, line);) {
+      // address: references protocol flags type state inode path
+      constexpr std::size_t pathField = 7;
+      std::size_t at = 0;
+      std::string_view type;
+      for (std::size_t field = 0; field != pathField && at != std::string::npos; ++field) {
+         std::size_t const end = line.find(' ', at);
+         type = field == 4 ? std::string_view(line).substr(at, end - at) : type;
+         at = end == std::string::npos ? end : line.find_first_not_of(' ', end);
+      }
+      if (at != std::string::npos && type == "0002" && line.compare(at, line.npos, path) == 0) {
+         return true;
+      }
+   }
+   return false;
+}
+
+/// Throws if a file of another kind is at the path.
+void requireSocket(Sarn::String const& path) {
+   struct stat file {};
+   if (::stat(path.c_str(), &file) != 0 || S_ISSOCK(file.st_mode)) {
+      return;
+   }
+   if (S_ISDIR(file.st_mode)) {
+      fail(path, "is a directory, not a socket; name the socket in it, such as " + path +
+                       (path.ends_with('/') ? "" : "/") + "ptpstate.sock");
+   }
+   fail(path, "is not a socket; name the socket of a server");
+}
+
 /// Removes a socket file at which nobody listens.
 void removeStale(Sarn::String const& path, sockaddr_un const& address) {
    struct stat file {};
+   if (::stat(path.c_str(), &file) == 0 && S_ISDIR(file.st_mode)) {
+      requireSocket(path);
+   }
    if (::lstat(path.c_str(), &file) == 0 && !S_ISSOCK(file.st_mode)) {
       fail(path, "exists and is not a socket; choose another path, or remove it");
    }
@@ -71,6 +113,12 @@ void removeStale(Sarn::String const& path, sockaddr_un const& address) {
    ::close(probe);
    if (error == 0 || error == EAGAIN) {
       fail(path, "another process is serving here; stop it, or choose another socket");
+   }
+   if (error == EPROTOTYPE) {
+      fail(path,
+           "another process has a datagram socket here; choose another socket. If it is the "
+           "management socket of ptp4l(8), leave it alone: ptp4lAgent serves the state of "
+           "that ptp4l");
    }
    if (error == EACCES || error == EPERM) {
       fail(path, "exists, and you are not permitted to connect to it; choose another socket");
@@ -171,6 +219,10 @@ int connectTo(Sarn::String const& path, std::chrono::milliseconds patience) {
       return fd;
    }
    ::close(fd);
+   if (error == EPROTOTYPE || (error == EACCES && isDatagram(path))) {
+      fail(path, datagramText + path);
+   }
+   requireSocket(path);
    switch (error) {
       case ENOENT:
       case ENOTDIR:

@@ -15,6 +15,10 @@ StopSignals::StopSignals() : before_(), fd_(-1) {
    sigemptyset(&stopping);
    sigaddset(&stopping, SIGINT);
    sigaddset(&stopping, SIGTERM);
+   struct sigaction hangUp {};
+   if (::sigaction(SIGHUP, nullptr, &hangUp) != 0 || hangUp.sa_handler != SIG_IGN) {
+      sigaddset(&stopping, SIGHUP);  // nohup(1) has it ignored
+   }
    sigprocmask(SIG_BLOCK, &stopping, &before_);
    fd_ = ::signalfd(-1, &stopping, SFD_NONBLOCK | SFD_CLOEXEC);
    if (fd_ < 0) {

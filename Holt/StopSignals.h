@@ -4,8 +4,9 @@
 
 namespace Holt {
 
-/// Turns SIGINT and SIGTERM into a descriptor that a loop polls, so that a command stops at a
-/// well-defined place. REQUIRES: one object at a time.
+/// Turns SIGINT, SIGTERM and SIGHUP into a descriptor that a loop polls, so that a command stops at
+/// a well-defined place. A SIGHUP that is ignored, as nohup(1) does, stays ignored. REQUIRES: one
+/// object at a time.
 class StopSignals {
 public:
    StopSignals();

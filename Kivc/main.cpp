@@ -38,7 +38,10 @@ int main(int argc, char** argv) {
       program.parse(argc, argv);
       return Kivc::run(options, std::cerr);
    } catch (Tools::HelpAsked const& help) {
-      std::cout << help.what();
+      if (!(std::cout << help.what()).flush()) {
+         std::cerr << "kivc: the output cannot be written\n";
+         return 1;
+      }
       return 0;
    } catch (Tools::UsageError const& error) {
       std::cerr << "kivc: " << Kiv::printable(error.what()) << "; see 'kivc --help'\n";

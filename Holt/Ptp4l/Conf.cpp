@@ -111,11 +111,22 @@ Ptp4lSetting const* Ptp4lSection::find(std::string_view key) const {
 }
 
 std::string remarkText(std::string const& file, Ptp4lRemark const& remark) {
-   auto text = file + ":" + std::to_string(remark.line) + ": ";
+   auto text = file + (remark.line != 0 ? ":" + std::to_string(remark.line) : "") + ": ";
    if (!remark.key.empty()) {
       text += remark.key + ": ";
    }
    return Kiv::printable(text + remark.message);
+}
+
+void addInterface(Ptp4lConf& conf, std::string const& name) {
+   for (Ptp4lSection const& section : conf.sections) {
+      if (section.kind == Kind::port && section.name == name) {
+         return;
+      }
+   }
+   Ptp4lSection& section = conf.sections.emplace_back();
+   section.kind = Kind::port;
+   section.name = name;
 }
 
 Ptp4lConf parsePtp4lConf(std::string_view text, std::string file) {

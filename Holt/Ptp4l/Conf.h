@@ -35,7 +35,7 @@ struct Ptp4lSection {
    Kind kind = Kind::unknown;
    /// The interface of a port; else empty.
    std::string name;
-   /// Line of the header.
+   /// Line of the header; 0 if the section is not in the file.
    U32 line = 0;
    /// In the order of the file; a key may occur more than once.
    std::vector<Ptp4lSetting> settings;
@@ -46,6 +46,7 @@ struct Ptp4lSection {
 
 /// An error or a note about a line.
 struct Ptp4lRemark {
+   /// From 1; 0 if it is about something that is not in the file.
    U32 line = 0;
    /// The key in question; may be empty.
    std::string key;
@@ -62,7 +63,12 @@ struct Ptp4lConf {
    std::vector<Ptp4lRemark> errors;
 };
 
-/// "FILE:LINE: key: message", or without the key if it is empty; one printable line.
+/// Adds a port that is not in the file, as ptp4l(8) does with its option -i; none if the file has
+/// the port.
+void addInterface(Ptp4lConf& conf, std::string const& name);
+
+/// "FILE:LINE: key: message", without the line if it is 0 and the key if it is empty; one printable
+/// line.
 std::string remarkText(std::string const& file, Ptp4lRemark const& remark);
 
 /// Parses `text`; `file` is its name for messages. Lines are read as ptp4l(8) reads them:

@@ -125,6 +125,17 @@ DocPlace docOf(Place const& place, Path const& path) {
    return doc;
 }
 
+StateDoc docOf(std::vector<Kiv::NamedEntity*> const& roots) {
+   StateDoc doc;
+   for (Kiv::NamedEntity const* const root : roots) {
+      DocPlace& place = doc.places.emplace_back();
+      place.path.root = {root->kivType().name, root->nameString()};
+      place.text = root->nameString();
+      place.entity = docOf(*root);
+   }
+   return doc;
+}
+
 Json jsonOf(DocEntity const& entity) {
    Json json = Json::object();
    if (!entity.name.empty()) {

@@ -74,6 +74,9 @@ std::unique_ptr<DocEntity> docOf(Kiv::Entity const& entity);
 /// Copies what is at a place. Throws `Failure` if there is nothing.
 DocPlace docOf(Place const& place, Path const& path);
 
+/// Copies whole roots.
+StateDoc docOf(std::vector<Kiv::NamedEntity*> const& roots);
+
 Json jsonOf(DocEntity const& entity);
 Json jsonOf(DocPlace const& place);
 Json jsonOf(StateDoc const& doc);
@@ -86,6 +89,10 @@ using DocErrors = std::vector<Sarn::String>;
 /// Reads a document. Whatever cannot be read is left out and added to `errors`. Throws `Failure`,
 /// which names `source`, if it is not a dump at all.
 StateDoc readStateDoc(Json const& json, std::string const& source, DocErrors& errors);
+
+/// Reads the state of one place, which `jsonOf(DocPlace)` writes. Throws `Failure` if there can be
+/// no such place.
+DocPlace readStateAt(Json const& json, Path const& path, DocErrors& errors);
 
 /// Reads a file, "-" for standard input, and the document in it. Throws `Failure`.
 StateDoc readStateFile(std::string const& file, DocErrors& errors);

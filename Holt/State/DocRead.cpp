@@ -1,12 +1,10 @@
 // Reads documents from JSON. Errors are collected, so that all of them can be reported at once.
 #include <algorithm>
-#include <fstream>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 
 #include "Holt/Failure.h"
+#include "Holt/File.h"
 #include "Holt/State/Doc.h"
 #include "Holt/State/Key.h"
 #include "Holt/State/Walk.h"
@@ -206,6 +204,28 @@ Sarn::String textAt(Json const& json, char const* name) {
    return json.is_object() && at != json.end() ? stringOf(*at).value_or("") : "";
 }
 
+/// Throws a message with a hint if the text is clearly something else.
+void requireDump(std::string const& text, std::string const& source) {
+   std::size_t const begin = text.find_first_not_of(" \t\r\n");
+   if (begin == std::string::npos) {
+      throw Failure(source + ": is empty; 'ptpstate dump --json' writes the expected format");
+   }
+   std::string const line = text.substr(begin, text.find('\n', begin) - begin);
+   if (line[0] == '{') {
+      return;
+   }
+   if (line.find(" : ") != std::string::npos || line.find(" = ") != std::string::npos) {
+      throw Failure(source +
+                    ": is a dump as text, which nothing reads; make one with 'ptpstate dump "
+                    "--json'");
+   }
+   if (line[0] == '[' && line.ends_with(']')) {
+      throw Failure(source +
+                    ": is not a dump; a configuration file of ptp4l is loaded by 'ptpstate serve "
+                    "--ptp4l-conf'");
+   }
+}
+
 }  // namespace
 
 StateDoc readStateDoc(Json const& json, std::string const& source, DocErrors& errors) {
@@ -238,19 +258,19 @@ StateDoc readStateDoc(Json const& json, std::string const& source, DocErrors& er
    return doc;
 }
 
+DocPlace readStateAt(Json const& json, Path const& path, DocErrors& errors) {
+   DocPlace place;
+   place.path = path;
+   Reader reader(errors);
+   readPlace(json, reader, place);
+   return place;
+}
+
 StateDoc readStateFile(std::string const& file, DocErrors& errors) {
-   std::ostringstream text;
-   if (file == "-") {
-      text << std::cin.rdbuf();
-   } else {
-      std::ifstream in(file, std::ios::binary);
-      if (!in) {
-         throw Failure(file + ": cannot be read");
-      }
-      text << in.rdbuf();
-   }
    std::string const source = file == "-" ? "standard input" : file;
-   return readStateDoc(parseJson(text.str(), source), source, errors);
+   std::string const text = readWholeFile(file);
+   requireDump(text, source);
+   return readStateDoc(parseJson(text, source), source, errors);
 }
 
 }  // namespace Holt

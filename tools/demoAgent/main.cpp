@@ -2,6 +2,7 @@
 // everything, and then changes nothing more until it is interrupted.
 #include <iostream>
 
+#include "Holt/File.h"
 #include "Holt/Loop.h"
 #include "Holt/Server.h"
 #include "Holt/State/Dump.h"
@@ -93,8 +94,8 @@ void run(Options const& options) {
       }
    }
    if (!options.dump.empty()) {
-      Tools::writeFile(options.dump,
-                       [&status](std::ostream& out) { Holt::dumpRoots(out, {status.get()}); });
+      Holt::writeWholeFile(options.dump,
+                           [&status](std::ostream& out) { Holt::dumpRoots(out, {status.get()}); });
    }
 }
 

@@ -3,6 +3,7 @@
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
+#include "Holt/File.h"
 #include "Holt/State/Dump.h"
 #include "Holt/StopSignals.h"
 #include "Kiv/Printable.h"
@@ -34,6 +35,9 @@ Mount& mountStatus(Client& client, std::string const& name) {
 }
 
 void run(Options const& options) {
+   if (!options.dump.empty()) {
+      checkWritable(options.dump);
+   }
    StopSignals stop;
    Client client(options.socket, options.patience());
    Tools::showWaiting(client);
@@ -53,7 +57,7 @@ void run(Options const& options) {
    }
    Ptpports::printPorts(std::cout, static_cast<Ptp::Status const&>(mount.root()));
    if (!options.dump.empty()) {
-      writeFile(options.dump, [&mount](std::ostream& out) { dumpRoots(out, {&mount.root()}); });
+      writeWholeFile(options.dump, [&mount](std::ostream& out) { dumpRoots(out, {&mount.root()}); });
    }
 }
 

@@ -75,16 +75,15 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
       guarded.push_back(isNegativeNumber(argument) ? guard + argument : argument);
    }
    try {
-      program.parse(guarded);
-      Exit const status = run();
-      out.flush();
-      if (!out) {
-         throw Failure("the output cannot be written");
+      Exit status = Exit::ok;
+      try {
+         program.parse(guarded);
+         status = run();
+      } catch (Tools::HelpAsked const& help) {
+         out << help.what();
       }
+      Tools::requireWritten(out);
       return status;
-   } catch (Tools::HelpAsked const& help) {
-      out << help.what();
-      return Exit::ok;
    } catch (Tools::UsageError const& error) {
       std::string message = error.what();
       std::erase(message, guard);

@@ -17,7 +17,6 @@ using Tools::addClientOptions;
 using Tools::ClientOptions;
 using Tools::Command;
 using Tools::Option;
-using Tools::writeFile;
 
 /// What to run once the command line has been read.
 using Run = std::function<Holt::Exit()>;

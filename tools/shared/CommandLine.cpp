@@ -1,7 +1,6 @@
 #include "tools/shared/CommandLine.h"
 
 #include <exception>
-#include <fstream>
 #include <iostream>
 
 #include "Kiv/Printable.h"
@@ -19,6 +18,18 @@ std::string noServerText() {
    }
    return "found no server at " + places +
           "; name its socket with --socket or in the environment variable PTPSTATE_SOCKET";
+}
+
+/// Parses the command line and calls `run`, or prints the help that was asked for.
+void runOrHelp(Program& program, int argc, char const* const* argv,
+               std::function<void()> const& run) {
+   try {
+      program.parse(argc, argv);
+      run();
+   } catch (HelpAsked const& help) {
+      std::cout << help.what();
+   }
+   requireWritten(std::cout);
 }
 
 }  // namespace
@@ -64,15 +75,17 @@ Holt::Exit refuse(Program const& program, std::string const& message, std::ostre
    return Holt::Exit::usage;
 }
 
+void requireWritten(std::ostream& out) {
+   if (!out.flush()) {
+      throw Holt::Failure("the output cannot be written");
+   }
+}
+
 int runProgram(Program& program, int argc, char const* const* argv,
                std::function<void()> const& run) {
    std::string const name = program.command().name() + ": ";
    try {
-      program.parse(argc, argv);
-      run();
-      return 0;
-   } catch (HelpAsked const& help) {
-      std::cout << help.what();
+      runOrHelp(program, argc, argv, run);
       return 0;
    } catch (UsageError const& error) {
       return static_cast<int>(refuse(program, error.what(), std::cerr));
@@ -82,22 +95,6 @@ int runProgram(Program& program, int argc, char const* const* argv,
    } catch (std::exception const& error) {
       std::cerr << name << "internal error: " << Kiv::printable(error.what()) << std::endl;
       return 4;
-   }
-}
-
-void writeFile(std::string const& path, std::function<void(std::ostream&)> const& write) {
-   if (path == "-") {
-      write(std::cout);
-      std::cout.flush();
-      return;
-   }
-   std::ofstream file(path, std::ios::binary | std::ios::trunc);
-   if (file) {
-      write(file);
-      file.close();
-   }
-   if (!file) {
-      throw Holt::Failure(path + ": cannot be written");
    }
 }
 

@@ -34,14 +34,13 @@ void addClientOptions(Command const& command, ClientOptions& options, bool requi
 /// Writes a line about a command line that is wrong, and returns the exit status.
 Holt::Exit refuse(Program const& program, std::string const& message, std::ostream& errors);
 
-/// Parses the command line and calls `run`: the body of `main`. Help goes to standard output. An
-/// error is one line on standard error that begins with the program's name. Returns the exit
-/// status.
+/// Throws `Holt::Failure` if what was written to standard output is lost, as on a full device.
+void requireWritten(std::ostream& out);
+
+/// Parses the command line and calls `run`: the body of `main`. Help goes to standard output.
+/// Output that cannot be written is an error. An error is one line on standard error that begins
+/// with the program's name. Returns the exit status.
 int runProgram(Program& program, int argc, char const* const* argv,
                std::function<void()> const& run);
-
-/// Writes a file through `write`, or to standard output for "-". Throws `Holt::Failure` if it
-/// cannot be written.
-void writeFile(std::string const& path, std::function<void(std::ostream&)> const& write);
 
 }  // namespace Tools

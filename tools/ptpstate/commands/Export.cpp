@@ -1,6 +1,7 @@
 // export
 #include <iostream>
 
+#include "Holt/File.h"
 #include "Holt/Ptp4l/Write.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
@@ -67,7 +68,7 @@ Exit exportState(ExportOptions const& options) {
    Client client(options.socket, options.patience());
    Tools::showWaiting(client);
    std::string const text = ptp4lConf(client, options);
-   writeFile(options.output, [&text](std::ostream& out) { out << text; });
+   writeWholeFile(options.output, [&text](std::ostream& out) { out << text; });
    return Exit::ok;
 }
 

@@ -3,6 +3,7 @@
 #include <list>
 #include <nlohmann/json.hpp>
 
+#include "Holt/File.h"
 #include "Holt/State/Changes.h"
 #include "Holt/State/Diff.h"
 #include "Holt/State/Load.h"
@@ -18,6 +19,7 @@ namespace {
 
 struct LoadOptions : ClientOptions {
    std::string file;
+   std::string at;
    bool dryRun = false;
 };
 
@@ -83,12 +85,21 @@ private:
 
 Exit load(LoadOptions const& options) {
    DocErrors errors;
-   StateDoc const doc = readStateFile(options.file, errors);
-   if (!errors.empty()) {
-      refuse(options.file, errors, "not loaded, nothing was changed");
+   StateDoc doc;
+   Json json;
+   if (options.at.empty()) {
+      doc = readStateFile(options.file, errors);
+   } else {
+      json = parseJson(readWholeFile(options.file), options.file);
    }
    Client client(options.socket, options.patience());
    Tools::showWaiting(client);
+   if (!options.at.empty()) {
+      doc.places.push_back(readStateAt(json, parsePath(options.at, client.roots()), errors));
+   }
+   if (!errors.empty()) {
+      refuse(options.file, errors, "not loaded, nothing was changed");
+   }
    LoadedRoots const roots(client, doc, options.dryRun ? MountMode::reader : MountMode::writer);
    // Try everything on copies first, so that either everything is applied or nothing.
    std::vector<std::pair<Kiv::NamedEntity*, Sarn::Ptr<Kiv::NamedEntity>>> copies;
@@ -190,6 +201,7 @@ Exit diff(DiffOptions const& options) {
       }
       U64 const count =
             compareLines(linesOf(first), linesOf(second), options.json ? tellJson : tellDifference);
+      Tools::requireWritten(std::cout);
       return count == 0 ? Exit::ok : Exit::differs;
    } catch (Failure const& failure) {
       throw Failure(failure.what(), Exit::trouble);
@@ -217,9 +229,15 @@ void addLoad(Command const& program, Run& run) {
    command.footerIs(
          "Examples:\n"
          "  $ ptpstate dump --socket /tmp/ptp --json >before.json\n"
-         "  $ ptpstate load --socket /tmp/ptp before.json");
+         "  $ ptpstate load --socket /tmp/ptp before.json\n"
+         "  $ ptpstate get --json ptp/config.intfConfig[Ethernet1] >port.json\n"
+         "  $ ptpstate load --at ptp/config.intfConfig[Ethernet1] port.json");
    addClientOptions(command, *options);
    command.option("file", options->file).placeholder("FILE").required();
+   command
+         .option("--at", options->at,
+                 "Load what get --json has printed, and at this path, instead of a dump")
+         .placeholder("PATH");
    command.flag("--dry-run", options->dryRun,
                 "Print the changes that it would make, as watch does, and make none");
    command.onChosen([options, &run] { run = [options] { return load(*options); }; });

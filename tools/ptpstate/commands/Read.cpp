@@ -70,19 +70,12 @@ Exit dumpAll(ReadOptions const& options) {
       client.waitComplete(mount);
       roots.push_back(&mount.root());
    }
-   if (options.json || options.changed) {
-      StateDoc doc;
-      for (Kiv::NamedEntity const* const root : roots) {
-         doc.places.emplace_back();
-         doc.places.back().path.root = {root->kivType().name, root->nameString()};
-         doc.places.back().text = root->nameString();
-         doc.places.back().entity = Holt::docOf(*root);
-      }
-      if (options.changed) {
-         writeChanged(std::move(doc), options.json);
-      } else {
-         std::cout << jsonText(jsonOf(doc));
-      }
+   if (options.changed) {
+      writeChanged(Holt::docOf(roots), options.json);
+      return Exit::ok;
+   }
+   if (options.json) {
+      std::cout << jsonText(jsonOf(Holt::docOf(roots)));
       return Exit::ok;
    }
    if (!options.summary) {

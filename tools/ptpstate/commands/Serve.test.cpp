@@ -63,6 +63,31 @@ TEST_F(ServeTest, GetsAndSets) {
              "-> 1\n");
 }
 
+TEST_F(ServeTest, TakesTheJsonThatGetPrints) {
+   serve();
+   EXPECT_EQ(client({"add", "ptp/config.intfConfig[Ethernet1]", "true", "false"}).err, "");
+   for (char const* const path :
+        {"ptp/config.clockQuality", "ptp/config.ptpProfile", "ptp/config.priority1"}) {
+      std::string const json = client({"get", "--json", path}).out;
+      Outcome const set = client({"set", "--json", path, json});
+      EXPECT_EQ(set.status, 0) << path << set.err;
+      EXPECT_EQ(client({"get", "--json", path}).out, json);
+   }
+   EXPECT_EQ(client({"set", "--json", "ptp/config.ptpProfile", "\"g8275_1\""}).err, "");
+   EXPECT_EQ(client({"get", "ptp/config.ptpProfile"}).out, "g8275_1\n");
+   std::string const port = "ptp/config.intfConfig[Ethernet1]";
+   std::string const file = scratch.file("port.json");
+   std::ofstream(file) << client({"get", "--json", port}).out;
+   EXPECT_EQ(client({"load", "--at", port, file}).out, file + ": 0 changes\n");
+   EXPECT_EQ(client({"set", port + ".logSyncInterval", "-4"}).err, "");
+   EXPECT_EQ(client({"load", "--at", port, file}).out, file + ": 1 change\n");
+   EXPECT_EQ(client({"get", port + ".logSyncInterval"}).out, "0\n");
+   EXPECT_EQ(client({"set", "--json", port, "{}"}).err,
+             "ptpstate: " + port + ": is not a single value; use 'load --at' instead\n");
+   EXPECT_EQ(client({"set", "--json", "ptp/config.priority1", "300"}).status, 1);
+   EXPECT_EQ(client({"get", "ptp/config.priority1"}).out, "128\n");
+}
+
 TEST_F(ServeTest, CreatesAndRemovesChildren) {
    serve();
    EXPECT_EQ(transcript({{"add", "ptp/config.intfConfig[Ethernet1]"},
@@ -156,10 +181,28 @@ TEST_F(ServeTest, RefusesRootsThatCannotBe) {
 
 TEST_F(ServeTest, LoadsAConfigurationFileAndTellsWhatHasNoPlace) {
    std::string const file = std::string(PTPLIB_SOURCE_DIR) + "/Holt/Ptp4l/testdata/boundary.conf";
-   serve({"--ptp4l-conf", file});
+   serve({"--ptp4l-conf", file, "--notes"});
    EXPECT_TRUE(server->says("note: " + file + ":24: step_threshold: "));
    EXPECT_EQ(client({"get", "ptp/config.priority2"}).out, "120\n");
    EXPECT_EQ(client({"get", "ptp/config.intfConfig[eth2].transportMode"}).out, "ipv4\n");
+}
+
+TEST_F(ServeTest, CountsWhatHasNoPlaceAndTakesInterfacesThatTheFileDoesNotName) {
+   std::string const file = scratch.file("ptp4l.conf");
+   std::ofstream(file) << "[global]\npriority1 7\nstep_threshold 1\nlogSyncInterval -4\n";
+   serve({"--ptp4l-conf", file, "--interface", "eth0", "--interface", "eth1"});
+   EXPECT_EQ(
+         server->out().substr(0, server->out().find("serving")),
+         "note: " + file + ": 1 setting is not loaded; --notes lists it\nloaded " + file + "\n");
+   EXPECT_EQ(client({"get", "ptp/config.intfConfig[eth0].logSyncInterval"}).out, "-4\n");
+   EXPECT_EQ(client({"get", "ptp/config.intfConfig[eth1].enabled"}).out, "true\n");
+   server.reset();
+   serve({"--ptp4l-conf", file});
+   EXPECT_NE(server->out().find("note: " + file +
+                                ": has no interface; name those of ptp4l -i with --interface\n"),
+             std::string::npos)
+         << server->out();
+   EXPECT_EQ(run({"serve", "--socket", socket, "--interface", "eth0"}).status, 2);
 }
 
 TEST_F(ServeTest, AWrongConfigurationFileIsNotServed) {

@@ -2,6 +2,7 @@
 #include <iostream>
 #include <list>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "Holt/State/Load.h"
@@ -20,6 +21,7 @@ struct SetOptions : ClientOptions {
    std::string path;
    /// Its value, then further paths, each with its value.
    std::vector<std::string> rest;
+   bool json = false;
 };
 
 struct Setting {
@@ -105,10 +107,26 @@ struct Tried {
    Sarn::Ptr<Kiv::NamedEntity> copy;
 };
 
+/// Sets a value that is written as `get --json` prints it.
+void setJson(Sarn::Ptr<Kiv::Entity> const& root, Path const& path, std::string const& text) {
+   DocErrors errors;
+   DocPlace const doc = readStateAt(parseJson(text, "the value"), path, errors);
+   if (doc.entity != nullptr || doc.member != nullptr) {
+      throw Failure(doc.text + ": is not a single value; use 'load --at' instead");
+   }
+   if (errors.empty()) {
+      loadPlace(root, doc, errors);
+   }
+   if (!errors.empty()) {
+      throw Failure(errors.front());
+   }
+}
+
 class Batch {
 public:
-   Batch(Client& client, std::vector<Setting> const& settings)
-         : client_(client), settings_(settings) {}
+   /// `json`: values are JSON.
+   Batch(Client& client, std::vector<Setting> const& settings, bool json)
+         : client_(client), settings_(settings), json_(json) {}
 
    void run() {
       for (Setting const& setting : settings_) {
@@ -185,7 +203,11 @@ private:
          checked(settings_[i], [&] {
             Sarn::Ptr<Kiv::Entity> const root(rootOf(*find(paths_[i]->root)).get());
             for (Path const& path : matchesOf(root, *paths_[i])) {
-               Place(root, path.root.name, path.steps).set(settings_[i].value);
+               if (json_) {
+                  setJson(root, path, settings_[i].value);
+               } else {
+                  Place(root, path.root.name, path.steps).set(settings_[i].value);
+               }
             }
          });
       }
@@ -193,6 +215,7 @@ private:
 
    Client& client_;
    std::vector<Setting> const& settings_;
+   bool const json_;
    /// Without a value where the path is wrong.
    std::vector<std::optional<Path>> paths_;
    std::list<Tried> roots_;
@@ -207,7 +230,7 @@ Exit set(SetOptions const& options) {
    }
    Client client(options.socket, options.patience());
    Tools::showWaiting(client);
-   Batch(client, settings).run();
+   Batch(client, settings, options.json).run();
    return Exit::ok;
 }
 
@@ -237,6 +260,7 @@ void addSet(Command const& program, Run& run) {
    addClientOptions(command, *options);
    command.option("path", options->path).placeholder("PATH").required();
    command.option("value", options->rest).placeholder("VALUE");
+   command.flag("--json", options->json, "Read values as JSON, as get --json prints them");
    command.onChosen([options, &run] { run = [options] { return set(*options); }; });
 }
 

@@ -8,7 +8,9 @@
 #include <list>
 #include <optional>
 
+#include "Holt/File.h"
 #include "Holt/State/Changes.h"
+#include "Holt/State/Doc.h"
 #include "Holt/State/Dump.h"
 #include "Holt/StopSignals.h"
 #include "Holt/Times.h"
@@ -237,7 +239,7 @@ bool Watch::follow() {
       if (client_->over()) {
          return false;
       }
-      std::cout.flush();
+      Tools::requireWritten(std::cout);
       if (client_->turn(stop_.fd(), left())) {
          return true;
       }
@@ -259,7 +261,7 @@ bool Watch::pause(milliseconds time) const {
 bool Watch::reconnect() {
    milliseconds wait(100);
    for (;;) {
-      std::cout.flush();
+      Tools::requireWritten(std::cout);
       if (!pause(wait)) {
          return false;
       }
@@ -279,12 +281,12 @@ bool Watch::reconnect() {
 }
 
 void Watch::dump() const {
-   writeFile(options_.dump, [this](std::ostream& out) {
+   writeWholeFile(options_.dump, [this](std::ostream& out) {
       std::vector<Kiv::NamedEntity*> roots;
       for (Watched const& watched : watched_) {
          roots.push_back(watched.mirror.get());
       }
-      dumpRoots(out, roots);
+      out << jsonText(jsonOf(docOf(roots)));
    });
 }
 
@@ -304,6 +306,9 @@ Exit Watch::run() {
    if (options_.seconds > 0) {
       end_ = Clock::now() + milliseconds(static_cast<S64>(options_.seconds * 1000));
    }
+   if (!options_.dump.empty()) {
+      checkWritable(options_.dump);
+   }
    connect();
    choose();
    for (Watched const& watched : watched_) {
@@ -322,7 +327,7 @@ Exit Watch::run() {
    if (!lost) {
       finish();
    }
-   std::cout.flush();
+   Tools::requireWritten(std::cout);
    if (!options_.dump.empty()) {
       dump();
    }
@@ -366,7 +371,8 @@ void addWatch(Command const& program, Run& run) {
          .range(0.001, 1e9);
    command
          .option("--dump", options->dump,
-                 "At the end, write a dump of the mirror; - for standard output")
+                 "At the end, write the mirror as JSON, which load and diff read; - for standard "
+                 "output")
          .placeholder("FILE");
    command.flag(
          "--json", options->json,

@@ -104,7 +104,7 @@ TEST_F(WatchTest, SaysThatTheConnectionIsLostAndWritesWhatItHas) {
    EXPECT_NE(outcome.out.find("-- connection lost: "), std::string::npos) << outcome.out;
    EXPECT_EQ(outcome.err, "ptpstate: " + socket +
                                 ": the connection is lost; watch again when the server is back\n");
-   EXPECT_TRUE(std::regex_search(readFile(dump), std::regex("\nptp/config.priority1 += 7\n")))
+   EXPECT_TRUE(std::regex_search(readFile(dump), std::regex("\"priority1\": 7,")))
          << readFile(dump);
 }
 
@@ -221,7 +221,7 @@ TEST_F(WatchTest, HasAtTheEndWhatTheServerHas) {
    change({"del", "ptp/config.intfConfig[Ethernet3]"});
    ended(*watcher);
    std::string const mirror = readFile(dump);
-   EXPECT_NE(mirror.find("# 7 entities, "), std::string::npos) << mirror;
+   EXPECT_NE(mirror.find("\"Ethernet5\""), std::string::npos) << mirror;
    EXPECT_EQ(mirror, serverDump());
 }
 

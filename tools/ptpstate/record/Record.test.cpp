@@ -7,6 +7,7 @@
 #include <csignal>
 #include <fstream>
 #include <regex>
+#include <sstream>
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
@@ -111,6 +112,14 @@ TEST_F(RecordTest, ShowsTheStateAtAnyTime) {
    }
    EXPECT_EQ(replay({"--dump", "-"}).out, states.back().second) << "at the end";
    EXPECT_EQ(replay({"--dump", "-", "--json"}).out, json);
+   std::istringstream changes(replay({"--json"}).out);
+   std::string line;
+   std::getline(changes, line);
+   EXPECT_NE(line.find("\"event\":\"complete\""), std::string::npos) << line;
+   for (; std::getline(changes, line);) {
+      EXPECT_EQ(line.substr(0, 9), "{\"time\":\"") << line;
+      EXPECT_EQ(line.back(), '}') << line;
+   }
    std::string const dumpFile = scratch.file("dump");
    EXPECT_EQ(replay({"--at", states[0].first, "--dump", dumpFile}).out, "");
    EXPECT_EQ(readFile(dumpFile), states[0].second);

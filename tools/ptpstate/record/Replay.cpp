@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "Holt/Failure.h"
 #include "Holt/State/Dump.h"
@@ -131,14 +132,23 @@ void Replay::showFrom(Sarn::Ptr<Kiv::NamedEntity> const& root, OfferedRoot const
       below.push_back(offered.name);
    }
    if (!below.empty()) {
-      observers_.emplace_back(Sarn::Ptr<Kiv::Entity>(root.get()), std::move(below),
-                              [this](ChangeText const& text) { tell(text.path + text.what); });
+      observers_.emplace_back(
+            Sarn::Ptr<Kiv::Entity>(root.get()), std::move(below), [this](ChangeText const& text) {
+               tell(text.path + text.what, options_.json ? changeJson(text) : Json());
+            });
       observers_.back().tellingIs(begun_ && player_.complete());
    }
 }
 
-void Replay::tell(Sarn::String const& line) const {
-   std::cout << timeText(wall_) << ' ' << Kiv::printable(line) << '\n';
+/// Prints a line, or as JSON its time and the members of `json`: what `watch` would have printed.
+void Replay::tell(Sarn::String const& line, Json const& json) const {
+   if (options_.json) {
+      Json timed{{"time", timeText(wall_, TimeForm::universal)}};
+      timed.update(json);
+      std::cout << jsonLine(timed) << '\n';
+   } else {
+      std::cout << timeText(wall_) << ' ' << Kiv::printable(line) << '\n';
+   }
 }
 
 /// Finds a time in the recording; none if the recording cannot be read, which playing it tells.
@@ -177,7 +187,7 @@ bool Replay::pace(U64 steady) {
       }
       lastSteady_ = steady;
       while (*due_ > Clock::now()) {
-         std::cout.flush();
+         Tools::requireWritten(std::cout);
          auto const left = std::chrono::ceil<milliseconds>(*due_ - Clock::now());
          auto const wait = std::min<milliseconds>(left, milliseconds(1000));
          if (client_) {
@@ -227,16 +237,20 @@ bool Replay::playFrame(Sarn::String const& file, Reader::Frame const& frame) {
       for (Kiv::NamedEntity const* const root : roots()) {
          Dump dump;
          dump.entity(*root, root->nameString());
-         tell("-- " + root->nameString() + " is complete: " + tallyText(dump.total()));
+         tell("-- " + root->nameString() + " is complete: " + tallyText(dump.total()),
+              {{"event", "complete"},
+               {"root", jsonOf(root->nameString())},
+               {"entities", dump.total().entities},
+               {"attributes", dump.total().attributes}});
       }
    }
    if (!begun_) {
       return true;
    }
    if (frame.kind == FrameKind::lost) {
-      tell("-- the recorder lost the server");
+      tell("-- the recorder lost the server", {{"event", "lost"}});
    } else if (frame.kind == FrameKind::back) {
-      tell("-- the recorder has the server again");
+      tell("-- the recorder has the server again", {{"event", "connected"}});
    }
    return true;
 }

@@ -74,7 +74,7 @@ private:
    bool playFrame(Sarn::String const& file, Reader::Frame const& frame);
    bool pace(U64 steady);
    void catchUp();
-   void tell(Sarn::String const& line) const;
+   void tell(Sarn::String const& line, Holt::Json const& json) const;
 
    ReplayOptions const& options_;
    Holt::StopSignals stop_;

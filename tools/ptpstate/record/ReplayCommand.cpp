@@ -2,6 +2,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "Holt/File.h"
 #include "Holt/State/Doc.h"
 #include "Holt/State/Dump.h"
 #include "Holt/Times.h"
@@ -25,14 +26,7 @@ void writeState(std::ostream& out, ReplayOptions const& options, Replay const& r
       }
       return;
    }
-   StateDoc doc;
-   for (Kiv::NamedEntity const* const root : replay.roots()) {
-      doc.places.emplace_back();
-      doc.places.back().path.root = {root->kivType().name, root->nameString()};
-      doc.places.back().text = root->nameString();
-      doc.places.back().entity = docOf(*root);
-   }
-   out << jsonText(jsonOf(doc));
+   out << jsonText(jsonOf(docOf(replay.roots())));
 }
 
 Exit replay(ReplayOptions const& options) {
@@ -40,12 +34,15 @@ Exit replay(ReplayOptions const& options) {
       printRecordingInfo(std::cout, options.files);
       return Exit::ok;
    }
+   if (!options.dump.empty()) {
+      checkWritable(options.dump);
+   }
    Replay replay(options);
    replay.run();
    bool const shown = !options.showsChanges() && (options.into.empty() || !options.dump.empty());
    if (shown) {
-      writeFile(options.dump.empty() ? "-" : options.dump,
-                [&](std::ostream& out) { writeState(out, options, replay); });
+      writeWholeFile(options.dump.empty() ? "-" : options.dump,
+                     [&](std::ostream& out) { writeState(out, options, replay); });
    }
    std::cout.flush();
    if (!replay.damage().empty()) {
@@ -127,7 +124,9 @@ void addReplay(Command const& program, Run& run) {
                .placeholder("FILE")
                .excludes(since)
                .excludes(path);
-   command.flag("--json", options->json, "Write the state as JSON, which load and diff read");
+   command.flag("--json", options->json,
+                "Write the state as JSON, which load and diff read; without --at, --dump and "
+                "--into, print the changes as watch --json does");
    command
          .flag("--info", options->info,
                "Only print what the files contain, and whether replay would stop with an error")

@@ -278,7 +278,7 @@ Exit Top::batch() {
       for (Sarn::String const& line : TopView(table_, {}).text()) {
          std::cout << line << '\n';
       }
-      std::cout.flush();
+      Tools::requireWritten(std::cout);
    }
    return Exit::ok;
 }
