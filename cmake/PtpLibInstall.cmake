@@ -34,10 +34,13 @@ function(ptplib_install)
    if(programs)
       install(TARGETS ${programs} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
    endif()
-   if(ptpstate IN_LIST programs)
-      install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpstate/ptpstate.bash"
-         DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ptpstate)
-   endif()
+   foreach(program IN LISTS programs)
+      set(completion "${PROJECT_SOURCE_DIR}/tools/${program}/${program}.bash")
+      if(EXISTS "${completion}")
+         install(FILES "${completion}"
+            DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ${program})
+      endif()
+   endforeach()
    if(ptp4lAgent IN_LIST programs)
       # Where systemd looks, whatever the library directory is called.
       install(FILES "${PROJECT_SOURCE_DIR}/tools/ptp4lAgent/ptp4lAgent.service"

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "Holt/Table.h"
+#include "Kiv/Printable.h"
 
 namespace Ptpports {
 
@@ -38,8 +41,7 @@ std::vector<PortDS const*> portsInOrder(Status const& status) {
    return ports;
 }
 
-/// Why the port does not work as it should, if it says so.
-std::string remarks(PortDS const& port, Ptp::IntfStatus const* intf) {
+std::vector<Ptp::PortDisabledReason> reasonsOf(PortDS const& port) {
    std::vector<Ptp::PortDisabledReason> reasons;
    for (auto const& [reason, holds] : port.disabledReasonAll()) {
       if (holds) {
@@ -47,48 +49,84 @@ std::string remarks(PortDS const& port, Ptp::IntfStatus const* intf) {
       }
    }
    std::sort(reasons.begin(), reasons.end());
+   return reasons;
+}
+
+bool isInactive(Ptp::IntfStatus const* intf) {
+   return intf != nullptr && intf->mpassEnabled() &&
+          intf->mpassStatus() == Ptp::Mpass::Status::inactive;
+}
+
+/// Why the port does not work as it should, if it says so.
+std::string remarks(PortDS const& port, Ptp::IntfStatus const* intf) {
    std::string all = port.faultyFlag() ? "fault" : "";
-   for (Ptp::PortDisabledReason const reason : reasons) {
+   for (Ptp::PortDisabledReason const reason : reasonsOf(port)) {
       all += (all.empty() ? "" : ", ") + Kiv::strRep(reason);
    }
-   if (intf != nullptr && intf->mpassEnabled() &&
-       intf->mpassStatus() == Ptp::Mpass::Status::inactive) {
+   if (isInactive(intf)) {
       all += std::string(all.empty() ? "" : ", ") + "MPASS inactive";
    }
    return all;
 }
 
-std::vector<std::string> rowOf(Status const& status, PortDS const& port) {
+/// What a row computes from more than one attribute.
+struct Figures {
+   /// Nanoseconds; only of the port that the clock follows.
+   std::optional<S64> offset;
+   /// Nanoseconds; of that port, and of links that measure it.
+   std::optional<S64> delay;
+   std::optional<std::size_t> masters;
+   U64 discards = 0;
+   U64 grants = 0;
+};
+
+Figures figuresOf(Status const& status, PortDS const& port) {
+   Figures figures;
    Ptp::PortDSKey const& key = port.portDSKey();
-   auto const intf = status.intfStatus(key);
    auto const& current = status.currentDS();
-   bool const followed = port.portState() == Ptp::PortState::slave && current &&
-                         current->lastUpdatePortKey() == key;
-   bool const measured = port.delayMechanism() == Ptp::DelayMechanism::p2p &&
-                         port.portState() != Ptp::PortState::disabled;
-   U64 const discards = U64(port.stpDiscardedRxMessagesCount()) +
-                        port.stpDiscardedTxMessagesCount() + port.ptpDiscardedTxArpExpireCount() +
-                        port.corruptedRxManagementMessagesCount();
-   U64 const grants = U64(port.ucastNegGrantTlvsReceived()) + port.ucastNegGrantTlvsSent();
+   if (port.portState() == Ptp::PortState::slave && current &&
+       current->lastUpdatePortKey() == key) {
+      figures.offset = current->offsetFromMaster();
+      figures.delay = current->meanPathDelay();
+   } else if (port.delayMechanism() == Ptp::DelayMechanism::p2p &&
+              port.portState() != Ptp::PortState::disabled) {
+      figures.delay = port.peerMeanPathDelay();
+   }
+   if (auto const intf = status.intfStatus(key)) {
+      figures.masters = intf->foreignMasterDSCount();
+   }
+   figures.discards = U64(port.stpDiscardedRxMessagesCount()) + port.stpDiscardedTxMessagesCount() +
+                      port.ptpDiscardedTxArpExpireCount() +
+                      port.corruptedRxManagementMessagesCount();
+   figures.grants = U64(port.ucastNegGrantTlvsReceived()) + port.ucastNegGrantTlvsSent();
+   return figures;
+}
+
+template <class Number>
+std::string textOf(std::optional<Number> const& number) {
+   return number ? std::to_string(*number) : nothing;
+}
+
+std::vector<std::string> rowOf(Status const& status, PortDS const& port) {
+   Figures const figures = figuresOf(status, port);
    return {
          Kiv::strRep(port.intf()),
          port.vlanId().isNone() ? "" : Kiv::strRep(port.vlanId()),
          Kiv::strRep(port.portState()),
          Kiv::strRep(port.role()),
-         followed ? std::to_string(current->offsetFromMaster()) : nothing,
-         followed   ? std::to_string(current->meanPathDelay())
-         : measured ? std::to_string(port.peerMeanPathDelay())
-                    : nothing,
-         intf ? std::to_string(intf->foreignMasterDSCount()) : nothing,
+         textOf(figures.offset),
+         textOf(figures.delay),
+         textOf(figures.masters),
          std::to_string(port.syncMessageReceived()),
          std::to_string(port.lostResponsesPeerDelay()),
-         std::to_string(discards),
-         std::to_string(grants),
-         remarks(port, intf.get()),
+         std::to_string(figures.discards),
+         std::to_string(figures.grants),
+         remarks(port, status.intfStatus(port.portDSKey()).get()),
    };
 }
 
 void printClock(std::ostream& out, Status const& status) {
+   out << "status  " << Kiv::printable(status.nameString()) << '\n';
    if (auto const& clock = status.defaultDS()) {
       out << "clock   " << Kiv::strRep(clock->clockIdentity()) << "  domain "
           << +clock->domainNumber() << "  ports " << clock->numberPorts() << '\n';
@@ -132,6 +170,65 @@ void printPorts(std::ostream& out, Status const& status) {
       before = ", ";
    }
    out << '\n';
+}
+
+namespace {
+
+/// The number, or null.
+template <class Number>
+Holt::Json jsonOf(std::optional<Number> const& number) {
+   return number ? Holt::Json(*number) : Holt::Json(nullptr);
+}
+
+Holt::Json jsonOf(Status const& status, PortDS const& port) {
+   Figures const figures = figuresOf(status, port);
+   Holt::Json reasons = Holt::Json::array();
+   for (Ptp::PortDisabledReason const reason : reasonsOf(port)) {
+      reasons.push_back(Kiv::strRep(reason));
+   }
+   return {
+         {"port", Kiv::strRep(port.intf())},
+         {"vlan", port.vlanId().isNone() ? Holt::Json(nullptr)
+                                         : Holt::Json(std::stoul(Kiv::strRep(port.vlanId())))},
+         {"portState", Kiv::strRep(port.portState())},
+         {"role", Kiv::strRep(port.role())},
+         {"offsetFromMaster", jsonOf(figures.offset)},
+         {"meanPathDelay", jsonOf(figures.delay)},
+         {"foreignMasters", jsonOf(figures.masters)},
+         {"syncMessageReceived", port.syncMessageReceived()},
+         {"lostResponsesPeerDelay", port.lostResponsesPeerDelay()},
+         {"discards", figures.discards},
+         {"grants", figures.grants},
+         {"faulty", port.faultyFlag()},
+         {"disabledReasons", reasons},
+         {"mpassInactive", isInactive(status.intfStatus(port.portDSKey()).get())},
+   };
+}
+
+}  // namespace
+
+Holt::Json portsJson(Status const& status) {
+   Holt::Json json{{"status", Holt::jsonOf(status.nameString())}};
+   auto const& clock = status.defaultDS();
+   json["clock"] = !clock ? Holt::Json(nullptr)
+                          : Holt::Json{{"clockIdentity", Kiv::strRep(clock->clockIdentity())},
+                                       {"domainNumber", clock->domainNumber()},
+                                       {"numberPorts", clock->numberPorts()}};
+   auto const& parent = status.parentDS();
+   auto const& current = status.currentDS();
+   json["follows"] =
+         !parent || !current
+               ? Holt::Json(nullptr)
+               : Holt::Json{{"grandmasterIdentity", Kiv::strRep(parent->grandmasterIdentity())},
+                            {"clockClass", parent->grandmasterClockQuality().clockClass()},
+                            {"stepsRemoved", std::stoul(Kiv::strRep(current->stepsRemoved()))},
+                            {"offsetFromMaster", current->offsetFromMaster()},
+                            {"meanPathDelay", current->meanPathDelay()}};
+   json["ports"] = Holt::Json::array();
+   for (PortDS const* const port : portsInOrder(status)) {
+      json["ports"].push_back(jsonOf(status, *port));
+   }
+   return json;
 }
 
 }  // namespace Ptpports

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace Ptpports {
@@ -70,6 +71,7 @@ TEST_F(PortTableTest, ShowsTheClockItsPortsInOrderAndHowManyThereAreInEachState)
    status->intfStatus(key("Ethernet9"))->mpassStatusIs(Mpass::Status::inactive);
 
    EXPECT_EQ(table(), R"(
+status  ptp
 clock   02:00:11:ff:fe:00:00:01  domain 24  ports 4
 follows 02:00:11:ff:fe:00:00:aa  class 6  steps 2  offset -3 ns  delay 212 ns
 
@@ -85,11 +87,36 @@ Ethernet10   100  disabled  dynamic         -      -        0        0     0    
 
 TEST_F(PortTableTest, AnEmptyStatusHasNoPorts) {
    EXPECT_EQ(table(), R"(
+status  ptp
 
 port  vlan  state  role  offset  delay  masters  sync-rx  lost  discards  grants  remarks
 
 0 ports
 )");
+}
+
+TEST_F(PortTableTest, AsJsonAPortHasNullForWhatItDoesNotHave) {
+   EXPECT_EQ(Holt::jsonLine(portsJson(*status)),
+             R"({"status":"ptp","clock":null,"follows":null,"ports":[]})");
+   auto const vlan = portIs(key("Ethernet10", 100), PortState::disabled);
+   vlan->disabledReasonIs(PortDisabledReason::linkDown, true);
+   status->currentDSIs()->lastUpdatePortKeyIs(key("Ethernet2"));
+   status->currentDS()->offsetFromMasterIs(-3);
+   status->currentDS()->meanPathDelayIs(212);
+   portIs(key("Ethernet2"), PortState::slave)->syncMessageReceivedIs(8192);
+   status->intfStatusDel(key("Ethernet2"));
+   Holt::Json const ports = portsJson(*status)["ports"];
+   ASSERT_EQ(ports.size(), 2u);
+   EXPECT_EQ(Holt::jsonLine(ports[0]),
+             R"({"port":"Ethernet2","vlan":null,"portState":"slave","role":"dynamic",)"
+             R"("offsetFromMaster":-3,"meanPathDelay":212,"foreignMasters":null,)"
+             R"("syncMessageReceived":8192,"lostResponsesPeerDelay":0,"discards":0,"grants":0,)"
+             R"("faulty":false,"disabledReasons":[],"mpassInactive":false})");
+   EXPECT_EQ(Holt::jsonLine(ports[1]),
+             R"({"port":"Ethernet10","vlan":100,"portState":"disabled","role":"dynamic",)"
+             R"("offsetFromMaster":null,"meanPathDelay":null,"foreignMasters":0,)"
+             R"("syncMessageReceived":0,"lostResponsesPeerDelay":0,"discards":0,"grants":0,)"
+             R"("faulty":false,"disabledReasons":["linkDown"],"mpassInactive":false})");
 }
 
 TEST_F(PortTableTest, APortThatIsNoLongerFollowedHasNoOffset) {

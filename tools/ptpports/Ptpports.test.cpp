@@ -71,6 +71,7 @@ TEST_F(Ptpports, ShowsTheStatusThatIsOffered) {
    Serving const serving(socket(), "Ptp::Status", "ptp/status");
    std::string const said = ptpports("");
    EXPECT_EQ(said.substr(0, 2), "0 ");
+   EXPECT_EQ(said.substr(2, 19), "status  ptp/status\n");
    EXPECT_NE(said.find("\n0 ports\n"), std::string::npos) << said;
    EXPECT_EQ(ptpports("--root ptp/status"), said);
 }
@@ -90,8 +91,42 @@ TEST_F(Ptpports, WhereThereIsNoStatusItSaysSo) {
 TEST_F(Ptpports, WhereThereIsNoStatusOfTheNameItSaysSo) {
    Serving const serving(socket(), "Ptp::Status", "ptp/status");
    EXPECT_EQ(ptpports("--root other"),
-             "1 ptpports: the server offers no Ptp::Status named other; 'ptpstate dump' shows "
-             "what it offers\n");
+             "1 ptpports: the server offers no Ptp::Status named other; it has ptp/status\n");
+}
+
+TEST_F(Ptpports, PrintsJson) {
+   Serving const serving(socket(), "Ptp::Status", "ptp/status");
+   EXPECT_EQ(ptpports("--json"),
+             "0 {\n   \"status\": \"ptp/status\",\n   \"clock\": null,\n   \"follows\": null,\n"
+             "   \"ports\": []\n}\n");
+}
+
+TEST_F(Ptpports, WatchesUntilItIsInterruptedAndPrintsOnlyWhatHasChanged) {
+   Serving const serving(socket(), "Ptp::Status", "ptp/status");
+   std::string const command = "timeout -s INT 1 " + std::string(PTPLIB_BIN_DIR) +
+                               "/ptpports --watch --json --interval 0.05 --socket " + socket() +
+                               " >" + directory + "/out 2>&1";
+   EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 124);
+   std::ostringstream said;
+   said << std::ifstream(directory + "/out").rdbuf();
+   EXPECT_EQ(said.str(), R"({"status":"ptp/status","clock":null,"follows":null,"ports":[]})"
+                         "\n");
+}
+
+TEST_F(Ptpports, TabCompletesItsOptionsAndThoseOfTheAgent) {
+   auto const completed = [this](std::string const& program, std::string const& word) {
+      std::string const command = "bash -c 'source " PTPLIB_SOURCE_DIR "/tools/" + program + "/" +
+                                  program + ".bash; _" + program + " " PTPLIB_BIN_DIR "/" +
+                                  program + " " + word + " " + program +
+                                  "; printf \"%s|\" \"${COMPREPLY[@]}\"' >" + directory + "/out";
+      EXPECT_EQ(std::system(command.c_str()), 0);
+      std::ostringstream said;
+      said << std::ifstream(directory + "/out").rdbuf();
+      return said.str();
+   };
+   EXPECT_EQ(completed("ptpports", "--w"), "--watch |");
+   EXPECT_EQ(completed("ptpports", "--j"), "--json |");
+   EXPECT_EQ(completed("ptp4lAgent", "--p"), "--ptp4l |");
 }
 
 TEST_F(Ptpports, WithoutAServerItEndsWith3AndNamesTheSocket) {
