@@ -132,10 +132,11 @@ void Agent::synchronise() {
    if (port->portState() != PortState::slave) {
       return;
    }
+   wander_ += noise(6) - wander_ / 8;
    for (int i = 0; i != 8; ++i) {
       port->receiveSyncMessage();
       current->lastSyncSeqIdIs(static_cast<U16>(current->lastSyncSeqId() + 1));
-      current->offsetFromMasterIs(noise(30));
+      current->offsetFromMasterIs(wander_ + noise(8));
       current->lastSyncLocalTimeIs(static_cast<U64>(now_) * 1000000000 + U64(i) * 125000000);
    }
    current->lastSyncSystemTimeIs(now_);

@@ -19,9 +19,11 @@ public:
 
    /// Fills the status: the clock's data sets, and everything there is for each port.
    void fill();
-   /// Simulates a second: counts messages, measures delays, hears foreign masters. Now and then a
-   /// link goes down or comes up, a port's counters are cleared, or the clock follows another
-   /// master.
+   /// Sets the time, in seconds since 1970; at first, a day in 2023.
+   void timeIs(Kiv::Seconds now) noexcept { now_ = now - 1; }
+   /// Simulates a second, which ends at the time that was set or a second after the last one:
+   /// counts messages, measures delays, hears foreign masters. Now and then a link goes down or
+   /// comes up, a port's counters are cleared, or the clock follows another master.
    void tick();
 
 private:
@@ -45,6 +47,8 @@ private:
    std::mt19937 random_;
    std::vector<Ptp::PortDSKey> keys_;
    U32 followed_ = 0;
+   /// What the offset wanders around, in nanoseconds.
+   S64 wander_ = 0;
    Kiv::Seconds now_ = 1700000000;
 };
 

@@ -1,6 +1,11 @@
-// demoAgent: serves a status that it fills and changes, for `./dev demo`. Says when its reader has
-// everything, and then changes nothing more until it is interrupted.
+// demoAgent: serves a status that it fills and changes as a PTP agent would. In real time, a second
+// takes a second. For `./dev demo` and for tests it plays a number of seconds at once: it begins
+// when a reader has everything, says when the reader has all changes, and then changes nothing
+// more.
+#include <chrono>
+#include <ctime>
 #include <iostream>
+#include <limits>
 
 #include "Holt/File.h"
 #include "Holt/Loop.h"
@@ -14,12 +19,14 @@
 namespace {
 
 using DemoAgent::Agent;
+using Clock = std::chrono::steady_clock;
 
 struct Options {
    std::string socket;
    std::string dump;
    U32 ports = 64;
-   U32 seconds = 300;
+   U32 seconds = 0;
+   bool instant = false;
    U32 seed = 1;
 };
 
@@ -52,24 +59,47 @@ bool waitUntil(Holt::Loop& loop, int stopFd, Done&& done) {
    return true;
 }
 
+/// Serves for a second. Returns false if the process is told to stop.
+bool serveASecond(Holt::Loop& loop, int stopFd, Clock::time_point end) {
+   for (;;) {
+      auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+      if (left.count() <= 0) {
+         return true;
+      }
+      if (loop.turn(stopFd, left)) {
+         return false;
+      }
+   }
+}
+
 /// Simulates until the time is over or the process is told to stop, and prints what it did. Returns
 /// false if it was told to stop.
 bool play(Options const& options, Agent& agent, Sarn::Ptr<Ptp::Status> const& status,
           Holt::Server& server, Holt::Loop& loop, int stopFd) {
    auto const before = server.total();
    Count const count(status);
+   U32 const seconds = options.seconds != 0 ? options.seconds
+                       : options.instant    ? 300
+                                            : std::numeric_limits<U32>::max();
    U32 second = 0;
    bool goesOn = true;
-   for (; goesOn && second != options.seconds; ++second) {
+   Clock::time_point next = Clock::now();
+   for (; goesOn && second != seconds; ++second) {
+      if (!options.instant) {
+         agent.timeIs(static_cast<Kiv::Seconds>(std::time(nullptr)));
+      }
       agent.tick();
-      goesOn = !loop.turn(stopFd, std::chrono::milliseconds::zero());
+      next += std::chrono::seconds(1);
+      goesOn = options.instant ? !loop.turn(stopFd, std::chrono::milliseconds::zero())
+                               : serveASecond(loop, stopFd, next);
    }
    server.sync();
    goesOn = goesOn && waitUntil(loop, stopFd, [&server] { return server.synced(); });
    auto const after = server.total();
-   std::cout << "made " << count.changes() << " changes in " << second
-             << " played seconds; mirrored in " << after.messagesOut - before.messagesOut
-             << " messages and " << after.bytesOut - before.bytesOut << " bytes" << std::endl;
+   // What a reader gets that comes meanwhile is more than the changes.
+   std::cout << "made " << count.changes() << " changes in " << second << " played seconds; sent "
+             << after.messagesOut - before.messagesOut << " messages and "
+             << after.bytesOut - before.bytesOut << " bytes to its readers" << std::endl;
    return goesOn;
 }
 
@@ -87,9 +117,10 @@ void run(Options const& options) {
       std::cout << "serving " << status->nameString() << " with " << status->portDSCount()
                 << " ports" << std::endl;
       auto const confirmed = [&server] { return server.synced(); };
-      if (waitUntil(loop, stop.fd(), [&server] { return server.isMirrored(); }) &&
-          (server.sync(), waitUntil(loop, stop.fd(), confirmed)) &&
-          play(options, agent, status, server, loop, stop.fd())) {
+      bool const begins = !options.instant ||
+                          (waitUntil(loop, stop.fd(), [&server] { return server.isMirrored(); }) &&
+                           (server.sync(), waitUntil(loop, stop.fd(), confirmed)));
+      if (begins && play(options, agent, status, server, loop, stop.fd())) {
          loop.run(stop.fd());
       }
    }
@@ -102,13 +133,18 @@ void run(Options const& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-   Tools::Program program("demoAgent",
-                          "Simulates a PTP agent: serves a status that it fills and changes.");
+   Tools::Program program(
+         "demoAgent",
+         "Simulates a PTP agent: serves a status that it fills and changes in real time.");
    Tools::Command const& command = program.command();
    Options options;
    Tools::addListenOption(command, options.socket);
    command.option("--ports", options.ports, "How many ports (64)").range(3, 4096);
-   command.option("--seconds", options.seconds, "How many seconds to simulate (300)");
+   command.option("--seconds", options.seconds,
+                  "How many seconds to simulate; by default, until it is interrupted, and with "
+                  "--instant 300");
+   command.flag("--instant", options.instant,
+                "Wait until a reader has everything, and then simulate all seconds at once");
    command.option("--seed", options.seed, "Seed of the random numbers (1)");
    command.option("--dump", options.dump, "At the end, write a dump; - for standard output")
          .placeholder("FILE");

@@ -27,7 +27,7 @@ protected:
 };
 
 TEST_F(DemoAgentTest, CountsWhatWentToAReaderThatIsGone) {
-   auto const agent = play({"--ports", "8", "--seconds", "10000"});
+   auto const agent = play({"--ports", "8", "--seconds", "10000", "--instant"});
    Program reader({"watch", "--socket", socket});
    ASSERT_TRUE(reader.says("complete"));
    ASSERT_TRUE(reader.says("lastSyncSeqId", 3));  // it plays
@@ -36,7 +36,8 @@ TEST_F(DemoAgentTest, CountsWhatWentToAReaderThatIsGone) {
    std::smatch found;
    std::string const said = agent->out();
    ASSERT_TRUE(std::regex_search(
-         said, found, std::regex("made (\\d+) changes in .* in (\\d+) messages and (\\d+) bytes")))
+         said, found,
+         std::regex("made (\\d+) changes in .* sent (\\d+) messages and (\\d+) bytes")))
          << said;
    EXPECT_GT(std::stoull(found[2]), 0U);
    EXPECT_LT(std::stoull(found[2]), std::stoull(found[1]) * 2) << said;
@@ -45,8 +46,28 @@ TEST_F(DemoAgentTest, CountsWhatWentToAReaderThatIsGone) {
    EXPECT_EQ(agent->finish().status, 0);
 }
 
-TEST_F(DemoAgentTest, TakesNoChangesFromOthers) {
+TEST_F(DemoAgentTest, PlaysInRealTimeWithOrWithoutReaders) {
+   auto const agent = play({"--ports", "3", "--seconds", "2"});
+   auto const begin = std::chrono::steady_clock::now();
+   Outcome const watched =
+         run({"watch", "--socket", socket, "--count", "1", "ptp/status.currentDS.lastSyncSeqId"});
+   EXPECT_EQ(watched.status, 0) << watched.err;
+   ASSERT_TRUE(agent->says("made ")) << agent->out();
+   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(900));
+   EXPECT_NE(agent->out().find(" in 2 played seconds; sent "), std::string::npos) << agent->out();
+   agent->signal(SIGINT);
+   EXPECT_EQ(agent->finish().status, 0);
+}
+
+TEST_F(DemoAgentTest, CountsNothingSentWithoutAReader) {
    auto const agent = play({"--ports", "3", "--seconds", "1"});
+   ASSERT_TRUE(agent->says("; sent 0 messages and 0 bytes to its readers\n")) << agent->out();
+   agent->signal(SIGINT);
+   EXPECT_EQ(agent->finish().status, 0);
+}
+
+TEST_F(DemoAgentTest, TakesNoChangesFromOthers) {
+   auto const agent = play({"--ports", "3"});
    Outcome const outcome = run({"set", "--socket", socket, "ptp/status.holdoverExpiry", "5"});
    EXPECT_EQ(outcome.status, 1);
    EXPECT_EQ(outcome.err,
