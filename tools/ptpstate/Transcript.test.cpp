@@ -4,8 +4,8 @@
 // up to the next such line, is its standard output, then its standard error, and its exit status if
 // that is not 0. "$ ptpstate ... &" runs in the background; "$ wait" shows its output. "> FILE" and
 // "< FILE" redirect. "$ ptpstate serve" always runs in the background, and the test waits until it
-// serves. Lines with "#" are comments. PTPSTATE_SOCKET names the socket, a file in the directory in
-// which all commands run.
+// serves. Lines that begin with "#" after an empty one are comments. PTPSTATE_SOCKET names the
+// socket, a file in the directory in which all commands run.
 //
 // PTPSTATE_UPDATE=1 rewrites the files.
 #include <gtest/gtest.h>
@@ -145,8 +145,9 @@ TEST_P(Transcript, IsWhatTheProgramSays) {
    std::istringstream lines(expected);
    std::string seen;
    Terminal terminal;
-   for (std::string line; std::getline(lines, line);) {
-      if (line.starts_with("#")) {
+   bool apart = true;  // from the output of the last command, which may have such lines
+   for (std::string line; std::getline(lines, line); apart = line.empty()) {
+      if (apart && line.starts_with("#")) {
          seen += (seen.empty() ? "" : "\n") + line + "\n";
       } else if (line.starts_with("$ ")) {
          seen += line + "\n" + terminal.run(line.substr(2));
