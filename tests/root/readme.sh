@@ -60,7 +60,7 @@ TEXT
    local block
    for block; do
       if [ "${block##*.}" = expected ]; then
-         printf 'diff -u ~/blocks/%s ~/output\n' "${block##*/}"
+         printf 'tail -n %d ~/output | diff -u ~/blocks/%s -\n' "$(wc -l <"$block")" "${block##*/}"
          continue
       fi
       printf 'echo "--- README, %s"\n' "${block##*/}"
