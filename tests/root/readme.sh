@@ -54,7 +54,7 @@ cp "$blocks"/*.cpp "$home/first/firstMinutes.cpp"
 script() {
    cat <<'TEXT'
 set -eE
-trap 'echo "the README fails here: $BASH_COMMAND"' ERR
+trap 'cat ~/output; echo "the README fails here: $BASH_COMMAND"' ERR
 [ -z "${LANG:-}${LC_ALL:-}" ]
 TEXT
    local block
@@ -73,7 +73,7 @@ TEXT
       sed -e 's/ &$/ \&\nsleep 1/' \
          -e "s/^ptpstate top .*/(sleep 2; echo q) | script -qec '&' \/dev\/null >~\/top/" "$block" \
          >"$block.run"
-      printf '. ~/blocks/%s.run > >(tee ~/output) 2>&1\nwait $! || true\n' "${block##*/}"
+      printf '. ~/blocks/%s.run >~/output 2>&1\ncat ~/output\n' "${block##*/}"
    done
    # shellcheck disable=SC2016
    echo 'running=$(jobs -p); [ -z "$running" ] || kill $running'
