@@ -33,10 +33,10 @@ void writeChanged(StateDoc doc, bool json) {
    }
 }
 
-StateDoc docOf(OpenedPlaces const& opened) {
+StateDoc docOfPlaces(OpenedPlaces const& opened) {
    StateDoc doc;
    for (auto const& [path, place] : opened.places()) {
-      doc.places.push_back(Holt::docOf(place, path));
+      doc.places.push_back(docOf(place, path));
    }
    return doc;
 }
@@ -44,11 +44,11 @@ StateDoc docOf(OpenedPlaces const& opened) {
 Exit dumpPaths(ReadOptions const& options) {
    OpenedPlaces const opened(options, options.paths);
    if (options.changed) {
-      writeChanged(docOf(opened), options.json);
+      writeChanged(docOfPlaces(opened), options.json);
       return Exit::ok;
    }
    if (options.json) {
-      std::cout << jsonText(jsonOf(docOf(opened)));
+      std::cout << jsonText(jsonOf(docOfPlaces(opened)));
       return Exit::ok;
    }
    Dump dump = options.summary ? Dump() : Dump(std::cout);
@@ -71,11 +71,11 @@ Exit dumpAll(ReadOptions const& options) {
       roots.push_back(&mount.root());
    }
    if (options.changed) {
-      writeChanged(Holt::docOf(roots), options.json);
+      writeChanged(docOf(roots), options.json);
       return Exit::ok;
    }
    if (options.json) {
-      std::cout << jsonText(jsonOf(Holt::docOf(roots)));
+      std::cout << jsonText(jsonOf(docOf(roots)));
       return Exit::ok;
    }
    if (!options.summary) {
@@ -94,7 +94,7 @@ Exit get(ReadOptions const& options) {
    OpenedPlaces const opened(options, options.paths);
    if (!opened.isSingle()) {
       if (options.json) {
-         std::cout << jsonText(jsonOf(docOf(opened)));
+         std::cout << jsonText(jsonOf(docOfPlaces(opened)));
       } else {
          Dump dump(std::cout);
          for (auto const& [path, place] : opened.places()) {
@@ -105,7 +105,7 @@ Exit get(ReadOptions const& options) {
    }
    auto const& [path, place] = opened.places().front();
    if (options.json) {
-      std::cout << jsonText(jsonOf(Holt::docOf(place, path)));
+      std::cout << jsonText(jsonOf(docOf(place, path)));
    } else if (place.isCollection() || place.entity() != nullptr) {
       Dump(std::cout).place(place);
    } else {
