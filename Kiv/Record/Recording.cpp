@@ -4,6 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#ifdef __x86_64__
+#   include <cpuid.h>
+#endif
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -54,6 +58,18 @@ constexpr std::array<std::array<U32, 256>, 8> crcTables = makeCrcTables();
    }
    return crc;
 }
+
+/// Asked when it is first needed: __builtin_cpu_supports would have every load ask.
+bool hasCrcInstruction() noexcept {
+   static bool const has = [] {
+      unsigned a = 0;
+      unsigned b = 0;
+      unsigned c = 0;
+      unsigned d = 0;
+      return __get_cpuid(1, &a, &b, &c, &d) != 0 && (c & bit_SSE4_2) != 0;
+   }();
+   return has;
+}
 #endif
 
 /// The bytes read at once, unless a frame is longer.
@@ -72,7 +88,7 @@ bool blockSizeIsValid(U32 size) {
 
 U32 crc32c(U8 const* bytes, std::size_t size, U32 before) noexcept {
 #ifdef __x86_64__
-   if (__builtin_cpu_supports("sse4.2")) {
+   if (hasCrcInstruction()) {
       return ~crcByInstruction(bytes, size, ~before);
    }
 #endif
