@@ -79,9 +79,7 @@ function(ptplib_library name)
       kivc_module(${name} "${kiv}")
    endforeach()
    ptplib_precompiled(${name})
-   # What is installed does not name the place of the sources, which are compiled together by their
-   # absolute paths.
-   target_compile_options(${name} PRIVATE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+   ptplib_hides_its_place(${name})
    if(NOT arg_PRIVATE_TO_THE_BUILD)
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_LIBRARIES ${name})
       set_property(GLOBAL APPEND PROPERTY PTPLIB_INSTALLED_DIRS ${arg_DIRS})
@@ -109,4 +107,10 @@ function(ptplib_opens_libraries target)
          PTPLIB_LIB_DIR="${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
       add_dependencies(${target} PtpLib)
    endif()
+endfunction()
+
+# ptplib_hides_its_place(target): what is installed does not name the place of the sources, which
+# are compiled together by their absolute paths.
+function(ptplib_hides_its_place target)
+   target_compile_options(${target} PRIVATE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
 endfunction()

@@ -11,6 +11,7 @@
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogRecorder.h"
 #include "Kiv/Printable.h"
+#include "tools/shared/CommandLine.h"
 
 namespace Ptpstate {
 
