@@ -12,7 +12,10 @@
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/top/Batch.h"
+#include "tools/ptpstate/top/Preset.h"
 #include "tools/ptpstate/top/Screen.h"
+#include "tools/ptpstate/top/Settings.h"
 #include "tools/shared/Progress.h"
 
 namespace Ptpstate {
@@ -31,6 +34,9 @@ struct TopOptions : ClientOptions {
    bool reverse = false;
    double interval = 1;
    bool batch = false;
+   bool json = false;
+   bool csv = false;
+   std::string filter;
    U64 count = 0;
 };
 
@@ -42,6 +48,31 @@ struct TopRoot {
    TopTable head;
    std::vector<TopColumn> headColumns;
    Mount const* mount = nullptr;
+};
+
+/// Notices whether anything has changed in any of several trees.
+class AnyChange final : public Kiv::Observer {
+public:
+   AnyChange() = default;
+   ~AnyChange() {
+      for (Sarn::Ptr<Kiv::Entity> const& root : roots_) {
+         root->observerDel(*this, Kiv::Scope::subtree);
+      }
+   }
+   AnyChange(AnyChange const&) = delete;
+   AnyChange& operator=(AnyChange const&) = delete;
+
+   void add(Sarn::Ptr<Kiv::Entity> root) {
+      root->observerAdd(*this, Kiv::Scope::subtree);
+      roots_.push_back(std::move(root));
+   }
+   void onChange(Kiv::Change const&) override { any_ = true; }
+   /// Whether there was any since the last call; true at first.
+   bool taken() noexcept { return std::exchange(any_, false); }
+
+private:
+   std::vector<Sarn::Ptr<Kiv::Entity>> roots_;
+   bool any_ = true;
 };
 
 /// A descriptor that is readable when one of several is.
@@ -89,7 +120,13 @@ private:
    bool handleKeys(TopScreen& screen, TopView& view);
    bool turn(int inputFd, milliseconds time);
    void mount();
+   std::vector<std::pair<Sarn::String, TopCell>> headCells() const;
    std::vector<Sarn::String> headItems() const;
+   bool isList() const;
+   void write(bool first);
+   Kiv::TypeImpl const& rowType() const {
+      return *destinationOf(roots_.front().mirror->kivType(), path_).type;
+   }
    Sarn::String title(TopView const* view) const;
 
    milliseconds interval() const {
@@ -103,6 +140,7 @@ private:
    Path path_;
    Sarn::String pathText_;
    TopTable table_;
+   AnyChange changes_;
    std::size_t rows_ = 0;
    std::unique_ptr<Client> client_;
    Sarn::String lost_;
@@ -161,6 +199,7 @@ void Top::choose() {
    }
    for (TopRoot& each : roots_) {
       each.head.columnsAre(each.headColumns);
+      changes_.add(Sarn::Ptr<Kiv::Entity>(each.mirror.get()));
    }
    mount();
 }
@@ -171,15 +210,41 @@ void Top::waitComplete() {
    }
 }
 
-/// Sets the columns, by default all attributes, and what the rows are sorted by.
+/// The columns that the person has chosen in an earlier run; none if there are none.
+std::vector<TopColumn> remembered(Kiv::TypeImpl const& type) {
+   std::vector<TopColumn> columns;
+   for (Sarn::String const& name :
+        rememberedColumns(type.name).value_or(std::vector<Sarn::String>())) {
+      try {
+         columns.push_back(columnOf(type, name));
+      } catch (Failure const&) {
+         continue;  // another version of the model had it
+      }
+   }
+   return columns;
+}
+
+/// A single entity is shown as a list.
+bool Top::isList() const {
+   Destination const to = destinationOf(roots_.front().mirror->kivType(), path_);
+   return to.field == nullptr || to.keyed || to.field->kind == Kiv::MemberKind::child;
+}
+
+/// Sets the columns, by default those that matter first, and what the rows are sorted by.
 void Top::columns() {
-   Kiv::TypeImpl const& type = *destinationOf(roots_.front().mirror->kivType(), path_).type;
+   Kiv::TypeImpl const& type = rowType();
    std::vector<TopColumn> columns;
    for (std::string const& name : options_.columns) {
-      columns.push_back(topColumn(name));
-      destinationOf(type, {{type.name, type.name}, columns.back().steps});
+      columns.push_back(columnOf(type, name));
    }
-   table_.columnsAre(columns.empty() ? attributeColumns(type) : columns);
+   if (columns.empty() && !options_.batch) {
+      columns = remembered(type);
+   }
+   if (columns.empty()) {
+      columns = isList() ? choiceOf(type) : firstColumns(type);
+   }
+   table_.columnsAre(std::move(columns));
+   table_.filterIs(options_.filter);
    if (!options_.sort.empty()) {
       int at = 0;
       for (TopColumn const& column : table_.columns()) {
@@ -200,6 +265,12 @@ void Top::columns() {
 
 void Top::sample() {
    Clock::time_point const now = Clock::now();
+   if (!changes_.taken() && table_.repeat(now)) {
+      for (TopRoot& root : roots_) {
+         root.head.repeat(now);
+      }
+      return;
+   }
    auto const rows = topEntities(roots_.front().mirror, path_);
    rows_ = rows.size();
    table_.sample(rows, now);
@@ -208,16 +279,44 @@ void Top::sample() {
    }
 }
 
-std::vector<Sarn::String> Top::headItems() const {
-   std::vector<Sarn::String> items;
+std::vector<std::pair<Sarn::String, TopCell>> Top::headCells() const {
+   std::vector<std::pair<Sarn::String, TopCell>> cells;
    for (TopRoot const& root : roots_) {
       for (TopRow const& row : root.head.rows()) {
          for (std::size_t i = 0; i != row.cells.size(); ++i) {
-            items.push_back(root.headColumns[i].name + " " + row.cells[i].text);
+            cells.emplace_back(root.headColumns[i].name, row.cells[i]);
          }
       }
    }
+   return cells;
+}
+
+std::vector<Sarn::String> Top::headItems() const {
+   std::vector<Sarn::String> items;
+   for (auto const& [name, cell] : headCells()) {
+      items.push_back(name + " " + cell.text);
+   }
    return items;
+}
+
+/// Writes a sample to standard output.
+void Top::write(bool first) {
+   if (options_.json) {
+      writeJsonSample(std::cout, table_, headCells());
+   } else if (options_.csv) {
+      writeCsvSample(std::cout, table_, first);
+   } else {
+      std::cout << (first ? "" : "\n");
+      for (Sarn::String const& item : headItems()) {
+         std::cout << item << '\n';
+      }
+      TopView view(table_, {});
+      view.listIs(isList());
+      for (Sarn::String const& line : view.text()) {
+         std::cout << line << '\n';
+      }
+   }
+   Tools::requireWritten(std::cout);
 }
 
 Sarn::String Top::title(TopView const* view) const {
@@ -271,14 +370,7 @@ Exit Top::batch() {
          }
       }
       sample();
-      std::cout << (done == 0 ? "" : "\n");
-      for (Sarn::String const& item : headItems()) {
-         std::cout << item << '\n';
-      }
-      for (Sarn::String const& line : TopView(table_, {}).text()) {
-         std::cout << line << '\n';
-      }
-      Tools::requireWritten(std::cout);
+      write(done == 0);
    }
    return Exit::ok;
 }
@@ -295,8 +387,15 @@ bool Top::handleKeys(TopScreen& screen, TopView& view) {
 
 Exit Top::live() {
    TopScreen screen;
-   TopView view(table_,
-                attributeColumns(*destinationOf(roots_.front().mirror->kivType(), path_).type));
+   TopView view(table_, choiceOf(rowType()));
+   view.listIs(isList());
+   view.onColumns = [this] {
+      std::vector<Sarn::String> names;
+      for (TopColumn const& column : table_.columns()) {
+         names.push_back(column.name);
+      }
+      rememberColumns(rowType().name, names);
+   };
    AnyOf const input{0, stop_.fd()};
    Clock::time_point next = Clock::now();
    U64 frames = 0;
@@ -332,15 +431,21 @@ void addTop(Command const& program, Run& run) {
    auto const options = std::make_shared<TopOptions>();
    Command const command = program.command(
          "top",
-         "Shows a live table of a collection of entities, one per row, or of one entity. "
-         "The columns are its attributes, or those given. After a name, \"/s\" shows the "
+         "Shows a live table of a collection of entities, one per row, or a list of the attributes "
+         "of one entity. The columns are those given; else those that were chosen before with the "
+         "key c; else the attributes, and of ports what matters first: portState, role, offset, "
+         "delay and masters as ptpports shows them, and the rate of Sync messages. After a name, "
+         "\"/s\" shows the "
          "change per second, and \"~\" the last 16 samples as a small graph. A column may "
          "also be a path below the entity: clockQuality.clockClass.\n"
          "\n"
          "Keys: arrows, page up, page down, home and end move through rows and columns; s "
          "sorts by the chosen column, and again in reverse; k sorts by the key; c chooses "
-         "the columns: there, space shows or hides a value, r its rate, h its history; p "
-         "pauses and resumes; ? explains the keys; q quits.\n"
+         "the columns: there, space shows or hides a value, r its rate, h its history; / shows "
+         "only rows that contain a text; p pauses and resumes; ? explains the keys; q quits.\n"
+         "\n"
+         "Columns that were chosen with c are kept by type in $XDG_CONFIG_HOME/ptpstate/top, or in "
+         "~/.config/ptpstate/top. With --batch they are not used.\n"
          "\n"
          "The rate of a counter stays right when the counter wraps; after a reset there is "
          "none until the next sample. When the connection is lost, top says so, keeps the last "
@@ -368,7 +473,18 @@ void addTop(Command const& program, Run& run) {
    command.option("--interval", options->interval, "Time between samples; 1 by default")
          .placeholder("SECONDS")
          .range(0.05, 3600.0);
-   command.flag("--batch", options->batch, "Write tables to standard output, without a terminal");
+   command
+         .option("--filter", options->filter,
+                 "Show only rows whose key or a value contains this text, in any case")
+         .placeholder("TEXT");
+   Option const batch = command.flag("--batch", options->batch,
+                                     "Write tables to standard output, without a terminal");
+   Option const json =
+         command.flag("--json", options->json, "With --batch: write a JSON object per sample")
+               .needs(batch);
+   command.flag("--csv", options->csv, "With --batch: write comma-separated values")
+         .needs(batch)
+         .excludes(json);
    command.option("--count", options->count, "End after this many samples")
          .placeholder("N")
          .range(U64{1}, ~U64{0});

@@ -14,6 +14,15 @@ namespace Ptpstate {
 
 using namespace Holt;
 
+namespace {
+
+/// A colour of the screen, or what stands for it on a terminal without colours.
+attr_t colour(short pair, attr_t otherwise) {
+   return ::has_colors() ? static_cast<attr_t>(COLOR_PAIR(pair)) : otherwise;
+}
+
+}  // namespace
+
 TopScreen::TopScreen() : screen_(nullptr) {
    if (::isatty(0) == 0 || ::isatty(1) == 0) {
       throw Failure("top needs a terminal; use --batch to write to a file or a pipe", Exit::usage);
@@ -21,6 +30,10 @@ TopScreen::TopScreen() : screen_(nullptr) {
    screen_ = ::newterm(nullptr, stdout, stdin);
    if (screen_ == nullptr) {
       throw Failure("the terminal type in TERM is unknown; set TERM, or use --batch", Exit::usage);
+   }
+   if (::has_colors() && ::start_color() == OK && ::use_default_colors() == OK) {
+      ::init_pair(1, COLOR_RED, -1);
+      ::init_pair(2, COLOR_YELLOW, -1);
    }
    ::cbreak();
    ::noecho();
@@ -49,10 +62,12 @@ void TopScreen::draw(std::vector<TopLine> const& lines) {
       ::move(static_cast<int>(i), 0);
       std::size_t left = width();
       for (TopSpan const& span : lines[i]) {
-         attr_t const look = span.look == TopSpan::bold     ? A_BOLD
-                             : span.look == TopSpan::head   ? A_REVERSE
-                             : span.look == TopSpan::chosen ? A_REVERSE | A_BOLD | A_UNDERLINE
-                                                            : A_NORMAL;
+         attr_t const look = span.look == TopSpan::bold      ? A_BOLD
+                             : span.look == TopSpan::head    ? A_REVERSE
+                             : span.look == TopSpan::chosen  ? A_REVERSE | A_BOLD | A_UNDERLINE
+                             : span.look == TopSpan::bad     ? colour(1, A_BOLD)
+                             : span.look == TopSpan::passive ? colour(2, A_DIM)
+                                                             : A_NORMAL;
          ::attrset(static_cast<int>(look));
          Sarn::String const text =
                displayWidth(span.text) > left ? cutTo(span.text, left) : span.text;
@@ -83,6 +98,10 @@ int TopScreen::key() {
          return TopView::keyPageDown;
       case KEY_HOME:
          return TopView::keyHome;
+      case KEY_BACKSPACE:
+         return '\b';
+      case KEY_ENTER:
+         return '\n';
       case KEY_END:
          return TopView::keyEnd;
       default:

@@ -113,7 +113,19 @@ Sarn::String rateText(double rate) {
    return text;
 }
 
+void TopTable::changed() noexcept {
+   ++version_;
+   shown_.reset();
+}
+
+void TopTable::filterIs(Sarn::String const& text) {
+   filter_ = text;
+   changed();
+}
+
 void TopTable::columnsAre(std::vector<TopColumn> columns) {
+   changed();
+   mustSample_ = true;
    std::optional<TopColumn> sorted;
    if (sort_ >= 0) {
       sorted = columns_[static_cast<std::size_t>(sort_)];
@@ -137,19 +149,44 @@ void TopTable::columnsAre(std::vector<TopColumn> columns) {
 }
 
 void TopTable::sortIs(int column) {
+   changed();
    reversed_ = column == sort_ && !reversed_;
    sort_ = column;
 }
 
+namespace {
+
+/// Whether `text` contains `part`, in any case.
+bool contains(std::string_view text, std::string_view part) {
+   auto const same = [](char a, char b) {
+      auto const lower = [](char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; };
+      return lower(a) == lower(b);
+   };
+   return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() ||
+          part.empty();
+}
+
+}  // namespace
+
 void TopTable::sample(State& state, TopColumn const& column, Entity& entity, double seconds) const {
    std::optional<TopNumber> number;
    Sarn::String text;
-   try {
-      auto const value = Place(Sarn::Ptr<Entity>(&entity), "", column.steps).value();
-      number = topNumber(*value);
-      text = shortText(value->type(), value->get());
-   } catch (Failure const&) {
-      text = "-";  // it does not exist now
+   bool isBool = false;
+   if (column.compute != nullptr) {
+      std::optional<S64> const computed = column.compute(entity);
+      if (computed) {
+         number.emplace(TopNumber{static_cast<double>(*computed)});
+      }
+      text = computed ? std::to_string(*computed) : "-";
+   } else {
+      try {
+         auto const value = Place(Sarn::Ptr<Entity>(&entity), "", column.steps).value();
+         number = topNumber(*value);
+         isBool = value->type().kind == Kiv::TypeKind::boolean;
+         text = shortText(value->type(), value->get());
+      } catch (Failure const&) {
+         text = "-";  // it does not exist now
+      }
    }
    if (number && state.last && seconds > 0) {
       state.rate = ratePerSecond(*state.last, *number, seconds);
@@ -159,26 +196,64 @@ void TopTable::sample(State& state, TopColumn const& column, Entity& entity, dou
    state.last = number;
    switch (column.show) {
       case TopColumn::value:
-         state.cell = {text, number.has_value(), number ? number->value : 0};
+         state.cell = {text, number.has_value(), number ? number->value : 0, text != "-", isBool};
          break;
       case TopColumn::rate:
-         state.cell = {state.rate ? rateText(*state.rate) : "-", true, state.rate.value_or(0)};
+         state.cell = {state.rate ? rateText(*state.rate) : "-", true, state.rate.value_or(0),
+                       state.rate.has_value()};
          break;
       case TopColumn::history:
          if (number) {
-            state.history.push_back(number->value);
-            if (state.history.size() > historyLength) {
-               state.history.pop_front();
-            }
+            historyIs(state, number->value);
+         } else {
+            state.cell = {historyLine(state.history, ascii_), false, 0, false};
          }
-         state.cell = {historyLine(state.history, ascii_), false, number ? number->value : 0};
          break;
    }
+}
+
+/// Adds a number to a history.
+void TopTable::historyIs(State& state, double number) const {
+   state.history.push_back(number);
+   if (state.history.size() > historyLength) {
+      state.history.pop_front();
+   }
+   state.cell = {historyLine(state.history, ascii_), false, number};
+}
+
+bool TopTable::repeat(Time now) {
+   if (!sampledAt_ || mustSample_) {
+      return false;
+   }
+   bool const histories = std::any_of(columns_.begin(), columns_.end(), [](TopColumn const& each) {
+      return each.show == TopColumn::history;
+   });
+   sampledAt_ = now;
+   if (settled_ && !histories) {
+      return true;
+   }
+   for (auto& [key, states] : rows_) {
+      for (std::size_t i = 0; i != columns_.size(); ++i) {
+         State& state = states[i];
+         if (columns_[i].show == TopColumn::history && state.last) {
+            historyIs(state, state.last->value);
+         } else if (columns_[i].show == TopColumn::rate && state.last) {
+            state.rate = 0;
+            state.cell = {rateText(0), true, 0};
+         }
+      }
+   }
+   settled_ = true;
+   changed();
+   return true;
 }
 
 void TopTable::sample(std::vector<std::pair<Sarn::String, Entity*>> const& entities, Time now) {
    double const seconds = sampledAt_ ? std::chrono::duration<double>(now - *sampledAt_).count() : 0;
    sampledAt_ = now;
+   settled_ = false;
+   mustSample_ = false;
+   changed();
    std::map<Sarn::String, std::vector<State>> rows;
    for (auto const& [key, entity] : entities) {
       auto const before = rows_.find(key);
@@ -194,14 +269,25 @@ void TopTable::sample(std::vector<std::pair<Sarn::String, Entity*>> const& entit
    rows_ = std::move(rows);
 }
 
-std::vector<TopRow> TopTable::rows() const {
+std::vector<TopRow> const& TopTable::rows() const {
+   if (!shown_) {
+      shown_ = sorted();
+   }
+   return *shown_;
+}
+
+std::vector<TopRow> TopTable::sorted() const {
    std::vector<TopRow> rows;
    for (auto const& [key, states] : rows_) {
       TopRow row{key, {}};
+      bool shown = contains(key, filter_);
       for (State const& state : states) {
+         shown = shown || contains(state.cell.text, filter_);
          row.cells.push_back(state.cell);
       }
-      rows.push_back(std::move(row));
+      if (shown) {
+         rows.push_back(std::move(row));
+      }
    }
    std::sort(rows.begin(), rows.end(),
              [](TopRow const& a, TopRow const& b) { return naturallyLess(a.key, b.key); });

@@ -27,6 +27,9 @@ struct TopColumn {
    Sarn::String name;
    Show show = value;
    std::vector<Holt::PathStep> steps;
+   /// A number that is computed from more than one attribute, instead of what `steps` lead to.
+   using Compute = std::optional<S64> (*)(Kiv::Entity const&);
+   Compute compute = nullptr;
 
    bool operator==(TopColumn const&) const = default;
 };
@@ -61,6 +64,9 @@ struct TopCell {
    bool isNumber = false;
    /// What it is sorted by if it is a number.
    double number = 0;
+   /// Whether there is such a value now.
+   bool exists = true;
+   bool isBool = false;
 };
 
 struct TopRow {
@@ -86,10 +92,20 @@ public:
    int sortedBy() const noexcept { return sort_; }
    bool reversed() const noexcept { return reversed_; }
 
+   /// Leaves out rows of which neither the key nor a cell contains the text, in any case; empty:
+   /// none.
+   void filterIs(Sarn::String const& text);
+   Sarn::String const& filter() const noexcept { return filter_; }
+
    /// Samples the rows, given as key and entity. Other rows are forgotten.
    void sample(std::vector<std::pair<Sarn::String, Kiv::Entity*>> const& entities, Time now);
+   /// The same if nothing has changed since the last sample; costs little. Returns false if the
+   /// rows must be sampled nevertheless.
+   bool repeat(Time now);
    /// The rows at the last sample, in order.
-   std::vector<TopRow> rows() const;
+   std::vector<TopRow> const& rows() const;
+   /// Another number whenever `rows()` may differ.
+   U64 version() const noexcept { return version_; }
 
 private:
    struct State {
@@ -100,6 +116,9 @@ private:
    };
 
    void sample(State& state, TopColumn const& column, Kiv::Entity& entity, double seconds) const;
+   void historyIs(State& state, double number) const;
+   std::vector<TopRow> sorted() const;
+   void changed() noexcept;
 
    bool ascii_;
    std::vector<TopColumn> columns_;
@@ -107,6 +126,13 @@ private:
    std::optional<Time> sampledAt_;
    int sort_ = -1;
    bool reversed_ = false;
+   Sarn::String filter_;
+   /// Whether all rates are 0 because nothing has changed for two samples.
+   bool settled_ = false;
+   /// Whether there are columns that have never been sampled.
+   bool mustSample_ = false;
+   U64 version_ = 0;
+   mutable std::optional<std::vector<TopRow>> shown_;
 };
 
 /// The entities that a path leads to, with their keys: those of a collection, or a single one. None

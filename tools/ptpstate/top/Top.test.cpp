@@ -6,10 +6,14 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <sstream>
 
 #include "Holt/Failure.h"
 #include "KivTest/TestTypes/Stem.h"
+#include "PtpLib/PtpStatusStatedbTypes/Status.h"
 #include "tools/ptpstate/ProgramUnderTest.h"
+#include "tools/ptpstate/top/Batch.h"
+#include "tools/ptpstate/top/Preset.h"
 #include "tools/ptpstate/top/View.h"
 
 namespace Ptpstate {
@@ -191,6 +195,112 @@ TEST_F(TopTableTest, SortsByAnyColumnBothWays) {
    EXPECT_EQ(table.sortedBy(), -1) << "its column is gone";
 }
 
+TEST_F(TopTableTest, ShowsOnlyRowsThatContainTheFilter) {
+   columnsAre({"lit", "ticks"});
+   sample(0);
+   table.filterIs("TRUE");
+   EXPECT_THAT(rows(), ElementsAre("10: true, 0"));
+   table.filterIs("1");
+   EXPECT_THAT(rows(), ElementsAre("1: false, 0", "10: true, 0")) << "the key counts, too";
+   table.filterIs("");
+   EXPECT_EQ(rows().size(), 3U);
+}
+
+TEST_F(TopTableTest, RepeatsASampleOfWhatHasNotChanged) {
+   columnsAre({"ticks", "ticks/s", "ticks~"});
+   EXPECT_FALSE(table.repeat(now)) << "there is none";
+   root->leaf(1)->ticksInc(7);
+   sample(1);
+   root->leaf(1)->ticksInc(7);
+   sample(1);
+   EXPECT_THAT(rows()[0], StartsWith("1: 14, 7.0, "));
+   EXPECT_TRUE(table.repeat(now + std::chrono::seconds(1)));
+   EXPECT_EQ(rows()[0], "1: 14, 0, ▁██");
+   columnsAre({"ticks"});
+   U64 const version = table.version();
+   EXPECT_FALSE(table.repeat(now)) << "after other columns, the rows must be sampled";
+   sample(1);
+   EXPECT_TRUE(table.repeat(now));
+   EXPECT_NE(table.version(), version);
+   U64 const settled = table.version();
+   EXPECT_TRUE(table.repeat(now));
+   EXPECT_EQ(table.version(), settled) << "nothing is drawn anew";
+}
+
+TEST_F(TopTableTest, IsWrittenAsJsonAndAsCommaSeparatedValues) {
+   columnsAre({"lit", "ticks/s", "origin"});
+   sample(0);
+   table.filterIs("10");
+   std::ostringstream json;
+   writeJsonSample(json, table, {{"priority1", {"128", true, 128}}});
+   EXPECT_THAT(json.str(), StartsWith("{\"time\":\""));
+   EXPECT_THAT(json.str(),
+               HasSubstr("\"head\":{\"priority1\":128},\"rows\":[{\"key\":\"10\",\"lit\":"
+                         "true,\"ticks/s\":null,\"origin\":\"0.5\"}]}\n"));
+   std::ostringstream csv;
+   writeCsvSample(csv, table, true);
+   EXPECT_THAT(csv.str(), StartsWith("time,key,lit,ticks/s,origin\n"));
+   EXPECT_THAT(csv.str(), HasSubstr(",10,true,,0.5\n"));
+}
+
+TEST_F(TopTableTest, OfOneEntityIsAList) {
+   columnsAre({"lit", "ticks"});
+   table.sample(topEntities(root, {{"KivTest::Stem", "root"}, parseSteps(".leaf[10]")}), now);
+   TopView view(table, {});
+   view.listIs(true);
+   EXPECT_THAT(view.text(), ElementsAre("lit    true", "ticks  0"));
+   auto const lines = view.lines("title", {}, 40, 5);
+   EXPECT_EQ(lines[1][0].text + lines[1][1].text, "lit    true");
+}
+
+TEST_F(TopTableTest, TakesAFilterFromTheKeys) {
+   columnsAre({"lit"});
+   sample(0);
+   TopView view(table, {});
+   for (char const key : std::string("/trq\b")) {
+      EXPECT_TRUE(view.press(key));
+   }
+   EXPECT_EQ(view.lines("title", {}, 40, 5)[0][0].text, "title  /tr_");
+   EXPECT_THAT(rows(), ElementsAre("10: true"));
+   view.press('\n');
+   EXPECT_EQ(view.lines("title", {}, 40, 5)[0][0].text, "title  /tr");
+   view.press('/');
+   view.press('\x1b');
+   EXPECT_EQ(rows().size(), 3U);
+}
+
+TEST(TopPorts, ShowWhatMattersFirstAndMarkWhatIsFaultyOrPassive) {
+   auto const status = Ptp::statusFactory("ptp");
+   auto const port = [&status](char const* name, U16 number, Ptp::PortState state) {
+      Ptp::PortDSKey const key{Dorn::IntfId(name), Bridging::VlanIdOrNone()};
+      status->intfStatusIs(key);
+      auto const made = status->portDSIs(key, Ptp::PortIdentity(Ptp::ClockIdentity(1), number));
+      made->portStateIs(state);
+      return key;
+   };
+   auto const followed = port("Ethernet1", 1, Ptp::PortState::slave);
+   port("Ethernet2", 2, Ptp::PortState::faulty);
+   port("Ethernet3", 3, Ptp::PortState::passive);
+   status->currentDSIs()->lastUpdatePortKeyIs(followed);
+   status->currentDS()->offsetFromMasterIs(-3);
+   status->currentDS()->meanPathDelayIs(212);
+   TopTable table;
+   table.columnsAre(firstColumns(Ptp::PortDS::kivTypeImpl));
+   table.sample(topEntities(status, {{"Ptp::Status", "ptp"}, parseSteps(".portDS")}), {});
+   std::vector<std::string> cells;
+   for (TopCell const& cell : table.rows()[0].cells) {
+      cells.push_back(cell.text);
+   }
+   EXPECT_THAT(cells, ElementsAre("slave", "dynamic", "-3", "212", "0", "-", "0"));
+   EXPECT_FALSE(table.rows()[1].cells[2].exists) << "only the port that is followed has an offset";
+   TopView view(table, choiceOf(Ptp::PortDS::kivTypeImpl));
+   auto const lines = view.lines("", {}, 120, 8);
+   EXPECT_EQ(lines[2][0].look, TopSpan::plain);
+   EXPECT_EQ(lines[3][0].look, TopSpan::bad);
+   EXPECT_EQ(lines[4][0].look, TopSpan::passive);
+   EXPECT_THROW(columnOf(Ptp::PortDS::kivTypeImpl, "nothing"), Failure);
+}
+
 TEST_F(TopTableTest, RefusesWhatIsNoEntity) {
    auto const entities = [this](char const* steps) {
       return topEntities(root, {{"KivTest::Stem", "root"}, parseSteps(steps)});
@@ -201,6 +311,24 @@ TEST_F(TopTableTest, RefusesWhatIsNoEntity) {
    EXPECT_EQ(entities(".badge").size(), 0U) << "there may be one later";
    EXPECT_EQ(entities(".leaf[7].twig").size(), 0U);
    EXPECT_EQ(entities(".leaf[1]").size(), 1U);
+}
+
+TEST_F(TopTableTest, TellsOfOtherColumnsWhicheverKeyEndsTheirChoice) {
+   for (int const key : {int('c'), int('q'), int('\n'), int('\x1b')}) {
+      columnsAre({"lit", "ticks"});
+      sample(0);
+      TopView view(table, attributeColumns(KivTest::Leaf::kivTypeImpl));
+      int told = 0;
+      view.onColumns = [&told] { ++told; };
+      for (int const press : {int('c'), key}) {
+         view.press(press);
+      }
+      EXPECT_EQ(told, 0) << "nothing was chosen";
+      for (int const press : {int('c'), int(' '), key}) {
+         view.press(press);
+      }
+      EXPECT_EQ(told, 1) << key;
+   }
 }
 
 TEST_F(TopTableTest, IsLaidOutOnTheScreen) {
@@ -276,8 +404,8 @@ protected:
    }
    void start(std::string const& options) {
       tmux("-f /dev/null new-session -d -x " + std::to_string(GetParam().first) + " -y " +
-           std::to_string(GetParam().second) +
-           " \"env LC_ALL=C.UTF-8 '" PTPLIB_BIN_DIR "/ptpstate' top --socket '" + socket +
+           std::to_string(GetParam().second) + " \"env XDG_CONFIG_HOME='" + scratch.path() +
+           "' LC_ALL=C.UTF-8 '" PTPLIB_BIN_DIR "/ptpstate' top --socket '" + socket +
            "' --interval 0.1 " + options + "\"");
    }
    void press(std::string const& keys) { tmux("send-keys " + keys); }
@@ -325,6 +453,11 @@ TEST_P(TopTerminal, FillsTheScreenAndFollowsChangesAndKeys) {
    press("c");
    shows("blank: value   r: rate   h: history");
    press("Down Down Space q");
+   for (int i = 0; i != 100 && readFile(scratch.file("ptpstate/top")).empty(); ++i) {
+      ::usleep(20000);
+   }
+   EXPECT_THAT(readFile(scratch.file("ptpstate/top")),
+               HasSubstr("\nPtp::IntfConfig enabled,mpassEnabled,ttl,ttl/s,ttl~,"));
    shows(width > 100 ? "logSyncInterval" : "key");
    press("p");
    shows("-- paused");

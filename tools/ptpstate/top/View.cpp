@@ -24,12 +24,23 @@ Sarn::String padded(Sarn::String const& text, std::size_t width, bool right) {
    return right ? room + cut : cut + room;
 }
 
+/// How a row looks: what is faulty or passive stands out.
+TopSpan::Look lookOf(TopRow const& row) {
+   for (TopCell const& cell : row.cells) {
+      if (cell.text == "faulty" || cell.text == "passive") {
+         return cell.text == "faulty" ? TopSpan::bad : TopSpan::passive;
+      }
+   }
+   return TopSpan::plain;
+}
+
 char const* const helpTexts[] = {
       "up, down, page up, page down, home, end   go through the rows",
       "left, right                               choose a column",
       "s                                         sort by it; again: in reverse",
       "k                                         sort by the key",
-      "c                                         choose which columns there are",
+      "c                                         choose which columns there are; they are kept",
+      "/                                         show only rows that contain a text",
       "p                                         pause, and go on",
       "q                                         end",
       "",
@@ -61,11 +72,15 @@ bool TopView::press(int key) {
       mode_ = inTable;
       return true;
    }
+   if (mode_ == inFilter) {
+      pressInFilter(key);
+      return true;
+   }
    if (key == 'q') {
       if (mode_ == inTable) {
          return false;
       }
-      mode_ = inTable;
+      leaveColumns();
       return true;
    }
    if (mode_ == inColumns) {
@@ -74,6 +89,34 @@ bool TopView::press(int key) {
       pressInTable(key);
    }
    return true;
+}
+
+void TopView::leaveColumns() {
+   mode_ = inTable;
+   if (columnsChanged_ && onColumns) {
+      onColumns();
+   }
+   columnsChanged_ = false;
+}
+
+void TopView::pressInFilter(int key) {
+   Sarn::String text = table_.filter();
+   if (key == '\n' || key == '\r') {
+      mode_ = inTable;
+   } else if (key == '\x1b') {
+      mode_ = inTable;
+      table_.filterIs("");
+   } else if (key == '\b' || key == '\x7f') {
+      while (!text.empty() && isContinuation(text.back())) {
+         text.pop_back();
+      }
+      if (!text.empty()) {
+         text.pop_back();
+      }
+      table_.filterIs(text);
+   } else if (key >= ' ' && key < 0x100) {
+      table_.filterIs(text + static_cast<char>(key));
+   }
 }
 
 void TopView::pressInTable(int key) {
@@ -116,6 +159,9 @@ void TopView::pressInTable(int key) {
       case 'c':
          mode_ = inColumns;
          break;
+      case '/':
+         mode_ = inFilter;
+         break;
       case 'h':
       case '?':
          mode_ = inHelp;
@@ -156,7 +202,7 @@ void TopView::pressInColumns(int key) {
          toggle(TopColumn::history);
          break;
       default:
-         mode_ = inTable;
+         leaveColumns();
          break;
    }
 }
@@ -169,7 +215,9 @@ void TopView::toggle(TopColumn::Show show) {
    Sarn::String const behind = show == TopColumn::rate      ? "/s"
                                : show == TopColumn::history ? "~"
                                                             : "";
-   TopColumn const column = topColumn(choice_[choiceAt_].name + behind);
+   TopColumn column = choice_[choiceAt_];
+   column.name += behind;
+   column.show = show;
    std::vector<TopColumn> all = table_.columns();
    auto const there = std::find(all.begin(), all.end(), column);
    if (there != all.end()) {
@@ -178,6 +226,7 @@ void TopView::toggle(TopColumn::Show show) {
       all.push_back(column);
    }
    table_.columnsAre(std::move(all));
+   columnsChanged_ = true;
    chosen_ = std::min(chosen_, static_cast<int>(table_.columns().size()) - 1);
 }
 
@@ -213,14 +262,49 @@ std::vector<std::size_t> TopView::widths(std::vector<TopRow> const& rows,
    return widths;
 }
 
-void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::size_t height) {
-   std::vector<TopRow> const rows = table_.rows();
-   std::vector<std::size_t> all = widths(rows, widest);
-   std::size_t longest = widest;
-   if (std::accumulate(all.begin(), all.end(), all.size() * 2) > width + 2) {
-      longest = shortHeading;
-      all = widths(rows, longest);
+/// Measures the rows, if they have changed.
+void TopView::measure(std::size_t width) {
+   if (measures_.version == table_.version() && measures_.screen == width) {
+      return;
    }
+   std::vector<TopRow> const& rows = table_.rows();
+   measures_ = {table_.version(), width, widest, widths(rows, widest), {false}};
+   std::vector<std::size_t> const& all = measures_.widths;
+   if (std::accumulate(all.begin(), all.end(), all.size() * 2) > width + 2) {
+      measures_.longestHeading = shortHeading;
+      measures_.widths = widths(rows, shortHeading);
+   }
+   for (std::size_t column = 0; column != table_.columns().size(); ++column) {
+      measures_.right.push_back(std::any_of(rows.begin(), rows.end(), [column](TopRow const& row) {
+         return row.cells[column].isNumber;
+      }));
+   }
+}
+
+/// The columns of the only row, one per line.
+void TopView::listLines(std::vector<TopLine>& lines, std::size_t width, std::size_t height) {
+   std::vector<TopRow> const& rows = table_.rows();
+   page_ = height;
+   rowCount_ = rows.empty() ? 0 : table_.columns().size();
+   first_ = std::min(first_, rowCount_ > page_ ? rowCount_ - page_ : 0);
+   std::size_t longest = 0;
+   for (TopColumn const& column : table_.columns()) {
+      longest = std::max(longest, displayWidth(column.name));
+   }
+   for (std::size_t i = first_; i < std::min(first_ + page_, rowCount_); ++i) {
+      bool const mark = static_cast<int>(i) == chosen_;
+      lines.push_back({{mark ? TopSpan::chosen : TopSpan::bold,
+                        padded(table_.columns()[i].name, longest, false)},
+                       {TopSpan::plain, cutTo("  " + rows[0].cells[i].text,
+                                              width > longest ? width - longest : 0)}});
+   }
+}
+
+void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::size_t height) {
+   measure(width);
+   std::vector<TopRow> const& rows = table_.rows();
+   std::vector<std::size_t> const& all = measures_.widths;
+   std::size_t const longest = measures_.longestHeading;
    // The key stays; the other columns scroll so that the chosen one is on the screen.
    auto const chosen = static_cast<std::size_t>(chosen_) + 1;
    auto const end = [&](std::size_t first) {
@@ -242,12 +326,6 @@ void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::si
    rowCount_ = rows.size();
    first_ = std::min(first_, rowCount_ > page_ ? rowCount_ - page_ : 0);
 
-   // A column with any numbers is aligned to the right, as is its heading.
-   auto const right = [&](std::size_t column) {
-      return column != 0 && std::any_of(rows.begin(), rows.end(), [&](TopRow const& row) {
-                return row.cells[column - 1].isNumber;
-             });
-   };
    auto const line = [&](auto const& cellOf, TopSpan::Look look) {
       TopLine spans;
       for (std::size_t column = 0; column < behind; ++column) {
@@ -255,8 +333,8 @@ void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::si
             continue;
          }
          bool const mark = look == TopSpan::head && column == chosen;
-         spans.push_back(
-               {mark ? TopSpan::chosen : look, padded(cellOf(column), all[column], right(column))});
+         spans.push_back({mark ? TopSpan::chosen : look,
+                          padded(cellOf(column), all[column], measures_.right[column])});
          spans.push_back({look, "  "});
       }
       return spans;
@@ -268,7 +346,7 @@ void TopView::tableLines(std::vector<TopLine>& lines, std::size_t width, std::si
             [&](std::size_t column) {
                return column == 0 ? rows[i].key : rows[i].cells[column - 1].text;
             },
-            TopSpan::plain));
+            lookOf(rows[i])));
    }
 }
 
@@ -297,7 +375,10 @@ std::vector<TopLine> TopView::lines(Sarn::String const& title,
    std::vector<TopLine> lines;
    Sarn::String const column =
          chosen_ < 0 ? "" : "  " + table_.columns()[static_cast<std::size_t>(chosen_)].name;
-   lines.push_back({{TopSpan::bold, cutTo(title + column, width)}});
+   Sarn::String const filter = mode_ != inFilter && table_.filter().empty()
+                                     ? ""
+                                     : "  /" + table_.filter() + (mode_ == inFilter ? "_" : "");
+   lines.push_back({{TopSpan::bold, cutTo(title + filter + column, width)}});
    // The values above the table: as many per line as fit, on at most a third of the screen.
    Sarn::String line;
    for (Sarn::String const& item : head) {
@@ -318,6 +399,8 @@ std::vector<TopLine> TopView::lines(Sarn::String const& title,
       for (char const* const text : helpTexts) {
          lines.push_back({{TopSpan::plain, cutTo(text, width)}});
       }
+   } else if (list_) {
+      listLines(lines, width, left);
    } else {
       tableLines(lines, width, left);
    }
@@ -326,16 +409,29 @@ std::vector<TopLine> TopView::lines(Sarn::String const& title,
       lines.emplace_back();
    }
    char const* const keys = mode_ == inColumns ? "arrows: go   blank r h: show or hide   q: back"
-                                               : "q: end  arrows: go  s: sort  k: by key  "
-                                                 "c: columns  p: pause  ?: help";
+                            : mode_ == inFilter
+                                  ? "type what rows must contain   enter: keep   escape: all rows"
+                                  : "q: end  arrows: go  s: sort  k: by key  "
+                                    "c: columns  /: filter  p: pause  ?: help";
    lines.push_back({{TopSpan::head, padded(keys, width, false)}});
    return lines;
 }
 
 std::vector<Sarn::String> TopView::text() const {
-   std::vector<TopRow> const rows = table_.rows();
-   std::vector<std::size_t> const all = widths(rows, widest);
+   std::vector<TopRow> const& rows = table_.rows();
    std::vector<Sarn::String> lines;
+   if (list_) {
+      std::size_t longest = 0;
+      for (TopColumn const& column : table_.columns()) {
+         longest = std::max(longest, displayWidth(column.name));
+      }
+      for (std::size_t i = 0; !rows.empty() && i != table_.columns().size(); ++i) {
+         lines.push_back(padded(table_.columns()[i].name, longest, false) + "  " +
+                         rows[0].cells[i].text);
+      }
+      return lines;
+   }
+   std::vector<std::size_t> const all = widths(rows, widest);
    auto const add = [&](auto const& cellOf) {
       Sarn::String line;
       for (std::size_t column = 0; column != all.size(); ++column) {

@@ -2,13 +2,16 @@
 // of the terminal: `TopScreen` draws it.
 #pragma once
 
+#include <functional>
+
 #include "tools/ptpstate/top/Table.h"
 
 namespace Ptpstate {
 
 /// A piece of a line.
 struct TopSpan {
-   enum Look { plain, bold, head, chosen } look = plain;
+   /// `bad` and `passive`: of the row of something that is faulty or passive.
+   enum Look { plain, bold, head, chosen, bad, passive } look = plain;
    Sarn::String text;
 };
 using TopLine = std::vector<TopSpan>;
@@ -28,6 +31,10 @@ public:
 
    /// Handles a key. Returns false if it ends the program.
    bool press(int key);
+   /// Shows an entity with a line for each column, instead of a table.
+   void listIs(bool list) noexcept { list_ = list; }
+   /// Called when the person has chosen other columns.
+   std::function<void()> onColumns;
    /// Whether sampling is paused.
    bool paused() const noexcept { return paused_; }
 
@@ -39,10 +46,14 @@ public:
    std::vector<Sarn::String> text() const;
 
 private:
-   enum Mode { inTable, inColumns, inHelp };
+   enum Mode { inTable, inColumns, inHelp, inFilter };
 
    void pressInTable(int key);
    void pressInColumns(int key);
+   void pressInFilter(int key);
+   void leaveColumns();
+   void measure(std::size_t width);
+   void listLines(std::vector<TopLine>& lines, std::size_t width, std::size_t height);
    void toggle(TopColumn::Show show);
    std::vector<std::size_t> widths(std::vector<TopRow> const& rows,
                                    std::size_t longestHeading) const;
@@ -55,6 +66,17 @@ private:
    std::vector<TopColumn> choice_;
    Mode mode_ = inTable;
    bool paused_ = false;
+   bool list_ = false;
+   bool columnsChanged_ = false;
+   /// What the rows of a version of the table need at a width.
+   struct Measures {
+      U64 version = ~U64{0};
+      std::size_t screen = 0;
+      std::size_t longestHeading = 0;
+      std::vector<std::size_t> widths;
+      /// A column with any numbers is aligned to the right, as is its heading.
+      std::vector<bool> right;
+   } measures_;
    /// The first row on the screen, rows per page, and the number of rows.
    std::size_t first_ = 0;
    std::size_t page_ = 1;
