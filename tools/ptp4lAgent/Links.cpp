@@ -43,15 +43,15 @@ Links::Links(std::function<void(std::string const& interface, bool up)> onLink)
    address.nl_family = AF_NETLINK;
    address.nl_groups = RTMGRP_LINK;
    if (fd_ >= 0 && ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-      ::close(fd_);
-      fd_ = -1;
+      close();
    }
    askForAll();
 }
 
-Links::~Links() {
+void Links::close() noexcept {
    if (fd_ >= 0) {
       ::close(fd_);
+      fd_ = -1;
    }
 }
 
@@ -77,7 +77,12 @@ void Links::onTurn(std::span<pollfd const> polled) {
          take({buffer.data(), static_cast<std::size_t>(size)});
       } else if (size < 0 && errno == ENOBUFS) {
          askForAll();  // some changes were lost
-      } else if (size >= 0 || errno != EINTR) {
+      } else if (size < 0 && errno == EINTR) {
+         continue;
+      } else {
+         if (size == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
+            close();  // poll would find it ready forever
+         }
          return;
       }
    }

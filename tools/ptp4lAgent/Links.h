@@ -16,7 +16,7 @@ class Links final : public Holt::Source {
 public:
    /// Without netlink, it tells nothing.
    explicit Links(std::function<void(std::string const& interface, bool up)> onLink);
-   ~Links();
+   ~Links() { close(); }
    Links(Links const&) = delete;
    Links& operator=(Links const&) = delete;
 
@@ -25,10 +25,12 @@ public:
    void onTurn(std::span<pollfd const> polled) override;
 
 private:
+   void close() noexcept;
    void askForAll() const noexcept;
    void take(std::span<unsigned char const> messages);
 
    std::function<void(std::string const& interface, bool up)> onLink_;
+   /// -1 if there is none, or it has failed.
    int fd_;
 };
 
