@@ -113,4 +113,4 @@ inside apt-get -qq -y purge libptplib0 libptplib-dev ptpstate make >/dev/null 2>
 ! inside sh -c 'command -v make' || fail "make is still there"
 install pkg-config
 as_user "${commands[@]:1}"
-grep -q 'logSyncInterval' "$home/top" || fail "top shows no table"
+grep -q 'ptp/config.intfConfig: 1 row' "$home/top" || fail "top does not show the interface"
