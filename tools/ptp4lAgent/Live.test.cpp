@@ -110,6 +110,7 @@ protected:
 
    void compareClock(std::string const& daemon, int domain = 0, int transportSpecific = 0);
    void comparePorts(std::string const& daemon, int domain = 0, int transportSpecific = 0);
+   void comparePtpports(std::string const& daemon, int domain = 0, int transportSpecific = 0);
 
    std::unique_ptr<Lab> lab;
    std::unique_ptr<Holt::Client> client;
@@ -249,6 +250,40 @@ void Live::comparePorts(std::string const& daemon, int domain, int transportSpec
    }
 }
 
+/// What `ptpports --json` prints, beside what pmc says.
+void Live::comparePtpports(std::string const& daemon, int domain, int transportSpecific) {
+   std::string json =
+         outputOf(std::string(PTPLIB_BIN_DIR) + "/ptpports --json --socket " + lab->file("socket"));
+   std::erase_if(json, [](unsigned char c) { return std::isspace(c) != 0; });
+   auto const has = [&json](std::string const& part) {
+      EXPECT_NE(json.find(part), std::string::npos) << part << '\n' << json;
+   };
+   // "0acd14.fffe.33e079" as "0a:cd:14:ff:fe:33:e0:79".
+   auto const identity = [](std::string digits) {
+      std::erase(digits, '.');
+      for (std::size_t at = 2; at < digits.size(); at += 3) {
+         digits.insert(at, ":");
+      }
+      return '"' + digits + '"';
+   };
+   Fields const clock = lab->pmc(daemon, "DEFAULT_DATA_SET", domain, transportSpecific).at(0);
+   Fields const parent = lab->pmc(daemon, "PARENT_DATA_SET", domain, transportSpecific).at(0);
+   Fields const current = lab->pmc(daemon, "CURRENT_DATA_SET", domain, transportSpecific).at(0);
+   has("\"clockIdentity\":" + identity(clock.at("clockIdentity")) + ",\"domainNumber\":" +
+       clock.at("domainNumber") + ",\"numberPorts\":" + clock.at("numberPorts"));
+   has("\"grandmasterIdentity\":" + identity(parent.at("grandmasterIdentity")) +
+       ",\"clockClass\":" + parent.at("gm.ClockClass") +
+       ",\"stepsRemoved\":" + current.at("stepsRemoved"));
+   for (Fields const& set : lab->pmc(daemon, "PORT_PROPERTIES_NP", domain, transportSpecific)) {
+      std::string state = set.at("portState");
+      for (char& c : state) {
+         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      }
+      has("{\"port\":\"" + set.at("interface") + "\",\"vlan\":null,\"portState\":\"" + state +
+          "\"");
+   }
+}
+
 TEST_F(Live, APairEndToEndOverIpv4) {
    pair();
    lab->ptp4l("a", "gm", {"-E", "-4", "-i", "pva", "--priority1", "10", "--free_running", "1"});
@@ -258,6 +293,7 @@ TEST_F(Live, APairEndToEndOverIpv4) {
    ASSERT_TRUE(eventually([&] { return status->currentDS()->meanPathDelay() != 0; }));
    compareClock("slave");
    comparePorts("slave");
+   comparePtpports("slave");
    EXPECT_EQ(port("pvb")->transportMode(), Ptp::TransportMode::ipv4);
    EXPECT_EQ(Kiv::strRep(status->defaultDS()->srcIp4()), "10.77.0.2");
    EXPECT_TRUE(eventually([&] { return status->parentTwoStepFlag(); }));
@@ -289,6 +325,7 @@ TEST_F(Live, APairPeerToPeerOverEthernetInAnotherDomain) {
    ASSERT_TRUE(eventually([&] { return port("pvb")->peerMeanPathDelay() != 0; }));
    compareClock("slave", 24, 1);
    comparePorts("slave", 24, 1);
+   comparePtpports("slave", 24, 1);
    EXPECT_TRUE(eventually(
          [&] { return status->currentDS()->meanPathDelay() == port("pvb")->peerMeanPathDelay(); }));
    EXPECT_EQ(port("pvb")->transportMode(), Ptp::TransportMode::layer2);
@@ -311,6 +348,7 @@ TEST_F(Live, ABoundaryClock) {
          40));
    compareClock("bc");
    comparePorts("bc");
+   comparePtpports("bc");
    EXPECT_EQ(status->defaultDS()->ptpMode(), Ptp::PtpMode::boundary);
    EXPECT_EQ(status->ptpMibData()->ptpMibPortDataCount(), 2u);
 }
@@ -350,6 +388,7 @@ TEST_F(Live, APrioritySetInTheConfigurationChangesTheGrandmaster) {
              status->parentDS()->grandmasterIdentity() == status->defaultDS()->clockIdentity();
    }));
    EXPECT_EQ(status->defaultDS()->priority1(), 5);
+   comparePtpports("slave");
    config->intfConfig(Dorn::IntfId("pvb"))->linkDelayThresholdIs(1234);
    config->clockQualityConfiguredIs(true);
    config->clockQualityIs(Ptp::ClockQuality(6, 0x20, Dorn::NetU16(0x4E5D)));
