@@ -4,7 +4,7 @@
 # no process outlives it. Where this is not permitted, or no mirror can be reached, the test says
 # "skipped: ..." and passes.
 #
-# PTPLIB_MIRROR: the mirror to use, instead of deb.debian.org. The network is that of the machine.
+# PTPLIB_MIRROR: the mirror to use, instead of Debian's own. The network is that of the machine.
 
 skip() {
    echo "skipped: $*"
