@@ -1,5 +1,6 @@
 #include "tools/ptp4lAgent/ConfFile.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
