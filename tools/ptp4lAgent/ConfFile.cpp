@@ -2,56 +2,17 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
-#include <string_view>
+#include <ostream>
 
+#include "Holt/Failure.h"
+#include "Holt/File.h"
 #include "Holt/Ptp4l/Write.h"
 
 namespace Ptp4lAgent {
-
-namespace {
-
-/// Closes a descriptor at the end of its scope.
-struct Closing {
-   int fd;
-   ~Closing() {
-      if (fd >= 0) {
-         ::close(fd);
-      }
-   }
-};
-
-/// Replaces a file as a whole. Returns 0, or the error of the call that failed.
-int replaceFile(std::string const& path, std::string_view text) {
-   std::string const fresh = path + ".new";
-   // As a file that others may read, unless it was less before.
-   struct stat old;
-   ::mode_t const mode = ::stat(path.c_str(), &old) == 0 ? old.st_mode & 07777 : 0644;
-   {
-      Closing const file{::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode)};
-      if (file.fd < 0) {
-         return errno;
-      }
-      while (!text.empty()) {
-         ::ssize_t const written = ::write(file.fd, text.data(), text.size());
-         if (written < 0 && errno != EINTR) {
-            return errno;
-         }
-         text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-      }
-      if (::fchmod(file.fd, mode) != 0 || ::fsync(file.fd) != 0) {
-         return errno;
-      }
-   }
-   return ::rename(fresh.c_str(), path.c_str()) == 0 ? 0 : errno;
-}
-
-}  // namespace
 
 ConfFile::ConfFile(Sarn::Ptr<Ptp::Config> config, Options options)
       : config_(std::move(config)), options_(std::move(options)) {}
@@ -91,8 +52,10 @@ bool ConfFile::write() {
    due_ = 0;
    Holt::Ptp4lText const written =
          Holt::writePtp4lConf(*config_, options_.base ? &*options_.base : nullptr);
-   if (int const error = replaceFile(options_.path, written.text)) {
-      say(options_.path + ": not written: " + std::strerror(error));
+   try {
+      Holt::writeWholeFile(options_.path, [&written](std::ostream& out) { out << written.text; });
+   } catch (Holt::Failure const& failure) {
+      say(failure.what());
       return false;
    }
    say(options_.path + ": written" +
