@@ -36,6 +36,7 @@ void addCommands(Command const& program, Run& run) {
    addTop(program, run);
    addRecord(program, run);
    addReplay(program, run);
+   addPlot(program, run);
    addDump(program, run);
    addGet(program, run);
    addSet(program, run);

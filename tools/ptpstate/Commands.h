@@ -26,6 +26,7 @@ void addStatus(Command const& program, Run& run);
 void addWatch(Command const& program, Run& run);
 void addRecord(Command const& program, Run& run);
 void addReplay(Command const& program, Run& run);
+void addPlot(Command const& program, Run& run);
 void addDump(Command const& program, Run& run);
 void addGet(Command const& program, Run& run);
 void addSet(Command const& program, Run& run);

@@ -3,10 +3,8 @@
 #include <poll.h>
 
 #include <iostream>
-#include <nlohmann/json.hpp>
 
 #include "Holt/Failure.h"
-#include "Holt/State/Dump.h"
 #include "Holt/Times.h"
 #include "Kiv/Module.h"
 #include "Kiv/NboAttrLogRecorder.h"
@@ -72,8 +70,9 @@ constexpr char const* incomplete = ": the state is not yet complete at that time
 
 }  // namespace
 
-Replay::Replay(ReplayOptions const& options)
+Replay::Replay(ReplayOptions const& options, ReplayView* view)
       : options_(options),
+        view_(view),
         files_(filesOf(options.files)),
         player_([this](OfferedRoot const& root) { return makeRoot(root); }) {
    pathFound_.resize(options.paths.size());
@@ -98,7 +97,7 @@ Sarn::Ptr<Kiv::NamedEntity> Replay::makeRoot(OfferedRoot const& root) {
    }
    if (!client_) {
       Sarn::Ptr<Kiv::NamedEntity> made = newRoot(root.type, root.name);
-      if (options_.showsChanges()) {
+      if (view_ != nullptr) {
          showFrom(made, root);
       }
       return made;
@@ -133,22 +132,9 @@ void Replay::showFrom(Sarn::Ptr<Kiv::NamedEntity> const& root, OfferedRoot const
       below.push_back(offered.name);
    }
    if (!below.empty()) {
-      observers_.emplace_back(
-            Sarn::Ptr<Kiv::Entity>(root.get()), std::move(below), [this](ChangeText const& text) {
-               tell(text.path + text.what, options_.json ? changeJson(text) : Json());
-            });
+      observers_.emplace_back(Sarn::Ptr<Kiv::Entity>(root.get()), std::move(below),
+                              [this](ChangeText const& text) { view_->change(wall_, text); });
       observers_.back().tellingIs(begun_ && player_.complete());
-   }
-}
-
-/// Prints a line, or as JSON its time and the members of `json`: what `watch` would have printed.
-void Replay::tell(Sarn::String const& line, Json const& json) const {
-   if (options_.json) {
-      Json timed{{"time", timeText(wall_, TimeForm::universal)}};
-      timed.update(json);
-      std::cout << jsonLine(timed) << '\n';
-   } else {
-      std::cout << timeText(wall_) << ' ' << Kiv::printable(line) << '\n';
    }
 }
 
@@ -227,33 +213,29 @@ bool Replay::playFrame(Sarn::String const& file, Reader::Frame const& frame) {
    if (!player_.apply(frame)) {
       throw Failure(unplayableText(file, frame, player_));
    }
-   if (!options_.showsChanges()) {
+   if (view_ == nullptr) {
       catchUp();
       return true;
    }
    if (!complete && player_.complete() && begun_) {
-      for (ChangeObserver& observer : observers_) {
-         observer.tellingIs(true);
-      }
-      for (Kiv::NamedEntity const* const root : roots()) {
-         Dump dump;
-         dump.entity(*root, root->nameString());
-         tell("-- " + root->nameString() + " is complete: " + tallyText(dump.total()),
-              {{"event", "complete"},
-               {"root", jsonOf(root->nameString())},
-               {"entities", dump.total().entities},
-               {"attributes", dump.total().attributes}});
-      }
+      beginToShow(false);
    }
-   if (!begun_) {
-      return true;
-   }
-   if (frame.kind == FrameKind::lost) {
-      tell("-- the recorder lost the server", {{"event", "lost"}});
-   } else if (frame.kind == FrameKind::back) {
-      tell("-- the recorder has the server again", {{"event", "connected"}});
+   if (begun_ && frame.kind == FrameKind::lost) {
+      view_->lost(wall_);
+   } else if (begun_ && frame.kind == FrameKind::back) {
+      view_->back(wall_);
    }
    return true;
+}
+
+/// From here on, changes are shown.
+void Replay::beginToShow(bool before) {
+   for (ChangeObserver& observer : observers_) {
+      observer.tellingIs(true);
+   }
+   for (Kiv::NamedEntity* const root : roots()) {
+      view_->complete(wall_, *root, before);
+   }
 }
 
 bool Replay::play(std::size_t index) {
@@ -270,8 +252,9 @@ bool Replay::play(std::size_t index) {
       }
       if (!begun_ && begin_->isOver(index, frame)) {
          begun_ = true;
-         for (ChangeObserver& observer : observers_) {
-            observer.tellingIs(player_.complete());
+         if (view_ != nullptr && player_.complete()) {
+            wall_ = begin_->wall;
+            beginToShow(true);
          }
       }
       if (begun_ && !pace(frame.at.steady)) {
@@ -321,7 +304,7 @@ void Replay::run() {
       client_->beginAnew();
       client_->sync();
    }
-   if (damage_.empty() && !player_.complete() && !options_.showsChanges()) {
+   if (damage_.empty() && !player_.complete() && view_ == nullptr) {
       throw Failure(files_[first] + incomplete);
    }
    for (std::size_t i = 0; i != options_.paths.size() && damage_.empty(); ++i) {

@@ -34,9 +34,26 @@ struct ReplayOptions {
    bool showsChanges() const { return into.empty() && dump.empty() && at.empty(); }
 };
 
+/// Is shown what a replay plays, in its order, from the beginning that the options ask for.
+/// `wall`: when it was recorded.
+class ReplayView {
+public:
+   /// All roots have their state; called for each, before its changes. `before`: they had it when
+   /// what is shown begins.
+   virtual void complete(U64 wall, Kiv::NamedEntity& root, bool before) = 0;
+   virtual void change(U64 wall, Holt::ChangeText const& text) = 0;
+   /// The recorder had lost the server, or had it again.
+   virtual void lost(U64 wall) = 0;
+   virtual void back(U64 wall) = 0;
+
+protected:
+   ~ReplayView() = default;
+};
+
 class Replay {
 public:
-   explicit Replay(ReplayOptions const& options);
+   /// `view`: null if nothing is shown. REQUIRES: both outlive the replay.
+   Replay(ReplayOptions const& options, ReplayView* view);
 
    /// Plays what the options ask for, up to the first damage. Throws `Failure`.
    void run();
@@ -73,10 +90,11 @@ private:
    bool play(std::size_t index);
    bool playFrame(Sarn::String const& file, Reader::Frame const& frame);
    bool pace(U64 steady);
+   void beginToShow(bool before);
    void catchUp();
-   void tell(Sarn::String const& line, Holt::Json const& json) const;
 
    ReplayOptions const& options_;
+   ReplayView* view_;
    Holt::StopSignals stop_;
    std::vector<Sarn::String> files_;
    std::optional<Holt::Client> client_;

@@ -6,6 +6,7 @@
 #include "Holt/State/Doc.h"
 #include "Holt/State/Dump.h"
 #include "Holt/Times.h"
+#include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/ptpstate/record/Replay.h"
 
@@ -14,6 +15,48 @@ namespace Ptpstate {
 using namespace Holt;
 
 namespace {
+
+/// Prints what `watch` would have printed.
+class Lines final : public ReplayView {
+public:
+   explicit Lines(bool json) : json_(json) {}
+
+   void complete(U64 wall, Kiv::NamedEntity& root, bool before) override {
+      if (before) {
+         return;
+      }
+      Dump dump;
+      dump.entity(root, root.nameString());
+      tell(wall, "-- " + root.nameString() + " is complete: " + tallyText(dump.total()),
+           {{"event", "complete"},
+            {"root", jsonOf(root.nameString())},
+            {"entities", dump.total().entities},
+            {"attributes", dump.total().attributes}});
+   }
+   void change(U64 wall, ChangeText const& text) override {
+      tell(wall, text.path + text.what, json_ ? changeJson(text) : Json());
+   }
+   void lost(U64 wall) override {
+      tell(wall, "-- the recorder lost the server", {{"event", "lost"}});
+   }
+   void back(U64 wall) override {
+      tell(wall, "-- the recorder has the server again", {{"event", "connected"}});
+   }
+
+private:
+   /// Prints a line, or as JSON its time and the members of `json`.
+   void tell(U64 wall, Sarn::String const& line, Json const& json) const {
+      if (json_) {
+         Json timed{{"time", timeText(wall, TimeForm::universal)}};
+         timed.update(json);
+         std::cout << jsonLine(timed) << '\n';
+      } else {
+         std::cout << timeText(wall) << ' ' << Kiv::printable(line) << '\n';
+      }
+   }
+
+   bool json_;
+};
 
 void writeState(std::ostream& out, ReplayOptions const& options, Replay const& replay) {
    if (!options.json) {
@@ -37,7 +80,8 @@ Exit replay(ReplayOptions const& options) {
    if (!options.dump.empty()) {
       checkWritable(options.dump);
    }
-   Replay replay(options);
+   Lines lines(options.json);
+   Replay replay(options, options.showsChanges() ? &lines : nullptr);
    replay.run();
    bool const shown = !options.showsChanges() && (options.into.empty() || !options.dump.empty());
    if (shown) {
