@@ -39,10 +39,11 @@ tools/ptpstate: $libraries Holt tools/cli tools/shared
 tools/ptpports: $libraries Holt tools/cli tools/shared
 tools/ptp4lAgent: $libraries Holt tools/cli tools/shared
 tools/ptp4lCapture: tools/ptp4lAgent
+tools/ptpexport: $libraries Holt tools/cli tools/shared
 tools/demoAgent: $libraries Holt tools/cli tools/shared
 examples: $libraries Holt
 bench: $libraries $for_tests
-fuzz: $libraries $for_tests tools/ptp4lAgent
+fuzz: $libraries $for_tests tools/ptp4lAgent tools/ptpexport
 tests: $libraries $for_tests
 "
 

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "tools/ptpexport/Feed.h"
+#include "tools/ptpexport/Http/Reply.h"
+
+namespace Ptpexport {
+
+/// Answers `GET /state/PATH` with what `ptpstate dump --json PATH` prints, and `GET /state` with
+/// all roots. A "*" in a key stands for any characters. 404 if the path leads nowhere, 503 before
+/// the state is known at all. While the state is old, the header `Warning` says so.
+Reply stateReply(Feed const& feed, Request const& request);
+
+}  // namespace Ptpexport
