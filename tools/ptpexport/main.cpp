@@ -13,6 +13,7 @@
 #include "tools/ptpexport/Health.h"
 #include "tools/ptpexport/HistoryReply.h"
 #include "tools/ptpexport/Http/HttpServer.h"
+#include "tools/ptpexport/Metrics/MetricsReply.h"
 #include "tools/ptpexport/State.h"
 #include "tools/shared/CommandLine.h"
 
@@ -70,12 +71,16 @@ void run(CommandLine const& line) {
    Feed feed(line.socket);
    Events events(feed);
    History history(feed);
+   Counters counters;
    HttpServer server(serverOptions(line));
    server.routeIs("/healthz",
                   [&feed](Request const& request) { return healthReply(feed, request); });
    server.routeIs("/events", [&events](Request const& request) { return events.reply(request); });
    server.routeIs("/history/",
                   [&history](Request const& request) { return historyReply(history, request); });
+   server.routeIs("/metrics", [&feed, &counters](Request const& request) {
+      return metricsReply(feed, counters, request);
+   });
    server.routeIs("/state/", [&feed](Request const& request) { return stateReply(feed, request); });
    for (std::string const& address : server.addresses()) {
       log.line(std::string("listening at http") + (server.isTls() ? "s" : "") + "://" + address +
@@ -123,6 +128,7 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
          "Examples:\n"
          "  $ ptpexport &\n"
          "  $ curl http://127.0.0.1:9979/healthz\n"
+         "  $ curl http://127.0.0.1:9979/metrics\n"
          "  $ curl http://127.0.0.1:9979/state/ptp/status.currentDS\n"
          "  $ curl -N 'http://127.0.0.1:9979/events?path=ptp/status.portDS[*].portState'\n"
          "  $ ptpexport --listen '[::]:9979' --tls-cert cert.pem --tls-key key.pem\n"
