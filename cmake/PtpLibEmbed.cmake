@@ -1,17 +1,19 @@
-# ptplib_embed(target HEADER header NAMESPACE namespace FILES path=file...)
+# ptplib_embed(target HEADER header NAMESPACE namespace DIR dir FILES path=file...)
 # Compiles files into a target, so that a program needs none of them when it runs. The source that
-# this writes defines what the header declares: `embeddedFiles()`, in the order given.
+# this writes defines what the header declares: `embeddedFiles()`, in the order given. Files are in
+# the directory, or have an absolute path.
 #
 # A file is read when the build is configured, and again when it has changed.
 function(ptplib_embed target)
-   cmake_parse_arguments(PARSE_ARGV 1 arg "" "HEADER;NAMESPACE" "FILES")
+   cmake_parse_arguments(PARSE_ARGV 1 arg "" "HEADER;NAMESPACE;DIR" "FILES")
    set(arrays "")
    set(rows "")
    set(n 0)
    foreach(entry IN LISTS arg_FILES)
       string(REGEX MATCH "^([^=]*)=(.*)$" matched "${entry}")
       set(path "${CMAKE_MATCH_1}")
-      set(file "${CMAKE_MATCH_2}")
+      cmake_path(ABSOLUTE_PATH CMAKE_MATCH_2
+         BASE_DIRECTORY "${PROJECT_SOURCE_DIR}/${arg_DIR}" OUTPUT_VARIABLE file)
       set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${file}")
       file(READ "${file}" bytes HEX)
       string(REGEX REPLACE "(................................)" "\\1\n" bytes "${bytes}")

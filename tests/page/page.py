@@ -227,15 +227,16 @@ def check_loss(lab, file, shot):
 
 
 def check_foreign_text(lab):
-    """A name that would be markup is text."""
-    with urllib.request.urlopen(lab.url + "healthz") as answer:
-        assert json.load(answer)["connected"]
-    name = "<img src=x onerror=alert(1)>"
-    lab.set("ptp/status.portDS[Ethernet1].txLagMember", name)
+    """A name that would be markup is text, and a path with every kind of character finds it."""
+    name = "<img src=x onerror=alert(1)> a/b?c#d%41&\u00e9.[x]"
+    lab.stop("ptpstate")
+    lab.start("ptpstate", "serve", "--socket", lab.socket, "--root", f"Ptp::Status={name}")
+    wait_for("the other root", lambda: json.load(urllib.request.urlopen(lab.url + "healthz"))
+             ["roots"] == [{"type": "Ptp::Status", "name": name}])
     lab.open(1280, 1000, "light")
     wait_for("the page is live", lambda: lab.text("#link") == "live")
-    lab.all("#rows .open")[0].click()
-    wait_for("the port's dialog", lambda: lab.text("#portTitle") == "Ethernet1")
+    check_equal(lab.text("#clockName"), name, "the clock's name")
+    check_equal(lab.text("#none"), "This clock has no ports.", "the list of ports")
     check_equal(len(lab.all("img")), 0, "images")
 
 

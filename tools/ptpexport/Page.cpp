@@ -5,6 +5,8 @@
 
 namespace Ptpexport {
 
+namespace {
+
 EmbeddedFile const* pageFile(std::string_view path) {
    for (EmbeddedFile const& file : embeddedFiles()) {
       if (file.path == path) {
@@ -41,6 +43,29 @@ std::string entityTag(EmbeddedFile const& file) {
    char text[24];
    std::snprintf(text, sizeof(text), "\"%016llx\"", static_cast<unsigned long long>(hash));
    return text;
+}
+
+}  // namespace
+
+Reply pageReply(Request const& request) {
+   EmbeddedFile const* const file = pageFile(request.rest);
+   if (file == nullptr) {
+      return refusal(404, request.target.path + ": there is nothing here; '/' is a page for people, "
+                                                "and docs/export.md lists the rest");
+   }
+   Reply reply;
+   std::string const tag = entityTag(*file);
+   reply.headers = {{"ETag", tag}, {"Cache-Control", "no-cache"}};
+   if (request.header("If-None-Match") == tag) {
+      reply.status = 304;
+      return reply;
+   }
+   reply.headers.emplace_back("Content-Security-Policy", pagePolicy);
+   reply.headers.emplace_back("X-Content-Type-Options", "nosniff");
+   reply.headers.emplace_back("Referrer-Policy", "no-referrer");
+   reply.contentType = mediaType(*file);
+   reply.text = file->content;
+   return reply;
 }
 
 }  // namespace Ptpexport

@@ -2,8 +2,9 @@
 #pragma once
 
 #include <span>
-#include <string>
 #include <string_view>
+
+#include "tools/ptpexport/Http/Reply.h"
 
 namespace Ptpexport {
 
@@ -17,14 +18,9 @@ struct EmbeddedFile {
 /// All files of the page. The index is first, with an empty path.
 std::span<EmbeddedFile const> embeddedFiles();
 
-/// The file at a path; null if there is none.
-EmbeddedFile const* pageFile(std::string_view path);
-
-/// The media type of a file, by its name: "text/javascript; charset=utf-8".
-std::string_view mediaType(EmbeddedFile const& file);
-
-/// A tag of a file's content, in quotes, which changes when the content does.
-std::string entityTag(EmbeddedFile const& file);
+/// Answers a request for a file of the page, whose path is what follows the first slash. A browser
+/// that has the file already gets 304.
+Reply pageReply(Request const& request);
 
 /// What a browser may load for the page: its own files, and nothing from elsewhere.
 inline constexpr char const* pagePolicy =

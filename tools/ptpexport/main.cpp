@@ -14,6 +14,7 @@
 #include "tools/ptpexport/HistoryReply.h"
 #include "tools/ptpexport/Http/HttpServer.h"
 #include "tools/ptpexport/Metrics/MetricsReply.h"
+#include "tools/ptpexport/Page.h"
 #include "tools/ptpexport/State.h"
 #include "tools/shared/CommandLine.h"
 
@@ -82,6 +83,7 @@ void run(CommandLine const& line) {
       return metricsReply(feed, counters, request);
    });
    server.routeIs("/state/", [&feed](Request const& request) { return stateReply(feed, request); });
+   server.routeIs("/", &pageReply);
    for (std::string const& address : server.addresses()) {
       log.line(std::string("listening at http") + (server.isTls() ? "s" : "") + "://" + address +
                "/");
@@ -127,6 +129,7 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
    command.footerIs(
          "Examples:\n"
          "  $ ptpexport &\n"
+         "  $ xdg-open http://127.0.0.1:9979/\n"
          "  $ curl http://127.0.0.1:9979/healthz\n"
          "  $ curl http://127.0.0.1:9979/metrics\n"
          "  $ curl http://127.0.0.1:9979/state/ptp/status.currentDS\n"

@@ -3,6 +3,9 @@
 import { timeText } from './text.js';
 
 const hour = 3600;
+
+/// Seconds shown at least.
+const shortest = 60;
 const dark = window.matchMedia('(prefers-color-scheme: dark)');
 
 function colour(name) {
@@ -50,9 +53,12 @@ export class Curve {
          return;
       }
       const end = this.points.at(-1)[0].getTime();
+      // A curve that has just begun is not a dot at the edge.
+      const begin = Math.max(end - this.span * 1000,
+         Math.min(this.points[0][0].getTime(), end - shortest * 1000));
       const options = {
          file: this.points,
-         dateWindow: [end - this.span * 1000, end],
+         dateWindow: [begin, end],
          colors: [colour('--accent')],
          gridLineColor: colour('--line'),
          axisLineColor: colour('--line'),

@@ -93,14 +93,15 @@ class Page {
    }
 
    /// Says whether what is shown is live. What was known stays, paled, while the source is away.
-   onLink({ live, text, since }) {
+   onLink({ live, text, since, reason }) {
       this.live = live;
       const link = document.querySelector('#link');
       link.className = `link ${live ? 'live' : 'lost'}`;
       link.textContent = live ? 'live' : 'not live';
       const banner = document.querySelector('#banner');
       banner.hidden = live;
-      banner.textContent = live ? '' : `${text}${since ? ` since ${clockText(since * 1000)}` : ''}`;
+      banner.textContent = live ? '' : text +
+         (since ? ` since ${clockText(Date.parse(since))}` : '') + (reason ? `: ${reason}` : '');
       document.body.classList.toggle('stale', !live);
    }
 

@@ -9,7 +9,8 @@ const ownAttributes = ['enabled', 'holdoverState'];
 export async function fetchJson(path) {
    const response = await fetch(path, { cache: 'no-store' });
    if (!response.ok) {
-      throw new Error((await response.text()).trim() || `${response.status} ${path}`);
+      throw Object.assign(new Error((await response.text()).trim() || `${response.status} ${path}`),
+         { status: response.status });
    }
    return response.json();
 }
@@ -20,8 +21,13 @@ export async function fetchState(path) {
    return dump.places[0]?.state;
 }
 
+function sourceLost({ reason, since }) {
+   return { live: false, text: "the clock's process is gone", since, reason };
+}
+
 /// A mirror of one clock. It calls `onChange(parts, value)` for each change, `onLoad()` when
-/// everything has been fetched again, and `onLink({live, text})` when the way to the clock changes.
+/// everything has been fetched again, and `onLink({live, text, since, reason})` when the way to the
+/// clock changes.
 export class Mirror {
    constructor(root, listener) {
       this.root = root;
@@ -57,9 +63,7 @@ export class Mirror {
       if (source.connected) {
          this.load();
       } else {
-         const reason = source.reason ? `: ${source.reason}` : '';
-         this.listener.onLink({ live: false, text: `the clock's process is gone${reason}`,
-            since: source.since });
+         this.listener.onLink(sourceLost(source));
       }
    }
 
@@ -71,12 +75,12 @@ export class Mirror {
       try {
          const found = await Promise.all([...members, ...ownAttributes].map(
             (member) => fetchState(`${this.root}.${member}`).catch((error) => {
-               if (/no |not /.test(error.message)) {
+               if (error.status === 404) {
                   return undefined;
                }
                throw error;
             })));
-         const health = await fetchJson('healthz').catch(() => ({ connected: false }));
+         const health = await fetchJson('healthz?always');
          if (this.loading !== turn) {
             return;
          }
@@ -88,7 +92,7 @@ export class Mirror {
          this.listener.onLoad();
          this.listener.onLink(health.connected
             ? { live: true, text: 'live' }
-            : { live: false, text: "the clock's process is gone", since: health.since });
+            : sourceLost(health));
       } catch (error) {
          if (this.loading === turn) {
             this.listener.onLink({ live: false, text: error.message });
@@ -99,10 +103,7 @@ export class Mirror {
 
    take(change) {
       if (!change.path) {
-         if (change.event === 'coalesced') {
-            return;  // what was left out has newer values, which arrive
-         }
-         return;
+         return;  // changes were left out that newer ones follow
       }
       if (this.loading) {
          this.pending.push(change);

@@ -8,10 +8,10 @@ export function timeText(nanoseconds) {
    const value = Number(nanoseconds);
    for (const [unit, size] of [['s', 1e9], ['ms', 1e6], ['µs', 1e3]]) {
       if (Math.abs(value) >= size) {
-         return `${(value / size).toPrecision(4)} ${unit}`;
+         return `${(value / size).toPrecision(4)}\u00a0${unit}`;
       }
    }
-   return `${Number.isInteger(value) ? value : value.toFixed(1)} ns`;
+   return `${Number.isInteger(value) ? value : value.toFixed(1)}\u00a0ns`;
 }
 
 export function countText(value) {
