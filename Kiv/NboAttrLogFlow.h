@@ -127,21 +127,24 @@ private:
    class Bits {
    public:
       Bits() = default;
+      Bits(Bits const&) = delete;
       Bits& operator=(Bits const& other) {
-         few_ = other.few_;
-         if (!more_.empty() || !other.more_.empty()) [[unlikely]] {
+         if (!other.more_.empty() || !more_.empty()) [[unlikely]] {
             more_ = other.more_;
+            words_ = more_.empty() ? few_.data() : more_.data();
          }
+         few_ = other.few_;
          return *this;
       }
       void reset(std::size_t count) {
          few_ = {};
          if (count > 64 * few_.size() || !more_.empty()) [[unlikely]] {
             more_.assign(count > 64 * few_.size() ? (count + 63) / 64 : 0, 0);
+            words_ = more_.empty() ? few_.data() : more_.data();
          }
       }
-      U64& word(U32 at) { return more_.empty() ? few_[at] : more_[at]; }
-      U64 word(U32 at) const { return more_.empty() ? few_[at] : more_[at]; }
+      U64& word(U32 at) { return words_[at]; }
+      U64 word(U32 at) const { return words_[at]; }
       bool get(U32 place) const { return (word(place / 64) >> place % 64 & 1) != 0; }
       void set(U32 place, bool value) {
          U64 const bit = U64(1) << place % 64;
@@ -154,6 +157,8 @@ private:
    private:
       std::array<U64, 2> few_{};
       std::vector<U64> more_;
+      /// Those of `few_` or of `more_`.
+      U64* words_ = few_.data();
    };
    struct Collection {
       AttributeId id;

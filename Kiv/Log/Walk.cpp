@@ -186,6 +186,15 @@ Walk::Write Walk::tell(FlowOut& flow, FieldDescriptor const& field) {
 namespace {
 /// The longest value that counts as short.
 constexpr std::size_t longestShort = 20;
+
+/// Whether a child is absent, or a collection without elements is replayed by emptying it.
+bool isEmpty(FlowOut const& flow, FieldDescriptor const& field, U32 place) {
+   if (field.kind == MemberKind::child) {
+      return field.ops->child->get(flow.entity()) == nullptr;
+   }
+   return field.kind != MemberKind::queue && flow.emptiesAtOnce(place) &&
+          field.ops->collection->size(flow.entity()) == 0;
+}
 }  // namespace
 
 U16 Walk::tellShort(FlowOut& flow, TypeImpl const& type, U16 row) {
@@ -201,58 +210,59 @@ U16 Walk::tellShort(FlowOut& flow, TypeImpl const& type, U16 row) {
    U32 const last = first + type.rowCount;
    U32 place = first + row;
    while (place < last) {
-      U32 const word = place / 64;
-      U64 const dirty = flow.dirtyWord(word) >> place % 64 << place % 64;
-      U64 left = dirty;
-      U8* next = end;
-      for (; left != 0; left &= left - 1) {
-         place = word * 64 + static_cast<U32>(std::countr_zero(left));
-         next = place < last ? writeShort(end, flow, place, type.rows[place - first]) : nullptr;
-         if (next == nullptr) {
-            break;
-         }
-         end = next;
-         ++count;
+      U32 const shift = place % 64;
+      U64 dirty = flow.dirtyWord(place / 64) >> shift;
+      if (last - place < 64) {
+         dirty &= ~(~U64(0) << (last - place));
       }
-      flow.wordIsTold(word, dirty ^ left);
-      if (next == nullptr) {
+      U64 left = dirty;
+      end = writeShort(end, flow, type.rows + (place - first), place, left, count);
+      flow.wordIsTold(place / 64, (dirty ^ left) << shift);
+      if (left != 0) {
+         place += static_cast<U32>(std::countr_zero(left));
          break;
       }
-      place = (word + 1) * 64;
+      place += 64 - shift;
    }
    outbox_.commitRun(static_cast<std::size_t>(end - begin), count);
    return static_cast<U16>(std::min(place, last) - first);
 }
 
-/// Writes a dirty attribute if it is a short value, or empty. Returns the end of the message, or
-/// null if it is neither.
-inline U8* Walk::writeShort(U8* at, FlowOut const& flow, U32 place, FieldDescriptor const& field) {
+/// Writes the attributes whose bits are set, from `rows` and `place` on, up to the first that is
+/// neither a short value nor empty, clears their bits and counts them. Returns the end of the
+/// messages.
+U8* Walk::writeShort(U8* at, FlowOut const& flow, FieldDescriptor const* rows, U32 place, U64& bits,
+                     U32& count) {
    Entity const& entity = flow.entity();
-   assert(field.has(FieldDescriptor::streamed));
-   Opcode opcode = Opcode::set;
-   std::size_t size = 0;
-   if (field.kind == MemberKind::single) [[likely]] {
-      size = valueSize(entity, field);
-      if (size > longestShort) {
-         return nullptr;
+   U32 const handle = flow.handle;
+   U64 left = bits;
+   U32 written = 0;
+   for (; left != 0; left &= left - 1) {
+      auto const bit = static_cast<U32>(std::countr_zero(left));
+      FieldDescriptor const& field = rows[bit];
+      assert(field.has(FieldDescriptor::streamed));
+      Opcode opcode = Opcode::set;
+      std::size_t size = 0;
+      if (field.kind == MemberKind::single) [[likely]] {
+         size = valueSize(entity, field);
+         if (size > longestShort) {
+            break;
+         }
+         Out value(at + headerSize, size);
+         field.ops->encode(entity, value);
+      } else if (isEmpty(flow, field, place + bit)) {
+         opcode = Opcode::erase;
+      } else {
+         break;
       }
-   } else {
-      bool const empty = field.kind == MemberKind::child
-                               ? field.ops->child->get(entity) == nullptr
-                               : field.kind != MemberKind::queue && flow.emptiesAtOnce(place) &&
-                                       field.ops->collection->size(entity) == 0;
-      if (!empty) {
-         return nullptr;
-      }
-      opcode = Opcode::erase;
+      Out header(at, headerSize);
+      writeHeader(header, {opcode, static_cast<U32>(size), handle, field.fieldId});
+      at += headerSize + size;
+      ++written;
    }
-   Out header(at, headerSize);
-   writeHeader(header, {opcode, static_cast<U32>(size), flow.handle, field.fieldId});
-   if (opcode == Opcode::set) {
-      Out value(at + headerSize, size);
-      field.ops->encode(entity, value);
-   }
-   return at + headerSize + size;
+   bits = left;
+   count += written;
+   return at;
 }
 
 Walk::Write Walk::tellChild(FlowOut& flow, FieldDescriptor const& field) {
@@ -332,7 +342,7 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
       if (at->valid()) {
          prefetch(at->child(), 4);
       }
-      if (!had && descendInto(child, false)) {
+      if (!had && descendInto(child, false) && !tellLeaf()) {
          return Write::descend;
       }
    }
@@ -342,6 +352,18 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
    flow.freeResyncState();
    flow.wholeIsTold(field.fieldId);
    return Write::done;
+}
+
+/// Most children of a collection have only short values. Writes the child on top of the stack, and
+/// leaves it again if nothing of it remains; false if the walk has to go on there.
+bool Walk::tellLeaf() {
+   FlowOut& flow = *stack_[depth_ - 1];
+   TypeImpl const& type = flow.entity().kivType();
+   if (type.base != nullptr || tellShort(flow, type, 0) != type.rowCount || flow.dirty()) {
+      return false;
+   }
+   --depth_;
+   return true;
 }
 
 Walk::Write Walk::tellDirtyKeys(FlowOut& flow, FieldDescriptor const& field) {

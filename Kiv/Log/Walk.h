@@ -75,7 +75,9 @@ private:
    bool run(FlowOut& flow);
    bool beginReplay(Served& served);
    bool endReplays();
-   static U8* writeShort(U8* at, FlowOut const& flow, U32 place, FieldDescriptor const& field);
+   static U8* writeShort(U8* at, FlowOut const& flow, FieldDescriptor const* rows, U32 place,
+                         U64& bits, U32& count);
+   bool tellLeaf();
    Write tellChild(FlowOut& flow, FieldDescriptor const& field);
    Write tellWhole(FlowOut& flow, FieldDescriptor const& field);
    Write tellDirtyKeys(FlowOut& flow, FieldDescriptor const& field);
