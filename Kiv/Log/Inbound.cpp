@@ -11,6 +11,13 @@
 
 namespace Kiv::NboAttrLog {
 
+namespace {
+/// Whether such a message may be part of a run: see `Inbound::applyRun`.
+constexpr bool mayBeInRun(Opcode opcode) noexcept {
+   return opcode == Opcode::set || opcode == Opcode::erase;
+}
+}  // namespace
+
 Inbound::Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock, Applying& applying,
                  Closing& closing, Mounts const& mounts, OpenCollections& open, Teller& teller,
                  Control& control) noexcept
@@ -116,8 +123,7 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
       if (size - consumed_ < total) {
          return;
       }
-      bool const inRun = header.opcode == Opcode::set || header.opcode == Opcode::erase;
-      if (inRun && !parts_.any() && applyRun(bytes, bytes + size)) [[likely]] {
+      if (mayBeInRun(header.opcode) && !parts_.any() && applyRun(bytes, bytes + size)) [[likely]] {
          continue;
       }
       U8 const* const body = bytes + consumed_ + headerSize;
@@ -159,31 +165,41 @@ template <class HeaderOf, class Work>
 /// Successive messages, which the session counts together: nothing else happens between them.
 class Inbound::Run {
 public:
-   Run(Inbound& inbound, U8 const* first, U8 const* last) noexcept
-         : end(last), next(first), inbound_(inbound), counted_(first) {}
+   /// `message`: the last message that was begun.
+   Run(Inbound& inbound, U8 const*& message, U8 const* last) noexcept
+         : end(last), inbound_(inbound), counted_(message), message_(message) {}
    ~Run() { count(); }
    Run(Run const&) = delete;
    Run& operator=(Run const&) = delete;
 
+   /// The message at `at` is taken. REQUIRES: it is complete, and `next()`.
+   void begin(U8 const* at) noexcept {
+      message_ = at;
+      ++taken_;
+   }
+   /// Where the next message begins.
+   U8 const* next() const noexcept {
+      return taken_ != 0 ? message_ + headerSize + readHeader(message_).bodySize : counted_;
+   }
    /// The session counts all messages taken so far.
    void count() noexcept {
-      inbound_.consumed_ += static_cast<std::size_t>(next - counted_);
-      inbound_.messages_ += taken;
-      inbound_.teller_.crossing().received += taken;
-      counted_ = next;
-      taken = 0;
+      U8 const* const counted = next();
+      inbound_.consumed_ += static_cast<std::size_t>(counted - counted_);
+      inbound_.messages_ += taken_;
+      inbound_.teller_.crossing().received += taken_;
+      counted_ = counted;
+      taken_ = 0;
    }
 
    /// The end of the received bytes.
    U8 const* const end;
-   /// Where the next message begins.
-   U8 const* next;
-   /// How many messages were taken and not counted yet.
-   U32 taken = 0;
 
 private:
    Inbound& inbound_;
    U8 const* counted_;
+   U8 const*& message_;
+   /// How many messages were taken and not counted yet.
+   U32 taken_ = 0;
 };
 
 /// Reads ahead which entities the next messages are for, so that these are in the cache when their
@@ -223,18 +239,18 @@ bool Inbound::applyRun(U8 const* const bytes, U8 const* const end) {
    U8 const* const begin = bytes + consumed_;
    U8 const* message = begin;
    auto const applyAll = [&] {
-      Run run(*this, begin, end);
+      Run run(*this, message, end);
       Scout scout(names_, begin, end);
       for (bool more = true; more;) {
-         Names::Theirs const* const target = names_.theirs(readHeader(run.next).handle);
+         Names::Theirs const* const target = names_.theirs(readHeader(run.next()).handle);
          Entity* const entity = target != nullptr ? target->entity.get() : nullptr;
          if (entity == nullptr || !target->writable || entity->streamHandle() != 0) {
             return;
          }
-         more = applyRunTo(*entity, run, message);
+         more = applyRunTo(*entity, run);
          // A replay does not come here, since it introduces each entity before its values.
          if (more) {
-            scout.keepAhead(run.next);
+            scout.keepAhead(run.next());
          }
       }
    };
@@ -244,15 +260,16 @@ bool Inbound::applyRun(U8 const* const bytes, U8 const* const end) {
 
 /// The messages to one entity. As long as it is unwatched, its setters run nobody else's code, so
 /// it need not be looked up again; otherwise the run ends after one message, since an observer may
-/// have done anything. `message`: the last message that was begun. Returns whether the run may
-/// continue, with another entity.
-bool Inbound::applyRunTo(Entity& entity, Run& run, U8 const*& message) {
+/// have done anything. Returns whether the next message continues the run, with another entity.
+bool Inbound::applyRunTo(Entity& entity, Run& run) {
    TypeImpl const& type = entity.kivType();
    FieldDescriptor const* const rows = type.rows;
    U32 const firstId = type.firstId;
    U32 const rowCount = type.rowCount;
    bool const watched = entity.watched();
-   U8 const* at = run.next;
+   U8 const* const end = run.end;
+   std::size_t const shortMessage = shortMessage_;
+   U8 const* at = run.next();
    Header header = readHeader(at);
    U32 const handle = header.handle;
    do {
@@ -261,18 +278,16 @@ bool Inbound::applyRunTo(Entity& entity, Run& run, U8 const*& message) {
             row < rowCount ? rows + row : type.field(header.attribute);
       U8 const* const body = at + headerSize;
       if (field == nullptr || !field->has(FieldDescriptor::streamed) ||
-          header.bodySize > shortMessage_ ||
-          header.bodySize > static_cast<std::size_t>(run.end - body)) [[unlikely]] {
+          header.bodySize > shortMessage ||
+          header.bodySize > static_cast<std::size_t>(end - body)) [[unlikely]] {
          return false;
       }
       if (header.opcode == Opcode::set) [[likely]] {
          if (field->kind != MemberKind::single || field->ops->apply == nullptr) [[unlikely]] {
             return false;
          }
-         message = at;
+         run.begin(at);
          at = body + header.bodySize;
-         run.next = at;
-         ++run.taken;
          In in(body, at);
          if (watched) [[unlikely]] {
             run.count();
@@ -286,16 +301,15 @@ bool Inbound::applyRunTo(Entity& entity, Run& run, U8 const*& message) {
              collection->size(entity) != 0) {
             return false;
          }
+         run.begin(at);
          at = body;
-         run.next = at;
-         ++run.taken;
       }
-      if (static_cast<std::size_t>(run.end - at) < headerSize) [[unlikely]] {
+      if (static_cast<std::size_t>(end - at) < headerSize) [[unlikely]] {
          return false;
       }
       header = readHeader(at);
    } while (header.handle == handle);
-   return true;
+   return mayBeInRun(header.opcode);
 }
 
 void Inbound::parseOne(Header const& header, In& in) {

@@ -87,7 +87,7 @@ private:
    class Run;
    class Scout;
    bool applyRun(U8 const* bytes, U8 const* end);
-   bool applyRunTo(Entity& entity, Run& run, U8 const*& message);
+   bool applyRunTo(Entity& entity, Run& run);
    void applyPart(Header const& header, In& in);
    // Changes, also those of a replay: InboundChanges.cpp
    void applyChange(Header const& header, In& in);
