@@ -124,6 +124,7 @@ public:
    /// Maps an existing child to the peer's handle before an observer can change anything again.
    void found(Entity& there) override {
       Names& names = inbound_.names_;
+      found_ = true;
       bool const untold = there.streamHandle() != 0 && !names.known(there);
       if (there.streamHandle() != 0 && names.theirHandle(there) == nullptr &&
           !inbound_.mounts_.serves(there)) {
@@ -149,12 +150,16 @@ public:
              !inbound_.teller_.backlog().has(owner_, field_, key);
    }
 
+   /// Whether the child was there before.
+   bool hasFound() const noexcept { return found_; }
+
 private:
    Inbound& inbound_;
    Entity& owner_;
    FieldDescriptor const& field_;
    U32 const handle_;
    bool const writable_;
+   bool found_ = false;
 };
 
 void Inbound::applyCreate(Names::Theirs& target, FieldDescriptor const& field, In& in) {
@@ -181,7 +186,7 @@ void Inbound::applyCreate(Names::Theirs& target, FieldDescriptor const& field, I
    if (!closing_.closed()) {
       // An observer may have removed it already.
       bool const stays = child && child->parent() == owner.get();
-      names_.map(handle, stays ? child.get() : nullptr, writable);
+      names_.map(handle, stays ? child.get() : nullptr, writable, !creation.hasFound());
    }
 }
 

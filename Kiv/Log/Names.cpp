@@ -37,7 +37,7 @@ void Names::checkHandle(U32 handle, In const& in) const {
    }
 }
 
-void Names::map(U32 handle, Entity* entity, bool writable) {
+void Names::map(U32 handle, Entity* entity, bool writable, bool fresh) {
    U32 const at = HandleTable::index(handle);
    assert(at < limit_);
    if (at >= theirs_.size()) {
@@ -48,8 +48,11 @@ void Names::map(U32 handle, Entity* entity, bool writable) {
    if (entry.entity.get() == entity && entry.handle == handle) {
       return;
    }
+   if (deferred_ && ((entity != nullptr && !fresh) || entry.entity)) {
+      makeIndex();
+   }
    if (entry.entity && entry.entity.get() != entity) {
-      U64 const before = reinterpret_cast<U64>(entry.entity.get());
+      U64 const before = keyOf(*entry.entity);
       U32 const* const known = handles_.find(before);
       if (known != nullptr && *known == entry.handle) {
          handles_.erase(before);
@@ -59,11 +62,10 @@ void Names::map(U32 handle, Entity* entity, bool writable) {
    entry.handle = handle;
    entry.writable = writable;
    entry.entity = Sarn::Ptr<Entity>(entity);
-   if (entity == nullptr) {
+   if (entity == nullptr || deferred_) {
       return;
    }
-   U64 const key = reinterpret_cast<U64>(entity);
-   auto const [known, added] = handles_.insert(key, handle);
+   auto const [known, added] = handles_.insert(keyOf(*entity), handle);
    if (added) {
       return;
    }
@@ -78,6 +80,43 @@ void Names::map(U32 handle, Entity* entity, bool writable) {
    *known = handle;
 }
 
+void Names::mapRoot(U32 handle, Entity& root) {
+   map(handle, &root, true, deferred_ && scan(root) == nullptr);
+}
+
+/// Enters all of `theirs_` in the map. If there is no memory, nothing is changed.
+void Names::makeIndex() const {
+   auto const present = [](Theirs const& entry) { return entry.entity.get() != nullptr; };
+   handles_.reserve(
+         static_cast<std::size_t>(std::count_if(theirs_.begin(), theirs_.end(), present)));
+   for (Theirs const& entry : theirs_) {
+      if (present(entry)) {
+         handles_.insert(keyOf(*entry.entity), entry.handle);
+      }
+   }
+   deferred_ = false;
+}
+
+/// The first question makes the map. If there is no memory, the next one tries again.
+U32 const* Names::findDeferred(Entity const& entity) const noexcept {
+   if (theirs_.empty()) {
+      return nullptr;
+   }
+   try {
+      makeIndex();
+   } catch (std::bad_alloc const&) {
+      return scan(entity);
+   }
+   return handles_.find(keyOf(entity));
+}
+
+U32 const* Names::scan(Entity const& entity) const noexcept {
+   auto const found = std::find_if(theirs_.begin(), theirs_.end(), [&](Theirs const& entry) {
+      return entry.entity.get() == &entity;
+   });
+   return found != theirs_.end() ? &found->handle : nullptr;
+}
+
 void Names::childIsMade(Entity& child) {
    if (expected_ != 0) {
       map(std::exchange(expected_, 0), &child, true);
@@ -85,8 +124,8 @@ void Names::childIsMade(Entity& child) {
 }
 
 void Names::unmap(Entity const& entity) noexcept {
-   U64 const key = reinterpret_cast<U64>(&entity);
-   if (U32 const* const handle = handles_.find(key)) {
+   U64 const key = keyOf(entity);
+   if (U32 const* const handle = theirHandle(entity)) {
       theirs_[HandleTable::index(*handle)].entity.reset();
       handles_.erase(key);
    }
@@ -109,6 +148,7 @@ void Names::clear() noexcept {
    std::vector<U64>().swap(introduced_);  // `clear` would keep the memory
    std::vector<Theirs>().swap(theirs_);
    handles_.clear();
+   deferred_ = true;
 }
 
 }  // namespace Kiv::NboAttrLog

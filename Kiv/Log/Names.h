@@ -20,8 +20,13 @@ class OpenCollections;
 ///                                        ^
 ///               entity ------------------'
 ///
+/// The way back, from an entity to the peer's handle, is a hash map. A mirror that only receives
+/// changes and new children never asks for it; so its entries are made when it is first needed, and
+/// kept up to date from then on.
+///
 /// Invariants:
 /// - an entity has at most one handle of the peer's: the one that the peer used last;
+/// - while `deferred_`, the map is empty and no entity is in `theirs_` twice;
 /// - the entry of an entity that is gone stays in `theirs`, with a null entity: later messages for
 ///   its handle are ignored.
 class Names {
@@ -63,13 +68,16 @@ public:
    }
    /// The peer's handle for an entity, or null.
    U32 const* theirHandle(Entity const& entity) const noexcept {
-      return handles_.find(reinterpret_cast<U64>(&entity));
+      return deferred_ ? findDeferred(entity) : handles_.find(keyOf(entity));
    }
    /// Throws `FaultException` if the peer must not introduce an entity by this handle.
    void checkHandle(U32 handle, In const& in) const;
    /// From now on `handle` is the peer's handle for `entity`, which is null if the entity is gone
-   /// already. REQUIRES: `checkHandle` accepts the handle.
-   void map(U32 handle, Entity* entity, bool writable);
+   /// already. `fresh`: it was made just now, or is known to be in no other entry.
+   /// REQUIRES: `checkHandle` accepts the handle.
+   void map(U32 handle, Entity* entity, bool writable, bool fresh = false);
+   /// The same for the root of a mount.
+   void mapRoot(U32 handle, Entity& root);
 
    /// Announces the peer's handle for the child that is about to be made.
    void expectChild(U32 handle) noexcept { expected_ = handle; }
@@ -84,6 +92,10 @@ public:
    void clear() noexcept;
 
 private:
+   static U64 keyOf(Entity const& entity) noexcept { return reinterpret_cast<U64>(&entity); }
+   void makeIndex() const;
+   U32 const* findDeferred(Entity const& entity) const noexcept;
+   U32 const* scan(Entity const& entity) const noexcept;
    void unmap(Entity const& entity) noexcept;
 
    U32 limit_;
@@ -92,7 +104,9 @@ private:
    OpenCollections& open_;
    std::vector<U64> introduced_;
    std::vector<Theirs> theirs_;
-   HashMap2018<U64, U32, 1> handles_;
+   /// What is in `theirs_`, by entity. Made on demand.
+   mutable HashMap2018<U64, U32, 1> handles_;
+   mutable bool deferred_ = true;
 };
 
 }  // namespace Kiv::NboAttrLog

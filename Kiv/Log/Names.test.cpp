@@ -87,6 +87,44 @@ TEST_F(NamesTest, TheExpectedChildIsMappedWhenItIsMade) {
    EXPECT_EQ(names.theirHandle(*root), nullptr) << "one was expected only";
 }
 
+TEST_F(NamesTest, FreshEntitiesAreFoundByWhoeverAsksLater) {
+   auto const core = root->coreIs();
+   names.mapRoot(theirs, *root);
+   names.map(theirOther, core.get(), true, true);
+   EXPECT_EQ(names.theirs(theirOther)->entity.get(), core.get());
+   EXPECT_EQ(*names.theirHandle(*core), theirOther) << "the map is made for this";
+   EXPECT_EQ(*names.theirHandle(*root), theirs);
+   names.map(theirOther, nullptr, true);
+   EXPECT_EQ(names.theirHandle(*core), nullptr);
+   names.map(theirOther + 1, core.get(), true, true);
+   EXPECT_EQ(*names.theirHandle(*core), theirOther + 1) << "and kept up to date";
+}
+
+TEST_F(NamesTest, AFreshEntityIsUnmappedBeforeAnybodyHasAsked) {
+   auto const core = root->coreIs();
+   names.mapRoot(theirs, *root);
+   names.map(theirOther, core.get(), true, true);
+   names.unmapTree(*core);
+   EXPECT_EQ(names.theirs(theirOther)->entity, nullptr);
+   EXPECT_EQ(names.theirs(theirs)->entity.get(), root.get());
+}
+
+TEST_F(NamesTest, ARootThatIsMountedTwiceGoesByTheLastHandle) {
+   names.introducedIs(root->streamHandle(), true);
+   names.mapRoot(theirs, *root);
+   names.mapRoot(theirOther, *root);
+   EXPECT_EQ(*names.theirHandle(*root), theirOther);
+   EXPECT_FALSE(names.introduced(root->streamHandle()));
+}
+
+TEST_F(NamesTest, AHandleThatGoesOnFromAFreshEntityLeavesItUnknown) {
+   auto const core = root->coreIs();
+   names.map(theirs, core.get(), true, true);
+   names.map(theirs, root.get(), true, true);
+   EXPECT_EQ(names.theirHandle(*core), nullptr);
+   EXPECT_EQ(*names.theirHandle(*root), theirs);
+}
+
 TEST_F(NamesTest, AHandleThatThePeerMustNotUseIsAFault) {
    In const in(nullptr, nullptr);
    names.checkHandle(theirs, in);

@@ -213,7 +213,7 @@ void Session::Impl::applyMountState(Header const& header, In& in) {
       case Opcode::replayBegin:
          if (state == Mount::State::asked) {
             teller_.names().checkHandle(header.handle, in);
-            teller_.names().map(header.handle, &mount.root(), true);
+            teller_.names().mapRoot(header.handle, mount.root());
             mountStateIs(mount, Mount::State::replaying);
             return;
          }
