@@ -16,6 +16,8 @@ namespace {
 constexpr bool mayBeInRun(Opcode opcode) noexcept {
    return opcode == Opcode::set || opcode == Opcode::erase;
 }
+/// The longest value that `Inbound::applySimple` takes.
+constexpr std::size_t longestSimple = 255;
 }  // namespace
 
 Inbound::Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock, Applying& applying,
@@ -263,26 +265,28 @@ bool Inbound::applyRun(U8 const* const bytes, U8 const* const end) {
 /// have done anything. Returns whether the next message continues the run, with another entity.
 bool Inbound::applyRunTo(Entity& entity, Run& run) {
    TypeImpl const& type = entity.kivType();
-   FieldDescriptor const* const rows = type.rows;
-   U32 const firstId = type.firstId;
-   U32 const rowCount = type.rowCount;
    bool const watched = entity.watched();
-   U8 const* const end = run.end;
-   std::size_t const shortMessage = shortMessage_;
    U8 const* at = run.next();
-   Header header = readHeader(at);
-   U32 const handle = header.handle;
-   do {
-      U32 const row = header.attribute - firstId;
-      FieldDescriptor const* const field =
-            row < rowCount ? rows + row : type.field(header.attribute);
-      U8 const* const body = at + headerSize;
-      if (field == nullptr || !field->has(FieldDescriptor::streamed) ||
-          header.bodySize > shortMessage ||
-          header.bodySize > static_cast<std::size_t>(end - body)) [[unlikely]] {
+   U32 const handle = readHeader(at).handle;
+   for (;;) {
+      if (!watched && shortMessage_ >= longestSimple) [[likely]] {
+         at = applySimple(entity, type, handle, run, at);
+      }
+      if (static_cast<std::size_t>(run.end - at) < headerSize) {
          return false;
       }
-      if (header.opcode == Opcode::set) [[likely]] {
+      Header const header = readHeader(at);
+      if (header.handle != handle) {
+         return mayBeInRun(header.opcode);
+      }
+      FieldDescriptor const* const field = type.field(header.attribute);
+      U8 const* const body = at + headerSize;
+      if (field == nullptr || !field->has(FieldDescriptor::streamed) ||
+          header.bodySize > shortMessage_ ||
+          header.bodySize > static_cast<std::size_t>(run.end - body)) [[unlikely]] {
+         return false;
+      }
+      if (header.opcode == Opcode::set) {
          if (field->kind != MemberKind::single || field->ops->apply == nullptr) [[unlikely]] {
             return false;
          }
@@ -304,12 +308,37 @@ bool Inbound::applyRunTo(Entity& entity, Run& run) {
          run.begin(at);
          at = body;
       }
-      if (static_cast<std::size_t>(end - at) < headerSize) [[unlikely]] {
-         return false;
+   }
+}
+
+/// Most messages of a run: a value of at most `longestSimple` bytes for an attribute that the type
+/// of an unwatched entity does not inherit. Returns where the first message begins that is none.
+U8 const* Inbound::applySimple(Entity& entity, TypeImpl const& type, U32 handle, Run& run,
+                               U8 const* at) {
+   U8 const* const end = run.end;
+   while (static_cast<std::size_t>(end - at) >= headerSize) {
+      U8 const* const body = at + headerSize;
+      // Any other opcode, or a longer body, makes this number too large.
+      U32 const size = readNumber<U32>(at) - opcodeAndSize(Opcode::set, 0);
+      U32 const row = readNumber<U16>(at + 8) - U32{type.firstId};
+      if (size > longestSimple || readNumber<U32>(at + 4) != handle || row >= type.rowCount) {
+         break;
       }
-      header = readHeader(at);
-   } while (header.handle == handle);
-   return mayBeInRun(header.opcode);
+      FieldDescriptor const& field = type.rows[row];
+      if (field.kind != MemberKind::single || !field.has(FieldDescriptor::streamed) ||
+          size > static_cast<std::size_t>(end - body)) {
+         break;
+      }
+      auto* const apply = field.ops->apply;
+      if (apply == nullptr) {
+         break;
+      }
+      run.begin(at);
+      at = body + size;
+      In in(body, at);
+      apply(entity, in);
+   }
+   return at;
 }
 
 void Inbound::parseOne(Header const& header, In& in) {

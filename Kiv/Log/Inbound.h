@@ -88,6 +88,8 @@ private:
    class Scout;
    bool applyRun(U8 const* bytes, U8 const* end);
    bool applyRunTo(Entity& entity, Run& run);
+   static U8 const* applySimple(Entity& entity, TypeImpl const& type, U32 handle, Run& run,
+                                U8 const* at);
    void applyPart(Header const& header, In& in);
    // Changes, also those of a replay: InboundChanges.cpp
    void applyChange(Header const& header, In& in);

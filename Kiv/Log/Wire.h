@@ -31,21 +31,28 @@ struct Header {
    AttributeId attribute;
 };
 
+/// A number as it is received.
+template <class T>
+T readNumber(U8 const* at) noexcept {
+   T v;
+   std::memcpy(&v, at, sizeof v);
+   return byteSwapped(v);
+}
+
+/// The first word of a header: the opcode, above the size of the body.
+inline U32 opcodeAndSize(Opcode opcode, U32 bodySize) noexcept {
+   return static_cast<U32>(opcode) << 24 | bodySize;
+}
+
 /// The header of a message. REQUIRES: at least `headerSize` bytes at `at`.
 inline Header readHeader(U8 const* at) noexcept {
-   U32 word;
-   U32 handle;
-   U16 attribute;
-   std::memcpy(&word, at, sizeof word);
-   std::memcpy(&handle, at + 4, sizeof handle);
-   std::memcpy(&attribute, at + 8, sizeof attribute);
-   word = byteSwapped(word);
-   return {static_cast<Opcode>(word >> 24), word & 0xffffff, byteSwapped(handle),
-           byteSwapped(attribute)};
+   U32 const word = readNumber<U32>(at);
+   return {static_cast<Opcode>(word >> 24), word & 0xffffff, readNumber<U32>(at + 4),
+           readNumber<U16>(at + 8)};
 }
 
 inline void writeHeader(Out& out, Header const& header) {
-   out.writeU32(static_cast<U32>(header.opcode) << 24 | header.bodySize);
+   out.writeU32(opcodeAndSize(header.opcode, header.bodySize));
    out.writeU32(header.handle);
    out.writeU16(header.attribute);
 }
