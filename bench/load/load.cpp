@@ -13,24 +13,27 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
-/// Each library comes after those that it needs. The first is the baseline: a system library that
-/// is empty nowadays.
-std::vector<std::string> const libraries = {"libutil.so.1", PTPLIB_LIB_DIR "/libKiv.so",
-                                            PTPLIB_LIB_DIR "/libPtpPlatform.so",
-                                            PTPLIB_LIB_DIR "/libPtpLib.so"};
+using Files = std::vector<std::string>;
+
+/// Each library comes after those that it needs.
+Files const libraries = {PTPLIB_LIB_DIR "/libKiv.so", PTPLIB_LIB_DIR "/libPtpPlatform.so",
+                         PTPLIB_LIB_DIR "/libPtpLib.so"};
+/// The baseline: as many system libraries that are empty nowadays.
+Files const emptyLibraries = {"libutil.so.1", "libdl.so.2", "librt.so.1"};
 
 // ---- Time ----
 
 /// Opens the libraries one after another and writes how long each took, in seconds.
-[[noreturn]] void openAll(int out) {
+[[noreturn]] void openAll(Files const& files, int out) {
    std::vector<double> times;
-   for (std::string const& file : libraries) {
+   for (std::string const& file : files) {
       auto const begin = std::chrono::steady_clock::now();
       if (dlopen(file.c_str(), RTLD_NOW) == nullptr) {
          std::fprintf(stderr, "%s\n", dlerror());
@@ -44,17 +47,17 @@ std::vector<std::string> const libraries = {"libutil.so.1", PTPLIB_LIB_DIR "/lib
 }
 
 /// The times of one process that has none of the libraries.
-std::vector<double> loadTimes() {
+std::vector<double> loadTimes(Files const& files) {
    int ends[2];
    if (pipe(ends) != 0) {
       throw std::runtime_error("a pipe cannot be created");
    }
    pid_t const child = fork();
    if (child == 0) {
-      openAll(ends[1]);
+      openAll(files, ends[1]);
    }
    close(ends[1]);
-   std::vector<double> times(libraries.size());
+   std::vector<double> times(files.size());
    auto const size = static_cast<ssize_t>(times.size() * sizeof times[0]);
    ssize_t const got = read(ends[0], times.data(), static_cast<std::size_t>(size));
    close(ends[0]);
@@ -65,23 +68,41 @@ std::vector<double> loadTimes() {
    return times;
 }
 
-/// The median for each library over many processes.
-std::vector<double> medianTimes() {
-   constexpr std::size_t rounds = 101;
-   std::vector<std::vector<double>> all(libraries.size());
-   for (std::size_t round = 0; round != rounds; ++round) {
-      std::vector<double> const times = loadTimes();
+/// Medians over many processes, in seconds.
+struct Medians {
+   std::vector<double> each;
+   /// Of all libraries together.
+   double sum = 0;
+};
+
+class Samples {
+public:
+   void add(std::vector<double> const& times) {
+      all_.resize(times.size());
       for (std::size_t i = 0; i != times.size(); ++i) {
-         all[i].push_back(times[i]);
+         all_[i].push_back(times[i]);
       }
+      sums_.push_back(std::accumulate(times.begin(), times.end(), 0.0));
    }
-   std::vector<double> medians;
-   for (std::vector<double>& times : all) {
-      std::nth_element(times.begin(), times.begin() + rounds / 2, times.end());
-      medians.push_back(times[rounds / 2]);
+   Medians medians() {
+      Medians medians;
+      for (std::vector<double>& times : all_) {
+         medians.each.push_back(median(times));
+      }
+      medians.sum = median(sums_);
+      return medians;
    }
-   return medians;
-}
+
+private:
+   static double median(std::vector<double>& v) {
+      auto const middle = v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2);
+      std::nth_element(v.begin(), middle, v.end());
+      return *middle;
+   }
+
+   std::vector<std::vector<double>> all_;
+   std::vector<double> sums_;
+};
 
 // ---- The content of the file ----
 
@@ -95,14 +116,32 @@ struct Content {
    std::size_t data = 0;
 };
 
-/// The path at which the loader found the library.
-std::string pathOf(std::string const& library) {
-   void* const handle = dlopen(library.c_str(), RTLD_NOW);
-   link_map* map = nullptr;
-   if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0) {
+/// The path at which the loader finds a system library. A child process asks, since this one must
+/// not open it.
+std::string foundPath(std::string const& library) {
+   int ends[2];
+   if (pipe(ends) != 0) {
+      throw std::runtime_error("a pipe cannot be created");
+   }
+   pid_t const child = fork();
+   if (child == 0) {
+      void* const handle = dlopen(library.c_str(), RTLD_NOW);
+      link_map* map = nullptr;
+      if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0) {
+         _exit(1);
+      }
+      auto const size = static_cast<ssize_t>(std::strlen(map->l_name));
+      _exit(write(ends[1], map->l_name, static_cast<std::size_t>(size)) == size ? 0 : 1);
+   }
+   close(ends[1]);
+   char path[4096];
+   ssize_t const got = read(ends[0], path, sizeof path);
+   close(ends[0]);
+   int status = 0;
+   if (child < 0 || waitpid(child, &status, 0) != child || status != 0 || got <= 0) {
       throw std::runtime_error(library + " cannot be opened");
    }
-   return map->l_name;
+   return {path, static_cast<std::size_t>(got)};
 }
 
 class ElfFile {
@@ -172,31 +211,42 @@ private:
 
 int main() {
    try {
-      std::vector<double> const times = medianTimes();
+      Files empty;
+      for (std::string const& file : emptyLibraries) {
+         // By its path, like the others, so that the loader need not search for it. In a process of
+         // its own, which does not count as having opened it.
+         empty.push_back(foundPath(file));
+      }
+      // In turn, and each in a process of its own: the first library that a process opens costs
+      // more than the next ones.
+      Samples bare;
+      Samples ours;
+      for (int round = 0; round != 101; ++round) {
+         bare.add(loadTimes(empty));
+         ours.add(loadTimes(libraries));
+      }
       std::printf("   %-20s %10s %12s %8s %13s %10s %10s\n", "", "load", "relocations", "by name",
                   "initialisers", "text", "data");
-      Content sum;
-      double time = 0;
-      auto const print = [](char const* name, double seconds, Content const& content) {
-         std::printf("   %-20s %7.0f us %12zu %8zu %13zu %10zu %10zu\n", name, seconds * 1e6,
-                     content.relative + content.byName, content.byName, content.initialisers,
-                     content.text, content.data);
+      auto const print = [](std::string const& name, double seconds, Content const& content) {
+         std::printf("   %-20s %7.0f us %12zu %8zu %13zu %10zu %10zu\n", name.c_str(),
+                     seconds * 1e6, content.relative + content.byName, content.byName,
+                     content.initialisers, content.text, content.data);
       };
-      for (std::size_t i = 0; i != libraries.size(); ++i) {
-         Content const content = ElfFile(pathOf(libraries[i])).content();
-         if (i == 0) {
-            print("an empty library", times[i], content);
-            continue;
+      auto const printAll = [&](Files const& files, Medians const& medians, char const* together) {
+         Content sum;
+         for (std::size_t i = 0; i != files.size(); ++i) {
+            Content const content = ElfFile(files[i]).content();
+            print(files[i].substr(files[i].rfind('/') + 1), medians.each[i], content);
+            sum.relative += content.relative;
+            sum.byName += content.byName;
+            sum.initialisers += content.initialisers;
+            sum.text += content.text;
+            sum.data += content.data;
          }
-         print(libraries[i].substr(libraries[i].rfind('/') + 1).c_str(), times[i], content);
-         time += times[i];
-         sum.relative += content.relative;
-         sum.byName += content.byName;
-         sum.initialisers += content.initialisers;
-         sum.text += content.text;
-         sum.data += content.data;
-      }
-      print("all three", time, sum);
+         print(together, medians.sum, sum);
+      };
+      printAll(empty, bare.medians(), "three empty ones");
+      printAll(libraries, ours.medians(), "all three");
    } catch (std::exception const& error) {
       std::fprintf(stderr, "bench_load: %s\n", error.what());
       return 1;
