@@ -85,6 +85,12 @@ function(ptplib_install)
       install(FILES ${kivs} DESTINATION "${PTPLIB_INSTALL_KIVDIR}/${dir}")
    endforeach()
 
+   if(Holt IN_LIST libraries)
+      # Where libyang and others look for modules.
+      install(FILES "${PROJECT_SOURCE_DIR}/Holt/Openconfig/ptplib-openconfig-ptp.yang"
+         DESTINATION "${CMAKE_INSTALL_DATADIR}/yang/modules/ptplib")
+   endif()
+
    configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/PtpLibConfig.cmake.in"
       "${CMAKE_BINARY_DIR}/PtpLibConfig.cmake"
       INSTALL_DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}" PATH_VARS PTPLIB_INSTALL_KIVDIR)

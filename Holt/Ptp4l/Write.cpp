@@ -83,9 +83,9 @@ std::string hex(U32 number, int digits) {
 }
 
 /// The values of an entity and below it, with their paths from it on.
-class Lines final : private StateLines<Kiv::Entity> {
+class ConfigLines final : private StateLines<Kiv::Entity> {
 public:
-   explicit Lines(Kiv::Entity const& of) { entity(of, ""); }
+   explicit ConfigLines(Kiv::Entity const& of) { entity(of, ""); }
 
    std::vector<std::pair<std::string, std::string>> all;
 
@@ -171,8 +171,8 @@ private:
    template <class Entity>
    void rest(Entity const& entity, Entity const& fresh, std::string const& path,
              std::span<NumberRow<Entity> const> rows, std::span<std::string_view const> special) {
-      auto const initial = Lines(fresh).all;
-      for (auto const& line : Lines(entity).all) {
+      auto const initial = ConfigLines(fresh).all;
+      for (auto const& line : ConfigLines(entity).all) {
          std::string_view const attribute =
                std::string_view(line.first).substr(0, line.first.find_first_of(".["));
          bool const known = std::find(special.begin(), special.end(), attribute) != special.end() ||

@@ -4,10 +4,12 @@
 #include <nlohmann/json.hpp>
 
 #include "Holt/File.h"
+#include "Holt/Openconfig/Read.h"
 #include "Holt/State/Changes.h"
 #include "Holt/State/Diff.h"
 #include "Holt/State/Load.h"
 #include "Kiv/Printable.h"
+#include "PtpLib/PtpOpenConfig/Instance.h"
 #include "tools/ptpstate/Commands.h"
 #include "tools/shared/Progress.h"
 
@@ -20,6 +22,8 @@ namespace {
 struct LoadOptions : ClientOptions {
    std::string file;
    std::string at;
+   bool openconfig = false;
+   bool notes = false;
    bool dryRun = false;
 };
 
@@ -83,18 +87,122 @@ private:
    std::list<std::pair<OfferedRoot, Mount*>> mounts_;
 };
 
+/// The roots of a type that a server offers, with their mirrors.
+std::vector<std::pair<OfferedRoot, Mount*>> rootsOf(Client& client, std::string_view type) {
+   std::vector<std::pair<OfferedRoot, Mount*>> found;
+   for (OfferedRoot const& root : client.roots()) {
+      if (root.type == type) {
+         found.emplace_back(root, &client.mountIs(root, MountMode::reader));
+      }
+   }
+   for (auto const& [root, mount] : found) {
+      client.waitComplete(*mount);
+   }
+   return found;
+}
+
+/// The root that a part of a document is for: the instance with its id, or the only transparent
+/// clock.
+OfferedRoot rootFor(OpenconfigPart const& part, Client& client) {
+   Sarn::String const type = part.state.path.root.type;
+   auto const offered = rootsOf(client, type);
+   std::vector<OfferedRoot> fitting;
+   Sarn::String all;
+   for (auto const& [root, mount] : offered) {
+      Sarn::String id;
+      if (part.id) {
+         U32 const its = static_cast<Openconfig::Ptp::Instance const&>(mount->root()).id();
+         id = " has " + std::to_string(its);
+         if (its != *part.id) {
+            all += (all.empty() ? "" : ", ") + ("'" + Kiv::printable(root.name) + "'" + id);
+            continue;
+         }
+      }
+      fitting.push_back(root);
+   }
+   if (fitting.size() == 1) {
+      return fitting.front();
+   }
+   Sarn::String const what = part.id ? type + " with the id " + std::to_string(*part.id) : type;
+   if (fitting.empty()) {
+      throw Failure(part.at + ": the server offers no " + what +
+                    (all.empty() ? "" : " (" + all + "); --at ROOT loads it into another"));
+   }
+   throw Failure(part.at + ": the server offers several " + what + ", such as '" + fitting[0].name +
+                 "' and '" + fitting[1].name + "'; choose one with --at ROOT");
+}
+
+/// Reports the leaves that have no attribute: each, or only how many.
+void tellNotes(LoadOptions const& options, std::vector<Sarn::String> const& notes) {
+   std::string const start = "ptpstate: note: " + Kiv::printable(options.file) + ": ";
+   if (options.notes) {
+      for (Sarn::String const& note : notes) {
+         std::cerr << start << note << '\n';
+      }
+   } else if (!notes.empty()) {
+      std::cerr << start << notes.size()
+                << (notes.size() == 1 ? " member is not loaded; --notes says which\n"
+                                      : " members are not loaded; --notes lists them\n");
+   }
+}
+
+StateDoc openconfigDoc(LoadOptions const& options, Json const& json, DocErrors& errors) {
+   OpenconfigData data = readOpenconfig(json, options.file, errors);
+   StateDoc doc;
+   if (!errors.empty()) {
+      return doc;
+   }
+   tellNotes(options, data.notes);
+   // Another connection, since these mirrors only serve to find the roots.
+   Client client(options.socket, options.patience());
+   Tools::showWaiting(client);
+   if (data.parts.empty()) {
+      throw Failure(options.file + ": has no instance and no transparent clock");
+   }
+   if (!options.at.empty() && data.parts.size() != 1) {
+      throw Failure(options.file + ": has " + std::to_string(data.parts.size()) +
+                    " instances and transparent clocks; --at takes one");
+   }
+   for (OpenconfigPart& part : data.parts) {
+      OfferedRoot root;
+      if (options.at.empty()) {
+         root = rootFor(part, client);
+      } else {
+         Path const path = parsePath(options.at, client.roots());
+         if (!path.steps.empty() || path.root.type != part.state.path.root.type) {
+            throw Failure("--at " + options.at + ": must be a root of type " +
+                          part.state.path.root.type);
+         }
+         root = path.root;
+      }
+      part.state.path.root = root;
+      part.state.text = root.name;
+      doc.places.push_back(std::move(part.state));
+   }
+   return doc;
+}
+
 Exit load(LoadOptions const& options) {
+   if (options.notes && !options.openconfig) {
+      throw Failure("--notes: only with --openconfig", Exit::usage);
+   }
    DocErrors errors;
    StateDoc doc;
    Json json;
-   if (options.at.empty()) {
-      doc = readStateFile(options.file, errors);
-   } else {
+   if (options.openconfig || !options.at.empty()) {
       json = parseJson(readWholeFile(options.file), options.file);
+   } else {
+      doc = readStateFile(options.file, errors);
+   }
+   if (options.openconfig) {
+      doc = openconfigDoc(options, json, errors);
+      if (!errors.empty()) {
+         refuse(options.file, errors, "not loaded, nothing was changed");
+      }
    }
    Client client(options.socket, options.patience());
    Tools::showWaiting(client);
-   if (!options.at.empty()) {
+   if (!options.at.empty() && !options.openconfig) {
       doc.places.push_back(readStateAt(json, parsePath(options.at, client.roots()), errors));
    }
    if (!errors.empty()) {
@@ -231,13 +339,21 @@ void addLoad(Command const& program, Run& run) {
          "  $ ptpstate dump --socket /tmp/ptp --json >before.json\n"
          "  $ ptpstate load --socket /tmp/ptp before.json\n"
          "  $ ptpstate get --json ptp/config.intfConfig[Ethernet1] >port.json\n"
-         "  $ ptpstate load --at ptp/config.intfConfig[Ethernet1] port.json");
+         "  $ ptpstate load --at ptp/config.intfConfig[Ethernet1] port.json\n"
+         "  $ ptpstate load --openconfig ptp.json");
    addClientOptions(command, *options);
    command.option("file", options->file).placeholder("FILE").required();
    command
          .option("--at", options->at,
-                 "Load what get --json has printed, and at this path, instead of a dump")
+                 "Load what get --json has printed, and at this path, instead of a dump; with "
+                 "--openconfig, load the only instance into this root, whatever its id")
          .placeholder("PATH");
+   command.flag("--openconfig", options->openconfig,
+                "Load data of the model openconfig-ptp, as 'export openconfig' writes it, instead "
+                "of a dump. An instance goes to the Openconfig::Ptp::Instance with its id");
+   command.flag("--notes", options->notes,
+                "With --openconfig, list the members that are not loaded, since the state has no "
+                "place for them, instead of only counting them");
    command.flag("--dry-run", options->dryRun,
                 "Print the changes that it would make, as watch does, and make none");
    command.onChosen([options, &run] { run = [options] { return load(*options); }; });

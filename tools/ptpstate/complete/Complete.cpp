@@ -296,6 +296,7 @@ void addForArgument(Candidates& candidates, Command const& command, Before const
    } else if (kind == "NAME") {
       addTypes(candidates, false);
    } else if (kind == "FORMAT") {
+      candidates.add("openconfig ");
       candidates.add("ptp4l-conf ");
    } else if (kind == "VALUE") {
       addValues(candidates, before.socket, before.arguments.back());
