@@ -42,7 +42,9 @@ Clock::Clock(Options options)
                 options_.seconds != nullptr ? options_.seconds : &wallSeconds, options_.conf),
         config_(options_.config ? options_.config : Ptp::configFactory(options_.name + "/config"),
                 daemon_, status_.ports()),
-        instance_(Openconfig::Ptp::instanceFactory(options_.name + "/instance")) {}
+        instance_(Openconfig::Ptp::instanceFactory(options_.name + "/instance")) {
+   instance_->idIs(options_.instanceId);
+}
 
 void Clock::onUp() {
    nameless_ = false;

@@ -18,6 +18,8 @@ class Clock final : DaemonListener {
 public:
    struct Options {
       Sarn::String name = "ptp";
+      /// The id of the OpenConfig instance; it differs from those of the agent's other daemons.
+      U32 instanceId = 0;
       Daemon::Options daemon;
       /// The configuration before the daemon has told its own; null for one with defaults.
       Sarn::Ptr<Ptp::Config> config = nullptr;

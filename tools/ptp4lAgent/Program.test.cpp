@@ -12,6 +12,7 @@
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
+#include "PtpLib/PtpOpenConfig/Instance.h"
 #include "PtpLib/PtpStatusStatedbTypes/Config.h"
 #include "PtpLib/PtpStatusStatedbTypes/Status.h"
 #include "tools/ptp4lAgent/Lab.test.h"
@@ -217,6 +218,13 @@ TEST_F(ProgramTest, ServesSeveralDaemonsByTheirNames) {
    EXPECT_TRUE(eventually({&left, &right},
                           [&] { return first->portDSCount() == 1 && second->portDSCount() == 2; }));
    EXPECT_EQ(client->roots().size(), 10u);
+   // Their ids are the keys of the model's list.
+   auto const one = Openconfig::Ptp::instanceFactory("left/instance");
+   auto const two = Openconfig::Ptp::instanceFactory("other/instance");
+   client->waitComplete(client->mountIs(one, Holt::MountMode::reader));
+   client->waitComplete(client->mountIs(two, Holt::MountMode::reader));
+   EXPECT_EQ(one->id(), 0u);
+   EXPECT_EQ(two->id(), 1u);
    client.reset();
    EXPECT_EQ(stop(), 0);
    int files = 0;

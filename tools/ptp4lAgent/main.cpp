@@ -148,6 +148,7 @@ void run(CommandLine const& line) {
    for (Named const& one : named(line.daemons)) {
       Clock::Options options;
       options.name = one.name;
+      options.instanceId = static_cast<U32>(number);
       options.daemon.path = one.path;
       options.daemon.own = pathBeside(one.path, ++number);
       options.daemon.log = &log;
