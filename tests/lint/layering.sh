@@ -45,7 +45,7 @@ tests of tools/ptpexport: tools/ptp4lAgent tools/demoAgent
 tools/demoAgent: $libraries Holt tools/cli tools/shared
 examples: $libraries Holt
 bench: $libraries $for_tests
-fuzz: $libraries $for_tests tools/ptp4lAgent tools/ptpexport
+fuzz: $libraries $for_tests Holt tools/ptp4lAgent tools/ptpexport
 tests: $libraries $for_tests
 "
 
