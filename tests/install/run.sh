@@ -56,6 +56,9 @@ for file in "$prefix"/bin/* "$prefix"/lib/*.so; do
    finds "$file"
 done
 
+[ -f "$prefix/share/yang/modules/ptplib/ptplib-openconfig-ptp.yang" ] ||
+   fail "ptplib-openconfig-ptp.yang is missing"
+
 echo "--- running the programs from there"
 "$prefix/bin/kivc" --help >/dev/null
 [ ! -e "$build/bin/ptpstate" ] || "$prefix/bin/ptpstate" --help >/dev/null

@@ -56,8 +56,8 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
          "Holds, shows and changes the state of a PTP agent over a UNIX socket. One "
          "process serves roots such as the configuration tree. Others mirror them, and a "
          "change made anywhere reaches all of them through the attribute log. Only "
-         "'serve --ptp4l-conf', 'export' and the first columns of 'top' depend on types of the "
-         "model.\n"
+         "'serve --ptp4l-conf', 'export', 'load --openconfig' and the first columns of 'top' "
+         "depend on types of the model.\n"
          "\n"
          "'ptpstate help COMMAND' describes the options of a command and gives examples.");
    program.command().footerIs(

@@ -126,6 +126,16 @@ OfferedRoot const* rootOf(std::string const& text, std::vector<OfferedRoot> cons
    return found;
 }
 
+void addRoots(Candidates& candidates, std::vector<OfferedRoot> const& roots) {
+   for (OfferedRoot const& offered : roots) {
+      auto const same = std::count_if(roots.begin(), roots.end(), [&](OfferedRoot const& other) {
+         return other.name == offered.name;
+      });
+      std::string const shown = Kiv::printable(offered.name);
+      candidates.add(same > 1 ? offered.type + "=" + shown : shown);
+   }
+}
+
 void addPaths(Candidates& candidates, std::string const& socket) {
    if (socket.empty()) {
       return;
@@ -136,13 +146,7 @@ void addPaths(Candidates& candidates, std::string const& socket) {
    std::size_t length = 0;
    OfferedRoot const* const root = rootOf(text, roots, length);
    if (root == nullptr) {
-      for (OfferedRoot const& offered : roots) {
-         auto const same = std::count_if(roots.begin(), roots.end(), [&](OfferedRoot const& other) {
-            return other.name == offered.name;
-         });
-         std::string const shown = Kiv::printable(offered.name);
-         candidates.add(same > 1 ? offered.type + "=" + shown : shown);
-      }
+      addRoots(candidates, roots);
       return;
    }
    std::string const steps = text.substr(length);
@@ -293,6 +297,8 @@ void addForArgument(Candidates& candidates, Command const& command, Before const
    std::string const kind = argumentAfter(command, before.arguments.size());
    if (kind == "PATH") {
       addPaths(candidates, before.socket);
+   } else if (kind == "ROOT" && !before.socket.empty()) {
+      addRoots(candidates, Client(before.socket, patience).roots());
    } else if (kind == "NAME") {
       addTypes(candidates, false);
    } else if (kind == "FORMAT") {

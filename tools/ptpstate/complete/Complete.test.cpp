@@ -110,6 +110,14 @@ TEST_F(CompleteTest, OffersPathsOfALiveServer) {
    EXPECT_THAT(at("ptpstate get --socket " + socket + " "), IsEmpty());
 }
 
+TEST_F(CompleteTest, OffersFormatsAndRootsToExport) {
+   EXPECT_THAT(at("ptpstate export "), ElementsAre("openconfig ", "ptp4l-conf "));
+   EXPECT_THAT(at("ptpstate export ptp4l-conf "), IsEmpty());
+   serve();
+   EXPECT_THAT(at("ptpstate export ptp4l-conf "), ElementsAre("ptp/config", "ptp/status"));
+   EXPECT_THAT(at("ptpstate load --openc"), ElementsAre("--openconfig "));
+}
+
 TEST_F(CompleteTest, OffersKeysOfSeveralFieldsAsPathsHaveThem) {
    serve();
    EXPECT_THAT(at("ptpstate get ptp/config.intfRegionConfig[Eth"),
