@@ -16,6 +16,9 @@ namespace Ptpexport {
 /// 200 in either case, for clients that take any other for a failure.
 Reply healthReply(Feed const& feed, Request const& request);
 
+/// The header `Warning` of an answer from a state that is not up to date (RFC 7234, 5.5.1).
+inline constexpr char const* staleWarning = "110 - \"Response is Stale\"";
+
 /// The object as a line: also what readers of events get when it changes.
 std::string healthJson(Feed const& feed);
 

@@ -50,8 +50,9 @@ std::string entityTag(EmbeddedFile const& file) {
 Reply pageReply(Request const& request) {
    EmbeddedFile const* const file = pageFile(request.rest);
    if (file == nullptr) {
-      return refusal(404, request.target.path + ": there is nothing here; '/' is a page for people, "
-                                                "and docs/export.md lists the rest");
+      return refusal(404, request.target.path +
+                                ": there is nothing here; '/' is a page for people, "
+                                "and docs/export.md lists the rest");
    }
    Reply reply;
    std::string const tag = entityTag(*file);

@@ -2,6 +2,7 @@
 
 #include "Holt/Failure.h"
 #include "Holt/State/Match.h"
+#include "tools/ptpexport/Health.h"
 #include "tools/ptpexport/StateBody.h"
 
 namespace Ptpexport {
@@ -52,7 +53,7 @@ Reply stateReply(Feed const& feed, Request const& request) {
    Reply reply;
    reply.contentType = "application/json";
    if (!feed.status().current) {
-      reply.headers.emplace_back("Warning", "110 - \"Response is Stale\"");
+      reply.headers.emplace_back("Warning", staleWarning);
    }
    reply.body = std::make_unique<StateBody>(std::move(places));
    return reply;

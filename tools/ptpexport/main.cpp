@@ -14,6 +14,7 @@
 #include "tools/ptpexport/HistoryReply.h"
 #include "tools/ptpexport/Http/HttpServer.h"
 #include "tools/ptpexport/Metrics/MetricsReply.h"
+#include "tools/ptpexport/OpenconfigReply.h"
 #include "tools/ptpexport/Page.h"
 #include "tools/ptpexport/State.h"
 #include "tools/shared/CommandLine.h"
@@ -82,6 +83,8 @@ void run(CommandLine const& line) {
    server.routeIs("/metrics", [&feed, &counters](Request const& request) {
       return metricsReply(feed, counters, request);
    });
+   server.routeIs("/openconfig/",
+                  [&feed](Request const& request) { return openconfigReply(feed, request); });
    server.routeIs("/state/", [&feed](Request const& request) { return stateReply(feed, request); });
    server.routeIs("/", &pageReply);
    for (std::string const& address : server.addresses()) {
