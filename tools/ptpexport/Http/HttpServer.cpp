@@ -307,6 +307,8 @@ void HttpServer::acceptFrom(int listening) {
          continue;
       }
       ++counters_.accepted;
+      int const buffer = options_.sendBuffer;
+      ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
       // Takes the descriptor, also if it fails.
       MHD_add_connection(daemon_, fd, reinterpret_cast<sockaddr*>(&address), size);
    }

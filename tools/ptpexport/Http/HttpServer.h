@@ -49,6 +49,9 @@ public:
       /// Bytes of the request line and the headers, and of what is kept for a connection besides
       /// the slice that is being sent.
       std::size_t requestBytes = std::size_t(1) << 15;
+      /// Bytes that the kernel keeps for a client that does not read; it takes twice as many. Left
+      /// to itself, it would take megabytes, and what a slow client gets would be as old.
+      int sendBuffer = 1 << 17;
       /// Nanoseconds from accepting a connection to the end of its first request; with TLS, the
       /// handshake is part of it.
       U64 request = 10'000'000'000;
