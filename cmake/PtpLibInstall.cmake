@@ -41,11 +41,13 @@ function(ptplib_install)
             DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ${program})
       endif()
    endforeach()
-   if(ptp4lAgent IN_LIST programs)
-      # Where systemd looks, whatever the library directory is called.
-      install(FILES "${PROJECT_SOURCE_DIR}/tools/ptp4lAgent/ptp4lAgent.service"
-         DESTINATION lib/systemd/system)
-   endif()
+   foreach(program IN LISTS programs)
+      set(service "${PROJECT_SOURCE_DIR}/tools/${program}/${program}.service")
+      if(EXISTS "${service}")
+         # Where systemd looks, whatever the library directory is called.
+         install(FILES "${service}" DESTINATION lib/systemd/system)
+      endif()
+   endforeach()
    if(ptpexport IN_LIST programs)
       install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpexport/Metrics/ptp.rules.yml"
          DESTINATION "${CMAKE_INSTALL_DATADIR}/ptpexport")

@@ -54,6 +54,7 @@ done < <("$bin/ptpstate" --help | awk '
    END { print "" }')
 page ptpports "print the ports of a PTP agent" "$bin/ptpports"
 page ptp4lAgent "show a running ptp4l as the state of a PTP agent" "$bin/ptp4lAgent"
+page ptpexport "show the state of a PTP agent over HTTP" "$bin/ptpexport"
 page kivc "compile declarations of modules" "$kivc"
 
 status=0

@@ -41,8 +41,8 @@ files >"$root/tmp/before"
 
 echo "--- the programs, without the files for developers"
 # shellcheck disable=SC2046
-install $(package libptplib0 ptpstate)
-for program in ptpstate ptpports ptp4lAgent; do
+install $(package libptplib0 ptpstate ptpexport)
+for program in ptpstate ptpports ptp4lAgent ptpexport; do
    inside "$program" --version
    inside "$program" --help >/dev/null
    inside ldd "/usr/bin/$program" >"$root/tmp/ldd"
@@ -59,8 +59,10 @@ inside bash -c '
    wait' | tee "$root/tmp/output"
 grep -qw 24 "$root/tmp/output" || fail "a value that was set is not there"
 inside bash -c '. /usr/share/bash-completion/completions/ptpstate && complete -p ptpstate' >/dev/null
-grep -q '^ExecStart=ptp4lAgent ' "$root/lib/systemd/system/ptp4lAgent.service"
-[ -z "$(find "$root/etc/systemd" -name 'ptp4lAgent*')" ] || fail "the service is enabled"
+for program in ptp4lAgent ptpexport; do
+   grep -q "^ExecStart=$program " "$root/lib/systemd/system/$program.service"
+   [ -z "$(find "$root/etc/systemd" -name "$program*")" ] || fail "the service of $program is enabled"
+done
 
 echo "--- the debug symbols belong to the libraries and programs"
 # shellcheck disable=SC2046

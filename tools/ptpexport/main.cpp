@@ -114,8 +114,9 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
          .placeholder("FILE");
    command
          .option("--clients", line.clients,
-                 "Most connections at a time; 64 by default. For one more, the one is closed that "
-                 "has been silent for longest; if all are being answered, the new one gets 503")
+                 "Most connections at a time; 64 by default. For one more, that one is closed "
+                 "whose time for a request is over first; if all are being answered, the new one "
+                 "gets 503")
          .placeholder("NUMBER")
          .range(U64{1}, U64{4096});
    command

@@ -263,7 +263,7 @@ void HttpServer::closeLate() {
    }
 }
 
-/// Makes room for another connection, at the cost of the one that has kept us waiting longest.
+/// Makes room for another connection, at the cost of the one whose time for a request is over first.
 bool HttpServer::makeRoom() {
    std::size_t open = 0;
    Visit* oldest = nullptr;

@@ -28,8 +28,8 @@ namespace Ptpexport {
 /// - A client must finish its first request within `Options::request`, however slowly the bytes
 ///   arrive, and take an answer within `Options::answer`. A reader of an endless answer must take
 ///   something within `Options::stall`.
-/// - There are at most `Options::clients` connections. For one more, that which has waited longest
-///   for a request to be finished is closed. If all are being answered, the new one gets 503.
+/// - There are at most `Options::clients` connections. For one more, that one is closed whose time
+///   for a request is over first. If all are being answered, the new one gets 503.
 /// - Request line and headers together are bounded to `Options::requestBytes`, bodies of requests
 ///   are not read: a request with one gets 413. Requests other than GET and HEAD get 405.
 /// - An answer is rendered slice by slice as the client takes it; see `Body`.
