@@ -137,7 +137,7 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
          "  $ curl http://127.0.0.1:9979/healthz\n"
          "  $ curl http://127.0.0.1:9979/metrics\n"
          "  $ curl http://127.0.0.1:9979/state/ptp/status.currentDS\n"
-         "  $ curl -N 'http://127.0.0.1:9979/events?path=ptp/status.portDS[*].portState'\n"
+         "  $ curl -gN 'http://127.0.0.1:9979/events?path=ptp/status.portDS[*].portState'\n"
          "  $ ptpexport --listen '[::]:9979' --tls-cert cert.pem --tls-key key.pem\n"
          "\n"
          "Exit status:\n"

@@ -263,7 +263,8 @@ void HttpServer::closeLate() {
    }
 }
 
-/// Makes room for another connection, at the cost of the one whose time for a request is over first.
+/// Makes room for another connection, at the cost of the one whose time for a request is over
+/// first.
 bool HttpServer::makeRoom() {
    std::size_t open = 0;
    Visit* oldest = nullptr;
@@ -352,7 +353,8 @@ bool HttpServer::queue(MHD_Connection* connection, Visit& visit, Reply reply) {
    visit.phase = reply.endless ? Visit::Phase::endless : Visit::Phase::answering;
    visit.ends = now() + (reply.endless ? options_.stall : options_.answer);
    if (reply.body != nullptr) {
-      auto reading = std::make_unique<Reading>(std::move(reply.body), *this, connection, visit);
+      std::unique_ptr<Reading> reading(
+            new Reading{std::move(reply.body), *this, connection, visit});
       reading->body->wake = [raw = reading.get()] { raw->wake(); };
       response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, slice, &Callbacks::read,
                                                    reading.get(), &Callbacks::readEnds);
