@@ -6,10 +6,12 @@
 #include <vector>
 
 #include "Holt/State/Path.h"
-#include "tools/ptpexport/Feed.h"
 #include "tools/ptpexport/Http/Reply.h"
+#include "tools/shared/Feed.h"
 
 namespace Ptpexport {
+
+using Tools::Feed;
 
 class EventStream;
 

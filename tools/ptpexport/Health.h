@@ -1,9 +1,11 @@
 #pragma once
 
-#include "tools/ptpexport/Feed.h"
 #include "tools/ptpexport/Http/Reply.h"
+#include "tools/shared/Feed.h"
 
 namespace Ptpexport {
+
+using Tools::Feed;
 
 /// Answers `GET /healthz`: 200 if the state is connected and up to date, else 503, with an object:
 ///

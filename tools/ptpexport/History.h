@@ -14,9 +14,11 @@
 #include "Holt/State/Changes.h"
 #include "Holt/Times.h"
 #include "PtpLib/PtpStatusStatedbTypes/Status.h"
-#include "tools/ptpexport/Feed.h"
+#include "tools/shared/Feed.h"
 
 namespace Ptpexport {
+
+using Tools::Feed;
 
 /// A value for each second of the last hour. The seconds are those since 1970; seconds that were
 /// left out have no value.

@@ -1,9 +1,11 @@
 #pragma once
 
-#include "tools/ptpexport/Feed.h"
 #include "tools/ptpexport/Http/Reply.h"
+#include "tools/shared/Feed.h"
 
 namespace Ptpexport {
+
+using Tools::Feed;
 
 /// Answers `GET /state/PATH` with what `ptpstate dump --json PATH` prints, and `GET /state` with
 /// all roots. A "*" in a key stands for any characters. 404 if the path leads nowhere, 503 before

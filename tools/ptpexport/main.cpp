@@ -9,7 +9,6 @@
 #include "Holt/Loop.h"
 #include "Holt/StopSignals.h"
 #include "tools/ptpexport/Events.h"
-#include "tools/ptpexport/Feed.h"
 #include "tools/ptpexport/Health.h"
 #include "tools/ptpexport/HistoryReply.h"
 #include "tools/ptpexport/Http/HttpServer.h"
@@ -18,6 +17,7 @@
 #include "tools/ptpexport/Page.h"
 #include "tools/ptpexport/State.h"
 #include "tools/shared/CommandLine.h"
+#include "tools/shared/Feed.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "Holt/Client.h"
 #include "Holt/Loop.h"
 
-namespace Ptpexport {
+namespace Tools {
 
 /// Mirrors every root that a server offers, for as long as the program runs. When the connection is
 /// lost, it keeps the last state, says since when it is old, and connects again; then the same
@@ -133,4 +133,4 @@ private:
    U32 pid_ = 0;
 };
 
-}  // namespace Ptpexport
+}  // namespace Tools

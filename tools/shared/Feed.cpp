@@ -1,4 +1,4 @@
-#include "tools/ptpexport/Feed.h"
+#include "tools/shared/Feed.h"
 
 #include <unistd.h>
 
@@ -13,7 +13,7 @@
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 
-namespace Ptpexport {
+namespace Tools {
 
 using Holt::Mount;
 using Holt::OfferedRoot;
@@ -318,4 +318,4 @@ void Feed::onTurn(std::span<pollfd const> polled) {
    review();
 }
 
-}  // namespace Ptpexport
+}  // namespace Tools
