@@ -42,6 +42,7 @@ tools/ptp4lAgent: $libraries Holt tools/cli tools/shared
 tools/ptp4lCapture: tools/ptp4lAgent
 tools/ptpexport: $libraries Holt tools/cli tools/shared
 tests of tools/ptpexport: tools/ptp4lAgent tools/demoAgent
+tools/ptpgnmi: $libraries Holt tools/cli tools/shared
 tools/demoAgent: $libraries Holt tools/cli tools/shared
 examples: $libraries Holt
 bench: $libraries $for_tests
