@@ -66,7 +66,7 @@ protected:
       list.set_encoding(gnmi::PROTO);
       auto& path = *list.add_subscription()->mutable_path();
       path.set_origin("ptplib");
-      path.add_elem()->set_name("root");
+      path.add_elem()->set_name("tree");
       path.add_elem()->set_name("enabled");
       return request;
    }

@@ -16,7 +16,7 @@ using Kiv::TypeImpl;
 
 namespace {
 
-constexpr char const* rootElem = "root";
+constexpr char const* rootElem = "tree";
 constexpr char const* rootKey = "name";
 constexpr char const* keyName = "key";
 /// How a hand-written type prints an empty value.
@@ -162,11 +162,11 @@ std::string OwnModel::objection(Elems const& path,
       return {};
    }
    if (path[0].name != rootElem) {
-      return "a path begins with 'root[name=NAME]', not with '" + path[0].name + "'";
+      return "a path begins with 'tree[name=NAME]', not with '" + path[0].name + "'";
    }
    for (auto const& [name, value] : path[0].keys) {
       if (name != rootKey) {
-         return "the key of root is named 'name', not '" + name + "'";
+         return "the key of tree is named 'name', not '" + name + "'";
       }
    }
    // A root that is not there may come, with any type. What may fit several, fits one of them.

@@ -1,7 +1,7 @@
 // The state as it is declared, of whatever types:
 //
-//     /root[name=ptp/status]/portDS[key=Ethernet1]/portState
-//     /root[name=ptp/status]/parentDS/grandmasterClockQuality/clockClass
+//     /tree[name=ptp/status]/portDS[key=Ethernet1]/portState
+//     /tree[name=ptp/status]/parentDS/grandmasterClockQuality/clockClass
 //
 // An element of a collection has its key as in a path of ptpstate, an element of a queue its
 // number. A value with fields is a container; a value that is absent has no leaf.

@@ -21,7 +21,7 @@ struct Elem {
 
 using Elems = std::vector<Elem>;
 
-/// "/root[name=ptp/status]/portDS[key=Ethernet1]", with a backslash before "]" and "\" in a key:
+/// "/tree[name=ptp/status]/portDS[key=Ethernet1]", with a backslash before "]" and "\" in a key:
 /// for messages.
 std::string pathText(Elems const& elems);
 

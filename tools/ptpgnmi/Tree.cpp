@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "Holt/State/Walk.h"
 #include "Kiv/Path.h"
 #include "Kiv/Visit.h"
 #include "tools/ptpgnmi/Codec.h"
+#include "tools/ptpgnmi/EachMember.h"
 #include "tools/ptpgnmi/Wire.h"
 
 namespace Ptpgnmi {
@@ -37,48 +37,6 @@ Pattern::State stateOf(std::vector<std::pair<Interest*, Pattern::State>> const& 
       }
    }
    return 0;
-}
-
-/// Passes each member on as a single value, an element or a child.
-template <class OnValue, class OnChild>
-class EachMember final : public Holt::StateVisitor<Entity> {
-public:
-   EachMember(OnValue onValue, OnChild onChild) : onValue_(onValue), onChild_(onChild) {}
-
-   void value(FieldDescriptor const& field, Kiv::ValueRef value) override {
-      onValue_(field, Kiv::ValueRef(), value);
-   }
-   void child(FieldDescriptor const& field, Entity const* child) override {
-      if (child != nullptr) {
-         onChild_(field, Kiv::ValueRef(), *child);
-      }
-   }
-   void collection(FieldDescriptor const& field, Elements const& elements) override {
-      for (auto const& element : elements) {
-         if (element.child != nullptr) {
-            onChild_(field, element.key, *element.child);
-         } else {
-            onValue_(field, element.key, element.value);
-         }
-      }
-   }
-   void queue(FieldDescriptor const& field, Elements const& elements, U32 next) override {
-      U32 number = next - static_cast<U32>(elements.size());
-      for (auto const& element : elements) {
-         onValue_(field, Kiv::ValueRef(&number), element.value);
-         ++number;
-      }
-   }
-
-private:
-   OnValue onValue_;
-   OnChild onChild_;
-};
-
-template <class OnValue, class OnChild>
-void forEachMember(Entity const& entity, OnValue onValue, OnChild onChild) {
-   EachMember<OnValue, OnChild> visitor(onValue, onChild);
-   Holt::walkMembers(entity, Holt::StatePart::all, visitor);
 }
 
 std::string keyOf(Kiv::ValueRef key) {
@@ -474,79 +432,6 @@ void Tree::encode(Group const& group, Encoding encoding) {
                        Wire::bytes(update, 3, valueBytes(value, encoding));
                     }
                  });
-}
-
-/// Walks what a pattern leads to in the live state.
-class Tree::Walker {
-public:
-   Walker(Model const& model, Pattern const& pattern, Visit const& visit)
-         : model_(model), pattern_(pattern), visit_(visit) {}
-
-   void root(Kiv::NamedEntity const& root) {
-      at({pattern_.start(), unnamed}, model_.root(root), [&](At const& here) {
-         if (!path_.empty()) {
-            entity(root, here);
-         }
-      });
-   }
-
-private:
-   static constexpr std::size_t unnamed = ~std::size_t{0};
-   struct At {
-      Pattern::State state;
-      /// How many elements lead to the place that the pattern names, if one of them does.
-      std::size_t named;
-   };
-
-   template <class Act>
-   void at(At here, Elems const& elems, Act&& act) {
-      std::size_t const before = path_.size();
-      for (std::size_t i = 0; here.state != 0; ++i) {
-         if (here.named == unnamed && pattern_.fits(here.state)) {
-            here.named = path_.size();
-         }
-         if (i == elems.size()) {
-            act(here);
-            break;
-         }
-         here.state = pattern_.step(here.state, elems[i]);
-         path_.push_back(elems[i]);
-      }
-      path_.resize(before);
-   }
-   void entity(Entity const& entity, At const& here) {
-      forEachMember(
-            entity,
-            [&](FieldDescriptor const& field, Kiv::ValueRef key, Kiv::ValueRef value) {
-               if (auto const elems = model_.member(entity, field, key)) {
-                  at(here, *elems, [&](At const& member) {
-                     model_.leaves(entity, field, value, [&](Elems const& below, Value const& v) {
-                        at(member, below, [&](At const& leaf) {
-                           if (leaf.named != unnamed) {
-                              visit_(path_, leaf.named, v);
-                           }
-                        });
-                     });
-                  });
-               }
-            },
-            [&](FieldDescriptor const& field, Kiv::ValueRef key, Entity const& child) {
-               if (auto const elems = model_.member(entity, field, key)) {
-                  at(here, *elems, [&](At const& below) { this->entity(child, below); });
-               }
-            });
-   }
-
-   Model const& model_;
-   Pattern const& pattern_;
-   Visit const& visit_;
-   Elems path_;
-};
-
-void Tree::walk(Pattern const& pattern, Visit const& visit) const {
-   for (auto const& root : roots_) {
-      Walker(model_, pattern, visit).root(*root);
-   }
 }
 
 }  // namespace Ptpgnmi
