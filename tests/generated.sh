@@ -55,6 +55,12 @@ done < <("$bin/ptpstate" --help | awk '
 page ptpports "print the ports of a PTP agent" "$bin/ptpports"
 page ptp4lAgent "show a running ptp4l as the state of a PTP agent" "$bin/ptp4lAgent"
 page ptpexport "show the state of a PTP agent over HTTP" "$bin/ptpexport"
+# Where the program is not built, its page stays as it is.
+if [ -x "$bin/ptpgnmi" ]; then
+   page ptpgnmi "offer the state of a PTP agent over gNMI" "$bin/ptpgnmi"
+elif [ -e docs/man/ptpgnmi.1 ]; then
+   cp docs/man/ptpgnmi.1 "$scratch/docs/man/"
+fi
 page kivc "compile declarations of modules" "$kivc"
 
 status=0

@@ -1,5 +1,6 @@
 // What a hundred subscribers cost: 64 ports with 16 Sync a second, over connections of this
 // machine, for a few seconds. It prints what it measures; the bounds are those of a busy machine.
+#include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -28,15 +29,29 @@ U64 cpu(clockid_t clock) {
    return static_cast<U64>(at.tv_sec) * 1'000'000'000 + static_cast<U64>(at.tv_nsec);
 }
 
-/// A client that reads as it comes, or not at all.
-class Reader final
-      : public grpc::ClientBidiReactor<gnmi::SubscribeRequest, gnmi::SubscribeResponse> {
+/// Makes times recognisable, however long the machine has been up.
+constexpr U64 offset = 1'000'000'000'000'000;
+
+/// What a client does with what comes.
+enum class Does : U8 {
+   /// Parses it, as a client does that runs on another machine.
+   parse,
+   /// Takes it, so that the machine has time for the server.
+   take,
+   /// Reads nothing.
+   stop,
+};
+
+class Reader final : public grpc::ClientBidiReactor<gnmi::SubscribeRequest, grpc::ByteBuffer> {
 public:
-   Reader(gnmi::gNMI::Stub& stub, gnmi::SubscribeRequest const& request, bool reads)
-         : request_(request), reads_(reads) {
-      stub.async()->Subscribe(&context_, this);
+   using Stub = grpc::TemplatedGenericStub<gnmi::SubscribeRequest, grpc::ByteBuffer>;
+
+   Reader(std::shared_ptr<grpc::Channel> const& channel, gnmi::SubscribeRequest const& request,
+          Does does)
+         : stub_(channel), request_(request), does_(does) {
+      stub_.PrepareBidiStreamingCall(&context_, "/gnmi.gNMI/Subscribe", {}, this);
       StartWrite(&request_);
-      if (reads_) {
+      if (does_ != Does::stop) {
          StartRead(&response_);
       }
       StartCall();
@@ -45,33 +60,42 @@ public:
       if (!ok) {
          return;
       }
-      for (auto const& update : response_.update().update()) {
-         ++updates;
-         U64 const at = update.val().uint_val();
-         if (at > 1'000'000'000'000) {
-            delays.push_back(Holt::steadyNow() + offset - at);
-         }
-      }
-      synced = synced || response_.sync_response();
       ++messages;
+      bytes += response_.Length();
+      synced = synced || response_.Length() == 2;
+      if (does_ == Does::parse) {
+         parse();
+      }
       StartRead(&response_);
    }
    void OnDone(grpc::Status const&) override { done = true; }
    void cancel() { context_.TryCancel(); }
 
-   /// Makes times recognisable, however long the machine has been up.
-   static constexpr U64 offset = 1'000'000'000'000'000;
    std::atomic<bool> synced = false;
    std::atomic<bool> done = false;
    std::atomic<U64> updates = 0;
    std::atomic<U64> messages = 0;
+   std::atomic<U64> bytes = 0;
    std::vector<U64> delays;
 
 private:
+   void parse() {
+      gnmi::SubscribeResponse response;
+      grpc::SerializationTraits<gnmi::SubscribeResponse>::Deserialize(&response_, &response);
+      U64 const now = Holt::steadyNow() + offset;
+      for (auto const& update : response.update().update()) {
+         ++updates;
+         if (U64 const at = update.val().uint_val(); at > offset && at <= now) {
+            delays.push_back(now - at);
+         }
+      }
+   }
+
+   Stub stub_;
    grpc::ClientContext context_;
    gnmi::SubscribeRequest request_;
-   gnmi::SubscribeResponse response_;
-   bool reads_;
+   grpc::ByteBuffer response_;
+   Does does_;
 };
 
 gnmi::SubscribeRequest everything() {
@@ -94,7 +118,7 @@ void sync(Ptp::Status& status, std::vector<Sarn::Ptr<Ptp::PortDS>> const& all, U
       port->peerMeanPathDelayIs(static_cast<S64>(tick));
       port->precisePeerMeanPathDelayIs(tick);
       port->neighborRateRatioIs(1 + tick * 1e-9);
-      port->lastGptpResidenceTimeIs(Holt::steadyNow() + Reader::offset);
+      port->lastGptpResidenceTimeIs(Holt::steadyNow() + offset);
    }
 }
 
@@ -120,12 +144,14 @@ TEST(GnmiLoad, AHundredSubscribersOf64PortsAndOneThatStopsReading) {
       GrpcServer server(engine, mailbox, limits, {"127.0.0.1:0", true, "", "", ""});
       grpc::ChannelArguments apart;
       apart.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-      std::vector<std::unique_ptr<gnmi::gNMI::Stub>> stubs;
       for (int i = 0; i <= subscribers; ++i) {
-         stubs.push_back(gnmi::gNMI::NewStub(
+         readers.push_back(std::make_unique<Reader>(
                grpc::CreateCustomChannel("127.0.0.1:" + std::to_string(server.port()),
-                                         grpc::InsecureChannelCredentials(), apart)));
-         readers.push_back(std::make_unique<Reader>(*stubs.back(), everything(), i != subscribers));
+                                         grpc::InsecureChannelCredentials(), apart),
+               everything(),
+               i == 0             ? Does::parse
+               : i != subscribers ? Does::take
+                                  : Does::stop));
       }
       U64 const patience = Holt::steadyNow() + 30'000'000'000;
       auto const synced = [&readers] {
@@ -164,11 +190,11 @@ TEST(GnmiLoad, AHundredSubscribersOf64PortsAndOneThatStopsReading) {
            ++i) {
          loop.turn(-1, std::chrono::milliseconds(10));
       }
-      U64 updates = 0;
       U64 messages = 0;
+      U64 bytes = 0;
       for (auto const& reader : readers) {
          ASSERT_TRUE(reader->done);
-         updates += reader->updates;
+         bytes += reader->bytes;
          messages += reader->messages;
          delays.insert(delays.end(), reader->delays.begin(), reader->delays.end());
       }
@@ -176,17 +202,19 @@ TEST(GnmiLoad, AHundredSubscribersOf64PortsAndOneThatStopsReading) {
       ASSERT_FALSE(delays.empty());
       rusage usage{};
       ::getrusage(RUSAGE_SELF, &usage);
+      U64 const updates = readers[0]->updates;
       std::printf(
-            "%.0f updates/s in %.0f messages/s; CPU: thread of the loop %.1f %%, server and "
-            "clients together %.1f %%; delay median %.1f ms, 99 %% %.1f ms; kept for 101 "
-            "subscribers: %zu to %zu bytes; peak RSS %ld MB with clients\n",
+            "%.0f updates/s to each in %.0f messages/s and %.1f MB/s to all; CPU: thread of the "
+            "loop %.1f %%, server and clients together %.1f %%; delay median %.1f ms, 99 %% %.1f "
+            "ms; kept for 101 subscribers: %zu to %zu bytes; peak RSS %ld MB with clients\n",
             static_cast<double>(updates) / seconds, static_cast<double>(messages) / seconds,
-            loopShare, allShare, static_cast<double>(delays[delays.size() / 2]) / 1e6,
+            static_cast<double>(bytes) / 1e6 / seconds, loopShare, allShare,
+            static_cast<double>(delays[delays.size() / 2]) / 1e6,
             static_cast<double>(delays[delays.size() * 99 / 100]) / 1e6, lowest, highest,
             usage.ru_maxrss / 1024);
       // 101 sets of six bytes a leaf, however much the one that stopped has missed.
       EXPECT_LT(highest, 101U * 64 * 1024);
-      EXPECT_GT(updates, subscribers * ports * 6U * ticks / 4);
+      EXPECT_GT(updates, ports * 6U * ticks / 4);
    }
 }
 
