@@ -1,9 +1,11 @@
 #pragma once
 
-#include "tools/ptpexport/Feed.h"
 #include "tools/ptpexport/Http/Reply.h"
+#include "tools/shared/Feed.h"
 
 namespace Ptpexport {
+
+using Tools::Feed;
 
 /// Answers `GET /openconfig/PATH`: what a feed mirrors, as data of the model openconfig-ptp, or the
 /// part of it at a path of RESTCONF; see `Holt::openconfigAt`. 404 if the model has no such path,

@@ -1,11 +1,13 @@
 // Answers GET /metrics.
 #pragma once
 
-#include "tools/ptpexport/Feed.h"
 #include "tools/ptpexport/Http/Reply.h"
 #include "tools/ptpexport/Metrics/Counters.h"
+#include "tools/shared/Feed.h"
 
 namespace Ptpexport {
+
+using Tools::Feed;
 
 /// The metrics of the mirrors, in the format that the request prefers, rendered while the client
 /// reads them. `counters`: those of the program; they must live as long as the server.
