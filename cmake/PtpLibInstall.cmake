@@ -52,10 +52,6 @@ function(ptplib_install)
       install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpexport/Metrics/ptp.rules.yml"
          DESTINATION "${CMAKE_INSTALL_DATADIR}/ptpexport")
    endif()
-   if(ptpgnmi IN_LIST programs)
-      install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpgnmi/ptpgnmi.service"
-         DESTINATION lib/systemd/system)
-   endif()
    foreach(program IN LISTS programs ITEMS kivc)
       file(GLOB pages CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/man/${program}.1"
          "${PROJECT_SOURCE_DIR}/docs/man/${program}-*.1")

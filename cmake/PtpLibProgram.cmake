@@ -54,6 +54,31 @@ function(ptplib_curses name)
       "-Wl,--push-state,--as-needed,${libraries},--pop-state")
 endfunction()
 
+# ptplib_missing(program package): a program is left out since a package of Debian is missing.
+function(ptplib_missing program package)
+   if(PTPLIB_ALL)
+      message(FATAL_ERROR "${program} needs Debian's ${package}; `./dev test --all` installs it")
+   endif()
+   message(STATUS "Without ${program}: it needs Debian's ${package}")
+endfunction()
+
+# ptplib_net_snmp(out): sets `out` to whether net-snmp is there for subagents; then PtpLibNetSnmp is
+# a target to link.
+function(ptplib_net_snmp out)
+   find_path(PTPLIB_NET_SNMP_INCLUDE net-snmp/agent/net-snmp-agent-includes.h)
+   find_library(PTPLIB_NET_SNMP_AGENT netsnmpagent)
+   find_library(PTPLIB_NET_SNMP netsnmp)
+   set(${out} OFF PARENT_SCOPE)
+   if(NOT PTPLIB_NET_SNMP_INCLUDE OR NOT PTPLIB_NET_SNMP_AGENT OR NOT PTPLIB_NET_SNMP)
+      ptplib_missing(ptpsnmp libsnmp-dev)
+      return()
+   endif()
+   add_library(PtpLibNetSnmp INTERFACE)
+   target_include_directories(PtpLibNetSnmp SYSTEM INTERFACE "${PTPLIB_NET_SNMP_INCLUDE}")
+   target_link_libraries(PtpLibNetSnmp INTERFACE "${PTPLIB_NET_SNMP_AGENT}" "${PTPLIB_NET_SNMP}")
+   set(${out} ON PARENT_SCOPE)
+endfunction()
+
 # ptplib_examples(DIR dir LINK library...): one program per source file, run as a test.
 function(ptplib_examples)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")

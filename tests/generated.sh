@@ -61,6 +61,12 @@ if [ -x "$bin/ptpgnmi" ]; then
 elif [ -e docs/man/ptpgnmi.1 ]; then
    cp docs/man/ptpgnmi.1 "$scratch/docs/man/"
 fi
+if [ -x "$bin/ptpsnmp" ]; then
+   page ptpsnmp "give the state of a PTP agent to an SNMP agent" "$bin/ptpsnmp"
+else
+   echo "docs/man/ptpsnmp.1: not compared, since the program is not built"
+   cp docs/man/ptpsnmp.1 "$scratch/docs/man"
+fi
 page kivc "compile declarations of modules" "$kivc"
 
 status=0

@@ -39,6 +39,7 @@ tools/shared: $libraries Holt tools/cli
 tools/ptpstate: $libraries Holt tools/cli tools/shared
 tools/ptpports: $libraries Holt tools/cli tools/shared
 tools/ptp4lAgent: $libraries Holt tools/cli tools/shared
+tools/ptpsnmp: $libraries Holt tools/cli tools/shared
 tools/ptp4lCapture: tools/ptp4lAgent
 tools/ptpexport: $libraries Holt tools/cli tools/shared
 tests of tools/ptpexport: tools/ptp4lAgent tools/demoAgent
