@@ -129,6 +129,9 @@ private:
       Bits() = default;
       Bits(Bits const&) = delete;
       Bits& operator=(Bits const& other) {
+         if (this == &other) {
+            return *this;
+         }
          if (!other.more_.empty() || !more_.empty()) [[unlikely]] {
             more_ = other.more_;
             words_ = more_.empty() ? few_.data() : more_.data();

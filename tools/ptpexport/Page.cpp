@@ -62,7 +62,6 @@ Reply pageReply(Request const& request) {
       return reply;
    }
    reply.headers.emplace_back("Content-Security-Policy", pagePolicy);
-   reply.headers.emplace_back("X-Content-Type-Options", "nosniff");
    reply.headers.emplace_back("Referrer-Policy", "no-referrer");
    reply.contentType = mediaType(*file);
    reply.text = file->content;

@@ -5,6 +5,8 @@
 // Which leaf is filled from which attribute is in the table of `Holt/Openconfig/Rows.h`.
 #pragma once
 
+#include <memory>
+
 #include "tools/ptpgnmi/Model.h"
 
 namespace Ptpgnmi {

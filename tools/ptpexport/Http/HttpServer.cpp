@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "Holt/Failure.h"
+#include "tools/ptpexport/Http/Host.h"
 
 namespace Ptpexport {
 
@@ -179,6 +180,7 @@ struct HttpServer::Callbacks {
 HttpServer::HttpServer(Options options) : options_(std::move(options)) {
    for (std::string const& address : options_.listen) {
       listening_.emplace_back(address);
+      isLocal_ = isLocal_ && isLoopback(address);
    }
    startDaemon();
 }
@@ -326,6 +328,10 @@ Reply HttpServer::replyTo(Exchange& exchange, std::string const& method) {
    }
    if (exchange.hasBody()) {
       return refusal(MHD_HTTP_CONTENT_TOO_LARGE, "a request has no body");
+   }
+   if (isLocal_ && !isAddressOrLocalhost(exchange.header(MHD_HTTP_HEADER_HOST))) {
+      return refusal(MHD_HTTP_MISDIRECTED_REQUEST,
+                     "only an address or localhost leads here; see --listen for names");
    }
    if (std::string const wrong = parseTarget(exchange.raw, exchange.target); !wrong.empty()) {
       return refusal(MHD_HTTP_BAD_REQUEST, wrong);

@@ -32,6 +32,8 @@ namespace Ptpexport {
 ///   for a request is over first. If all are being answered, the new one gets 503.
 /// - Request line and headers together are bounded to `Options::requestBytes`, bodies of requests
 ///   are not read: a request with one gets 413. Requests other than GET and HEAD get 405.
+/// - If it listens at loopback addresses only, `Host` must be an address or localhost: the pages
+///   that a browser on this machine shows cannot read its answers under a name of their own.
 /// - An answer is rendered slice by slice as the client takes it; see `Body`.
 ///
 /// Errors: the constructor throws `Holt::Failure` if it cannot listen, or if key and certificate do
@@ -133,6 +135,8 @@ private:
 
    Options options_;
    std::list<Listening> listening_;
+   /// Whether only this machine reaches it.
+   bool isLocal_ = true;
    std::vector<Route> routes_;
    std::list<Visit> visits_;
    Counters counters_;

@@ -149,14 +149,37 @@ TEST_F(HttpServerTest, OnlyReads) {
             << method;
    }
    Peer body(loop, address());
-   body.send("GET /hello HTTP/1.1\r\nHost: a\r\nContent-Length: 1000000\r\n\r\n");
+   body.send("GET /hello HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1000000\r\n\r\n");
    EXPECT_TRUE(body.isOver());
    EXPECT_EQ(withoutDate(body.text()),
              expected("413 Content Too Large", "a request has no body\n"));
    Peer chunks(loop, address());
-   chunks.send("POST /hello HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nabc");
+   chunks.send(
+         "POST /hello HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nabc");
    EXPECT_TRUE(chunks.isOver());
    EXPECT_EQ(chunks.text().substr(0, 12), "HTTP/1.1 405");
+}
+
+TEST_F(HttpServerTest, OnlyAnswersForOtherNamesWhereOthersReachIt) {
+   serve();
+   auto const statusFor = [this](std::string const& header) {
+      Peer peer(loop, address());
+      peer.send("GET /hello HTTP/1.1\r\n" + header + "Connection: close\r\n\r\n");
+      EXPECT_TRUE(peer.isOver());
+      return peer.text().substr(0, 12);
+   };
+   for (char const* const own :
+        {"localhost", "LOCALHOST:9979", "127.0.0.1", "127.0.0.1:9979", "10.1.2.3", "[::1]:9979"}) {
+      EXPECT_EQ(statusFor("Host: " + std::string(own) + "\r\n"), "HTTP/1.1 200") << own;
+   }
+   for (char const* const other :
+        {"example.com", "localhost.example.com:9979", "127.0.0.1.example.com", "[::1", "a"}) {
+      EXPECT_EQ(statusFor("Host: " + std::string(other) + "\r\n"), "HTTP/1.1 421") << other;
+   }
+   loop.remove(*server);
+   options.listen = {"127.0.0.1:0", "0.0.0.0:0"};
+   serve();
+   EXPECT_EQ(statusFor("Host: example.com\r\n"), "HTTP/1.1 200");
 }
 
 TEST_F(HttpServerTest, FindsTheLongestRouteAndNormalisesNothing) {
@@ -180,9 +203,9 @@ TEST_F(HttpServerTest, AnswersSeveralRequestsOnAConnection) {
    serve();
    Peer peer(loop, address());
    peer.send(
-         "GET /hello HTTP/1.1\r\nHost: a\r\nX-Name: one\r\n\r\n"
-         "HEAD /hello HTTP/1.1\r\nHost: a\r\n\r\n"
-         "GET /hello HTTP/1.1\r\nHost: a\r\nx-name: two\r\n\r\n");
+         "GET /hello HTTP/1.1\r\nHost: localhost\r\nX-Name: one\r\n\r\n"
+         "HEAD /hello HTTP/1.1\r\nHost: localhost\r\n\r\n"
+         "GET /hello HTTP/1.1\r\nHost: localhost\r\nx-name: two\r\n\r\n");
    EXPECT_TRUE(peer.has("hello one\n"));
    EXPECT_TRUE(peer.has("hello two\n"));
    peer.get("/below/3");
@@ -194,16 +217,16 @@ TEST_F(HttpServerTest, AnswersSeveralRequestsOnAConnection) {
 TEST_F(HttpServerTest, BoundsRequestLineAndHeaders) {
    serve();
    Peer line(loop, address());
-   line.send("GET /" + std::string(100'000, 'a') + " HTTP/1.1\r\nHost: a\r\n\r\n");
+   line.send("GET /" + std::string(100'000, 'a') + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
    EXPECT_TRUE(line.isOver());
    EXPECT_EQ(line.text().substr(0, 12), "HTTP/1.1 414");
    Peer headers(loop, address());
-   headers.send("GET /hello HTTP/1.1\r\nHost: a\r\nX-Long: " + std::string(100'000, 'a') +
+   headers.send("GET /hello HTTP/1.1\r\nHost: localhost\r\nX-Long: " + std::string(100'000, 'a') +
                 "\r\n\r\n");
    EXPECT_TRUE(headers.isOver());
    EXPECT_EQ(headers.text().substr(0, 12), "HTTP/1.1 431");
    Peer many(loop, address());
-   std::string all = "GET /hello HTTP/1.1\r\nHost: a\r\n";
+   std::string all = "GET /hello HTTP/1.1\r\nHost: localhost\r\n";
    for (int i = 0; i != 10'000; ++i) {
       all += "X-" + std::to_string(i) + ": 1\r\n";
    }
@@ -276,7 +299,7 @@ TEST_F(HttpServerTest, TwoHundredSilentConnectionsKeepNobodyOut) {
    EXPECT_TRUE(silent.front().over());  // the oldest made room
    silent.back().take();
    EXPECT_FALSE(silent.back().over());
-   silent.back().send("lo HTTP/1.1\r\nHost: a\r\n\r\n");
+   silent.back().send("lo HTTP/1.1\r\nHost: localhost\r\n\r\n");
    EXPECT_TRUE(silent.back().has("hello \n"));
 }
 

@@ -68,7 +68,9 @@ public:
          return sent == text.size() || over_;
       });
    }
-   void get(std::string const& target) { send("GET " + target + " HTTP/1.1\r\nHost: a\r\n\r\n"); }
+   void get(std::string const& target) {
+      send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
+   }
 
    /// Takes what has arrived, at most `most` bytes.
    void take(std::size_t most = std::size_t(1) << 16) {
@@ -107,7 +109,7 @@ public:
 
    /// The answer to a request on this connection, which the server is told to close.
    std::string answer(std::string const& target, std::string const& method = "GET") {
-      send(method + " " + target + " HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+      send(method + " " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
       EXPECT_TRUE(isOver());
       return withoutDate(text_);
    }
