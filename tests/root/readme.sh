@@ -103,11 +103,26 @@ grep -E '^eth0 +.*uncalibrated' "$home/output" || {
    cat "$root/run/ptp4lAgent.log"
    fail "the port of the ptp4l is not shown"
 }
+# A page, and behind it the same port.
+page() {
+   inside perl -MIO::Socket::INET -e '
+      my $server = IO::Socket::INET->new("127.0.0.1:9979") or die "ptpexport does not listen\n";
+      print $server "GET $ARGV[0] HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
+      print while <$server>' "$1"
+}
+page / >"$root/tmp/page"
+grep -q '<script src="page/main.js"' "$root/tmp/page" || fail "there is no page for a browser"
+page '/state/ptp/status.portDS%5Beth0%5D.portState' >"$root/tmp/page"
+grep -q '"state": "uncalibrated"' "$root/tmp/page" || {
+   cat "$root/tmp/page" "$root/run/ptpexport.log"
+   fail "the page does not know the port"
+}
 [ "$only" != --start ] || exit 0
 
 #--- The rest, without these packages ---------------------------------------------------------------
 
 inside pkill ptp4lAgent
+inside pkill ptpexport
 # Without make, too, which the tools for packages need.
 inside apt-get -qq -y purge libptplib0 libptplib-dev ptpstate make >/dev/null 2>&1
 ! inside sh -c 'command -v make' || fail "make is still there"
