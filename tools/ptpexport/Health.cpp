@@ -19,8 +19,8 @@ std::string healthJson(Feed const& feed) {
       json["roots"].push_back(
             {{"type", root->kivType().name}, {"name", Holt::jsonOf(root->nameString())}});
    }
-   if (!feed.leftOut().empty()) {
-      json["leftOut"] = feed.leftOut();
+   if (std::vector<Sarn::String> const leftOut = feed.leftOut(); !leftOut.empty()) {
+      json["leftOut"] = leftOut;
    }
    return Holt::jsonLine(json);
 }

@@ -53,6 +53,36 @@ TEST_F(HealthTest, ASourceThatDoesNotAnswerIsNotUpToDate) {
    EXPECT_EQ(feed->status().connections, 1U);
 }
 
+/// Counts how often the state was not up to date.
+struct Gaps final : Feed::Listener {
+   void onStatus(Feed::Status const& status) override { count += status.current ? 0 : 1; }
+   int count = 0;
+};
+
+TEST_F(HealthTest, ARootThatIsOfferedLaterLeavesTheOthersUpToDate) {
+   startAll();
+   Gaps gaps;
+   feed->listenerAdd(gaps);
+   source->rootIs(Sarn::Ptr<Kiv::NamedEntity>(Ptp::configFactory("other/config")));
+   EXPECT_TRUE(turnUntil(loop, [this] { return feed->roots().size() == 3; }));
+   EXPECT_EQ(gaps.count, 0);
+   EXPECT_TRUE(feed->status().current);
+   feed->listenerDel(gaps);
+}
+
+TEST_F(HealthTest, OfVeryManyRootsSomeAreLeftOutAndNamed) {
+   serveSource();
+   for (int i = 0; i != 70; ++i) {
+      source->rootIs(Sarn::Ptr<Kiv::NamedEntity>(Ptp::configFactory("config" + std::to_string(i))));
+   }
+   start();
+   ASSERT_TRUE(isCurrent());
+   EXPECT_EQ(feed->roots().size(), 60U);
+   EXPECT_EQ(feed->leftOut().size(), 12U);
+   EXPECT_EQ(feed->leftOut().back(), "config69: 60 others are mirrored already");
+   EXPECT_EQ(feed->status().connections, 1U);
+}
+
 using StateTest = Lab;
 
 TEST_F(StateTest, IsWhatADumpHas) {

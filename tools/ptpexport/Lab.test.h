@@ -57,6 +57,7 @@ protected:
       options.longestPause = 50'000'000;
       options.probe = 20'000'000;
       options.silence = 200'000'000;
+      options.rootsEvery = 20'000'000;
       feed.emplace(options);
       events.emplace(*feed, limits);
       history.emplace(*feed);

@@ -24,12 +24,12 @@ inline constexpr U64 second = 1000 * millisecond;
 /// A client's end.
 class TestStream final : public Stream {
 public:
-   void write(std::string message) override {
+   void write(std::string text) override {
       EXPECT_FALSE(writing) << "the message before has not been sent";
       writing = true;
-      largest = std::max(largest, message.size());
-      bytes += message.size();
-      EXPECT_TRUE(sent.emplace_back().ParseFromString(message));
+      largest = std::max(largest, text.size());
+      bytes += text.size();
+      EXPECT_TRUE(sent.emplace_back().ParseFromString(text));
    }
    void readNext() override { ++reads; }
    void finish(Code c, std::string const& m) override {

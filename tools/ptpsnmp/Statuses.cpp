@@ -7,7 +7,10 @@
 namespace Ptpsnmp {
 
 Statuses::Statuses(Options options)
-      : options_(std::move(options)), feed_({.socket = options_.socket, .clock = options_.clock}) {
+      : options_(std::move(options)),
+        feed_({.socket = options_.socket,
+               .wanted = [this](Holt::OfferedRoot const& root) { return isWanted(root); },
+               .clock = options_.clock}) {
    feed_.listenerAdd(*this);
 }
 
@@ -32,15 +35,15 @@ void Statuses::onRoot(Sarn::Ptr<Kiv::NamedEntity> const& root) {
       auto const named = std::ranges::find(options_.roots, status->nameString());
       return std::pair(named - options_.roots.begin(), std::string_view(status->nameString()));
    };
-   if (!root->kivType().isA(Ptp::Status::kivTypeImpl)) {
-      return;
-   }
    Sarn::Ptr<Ptp::Status> const status(static_cast<Ptp::Status*>(root.get()));
-   if (options_.roots.empty() ||
-       std::ranges::find(options_.roots, status->nameString()) != options_.roots.end()) {
-      known_.insert(std::ranges::upper_bound(known_, place(status), {}, place), status);
-      tell();
-   }
+   known_.insert(std::ranges::upper_bound(known_, place(status), {}, place), status);
+   tell();
+}
+
+bool Statuses::isWanted(Holt::OfferedRoot const& root) const {
+   return root.type == Ptp::Status::kivTypeName &&
+          (options_.roots.empty() ||
+           std::ranges::find(options_.roots, root.name) != options_.roots.end());
 }
 
 void Statuses::onRootGone(Kiv::NamedEntity& root) {

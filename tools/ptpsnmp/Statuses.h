@@ -53,6 +53,7 @@ public:
    static constexpr U64 lasting = 50'000'000;
 
 private:
+   bool isWanted(Holt::OfferedRoot const& root) const;
    // `Feed::Listener`:
    void onStatus(Feed::Status const& status) override;
    void onRoot(Sarn::Ptr<Kiv::NamedEntity> const& root) override;

@@ -42,6 +42,15 @@ U64 startOf(U32 pid) {
    return begin <= booted ? Holt::wallNow() - (booted - begin) : 0;
 }
 
+/// Roots that are mirrored on one connection, at most: a session allows so many mounts and
+/// unanswered questions together, and some room is left for questions.
+constexpr std::size_t mostMirrors = 60;
+static_assert(mostMirrors < Kiv::NboAttrLog::Limits().nesting);
+
+bool isRefused(Mount const* mount) {
+   return mount != nullptr && mount->state() == Mount::State::refused;
+}
+
 }  // namespace
 
 /// A root with its mirror, which outlives connections.
@@ -163,20 +172,32 @@ Sarn::String Feed::whyNotCurrent() const {
    if (!rootsKnown_) {
       return options_.socket + ": connected; the server has not told its roots yet";
    }
-   if (mirrors_.empty()) {
-      return options_.socket + ": the server offers nothing that is known here";
-   }
+   bool any = false;
    for (auto const& mirror : mirrors_) {
       Mount const* const mount = mirror->mount;
-      Sarn::String const name = Kiv::printable(mirror->root.name);
-      if (mount != nullptr && mount->state() == Mount::State::refused) {
-         return name + ": the server refused the mirror: " + mount->reason();
+      if (isRefused(mount) || (status_.current && !mirror->known)) {
+         continue;
       }
       if (mount == nullptr || !mount->complete()) {
-         return name + ": the mirror is not complete yet";
+         return Kiv::printable(mirror->root.name) + ": the mirror is not complete yet";
+      }
+      any = true;
+   }
+   // Whoever wants certain roots knows what it means if there are none.
+   return any || options_.wanted
+                ? ""
+                : options_.socket + ": the server offers nothing that can be mirrored here";
+}
+
+std::vector<Sarn::String> Feed::leftOut() const {
+   std::vector<Sarn::String> all = leftOut_;
+   for (auto const& mirror : mirrors_) {
+      if (isRefused(mirror->mount)) {
+         all.push_back(Kiv::printable(mirror->root.name) +
+                       ": the server refuses the mirror: " + mirror->mount->reason());
       }
    }
-   return {};
+   return all;
 }
 
 void Feed::review() {
@@ -215,7 +236,9 @@ void Feed::onRoots(Kiv::NboAttrLog::Session&, std::vector<OfferedRoot> const& ro
    rootsKnown_ = true;
    leftOut_.clear();
    for (OfferedRoot const& root : roots) {
-      mirror(root);
+      if (!options_.wanted || options_.wanted(root)) {
+         mirror(root);
+      }
    }
    std::vector<Mirror*> gone;
    for (auto const& mirror : mirrors_) {
@@ -232,6 +255,11 @@ void Feed::mirror(OfferedRoot const& root) {
    auto at = std::ranges::find_if(
          mirrors_, [&root](auto const& mirror) { return Holt::isSame(mirror->root, root); });
    if (at == mirrors_.end()) {
+      if (mirrors_.size() == mostMirrors) {
+         leftOut_.push_back(Kiv::printable(root.name) + ": " + std::to_string(mostMirrors) +
+                            " others are mirrored already");
+         return;
+      }
       try {
          at = mirrors_.insert(at, std::make_unique<Mirror>(*this, root));
       } catch (Holt::Failure const& failure) {

@@ -34,12 +34,15 @@ public:
       U64 longestPause = 2'000'000'000;
       /// Nanoseconds between two questions for the roots that the server offers.
       U64 rootsEvery = 10'000'000'000;
+      /// Which roots to mirror; all if empty.
+      std::function<bool(Holt::OfferedRoot const&)> wanted = {};
       /// Measures these times; must be the clock of the loop.
       U64 (*clock)() noexcept = &Holt::steadyNow;
    };
 
    struct Status {
-      /// Whether all mirrors are complete and the server answers.
+      /// Whether the server answers, and all mirrors are complete that have been so before; on the
+      /// first connection, all. A root that the server offers later, or refuses, changes nothing.
       bool current = false;
       /// Wall time, in nanoseconds since 1970, since when `current` is what it is.
       U64 since = 0;
@@ -66,13 +69,14 @@ public:
    /// The mirrors, in the order in which the server offers their roots, whether or not they are
    /// up to date. Those that have never been complete are not among them.
    std::vector<Kiv::NamedEntity*> roots() const;
-   /// Roots that cannot be mirrored, with the reason: "NAME: its type TYPE is not known here".
-   std::vector<Sarn::String> const& leftOut() const noexcept { return leftOut_; }
+   /// Roots that are wanted and cannot be mirrored, with the reason, printable: "NAME: ...". Beyond
+   /// 60, which leaves a session room for its questions, no more are mirrored.
+   std::vector<Sarn::String> leftOut() const;
 
    /// What follows the state. Calls come from within the turn of the feed.
    class Listener {
    public:
-      /// `current`, `reason` or `start` has changed.
+      /// `current` or `start` has changed.
       virtual void onStatus(Status const&) {}
       /// A mirror is complete for the first time. From here on, every change is a change.
       virtual void onRoot(Sarn::Ptr<Kiv::NamedEntity> const& root) { (void)root; }
@@ -114,6 +118,7 @@ private:
 
    Options options_;
    Status status_;
+   /// Roots that have no mirror.
    std::vector<Sarn::String> leftOut_;
    std::vector<Listener*> listeners_;
    std::vector<std::unique_ptr<Mirror>> mirrors_;
