@@ -54,7 +54,7 @@ public:
       }
    }
    void operator()(Kiv::OpaqueRef const& value) { whole(numberOf(value)); }
-   void operator()(auto const&) { assert(!"the value is not a number"); }
+   void operator()(auto const&) { assert(false && "the value is not a number"); }
 
 private:
    template <class Whole>
@@ -88,7 +88,7 @@ struct RawOf {
    Raw operator()(U64 number) const { return {number, 8 * type.size}; }
    Raw operator()(Kiv::OpaqueRef const& opaque) const { return {numberOf(opaque), 32}; }
    Raw operator()(auto const&) const {
-      assert(!"the value is not a counter");
+      assert(false && "the value is not a counter");
       return {};
    }
 };
