@@ -31,7 +31,7 @@ files() {
 echo "--- what the packages need of Debian"
 needed=$(for deb in "$root"/packages/*.deb; do
    dpkg-deb -f "$deb" Depends | tr ',' '\n'
-done | sed 's/^ *//' | grep -vE '^(libptplib0|libptplib-dev|ptpstate|ptplib-snmp) ' | sort -u | paste -sd ,)
+done | sed 's/^ *//' | grep -vE '^(libptplib0|libptplib-dev|ptpstate|ptpexport|ptplib-snmp) ' | sort -u | paste -sd ,)
 echo "$needed"
 inside apt-get -qq update
 inside apt-get -qq -y --no-install-recommends satisfy "$needed" >/dev/null 2>&1 || fail "is not available"
@@ -66,7 +66,7 @@ done
 
 echo "--- the debug symbols belong to the libraries and programs"
 # shellcheck disable=SC2046
-install $(package libptplib0-dbgsym ptpstate-dbgsym ptplib-snmp-dbgsym)
+install $(package libptplib0-dbgsym ptpstate-dbgsym ptpexport-dbgsym ptplib-snmp-dbgsym)
 for file in "$root"/usr/lib/*/lib{Kiv,PtpPlatform,PtpLib,Holt}.so.0 "$root"/usr/bin/ptp{state,ports,4lAgent,snmp}; do
    id=$(readelf -n "$file" | sed -n 's/^ *Build ID: //p')
    [ -e "$root/usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug" ] || fail "$file has no debug symbols"
@@ -102,7 +102,7 @@ grep -qF "libptplib0 (<< $next)" "$root/tmp/depends" || fail "accepts $next"
 echo "--- upgrade"
 # The same packages, as those of a later commit.
 mkdir "$root/packages/later"
-for name in libptplib0 libptplib-dev ptpstate ptplib-snmp; do
+for name in libptplib0 libptplib-dev ptpstate ptpexport ptplib-snmp; do
    dpkg-deb -R "$root$(package $name)" "$root/tmp/$name"
    sed -i "s/$version/$version+1/" "$root/tmp/$name/DEBIAN/control"
    dpkg-deb --root-owner-group -b "$root/tmp/$name" "$root/packages/later" >/dev/null
@@ -112,7 +112,7 @@ done
 inside apt-get -s install $(package later/libptplib0) | grep '^Remv ptpstate ' ||
    fail "the libraries can be upgraded without the programs"
 # shellcheck disable=SC2046
-install $(package later/libptplib0 later/libptplib-dev later/ptpstate later/ptplib-snmp)
+install $(package later/libptplib0 later/libptplib-dev later/ptpstate later/ptpexport later/ptplib-snmp)
 inside ptpstate --version
 inside /use/firstMinutes >/dev/null
 
