@@ -154,7 +154,8 @@ Holt::Json History::events(Followed const& followed, std::string const& below) c
    U64 const now = options_.wallClock();
    for (Event const& event : followed.events) {
       if (event.wall + HourCurve::length * aSecond > now && event.path.starts_with(below)) {
-         all.push_back({{"time", static_cast<double>(event.wall / 1'000'000) / 1e3},
+         U64 const milliseconds = event.wall / 1'000'000;
+         all.push_back({{"time", static_cast<double>(milliseconds) / 1e3},
                         {"path", event.path},
                         {"value", event.value}});
       }
