@@ -1,8 +1,6 @@
 // ptpexport: mirrors the state of a PTP agent, and shows it over HTTP.
 #include <csignal>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 #include "Holt/Failure.h"
 #include "Holt/LogOutput.h"
@@ -33,18 +31,6 @@ struct CommandLine {
    double answerTime = 60;
 };
 
-std::string contents(char const* option, std::string const& path) {
-   if (path.empty()) {
-      return {};
-   }
-   std::ifstream file(path, std::ios::binary);
-   std::ostringstream text;
-   if (!(text << file.rdbuf())) {
-      throw Holt::Failure(std::string(option) + " " + path + ": cannot be read, or is empty");
-   }
-   return text.str();
-}
-
 U64 nanoseconds(double seconds) {
    return static_cast<U64>(seconds * 1e9);
 }
@@ -58,8 +44,8 @@ HttpServer::Options serverOptions(CommandLine const& line) {
    if (options.listen.empty()) {
       options.listen.emplace_back("127.0.0.1:9979");
    }
-   options.certificate = contents("--tls-cert", line.certificate);
-   options.key = contents("--tls-key", line.key);
+   options.certificate = Tools::fileOf("--tls-cert", line.certificate);
+   options.key = Tools::fileOf("--tls-key", line.key);
    options.clients = line.clients;
    options.request = nanoseconds(line.requestTime);
    options.answer = nanoseconds(line.answerTime);

@@ -2,8 +2,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
-#include <sstream>
 
 #include "Holt/Failure.h"
 #include "Holt/LogOutput.h"
@@ -30,18 +28,6 @@ struct CommandLine {
    double gather = 0.01;
 };
 
-std::string contents(char const* option, std::string const& path) {
-   if (path.empty()) {
-      return {};
-   }
-   std::ifstream file(path, std::ios::binary);
-   std::ostringstream text;
-   if (!(text << file.rdbuf())) {
-      throw Holt::Failure(std::string(option) + " " + path + ": cannot be read, or is empty");
-   }
-   return text.str();
-}
-
 Listening listeningOf(CommandLine const& line) {
    if (line.insecure) {
       if (!line.certificate.empty() || !line.key.empty() || !line.clientAuthorities.empty()) {
@@ -52,8 +38,9 @@ Listening listeningOf(CommandLine const& line) {
             "TLS needs --tls-cert and --tls-key; --insecure is for a connection without TLS",
             Holt::Exit::usage);
    }
-   return {line.listen, line.insecure, contents("--tls-cert", line.certificate),
-           contents("--tls-key", line.key), contents("--tls-client-ca", line.clientAuthorities)};
+   return {line.listen, line.insecure, Tools::fileOf("--tls-cert", line.certificate),
+           Tools::fileOf("--tls-key", line.key),
+           Tools::fileOf("--tls-client-ca", line.clientAuthorities)};
 }
 
 /// Tells the engine what the feed has.

@@ -1,7 +1,9 @@
 #include "tools/shared/CommandLine.h"
 
 #include <exception>
+#include <fstream>
 #include <iostream>
+#include <sstream>
 
 #include "Kiv/Printable.h"
 #include "tools/shared/Socket.h"
@@ -63,6 +65,18 @@ void addClientOptions(Command const& command, ClientOptions& options, bool requi
                  "Commands that keep running wait this long for each answer")
          .placeholder("SECONDS")
          .range(0.001, 1e6);
+}
+
+std::string fileOf(char const* option, std::string const& path) {
+   if (path.empty()) {
+      return {};
+   }
+   std::ifstream file(path, std::ios::binary);
+   std::ostringstream text;
+   if (!(text << file.rdbuf())) {
+      throw Holt::Failure(std::string(option) + " " + path + ": cannot be read, or is empty");
+   }
+   return text.str();
 }
 
 Holt::Exit refuse(Program const& program, std::string const& message, std::ostream& errors) {

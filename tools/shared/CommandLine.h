@@ -31,6 +31,10 @@ void addListenOption(Command const& command, std::string& socket);
 /// Adds `--socket` and `--timeout` of a client.
 void addClientOptions(Command const& command, ClientOptions& options, bool required = true);
 
+/// The contents of the file that an option names; empty if it names none. Throws `Holt::Failure`,
+/// with the option and the file, if it cannot be read or is empty.
+std::string fileOf(char const* option, std::string const& path);
+
 /// Writes a line about a command line that is wrong, and returns the exit status.
 Holt::Exit refuse(Program const& program, std::string const& message, std::ostream& errors);
 
