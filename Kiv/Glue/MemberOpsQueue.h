@@ -86,11 +86,14 @@ struct QueueMemberOps {
    static void applyFront(Entity& owner, U32 sequence) {
       Q& q = queue(owner);
       FirstException thrown;
+      U32 const front = q.frontSequence();
+      bool const renumbered = sequence - front > q.nextSequence() - front;
       dropTo(owner, sequence, thrown);
-      if (!q.empty() && q.frontSequence() != sequence) {
+      // Else observers may have taken more, and what is left is still to be kept.
+      if (renumbered && !q.empty() && q.frontSequence() != sequence) {
          dropTo(owner, q.nextSequence(), thrown);
       }
-      if (q.empty() && q.nextSequence() != sequence) {
+      if (renumbered && q.empty() && q.nextSequence() != sequence) {
          q.forceSequenceNumber(sequence);
          thrown.attempt(
                [&] { owner.publishChangeRecursive(id, &sequence, nullptr, &keysEqual<U32>); });

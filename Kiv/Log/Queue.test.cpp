@@ -280,6 +280,55 @@ TEST_F(StreamServedQueue, IsTheSameAgainWhenAnObserverAppendsWhileTheWriterDrops
    expectEqual();
 }
 
+/// Takes the first element when it is notified of a change of the queue, once.
+struct TakesOnce : Kiv::Observer {
+   explicit TakesOnce(Stem& watched) : root(watched) { root.observerAdd(*this); }
+   ~TakesOnce() { root.observerDel(*this); }
+   void onChange(Kiv::Change const& change) override {
+      if (change.attributeId == samplesId() && !done) {
+         done = true;
+         root.samplesDeq();
+      }
+   }
+   Stem& root;
+   bool done = false;
+};
+
+TEST_F(StreamServedQueue, KeepsTheOthersWhenAnObserverOfTheWriterTakesOneMoreThanTheSource) {
+   for (double const sample : {1, 2, 3, 4}) {
+      root->samplesEnq(sample);
+   }
+   carry();
+   root->samplesDeq();
+   Bytes const fromSource = source.take();
+   {
+      TakesOnce const observer(*copy);
+      mirror.receive(fromSource);
+      ASSERT_TRUE(observer.done);
+   }
+   EXPECT_EQ(copy->samplesAll().size(), root->samplesAll().size() - 1);
+   carry();
+   expectEqual();
+}
+
+TEST_F(StreamServedQueue, KeepsTheOthersWhenAnObserverOfTheSourceTakesOneMoreThanTheWriter) {
+   for (double const sample : {1, 2, 3, 4}) {
+      root->samplesEnq(sample);
+   }
+   carry();
+   std::size_t const size = root->samplesAll().size();
+   copy->samplesDeq();
+   Bytes const fromWriter = mirror.take();
+   {
+      TakesOnce const observer(*root);
+      source.receive(fromWriter);
+      ASSERT_TRUE(observer.done);
+   }
+   EXPECT_EQ(root->samplesAll().size(), size - 2);
+   carry();
+   expectEqual();
+}
+
 /// A writer whose output is full.
 class StreamFullWriter : public StreamStopTest {
 protected:
