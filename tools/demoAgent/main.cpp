@@ -6,6 +6,7 @@
 #include <ctime>
 #include <iostream>
 #include <limits>
+#include <optional>
 
 #include "Holt/File.h"
 #include "Holt/Loop.h"
@@ -15,6 +16,7 @@
 #include "Kiv/Printable.h"
 #include "tools/demoAgent/Agent.h"
 #include "tools/shared/CommandLine.h"
+#include "tools/shared/Contribution.h"
 
 namespace {
 
@@ -23,6 +25,7 @@ using Clock = std::chrono::steady_clock;
 
 struct Options {
    std::string socket;
+   std::string statedb;
    std::string dump;
    U32 ports = 64;
    U32 seconds = 0;
@@ -114,6 +117,11 @@ void run(Options const& options) {
       server.rootIs(status);
       Holt::Loop loop;
       loop.add(server);
+      std::optional<Tools::Contribution> contribution;
+      if (!options.statedb.empty()) {
+         contribution.emplace(options.statedb, status);
+         loop.add(*contribution);
+      }
       std::cout << "serving " << status->nameString() << " with " << status->portDSCount()
                 << " ports" << std::endl;
       auto const confirmed = [&server] { return server.synced(); };
@@ -146,6 +154,8 @@ int main(int argc, char** argv) {
    command.flag("--instant", options.instant,
                 "Wait until a reader has everything, and then simulate all seconds at once");
    command.option("--seed", options.seed, "Seed of the random numbers (1)");
+   command.option("--statedb", options.statedb, "Keep the status at this server, too")
+         .placeholder("SOCKET");
    command.option("--dump", options.dump, "At the end, write a dump; - for standard output")
          .placeholder("FILE");
    return Tools::runProgram(program, argc, argv, [&options] { run(options); });

@@ -19,6 +19,7 @@
 #include "tools/ptp4lAgent/Links.h"
 #include "tools/ptp4lAgent/Readiness.h"
 #include "tools/shared/CommandLine.h"
+#include "tools/shared/Contribution.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ struct CommandLine {
    std::string conf;
    std::string writeConf;
    std::string reload;
+   std::string statedb;
    U32 domain = notGiven;
    U32 transportSpecific = notGiven;
    std::string mode;
@@ -138,6 +140,20 @@ std::optional<U8> given(U32 number) {
    return number != notGiven ? std::optional(static_cast<U8>(number)) : std::nullopt;
 }
 
+/// Keeps a root at the server of --statedb, too.
+void contribute(CommandLine const& line, Holt::LogOutput& log,
+                std::list<Tools::Contribution>& contributions, Kiv::NamedEntity& root) {
+   Tools::Contribution& one =
+         contributions.emplace_back(line.statedb, Sarn::Ptr<Kiv::NamedEntity>(&root));
+   if (!line.quiet) {
+      one.onStatus = [&log](Tools::Contribution const& told) {
+         Sarn::String const& name = told.own().nameString();
+         log.line(Holt::timeText(Holt::wallNow()) + " " +
+                  (told.current() ? name + " is kept by the server of --statedb" : told.reason()));
+      };
+   }
+}
+
 void run(CommandLine const& line) {
    std::signal(SIGPIPE, SIG_IGN);  // the agent outlives the reader of its log
    Holt::StopSignals const stop;
@@ -200,6 +216,15 @@ void run(CommandLine const& line) {
       waitForDaemon(clock.config(), server);
       loop.add(clock.daemon());
    }
+   std::list<Tools::Contribution> contributions;
+   if (!line.statedb.empty()) {
+      for (Kiv::NamedEntity* const root : server.roots()) {
+         if (&root->kivType() != &Ptp::Config::kivTypeImpl) {
+            contribute(line, log, contributions, *root);
+            loop.add(contributions.back());
+         }
+      }
+   }
    loop.add(server);
    Readiness readiness([&clocks] {
       return std::ranges::all_of(clocks, [](Clock& clock) { return clock.daemon().hasTold(); });
@@ -233,6 +258,12 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
                  "Run this shell command after the file has been written, such as 'systemctl "
                  "restart ptp4l@eth0'")
          .placeholder("COMMAND");
+   command
+         .option("--statedb", line.statedb,
+                 "Keep the roots at this server, too, except the configuration: it must offer "
+                 "roots of their types and names. The agent claims them, and tries again for as "
+                 "long as the server is away or refuses")
+         .placeholder("SOCKET");
    command.option("--domain", line.domain, "The clock's domain; by default, all are tried")
          .placeholder("NUMBER")
          .range(U64{0}, U64{255});
