@@ -54,7 +54,8 @@ cp "$blocks"/*.cpp "$home/first/firstMinutes.cpp"
 script() {
    cat <<'TEXT'
 set -eE
-trap 'cat ~/output; echo "the README fails here: $BASH_COMMAND"' ERR
+exec 3>&1
+trap '{ cat ~/output; echo "the README fails here: $BASH_COMMAND"; } >&3' ERR
 [ -z "${LANG:-}${LC_ALL:-}" ]
 TEXT
    local block
