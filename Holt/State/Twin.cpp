@@ -121,25 +121,33 @@ void copyCollection(Entity const& from, FieldDescriptor const& field, Entity& to
    }
 }
 
-/// Copies a queue. Elements with the same number are equal if the queue was equal once.
-void copyQueue(Entity const& from, FieldDescriptor const& field, Entity& to, bool wasEqual) {
+/// Whether the elements of `to` behind its first `dropped` are the first ones of `from`.
+bool continues(Entity const& from, Kiv::QueueOps const& ops, Entity const& to, U32 dropped) {
+   U32 at = ops.frontSequence(from);
+   for (U32 i = ops.frontSequence(to) + dropped; i != ops.nextSequence(to); ++i, ++at) {
+      if (queuedBytes(ops, ops.at(from, at)) != queuedBytes(ops, ops.at(to, i))) {
+         return false;
+      }
+   }
+   return true;
+}
+
+/// Copies a queue: removes from the front what is not in `from`, and appends what is missing. The
+/// numbers of the elements do not count: whoever serves `to` to others numbers them.
+void copyQueue(Entity const& from, FieldDescriptor const& field, Entity& to) {
    Kiv::QueueOps const& ops = *field.ops->queue;
-   U32 const front = ops.frontSequence(from);
-   U32 const next = ops.nextSequence(from);
-   // Whether what is left of `to` behind `front` is the beginning of `from`.
-   bool same = front - ops.frontSequence(to) <= ops.nextSequence(to) - ops.frontSequence(to) &&
-               ops.nextSequence(to) - front <= next - front;
-   for (U32 at = front; same && !wasEqual && at != ops.nextSequence(to); ++at) {
-      same = queuedBytes(ops, ops.at(from, at)) == queuedBytes(ops, ops.at(to, at));
+   U32 const wanted = ops.nextSequence(from) - ops.frontSequence(from);
+   U32 const present = ops.nextSequence(to) - ops.frontSequence(to);
+   U32 dropped = present > wanted ? present - wanted : 0;
+   while (dropped != present && !continues(from, ops, to, dropped)) {
+      ++dropped;
    }
-   if (!same) {
-      ops.applyFront(to, ops.nextSequence(to));
+   for (U32 i = 0; i != dropped; ++i) {
+      ops.deq(to);
    }
-   ops.applyFront(to, front);
-   for (U32 at = ops.nextSequence(to); at != next; ++at) {
-      Bytes const bytes = queuedBytes(ops, ops.at(from, at));
-      In in(bytes.data(), bytes.data() + bytes.size());
-      ops.applyEnq(to, at, in);
+   for (U32 at = ops.frontSequence(from) + (present - dropped); at != ops.nextSequence(from);
+        ++at) {
+      ops.enq(to, ops.at(from, at));
    }
 }
 
@@ -164,7 +172,7 @@ void copyMember(Entity const& from, FieldDescriptor const& field, void const* ke
          }
          break;
       case MemberKind::queue:
-         copyQueue(from, field, to, key != nullptr);
+         copyQueue(from, field, to);
          break;
       case MemberKind::none:
       case MemberKind::operation:
