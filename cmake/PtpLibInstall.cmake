@@ -28,6 +28,9 @@ function(ptplib_install)
    endif()
    # Builds only what `cmake --install` needs.
    add_custom_target(installed DEPENDS ${exported} ${programs})
+   if(TARGET python)
+      add_dependencies(installed python)
+   endif()
    install(TARGETS ${exported} EXPORT PtpLibTargets
       RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
       LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")

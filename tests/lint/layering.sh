@@ -45,6 +45,7 @@ tools/ptpexport: $libraries Holt tools/cli tools/shared
 tests of tools/ptpexport: tools/ptp4lAgent tools/demoAgent
 tools/ptpgnmi: $libraries Holt tools/cli tools/shared
 tools/demoAgent: $libraries Holt tools/cli tools/shared
+python: $libraries Holt
 examples: $libraries Holt
 bench: $libraries $for_tests
 fuzz: $libraries $for_tests Holt tools/ptp4lAgent tools/ptpexport
