@@ -88,6 +88,14 @@ PyObject* attributeOfChange(PyObject* self, void*) {
                                   : PyUnicode_FromFormat("%d", int{change.id});
 }
 
+/// Throws in a thread that does not own the tree.
+void checkThread(EntityObject const& object) {
+   if (object.state->thread != PyThread_get_thread_ident()) {
+      raise(PyExc_RuntimeError, "the tree of " + object.state->root->nameString() +
+                                      " belongs to the thread that made it; no other may use it");
+   }
+}
+
 /// The present content of what has changed.
 PyObject* present(ChangeObject const& change) {
    EntityObject const& object = entityObject(change.entity);
@@ -124,6 +132,7 @@ PyObject* newOfChange(PyObject* self, void*) {
    return guarded<PyObject*>(nullptr, [&] {
       ChangeObject& change = changeOf(self);
       if (change.fresh == nullptr) {
+         checkThread(entityObject(change.entity));
          change.fresh = present(change);
       }
       return shared(change.fresh);
@@ -134,6 +143,7 @@ PyObject* pathOfChange(PyObject* self, void*) {
    return guarded<PyObject*>(nullptr, [&] {
       ChangeObject& change = changeOf(self);
       if (change.path == nullptr) {
+         checkThread(entityObject(change.entity));
          Sarn::String path = entityPath(*entityObject(change.entity).entity) + ".";
          path += change.field != nullptr ? change.field->name : std::to_string(change.id).c_str();
          if (change.key != nullptr) {
@@ -235,10 +245,11 @@ public:
       py::reinterpret_steal<py::object>(given(PyObject_CallOneArg(callback.ptr(), object.ptr())));
    }
 
-private:
    EntityObject const& watched() const noexcept {
       return *reinterpret_cast<EntityObject const*>(entity_);
    }
+
+private:
    bool concerns(Kiv::Change const& change) const {
       if (attributes_.empty()) {
          return true;
@@ -309,10 +320,13 @@ void deallocateObserver(PyObject* self) {
 }
 
 PyObject* endObserver(PyObject* self, PyObject*) {
-   if (Watch* const watch = observerOf(self).watch) {
-      watch->end();
-   }
-   Py_RETURN_NONE;
+   return guarded<PyObject*>(nullptr, [&]() -> PyObject* {
+      if (Watch* const watch = observerOf(self).watch) {
+         checkThread(watch->watched());
+         watch->end();
+      }
+      Py_RETURN_NONE;
+   });
 }
 
 PyMethodDef observerMethods[] = {

@@ -3,6 +3,7 @@
 import asyncio
 import collections
 import time
+import weakref
 
 from . import _ptplib
 
@@ -48,7 +49,14 @@ class Changes:
         self._future = None
         self._error = None
         self._closed = False
-        self._observation = Observation(entity, self._take, below, attributes)
+        me = weakref.ref(self)
+
+        def take(change):
+            if (changes := me()) is not None:
+                changes._take(change)
+        # An iterator that nobody holds any more ends.
+        self._observation = Observation(entity, take, below, attributes)
+        weakref.finalize(self, self._observation.close).atexit = False
         if self._client is not None:
             self._client._iterators.add(self)
 

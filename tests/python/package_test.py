@@ -219,17 +219,24 @@ class Trees(unittest.TestCase):
 
     def test_another_thread_is_refused(self):
         caught = []
+        changes = []
+        observation = self.config.observe(changes.append)
+        self.config.priority1 = 1
+        uses = (lambda: self.config.priority1, lambda: changes[0].new, lambda: changes[0].path,
+                observation.close)
 
         def use():
-            try:
-                self.config.priority1
-            except RuntimeError as error:
-                caught.append(str(error))
+            for each in uses:
+                try:
+                    each()
+                except RuntimeError as error:
+                    caught.append(str(error))
         thread = threading.Thread(target=use)
         thread.start()
         thread.join()
         self.assertEqual(caught, ["the tree of ptp/config belongs to the thread that made it; no "
-                                  "other may use it"])
+                                  "other may use it"] * len(uses))
+        self.assertEqual(changes[0].new, 1)
 
 
 class Observers(unittest.TestCase):
@@ -305,6 +312,15 @@ class Observers(unittest.TestCase):
                 return change.path, change.old, change.new
         self.assertEqual(asyncio.run(asyncio.wait_for(follow(), 10)),
                          ("ptp/config.priority1", 128, 9))
+
+    def test_an_iterator_that_is_dropped_observes_no_more(self):
+        changes = self.config.changes()
+        self.config.priority1 = 4
+        self.assertEqual(next(changes).new, 4)
+        self.assertEqual(len(self.config._tree.observers), 1)
+        del changes
+        self.assertEqual(len(self.config._tree.observers), 0)
+        self.assertEqual(list(self.config.changes()), [])
 
     def test_a_tree_whose_callback_refers_to_it_is_collected(self):
         def make():

@@ -31,7 +31,7 @@ files() {
 echo "--- what the packages need of Debian"
 needed=$(for deb in "$root"/packages/*.deb; do
    dpkg-deb -f "$deb" Depends | tr ',' '\n'
-done | sed 's/^ *//' | grep -vE '^(libptplib0|libptplib-dev|ptpstate|ptpexport|ptplib-snmp) ' | sort -u | paste -sd ,)
+done | sed 's/^ *//' | grep -vE '^(libptplib0|libptplib-dev|ptpstate|ptpexport|ptplib-snmp|python3-ptplib) ' | sort -u | paste -sd ,)
 echo "$needed"
 inside apt-get -qq update
 inside apt-get -qq -y --no-install-recommends satisfy "$needed" >/dev/null 2>&1 || fail "is not available"
@@ -41,7 +41,7 @@ files >"$root/tmp/before"
 
 echo "--- the programs, without the files for developers"
 # shellcheck disable=SC2046
-install $(package libptplib0 ptpstate ptpexport ptplib-snmp)
+install $(package libptplib0 ptpstate ptpexport ptplib-snmp python3-ptplib)
 for program in ptpstate ptpports ptp4lAgent ptpexport ptpsnmp; do
    inside "$program" --version
    inside "$program" --help >/dev/null
@@ -55,8 +55,13 @@ inside bash -c '
    for _ in $(seq 100); do ! grep -q ^serving /tmp/serve.log || break; sleep 0.1; done
    ptpstate set --socket /run/test.sock ptp/config.domainNumber 24
    ptpstate get --socket /run/test.sock ptp/config.domainNumber
+   python3 -c "
+import ptplib
+with ptplib.connect(\"/run/test.sock\") as client:
+    print(\"python\", client.mirror(\"ptp/config\").domainNumber + 1)"
    kill %1
    wait' | tee "$root/tmp/output"
+grep -qF 'python 25' "$root/tmp/output" || fail "the package for Python does not read it"
 grep -qw 24 "$root/tmp/output" || fail "a value that was set is not there"
 inside bash -c '. /usr/share/bash-completion/completions/ptpstate && complete -p ptpstate' >/dev/null
 for program in ptp4lAgent ptpexport ptpsnmp; do
@@ -102,7 +107,7 @@ grep -qF "libptplib0 (<< $next)" "$root/tmp/depends" || fail "accepts $next"
 echo "--- upgrade"
 # The same packages, as those of a later commit.
 mkdir "$root/packages/later"
-for name in libptplib0 libptplib-dev ptpstate ptpexport ptplib-snmp; do
+for name in libptplib0 libptplib-dev ptpstate ptpexport ptplib-snmp python3-ptplib; do
    dpkg-deb -R "$root$(package $name)" "$root/tmp/$name"
    sed -i "s/$version/$version+1/" "$root/tmp/$name/DEBIAN/control"
    dpkg-deb --root-owner-group -b "$root/tmp/$name" "$root/packages/later" >/dev/null
@@ -112,7 +117,8 @@ done
 inside apt-get -s install $(package later/libptplib0) | grep '^Remv ptpstate ' ||
    fail "the libraries can be upgraded without the programs"
 # shellcheck disable=SC2046
-install $(package later/libptplib0 later/libptplib-dev later/ptpstate later/ptpexport later/ptplib-snmp)
+install $(package later/libptplib0 later/libptplib-dev later/ptpstate later/ptpexport later/ptplib-snmp \
+   later/python3-ptplib)
 inside ptpstate --version
 inside /use/firstMinutes >/dev/null
 
