@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "Kiv/NboAttrLogMount.h"
@@ -43,7 +44,13 @@ public:
    /// A value is longer than `Limits::longestValue`, so it is not sent to the peer. `what` names
    /// entity, attribute, key and size. The peer keeps the old value of an attribute, lacks the
    /// element of a collection, and gets a default element of a queue. Everything else goes on.
+   ///
+   /// The same goes for a change that is not sent because the peer, which has another version of
+   /// the module, refuses the value; or, to a peer that we write to, lacks the attribute.
    virtual void onLeftOut(Session&, Sarn::String const& what) { (void)what; }
+   /// The peer has another version of a module, which fits ours but lacks some of it: see
+   /// `Session::lacking`. Changes of that are not sent. Called once, before any root is replayed.
+   virtual void onLacking(Session&, std::span<Sarn::String const> lacking) { (void)lacking; }
 
 protected:
    ~SessionListener() = default;

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <memory>
+#include <span>
 
 #include "Kiv/NboAttrLogCircularBuffer.h"
 #include "Kiv/NboAttrLogHub.h"
@@ -84,6 +85,11 @@ public:
    Sarn::String const& closeReason() const noexcept;
    /// Who ended the session.
    Ending ending() const noexcept;
+
+   /// What the peer's version of our modules lacks, if it has another: "Ptp::Config.driftLimit", or
+   /// "Ptp::Config" for a whole type, in the order of modules, types and ids. Empty if it has the
+   /// same, and until it has said what it has. Valid as long as the session.
+   std::span<Sarn::String const> lacking() const noexcept;
 
    // Progress.
 

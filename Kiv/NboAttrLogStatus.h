@@ -45,7 +45,8 @@ struct SessionStats {
    /// Deferred changes that the peer never saw, because a later one of the same attribute or key
    /// replaced them.
    U64 changesCoalesced = 0;
-   /// Values not sent because they are longer than `Limits::longestValue`.
+   /// Values not sent because they are longer than `Limits::longestValue`, or because the peer's
+   /// version of the type does not take them.
    U64 valuesLeftOut = 0;
 };
 
@@ -82,7 +83,13 @@ struct SessionStatus {
    std::vector<ServedRoot> roots;
    /// The latest values that were left out, each with entity, attribute, key and size.
    std::vector<Sarn::String> leftOut;
+   /// How much the peer lacks of our types, and the first names: see `Session::lacking`.
+   U64 lackingCount = 0;
+   std::vector<Sarn::String> lacking;
 };
+
+/// The most names in `SessionStatus::lacking`.
+inline constexpr std::size_t mostLackingNames = 32;
 
 class In;
 class Out;

@@ -37,6 +37,10 @@ private:
 namespace {
 
 constexpr U32 firstHandle = 0x01000000;
+/// More than there are, so that some are unknown; always the same, so that scripts keep their
+/// meaning.
+constexpr U8 opcodes = 40;
+static_assert(static_cast<U8>(Opcode::last_) < opcodes);
 
 Kiv::NboAttrLog::Limits smallLimits() {
    Kiv::NboAttrLog::Limits all;
@@ -126,8 +130,7 @@ void PeerScript::play(Input& in) {
             receive(in.bytes(in.word()));
             break;
          case 1: {
-            auto const opcode =
-                  static_cast<Opcode>(in.byte() % (static_cast<U8>(Opcode::last_) + 2));
+            auto const opcode = static_cast<Opcode>(in.byte() % opcodes);
             U8 const handle = in.byte();
             U16 const attribute = static_cast<U16>(257 + in.byte() % 64);
             receive(message(opcode, handle == 0 ? 0 : firstHandle + handle % 16 - 1, attribute,

@@ -1,6 +1,6 @@
 #include "KivTest/SimulationTree.h"
 
-#include <vector>
+#include <algorithm>
 
 #include "Kiv/AttrOps.h"
 #include "Kiv/Path.h"
@@ -32,6 +32,8 @@ private:
 
 class Comparison {
 public:
+   explicit Comparison(std::vector<FieldDescriptor const*> const& ignored) : ignored_(ignored) {}
+
    /// Empty, or the first difference.
    std::string entities(Entity& expected, Entity& actual) {
       if (&expected.kivType() != &actual.kivType()) {
@@ -39,7 +41,8 @@ public:
       }
       std::string difference;
       Kiv::forEachField(expected.kivType(), [&](FieldDescriptor const& field) {
-         if (difference.empty()) {
+         bool const ignored = std::find(ignored_.begin(), ignored_.end(), &field) != ignored_.end();
+         if (difference.empty() && !ignored) {
             difference = members(expected, actual, field);
          }
       });
@@ -173,12 +176,15 @@ private:
       }
       return {};
    }
+
+   std::vector<FieldDescriptor const*> const& ignored_;
 };
 
 }  // namespace
 
-std::string firstDifference(Entity& expected, Entity& actual) {
-   return Comparison().entities(expected, actual);
+std::string firstDifference(Entity& expected, Entity& actual,
+                            std::vector<FieldDescriptor const*> const& ignored) {
+   return Comparison(ignored).entities(expected, actual);
 }
 
 std::size_t entityCount(Entity& root) {

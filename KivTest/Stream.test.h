@@ -147,6 +147,9 @@ struct End : SessionListener {
    void onLeftOut(Session&, Sarn::String const& what) override {
       events.push_back("left out: " + what);
    }
+   void onLacking(Session&, std::span<Sarn::String const> lacking) override {
+      events.push_back("lacking " + std::to_string(lacking.size()));
+   }
    void onSynced(Session&, U32 token) override {
       events.push_back("synced " + std::to_string(token));
    }

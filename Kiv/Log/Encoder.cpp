@@ -140,11 +140,14 @@ bool Encoder::introduce(Entity& owner, FieldDescriptor const& field, Entity& chi
       return false;
    }
    std::size_t const size = creationSize(child);
-   if (output_.isLeftOut(size)) [[unlikely]] {  // along with everything below it
+   bool const refused = peerTypes_ != nullptr && peerTypes_->refusesChild(child, leftOut_);
+   if (refused || output_.isLeftOut(size)) [[unlikely]] {  // along with everything below it
       if (field.kind == MemberKind::child && !erase(owner, field, nullptr)) {
          return false;
       }
-      leaveOut(size, child, nullptr, nullptr);
+      if (!refused) {
+         leaveOut(size, child, nullptr, nullptr);
+      }
       return true;
    }
    if (!create(owner, field, child)) {

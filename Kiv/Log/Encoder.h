@@ -4,6 +4,7 @@
 #include "Kiv/Log/LeftOut.h"
 #include "Kiv/Log/Names.h"
 #include "Kiv/Log/Outbox.h"
+#include "Kiv/Log/PeerTypes.h"
 
 namespace Kiv::NboAttrLog {
 
@@ -60,7 +61,18 @@ public:
            handles_(handles),
            closing_(closing),
            names_(names),
-           crossing_(crossing) {}
+           crossing_(crossing),
+           leftOut_(leftOut) {}
+
+   /// As in the base class, unless the peer refuses the value.
+   bool set(Entity const& entity, FieldDescriptor const& field, U32 handle) {
+      if (peerTypes_ != nullptr && peerTypes_->refuses(entity, field, leftOut_)) [[unlikely]] {
+         return true;
+      }
+      return ChangeEncoder::set(entity, field, handle);
+   }
+   /// The peer has other types: what it refuses is left out from now on.
+   void peerTypesAre(PeerTypes const& peerTypes) noexcept { peerTypes_ = &peerTypes; }
 
    /// Makes sure that the peer knows the entity and has our acknowledgement, if it needs one,
    /// before a change of the entity.
@@ -80,6 +92,8 @@ private:
    Closing& closing_;
    Names& names_;
    Crossing& crossing_;
+   LeftOut& leftOut_;
+   PeerTypes const* peerTypes_ = nullptr;
 };
 
 /// The size of a single value.

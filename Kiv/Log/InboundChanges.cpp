@@ -138,7 +138,7 @@ public:
       // instead.
       Mounts const& mounts = inbound_.mounts_;
       if (untold && mounts.writes(there) && mounts.followed(there)->complete()) {
-         inbound_.teller_.backlog().markAll(there);
+         inbound_.teller_.markAll(there);
       }
    }
 

@@ -34,8 +34,17 @@ void LeftOut::note(std::size_t bodySize, std::size_t bound, Entity const& entity
       what += " (" + std::to_string(field->fieldId) + ")";
    }
    what += ": " + std::to_string(bodySize) + " bytes exceed the bound of " + std::to_string(bound);
-   ++count_;
    anyChild_ = anyChild_ || field == nullptr;
+   add(std::move(what));
+}
+
+void LeftOut::note(Entity const& entity, FieldDescriptor const& field, Sarn::String const& why) {
+   add(shortened(entityPath(entity)) + "." + field.name + " (" + std::to_string(field.fieldId) +
+       "): " + why);
+}
+
+void LeftOut::add(Sarn::String what) {
+   ++count_;
    if (std::find(names_.begin(), names_.end(), what) != names_.end()) {
       return;
    }

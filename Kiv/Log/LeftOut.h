@@ -6,8 +6,9 @@
 
 namespace Kiv::NboAttrLog {
 
-/// The values that one peer is not sent because they are longer than `Limits::longestValue`: how
-/// many there were, and the names of the last ones.
+/// The values that one peer is not sent because they are longer than `Limits::longestValue`, or
+/// because its version of the type does not have them: how many there were, and the names of the
+/// last ones.
 ///
 ///     names   | oldest ... | listener not notified yet |
 ///
@@ -20,6 +21,9 @@ public:
    void note(std::size_t bodySize, std::size_t bound, Entity const& entity,
              FieldDescriptor const* field, void const* key);
 
+   /// The same for a value that is not sent for another reason, `why`.
+   void note(Entity const& entity, FieldDescriptor const& field, Sarn::String const& why);
+
    /// Whether the listener has not been notified of all names.
    bool untold() const noexcept { return untold_ != 0; }
    /// Takes the oldest of those; it counts as notified. REQUIRES: untold().
@@ -31,6 +35,8 @@ public:
    std::vector<Sarn::String> const& names() const noexcept { return names_; }
 
 private:
+   void add(Sarn::String what);
+
    std::vector<Sarn::String> names_;
    std::size_t untold_ = 0;
    U64 count_ = 0;

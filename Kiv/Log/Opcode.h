@@ -58,7 +58,9 @@ enum class Opcode : U8 {
    sessions = 23,
    /// A part of a longer message: U8 opcode, U32 size, U32 offset, bytes.
    part = 24,
-   last_ = part,
+   /// One type of a module that the peer has with another hash: see `Schema.h`.
+   types = 25,
+   last_ = types,
 };
 
 /// The name of an opcode as above, or "?" for a number that is none.
@@ -89,6 +91,7 @@ constexpr std::string_view opcodeName(Opcode opcode) noexcept {
          "listSessions",
          "sessions",
          "part",
+         "types",
    };
    static_assert(std::size(names) == static_cast<std::size_t>(Opcode::last_) + 1);
    auto const number = static_cast<std::size_t>(opcode);

@@ -50,7 +50,7 @@ bool PartsIn::add(Header const& header, In& in, std::size_t (*bound)(void* conte
          in.fault("a part of another message comes between the parts of one", partHeaderSize);
       }
    } else {
-      if (opcode <= Opcode::hello || opcode >= Opcode::part) {
+      if (opcode <= Opcode::hello || opcode == Opcode::part || opcode > Opcode::last_) {
          in.fault("a message of kind " + std::to_string(static_cast<unsigned>(opcode)) +
                         " does not come in parts",
                   partHeaderSize);

@@ -34,6 +34,7 @@ void Session::Impl::hello() {
       size += 4 + std::strlen(at->name()) + 4;
       ++count;
    }
+   greetedWith_ = count;
    teller_.outbox().write(Opcode::hello, size, 0, 0, [count](Out& out) {
       out.writeBytes(helloMagic, 8);
       out.writeU32(protocolVersion);
@@ -313,7 +314,18 @@ SessionStatus Session::Impl::status() const {
       told.complete = served.ended;
    }
    status.leftOut = teller_.leftOut().names();
+   auto const lacks = lacking();
+   status.lackingCount = lacks.size();
+   for (Sarn::String const& what : lacks.first(std::min(lacks.size(), mostLackingNames))) {
+      status.lacking.push_back(what.substr(0, longestName));
+   }
    return status;
+}
+
+std::span<Sarn::String const> Session::Impl::lacking() const noexcept {
+   PeerTypes const* const types = teller_.peerTypes();
+   return types != nullptr && !types->waiting() ? types->lacking()
+                                                : std::span<Sarn::String const>();
 }
 
 // The public interface.
@@ -369,6 +381,9 @@ void Session::blocked() noexcept {
 }
 bool Session::handshakeDone() const noexcept {
    return impl_->inbound().greeted();
+}
+std::span<Sarn::String const> Session::lacking() const noexcept {
+   return impl_->lacking();
 }
 void Session::close(Sarn::String const& reason, bool tell) {
    impl_->close(reason, tell);

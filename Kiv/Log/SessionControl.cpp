@@ -1,7 +1,6 @@
 // Messages that are not changes: who the ends are, which roots they mirror, by which handles they
 // know the entities in them, and what they ask each other.
 #include <algorithm>
-#include <cstdio>
 
 #include "Kiv/Log/SessionImpl.h"
 #include "Kiv/Module.h"
@@ -10,6 +9,19 @@
 
 namespace Kiv::NboAttrLog {
 
+namespace {
+
+/// One of the first `count` modules: those that the peer has been greeted with.
+KivModule const* greetedModule(std::string_view name, U32 count) noexcept {
+   KivModule const* at = firstModule();
+   for (; at != nullptr && count != 0 && name != at->name(); --count) {
+      at = at->data->next;
+   }
+   return count != 0 ? at : nullptr;
+}
+
+}  // namespace
+
 void Session::Impl::onFailed() {
    close(closing_.reason(), true);
 }
@@ -17,14 +29,16 @@ void Session::Impl::onFailed() {
 std::size_t Session::Impl::longestMessage() const noexcept {
    Limits const& limits = hub_.limits();
    bool const answers = rootsAsked_ != 0 || sessionsAsked_ != 0;
-   bool const tells = answers || mounts_.peerWrites() || !mounts_.own().empty();
+   bool const tells =
+         answers || !teller_.mayReplay() || mounts_.peerWrites() || !mounts_.own().empty();
    return tells ? limits.longestMessage : std::min(limits.longestMessage, limits.unmounted);
 }
 
 /// A peer that may not change anything here has nothing long to send.
 std::size_t Session::Impl::longestInParts(Opcode opcode) const noexcept {
    bool const expected = isChange(opcode) ? mounts_.peerWrites() || !mounts_.own().empty()
-                                          : opcode == Opcode::roots && rootsAsked_ != 0;
+                                          : (opcode == Opcode::roots && rootsAsked_ != 0) ||
+                                                  (opcode == Opcode::types && !teller_.mayReplay());
    return expected ? hub_.limits().longestValue : longestMessage();
 }
 
@@ -35,6 +49,9 @@ void Session::Impl::onControl(Header const& header, In& in) {
          return;
       case Opcode::bye:
          applyBye(in);
+         return;
+      case Opcode::types:
+         applyTypes(in);
          return;
       case Opcode::mount:
          applyMount(in);
@@ -87,7 +104,7 @@ void Session::Impl::applyHello(In& in) {
       in.fault("the peer does not speak the attribute log", 8);
    }
    U32 const version = in.nextU32();
-   if (version != protocolVersion) {
+   if (version < oldestReadableVersion || version > protocolVersion) {
       in.fault("the peer speaks version " + std::to_string(version) +
                      " of the attribute log, not " + std::to_string(protocolVersion),
                4);
@@ -96,16 +113,9 @@ void Session::Impl::applyHello(In& in) {
    for (U32 left = in.nextU32(); left != 0; --left) {
       std::string_view const name = in.nextValidString(longestName);
       U32 const hash = in.nextU32();
-      KivModule const* const module = moduleByName(name);
+      KivModule const* const module = greetedModule(name, greetedWith_);
       if (module != nullptr && module->hash() != hash) {
-         auto const hex = [](U32 v) {
-            char text[16];
-            std::snprintf(text, sizeof text, "%x", v);
-            return Sarn::String(text);
-         };
-         in.fault("module " + Sarn::String(name) + " has hash " + hex(hash) + " at the peer, " +
-                        hex(module->hash()) + " here",
-                  4);
+         teller_.peerTypesIs().moduleDiffers(*module, hash);
       }
       common = common || module != nullptr;
    }
@@ -114,6 +124,21 @@ void Session::Impl::applyHello(In& in) {
       in.fault("the peer has none of the modules that are loaded here");
    }
    inbound_.hasGreeted();
+}
+
+/// The peer has another version of a module. If it fits ours, the session goes on with what both
+/// have.
+void Session::Impl::applyTypes(In& in) {
+   if (teller_.mayReplay()) {
+      in.fault("no types are expected");
+   }
+   PeerTypes& types = teller_.peerTypesIs();
+   Sarn::String const conflict = types.take(in);
+   if (!conflict.empty()) {
+      closing_.fail(conflict);
+   } else if (!types.waiting() && !types.lacking().empty()) {
+      callListener([&](SessionListener& listener) { listener.onLacking(self_, types.lacking()); });
+   }
 }
 
 void Session::Impl::applyBye(In& in) {
@@ -212,6 +237,7 @@ void Session::Impl::applyMountState(Header const& header, In& in) {
          break;
       case Opcode::replayBegin:
          if (state == Mount::State::asked) {
+            expectTypesKnown(in);
             teller_.names().checkHandle(header.handle, in);
             teller_.names().mapRoot(header.handle, mount.root());
             mountStateIs(mount, Mount::State::replaying);
@@ -232,6 +258,14 @@ void Session::Impl::applyMountState(Header const& header, In& in) {
          }
    }
    in.fault("the message does not fit the mount's state");
+}
+
+/// A peer with another version of a module says what its types are before it replays a root. A
+/// recording does not.
+void Session::Impl::expectTypesKnown(In const& in) const {
+   if (!teller_.mayReplay()) {
+      in.fault(teller_.peerTypes()->missing());
+   }
 }
 
 void Session::Impl::mountStateIs(Mount& mount, Mount::State state) {

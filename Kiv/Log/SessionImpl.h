@@ -51,6 +51,8 @@ public:
       return teller_.outbox().heldBytes() + inbound_.heldBytes();
    }
 
+   std::span<Sarn::String const> lacking() const noexcept;
+
    // For the hub.
    /// A root of ours is no longer offered.
    void rootGone(RootWatcher& watcher) noexcept;
@@ -72,6 +74,8 @@ private:
    std::size_t longestMessage() const noexcept override;
    std::size_t longestInParts(Opcode opcode) const noexcept override;
    void applyHello(In& in);
+   void applyTypes(In& in);
+   void expectTypesKnown(In const& in) const;
    void applyBye(In& in);
    void applyMount(In& in);
    void applyMountState(Header const& header, In& in);
@@ -104,6 +108,8 @@ private:
    Teller teller_;
    Inbound inbound_;
    PeerIdentity peer_;
+   /// How many modules were loaded when it greeted the peer.
+   U32 greetedWith_ = 0;
    U64 const openedAt_;
    /// When `expire` last found that it had sent or received something.
    U64 idleSince_;

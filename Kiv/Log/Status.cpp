@@ -9,6 +9,8 @@ namespace {
 constexpr U8 askingFlag = 1;
 /// The values that were left out follow the roots.
 constexpr U8 leftOutFlag = 2;
+/// What the peer lacks follows those.
+constexpr U8 lackingFlag = 4;
 /// Two lengths, the mode, and whether it is complete.
 constexpr std::size_t fixedRootSize = 4 + 4 + 1 + 1;
 
@@ -33,6 +35,12 @@ std::size_t encodedSize(SessionStatus const& status) {
          size += 4 + what.size();
       }
    }
+   if (status.lackingCount != 0) {
+      size += 8 + 4;
+      for (Sarn::String const& what : status.lacking) {
+         size += 4 + what.size();
+      }
+   }
    return size;
 }
 
@@ -43,7 +51,9 @@ void encode(Out& out, SessionStatus const& status) {
    out.writeU32(status.peer.gid);
    out.writeString(status.peer.program);
    bool const leftOut = status.stats.valuesLeftOut != 0;
-   out.writeU8(static_cast<U8>((status.asking ? askingFlag : 0) | (leftOut ? leftOutFlag : 0)));
+   bool const lacking = status.lackingCount != 0;
+   out.writeU8(static_cast<U8>((status.asking ? askingFlag : 0) | (leftOut ? leftOutFlag : 0) |
+                               (lacking ? lackingFlag : 0)));
    out.writeU64(status.age);
    out.writeU64(status.stats.messagesIn);
    out.writeU64(status.stats.messagesOut);
@@ -71,6 +81,13 @@ void encode(Out& out, SessionStatus const& status) {
          out.writeString(what);
       }
    }
+   if (lacking) {
+      out.writeU64(status.lackingCount);
+      out.writeU32(static_cast<U32>(status.lacking.size()));
+      for (Sarn::String const& what : status.lacking) {
+         out.writeString(what);
+      }
+   }
 }
 
 SessionStatus decodeSessionStatus(In& in) {
@@ -81,7 +98,7 @@ SessionStatus decodeSessionStatus(In& in) {
    status.peer.gid = in.nextU32();
    status.peer.program = in.nextValidString(longestName);
    U8 const flags = in.nextU8();
-   if (flags > (askingFlag | leftOutFlag)) {
+   if (flags > (askingFlag | leftOutFlag | lackingFlag)) {
       in.fault("a session has the unknown flags " + std::to_string(flags), 1);
    }
    status.asking = (flags & askingFlag) != 0;
@@ -114,6 +131,12 @@ SessionStatus decodeSessionStatus(In& in) {
       status.stats.valuesLeftOut = in.nextU64();
       for (U32 left = in.nextU32(); left != 0; --left) {
          status.leftOut.emplace_back(in.nextValidString(longestName));
+      }
+   }
+   if ((flags & lackingFlag) != 0) {
+      status.lackingCount = in.nextU64();
+      for (U32 left = in.nextU32(); left != 0; --left) {
+         status.lacking.emplace_back(in.nextValidString(longestName));
       }
    }
    return status;

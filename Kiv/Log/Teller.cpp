@@ -53,11 +53,57 @@ private:
 void Teller::tellOther(Entity& entity, FieldDescriptor const& field, void const* key,
                        Entity* removed) {
    open_.changed(entity, field, key);
+   if (isLacking(entity, field)) {
+      return;
+   }
    bool erased =
          removed != nullptr && names_.known(*removed) && !isReplaced(entity, field, *removed);
    if (!live() || !reach(entity) ||
        !NboAttrLog::tellOther(Alone(*this), entity, field, key, erased)) {
       backlog_.mark(entity, field, key, erased);
+   }
+}
+
+// A peer with other types.
+
+PeerTypes& Teller::peerTypesIs() {
+   if (peerTypes_ == nullptr) {
+      peerTypes_ = std::make_unique<PeerTypes>();
+      encoder_.peerTypesAre(*peerTypes_);
+      cursor().leave();
+   }
+   return *peerTypes_;
+}
+
+bool Teller::notesLacking(Entity const& entity, FieldDescriptor const& field) {
+   // Whoever writes to the peer must know. A reader knows what its source lacks.
+   if (peerTypes_->lacks(field)) {
+      if (mounts_.writes(entity)) {
+         leftOut_.note(entity, field, "the peer has no such attribute");
+      }
+      return true;
+   }
+   if (!names_.known(entity) && mounts_.writes(entity) && peerTypes_->lacksEntity(entity)) {
+      leftOut_.note(entity, field, "the peer has no attribute for this entity");
+      return true;
+   }
+   return false;
+}
+
+/// As `tellValue`, unless the peer does not have the attribute or refuses its value.
+void Teller::tellPartly(Entity& entity, FieldDescriptor const& field) {
+   if (isLacking(entity, field)) {
+      return;
+   }
+   if (!live() || !reach(entity) || !encoder_.set(entity, field, entity.streamHandle())) {
+      backlog_.mark(entity, field, nullptr, false);
+   }
+}
+
+void Teller::markAll(Entity& entity) {
+   backlog_.markAll(entity);
+   if (peerTypes_ != nullptr) {
+      peerTypes_->strip(*backlog_.find(entity));
    }
 }
 
@@ -70,14 +116,19 @@ void Teller::tellWithin(Entity& child) {
 void Teller::follow() noexcept {
    // Those who follow know the same entities, so one that lacks a child cannot. Inside a
    // publication, this peer may know an entity whose creation the others have not been told of. A
-   // writer needs acknowledgements and echoes of its own between the changes.
+   // writer needs acknowledgements and echoes of its own between the changes. A peer with other
+   // types gets only what it has.
    if (!cursor().following() && live() && !leftOut_.anyChild() && mounts_.own().empty() &&
-       !mounts_.peerWrites() && Sarn::Publications::innermost() == nullptr) {
+       !mounts_.peerWrites() && peerTypes_ == nullptr &&
+       Sarn::Publications::innermost() == nullptr) {
       outbox_.follow();
    }
 }
 
 void Teller::tellVanished(Entity& entity, FieldDescriptor const& field, void const* key) {
+   if (isLacking(entity, field)) {
+      return;
+   }
    if (!live() || !reach(entity) || !encoder_.erase(entity, field, key)) {
       backlog_.mark(entity, field, key, true);
    }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kiv/Log/OpenCollections.h"
+#include "Kiv/Log/PeerTypes.h"
 #include "Kiv/Log/Walk.h"
 
 namespace Kiv::NboAttrLog {
@@ -59,6 +60,19 @@ public:
    /// Whether there may be changes that the peer has not seen yet.
    bool crosses() const noexcept { return outbox_.changes() != crossing_.acked || !upToDate(); }
 
+   // A peer with another version of a module of ours.
+
+   /// What the peer's types have; null if its modules are the same as ours.
+   PeerTypes const* peerTypes() const noexcept { return peerTypes_.get(); }
+   /// The same, made on demand: from then on the peer is told one by one.
+   PeerTypes& peerTypesIs();
+   /// Writes our types. False if there is no space now.
+   bool writeTypes() { return peerTypes_ == nullptr || peerTypes_->write(outbox_); }
+   /// Whether a root may be replayed: the peer's types are known.
+   bool mayReplay() const noexcept { return peerTypes_ == nullptr || !peerTypes_->waiting(); }
+   /// Everything in an entity that the peer has is to be sent.
+   void markAll(Entity& entity);
+
    /// The entity with this handle is gone.
    void forget(Entity& entity, U32 handle);
    /// Neither end mirrors the root any more: all handles below it are void.
@@ -84,6 +98,12 @@ private:
    /// Makes sure that the peer knows the entity by our handle, with a `bind` if the peer introduced
    /// it.
    bool reach(Entity& entity) { return encoder_.reach(entity); }
+   /// Whether the peer lacks the attribute. For a writer, that the change is not sent is noted.
+   bool isLacking(Entity const& entity, FieldDescriptor const& field) {
+      return peerTypes_ != nullptr && notesLacking(entity, field);
+   }
+   bool notesLacking(Entity const& entity, FieldDescriptor const& field);
+   void tellPartly(Entity& entity, FieldDescriptor const& field);
    class Alone;
    void forgetBelow(Entity& entity);
 
@@ -94,6 +114,7 @@ private:
    Crossing crossing_;
    Names names_;
    LeftOut leftOut_;
+   std::unique_ptr<PeerTypes> peerTypes_;
    Encoder encoder_;
    Backlog backlog_;
    Replies replies_;
@@ -102,6 +123,10 @@ private:
 
 inline U8 const* Teller::tellValue(Entity& entity, FieldDescriptor const& field, std::size_t size,
                                    U8 const* encoded) {
+   if (peerTypes_ != nullptr) [[unlikely]] {
+      tellPartly(entity, field);
+      return encoded;
+   }
    if (live() && reach(entity)) [[likely]] {
       if (size > outbox_.longestBody()) [[unlikely]] {
          if (encoder_.set(entity, field, entity.streamHandle())) {
@@ -125,7 +150,8 @@ inline U8 const* Teller::tellValue(Entity& entity, FieldDescriptor const& field,
 
 inline U8* Teller::roomFor(Entity const& entity, AttributeId id, std::size_t size) noexcept {
    U32 const handle = entity.streamHandle();
-   if (handle == 0 || !live() || crossing_.writesBack || !names_.introduced(handle)) {
+   if (handle == 0 || !live() || crossing_.writesBack || peerTypes_ != nullptr ||
+       !names_.introduced(handle)) {
       return nullptr;
    }
    U8* const at = outbox_.reserve(Opcode::set, size, handle, id);

@@ -6,6 +6,7 @@
 
 #include "Kiv/Log/Prefetch.h"
 #include "Kiv/Log/RootWatcher.h"
+#include "Kiv/Log/Teller.h"
 #include "Kiv/NboAttrLogSa.h"
 
 namespace Kiv::NboAttrLog {
@@ -22,8 +23,8 @@ void Walk::fill() noexcept {
 void Walk::fillUp() {
    while (!closing_.closed()) {
       auto& served = mounts_.served();
-      auto const isNew = [](Served const& s) { return !s.begun; };
-      if (!outbox_.writeParts()) {
+      auto const isNew = [this](Served const& s) { return !s.begun && teller_.mayReplay(); };
+      if (!outbox_.writeParts() || !teller_.writeTypes()) {
          break;
       }
       if (depth_ != 0) {
@@ -120,6 +121,10 @@ bool Walk::descendInto(Entity& entity, bool fresh) {
    if (!names_.introduced(entity.streamHandle())) {
       return false;
    }
+   // Another version of the type may have other defaults, so that even a fresh child has values to
+   // send.
+   PeerTypes const* const peerTypes = teller_.peerTypes();
+   fresh = fresh && peerTypes == nullptr;
    if (depth_ == stack_.size()) {
       stack_.push_back(std::make_unique<FlowOut>(entity, !fresh));
    } else {
@@ -139,6 +144,9 @@ bool Walk::descendInto(Entity& entity, bool fresh) {
       if (!flow.dirty()) {
          return false;
       }
+   }
+   if (peerTypes != nullptr) [[unlikely]] {
+      peerTypes->strip(flow);
    }
    outbox_.cursor().leave();
    ++depth_;
@@ -198,6 +206,9 @@ bool isEmpty(FlowOut const& flow, FieldDescriptor const& field, U32 place) {
 }  // namespace
 
 U16 Walk::tellShort(FlowOut& flow, TypeImpl const& type, U16 row) {
+   if (teller_.peerTypes() != nullptr) [[unlikely]] {
+      return row;  // each value has to be checked
+   }
    std::size_t const most =
          static_cast<std::size_t>(type.rowCount - row) * (headerSize + longestShort);
    U8* const begin = outbox_.longestBody() >= longestShort ? outbox_.reserveRun(most) : nullptr;

@@ -12,7 +12,9 @@
 /// that it introduces.
 namespace Kiv::NboAttrLog {
 
-inline constexpr U32 protocolVersion = 1;
+inline constexpr U32 protocolVersion = 2;
+/// What a peer or a recording may have sent: later versions have added messages, and changed none.
+inline constexpr U32 oldestReadableVersion = 1;
 inline constexpr std::size_t headerSize = 10;
 /// The longest body that the length field can give, and the longest that parts can add up to. What
 /// a connection allows is in `Limits`.

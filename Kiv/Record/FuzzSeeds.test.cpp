@@ -53,7 +53,7 @@ mirror-http: 0 messages, the peer does not begin with the attribute log's greeti
 mirror-maps: 7 messages
 mirror-named: 5 messages
 mirror-no-module: 1 messages, message 1 for entity 0, attribute 0: the peer has none of the modules that are loaded here at offset 16
-mirror-other-hash: 1 messages, message 1 for entity 0, attribute 0: module TestTypes has hash 1 at the peer, 7e57ab1e here at offset 29
+mirror-other-hash: 1 messages
 mirror-parts: 9 messages, r.flag (KivTest::Stem, 258): a message of kind 8 comes between the parts of another at offset 0
 mirror-parts-bound: 3 messages, r.text (KivTest::Stem, 270): a message of 2049 bytes in parts exceeds the bound of 2048 at offset 1
 mirror-parts-order: 4 messages, r.text (KivTest::Stem, 270): a part begins at 5, where 3 bytes have come at offset 5
@@ -61,12 +61,15 @@ mirror-queue: 6 messages
 mirror-range: 3 messages, r.dial (KivTest::Stem, 275): KivTest::Stem::dial < KivTest::TestLimits::minDial or > KivTest::TestLimits::maxDial not allowed
 mirror-replay: 11 messages
 mirror-sessions: 3 messages, message 23 for entity 0, attribute 257: nobody has asked for the sessions at offset 0
+mirror-types: 6 messages
+mirror-types-conflict: 2 messages, module TestTypes has hash 1 at the peer, 7e57ab1e here: KivTest::Stem.u8 (259) is flag at the peer, u8 here
+mirror-types-order: 2 messages, message 25 for entity 0, attribute 0: enumerator 0 follows 0 at offset 57
 mirror-unknown-module: 1 messages, message 1 for entity 0, attribute 0: the peer has none of the modules that are loaded here at offset 45
 mirror-values: 8 messages
 reader-changes: 2 messages
-script-120: 3 messages, message 17 for entity 16777223, attribute 279: 110 bytes follow the value at offset 4
+script-120: 3 messages, message 3 for entity 16777223, attribute 279: there is no mount mode 220 at offset 4
 script-3: 2 messages
-script-300: 3 messages, message 7 for entity 16777217, attribute 290: there is no mount 4035213154 at offset 0
+script-300: 3 messages, message 29 for entity 16777217, attribute 290: there is no message of this kind at offset 0
 script-40: 2 messages, message 107 for entity 3353149924, attribute 34933: a message of 3209486 bytes exceeds the bound of 1024
 source-sessions: 5 messages, message 23 for entity 0, attribute 257: nobody has asked for the sessions at offset 0
 stopped-changes: 2 messages
@@ -76,6 +79,7 @@ writer-greeting: 6 messages
 writer-parts: 7 messages, closed by the peer: end
 writer-queue: 8 messages
 writer-requests: 8 messages
+writer-types: 4 messages
 writer-values: 6 messages
 )");
 }
