@@ -68,6 +68,7 @@ else
    cp docs/man/ptpsnmp.1 "$scratch/docs/man"
 fi
 page kivc "compile declarations of modules" "$kivc"
+page kivc-diff "compare versions of modules" "$kivc diff"
 
 status=0
 while IFS= read -r file; do
