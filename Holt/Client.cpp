@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "Holt/Failure.h"
 #include "Holt/Listener.h"
@@ -12,6 +13,11 @@
 namespace Holt {
 
 using std::chrono::milliseconds;
+
+namespace {
+/// The most changes that could not be sent which a message names.
+constexpr std::size_t mostUnsent = 8;
+}  // namespace
 
 Sarn::Ptr<Kiv::NamedEntity> newRoot(Sarn::String const& type, Sarn::String const& name) {
    Kiv::TypeImpl const* const found = Kiv::typeByName(type);
@@ -49,6 +55,12 @@ void Client::onMount(Kiv::NboAttrLog::Session&, Mount& mount) {
 
 void Client::onSynced(Kiv::NboAttrLog::Session&, U32 token) {
    synced_ = token;
+}
+
+void Client::onLeftOut(Kiv::NboAttrLog::Session&, Sarn::String const& what) {
+   if (unsent_.size() != mostUnsent) {
+      unsent_.push_back(what);
+   }
 }
 
 void Client::onRoots(Kiv::NboAttrLog::Session&, std::vector<OfferedRoot> const& roots) {
@@ -183,6 +195,13 @@ void Client::sync() {
    U32 const token = ++token_;
    connection_->session().syncIs(token);
    waitFor("asked it to confirm all changes", [this, token] { return synced_ == token; });
+   if (!unsent_.empty()) {
+      Sarn::String all;
+      for (Sarn::String const& what : std::exchange(unsent_, {})) {
+         all += (all.empty() ? "" : "; ") + what;
+      }
+      throw Failure("not all changes could be sent: " + all);
+   }
 }
 
 }  // namespace Holt

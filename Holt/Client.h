@@ -57,7 +57,9 @@ public:
    /// Waits until a mirror is complete. Throws `Failure` if the server refuses it.
    void waitComplete(Mount const& mount);
    /// Waits until the server has applied every change made here, and every change that it made
-   /// before that has arrived.
+   /// before that has arrived. Throws `Failure` if some change was not sent, since the server's
+   /// version of the module does not have the attribute or refuses the value, or since a value is
+   /// too long.
    void sync();
    /// Whether so much is waiting to be sent that the caller should wait for the server.
    bool crowded() const noexcept;
@@ -95,6 +97,7 @@ private:
    void onRoots(Kiv::NboAttrLog::Session& session, std::vector<OfferedRoot> const& roots) override;
    void onSessions(Kiv::NboAttrLog::Session& session,
                    std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions, U32 total) override;
+   void onLeftOut(Kiv::NboAttrLog::Session& session, Sarn::String const& what) override;
 
    template <class Done>
    void waitFor(char const* what, Done&& done);
@@ -111,6 +114,8 @@ private:
    bool sessionsKnown_ = false;
    U32 token_ = 0;
    U32 synced_ = 0;
+   /// What was not sent since the last `sync`, as far as it is named.
+   std::vector<Sarn::String> unsent_;
 };
 
 }  // namespace Holt

@@ -67,6 +67,17 @@ void Server::Peer::onLeftOut(Kiv::NboAttrLog::Session&, Sarn::String const& what
    server.say(*this, "left out: " + what);
 }
 
+void Server::Peer::onLacking(Kiv::NboAttrLog::Session&, std::span<Sarn::String const> lacking) {
+   Sarn::String names;
+   for (Sarn::String const& what : lacking.first(std::min<std::size_t>(lacking.size(), 8))) {
+      names += (names.empty() ? "" : ", ") + what;
+   }
+   server.say(
+         *this,
+         "has another version of a module, and lacks " + names +
+               (lacking.size() > 8 ? " and " + std::to_string(lacking.size() - 8) + " more" : ""));
+}
+
 void Server::Peer::onSynced(Kiv::NboAttrLog::Session&, U32) {
    synced = true;
 }

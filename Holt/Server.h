@@ -103,6 +103,8 @@ private:
                           Kiv::NboAttrLog::OfferedRoot const& root,
                           Sarn::String const& reason) override;
       void onLeftOut(Kiv::NboAttrLog::Session& session, Sarn::String const& what) override;
+      void onLacking(Kiv::NboAttrLog::Session& session,
+                     std::span<Sarn::String const> lacking) override;
       void onSynced(Kiv::NboAttrLog::Session& session, U32 token) override;
 
       /// The deadline for its greeting; 0 once it has greeted.

@@ -1,7 +1,11 @@
 // The attribute log when memory runs out: each change arrives, or its session is closed with a
 // reason.
+#include <algorithm>
 #include <memory>
+#include <stdexcept>
+#include <string_view>
 
+#include "Kiv/Log/Opcode.h"
 #include "Kiv/NboAttrLogSession.h"
 #include "tests/alloc/Twins.h"
 
@@ -18,6 +22,20 @@ namespace {
 void turn(Session& session) {
    if (session.closed()) {
       session.close(session.closeReason());
+   }
+}
+
+/// Makes the greeting, if it is the next to be sent, that of another version of the module.
+void changeHash(Session& session) {
+   constexpr std::string_view name = "TestTypes";
+   auto const piece = session.output();
+   U8* const begin = const_cast<U8*>(piece.begin);
+   if (piece.size != 0 && *begin == static_cast<U8>(Kiv::NboAttrLog::Opcode::hello)) {
+      U8* const at = std::search(begin, begin + piece.size, name.begin(), name.end());
+      if (at == begin + piece.size) {
+         throw std::logic_error("no module TestTypes in the greeting");
+      }
+      at[name.size() + 3] = 0;
    }
 }
 
@@ -55,6 +73,10 @@ public:
          return;
       }
       for (bool any = true; any;) {
+         if (otherVersions) {
+            changeHash(*ends_->ours);
+            changeHash(*ends_->theirs);
+         }
          bool const forth = ::carry(*ends_->ours, *ends_->theirs, armed);
          bool const back = ::carry(*ends_->theirs, *ends_->ours, armed);
          any = forth || back;
@@ -106,6 +128,8 @@ public:
    }
 
    Sarn::Ptr<Stem> copy = KivTest::stemFactory("test");
+   /// Whether both ends take each other for another version of the module.
+   bool otherVersions = false;
 
 private:
    struct Ends {
@@ -251,6 +275,26 @@ TEST(OutOfMemory, OfMounting) {
       world.reader.cut();
       world.writer.cut();
       findings.badIf("rootDel", badLink(*world.twins.root, false));
+   });
+}
+
+TEST(OutOfMemory, OfTwoVersionsOfAModule) {
+   everyPoint(20, [](Findings& findings) {
+      World world(findings);
+      world.reader.otherVersions = world.writer.otherVersions = true;
+      fill(world);
+      world.offer(true);
+      world.connect(true);
+      world.carry(true);
+      world.settle("mounting");
+      auto const change = [&](char const* name, auto make) {
+         world.twins.change(name, make);
+         world.carry(true);
+         world.settleIfFailed(name);
+      };
+      change("u32Is", [](Stem& r) { r.u32Is(7); });
+      change("leafIs", [](Stem& r) { r.leafIs(99, true, KivTest::Opaque(1)); });
+      world.finish();
    });
 }
 

@@ -47,6 +47,9 @@ Program::Program(std::vector<std::string> const& args, Surroundings const& in) {
       if (!in.runtime.empty()) {
          ready = ready && ::setenv("XDG_RUNTIME_DIR", in.runtime.c_str(), 1) == 0;
       }
+      if (!in.preload.empty()) {
+         ready = ready && ::setenv("LD_PRELOAD", in.preload.c_str(), 1) == 0;
+      }
       if (!in.input.empty()) {
          int const input = ::open(in.input.c_str(), O_RDONLY | O_CLOEXEC);
          ready = ready && input >= 0 && ::dup2(input, 0) == 0;

@@ -34,6 +34,8 @@ struct Surroundings {
    /// With this descriptor as standard output; -1 for one whose text comes in the outcome.
    int output = -1;
    std::string program = "ptpstate";
+   /// With this library, besides those that it is linked with.
+   std::string preload = "";
 };
 
 /// A running `ptpstate`, in a locale with UTF-8. Killed at the end if it still runs.

@@ -70,6 +70,12 @@ void print(std::ostream& out, SessionStatus const& session) {
    for (Sarn::String const& what : session.leftOut) {
       row("", what);
    }
+   if (session.lackingCount != 0) {
+      row("lacks", counted(session.lackingCount, "attribute or type", "attributes or types"));
+   }
+   for (Sarn::String const& what : session.lacking) {
+      row("", what);
+   }
 }
 
 Json sessionJson(SessionStatus const& session) {
@@ -105,7 +111,9 @@ Json sessionJson(SessionStatus const& session) {
            {"bufferBytes", session.capacity},
            {"behindNs", session.behind},
            {"valuesLeftOut", session.stats.valuesLeftOut},
-           {"leftOut", session.leftOut}};
+           {"leftOut", session.leftOut},
+           {"lackingCount", session.lackingCount},
+           {"lacking", session.lacking}};
 }
 
 Exit status(StatusOptions const& options) {
@@ -141,7 +149,8 @@ void addStatus(Command const& program, Run& run) {
          "\n"
          "\"coalesced\" counts deferred changes that the peer will never see, because a "
          "later change replaced them. \"untold\" counts what is yet to be written to the "
-         "buffer. \"behind\" is the time since the peer last had everything.");
+         "buffer. \"behind\" is the time since the peer last had everything. \"lacks\" is what "
+         "the peer's version of a module does not have, so that it is not sent.");
    command.footerIs(
          "Examples:\n"
          "  $ ptpstate status --socket /tmp/ptp\n"
