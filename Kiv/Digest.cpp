@@ -107,6 +107,7 @@ void Digester::addEncoded(Hash& hash, std::size_t size, Write const& write) {
 }
 
 void Digester::addOwn(Hash& hash, Entity const& entity) {
+   ++entities_;
    ++visited_;
    hash.addString(entity.kivType().name);
    if (Sarn::String const* const name = entityName(entity)) {
@@ -225,7 +226,7 @@ std::optional<Digest> Digester::treeUpTo(Entity const& root, U64 most) {
    return whole ? std::optional(digest) : std::nullopt;
 }
 
-Digest Digester::node(Entity const& entity, Counts counts, void const* context) {
+Digest Digester::node(Entity const& entity, Counts counts, void* context) {
    Hash hash;
    hash.addDigest(own(entity));
    addChildren(hash, entity, [&](Entity const& child) -> std::optional<Digest> {

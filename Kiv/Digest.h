@@ -49,7 +49,7 @@ Digest treeDigest(Entity const& root);
 class Digester {
 public:
    /// Whether a child counts.
-   using Counts = bool (*)(void const* context, Entity const& child);
+   using Counts = bool (*)(void* context, Entity const& child);
 
    Digest own(Entity const& entity);
    Digest tree(Entity const& root);
@@ -57,14 +57,19 @@ public:
    std::optional<Digest> treeUpTo(Entity const& root, U64 most);
    /// The digest of the entity's own state and of which children it has: of their keys, names and
    /// constant arguments, but not of what is in them. `counts`: null if all children count.
-   Digest node(Entity const& entity, Counts counts = nullptr, void const* context = nullptr);
+   Digest node(Entity const& entity, Counts counts = nullptr, void* context = nullptr);
 
-   /// The entities and elements of collections that were visited so far.
+   /// The entities whose state was read so far.
+   U64 entities() const noexcept { return entities_; }
+   /// These, the elements of their collections and the children that were looked at: a measure of
+   /// the time that it took.
    U64 visited() const noexcept { return visited_; }
    /// The longest value among them, with its key, in the bytes of its message in the attribute log.
    std::size_t longest() const noexcept { return longest_; }
-   /// Forgets both.
+   void forgetLongest() noexcept { longest_ = 0; }
+   /// Forgets all of these.
    void restart() noexcept {
+      entities_ = 0;
       visited_ = 0;
       longest_ = 0;
    }
@@ -84,6 +89,7 @@ private:
    bool exceeded() const noexcept { return visited_ > most_; }
 
    std::vector<U8> scratch_;
+   U64 entities_ = 0;
    U64 visited_ = 0;
    U64 most_ = ~U64(0);
    std::size_t longest_ = 0;

@@ -43,6 +43,9 @@ struct Limits {
    /// first byte, parts or not; and for which a closed session waits until its last bytes are sent.
    /// See `Hub::expire`.
    U64 halfMessage = 60'000'000'000;
+   /// Entities and elements of collections that one answer to a comparison looks at; one entity is
+   /// always compared in full. A tree of more has no digest of its own: its entities are compared.
+   U64 digestWork = 4096;
    /// Nanoseconds after which a session that neither sends nor receives frees its buffers.
    U64 idle = 5'000'000'000;
 };

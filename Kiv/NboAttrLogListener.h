@@ -3,6 +3,7 @@
 #include <span>
 #include <vector>
 
+#include "Kiv/NboAttrLogCompared.h"
 #include "Kiv/NboAttrLogMount.h"
 #include "Kiv/NboAttrLogStatus.h"
 
@@ -29,6 +30,8 @@ public:
       (void)sessions;
       (void)total;
    }
+   /// The end of `compareAsk(mount)`. Not called if the session ends first.
+   virtual void onCompared(Session&, Mount&, Compared const& result) { (void)result; }
    /// The peer asks for a root of ours. A non-empty result refuses it and is sent as the reason.
    virtual Sarn::String onMountAsked(Session&, NamedEntity const& root, MountMode mode) {
       (void)root;

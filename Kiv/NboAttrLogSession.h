@@ -49,6 +49,13 @@ public:
    void rootsAsk();
    /// Asks which sessions the peer has; `onSessions` gets the answer.
    void sessionsAsk();
+   /// Compares the mirror of a mount with its source, entity by entity, by digests that the source
+   /// computes at a definite place among its changes; so it may change meanwhile. With `repair`,
+   /// entities that differ are sent again, each once, and are compared again. `onCompared` gets the
+   /// result. False, with no effect, if the mount is not complete, or a comparison is in progress.
+   /// It waits while this end is behind with the source's changes: then there is nothing to
+   /// compare.
+   bool compareAsk(Mount& mount, bool repair = true);
    /// Sets who the peer is, as far as the carrier knows. Other peers see it in `onSessions`, and in
    /// the reason if this peer's mount rules theirs out.
    void peerIs(PeerIdentity peer);

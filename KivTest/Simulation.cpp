@@ -77,7 +77,9 @@ struct Simulation::Site {
    Hub hub;
 };
 
-struct Simulation::Link {
+struct Simulation::Link : Kiv::NboAttrLog::SessionListener {
+   Link(Site& from, Site& to, MountMode how) : served(from), mirror(to), mode(how) {}
+
    Site& served;
    Site& mirror;
    MountMode mode;
@@ -85,10 +87,19 @@ struct Simulation::Link {
    std::unique_ptr<Session> client;
    std::vector<Mount*> mounts;
    bool stopped = false;
+   /// What a comparison has found, although nothing differs.
+   std::string found;
+   std::size_t compared = 0;
 
+   void onCompared(Session&, Mount&, Kiv::NboAttrLog::Compared const& result) override {
+      ++compared;
+      if (result.differing != 0) {
+         found = "a comparison has found " + result.paths[0] + " different";
+      }
+   }
    void connect() {
       server = std::make_unique<Session>(served.hub);
-      client = std::make_unique<Session>(mirror.hub);
+      client = std::make_unique<Session>(mirror.hub, this);
       for (auto const& root : mirror.roots) {
          mounts.push_back(&client->mountIs(root, mode));
       }
@@ -180,6 +191,8 @@ Simulation::Simulation(SimulationPlan const& plan, U64 seed) : plan_(plan), chan
    limits_.entities = U32(1) << 16;
    static constexpr std::size_t keys[] = {1, 3, 1024};
    limits_.dirtyKeys = keys[seed % std::size(keys)];
+   static constexpr U64 work[] = {1, 5, 4096};
+   limits_.digestWork = work[seed / 3 % std::size(work)];
    std::size_t const writers = plan.writers;
    std::size_t const mirrors = plan.readers + writers;
    auto const siteIs = [this]() -> Site& {
@@ -237,7 +250,7 @@ Simulation::~Simulation() {
 }
 
 void Simulation::linkIs(Site& server, Site& client, MountMode mode) {
-   links_.push_back(std::make_unique<Link>(Link{server, client, mode, nullptr, nullptr, {}}));
+   links_.push_back(std::make_unique<Link>(server, client, mode));
 }
 
 /// Offers those of the site's roots that are not offered yet.
@@ -308,6 +321,9 @@ void Simulation::step() {
    } else {
       link.drop();
    }
+   if (plan_.comparisons && link.client != nullptr && chance_.oneIn(3)) {
+      link.client->compareAsk(*link.mounts[chance_.below(link.mounts.size())]);
+   }
    if (recording_ != nullptr && chance_.oneIn(8)) {
       recording_->turn();
    }
@@ -351,6 +367,9 @@ std::string Simulation::check() {
          if (!session->upToDate() || session->dirtyEntities() != 0) {
             return who + "something has not been sent";
          }
+      }
+      if (!link.found.empty()) {
+         return who + link.found;
       }
       for (Mount const* const mount : link.mounts) {
          if (!mount->complete()) {

@@ -32,6 +32,8 @@ struct SimulationPlan {
    bool withdrawals = false;
    /// The source is recorded; at the end, playing back the recording must give an equal tree.
    bool recorder = false;
+   /// Mirrors are compared with their sources at random moments; nothing may be found different.
+   bool comparisons = false;
    /// The maximum number of changes in one step, and the bounds of each.
    std::size_t burst = 1;
    ChangeBounds bounds;

@@ -96,6 +96,7 @@ std::string textOf(SimulationPlan const& plan) {
    add(!plan.otherType.empty(), "and " + plan.otherType);
    add(plan.withdrawals, "withdrawals");
    add(plan.recorder, "a recorder");
+   add(plan.comparisons, "comparisons");
    return text + ", buffers of " + std::to_string(plan.outputBuffer) + ", " +
           std::to_string(plan.bounds.elements) + " elements, bursts of " +
           std::to_string(plan.burst) + ", " + std::to_string(plan.steps) + " steps";
@@ -176,6 +177,32 @@ TEST(Simulation, ChangesFromInsideNotificationsArriveToo) {
    plan.type = "KivTest::Hedge";
    plan.writers = 2;
    simulate(plan, 150);
+}
+
+TEST(Simulation, AComparisonFindsNothingDifferentHoweverBusyTheTreeIs) {
+   SimulationPlan plan = planOf("KivTest::Stem");
+   plan.comparisons = true;
+   plan.readers = 2;
+   plan.relay = true;
+   plan.burst = 8;
+   simulate(plan, 100);
+   plan.withdrawals = true;
+   plan.otherType = "KivTest::Hedge";
+   simulate(plan, 60);
+}
+
+TEST(Simulation, AComparisonOfAWriterFindsNothingDifferentEither) {
+   SimulationPlan plan = planOf("KivTest::Stem");
+   plan.comparisons = true;
+   plan.writers = 2;
+   plan.writerBehindWriter = true;
+   simulate(plan, 100);
+   plan.meddlers = true;
+   plan.type = "KivTest::Hedge";
+   simulate(plan, 100);
+   plan.type = "Ptp::Config";
+   plan.burst = 30;
+   simulate(plan, 60);
 }
 
 TEST(Simulation, PtpConfigEqualsTheSource) {

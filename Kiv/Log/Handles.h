@@ -29,6 +29,8 @@ public:
       U32 const at = index(handle);
       return at < entries_.size() && entries_[at].handle == handle ? entries_[at].entity : nullptr;
    }
+   /// The entity that has the entry with this index, or null. REQUIRES: index < size().
+   Entity* at(U32 index) const noexcept { return entries_[index].entity; }
    /// Whether an entity ever had the entry of this handle.
    bool known(U32 handle) const noexcept { return index(handle) < entries_.size(); }
    /// The number of entries, taken or free.
@@ -85,6 +87,8 @@ public:
    Entity* find(U32 handle) const noexcept { return table_.find(handle); }
    /// Whether an entity ever had the entry of this handle.
    bool known(U32 handle) const noexcept { return table_.known(handle); }
+   /// The entity that has the handle with this index, or null. REQUIRES: index < indexes().
+   Entity* at(U32 index) const noexcept { return table_.at(index); }
    /// One more than the greatest index of a handle.
    std::size_t indexes() const noexcept { return table_.size(); }
 

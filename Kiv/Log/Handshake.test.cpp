@@ -80,7 +80,7 @@ TEST_F(SessionHandshake, SaysTheReasonToThePeer) {
 
 TEST_F(SessionHandshake, TakesModulesThatOnlyOneSideHas) {
    EXPECT_EQ(fault(helloWith(
-                   "KivNboAL", 1,
+                   "KivNboAL", 2,
                    concat(u32(2), text("Unheard"), u32(1), text("TestTypes"), u32(0x7e57ab1e)))),
              "");
    EXPECT_TRUE(mirror.session->handshakeDone());
@@ -97,7 +97,7 @@ TEST_F(SessionHandshake, RefusesAPeerWithoutModules) {
 }
 
 TEST_F(SessionHandshake, RefusesAPeerWithUnknownModulesOnly) {
-   EXPECT_EQ(fault(helloWith("KivNboAL", 1,
+   EXPECT_EQ(fault(helloWith("KivNboAL", 2,
                              concat(u32(2), text("Unheard"), u32(1), text("Unseen"), u32(2)))),
              "message 1 for entity 0, attribute 0: the peer has none of the modules that are "
              "loaded here at offset 45");

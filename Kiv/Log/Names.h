@@ -66,6 +66,9 @@ public:
    Theirs const* theirs(U32 handle) const noexcept {
       return const_cast<Names*>(this)->theirs(handle);
    }
+   /// The entries by which the peer has introduced entities, by index; some may be empty.
+   std::size_t theirIndexes() const noexcept { return theirs_.size(); }
+   Theirs const& theirsAt(std::size_t index) const noexcept { return theirs_[index]; }
    /// The peer's handle for an entity, or null.
    U32 const* theirHandle(Entity const& entity) const noexcept {
       return deferred_ ? findDeferred(entity) : handles_.find(keyOf(entity));

@@ -60,7 +60,15 @@ enum class Opcode : U8 {
    part = 24,
    /// One type of a module that the peer has with another hash: see `Schema.h`.
    types = 25,
-   last_ = types,
+   /// U8 depth (0: entities, 1: one tree), then U8 whose handle (0: the receiver's) and U32 handle
+   /// of each entity; asks for `digests`.
+   digestAsk = 26,
+   /// U32: changes received so far on this connection; then U8 state and two U64, the digest, of
+   /// each entity, in the order of the question. There may be fewer.
+   digests = 27,
+   /// U8 whose handle and U32 handle of each entity that is to be sent again.
+   repair = 28,
+   last_ = repair,
 };
 
 /// The name of an opcode as above, or "?" for a number that is none.
@@ -92,6 +100,9 @@ constexpr std::string_view opcodeName(Opcode opcode) noexcept {
          "sessions",
          "part",
          "types",
+         "digestAsk",
+         "digests",
+         "repair",
    };
    static_assert(std::size(names) == static_cast<std::size_t>(Opcode::last_) + 1);
    auto const number = static_cast<std::size_t>(opcode);

@@ -110,6 +110,15 @@ void Session::Impl::sessionsAsk() {
    }
 }
 
+bool Session::Impl::compareAsk(Mount& mount, bool repair) {
+   if (closing_.closed() || !mount.complete() || teller_.comparison().inProgress()) {
+      return false;
+   }
+   teller_.comparison().start(mount, repair);
+   pump();
+   return true;
+}
+
 void Session::Impl::boundSessionsOfUid() {
    auto const isOfUser = [this](Session const* other) {
       return other->peer().pid != 0 && other->peer().uid == peer_.uid && !other->closed();
@@ -153,7 +162,20 @@ void Session::Impl::pump() {
       Sarn::String const what = leftOut.takeUntold();
       callListener([&](SessionListener& listener) { listener.onLeftOut(self_, what); });
    }
+   tellCompared();
    teller_.follow();
+}
+
+/// Notifies the listener of a comparison that has come to its end.
+void Session::Impl::tellCompared() {
+   Comparison& comparison = teller_.comparison();
+   if (comparison.inProgress()) [[unlikely]] {
+      Mount& mount = comparison.mount();
+      if (std::optional<Compared> const result = comparison.takeResult()) {
+         callListener(
+               [&](SessionListener& listener) { listener.onCompared(self_, mount, *result); });
+      }
+   }
 }
 
 // The end.
@@ -351,6 +373,9 @@ void Session::rootsAsk() {
 }
 void Session::sessionsAsk() {
    impl_->sessionsAsk();
+}
+bool Session::compareAsk(Mount& mount, bool repair) {
+   return impl_->compareAsk(mount, repair);
 }
 void Session::peerIs(PeerIdentity peer) {
    impl_->peerIs(std::move(peer));

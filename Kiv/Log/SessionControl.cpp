@@ -78,6 +78,15 @@ void Session::Impl::onControl(Header const& header, In& in) {
       case Opcode::sessions:
          applySessions(in);
          return;
+      case Opcode::digestAsk:
+         teller_.digestAnswers().ask(in);
+         return;
+      case Opcode::digests:
+         teller_.comparison().take(in);
+         return;
+      case Opcode::repair:
+         teller_.digestAnswers().repair(in);
+         return;
       case Opcode::synced: {
          U32 const token = in.nextU32();
          in.expectEnd();

@@ -39,6 +39,7 @@ public:
    void syncIs(U32 token);
    void rootsAsk();
    void sessionsAsk();
+   bool compareAsk(Mount& mount, bool repair);
    void peerIs(PeerIdentity peer) { peer_ = std::move(peer); }
    PeerIdentity const& peer() const noexcept { return peer_; }
    void boundSessionsOfUid();
@@ -63,6 +64,7 @@ private:
    void hello();
    /// Writes what there is space for, and notifies the listener of what has happened meanwhile.
    void pump();
+   void tellCompared();
    void unsubscribe();
    bool holdsIdleBytes() const noexcept;
    /// The bytes of output buffer that it keeps when idle.

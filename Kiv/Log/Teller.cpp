@@ -17,7 +17,9 @@ Teller::Teller(Session& session, Hub& hub, Limits const& limits, ByteBudget& bud
         backlog_(limits, handles, closing, outbox_, names_, mounts),
         replies_(session, hub, outbox_, backlog_, mounts),
         walk_(session, *this, handles, closing, outbox_, names_, encoder_, backlog_, replies_,
-              mounts) {}
+              mounts),
+        digestAnswers_(*this, limits, handles, mounts),
+        comparison_(*this, limits, handles) {}
 
 void Teller::tell(Entity& entity, FieldDescriptor const& field, Change const& change) {
    if (field.kind == MemberKind::single) {
@@ -158,6 +160,8 @@ void Teller::clear() noexcept {
    backlog_.clear();
    names_.clear();
    replies_.clear();
+   digestAnswers_.clear();
+   comparison_.clear();
 }
 
 }  // namespace Kiv::NboAttrLog

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kiv/Log/Comparison.h"
 #include "Kiv/Log/OpenCollections.h"
 #include "Kiv/Log/PeerTypes.h"
 #include "Kiv/Log/Walk.h"
@@ -92,6 +93,8 @@ public:
    Backlog const& backlog() const noexcept { return backlog_; }
    Replies& replies() noexcept { return replies_; }
    Walk& walk() noexcept { return walk_; }
+   DigestAnswers& digestAnswers() noexcept { return digestAnswers_; }
+   Comparison& comparison() noexcept { return comparison_; }
 
 private:
    bool live() const noexcept { return upToDate() && !closed(); }
@@ -119,6 +122,8 @@ private:
    Backlog backlog_;
    Replies replies_;
    Walk walk_;
+   DigestAnswers digestAnswers_;
+   Comparison comparison_;
 };
 
 inline U8 const* Teller::tellValue(Entity& entity, FieldDescriptor const& field, std::size_t size,

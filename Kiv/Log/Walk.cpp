@@ -44,7 +44,11 @@ void Walk::fillUp() {
          if (!encoder_.acknowledge() || !run(*backlog_.first())) {
             break;
          }
-      } else {
+      } else if (teller_.digestAnswers().due()) {
+         if (!teller_.digestAnswers().write()) {
+            break;
+         }
+      } else if (!teller_.comparison().due() || !teller_.comparison().write()) {
          break;
       }
    }

@@ -10,7 +10,8 @@ class Teller;
 /// Brings a peer up to date, as far as there is space: continues the message that travels in parts,
 /// walks the trees of served roots, and sends the backlog.
 ///
-///     fill:  parts -> walk -> replayEnd -> next root's replayBegin -> replies -> backlog -> done
+///     fill:  parts -> walk -> replayEnd -> next root's replayBegin -> replies -> backlog ->
+///     digests
 ///                      ^                                                           |
 ///                      '---------------- a child that is sent for the first time --'
 ///

@@ -48,6 +48,7 @@ TEST(FuzzSeeds, OfThePeerAreTakenAsFarAsTheyShould) {
    EXPECT_EQ(table("DemuxerFuzz", saysOf), R"(
 bye: 3 messages, closed by the peer: enough
 mirror-children: 9 messages
+mirror-digests: 3 messages, message 27 for entity 0, attribute 257: nobody has asked for digests at offset 0
 mirror-greeting: 3 messages
 mirror-http: 0 messages, the peer does not begin with the attribute log's greeting
 mirror-maps: 7 messages
@@ -75,6 +76,7 @@ source-sessions: 5 messages, message 23 for entity 0, attribute 257: nobody has 
 stopped-changes: 2 messages
 writer-bind-all: 8 messages
 writer-children: 7 messages
+writer-digests: 6 messages, message 28 for entity 0, attribute 257: the message names 2 entities, not 1 to 1 at offset 0
 writer-greeting: 6 messages
 writer-parts: 7 messages, closed by the peer: end
 writer-queue: 8 messages
