@@ -191,6 +191,24 @@ void Client::waitComplete(Mount const& mount) {
    }
 }
 
+void Client::onCompared(Kiv::NboAttrLog::Session&, Mount&,
+                        Kiv::NboAttrLog::Compared const& result) {
+   compared_ = result;
+}
+
+Kiv::NboAttrLog::Compared Client::compare(Mount& mount) {
+   compared_.reset();
+   bool const asked = connection_->session().compareAsk(mount);
+   waitFor("asked for digests", [&] { return compared_.has_value() || !asked; });
+   if (!compared_ || !compared_->finished) {
+      throw Failure(mount.root().nameString() +
+                          ": the mirror is not complete, so that it cannot be "
+                          "compared with the server",
+                    Exit::connection);
+   }
+   return *compared_;
+}
+
 void Client::sync() {
    U32 const token = ++token_;
    connection_->session().syncIs(token);

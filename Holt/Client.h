@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "Holt/Loop.h"
 #include "Holt/State/Path.h"
@@ -61,6 +62,9 @@ public:
    /// version of the module does not have the attribute or refuses the value, or since a value is
    /// too long.
    void sync();
+   /// Compares a complete mirror with the server, by digests, and has repaired what differs. Waits;
+   /// see `Kiv::NboAttrLog::Session::compareAsk`. Throws `Failure` if the root goes meanwhile.
+   Kiv::NboAttrLog::Compared compare(Mount& mount);
    /// Whether so much is waiting to be sent that the caller should wait for the server.
    bool crowded() const noexcept;
 
@@ -99,6 +103,9 @@ private:
                    std::vector<Kiv::NboAttrLog::SessionStatus> const& sessions, U32 total) override;
    void onLeftOut(Kiv::NboAttrLog::Session& session, Sarn::String const& what) override;
 
+   void onCompared(Kiv::NboAttrLog::Session& session, Mount& mount,
+                   Kiv::NboAttrLog::Compared const& result) override;
+
    template <class Done>
    void waitFor(char const* what, Done&& done);
 
@@ -110,6 +117,7 @@ private:
    std::vector<OfferedRoot> roots_;
    bool rootsKnown_ = false;
    std::vector<Kiv::NboAttrLog::SessionStatus> sessions_;
+   std::optional<Kiv::NboAttrLog::Compared> compared_;
    U32 sessionsTotal_ = 0;
    bool sessionsKnown_ = false;
    U32 token_ = 0;

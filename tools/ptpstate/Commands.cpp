@@ -45,6 +45,7 @@ void addCommands(Command const& program, Run& run) {
    addDel(program, run);
    addLoad(program, run);
    addDiff(program, run);
+   addDigest(program, run);
    addExport(program, run);
    addTypes(program, run);
    addComplete(program, run);
@@ -115,6 +116,7 @@ OpenedPlaces::OpenedPlaces(ClientOptions const& options, std::vector<std::string
       if (at == mounts.end()) {
          at = mounts.insert(at, {path.root, &client_.mountIs(path.root, MountMode::reader)});
          client_.waitComplete(*at->second);
+         mounts_.push_back(at->second);
       }
       bool const pattern = isPattern(path);
       single_ = single_ && !pattern;

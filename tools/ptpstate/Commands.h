@@ -37,6 +37,7 @@ void addTop(Command const& program, Run& run);
 void addTypes(Command const& program, Run& run);
 void addLoad(Command const& program, Run& run);
 void addDiff(Command const& program, Run& run);
+void addDigest(Command const& program, Run& run);
 void addExport(Command const& program, Run& run);
 void addComplete(Command const& program, Run& run);
 
@@ -67,9 +68,13 @@ public:
    std::vector<std::pair<Holt::Path, Holt::Place>> const& places() const { return places_; }
    /// Whether exactly one place was asked for.
    bool isSingle() const { return single_; }
+   /// The mirrors, in the order in which the paths first name their roots.
+   std::vector<Holt::Mount*> const& mounts() const { return mounts_; }
+   Holt::Client& client() { return client_; }
 
 private:
    Holt::Client client_;
+   std::vector<Holt::Mount*> mounts_;
    std::vector<std::pair<Holt::Path, Holt::Place>> places_;
    bool single_;
 };
