@@ -106,7 +106,9 @@ void Digester::addEncoded(Hash& hash, std::size_t size, Write const& write) {
    hash.add(scratch_.data(), size);
 }
 
-void Digester::addOwn(Hash& hash, Entity const& entity) {
+/// Returns whether the entity has any children.
+bool Digester::addOwn(Hash& hash, Entity const& entity) {
+   bool anyChild = false;
    ++entities_;
    ++visited_;
    hash.addString(entity.kivType().name);
@@ -127,8 +129,13 @@ void Digester::addOwn(Hash& hash, Entity const& entity) {
          addQueue(hash, entity, field);
       } else if (field.kind == MemberKind::map || field.kind == MemberKind::ordered) {
          addElements(hash, entity, field);
+      } else if (field.kind == MemberKind::child) {
+         anyChild = anyChild || ops.child->get(entity) != nullptr;
+      } else if (field.kind == MemberKind::children) {
+         anyChild = anyChild || ops.collection->size(entity) != 0;
       }
    });
+   return anyChild;
 }
 
 void Digester::addElements(Hash& hash, Entity const& entity, FieldDescriptor const& field) {
@@ -212,9 +219,13 @@ Digest Digester::own(Entity const& entity) {
 }
 
 Digest Digester::tree(Entity const& root) {
+   Hash own;
+   bool const anyChild = addOwn(own, root);
    Hash hash;
-   hash.addDigest(own(root));
-   addChildren(hash, root, [this](Entity const& child) { return std::optional(tree(child)); });
+   hash.addDigest(own.digest());
+   if (anyChild) {
+      addChildren(hash, root, [this](Entity const& child) { return std::optional(tree(child)); });
+   }
    return hash.digest();
 }
 
@@ -227,8 +238,13 @@ std::optional<Digest> Digester::treeUpTo(Entity const& root, U64 most) {
 }
 
 Digest Digester::node(Entity const& entity, Counts counts, void* context) {
+   Hash own;
+   bool const anyChild = addOwn(own, entity);
    Hash hash;
-   hash.addDigest(own(entity));
+   hash.addDigest(own.digest());
+   if (!anyChild) {
+      return hash.digest();
+   }
    addChildren(hash, entity, [&](Entity const& child) -> std::optional<Digest> {
       if (counts != nullptr && !counts(context, child)) {
          return std::nullopt;

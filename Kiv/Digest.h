@@ -78,7 +78,7 @@ private:
    class Sum;
    class Hash;
 
-   void addOwn(Hash& hash, Entity const& entity);
+   bool addOwn(Hash& hash, Entity const& entity);
    void addElements(Hash& hash, Entity const& entity, FieldDescriptor const& field);
    void addQueue(Hash& hash, Entity const& entity, FieldDescriptor const& field);
    void addIdentity(Hash& hash, Entity const& child);

@@ -2,8 +2,6 @@
 
 #include <bit>
 
-#include "Kiv/NboAttrLog.h"
-
 namespace Kiv {
 
 namespace {
@@ -74,16 +72,6 @@ void Hash128::add(void const* bytes, std::size_t size) noexcept {
       size -= whole * blockSize;
    }
    std::memcpy(room(size), at, size);
-}
-
-void Hash128::addU16(U16 v) noexcept {
-   U16 const swapped = NboAttrLog::byteSwapped(v);
-   std::memcpy(room(sizeof swapped), &swapped, sizeof swapped);
-}
-
-void Hash128::addU64(U64 v) noexcept {
-   U64 const swapped = NboAttrLog::byteSwapped(v);
-   std::memcpy(room(sizeof swapped), &swapped, sizeof swapped);
 }
 
 Hash128::Result Hash128::finish() noexcept {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "Sarn/Types.h"
+#include "Kiv/NboAttrLog.h"
 
 namespace Kiv {
 
@@ -22,8 +22,9 @@ public:
    static constexpr std::size_t roomSize = 1024;
 
    void add(void const* bytes, std::size_t size) noexcept;
-   void addU16(U16 v) noexcept;
-   void addU64(U64 v) noexcept;
+   /// Adds a number, big-endian.
+   void addU16(U16 v) noexcept { addNumber(v); }
+   void addU64(U64 v) noexcept { addNumber(v); }
    /// Where the next `size` bytes go, which the caller writes at once. REQUIRES: size <= roomSize.
    U8* room(std::size_t size) noexcept {
       if (fill_ + size > sizeof room_) {
@@ -39,6 +40,11 @@ public:
 private:
    static constexpr std::size_t blockSize = 16;
 
+   template <class T>
+   void addNumber(T v) noexcept {
+      T const swapped = NboAttrLog::byteSwapped(v);
+      std::memcpy(room(sizeof swapped), &swapped, sizeof swapped);
+   }
    void mix(U8 const* blocks, std::size_t count) noexcept;
    void mixRoom() noexcept;
 
