@@ -55,7 +55,7 @@ public:
    /// result. False, with no effect, if the mount is not complete, or a comparison is in progress.
    /// It waits while this end is behind with the source's changes: then there is nothing to
    /// compare.
-   bool compareAsk(Mount& mount, bool repair = true);
+   bool compareAsk(Mount const& mount, bool repair = true);
    /// Sets who the peer is, as far as the carrier knows. Other peers see it in `onSessions`, and in
    /// the reason if this peer's mount rules theirs out.
    void peerIs(PeerIdentity peer);

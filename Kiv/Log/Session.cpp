@@ -110,11 +110,11 @@ void Session::Impl::sessionsAsk() {
    }
 }
 
-bool Session::Impl::compareAsk(Mount& mount, bool repair) {
+bool Session::Impl::compareAsk(Mount const& mount, bool repair) {
    if (closing_.closed() || !mount.complete() || teller_.comparison().inProgress()) {
       return false;
    }
-   teller_.comparison().start(mount, repair);
+   teller_.comparison().start(*mounts_.mount(Mounts::idOf(mount)), repair);
    pump();
    return true;
 }
@@ -374,7 +374,7 @@ void Session::rootsAsk() {
 void Session::sessionsAsk() {
    impl_->sessionsAsk();
 }
-bool Session::compareAsk(Mount& mount, bool repair) {
+bool Session::compareAsk(Mount const& mount, bool repair) {
    return impl_->compareAsk(mount, repair);
 }
 void Session::peerIs(PeerIdentity peer) {

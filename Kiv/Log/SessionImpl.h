@@ -39,7 +39,7 @@ public:
    void syncIs(U32 token);
    void rootsAsk();
    void sessionsAsk();
-   bool compareAsk(Mount& mount, bool repair);
+   bool compareAsk(Mount const& mount, bool repair);
    void peerIs(PeerIdentity peer) { peer_ = std::move(peer); }
    PeerIdentity const& peer() const noexcept { return peer_; }
    void boundSessionsOfUid();

@@ -316,6 +316,29 @@ TEST(OutOfMemory, OfAReplay) {
    });
 }
 
+/// A mirror that was changed behind the log's back is compared and repaired.
+TEST(OutOfMemory, OfAComparison) {
+   everyPoint(10, [](Findings& findings) {
+      World world(findings, small());
+      fill(world);
+      world.offer(false);
+      world.connect(false);
+      world.carry(false);
+      world.reader.copy->leafDel(3);
+      world.reader.copy->leafIs(77, true, KivTest::Opaque(2))->twigIs(KivTest::Level::high);
+      world.reader.copy->byNumberIs(2, longText(9));
+      world.reader.copy->textIs(longText(3));
+      Session* const theirs = world.reader.theirs();
+      auto const ask = [&] { theirs->compareAsk(theirs->mounts().front()); };
+      if (!attempt(ask)) {
+         ask();
+      }
+      world.carry(true);
+      world.settle("a comparison");
+      world.finish();
+   });
+}
+
 TEST(OutOfMemory, OfLiveChanges) {
    everyPoint(100, [](Findings& findings) {
       World world(findings);
