@@ -31,12 +31,13 @@ macro(ptplib_headers out)
 endmacro()
 
 # ptplib_library(name DIRS dir... [INTERNAL dir...] [LINK library...] [PACKAGES package...]
-#    [PRIVATE_TO_THE_BUILD])
+#    [PRIVATE_LINK library...] [PRIVATE_TO_THE_BUILD])
 # Builds one shared object from the sources and modules in the directories. INTERNAL: directories
 # among them whose headers are not installed. PACKAGES: packages of headers that its sources use;
-# they become part of the library. PRIVATE_TO_THE_BUILD: it is not installed.
+# they become part of the library. PRIVATE_LINK: what its sources use and its headers do not.
+# PRIVATE_TO_THE_BUILD: it is not installed.
 function(ptplib_library name)
-   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "" "DIRS;INTERNAL;LINK;PACKAGES")
+   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "" "DIRS;INTERNAL;LINK;PACKAGES;PRIVATE_LINK")
    ptplib_sources(sources ${arg_DIRS})
    ptplib_module_files(kivs ${arg_DIRS})
    if(NOT sources AND NOT kivs)
@@ -51,6 +52,9 @@ function(ptplib_library name)
    target_include_directories(${name} PUBLIC
       "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>" "$<INSTALL_INTERFACE:${PTPLIB_INSTALL_INCLUDEDIR}>")
    ptplib_link(${name} PUBLIC ${arg_LINK})
+   foreach(library IN LISTS arg_PRIVATE_LINK)
+      target_link_libraries(${name} PRIVATE "$<BUILD_INTERFACE:${library}>")
+   endforeach()
    foreach(package IN LISTS arg_PACKAGES)
       find_package(${package} REQUIRED)
       ptplib_link(${name} PRIVATE ${package}::${package})

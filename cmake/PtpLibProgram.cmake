@@ -79,6 +79,22 @@ function(ptplib_net_snmp out)
    set(${out} ON PARENT_SCOPE)
 endfunction()
 
+# ptplib_nats(out): sets `out` to whether the client library of NATS is there; then PtpLibNats is a
+# target to link.
+function(ptplib_nats out)
+   find_path(PTPLIB_NATS_INCLUDE nats/nats.h)
+   find_library(PTPLIB_NATS_LIBRARY nats)
+   set(${out} OFF PARENT_SCOPE)
+   if(NOT PTPLIB_NATS_INCLUDE OR NOT PTPLIB_NATS_LIBRARY)
+      ptplib_missing("the library Fleet" libnats-dev)
+      return()
+   endif()
+   add_library(PtpLibNats INTERFACE)
+   target_include_directories(PtpLibNats SYSTEM INTERFACE "${PTPLIB_NATS_INCLUDE}")
+   target_link_libraries(PtpLibNats INTERFACE "${PTPLIB_NATS_LIBRARY}")
+   set(${out} ON PARENT_SCOPE)
+endfunction()
+
 # ptplib_examples(DIR dir LINK library...): one program per source file, run as a test.
 function(ptplib_examples)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "DIR" "LINK")

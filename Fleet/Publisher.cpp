@@ -1,0 +1,604 @@
+#include "Fleet/Publisher.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "Fleet/Names.h"
+#include "Holt/Failure.h"
+#include "Holt/State/Walk.h"
+#include "Kiv/Printable.h"
+
+namespace Fleet {
+
+using Kiv::Entity;
+using Kiv::FieldDescriptor;
+using Kiv::MemberKind;
+
+namespace {
+
+constexpr U64 second = 1'000'000'000;
+constexpr std::size_t purgesAtATime = 64;
+
+std::string newSession() {
+   U64 numbers[1] = {};
+   (void)!::getrandom(numbers, sizeof numbers, 0);
+   // Later sessions are greater.
+   return hexText(Holt::wallNow()) + hexText(numbers[0]);
+}
+
+bool isChild(FieldDescriptor const& field) {
+   return (field.kind == MemberKind::child || field.kind == MemberKind::children) &&
+          field.has(FieldDescriptor::streamed);
+}
+
+}  // namespace
+
+struct Publisher::Root final : Kiv::Observer {
+   Root(Publisher& owner, Sarn::Ptr<Kiv::NamedEntity> const& its)
+         : publisher(owner), root(its), token(rootToken(its->nameString())) {
+      root->observerAdd(*this, Kiv::Scope::subtree);
+   }
+   ~Root() { root->observerDel(*this, Kiv::Scope::subtree); }
+   Root(Root const&) = delete;
+   Root& operator=(Root const&) = delete;
+
+   void onChange(Kiv::Change const& change) override { publisher.changed(*this, change); }
+
+   Publisher& publisher;
+   Sarn::Ptr<Kiv::NamedEntity> root;
+   std::string token;
+   /// Of what the stream has.
+   U64 entities = 0;
+   U64 digest = 0;
+};
+
+Publisher::Publisher(Connection& connection, Options options)
+      : connection_(connection),
+        options_(std::move(options)),
+        window_(options_.window),
+        sourceSince_(Holt::wallNow()) {
+   if (options_.session.empty()) {
+      options_.session = newSession();
+   }
+   subjects_ = options_.prefix + ".";
+   appendToken(subjects_, options_.switchName);
+   subjects_ += '.';
+   constexpr std::size_t longestSwitch = 256;
+   if (options_.switchName.empty() || subjects_.size() > longestSwitch) {
+      throw Holt::Failure("the name of a switch must have 1 to about 250 characters",
+                          Holt::Exit::usage);
+   }
+   connection_.listenerAdd(*this);
+   if (connection_.status().connected) {
+      onConnected();
+   }
+}
+
+Publisher::~Publisher() {
+   connection_.listenerDel(*this);
+   // Answers that are still expected must not come here.
+   onDisconnected();
+}
+
+Publisher::Status Publisher::status() const {
+   Status status = status_;
+   status.entities = nodes_.size();
+   status.pending = dirty_.size();
+   status.inFlight = inFlight_;
+   return status;
+}
+
+std::string Publisher::subjectOf(std::string_view place) const {
+   return subjects_ + std::string(place);
+}
+
+// ---- The stream ----
+
+void Publisher::onConnected() {
+   ++*epoch_;
+   prepare();
+}
+
+void Publisher::onDisconnected() {
+   ++*epoch_;
+   reader_.reset();
+   compareDue_ = false;
+   status_.publishing = false;
+   status_.reason = connection_.status().reason;
+   prepareAt_ = metaAt_ = sendAt_ = 0;
+   inFlight_ = inFlightBytes_ = 0;
+   for (Node& node : records_) {
+      if (std::exchange(node.second.inFlight, false)) {
+         node.second.unsure = true;
+         node.second.dirty = false;
+         mark(node);
+      }
+   }
+}
+
+void Publisher::onRefused(std::string const& what) {
+   status_.reason = what;
+}
+
+void Publisher::refused(std::string const& why) {
+   status_.reason = Kiv::printable(why);
+   prepareAt_ = now() + second;
+}
+
+void Publisher::prepare() {
+   prepareAt_ = 0;
+   connection_.ask("$JS.API.STREAM.INFO." + options_.stream.name, {}, apiPatience,
+                   [this, held = epoch_, epoch = *epoch_](Arrived const* answer) {
+                      if (*held == epoch) {
+                         onStream(answer, false);
+                      }
+                   });
+}
+
+void Publisher::onStream(Arrived const* answer, bool created) {
+   if (isMissingStream(answer) && !created) {
+      connection_.ask("$JS.API.STREAM.CREATE." + options_.stream.name,
+                      streamConfig(options_.stream, options_.prefix).dump(), apiPatience,
+                      [this, held = epoch_, epoch = *epoch_](Arrived const* reply) {
+                         if (*held == epoch) {
+                            onStream(reply, true);
+                         }
+                      });
+      return;
+   }
+   StreamState state;
+   if (std::string const wrong = readStreamState(answer, options_.stream.name, options_.prefix, state);
+       !wrong.empty()) {
+      refused(wrong);
+      return;
+   }
+   if (!state.unsuitable.empty()) {
+      refused("stream '" + options_.stream.name + "': " + state.unsuitable);
+      return;
+   }
+   status_.reason = "reading what the stream has";
+   reader_ = std::make_unique<Consumer>(
+         connection_,
+         Consumer::Options{
+               .stream = options_.stream.name, .prefix = options_.prefix, .filter = subjects_ + ">", .once = true},
+         static_cast<Consumer::Reader&>(*this));
+}
+
+void Publisher::onEntry(Consumer::Entry const& entry) {
+   std::string_view place = entry.subject;
+   if (!place.starts_with(subjects_)) {
+      return;
+   }
+   place.remove_prefix(subjects_.size());
+   if (place == metaToken) {
+      return;
+   }
+   EntityMessage message;
+   // What cannot be read is replaced or deleted: no value has this digest.
+   U64 digest = 1;
+   if (readMessage(entry.data, message).empty()) {
+      digest = message.isDeleted() ? 0 : digestOf(place, message.value);
+   }
+   found_[std::string(place)] = {digest, entry.number};
+}
+
+void Publisher::onReading(std::string const& why) {
+   if (!why.empty()) {
+      status_.reason = why;
+   }
+}
+
+void Publisher::onCaughtUp() {
+   // The reader, which calls this, must not end here.
+   compareDue_ = true;
+}
+
+void Publisher::compare() {
+   reader_.reset();
+   compareDue_ = false;
+   for (Node& node : records_) {
+      Record& record = node.second;
+      auto const at = found_.find(node.first);
+      digestIs(record, record.root, at != found_.end() ? at->second.first : 0);
+      record.unsure = false;
+      if (record.entity != nullptr || sourceKnown_) {
+         mark(node);
+      }
+   }
+   for (auto const& [place, held] : found_) {
+      if (held.first == 0) {
+         purges_.push_back({place, held.second, now() + options_.deletions});
+         continue;
+      }
+      auto const [at, added] = records_.try_emplace(place);
+      if (added) {
+         at->second.digest = held.first;
+         if (sourceKnown_) {
+            mark(*at);
+         }
+      }
+   }
+   found_.clear();
+   status_.publishing = true;
+   status_.reason.clear();
+   metaWhenDone_ = true;
+   metaAt_ = now() + options_.heartbeat;
+}
+
+// ---- The roots ----
+
+void Publisher::rootAdd(Sarn::Ptr<Kiv::NamedEntity> const& root) {
+   for (Root const& other : roots_) {
+      if (other.root->nameString() == root->nameString()) {
+         throw Holt::Failure("a root named '" + root->nameString() + "' is published already, as " +
+                             other.root->kivType().name);
+      }
+   }
+   Root& added = roots_.emplace_back(*this, root);
+   index(added, added.token, &*root);
+   metaWhenDone_ = true;
+}
+
+void Publisher::rootDel(Kiv::NamedEntity& root) {
+   for (auto at = roots_.begin(); at != roots_.end(); ++at) {
+      if (&*at->root == &root) {
+         index(*at, at->token, nullptr);
+         for (auto& [place, record] : records_) {
+            if (record.root == &*at) {
+               record.root = nullptr;
+            }
+         }
+         roots_.erase(at);
+         metaWhenDone_ = true;
+         return;
+      }
+   }
+}
+
+void Publisher::sourceIs(bool current, U64 since, std::string const& reason) {
+   sourceCurrent_ = current;
+   sourceSince_ = since;
+   sourceReason_ = reason;
+   if (current && !sourceKnown_) {
+      sourceKnown_ = true;
+      for (Node& node : records_) {
+         if (node.second.entity == nullptr) {
+            mark(node);
+         }
+      }
+   }
+   if (status_.publishing) {
+      metaAt_ = now();
+   }
+}
+
+void Publisher::changed(Root& root, Kiv::Change const& change) {
+   Entity const& entity = Kiv::entityOf(change);
+   auto const at = nodes_.find(&entity);
+   FieldDescriptor const* const field = entity.kivType().field(change.attributeId);
+   if (at == nodes_.end() || field == nullptr) {
+      return;
+   }
+   Node& node = *at->second;
+   if (field->kind == MemberKind::children && change.key == nullptr) {
+      index(root, std::string(node.first), &entity);
+   } else if (isChild(*field)) {
+      std::string place = node.first;
+      appendChild(place, *field, change.key);
+      Entity const* const child = field->kind == MemberKind::child
+                                        ? field->ops->child->get(entity)
+                                        : field->ops->collection->findChild(entity, change.key);
+      index(root, place, child);
+   } else if (field->has(FieldDescriptor::streamed)) {
+      mark(node);
+   }
+}
+
+/// Brings the records at a place and below to what is there now.
+void Publisher::index(Root& root, std::string const& place, Entity const* entity) {
+   ++walks_;
+   if (entity != nullptr) {
+      indexBelow(root, place, *entity);
+   }
+   std::vector<Node*> others;
+   auto const other = [&](Node& node) {
+      if (node.second.walk != walks_) {
+         others.push_back(&node);
+      }
+   };
+   if (auto const at = records_.find(place); at != records_.end()) {
+      other(*at);
+   }
+   std::string const below = place + ".";
+   for (auto at = records_.lower_bound(below);
+        at != records_.end() && at->first.starts_with(below); ++at) {
+      other(*at);
+   }
+   for (Node* const node : others) {
+      gone(*node);
+   }
+}
+
+void Publisher::indexBelow(Root& root, std::string place, Entity const& entity) {
+   Node& node = *records_.try_emplace(place).first;
+   Record& record = node.second;
+   if (record.entity != &entity) {
+      if (record.entity != nullptr) {
+         nodes_.erase(record.entity);
+      }
+      record.entity = &entity;
+      nodes_[&entity] = &node;
+   }
+   digestIs(record, &root, record.digest);
+   record.walk = walks_;
+   mark(node);
+   std::size_t const size = place.size();
+   Kiv::forEachChild(entity, [&](Entity& child, FieldDescriptor const& field, void const* key) {
+      if (isChild(field)) {
+         appendChild(place, field, key);
+         indexBelow(root, place, child);
+         place.resize(size);
+      }
+   });
+}
+
+void Publisher::gone(Node& node) {
+   Record& record = node.second;
+   if (record.entity != nullptr) {
+      nodes_.erase(record.entity);
+      record.entity = nullptr;
+   }
+   status_.leftOut -= record.leftOut ? 1 : 0;
+   record.leftOut = false;
+   // A reader drops what is below a deleted entity before it is told of each.
+   digestIs(record, nullptr, record.digest);
+   mark(node);
+}
+
+/// What the stream has of an entity, in the sums of its root.
+void Publisher::digestIs(Record& record, Root* root, U64 digest) {
+   if (record.root != nullptr && record.digest != 0) {
+      record.root->digest -= record.digest;
+      --record.root->entities;
+   }
+   record.root = root;
+   record.digest = digest;
+   if (root != nullptr && digest != 0) {
+      root->digest += digest;
+      ++root->entities;
+   }
+}
+
+void Publisher::mark(Node& node, U64 notBefore) {
+   Record& record = node.second;
+   if (record.dirty) {
+      return;
+   }
+   record.dirty = true;
+   if (!record.inFlight) {
+      U64 const due = options_.interval != 0 && record.sent != 0 && record.entity != nullptr
+                            ? record.sent + options_.interval
+                            : 0;
+      dirty_.emplace(std::max(due, notBefore), &node);
+   }
+}
+
+// ---- Sending ----
+
+void Publisher::appendTo(std::vector<pollfd>&) {
+   if (compareDue_) {
+      compare();
+   }
+   if (status_.publishing) {
+      pump();
+      if (metaWhenDone_ && dirty_.empty()) {
+         metaAt_ = now();
+      }
+      if (metaAt_ != 0 && now() >= metaAt_) {
+         sendMeta(false);
+      }
+   }
+}
+
+U64 Publisher::deadline() const {
+   U64 due = prepareAt_;
+   auto const earlier = [&due](U64 time) {
+      if (time != 0) {
+         due = due == 0 ? time : std::min(due, time);
+      }
+   };
+   if (reader_ != nullptr) {
+      earlier(reader_->deadline());
+   }
+   if (status_.publishing) {
+      earlier(metaAt_);
+      if (!dirty_.empty() && inFlight_ < window_ && inFlightBytes_ < options_.windowBytes) {
+         earlier(std::max({dirty_.begin()->first, sendAt_, U64{1}}));
+      }
+      for (Purge const& purge : purges_) {
+         earlier(purge.due);
+      }
+   }
+   return due;
+}
+
+void Publisher::onTurn(std::span<pollfd const> polled) {
+   if (reader_ != nullptr) {
+      reader_->onTurn(polled);
+   }
+   if (prepareAt_ != 0 && now() >= prepareAt_) {
+      prepare();
+   }
+   if (status_.publishing) {
+      purge();
+   }
+}
+
+void Publisher::pump() {
+   U64 const time = now();
+   while (!dirty_.empty() && inFlight_ < window_ && inFlightBytes_ < options_.windowBytes &&
+          dirty_.begin()->first <= time && sendAt_ <= time) {
+      Node& node = *dirty_.begin()->second;
+      dirty_.erase(dirty_.begin());
+      node.second.dirty = false;
+      if (!send(node)) {
+         records_.erase(records_.find(node.first));
+      }
+   }
+}
+
+/// Returns false if nothing has to be remembered.
+bool Publisher::send(Node& node) {
+   Record& record = node.second;
+   if (record.entity == nullptr) {
+      if (record.digest == 0 && !record.unsure) {
+         return false;
+      }
+      sendDeletion(node);
+      return true;
+   }
+   value_.clear();
+   text_.write(*record.entity, value_);
+   U64 const digest = digestOf(node.first, value_);
+   if (digest != record.digest || record.unsure) {
+      sendValue(node, digest);
+   }
+   return true;
+}
+
+void Publisher::sendValue(Node& node, U64 digest) {
+   Record& record = node.second;
+   std::string message;
+   writeMessage({.session = options_.session,
+                 .sequence = sequence_ + 1,
+                 .rootType = record.root->root->kivType().name,
+                 .value = value_},
+                message);
+   std::size_t const subjectSize = subjects_.size() + node.first.size();
+   bool const tooLong = subjectSize > longestSubject ||
+                        message.size() + subjectSize > connection_.status().longestMessage;
+   status_.leftOut += (tooLong ? 1 : 0) - (record.leftOut ? 1 : 0);
+   record.leftOut = tooLong;
+   if (tooLong) {
+      return;
+   }
+   digestIs(record, record.root, digest);
+   status_.bytes += value_.size();
+   ask(node, std::move(message));
+}
+
+void Publisher::sendDeletion(Node& node) {
+   Record& record = node.second;
+   std::string message;
+   writeMessage({.session = options_.session,
+                 .sequence = sequence_ + 1,
+                 .rootType = "-",
+                 .value = {}},
+                message);
+   digestIs(record, nullptr, 0);
+   record.unsure = true;
+   ++status_.deletions;
+   ask(node, std::move(message));
+}
+
+void Publisher::ask(Node& node, std::string message) {
+   Record& record = node.second;
+   ++sequence_;
+   ++status_.messages;
+   record.inFlight = true;
+   record.sent = now();
+   std::size_t const size = message.size() + node.first.size();
+   ++inFlight_;
+   inFlightBytes_ += size;
+   connection_.ask(subjectOf(node.first), std::move(message), options_.patience,
+                   [this, held = epoch_, epoch = *epoch_, place = node.first, size](Arrived const* answer) {
+                      if (*held == epoch) {
+                         answered(place, size, answer);
+                      }
+                   });
+}
+
+void Publisher::answered(std::string const& place, std::size_t size, Arrived const* answer) {
+   --inFlight_;
+   inFlightBytes_ -= size;
+   auto const at = records_.find(place);
+   Record& record = at->second;
+   record.inFlight = false;
+   bool const wasDirty = std::exchange(record.dirty, false);
+   Holt::Json reply;
+   std::string const wrong = readApiReply(answer, options_.stream.name, reply);
+   if (wrong.empty()) {
+      window_ = options_.window;
+      record.unsure = false;
+      status_.reason.clear();
+      if (record.entity == nullptr && record.digest == 0) {
+         purges_.push_back(
+               {place, static_cast<U64>(numberIn(reply, "seq")), now() + options_.deletions});
+      }
+      if (wasDirty) {
+         mark(*at);
+      } else if (record.entity == nullptr && record.digest == 0) {
+         records_.erase(at);
+      }
+      return;
+   }
+   // It may be stored nevertheless. One message at a time, until one is.
+   ++status_.repeated;
+   status_.reason = Kiv::printable(wrong);
+   record.unsure = true;
+   window_ = 1;
+   if (answer != nullptr) {
+      sendAt_ = now() + second;
+   }
+   mark(*at);
+}
+
+/// Removes deletions from the stream that have been there for long enough, unless there is
+/// something newer.
+void Publisher::purge() {
+   U64 const time = now();
+   std::size_t sent = 0;
+   std::erase_if(purges_, [&](Purge const& purge) {
+      if (purge.due > time || sent == purgesAtATime) {
+         return false;
+      }
+      ++sent;
+      Holt::Json const request{{"filter", subjectOf(purge.place)}, {"seq", purge.number + 1}};
+      connection_.publish("$JS.API.STREAM.PURGE." + options_.stream.name, request.dump());
+      return true;
+   });
+}
+
+void Publisher::sendMeta(bool ended) {
+   Meta meta;
+   meta.session = options_.session;
+   meta.sequence = sequence_;
+   meta.time = Holt::wallNow();
+   meta.every = options_.heartbeat;
+   meta.pending = dirty_.size();
+   meta.leftOut = status_.leftOut;
+   meta.current = sourceCurrent_ && !ended;
+   meta.since = sourceSince_;
+   meta.reason = ended ? "the publisher has ended" : sourceReason_;
+   meta.ended = ended;
+   for (Root const& root : roots_) {
+      meta.roots.push_back(
+            {root.root->nameString(), root.root->kivType().name, root.entities, root.digest});
+   }
+   connection_.publish(subjectOf(metaToken), metaText(meta));
+   ++status_.heartbeats;
+   metaAt_ = now() + options_.heartbeat;
+   metaWhenDone_ = metaWhenDone_ && !dirty_.empty();
+}
+
+void Publisher::end() {
+   if (status_.publishing && !ended_) {
+      ended_ = true;
+      pump();
+      sendMeta(true);
+   }
+}
+
+}  // namespace Fleet
