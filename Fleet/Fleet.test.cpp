@@ -4,13 +4,15 @@
 #include <cstdlib>
 #include <optional>
 
+#include "Fleet/Fixture.test.h"
+#include "Fleet/Mirror.h"
 #include "Fleet/Names.h"
-#include "Fleet/NatsServer.test.h"
+#include "Fleet/Publisher.h"
 #include "Holt/Client.h"
 #include "Holt/State/Diff.h"
 #include "Holt/State/Doc.h"
-#include "KivTest/TestTypes/Stem.h"
 #include "KivTest/TestTypes/Hedge.h"
+#include "KivTest/TestTypes/Stem.h"
 
 namespace Fleet::Test {
 

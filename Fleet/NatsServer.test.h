@@ -1,7 +1,6 @@
 // A nats-server of a test's own, on a free port of the loopback, with a temporary directory.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -12,14 +11,11 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
-#include "Fleet/Connection.h"
-#include "Fleet/Mirror.h"
-#include "Fleet/Publisher.h"
-#include "Holt/Loop.h"
+#include "Sarn/Types.h"
 
 namespace Fleet::Test {
 
@@ -74,7 +70,9 @@ public:
       for (int i = 0; i != 200 && !accepts(); ++i) {
          std::this_thread::sleep_for(std::chrono::milliseconds(25));
       }
-      ASSERT_TRUE(accepts());
+      if (!accepts()) {
+         throw std::runtime_error("nats-server does not start");
+      }
    }
    void kill() {
       if (pid_ > 0) {
@@ -83,6 +81,7 @@ public:
          pid_ = -1;
       }
    }
+   pid_t pid() const { return pid_; }
    void pause() { ::kill(pid_, SIGSTOP); }
    void goOn() { ::kill(pid_, SIGCONT); }
 
@@ -103,33 +102,6 @@ private:
    U16 port_;
    pid_t pid_ = -1;
    std::string directory_;
-};
-
-/// Tests with a server are skipped where there is none.
-class FleetTest : public testing::Test {
-protected:
-   void SetUp() override {
-      if (!NatsServer::isInstalled()) {
-         GTEST_SKIP() << "nats-server is not installed; `./dev test --all` installs it";
-      }
-   }
-
-   /// Takes turns until it is so; false after `seconds`.
-   bool until(std::function<bool()> const& so, double seconds = 20) {
-      auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-      while (!so()) {
-         if (std::chrono::steady_clock::now() > end) {
-            return false;
-         }
-         loop.turn(-1, std::chrono::milliseconds(20));
-      }
-      return true;
-   }
-   void wait(double seconds) {
-      EXPECT_FALSE(until([] { return false; }, seconds));
-   }
-
-   Holt::Loop loop;
 };
 
 }  // namespace Fleet::Test
