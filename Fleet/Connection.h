@@ -103,8 +103,8 @@ public:
    using Answer = std::function<void(Arrived const*)>;
    using Handler = std::function<void(Arrived const&)>;
 
-   /// Throws `Holt::Failure` for options that cannot be right: no URL, a file that cannot be read, a
-   /// certificate without its key.
+   /// Throws `Holt::Failure` for options that cannot be right: no URL, a file that cannot be read,
+   /// a certificate without its key.
    explicit Connection(Options options);
    ~Connection();
    Connection(Connection const&) = delete;
@@ -119,8 +119,8 @@ public:
 
    /// Sends a message; it is lost if there is no connection, or before it has left.
    void publish(std::string subject, std::string data);
-   /// Sends a message, and calls `answer` once: with the first answer, or with null after `patience`
-   /// nanoseconds. Not called from within. Returns a number for `forget`.
+   /// Sends a message, and calls `answer` once: with the first answer, or with null after
+   /// `patience` nanoseconds. Not called from within. Returns a number for `forget`.
    U64 ask(std::string subject, std::string data, U64 patience, Answer answer);
    /// The answer is of no use any more.
    void forget(U64 question) noexcept { questions_.erase(question); }

@@ -123,7 +123,8 @@ void Consumer::onStream(Arrived const* answer) {
       return;
    }
    StreamState state;
-   if (std::string const wrong = readStreamState(answer, options_.stream, options_.prefix, state); !wrong.empty()) {
+   if (std::string const wrong = readStreamState(answer, options_.stream, options_.prefix, state);
+       !wrong.empty()) {
       failed(wrong, options_.pause);
       return;
    }
@@ -184,9 +185,8 @@ void Consumer::onCreated(Arrived const* answer) {
       reader_.onReading(why_);
    }
    auto const delivered = reply.find("delivered");
-   bool const nothing =
-         numberIn(reply, "num_pending") == 0 && lastOwn_ == 0 &&
-         (delivered == reply.end() || numberIn(*delivered, "consumer_seq") == 0);
+   bool const nothing = numberIn(reply, "num_pending") == 0 && lastOwn_ == 0 &&
+                        (delivered == reply.end() || numberIn(*delivered, "consumer_seq") == 0);
    if (nothing) {
       // Later messages come one by one.
       last_ = std::max(last_, target_);

@@ -70,9 +70,7 @@ struct ValueWriter {
    }
    void operator()(double v) const { std::isfinite(v) ? appendNumber(out, v) : other(); }
    void operator()(float v) const { std::isfinite(v) ? appendNumber(out, v) : other(); }
-   void operator()(Sarn::String const& v) const {
-      isPlainText(v) ? appendQuoted(out, v) : other();
-   }
+   void operator()(Sarn::String const& v) const { isPlainText(v) ? appendQuoted(out, v) : other(); }
    void operator()(Kiv::EnumRef v) const {
       char const* const name = v.name();
       name != nullptr ? appendQuoted(out, name) : appendNumber(out, unsigned{v.value});
@@ -323,8 +321,7 @@ std::string_view splitEntityText(std::string_view text, std::vector<TextMember>&
       if (end == std::string_view::npos || end == begin || text[end] == ']') {
          return "a value has no end";
       }
-      members.push_back(
-            {text.substr(at + 1, endOfName - at - 2), text.substr(begin, end - begin)});
+      members.push_back({text.substr(at + 1, endOfName - at - 2), text.substr(begin, end - begin)});
       if (text[end] == '}') {
          return end + 1 == text.size() ? std::string_view() : "something follows the object";
       }
@@ -340,8 +337,7 @@ EntityMembers const& EntityText::membersOf(Kiv::TypeImpl const& type) {
    return *members;
 }
 
-void EntityText::writeMember(Entity const& entity, FieldDescriptor const& field,
-                             std::string& out) {
+void EntityText::writeMember(Entity const& entity, FieldDescriptor const& field, std::string& out) {
    if (field.kind == MemberKind::single) {
       AnyValue value(*field.type);
       value.read(&entity, field);

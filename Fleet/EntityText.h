@@ -37,8 +37,8 @@ struct TextMember {
    std::string_view json;
 };
 
-/// Splits the text of an entity into its members, which `members` then holds. Returns what is wrong,
-/// or an empty text; values are not examined beyond their extent.
+/// Splits the text of an entity into its members, which `members` then holds. Returns what is
+/// wrong, or an empty text; values are not examined beyond their extent.
 std::string_view splitEntityText(std::string_view text, std::vector<TextMember>& members);
 
 /// What went wrong when a text was applied.
@@ -61,12 +61,12 @@ public:
    void write(Kiv::Entity const& entity, std::string& out);
 
    /// Brings an entity to the state of a text, through its setters and only where it differs. What
-   /// the text lacks stays as it is; what cannot be applied is left out and reported. Returns false,
-   /// with a problem, if it is no text of an entity at all.
+   /// the text lacks stays as it is; what cannot be applied is left out and reported. Returns
+   /// false, with a problem, if it is no text of an entity at all.
    bool apply(Kiv::Entity& entity, std::string_view text, ApplyProblems& problems);
 
-   /// Creates the child of a collection with the constructor arguments in `text`, or finds it. Null,
-   /// with a problem, if they are missing or refused.
+   /// Creates the child of a collection with the constructor arguments in `text`, or finds it.
+   /// Null, with a problem, if they are missing or refused.
    Sarn::Ptr<Kiv::Entity> makeChild(Kiv::Entity& parent, Kiv::FieldDescriptor const& field,
                                     Kiv::ValueRef key, std::string_view text,
                                     ApplyProblems& problems);
@@ -77,8 +77,7 @@ public:
 
 private:
    EntityMembers const& membersOf(Kiv::TypeImpl const& type);
-   void writeMember(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field,
-                    std::string& out);
+   void writeMember(Kiv::Entity const& entity, Kiv::FieldDescriptor const& field, std::string& out);
    void applyMember(Kiv::Entity& entity, Kiv::FieldDescriptor const& field, std::string_view json,
                     ApplyProblems& problems);
 

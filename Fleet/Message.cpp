@@ -142,8 +142,7 @@ std::string_view readMessage(std::string_view text, EntityMessage& message) {
       message.value = {};
       return {};
    }
-   if (!take(rest, valueBegin) || rest.size() < 3 || rest.front() != '{' ||
-       !rest.ends_with("}}")) {
+   if (!take(rest, valueBegin) || rest.size() < 3 || rest.front() != '{' || !rest.ends_with("}}")) {
       return "has neither a value nor a deletion";
    }
    message.value = rest.substr(0, rest.size() - 1);

@@ -71,7 +71,8 @@ TEST(FleetMessage, AHeartbeatThatLacksSomethingIsNamed) {
 
 TEST(FleetMessage, DigestsAreTheSameInEveryRelease) {
    EXPECT_EQ(hexText(digestOf("", "")), "8cd1534c369edef6");
-   EXPECT_EQ(hexText(digestOf("status.portDS.Ethernet1", "{\"portState\":\"master\"}")), "06a91ea83e0c37a2");
+   EXPECT_EQ(hexText(digestOf("status.portDS.Ethernet1", "{\"portState\":\"master\"}")),
+             "06a91ea83e0c37a2");
    EXPECT_NE(digestOf("a", "b"), digestOf("b", "a"));
    EXPECT_NE(digestOf("ab", ""), digestOf("a", "b"));
 }
@@ -85,8 +86,8 @@ TEST(FleetText, SplitsMembersWithoutParsingThem) {
    EXPECT_EQ(members[2].json, R"({"d":[1,2]})");
    EXPECT_EQ(splitEntityText("{}", members), "");
    EXPECT_TRUE(members.empty());
-   for (char const* const text : {"", "{", "}", "[]", "{\"a\"}", "{\"a\":}", "{\"a\":1", "{\"a\":1}}",
-                                  "{\"a\":1]", "{,}", "{\"a\":1,}", "{\"a\":\"}"}) {
+   for (char const* const text : {"", "{", "}", "[]", "{\"a\"}", "{\"a\":}", "{\"a\":1",
+                                  "{\"a\":1}}", "{\"a\":1]", "{,}", "{\"a\":1,}", "{\"a\":\"}"}) {
       EXPECT_NE(splitEntityText(text, members), "") << text;
    }
 }

@@ -37,7 +37,9 @@ Mirror::Mirror(Connection& connection, Options options)
    }
    status_.since = Holt::wallNow();
    consumer_ = std::make_unique<Consumer>(
-         connection_, Consumer::Options{.stream = options_.stream, .prefix = options_.prefix, .filter = filterOf(options_)},
+         connection_,
+         Consumer::Options{
+               .stream = options_.stream, .prefix = options_.prefix, .filter = filterOf(options_)},
          static_cast<Consumer::Reader&>(*this));
    reviewAt_ = connection_.now() + reviewEvery;
 }
@@ -192,9 +194,8 @@ void Mirror::onTurn(std::span<pollfd const> polled) {
       statusIs(connection_.status().reason);
    }
    review();
-   bool const differs = std::any_of(switches_.begin(), switches_.end(), [](auto const& each) {
-      return each.second->differed_ != 0;
-   });
+   bool const differs = std::any_of(switches_.begin(), switches_.end(),
+                                    [](auto const& each) { return each.second->differed_ != 0; });
    if (!differs && status_.current) {
       repairPause_ = 0;
    }

@@ -84,8 +84,7 @@ std::optional<std::string> rootName(std::string_view token) {
    if (!text || text->empty()) {
       return std::nullopt;
    }
-   std::string name =
-         (*text)[0] == '/' ? text->substr(1) : std::string(usualRoots).append(*text);
+   std::string name = (*text)[0] == '/' ? text->substr(1) : std::string(usualRoots).append(*text);
    return rootToken(name) == token ? std::optional(std::move(name)) : std::nullopt;
 }
 
@@ -105,12 +104,12 @@ std::string placeOf(Kiv::Entity const& entity) {
    }
    std::string place = rootToken(static_cast<Kiv::NamedEntity const*>(up.back())->nameString());
    for (std::size_t i = up.size() - 1; i != 0; --i) {
-      Kiv::forEachChild(*up[i], [&](Kiv::Entity& child, Kiv::FieldDescriptor const& field,
-                                    void const* key) {
-         if (&child == up[i - 1]) {
-            appendChild(place, field, key);
-         }
-      });
+      Kiv::forEachChild(
+            *up[i], [&](Kiv::Entity& child, Kiv::FieldDescriptor const& field, void const* key) {
+               if (&child == up[i - 1]) {
+                  appendChild(place, field, key);
+               }
+            });
    }
    return place;
 }

@@ -40,9 +40,8 @@ TEST(FleetNames, RootsAreNamedWithoutTheUsualPrefix) {
    EXPECT_EQ(rootToken("status"), "%2Fstatus");
    EXPECT_EQ(rootToken("ptp/meta"), "%2Fptp%2Fmeta");
    EXPECT_EQ(rootToken(""), "%2F");
-   for (char const* const name :
-        {"ptp/status", "status", "/status", "ptp/", "ptp//x", "/x", "x", "ptp/meta", "meta", "",
-         "ptp/a.b", "ptp/ptp/x"}) {
+   for (char const* const name : {"ptp/status", "status", "/status", "ptp/", "ptp//x", "/x", "x",
+                                  "ptp/meta", "meta", "", "ptp/a.b", "ptp/ptp/x"}) {
       EXPECT_EQ(rootName(rootToken(name)), name);
    }
    EXPECT_EQ(rootName("%2Fptp%2Fstatus"), std::nullopt);

@@ -41,11 +41,10 @@ public:
    explicit NatsServer(std::string const& more = {}) : port_(freePort()) {
       std::string name = std::filesystem::temp_directory_path() / "fleet-XXXXXX";
       directory_ = ::mkdtemp(name.data());
-      std::ofstream(directory_ + "/conf") << "listen: 127.0.0.1:" << port_
-                                          << "\nserver_name: test\njetstream { store_dir: \""
-                                          << directory_ << "/store\" }\nlog_file: \"" << directory_
-                                          << "/log\"\n"
-                                          << more;
+      std::ofstream(directory_ + "/conf")
+            << "listen: 127.0.0.1:" << port_ << "\nserver_name: test\njetstream { store_dir: \""
+            << directory_ << "/store\" }\nlog_file: \"" << directory_ << "/log\"\n"
+            << more;
       start();
    }
    ~NatsServer() {

@@ -128,9 +128,7 @@ void until(Holt::Loop& loop, Done const& done) {
 template <class Send, class Done, class Count>
 void measure(benchmark::State& state, NatsServer const& server, Switch64& its, Holt::Loop& loop,
              Send const& send, Done const& done, Count const& count) {
-   auto const all = [&] {
-      return send(), done();
-   };
+   auto const all = [&] { return send(), done(); };
    until(loop, all);
    std::pair<double, double> const first = count();
    double const memory = memoryOf(server.pid());

@@ -86,8 +86,7 @@ void Switch::onMessage(std::string_view subject, std::string_view place,
 }
 
 /// Returns whether there is an entity now.
-bool Switch::apply(std::string_view subject, std::string_view place,
-                   EntityMessage const& message) {
+bool Switch::apply(std::string_view subject, std::string_view place, EntityMessage const& message) {
    ApplyProblems problems;
    auto const at = records_.find(place);
    if (at != records_.end() && at->second.digest == digestOf(place, message.value)) {
@@ -127,8 +126,8 @@ bool Switch::apply(std::string_view subject, std::string_view place,
 /// The entity at a place, which is created with what the message says; null, with a problem, if it
 /// is refused. `later`: set if the entity above it must come first. Throws `Holt::Failure` if there
 /// can be no such place.
-Sarn::Ptr<Entity> Switch::resolve(std::string_view place, EntityMessage const& message,
-                                  bool& later, ApplyProblems& problems) {
+Sarn::Ptr<Entity> Switch::resolve(std::string_view place, EntityMessage const& message, bool& later,
+                                  ApplyProblems& problems) {
    std::vector<std::string_view> const tokens = tokensOf(place);
    std::optional<std::string> const name = rootName(tokens[0]);
    if (!name) {
@@ -151,8 +150,7 @@ Sarn::Ptr<Entity> Switch::resolve(std::string_view place, EntityMessage const& m
             member ? entity->kivType().field(std::string_view(*member)) : nullptr;
       bool const keyed = field != nullptr && field->kind == MemberKind::children;
       if (field == nullptr || !field->has(FieldDescriptor::streamed) ||
-          (!keyed && field->kind != MemberKind::child) ||
-          (keyed && at + 1 == tokens.size())) {
+          (!keyed && field->kind != MemberKind::child) || (keyed && at + 1 == tokens.size())) {
          throw Holt::Failure(std::string(entity->kivType().name) + " has no child at '" +
                              std::string(place) + "'");
       }
@@ -216,12 +214,12 @@ Sarn::Ptr<Entity> Switch::madeAnew(Entity& parent, FieldDescriptor const& field,
       if (auto const record = records_.find(at); record != records_.end()) {
          record->second.entity = Sarn::Ptr<Entity>(&entity);
       }
-      Kiv::forEachChild(entity, [&](Entity& inner, FieldDescriptor const& member,
-                                    void const* innerKey) {
-         std::string there = at;
-         appendChild(there, member, innerKey);
-         self(self, there, inner);
-      });
+      Kiv::forEachChild(entity,
+                        [&](Entity& inner, FieldDescriptor const& member, void const* innerKey) {
+                           std::string there = at;
+                           appendChild(there, member, innerKey);
+                           self(self, there, inner);
+                        });
    };
    reindex(reindex, place, *made);
    return made;
@@ -326,8 +324,8 @@ void Switch::applyWaiting(std::string const& place) {
 
 // ---- Completeness ----
 
-/// Whether the digests of the last heartbeat are those of what is here. `reading`: if not 0, of what
-/// was seen in that reading.
+/// Whether the digests of the last heartbeat are those of what is here. `reading`: if not 0, of
+/// what was seen in that reading.
 bool Switch::isEqual(U32 reading) const {
    std::map<std::string, RootSum, std::less<>> sums;
    for (auto const& [place, record] : records_) {
@@ -407,9 +405,8 @@ void Switch::onBegin() {
 }
 
 void Switch::onCaughtUp() {
-   bool const silent =
-         meta_.session.empty() || meta_.ended ||
-         mirror_.connection_.now() - heard_ > mirror_.options_.missing * meta_.every;
+   bool const silent = meta_.session.empty() || meta_.ended ||
+                       mirror_.connection_.now() - heard_ > mirror_.options_.missing * meta_.every;
    if (silent) {
       // No heartbeat will say what is gone.
       sweep();

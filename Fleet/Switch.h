@@ -17,8 +17,8 @@ class Mirror;
 
 /// The roots of one switch, and what is known about them.
 ///
-/// Each heartbeat of the publisher comes after the messages that it tells of, with a digest for each
-/// root. If that is the digest of what is here, the picture is complete as of that heartbeat.
+/// Each heartbeat of the publisher comes after the messages that it tells of, with a digest for
+/// each root. If that is the digest of what is here, the picture is complete as of that heartbeat.
 class Switch {
 public:
    struct Status {
@@ -94,8 +94,8 @@ private:
    void remove(std::string_view place);
    void forgetBelow(std::string const& place);
    bool apply(std::string_view subject, std::string_view place, EntityMessage const& message);
-   Sarn::Ptr<Kiv::Entity> resolve(std::string_view place, EntityMessage const& message,
-                                  bool& later, ApplyProblems& problems);
+   Sarn::Ptr<Kiv::Entity> resolve(std::string_view place, EntityMessage const& message, bool& later,
+                                  ApplyProblems& problems);
    Sarn::Ptr<Kiv::Entity> madeAnew(Kiv::Entity& parent, Kiv::FieldDescriptor const& field,
                                    Kiv::ValueRef key, Sarn::Ptr<Kiv::Entity> const& child,
                                    std::string const& place, std::string_view text,
@@ -120,8 +120,8 @@ private:
    std::size_t waitingBytes_ = 0;
 };
 
-/// The digest of a root as it is: the sum over its entities. Two roots with the same digest have the
-/// same state, wherever they are; a publisher's heartbeat has that of its root.
+/// The digest of a root as it is: the sum over its entities. Two roots with the same digest have
+/// the same state, wherever they are; a publisher's heartbeat has that of its root.
 MetaRoot rootDigest(Kiv::NamedEntity const& root);
 
 }  // namespace Fleet

@@ -34,6 +34,9 @@ PtpLib: $framework $platform
 KivTest: $libraries
 Kivc: Kiv/Printable.h tools/cli
 Holt: $libraries
+Fleet: $libraries Holt Fleet/Impl
+Fleet/Impl: $libraries Holt Fleet
+tests of Fleet: tools/demoAgent
 tools/cli: Sarn
 tools/shared: $libraries Holt tools/cli
 tools/ptpstate: $libraries Holt tools/cli tools/shared
@@ -43,12 +46,15 @@ tools/ptpsnmp: $libraries Holt tools/cli tools/shared
 tools/ptp4lCapture: tools/ptp4lAgent
 tools/ptpexport: $libraries Holt tools/cli tools/shared
 tests of tools/ptpexport: tools/ptp4lAgent tools/demoAgent
+tools/fleet: $libraries Holt Fleet tools/cli tools/shared
+tools/ptpfleet: $libraries Holt Fleet tools/cli tools/shared tools/fleet
+tests of tools/ptpfleet: Fleet/Fixture.test.h Fleet/NatsServer.test.h
 tools/ptpgnmi: $libraries Holt tools/cli tools/shared
 tools/demoAgent: $libraries Holt tools/cli tools/shared
 python: $libraries Holt
 examples: $libraries Holt
 bench: $libraries $for_tests
-fuzz: $libraries $for_tests Holt tools/ptp4lAgent tools/ptpexport
+fuzz: $libraries $for_tests Holt Fleet tools/ptp4lAgent tools/ptpexport
 tests: $libraries $for_tests
 "
 

@@ -20,9 +20,7 @@ void addNatsOptions(Command const& command, NatsOptions& options, std::string co
          .placeholder("FILE");
    command.flag("--tls", options.tls,
                 "Require TLS, and a certificate that the system trusts; implied by the others");
-   command
-         .option("--tls-ca", options.tlsCa,
-                 "Trust the certificates in this file instead, as PEM")
+   command.option("--tls-ca", options.tlsCa, "Trust the certificates in this file instead, as PEM")
          .placeholder("FILE");
    command.option("--tls-cert", options.tlsCertificate, "Own certificate, as PEM")
          .placeholder("FILE");

@@ -25,8 +25,8 @@ struct NatsOptions {
 void addNatsOptions(Command const& command, NatsOptions& options,
                     std::string const& urlOption = "--nats");
 
-/// The options of a connection. `name`: what the server shows. Throws `Holt::Failure` if the file of
-/// the password cannot be read.
+/// The options of a connection. `name`: what the server shows. Throws `Holt::Failure` if the file
+/// of the password cannot be read.
 Fleet::Connection::Options connectionOptions(NatsOptions const& options, std::string const& name);
 
 }  // namespace Tools

@@ -127,8 +127,7 @@ TEST_F(Ptpfleet, ACommandLineThatIsWrongIsRefused) {
    ::waitpid(pid, &status, 0);
    std::erase(children_, pid);
    EXPECT_EQ(WEXITSTATUS(status), 2);
-   EXPECT_EQ(textOf(file("out")),
-             "ptpfleet: --storage: 'tape' is neither file nor memory\n");
+   EXPECT_EQ(textOf(file("out")), "ptpfleet: --storage: 'tape' is neither file nor memory\n");
 }
 
 TEST_F(Ptpfleet, AFileThatIsMissingIsNamed) {

@@ -49,16 +49,17 @@ private:
 /// Logs what becomes different.
 class Report final : public Holt::Source {
 public:
-   Report(Feed const& feed, Fleet::Connection const& connection,
-          Fleet::Publisher const& publisher, Holt::LogOutput& log)
+   Report(Feed const& feed, Fleet::Connection const& connection, Fleet::Publisher const& publisher,
+          Holt::LogOutput& log)
          : feed_(feed), connection_(connection), publisher_(publisher), log_(log) {}
 
    void appendTo(std::vector<pollfd>&) override {
       Feed::Status const& source = feed_.status();
-      say(source_, source.current ? "source: " + feed_.options().socket : "source: " + source.reason);
+      say(source_,
+          source.current ? "source: " + feed_.options().socket : "source: " + source.reason);
       Fleet::Connection::Status const& status = connection_.status();
-      say(server_, status.connected ? "NATS: connected to " + status.url
-                                    : "NATS: " + status.reason);
+      say(server_,
+          status.connected ? "NATS: connected to " + status.url : "NATS: " + status.reason);
       Fleet::Publisher::Status const fleet = publisher_.status();
       if (status.connected) {
          say(fleet_, fleet.reason.empty() ? "fleet: publishing" : "fleet: " + fleet.reason);
@@ -122,9 +123,10 @@ void addPublishOptions(Tools::Command const& command, PublishOptions& options) {
          .placeholder("SECONDS")
          .range(0.0, 3600.0);
    command
-         .option("--heartbeat", options.heartbeat,
-                 "Time between two heartbeats; 2 by default. A reader that misses three regards the "
-                 "switch as silent")
+         .option(
+               "--heartbeat", options.heartbeat,
+               "Time between two heartbeats; 2 by default. A reader that misses three regards the "
+               "switch as silent")
          .placeholder("SECONDS")
          .range(0.1, 3600.0);
 }

@@ -19,7 +19,8 @@ int main(int argc, char** argv) {
    publish.footerIs(
          "Examples:\n"
          "  $ ptpfleet publish --switch edge-7\n"
-         "  $ ptpfleet publish --nats tls://nats1 --nats tls://nats2 --creds ptp.creds --replicas 3\n"
+         "  $ ptpfleet publish --nats tls://nats1 --nats tls://nats2 --creds ptp.creds --replicas "
+         "3\n"
          "\n"
          "Exit status:\n"
          "  0  it was told to end\n"
