@@ -55,7 +55,8 @@ TEST_F(FleetPair, APublisherThatEndsSaysSo) {
 TEST_F(FleetPair, AfterAnOutageOnlyDifferencesAreSent) {
    U64 const before = messages();
    server->kill();
-   ASSERT_TRUE(until([&] { return !sink->current("edge-7"); }));
+   ASSERT_TRUE(
+         until([&] { return !sink->current("edge-7") && !source->publisher.status().publishing; }));
    for (U32 i = 0; i != 5000; ++i) {
       stem->u32Is(i);
       stem->leaf(1)->ticksIs(static_cast<U16>(i));
@@ -165,6 +166,47 @@ TEST_F(FleetTest, AServerWithoutJetStreamIsReported) {
       return source.publisher.status().reason ==
              "the server has no JetStream, or this user may not use it";
    })) << source.publisher.status().reason;
+}
+
+TEST_F(FleetTest, ThePermissionsThatTheManualNamesAreEnough) {
+   NatsServer server(R"(authorization { users: [
+      { user: writer, password: w, permissions: {
+          publish: ["ptp.edge-7.>", "$JS.API.>"], subscribe: ["_INBOX.>"] } }
+      { user: reader, password: r, permissions: {
+          publish: ["$JS.API.STREAM.INFO.PTP", "$JS.API.CONSUMER.CREATE.PTP",
+                    "$JS.API.CONSUMER.DELETE.PTP.>", "$JS.FC.>"], subscribe: ["_INBOX.>"] } } ] }
+)");
+   Connection::Options options = to(server);
+   options.user = "writer";
+   options.password = "w";
+   Connection writing(options);
+   options.user = "reader";
+   options.password = "r";
+   Connection reading(options);
+   auto const stem = newStem("ptp/stem");
+   fill(*stem);
+   Publisher publisher(writing, quick("edge-7"));
+   publisher.rootAdd(stem);
+   publisher.sourceIs(true, Holt::wallNow(), "");
+   Publisher foreign(reading, quick("edge-7"));
+   Mirror mirror(reading, {.switches = "edge-7"});
+   loop.add(writing);
+   loop.add(reading);
+   loop.add(publisher);
+   loop.add(foreign);
+   loop.add(mirror);
+   EXPECT_TRUE(until([&] {
+      Switch const* const its = mirror.find("edge-7");
+      return its != nullptr && its->status().current;
+   })) << mirror.status().reason;
+   // Who may only read is told so when it publishes.
+   EXPECT_TRUE(until([&] {
+      return foreign.status().reason.find("ermissions Violation") != std::string::npos;
+   })) << foreign.status().reason;
+   for (Holt::Source* const each :
+        std::initializer_list<Holt::Source*>{&writing, &reading, &publisher, &foreign, &mirror}) {
+      loop.remove(*each);
+   }
 }
 
 TEST_F(FleetTest, TlsNeedsATrustedCertificate) {

@@ -31,6 +31,13 @@ function(ptplib_install)
    if(TARGET python)
       add_dependencies(installed python)
    endif()
+   # A package of its own: without it, the others are complete.
+   list(REMOVE_ITEM exported Fleet)
+   if(Fleet IN_LIST libraries)
+      install(TARGETS Fleet EXPORT PtpLibFleetTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+      install(EXPORT PtpLibFleetTargets NAMESPACE PtpLib::
+         DESTINATION "${PTPLIB_INSTALL_CMAKEDIR}")
+   endif()
    install(TARGETS ${exported} EXPORT PtpLibTargets
       RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
       LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -116,7 +123,7 @@ function(ptplib_install)
    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
       set(PTPLIB_PC_RPATH "")
    endif()
-   foreach(library IN ITEMS PtpLib Holt)
+   foreach(library IN ITEMS PtpLib Holt Fleet)
       if(library IN_LIST libraries)
          string(TOLOWER ${library} name)
          configure_file("${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in" "${CMAKE_BINARY_DIR}/${name}.pc"

@@ -56,6 +56,12 @@ page ptpports "print the ports of a PTP agent" "$bin/ptpports"
 page ptp4lAgent "show a running ptp4l as the state of a PTP agent" "$bin/ptp4lAgent"
 page ptpexport "show the state of a PTP agent over HTTP" "$bin/ptpexport"
 # Where the program is not built, its page stays as it is.
+if [ -x "$bin/ptpfleet" ]; then
+   page ptpfleet "publish the state of a PTP agent to a fleet in NATS" "$bin/ptpfleet"
+   page ptpfleet-publish "publish the state of a PTP agent to a fleet in NATS" "$bin/ptpfleet publish"
+else
+   cp docs/man/ptpfleet.1 docs/man/ptpfleet-publish.1 "$scratch/docs/man"
+fi
 if [ -x "$bin/ptpgnmi" ]; then
    page ptpgnmi "offer the state of a PTP agent over gNMI" "$bin/ptpgnmi"
 elif [ -e docs/man/ptpgnmi.1 ]; then
