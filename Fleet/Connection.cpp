@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "Fleet/Impl/ConnectionShared.h"
 #include "Kiv/Printable.h"
@@ -72,7 +73,7 @@ void Connection::publish(std::string subject, std::string data) {
    }
    Guard const lock(shared_->mutex);
    shared_->outgoing.push_back(
-         {Shared::Outgoing::publish, number_, 0, std::move(subject), {}, std::move(data)});
+         {Shared::Outgoing::message, number_, 0, std::move(subject), {}, std::move(data)});
    shared_->work.notify_all();
 }
 
@@ -84,7 +85,7 @@ U64 Connection::ask(std::string subject, std::string data, U64 patience, Answer 
    due_ = due_ == 0 ? until : std::min(due_, until);
    if (status_.connected) {
       Guard const lock(shared_->mutex);
-      shared_->outgoing.push_back({Shared::Outgoing::publish, number_, 0, std::move(subject),
+      shared_->outgoing.push_back({Shared::Outgoing::message, number_, 0, std::move(subject),
                                    inbox_ + "." + std::to_string(number), std::move(data)});
       shared_->work.notify_all();
    }
@@ -96,7 +97,7 @@ std::string Connection::open(Handler handler) {
    handlers_.emplace(number, std::make_shared<Handler>(std::move(handler)));
    std::string subject = inbox_ + "s." + std::to_string(number);
    Guard const lock(shared_->mutex);
-   shared_->outgoing.push_back({Shared::Outgoing::subscribe, number_, number, subject, {}, {}});
+   shared_->outgoing.push_back({Shared::Outgoing::subscription, number_, number, subject, {}, {}});
    shared_->work.notify_all();
    return subject;
 }
@@ -105,7 +106,7 @@ void Connection::close(std::string_view subject) {
    U64 const number = numberAtEnd(subject);
    if (handlers_.erase(number) != 0 && status_.connected) {
       Guard const lock(shared_->mutex);
-      shared_->outgoing.push_back({Shared::Outgoing::unsubscribe, number_, number, {}, {}, {}});
+      shared_->outgoing.push_back({Shared::Outgoing::end, number_, number, {}, {}, {}});
       shared_->work.notify_all();
    }
 }

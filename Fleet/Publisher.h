@@ -166,6 +166,7 @@ private:
    std::unordered_map<Kiv::Entity const*, Node*> nodes_;
    /// By the time before which it must not be sent; else in the order of their first change.
    std::multimap<U64, Node*> dirty_;
+   /// In the order of their times.
    std::vector<Purge> purges_;
    /// What the stream has, while it is being read: a digest for each place, 0 for a deletion, and
    /// its number.

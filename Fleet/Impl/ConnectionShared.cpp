@@ -179,9 +179,9 @@ void Connection::Shared::sendAll(natsConnection* nats) {
 natsStatus Connection::Shared::send(natsConnection* nats, Outgoing const& out) {
    auto const size = static_cast<int>(out.data.size());
    switch (out.kind) {
-      case Outgoing::subscribe:
+      case Outgoing::subscription:
          return subscribe(nats, out.subject, out.number);
-      case Outgoing::unsubscribe:
+      case Outgoing::end:
          if (auto const at = subscriptions.find(out.number); at != subscriptions.end()) {
             natsSubscription* const subscription = at->second;
             subscriptions.erase(at);
@@ -189,7 +189,7 @@ natsStatus Connection::Shared::send(natsConnection* nats, Outgoing const& out) {
             natsSubscription_Destroy(subscription);
          }
          return NATS_OK;
-      case Outgoing::publish:
+      case Outgoing::message:
          break;
    }
    return out.reply.empty()

@@ -33,7 +33,7 @@ struct Connection::Shared {
    };
 
    struct Outgoing {
-      enum Kind : U8 { publish, subscribe, unsubscribe } kind;
+      enum Kind : U8 { message, subscription, end } kind;
       /// Of the connection that it was written for.
       U64 connection;
       /// Of the subscription.

@@ -45,8 +45,8 @@ U64 Publisher::deadline() const {
       if (!dirty_.empty() && inFlight_ < window_ && inFlightBytes_ < options_.windowBytes) {
          earlier(std::max({dirty_.begin()->first, sendAt_, U64{1}}));
       }
-      for (Purge const& purge : purges_) {
-         earlier(purge.due);
+      if (!purges_.empty()) {
+         earlier(purges_.front().due);
       }
    }
    return due;
