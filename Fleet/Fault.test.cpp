@@ -209,6 +209,14 @@ TEST_F(FleetTest, ThePermissionsThatTheManualNamesAreEnough) {
    }
 }
 
+TEST_F(FleetTest, AServerThatIsNotThereIsNamed) {
+   Connection connection({.urls = {"nats://127.0.0.1:1"}});
+   loop.add(connection);
+   ASSERT_TRUE(until([&] { return connection.status().reason != "not connected yet"; }));
+   EXPECT_EQ(connection.status().reason, "nats://127.0.0.1:1: No server available for connection");
+   loop.remove(connection);
+}
+
 TEST_F(FleetTest, TlsNeedsATrustedCertificate) {
    char name[] = "/tmp/fleetTls-XXXXXX";
    std::string const directory = ::mkdtemp(name);

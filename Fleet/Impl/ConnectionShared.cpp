@@ -21,14 +21,22 @@ std::string randomText() {
    return hexText(numbers[0]) + hexText(numbers[1]);
 }
 
-/// Throws what the library says about a call that has failed.
+/// Throws what the library says about a call that has failed, without the place in its sources.
 void require(natsStatus status, std::string const& what) {
-   if (status != NATS_OK) {
-      natsStatus last = NATS_OK;
-      std::string_view const more = textOf(nats_GetLastError(&last));
-      throw Holt::Failure(what + ": " + std::string(natsStatus_GetText(status)) +
-                          (more.empty() || last != status ? "" : " (" + std::string(more) + ")"));
+   if (status == NATS_OK) {
+      return;
    }
+   natsStatus last = NATS_OK;
+   std::string_view more = textOf(nats_GetLastError(&last));
+   if (std::size_t const place = more.find(".c:"); place != std::string_view::npos) {
+      more.remove_prefix(std::min(more.size(), more.find("): ", place)));
+      more.remove_prefix(std::min(more.size(), std::size_t{3}));
+   }
+   std::string text = natsStatus_GetText(status);
+   if (last == status && !more.empty() && more != text) {
+      text += " (" + std::string(more) + ")";
+   }
+   throw Holt::Failure(what + ": " + text);
 }
 
 std::string joined(std::vector<std::string> const& texts) {
