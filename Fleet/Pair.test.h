@@ -13,6 +13,7 @@
 #include "Holt/Client.h"
 #include "Holt/State/Diff.h"
 #include "Holt/State/Doc.h"
+#include "Kiv/Digest.h"
 #include "KivTest/TestTypes/Hedge.h"
 #include "KivTest/TestTypes/Stem.h"
 
@@ -148,7 +149,9 @@ protected:
    bool equal() const {
       Kiv::NamedEntity* const mirrored = sink->root("edge-7", "ptp/stem");
       return sink->current("edge-7") && mirrored != nullptr &&
-             rootDigest(*mirrored) == rootDigest(*stem) && differences(mirrored, &*stem).empty();
+             rootDigest(*mirrored) == rootDigest(*stem) &&
+             Kiv::treeDigest(*mirrored) == Kiv::treeDigest(*stem) &&
+             differences(mirrored, &*stem).empty();
    }
    testing::AssertionResult untilEqual(double seconds = 20) {
       if (until([this] { return source->done() && equal(); }, seconds)) {
