@@ -157,9 +157,9 @@ Sarn::String bothSides(std::string_view theirs, std::string_view ours) {
 }
 
 /// Compares a description with our type, in one pass over both.
-class Comparison {
+class SchemaComparison {
 public:
-   explicit Comparison(TypeImpl const& ours) noexcept : ours_(ours) {}
+   explicit SchemaComparison(TypeImpl const& ours) noexcept : ours_(ours) {}
 
    SchemaDifference run(In& in) {
       U8 const sort = in.nextU8();
@@ -449,7 +449,7 @@ void encodeSchema(Out& out, TypeImpl const& type) {
 }
 
 SchemaDifference compareSchema(In& in, TypeImpl const& ours) {
-   return Comparison(ours).run(in);
+   return SchemaComparison(ours).run(in);
 }
 
 void skipSchema(In& in) {
@@ -457,7 +457,7 @@ void skipSchema(In& in) {
    if (sort > static_cast<U8>(Sort::enumeration)) {
       in.fault("there is no sort of type " + std::to_string(sort), 1);
    }
-   Comparison::skip(in, sort);
+   SchemaComparison::skip(in, sort);
    in.expectEnd();
 }
 
