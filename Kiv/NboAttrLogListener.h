@@ -22,6 +22,10 @@ public:
    virtual void onClosed(Session&, Sarn::String const& reason) { (void)reason; }
    /// Everything written here before `syncIs(token)` has been applied by the peer.
    virtual void onSynced(Session&, U32 token) { (void)token; }
+   /// The peer asks for a confirmation of everything that it has written. Its answer waits until
+   /// `Session::confirmedIs` has been given the result, or more; 0: for nothing. Answers to later
+   /// requests wait behind it, changes do not.
+   virtual U64 onSyncAsked(Session&) { return 0; }
    /// The answer to `rootsAsk()`: what the peer offers, in its order.
    virtual void onRoots(Session&, std::vector<OfferedRoot> const& roots) { (void)roots; }
    /// The answer to `sessionsAsk()`: the peer's sessions, oldest first. `total`: how many it has,

@@ -45,6 +45,9 @@ public:
    /// The peer answers with `onSynced(token)` when it has applied everything written so far.
    /// Changes that it had to send by then arrive before its answer.
    void syncIs(U32 token);
+   /// Lets the confirmations go out for which `SessionListener::onSyncAsked` has returned `upTo` or
+   /// less. Not called with less than before.
+   void confirmedIs(U64 upTo);
    /// Asks which roots the peer offers; `onRoots` gets the answer.
    void rootsAsk();
    /// Asks which sessions the peer has; `onSessions` gets the answer.

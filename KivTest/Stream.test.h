@@ -150,6 +150,7 @@ struct End : SessionListener {
    void onLacking(Session&, std::span<Sarn::String const> lacking) override {
       events.push_back("lacking " + std::to_string(lacking.size()));
    }
+   U64 onSyncAsked(Session&) override { return confirmations; }
    void onSynced(Session&, U32 token) override {
       events.push_back("synced " + std::to_string(token));
    }
@@ -163,6 +164,8 @@ struct End : SessionListener {
    Hub hub;
    std::unique_ptr<Session> session;
    std::vector<std::string> events;
+   /// What `onSyncAsked` returns.
+   U64 confirmations = 0;
 };
 
 /// Carries everything between two ends in both directions until nothing is left.

@@ -334,6 +334,26 @@ TEST_F(SessionMount, SyncComesBackBehindAllThatWasWritten) {
    EXPECT_EQ(copy->u8(), 78);
 }
 
+TEST_F(SessionMount, SyncWaitsForItsConfirmationAndChangesDoNot) {
+   mount();
+   source.told();
+   mirror.confirmations = 5;
+   source.session->syncIs(42);
+   carry();
+   root->u8Is(78);
+   carry();
+   EXPECT_EQ(copy->u8(), 78);
+   mirror.session->confirmedIs(4);
+   carry();
+   EXPECT_EQ(source.told(), "");
+   mirror.session->confirmedIs(5);
+   carry();
+   EXPECT_EQ(source.told(), "synced 42");
+   source.session->syncIs(43);  // confirmed already
+   carry();
+   EXPECT_EQ(source.told(), "synced 43");
+}
+
 TEST(Hub, RefusesTwoRootsOfOneTypeAndName) {
    Hub hub;
    auto const first = KivTest::stemFactory("a");

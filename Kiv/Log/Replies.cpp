@@ -7,14 +7,14 @@
 
 namespace Kiv::NboAttrLog {
 
-void Replies::enqueue(Opcode opcode, U32 token, Sarn::String text, U64 after) {
-   waiting_.push_back({opcode, token, std::move(text), after});
+void Replies::enqueue(Opcode opcode, U32 token, Sarn::String text, U64 after, U64 confirmed) {
+   waiting_.push_back({opcode, token, std::move(text), after, confirmed});
 }
 
 bool Replies::write() {
    while (!waiting_.empty()) {
       Reply const& next = waiting_.front();
-      if (!backlog_.isToldUpTo(next.after)) {
+      if (next.confirmed > confirmed_ || !backlog_.isToldUpTo(next.after)) {
          return true;
       }
       if (!write(next)) {

@@ -21,8 +21,11 @@ public:
          : session_(session), hub_(hub), outbox_(outbox), backlog_(backlog), mounts_(mounts) {}
 
    /// `token`: of a `sync` or `synced`, or the number of a mount. `text`: why a mount is refused.
-   /// `after`: it must not overtake what was dirty at this `Backlog::sequence`.
-   void enqueue(Opcode opcode, U32 token = 0, Sarn::String text = {}, U64 after = 0);
+   /// `after`: it must not overtake what was dirty at this `Backlog::sequence`. `confirmed`: it
+   /// waits until `confirmedIs` has been given this number, or more.
+   void enqueue(Opcode opcode, U32 token = 0, Sarn::String text = {}, U64 after = 0,
+                U64 confirmed = 0);
+   void confirmedIs(U64 upTo) noexcept { confirmed_ = upTo; }
    /// Removes the last one.
    void withdraw() noexcept { waiting_.pop_back(); }
    std::size_t size() const noexcept { return waiting_.size(); }
@@ -37,6 +40,7 @@ private:
       U32 token;
       Sarn::String text;
       U64 after;
+      U64 confirmed;
    };
 
    bool write(Reply const& reply);
@@ -50,6 +54,7 @@ private:
    Backlog const& backlog_;
    Mounts const& mounts_;
    std::deque<Reply> waiting_;
+   U64 confirmed_ = 0;
 };
 
 }  // namespace Kiv::NboAttrLog

@@ -94,6 +94,13 @@ void Session::Impl::syncIs(U32 token) {
    }
 }
 
+void Session::Impl::confirmedIs(U64 upTo) {
+   teller_.replies().confirmedIs(upTo);
+   if (!closing_.closed()) {
+      teller_.walk().fill();
+   }
+}
+
 void Session::Impl::rootsAsk() {
    if (!closing_.closed()) {
       teller_.replies().enqueue(Opcode::listRoots);
@@ -367,6 +374,9 @@ std::deque<Mount> const& Session::mounts() const noexcept {
 }
 void Session::syncIs(U32 token) {
    impl_->syncIs(token);
+}
+void Session::confirmedIs(U64 upTo) {
+   impl_->confirmedIs(upTo);
 }
 void Session::rootsAsk() {
    impl_->rootsAsk();

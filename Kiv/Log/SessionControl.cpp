@@ -64,7 +64,7 @@ void Session::Impl::onControl(Header const& header, In& in) {
          in.expectEnd();
          return;
       case Opcode::sync:
-         answer(Opcode::synced, in.nextU32(), teller_.backlog().sequence(), in);
+         applySync(in);
          return;
       case Opcode::listRoots:
          answer(Opcode::roots, 0, 0, in);
@@ -308,13 +308,21 @@ void Session::Impl::applyBind(Header const& header, In& in) {
 
 // Requests and answers.
 
-void Session::Impl::answer(Opcode opcode, U32 token, U64 after, In const& in) {
+void Session::Impl::applySync(In& in) {
+   U32 const token = in.nextU32();
+   in.expectEnd();
+   U64 confirmed = 0;
+   callListener([&](SessionListener& listener) { confirmed = listener.onSyncAsked(self_); });
+   answer(Opcode::synced, token, teller_.backlog().sequence(), in, confirmed);
+}
+
+void Session::Impl::answer(Opcode opcode, U32 token, U64 after, In const& in, U64 confirmed) {
    in.expectEnd();
    U32 const most = hub_.limits().nesting;
    if (teller_.replies().size() >= most) {
       in.fault("more than " + std::to_string(most) + " requests wait for an answer");
    }
-   teller_.replies().enqueue(opcode, token, {}, after);
+   teller_.replies().enqueue(opcode, token, {}, after, confirmed);
    teller_.walk().fill();
 }
 

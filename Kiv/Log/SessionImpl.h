@@ -37,6 +37,7 @@ public:
    // See `Session`.
    Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode);
    void syncIs(U32 token);
+   void confirmedIs(U64 upTo);
    void rootsAsk();
    void sessionsAsk();
    bool compareAsk(Mount const& mount, bool repair);
@@ -83,8 +84,9 @@ private:
    void applyMountState(Header const& header, In& in);
    Sarn::String refusal(RootWatcher const* watcher, OfferedRoot const& asked, MountMode mode);
    void applyBind(Header const& header, In& in);
+   void applySync(In& in);
    /// Answers a request of the peer; `token` goes back with the answer.
-   void answer(Opcode opcode, U32 token, U64 after, In const& in);
+   void answer(Opcode opcode, U32 token, U64 after, In const& in, U64 confirmed = 0);
    void applyRoots(In& in);
    void applySessions(In& in);
    void mountStateIs(Mount& mount, Mount::State state);
