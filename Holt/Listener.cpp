@@ -1,5 +1,6 @@
 #include "Holt/Listener.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -187,6 +188,17 @@ Listener::Listener(Sarn::String path, std::optional<mode_t> mode, Owner const& o
       device_ = file.st_dev;
       inode_ = file.st_ino;
    }
+}
+
+Listener::Listener(int fd) : fd_(fd) {
+   int listens = 0;
+   socklen_t size = sizeof listens;
+   if (::getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) {
+      throw Failure("descriptor " + std::to_string(fd) + " is not a socket that listens",
+                    Exit::connection);
+   }
+   ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+   ::fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 
 Listener::~Listener() {

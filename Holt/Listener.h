@@ -17,6 +17,8 @@ public:
    /// `owner`, if given, are set before anybody can connect.
    explicit Listener(Sarn::String path, std::optional<mode_t> mode = std::nullopt,
                      Owner const& owner = {});
+   /// Takes a socket that listens already, and leaves its file alone. Throws if it does not listen.
+   explicit Listener(int fd);
    ~Listener();
    Listener(Listener const&) = delete;
    Listener& operator=(Listener const&) = delete;

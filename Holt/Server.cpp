@@ -27,7 +27,9 @@ void add(Kiv::NboAttrLog::SessionStats& sum, Kiv::NboAttrLog::SessionStats const
 
 Server::Server(Options options)
       : options_(std::move(options)),
-        listener_(options_.socket, options_.mode, options_.owner),
+        listener_(options_.listening >= 0
+                        ? Listener(options_.listening)
+                        : Listener(options_.socket, options_.mode, options_.owner)),
         hub_(options_.limits) {
    hub_.clockIs(options_.clock);
 }
@@ -82,10 +84,45 @@ void Server::Peer::onSynced(Kiv::NboAttrLog::Session&, U32) {
    synced = true;
 }
 
+U64 Server::Peer::onSyncAsked(Kiv::NboAttrLog::Session&) {
+   if (server.options_.keeper != nullptr) {
+      awaited = server.options_.keeper->syncAsked();
+   }
+   return awaited;
+}
+
+void Server::confirmedIs(U64 upTo) {
+   confirmed_ = upTo;
+   for (Peer& peer : peers_) {
+      peer.connection.session().confirmedIs(upTo);
+   }
+}
+
+void Server::syncsRefused(Sarn::String const& reason) {
+   for (Peer& peer : peers_) {
+      if (peer.awaited > confirmed_) {
+         peer.refused = true;
+         peer.refusal = reason;
+      }
+   }
+}
+
+bool Server::awaitsConfirmation() const noexcept {
+   return std::any_of(peers_.begin(), peers_.end(), [this](Peer const& peer) {
+      return peer.awaited > confirmed_ && !peer.connection.done();
+   });
+}
+
 void Server::say(Peer const& peer, Sarn::String const& what) {
    if (options_.log != nullptr) {
-      options_.log->line(timeText(wallNow()) + " connection " + std::to_string(peer.number) + " (" +
-                         peerText(peer.connection.session().peer()) + ") " + what);
+      say("connection " + std::to_string(peer.number) + " (" +
+          peerText(peer.connection.session().peer()) + ") " + what);
+   }
+}
+
+void Server::say(Sarn::String const& what) {
+   if (options_.log != nullptr) {
+      options_.log->line(options_.logTimes ? timeText(wallNow()) + " " + what : what);
    }
 }
 
@@ -129,14 +166,15 @@ void Server::serve(Peer& peer, short revents) {
 void Server::acceptAll() {
    for (;;) {
       int const fd = listener_.accept(exhausted_);
-      if (exhausted_ && options_.log != nullptr) {
-         options_.log->line(timeText(wallNow()) +
-                            " no descriptor left for another connection; it waits until one ends");
+      if (exhausted_) {
+         say("no descriptor left for another connection; it waits until one ends");
       }
       if (fd < 0) {
          return;
       }
-      say(peers_.emplace_back(*this, fd, ++accepted_), "opened");
+      Peer& peer = peers_.emplace_back(*this, fd, ++accepted_);
+      peer.connection.session().confirmedIs(confirmed_);
+      say(peer, "opened");
    }
 }
 

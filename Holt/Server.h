@@ -29,9 +29,22 @@ namespace Holt {
 /// Threads: a server belongs to the thread of its roots.
 class Server final : public Source {
 public:
+   /// Knows when a peer may rely on what it has changed: when that is on disk, for example.
+   class Keeper {
+   public:
+      /// A peer asks for a confirmation of what it has written, all of which is applied. It gets it
+      /// once `Server::confirmedIs` has been called with the result, or more; 0: at once.
+      virtual U64 syncAsked() = 0;
+
+   protected:
+      ~Keeper() = default;
+   };
+
    struct Options {
-      /// Path of the socket.
+      /// Path of the socket. With `listening`, what it is called in messages.
       Sarn::String socket;
+      /// A socket that listens already, which becomes the server's; its file stays. -1: none.
+      int listening = -1;
       /// Mode of the socket's file; by default what the umask leaves.
       std::optional<mode_t> mode = std::nullopt;
       /// Owner of the socket's file; by default the process's own user and group.
@@ -41,6 +54,10 @@ public:
       /// Gets a line for each connection that opens or ends, and for each root that is refused to a
       /// peer; null for no log. REQUIRES: outlives the server.
       LogOutput* log = nullptr;
+      /// Whether the lines of the log begin with the time; a journal has its own.
+      bool logTimes = true;
+      /// Null: changes are confirmed when they are applied. REQUIRES: outlives the server.
+      Keeper* keeper = nullptr;
       /// What a single connection, and all together, may cost.
       Kiv::NboAttrLog::Limits limits = {};
       /// Nanoseconds from accepting a connection until its peer has greeted.
@@ -77,6 +94,14 @@ public:
    /// reason, as if a setter had refused the change. No effect if it has ended.
    void decided(U64 connection, Sarn::String const& refusal);
 
+   /// Lets all confirmations go out for which the keeper has returned `upTo` or less. Not called
+   /// with less than before.
+   void confirmedIs(U64 upTo);
+   /// Ends the connections that wait for a confirmation, with this reason.
+   void syncsRefused(Sarn::String const& reason);
+   /// Whether a peer waits for a confirmation.
+   bool awaitsConfirmation() const noexcept;
+
    /// The number of open connections.
    std::size_t peers() const noexcept { return peers_.size(); }
    /// Whether any peer has been sent the whole state of a root.
@@ -106,6 +131,7 @@ private:
       void onLacking(Kiv::NboAttrLog::Session& session,
                      std::span<Sarn::String const> lacking) override;
       void onSynced(Kiv::NboAttrLog::Session& session, U32 token) override;
+      U64 onSyncAsked(Kiv::NboAttrLog::Session& session) override;
 
       /// The deadline for its greeting; 0 once it has greeted.
       U64 greetingEnds() const noexcept {
@@ -119,6 +145,8 @@ private:
       std::vector<gid_t> groups;
       /// Whether it has confirmed what it was asked to confirm last, if anything.
       bool synced = true;
+      /// What must be confirmed before its last sync is answered.
+      U64 awaited = 0;
       /// Whether it was closed because it never greeted.
       bool silent = false;
       /// Whether it waits for `decided`.
@@ -135,6 +163,7 @@ private:
    void removeDone();
    void giveMemoryBack();
    void say(Peer const& peer, Sarn::String const& what);
+   void say(Sarn::String const& what);
 
    Options options_;
    Listener listener_;
@@ -147,6 +176,7 @@ private:
    /// Roots that not everybody of `Options::writers` may change.
    std::vector<std::pair<Kiv::NamedEntity const*, Writers>> writers_;
    U64 asker_ = 0;
+   U64 confirmed_ = 0;
    bool exhausted_ = false;
    bool closing_ = false;
 };
