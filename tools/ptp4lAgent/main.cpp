@@ -17,9 +17,9 @@
 #include "tools/ptp4lAgent/ConfFile.h"
 #include "tools/ptp4lAgent/HardwareFill.h"
 #include "tools/ptp4lAgent/Links.h"
-#include "tools/ptp4lAgent/Readiness.h"
 #include "tools/shared/CommandLine.h"
 #include "tools/shared/Contribution.h"
+#include "tools/shared/Readiness.h"
 
 namespace {
 
@@ -226,7 +226,7 @@ void run(CommandLine const& line) {
       }
    }
    loop.add(server);
-   Readiness readiness([&clocks] {
+   Tools::Readiness readiness([&clocks] {
       return std::ranges::all_of(clocks, [](Clock& clock) { return clock.daemon().hasTold(); });
    });
    loop.add(readiness);
