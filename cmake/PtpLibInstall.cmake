@@ -57,6 +57,10 @@ function(ptplib_install)
          # Where systemd looks, whatever the library directory is called.
          install(FILES "${service}" DESTINATION lib/systemd/system)
       endif()
+      set(socket "${PROJECT_SOURCE_DIR}/tools/${program}/${program}.socket")
+      if(EXISTS "${socket}")
+         install(FILES "${socket}" DESTINATION lib/systemd/system)
+      endif()
    endforeach()
    if(ptpexport IN_LIST programs)
       install(FILES "${PROJECT_SOURCE_DIR}/tools/ptpexport/Metrics/ptp.rules.yml"

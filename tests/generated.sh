@@ -73,6 +73,12 @@ else
    echo "docs/man/ptpsnmp.1: not compared, since the program is not built"
    cp docs/man/ptpsnmp.1 "$scratch/docs/man"
 fi
+if [ -x "$bin/statedb" ]; then
+   page statedb "serve the state of a PTP agent, and keep it on disk" "$bin/statedb"
+else
+   echo "docs/man/statedb.1: not compared, since the program is not built"
+   cp docs/man/statedb.1 "$scratch/docs/man"
+fi
 page kivc "compile declarations of modules" "$kivc"
 page kivc-diff "compare versions of modules" "$kivc diff"
 

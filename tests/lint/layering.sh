@@ -42,7 +42,9 @@ tools/shared: $libraries Holt tools/cli
 tools/ptpstate: $libraries Holt tools/cli tools/shared
 tools/ptpports: $libraries Holt tools/cli tools/shared
 tools/ptp4lAgent: $libraries Holt tools/cli tools/shared
+tests of tools/statedb: tools/ptpstate
 tools/ptpsnmp: $libraries Holt tools/cli tools/shared
+tools/statedb: $libraries Holt tools/cli tools/shared
 tools/ptp4lCapture: tools/ptp4lAgent
 tools/ptpexport: $libraries Holt tools/cli tools/shared
 tests of tools/ptpexport: tools/ptp4lAgent tools/demoAgent

@@ -31,7 +31,7 @@ files() {
 echo "--- what the packages need of Debian"
 needed=$(for deb in "$root"/packages/*.deb; do
    dpkg-deb -f "$deb" Depends | tr ',' '\n'
-done | sed 's/^ *//' | grep -vE '^(libptplib0|libptplib-dev|libptpfleet0|libptpfleet-dev|ptpstate|ptpexport|ptpfleet|ptplib-snmp|python3-ptplib) ' | sort -u | paste -sd ,)
+done | sed 's/^ *//' | grep -vE '^(libptplib0|libptplib-dev|libptpfleet0|libptpfleet-dev|ptpstate|ptpexport|ptpfleet|ptplib-snmp|python3-ptplib|statedb) ' | sort -u | paste -sd ,)
 echo "$needed"
 inside apt-get -qq update
 inside apt-get -qq -y --no-install-recommends satisfy "$needed" >/dev/null 2>&1 || fail "is not available"
@@ -41,8 +41,8 @@ files >"$root/tmp/before"
 
 echo "--- the programs, without the files for developers"
 # shellcheck disable=SC2046
-install $(package libptplib0 libptpfleet0 ptpstate ptpexport ptpfleet ptplib-snmp python3-ptplib)
-for program in ptpstate ptpports ptp4lAgent ptpexport ptpfleet ptpsnmp; do
+install $(package libptplib0 libptpfleet0 ptpstate ptpexport ptpfleet ptplib-snmp python3-ptplib statedb)
+for program in ptpstate ptpports ptp4lAgent ptpexport ptpfleet ptpsnmp statedb; do
    inside "$program" --version
    inside "$program" --help >/dev/null
    inside ldd "/usr/bin/$program" >"$root/tmp/ldd"
@@ -64,7 +64,7 @@ with ptplib.connect(\"/run/test.sock\") as client:
 grep -qF 'python 25' "$root/tmp/output" || fail "the package for Python does not read it"
 grep -qw 24 "$root/tmp/output" || fail "a value that was set is not there"
 inside bash -c '. /usr/share/bash-completion/completions/ptpstate && complete -p ptpstate' >/dev/null
-for program in ptp4lAgent ptpexport ptpfleet ptpsnmp; do
+for program in ptp4lAgent ptpexport ptpfleet ptpsnmp statedb; do
    grep -q "^ExecStart=$program " "$root/lib/systemd/system/$program.service"
    [ -z "$(find "$root/etc/systemd" -name "$program*")" ] || fail "the service of $program is enabled"
 done
@@ -108,7 +108,7 @@ grep -qF "libptplib0 (<< $next)" "$root/tmp/depends" || fail "accepts $next"
 echo "--- upgrade"
 # The same packages, as those of a later commit.
 mkdir "$root/packages/later"
-for name in libptplib0 libptplib-dev libptpfleet0 libptpfleet-dev ptpstate ptpexport ptpfleet ptplib-snmp python3-ptplib; do
+for name in libptplib0 libptplib-dev libptpfleet0 libptpfleet-dev ptpstate ptpexport ptpfleet ptplib-snmp python3-ptplib statedb; do
    dpkg-deb -R "$root$(package $name)" "$root/tmp/$name"
    sed -i "s/$version/$version+1/" "$root/tmp/$name/DEBIAN/control"
    dpkg-deb --root-owner-group -b "$root/tmp/$name" "$root/packages/later" >/dev/null
@@ -119,7 +119,7 @@ inside apt-get -s install $(package later/libptplib0) | grep '^Remv ptpstate ' |
    fail "the libraries can be upgraded without the programs"
 # shellcheck disable=SC2046
 install $(package later/libptplib0 later/libptplib-dev later/libptpfleet0 later/libptpfleet-dev later/ptpstate later/ptpexport later/ptpfleet later/ptplib-snmp \
-   later/python3-ptplib)
+   later/python3-ptplib later/statedb)
 inside ptpstate --version
 inside /use/firstMinutes >/dev/null
 
