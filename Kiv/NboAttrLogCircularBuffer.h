@@ -62,6 +62,8 @@ public:
    /// The most bytes that may be pending.
    std::size_t limit() const noexcept { return limit_; }
    void limitIs(std::size_t limit) noexcept { limit_ = std::min(limit, largest_); }
+   /// The same for a moment: the limit may exceed the longest message.
+   void limitBeyondIs(std::size_t limit) noexcept { limit_ = limit; }
    /// Bytes of memory that it holds.
    std::size_t capacity() const noexcept { return capacity_; }
    bool empty() const noexcept { return read_ == end_; }

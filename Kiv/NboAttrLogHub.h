@@ -45,6 +45,11 @@ public:
    /// Oldest first.
    std::vector<Session*> const& sessions() const noexcept;
 
+   /// From here to the matching `batchEnd`, changes of the offered roots wait for each other: a
+   /// mirror gets all of them at once. May be nested. See `Transaction`.
+   void batchBegin() noexcept;
+   void batchEnd() noexcept;
+
    /// Sets a monotonic clock in nanoseconds. It measures how long peers have been connected and
    /// behind, and what has waited too long. Null, the default: no clock.
    void clockIs(U64 (*clock)() noexcept) noexcept;

@@ -21,6 +21,10 @@ struct Limits {
    /// this many bytes for an outgoing message, and as many for an incoming one. A longer value is
    /// left out for the peer, see `SessionListener::onLeftOut`. At most 2^32 - 1.
    std::size_t longestValue = std::size_t(1) << 24;
+   /// Bytes of a transaction, sent or received, as its messages count them. A longer one of a
+   /// writer is refused. Readers get a longer one in pieces, see `Mount::torn`. The receiver keeps
+   /// a batch until all of it has arrived.
+   std::size_t transactionBytes = std::size_t(1) << 23;
    /// Entities that a peer may introduce, and that a hub may give handles; no more than 2^24 - 1.
    U32 entities = U32(1) << 20;
    /// Nested replays of collections.

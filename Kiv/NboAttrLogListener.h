@@ -59,6 +59,16 @@ public:
    /// `Session::lacking`. Changes of that are not sent. Called once, before any root is replayed.
    virtual void onLacking(Session&, std::span<Sarn::String const> lacking) { (void)lacking; }
 
+   /// The answer to the transaction with this number: the peer has applied all of it, or nothing if
+   /// there is a reason. In that case the mirror is as the peer has it again.
+   virtual void onDecided(Session&, U32 transaction, Sarn::String const& reason) {
+      (void)transaction;
+      (void)reason;
+   }
+   /// `torn`: the mirrors of this session now show a part of a batch, whose rest follows. Else:
+   /// they are whole again. See `Mount::torn`.
+   virtual void onTorn(Session&, bool torn) { (void)torn; }
+
 protected:
    ~SessionListener() = default;
 };

@@ -44,6 +44,10 @@ public:
    State state() const noexcept { return state_; }
    /// Whether the mirror is complete.
    bool complete() const noexcept { return state_ == State::complete; }
+   /// Whether the mirror shows a part of a batch, because it was too long or too far behind to be
+   /// sent at once; see `Limits::transactionBytes`. `SessionListener::onTorn` tells when it begins
+   /// and ends.
+   bool torn() const noexcept { return torn_; }
    /// Why it is refused or lost; printable, see `Kiv::printable`.
    Sarn::String const& reason() const noexcept { return reason_; }
 
@@ -56,6 +60,7 @@ private:
    U32 id_ = 0;
    /// Whether the hub holds the root for this mount.
    bool adopted_ = false;
+   bool torn_ = false;
 };
 
 /// A root that a peer offers.

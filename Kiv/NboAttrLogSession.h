@@ -48,6 +48,15 @@ public:
    /// Lets the confirmations go out for which `SessionListener::onSyncAsked` has returned `upTo` or
    /// less. Not called with less than before.
    void confirmedIs(U64 upTo);
+   /// Begins a transaction, see `Transaction`: local changes wait here until its commit. Returns
+   /// its number. Throws `Exception` if another one has begun, or has not been sent yet, or if the
+   /// peer is of a release without transactions.
+   U32 transactionBegin();
+   /// Sends all changes since `transactionBegin` as one. The peer checks all of them before it
+   /// applies any, and answers with `onDecided`. REQUIRES: a transaction has begun.
+   void transactionCommit();
+   /// Whether a transaction has begun here.
+   bool inTransaction() const noexcept;
    /// Asks which roots the peer offers; `onRoots` gets the answer.
    void rootsAsk();
    /// Asks which sessions the peer has; `onSessions` gets the answer.

@@ -154,6 +154,11 @@ struct End : SessionListener {
    void onSynced(Session&, U32 token) override {
       events.push_back("synced " + std::to_string(token));
    }
+   void onDecided(Session&, U32 transaction, Sarn::String const& reason) override {
+      events.push_back("decided " + std::to_string(transaction) +
+                       (reason.empty() ? "" : ": " + reason));
+   }
+   void onTorn(Session&, bool torn) override { events.push_back(torn ? "torn" : "whole"); }
    /// The listener's notifications since the last call.
    std::string told() {
       std::string const all = joined(events);
@@ -167,6 +172,15 @@ struct End : SessionListener {
    /// What `onSyncAsked` returns.
    U64 confirmations = 0;
 };
+
+/// The same, one byte at a time; `afterEach` is called after each byte.
+template <class Call>
+void receiveBytewise(End& end, Bytes const& bytes, Call&& afterEach) {
+   for (U8 const byte : bytes) {
+      end.receive({byte});
+      afterEach();
+   }
+}
 
 /// Carries everything between two ends in both directions until nothing is left.
 inline void exchange(End& source, End& mirror) {

@@ -124,7 +124,18 @@ void Backlog::markAll(Entity& entity) {
    enlist(flow);
 }
 
+void Backlog::markCollection(Entity& entity, FieldDescriptor const& field) {
+   if (field.kind == MemberKind::queue) {
+      markWhole(entity, field);
+   } else if (!closing_.closed() && names_.known(entity)) {
+      FlowOut& flow = flowOut(entity);
+      flow.replayWhole(field.fieldId);
+      enlist(flow);
+   }
+}
+
 void Backlog::enlist(FlowOut& flow) noexcept {
+   ++marks_;
    if (!flow.queued) {
       outbox_.cursor().leave();
       outbox_.fallBehind();

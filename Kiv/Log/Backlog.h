@@ -40,6 +40,8 @@ public:
    FlowOut* first() const noexcept { return first_; }
    std::size_t size() const noexcept { return size_; }
    U64 sequence() const noexcept { return sequence_; }
+   /// Grows with everything that is marked, listed already or not.
+   U64 marks() const noexcept { return marks_; }
    /// Whether everything that was listed when `sequence()` had this value has been sent.
    bool isToldUpTo(U64 sequence) const noexcept {
       return first_ == nullptr || first_->sequence > sequence;
@@ -54,6 +56,8 @@ public:
    void mark(Entity& entity, FieldDescriptor const& field, void const* key, bool erased);
    /// A queue is to be sent from its first element, or requested if the peer serves it.
    void markWhole(Entity& entity, FieldDescriptor const& field);
+   /// A collection is to be replayed in full, or a queue from its first element.
+   void markCollection(Entity& entity, FieldDescriptor const& field);
    /// Everything in an entity is to be sent.
    void markAll(Entity& entity);
    /// Drops what is pending for the entity with this handle.
@@ -77,6 +81,7 @@ private:
    FlowOut* last_ = nullptr;
    std::size_t size_ = 0;
    U64 sequence_ = 0;
+   U64 marks_ = 0;
    U64 deferred_ = 0;
    U64 coalesced_ = 0;
    Limits const& limits_;

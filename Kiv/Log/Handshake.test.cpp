@@ -53,10 +53,11 @@ TEST_F(SessionHandshake, RefusesAnotherVersionAndSaysBoth) {
              "not 2 at offset 8");
 }
 
-TEST_F(SessionHandshake, TakesTheVersionBeforeThisOneAsItHasTheSameMessages) {
+TEST_F(SessionHandshake, TakesTheVersionBeforeThisOneButSendsItNoBatches) {
    EXPECT_EQ(fault(helloWith("KivNboAL", 1, concat(u32(1), text("TestTypes"), u32(0x7e57ab1e)))),
              "");
    EXPECT_TRUE(mirror.session->handshakeDone());
+   EXPECT_THROW(mirror.session->transactionBegin(), Kiv::Exception);
 }
 
 TEST_F(SessionHandshake, RefusesAReplayFromAnotherModuleHashUntilTheTypesHaveCome) {

@@ -141,6 +141,22 @@ std::vector<NamedEntity*> Hub::Impl::offered() const {
    return roots;
 }
 
+// Batches
+
+void Hub::Impl::batchBegin() noexcept {
+   ++batches_;
+   for (Session* const session : sessions_) {
+      session->impl().teller().walk().hold();
+   }
+}
+
+void Hub::Impl::batchEnd() noexcept {
+   --batches_;
+   for (Session* const session : sessions_) {
+      session->impl().teller().walk().release(0);
+   }
+}
+
 // Time
 
 U64 Hub::Impl::deadline() const noexcept {
@@ -197,6 +213,14 @@ std::vector<NamedEntity*> Hub::roots() const {
 
 std::vector<Session*> const& Hub::sessions() const noexcept {
    return impl_->sessions();
+}
+
+void Hub::batchBegin() noexcept {
+   impl_->batchBegin();
+}
+
+void Hub::batchEnd() noexcept {
+   impl_->batchEnd();
 }
 
 void Hub::clockIs(U64 (*clock)() noexcept) noexcept {

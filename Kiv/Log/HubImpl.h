@@ -51,6 +51,11 @@ public:
    Sarn::Ptr<NamedEntity> withdraw(std::string_view type, std::string_view name);
    std::vector<NamedEntity*> offered() const;
 
+   void batchBegin() noexcept;
+   void batchEnd() noexcept;
+   /// How many batches have begun and not ended.
+   U32 batches() const noexcept { return batches_; }
+
    U64 deadline() const noexcept;
    void expire();
 
@@ -78,6 +83,7 @@ private:
    std::vector<Held> held_;
    std::vector<Session*> sessions_;
    U64 sessionsMade_ = 0;
+   U32 batches_ = 0;
 };
 
 }  // namespace Kiv::NboAttrLog

@@ -21,12 +21,14 @@ constexpr std::size_t longestSimple = 255;
 }  // namespace
 
 Inbound::Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock, Applying& applying,
-                 Closing& closing, Mounts const& mounts, OpenCollections& open, Teller& teller,
-                 Control& control) noexcept
+                 Handles const& handles, Closing& closing, Mounts const& mounts,
+                 OpenCollections& open, Teller& teller, Control& control) noexcept
       : shortMessage_(std::min(limits.longestMessage, limits.unmounted)),
+        limits_(limits),
         budget_(budget),
         clock_(clock),
         applying_(applying),
+        handles_(handles),
         closing_(closing),
         mounts_(mounts),
         open_(open),
@@ -42,7 +44,7 @@ void Inbound::take(U8 const* bytes, std::size_t size) {
       ~Taking() { taking = false; }
    } const taking{taking_ = true};
    bytes_ += size;
-   U64 const before = messages_;
+   U64 const before = messages_ + scan_.messages();
    inside_ = Sarn::Publications::innermost();
    interrupted_ = false;
    {
@@ -82,7 +84,9 @@ void Inbound::completeKept(U8 const*& begin, U8 const* end) {
       if (kept_.size() >= headerSize) {
          whole += readHeader(kept_.data()).bodySize;
       }
-      std::size_t const missing = whole - std::min(whole, kept_.size());
+      // Of a batch, all that has come: one copy is cheaper than one for each of its messages.
+      std::size_t const missing = scan_.any() ? static_cast<std::size_t>(end - begin)
+                                              : whole - std::min(whole, kept_.size());
       std::size_t const more = std::min(missing, static_cast<std::size_t>(end - begin));
       if (kept_.empty() || more == 0) {
          return;
@@ -126,6 +130,12 @@ void Inbound::parse(U8 const* bytes, std::size_t size) {
          return;
       }
       if (mayBeInRun(header.opcode) && !parts_.any() && applyRun(bytes, bytes + size)) [[likely]] {
+         continue;
+      }
+      if (header.opcode == Opcode::begin && !parts_.any()) [[unlikely]] {
+         if (!takeBatch(bytes, size)) {
+            return;
+         }
          continue;
       }
       U8 const* const body = bytes + consumed_ + headerSize;
@@ -380,7 +390,11 @@ Sarn::String Inbound::describe(Header const& header) const {
 void Inbound::apply(Header const& header, In& in) {
    if (isChange(header.opcode)) {
       ++teller_.crossing().received;
-      applyChange(header, in);
+      if (refused_ == 0 || !teller_.denied().note(header, in)) [[likely]] {
+         applyChange(header, in);
+      }
+   } else if (header.opcode == Opcode::commit) {
+      applyCommit(in);
    } else {
       control_.onControl(header, in);
    }
@@ -419,6 +433,7 @@ void Inbound::drop() noexcept {
       freeKept();
    }
    parts_.clear();
+   scan_.clear();
 }
 
 void Inbound::freeIdle() noexcept {
@@ -429,13 +444,14 @@ void Inbound::freeIdle() noexcept {
 
 void Inbound::freeKept() noexcept {
    std::vector<U8>().swap(kept_);  // `clear` would keep the memory
+   scan_.clear();
    budget_.change(charged_, 0);
    charged_ = 0;
    halfSince_ = 0;
 }
 
 /// Charges what `take` has kept to the budget, and notes since when a message is incomplete.
-/// `before`: the message count when `take` began.
+/// `before`: the message count when `take` began, with those of an incomplete batch.
 void Inbound::boundKept(U64 before) {
    if (closing_.closed()) {
       freeKept();
@@ -443,7 +459,7 @@ void Inbound::boundKept(U64 before) {
    }
    if (kept_.empty()) {
       halfSince_ = 0;
-   } else if (halfSince_ == 0 || messages_ != before) {
+   } else if (halfSince_ == 0 || messages_ + scan_.messages() != before) {
       halfSince_ = clock_.now();
    }
    if (kept_.capacity() == charged_) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "Kiv/FirstException.h"
+#include "Kiv/Log/BatchScan.h"
 #include "Kiv/Log/Parts.h"
 #include "Kiv/Log/RootWatcher.h"
 #include "Kiv/Log/Teller.h"
@@ -36,14 +37,19 @@ public:
       /// The longest body that the peer has a reason to send, in one message and in parts.
       virtual std::size_t longestMessage() const noexcept = 0;
       virtual std::size_t longestInParts(Opcode opcode) const noexcept = 0;
+      /// Everything applied from the one call to the other belongs together.
+      virtual void onBatchBegin() noexcept = 0;
+      virtual void onBatchEnd() noexcept = 0;
+      /// A batch has been applied. `torn`: the peer had to send it in pieces.
+      virtual void onCommitted(U32 token, bool torn) = 0;
 
    protected:
       ~Control() = default;
    };
 
    Inbound(Limits const& limits, ByteBudget& budget, Clock const& clock, Applying& applying,
-           Closing& closing, Mounts const& mounts, OpenCollections& open, Teller& teller,
-           Control& control) noexcept;
+           Handles const& handles, Closing& closing, Mounts const& mounts, OpenCollections& open,
+           Teller& teller, Control& control) noexcept;
    ~Inbound() { freeKept(); }
 
    /// Applies the messages in these bytes; keeps an incomplete one for the next call.
@@ -91,6 +97,14 @@ private:
    static U8 const* applySimple(Entity& entity, TypeImpl const& type, U32 handle, Run& run,
                                 U8 const* at);
    void applyPart(Header const& header, In& in);
+   // Batches: InboundBatch.cpp
+   bool takeBatch(U8 const* bytes, std::size_t size);
+   std::size_t longestFromSource() const noexcept;
+   U32 batchToken(U8 const* begin);
+   void beginRefused(U32 token, Sarn::String reason);
+   void applyBatch(U8 const* bytes, std::size_t size, U32 token);
+   Sarn::String whyNot(U8 const* begin, U8 const* end);
+   void applyCommit(In& in);
    // Changes, also those of a replay: InboundChanges.cpp
    void applyChange(Header const& header, In& in);
    void applyToNobody(Header const& header, In& in);
@@ -115,9 +129,11 @@ private:
 
    /// A body up to this size is always allowed.
    std::size_t const shortMessage_;
+   Limits const& limits_;
    ByteBudget& budget_;
    Clock const& clock_;
    Applying& applying_;
+   Handles const& handles_;
    Closing& closing_;
    Mounts const& mounts_;
    OpenCollections& open_;
@@ -128,6 +144,12 @@ private:
    /// The capacity of `kept_` that is charged to the budget.
    std::size_t charged_ = 0;
    PartsIn parts_;
+   BatchScan scan_;
+   /// The token of the batch that is being applied; 0 if none is, or if it asks for no answer.
+   U32 applied_ = 0;
+   /// The token of the batch that is being refused, and why; 0 if none is.
+   U32 refused_ = 0;
+   Sarn::String refusedWhy_;
    /// How many of the bytes being parsed have been applied.
    std::size_t consumed_ = 0;
    /// Since when the message in `kept_` has been incomplete, and the one in `parts_`.

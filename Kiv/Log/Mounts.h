@@ -62,6 +62,7 @@ public:
    static void reasonIs(Mount& mount, Sarn::String reason) noexcept {
       mount.reason_ = std::move(reason);
    }
+   static void tornIs(Mount& mount, bool torn) noexcept { mount.torn_ = torn; }
    /// Sets whether the hub holds the root for this mount; returns the previous value.
    static bool adoptedIs(Mount& mount, bool adopted) noexcept {
       return std::exchange(mount.adopted_, adopted);

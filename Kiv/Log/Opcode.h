@@ -68,7 +68,15 @@ enum class Opcode : U8 {
    digests = 27,
    /// U8 whose handle and U32 handle of each entity that is to be sent again.
    repair = 28,
-   last_ = repair,
+   /// U32 token: what comes up to `commit` is applied at once, or not at all. Token 0 asks for no
+   /// answer.
+   begin = 29,
+   /// U32 token, U8: 0 if everything of the batch has been sent; 1 if it did not fit, and the rest
+   /// follows, up to a `commit` with 0.
+   commit = 30,
+   /// U32 token, reason: the batch was refused; applied, if the reason is empty.
+   decided = 31,
+   last_ = decided,
 };
 
 /// The name of an opcode as above, or "?" for a number that is none.
@@ -103,6 +111,9 @@ constexpr std::string_view opcodeName(Opcode opcode) noexcept {
          "digestAsk",
          "digests",
          "repair",
+         "begin",
+         "commit",
+         "decided",
    };
    static_assert(std::size(names) == static_cast<std::size_t>(Opcode::last_) + 1);
    auto const number = static_cast<std::size_t>(opcode);

@@ -95,6 +95,9 @@ void Outbox::consume(std::size_t size) noexcept {
    std::size_t const own = std::min(size, own_.size());
    if (own != 0) {
       own_.consume(own);
+      if (own_.empty() && own_.capacity() > limits_.outputBuffer) [[unlikely]] {
+         own_.shrink(0);  // it has held a transaction
+      }
       boundCursor();
    }
    cursor_.consume(size - own);

@@ -104,6 +104,10 @@ public:
       own_.limitIs(limits_.outputBuffer);
       boundCursor();
    }
+   /// Whether the output may take a whole transaction in addition.
+   void roomForBatchIs(bool room) noexcept {
+      own_.limitBeyondIs(limits_.outputBuffer + (room ? limits_.transactionBytes : 0));
+   }
    /// The longest body that fits into one message.
    std::size_t longestBody() const noexcept { return longestBody_; }
    /// Whether a body of this size is too long even for parts.

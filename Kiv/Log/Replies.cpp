@@ -39,7 +39,7 @@ bool Replies::write(Reply const& reply) {
       default:
          break;
    }
-   bool const withText = reply.opcode == Opcode::refused;
+   bool const withText = reply.opcode == Opcode::refused || reply.opcode == Opcode::decided;
    std::size_t const size = 4 + (withText ? 4 + reply.text.size() : 0);
    return outbox_.write(reply.opcode, size, 0, 0, [&](Out& out) {
       out.writeU32(reply.token);

@@ -20,9 +20,9 @@ public:
            Mounts const& mounts)
          : session_(session), hub_(hub), outbox_(outbox), backlog_(backlog), mounts_(mounts) {}
 
-   /// `token`: of a `sync` or `synced`, or the number of a mount. `text`: why a mount is refused.
-   /// `after`: it must not overtake what was dirty at this `Backlog::sequence`. `confirmed`: it
-   /// waits until `confirmedIs` has been given this number, or more.
+   /// `token`: of a `sync`, `synced` or `decided`, or the number of a mount. `text`: why a mount or
+   /// a batch is refused. `after`: it must not overtake what was dirty at this `Backlog::sequence`.
+   /// `confirmed`: it waits until `confirmedIs` has been given this number, or more.
    void enqueue(Opcode opcode, U32 token = 0, Sarn::String text = {}, U64 after = 0,
                 U64 confirmed = 0);
    void confirmedIs(U64 upTo) noexcept { confirmed_ = upTo; }

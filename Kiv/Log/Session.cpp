@@ -13,11 +13,14 @@ Session::Impl::Impl(Session& self, Hub& hub, SessionListener* listener)
         open_(hub_.limits().nesting),
         teller_(self, hub, hub_.limits(), hub_.budget(), hub_.clock(), hub_.ring(), hub_.handles(),
                 closing_, mounts_, open_),
-        inbound_(hub_.limits(), hub_.budget(), hub_.clock(), hub_.applying(), closing_, mounts_,
-                 open_, teller_, *this),
+        inbound_(hub_.limits(), hub_.budget(), hub_.clock(), hub_.applying(), hub_.handles(),
+                 closing_, mounts_, open_, teller_, *this),
         openedAt_(hub_.clock().now()),
         idleSince_(openedAt_) {
    hello();
+   for (U32 i = 0; i != hub_.batches(); ++i) {
+      teller_.walk().hold();
+   }
    number_ = hub_.add(self);
 }
 
@@ -197,6 +200,7 @@ void Session::Impl::close(Sarn::String const& reason, bool tell) {
    told_ = true;
    closedAt_ = hub_.clock().now();
    inbound_.drop();
+   tornIs(false);
    Outbox& outbox = teller_.outbox();
    outbox.cursor().leave();
    outbox.dropParts();
@@ -377,6 +381,15 @@ void Session::syncIs(U32 token) {
 }
 void Session::confirmedIs(U64 upTo) {
    impl_->confirmedIs(upTo);
+}
+U32 Session::transactionBegin() {
+   return impl_->transactionBegin();
+}
+void Session::transactionCommit() {
+   impl_->transactionCommit();
+}
+bool Session::inTransaction() const noexcept {
+   return impl_->inTransaction();
 }
 void Session::rootsAsk() {
    impl_->rootsAsk();

@@ -93,6 +93,9 @@ void Session::Impl::onControl(Header const& header, In& in) {
          callListener([&](SessionListener& listener) { listener.onSynced(self_, token); });
          return;
       }
+      case Opcode::decided:
+         applyDecided(in);
+         return;
       case Opcode::refused:
       case Opcode::replayBegin:
       case Opcode::replayEnd:
@@ -132,6 +135,7 @@ void Session::Impl::applyHello(In& in) {
    if (!common) {
       in.fault("the peer has none of the modules that are loaded here");
    }
+   teller_.walk().bracket().understoodIs(version >= 2);
    inbound_.hasGreeted();
 }
 

@@ -38,6 +38,9 @@ public:
    Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode);
    void syncIs(U32 token);
    void confirmedIs(U64 upTo);
+   U32 transactionBegin();
+   void transactionCommit();
+   bool inTransaction() const noexcept { return inTransaction_; }
    void rootsAsk();
    void sessionsAsk();
    bool compareAsk(Mount const& mount, bool repair);
@@ -76,6 +79,11 @@ private:
    void onFailed() override;
    std::size_t longestMessage() const noexcept override;
    std::size_t longestInParts(Opcode opcode) const noexcept override;
+   void onBatchBegin() noexcept override { hub_.batchBegin(); }
+   void onBatchEnd() noexcept override { hub_.batchEnd(); }
+   void onCommitted(U32 token, bool torn) override;
+   void tornIs(bool torn) noexcept;
+   void applyDecided(In& in);
    void applyHello(In& in);
    void applyTypes(In& in);
    void expectTypesKnown(In const& in) const;
@@ -125,6 +133,11 @@ private:
    U32 rootsAsked_ = 0;
    U32 sessionsAsked_ = 0;
    U64 number_ = 0;
+   /// The last transaction here, and whether it is still to be committed.
+   U32 transaction_ = 0;
+   bool inTransaction_ = false;
+   /// Whether mirrors here show a part of a batch.
+   bool torn_ = false;
 };
 
 }  // namespace Kiv::NboAttrLog

@@ -16,10 +16,11 @@ Teller::Teller(Session& session, Hub& hub, Limits const& limits, ByteBudget& bud
         encoder_(limits, handles, closing, outbox_, names_, crossing_, leftOut_),
         backlog_(limits, handles, closing, outbox_, names_, mounts),
         replies_(session, hub, outbox_, backlog_, mounts),
-        walk_(session, *this, handles, closing, outbox_, names_, encoder_, backlog_, replies_,
-              mounts),
+        walk_(session, *this, limits, handles, closing, outbox_, names_, encoder_, backlog_,
+              replies_, mounts),
         digestAnswers_(*this, limits, handles, mounts),
-        comparison_(*this, limits, handles) {}
+        comparison_(*this, limits, handles),
+        denied_(*this, handles, mounts) {}
 
 void Teller::tell(Entity& entity, FieldDescriptor const& field, Change const& change) {
    if (field.kind == MemberKind::single) {
@@ -120,8 +121,8 @@ void Teller::follow() noexcept {
    // publication, this peer may know an entity whose creation the others have not been told of. A
    // writer needs acknowledgements and echoes of its own between the changes. A peer with other
    // types gets only what it has.
-   if (!cursor().following() && live() && !leftOut_.anyChild() && mounts_.own().empty() &&
-       !mounts_.peerWrites() && peerTypes_ == nullptr &&
+   if (!cursor().following() && live() && !walk_.bracket().any() && !leftOut_.anyChild() &&
+       mounts_.own().empty() && !mounts_.peerWrites() && peerTypes_ == nullptr &&
        Sarn::Publications::innermost() == nullptr) {
       outbox_.follow();
    }
@@ -162,6 +163,7 @@ void Teller::clear() noexcept {
    replies_.clear();
    digestAnswers_.clear();
    comparison_.clear();
+   denied_.clear();
 }
 
 }  // namespace Kiv::NboAttrLog

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kiv/Log/Comparison.h"
+#include "Kiv/Log/Denied.h"
 #include "Kiv/Log/OpenCollections.h"
 #include "Kiv/Log/PeerTypes.h"
 #include "Kiv/Log/Walk.h"
@@ -95,9 +96,17 @@ public:
    Walk& walk() noexcept { return walk_; }
    DigestAnswers& digestAnswers() noexcept { return digestAnswers_; }
    Comparison& comparison() noexcept { return comparison_; }
+   Walk const& walk() const noexcept { return walk_; }
+   Denied& denied() noexcept { return denied_; }
+   /// The peer has lost an entity that it knew, and everything below it: a later replay sends it
+   /// as a new one.
+   void peerLost(Entity& entity) { forgetBelow(entity); }
 
 private:
-   bool live() const noexcept { return upToDate() && !closed(); }
+   /// Whether a change may be sent at once: nothing waits, and no batch holds changes back.
+   bool live() const noexcept {
+      return walk_.quiet() && backlog_.empty() && !outbox_.inParts() && !closed();
+   }
    /// Makes sure that the peer knows the entity by our handle, with a `bind` if the peer introduced
    /// it.
    bool reach(Entity& entity) { return encoder_.reach(entity); }
@@ -124,6 +133,7 @@ private:
    Walk walk_;
    DigestAnswers digestAnswers_;
    Comparison comparison_;
+   Denied denied_;
 };
 
 inline U8 const* Teller::tellValue(Entity& entity, FieldDescriptor const& field, std::size_t size,

@@ -27,14 +27,29 @@ void Walk::fillUp() {
       if (!outbox_.writeParts() || !teller_.writeTypes()) {
          break;
       }
-      if (depth_ != 0) {
-         if (!run(*stack_[depth_ - 1])) {
+      if (held()) {
+         if (idle()) {
+            replies_.write();
+         }
+         break;
+      }
+      // What a replay sends belongs to a mirror that is incomplete anyway.
+      Entity const* const walked = idle() ? nullptr : handles_.find(stack_[0]->handle);
+      bool const replays = walked != nullptr && walked->parent() == nullptr;
+      if (idle() && teller_.denied().any()) {
+         bracket_.want(teller_.denied().settle(), 0);
+      }
+      if (bracket_.any() && !replays && !bracket_.tend(idle())) {
+         break;
+      }
+      if (progress_.depth != 0) {
+         if (!run(*stack_[progress_.depth - 1])) {
             break;
          }
       } else if (!endReplays()) {
          break;
       } else if (auto const next = std::find_if(served.begin(), served.end(), isNew);
-                 next != served.end()) {
+                 next != served.end() && !bracket_.open()) {
          if (!beginReplay(*next)) {
             break;
          }
@@ -44,6 +59,7 @@ void Walk::fillUp() {
          if (!encoder_.acknowledge() || !run(*backlog_.first())) {
             break;
          }
+      } else if (bracket_.any()) {  // it is due to be closed
       } else if (teller_.digestAnswers().due()) {
          if (!teller_.digestAnswers().write()) {
             break;
@@ -56,7 +72,7 @@ void Walk::fillUp() {
 
 /// False when the output is full.
 bool Walk::run(FlowOut& flow) {
-   std::size_t const depth = depth_;
+   std::size_t const depth = progress_.depth;
    bool const walking = depth != 0 && stack_[depth - 1].get() == &flow;
    S32 rest = 0;
    // An entity that was removed from the tree during its walk has nothing more to send.
@@ -74,12 +90,12 @@ bool Walk::run(FlowOut& flow) {
    }
    if (rest != 0) {
       flow.kivFlowOutBookmarkEnq(static_cast<AttributeId>(rest));
-      return depth_ > depth;
+      return progress_.depth > depth;
    }
    if (walking) {
-      if (depth_ == depth) {
+      if (progress_.depth == depth) {
          stack_[depth - 1]->freeResyncState();
-         --depth_;
+         --progress_.depth;
       }
    } else if (!flow.dirty()) {  // a change may have come for an attribute before the bookmark
       backlog_.remove(flow.handle);
@@ -129,12 +145,12 @@ bool Walk::descendInto(Entity& entity, bool fresh) {
    // send.
    PeerTypes const* const peerTypes = teller_.peerTypes();
    fresh = fresh && peerTypes == nullptr;
-   if (depth_ == stack_.size()) {
+   if (progress_.depth == stack_.size()) {
       stack_.push_back(std::make_unique<FlowOut>(entity, !fresh));
    } else {
-      stack_[depth_]->reset(entity, !fresh);
+      stack_[progress_.depth]->reset(entity, !fresh);
    }
-   FlowOut& flow = *stack_[depth_];
+   FlowOut& flow = *stack_[progress_.depth];
    if (fresh) {
       forEachField(entity.kivType(), [&](FieldDescriptor const& field) {
          bool const any =
@@ -153,22 +169,23 @@ bool Walk::descendInto(Entity& entity, bool fresh) {
       peerTypes->strip(flow);
    }
    outbox_.cursor().leave();
-   ++depth_;
+   ++progress_.depth;
    return true;
 }
 
 void Walk::leave(Entity const& root) noexcept {
    // A walk stays below one root. If its entities were removed from the tree, it ends by itself.
-   Entity const* const walked = depth_ != 0 ? handles_.find(stack_[0]->handle) : nullptr;
+   Entity const* const walked = progress_.depth != 0 ? handles_.find(stack_[0]->handle) : nullptr;
    if (walked != nullptr && rootOf(*walked) == &root) {
-      while (depth_ != 0) {
-         stack_[--depth_]->freeResyncState();
+      while (progress_.depth != 0) {
+         stack_[--progress_.depth]->freeResyncState();
       }
    }
 }
 
 void Walk::clear() noexcept {
-   depth_ = 0;
+   bracket_.clear();
+   progress_.depth = 0;
    std::vector<std::unique_ptr<FlowOut>>().swap(stack_);  // `clear` would keep the memory
 }
 
@@ -372,12 +389,12 @@ Walk::Write Walk::tellWhole(FlowOut& flow, FieldDescriptor const& field) {
 /// Most children of a collection have only short values. Writes the child on top of the stack, and
 /// leaves it again if nothing of it remains; false if the walk has to go on there.
 bool Walk::tellLeaf() {
-   FlowOut& flow = *stack_[depth_ - 1];
+   FlowOut& flow = *stack_[progress_.depth - 1];
    TypeImpl const& type = flow.entity().kivType();
    if (type.base != nullptr || tellShort(flow, type, 0) != type.rowCount || flow.dirty()) {
       return false;
    }
-   --depth_;
+   --progress_.depth;
    return true;
 }
 
@@ -388,7 +405,7 @@ Walk::Write Walk::tellDirtyKeys(FlowOut& flow, FieldDescriptor const& field) {
       FieldDescriptor const& field;
    } context{*this, flow, field};
    DirtyKeys* const keys = flow.dirtyKeys(field, true);
-   std::size_t const depth = depth_;
+   std::size_t const depth = progress_.depth;
    bool const all = keys->flush(&context, [](void* c, void const* key, bool erased) {
       auto& [walk, flowOut, collection] = *static_cast<Context*>(c);
       return walk.tellDirtyKey(flowOut, collection, key, erased);
@@ -396,7 +413,7 @@ Walk::Write Walk::tellDirtyKeys(FlowOut& flow, FieldDescriptor const& field) {
    if (all) {
       flow.told(field.fieldId);
    }
-   if (depth_ > depth) {
+   if (progress_.depth > depth) {
       return Write::descend;
    }
    return all ? Write::done : Write::full;

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <bit>
+
+#include "Kiv/Log/Bracket.h"
 #include "Kiv/Log/Encoder.h"
 #include "Kiv/Log/Replies.h"
 
@@ -31,8 +34,9 @@ public:
    /// The outcome of writing one attribute.
    enum class Write : U8 { done, full, descend };
 
-   Walk(Session& session, Teller& teller, Handles const& handles, Closing& closing, Outbox& outbox,
-        Names& names, Encoder& encoder, Backlog& backlog, Replies& replies, Mounts& mounts) noexcept
+   Walk(Session& session, Teller& teller, Limits const& limits, Handles const& handles,
+        Closing& closing, Outbox& outbox, Names& names, Encoder& encoder, Backlog& backlog,
+        Replies& replies, Mounts& mounts) noexcept
          : session_(session),
            teller_(teller),
            handles_(handles),
@@ -42,10 +46,20 @@ public:
            encoder_(encoder),
            backlog_(backlog),
            replies_(replies),
-           mounts_(mounts) {}
+           mounts_(mounts),
+           bracket_(limits.transactionBytes, outbox, backlog) {}
 
    /// Whether no walk is in progress.
-   bool idle() const noexcept { return depth_ == 0; }
+   bool idle() const noexcept { return progress_.depth == 0; }
+   /// Whether it is idle and no batch holds changes back; one comparison, since every change asks.
+   bool quiet() const noexcept { return std::bit_cast<U64>(progress_) == 0; }
+
+   /// A batch begins: until `release`, changes are collected in the backlog. May be nested.
+   void hold() noexcept;
+   /// The batch ends: what it has changed is sent in one bracket. `token`: see `Bracket::want`.
+   void release(U32 token) noexcept;
+   bool held() const noexcept { return progress_.held != 0; }
+   Bracket& bracket() noexcept { return bracket_; }
    /// Writes what there is space for. Does nothing when called from inside itself.
    void fill() noexcept;
    /// Starts the walk of a child that the peer has just been sent. A `fresh` child has only the
@@ -58,7 +72,7 @@ public:
    /// Frees memory that is not in use.
    void freeIdle() noexcept {
       if (idle()) {
-         clear();
+         std::vector<std::unique_ptr<FlowOut>>().swap(stack_);
       }
    }
 
@@ -96,8 +110,15 @@ private:
    Backlog& backlog_;
    Replies& replies_;
    Mounts& mounts_;
+   Bracket bracket_;
    std::vector<std::unique_ptr<FlowOut>> stack_;
-   std::size_t depth_ = 0;
+   /// How much of the stack is in use, and how many batches hold changes back.
+   struct Progress {
+      U32 depth = 0;
+      U32 held = 0;
+   } progress_;
+   /// `Backlog::marks` when the outermost batch began.
+   U64 marksBefore_ = 0;
    bool filling_ = false;
 };
 
