@@ -37,6 +37,12 @@ public:
    /// Offers a root to peers under its type and name. Throws `Exception` if another root of that
    /// type and name exists, or if the hub's limit of entities is exceeded.
    void rootIs(Sarn::Ptr<NamedEntity> const& root);
+   /// Sets that a root which has been claimed before has no writer now, and since when, in
+   /// nanoseconds since 1970 (0: unknown); with false, that it is not stale. For who has restored a
+   /// root after a restart. A claim ends it. No effect if there is no such root.
+   void staleIs(NamedEntity const& root, bool stale, U64 since);
+   /// Whether a root is stale, see `Mount::stale`; `since`, if not null, gets since when.
+   bool stale(NamedEntity const& root, U64* since = nullptr) const noexcept;
    /// Withdraws a root and tells the peers that mirror it. Null if there is no such root.
    Sarn::Ptr<NamedEntity> rootDel(std::string_view type, std::string_view name);
    NamedEntity* root(std::string_view type, std::string_view name) const noexcept;
@@ -51,8 +57,9 @@ public:
    void batchEnd() noexcept;
 
    /// Sets a monotonic clock in nanoseconds. It measures how long peers have been connected and
-   /// behind, and what has waited too long. Null, the default: no clock.
-   void clockIs(U64 (*clock)() noexcept) noexcept;
+   /// behind, and what has waited too long. Null, the default: no clock. `wall`: nanoseconds since
+   /// 1970, to say since when a root is stale; null if that need not be known.
+   void clockIs(U64 (*clock)() noexcept, U64 (*wall)() noexcept = nullptr) noexcept;
    /// 0 without a clock.
    U64 now() const noexcept;
 

@@ -50,6 +50,9 @@ struct Limits {
    /// Entities and elements of collections that one answer to a comparison looks at; one entity is
    /// always compared in full. A tree of more has no digest of its own: its entities are compared.
    U64 digestWork = 4096;
+   /// The time in which the leader of a root answers when it is asked, if others wait to lead; a
+   /// leader that has not been heard for longer loses the lead. See `MountMode::candidate`.
+   U64 leaderSilence = 750'000'000;
    /// Nanoseconds after which a session that neither sends nor receives frees its buffers.
    U64 idle = 5'000'000'000;
 };

@@ -65,6 +65,8 @@ public:
       (void)transaction;
       (void)reason;
    }
+   /// Who writes the root, who leads, or whether it is stale has changed; see `Mount::writers`.
+   virtual void onWriters(Session&, Mount&) {}
    /// `torn`: the mirrors of this session now show a part of a batch, whose rest follows. Else:
    /// they are whole again. See `Mount::torn`.
    virtual void onTorn(Session&, bool torn) { (void)torn; }

@@ -38,8 +38,9 @@ public:
    Session& operator=(Session const&) = delete;
 
    /// Asks the peer for the root of the same type and name as `root`, and mirrors it in `root`. In
-   /// a mode that writes, local changes go to the peer as well.
-   Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode = MountMode::reader);
+   /// a mode that writes, local changes go to the peer as well. `priority`: of a candidate.
+   Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode = MountMode::reader,
+                  U32 priority = usualPriority);
    /// All mounts in the order of the requests, whatever their state.
    std::deque<Mount> const& mounts() const noexcept;
    /// The peer answers with `onSynced(token)` when it has applied everything written so far.
@@ -55,6 +56,8 @@ public:
    /// Sends all changes since `transactionBegin` as one. The peer checks all of them before it
    /// applies any, and answers with `onDecided`. REQUIRES: a transaction has begun.
    void transactionCommit();
+   /// False if the peer is of a release without transactions.
+   bool knowsTransactions() const noexcept;
    /// Whether a transaction has begun here.
    bool inTransaction() const noexcept;
    /// Asks which roots the peer offers; `onRoots` gets the answer.

@@ -56,6 +56,8 @@ struct ServedRoot {
    MountMode mode = MountMode::reader;
    /// Whether the peer has been sent all of it.
    bool complete = false;
+   /// Whether it is the candidate that leads.
+   bool leads = false;
 };
 
 /// One session of a hub, at one moment.

@@ -82,6 +82,9 @@ void BatchCheck::checkChange(Known const& target, Header const& header, In& in) 
    if (entity != nullptr && !mounts_.isWrittenByPeer(*entity)) {
       Sa::throwWriteUpdateFromReadOnlyProxyException(*entity, header.attribute);
    }
+   if (entity != nullptr && mounts_.peerWaits(*entity)) {
+      throw Exception("another peer leads " + *entityName(*rootOf(*entity)));
+   }
    Entity& owner = specimen(*target.type);
    MemberKind const kind = field->kind;
    bool const keyed = kind == MemberKind::map || kind == MemberKind::ordered;

@@ -126,8 +126,8 @@ TEST_F(StreamClaim, TheSourcesOwnerDecidesWhoMayWrite) {
 TEST_F(StreamClaim, AModeThatIsNoneEndsTheConnection) {
    carry();
    source.receive(message(Opcode::mount, 0, 0,
-                          concat(u32(1), Bytes{3}, text("KivTest::Stem"), text("test"))));
-   EXPECT_NE(source.session->closeReason().find("there is no mount mode 3"), std::string::npos)
+                          concat(u32(1), Bytes{4}, text("KivTest::Stem"), text("test"))));
+   EXPECT_NE(source.session->closeReason().find("there is no mount mode 4"), std::string::npos)
          << source.session->closeReason();
    EXPECT_EQ(source.session->ending(), Kiv::NboAttrLog::Ending::fault);
 }

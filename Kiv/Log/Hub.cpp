@@ -108,8 +108,12 @@ Session const* Hub::Impl::inTheWay(RootWatcher const& watcher, MountMode mode) c
    }
    for (Session const* const session : sessions_) {
       Served const* const served = session->impl().mounted().find(watcher);
-      if (served != nullptr && writesBack(served->mode) &&
-          (mode == MountMode::owner || served->mode == MountMode::owner)) {
+      if (served == nullptr || !writesBack(served->mode)) {
+         continue;
+      }
+      bool const bothCandidates =
+            mode == MountMode::candidate && served->mode == MountMode::candidate;
+      if ((claims(mode) || claims(served->mode)) && !bothCandidates) {
          return session;
       }
    }
@@ -164,9 +168,16 @@ U64 Hub::Impl::deadline() const noexcept {
       return 0;
    }
    U64 first = ring_.capacity() != 0 ? ringIdleSince_ + limits_.idle : 0;
-   for (Session const* const session : sessions_) {
-      U64 const next = session->impl().deadline();
+   auto const consider = [&first](U64 next) {
       first = next != 0 && (first == 0 || next < first) ? next : first;
+   };
+   for (Session const* const session : sessions_) {
+      consider(session->impl().deadline());
+   }
+   for (Held const& held : held_) {
+      if (held.claim.ever) {
+         consider(leaderDeadline(*held.watcher));
+      }
    }
    return first;
 }
@@ -175,6 +186,11 @@ void Hub::Impl::expire() {
    U64 const time = clock_.now();
    for (std::size_t i = 0; i < sessions_.size(); ++i) {  // a listener may end some
       sessions_[i]->impl().expire(time);
+   }
+   for (std::size_t i = 0; i < held_.size(); ++i) {
+      if (held_[i].claim.ever && clock_.read != nullptr) {
+         watchLeader(*held_[i].watcher, time);
+      }
    }
    if (ring_.head() != ringHead_) {
       ringHead_ = ring_.head();
@@ -223,8 +239,21 @@ void Hub::batchEnd() noexcept {
    impl_->batchEnd();
 }
 
-void Hub::clockIs(U64 (*clock)() noexcept) noexcept {
+void Hub::clockIs(U64 (*clock)() noexcept, U64 (*wall)() noexcept) noexcept {
    impl_->clock().read = clock;
+   impl_->wallIs(wall);
+}
+
+void Hub::staleIs(NamedEntity const& root, bool stale, U64 since) {
+   impl_->staleIs(root, stale, since);
+}
+
+bool Hub::stale(NamedEntity const& root, U64* since) const noexcept {
+   Impl::Claim const* const claim = impl_->claim(root);
+   if (claim != nullptr && since != nullptr) {
+      *since = claim->since;
+   }
+   return claim != nullptr && claim->stale;
 }
 
 U64 Hub::now() const noexcept {

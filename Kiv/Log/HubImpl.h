@@ -47,6 +47,20 @@ public:
    /// The session whose mount of the root rules out another one in this mode; null if there is
    /// none.
    Session const* inTheWay(RootWatcher const& watcher, MountMode mode) const noexcept;
+   /// Who claims the root may have changed: lets the best candidate lead if nobody does, sets
+   /// whether the root is stale, and tells those that mirror it. `anyway`: even if nothing has
+   /// changed.
+   void elect(RootWatcher const& watcher, bool anyway);
+   void staleIs(NamedEntity const& root, bool stale, U64 since);
+   /// What is known of who claims a root.
+   struct Claim {
+      /// Whether anybody has ever claimed it.
+      bool ever = false;
+      bool stale = false;
+      U64 since = 0;
+   };
+   Claim const* claim(NamedEntity const& root) const noexcept;
+   void wallIs(U64 (*wall)() noexcept) noexcept { wall_ = wall; }
    /// Withdraws an offered root and tells the peers that mirror it. Null if there is no such root.
    Sarn::Ptr<NamedEntity> withdraw(std::string_view type, std::string_view name);
    std::vector<NamedEntity*> offered() const;
@@ -65,9 +79,15 @@ private:
       bool offered = false;
       /// The mounts, plus one if it is offered.
       U32 users = 0;
+      Claim claim;
    };
 
    Held const* findHeld(std::string_view type, std::string_view name) const noexcept;
+   /// Whether nobody waits for the lead, or else when the leader must have been heard.
+   U64 leaderDeadline(RootWatcher const& watcher) const noexcept;
+   void watchLeader(RootWatcher const& watcher, U64 time);
+   Session* leaderOf(RootWatcher const& watcher) const noexcept;
+   bool anyWaits(RootWatcher const& watcher) const noexcept;
    Held& heldOf(RootWatcher const& watcher) noexcept;
    void onGone(Entity& entity, U32 handle) override;
 
@@ -84,6 +104,7 @@ private:
    std::vector<Session*> sessions_;
    U64 sessionsMade_ = 0;
    U32 batches_ = 0;
+   U64 (*wall_)() noexcept = nullptr;
 };
 
 }  // namespace Kiv::NboAttrLog

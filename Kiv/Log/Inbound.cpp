@@ -390,7 +390,8 @@ Sarn::String Inbound::describe(Header const& header) const {
 void Inbound::apply(Header const& header, In& in) {
    if (isChange(header.opcode)) {
       ++teller_.crossing().received;
-      if (refused_ == 0 || !teller_.denied().note(header, in)) [[likely]] {
+      bool const denied = refused_ != 0 || (mounts_.peerWaits() && isOfAnother(header));
+      if (!denied || !teller_.denied().note(header, in)) [[likely]] {
          applyChange(header, in);
       }
    } else if (header.opcode == Opcode::commit) {
@@ -398,6 +399,12 @@ void Inbound::apply(Header const& header, In& in) {
    } else {
       control_.onControl(header, in);
    }
+}
+
+/// Whether the change is to a root that another peer leads.
+bool Inbound::isOfAnother(Header const& header) const noexcept {
+   Names::Theirs const* const target = names_.theirs(header.handle);
+   return target != nullptr && target->entity && mounts_.peerWaits(*target->entity);
 }
 
 /// Takes a part of a message, or `bye` instead of the next one; applies the message when it is

@@ -96,6 +96,7 @@ private:
    bool applyRunTo(Entity& entity, Run& run);
    static U8 const* applySimple(Entity& entity, TypeImpl const& type, U32 handle, Run& run,
                                 U8 const* at);
+   bool isOfAnother(Header const& header) const noexcept;
    void applyPart(Header const& header, In& in);
    // Batches: InboundBatch.cpp
    bool takeBatch(U8 const* bytes, std::size_t size);

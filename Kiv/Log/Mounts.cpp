@@ -29,6 +29,34 @@ bool Mounts::peerWrites() const noexcept {
                       [](Served const& s) { return writesBack(s.mode); });
 }
 
+bool Mounts::peerWaits(Entity const& entity) const noexcept {
+   Entity const* const root = waiting_ != 0 ? rootOf(entity) : nullptr;
+   return std::any_of(served_.begin(), served_.end(),
+                      [root](Served const& s) { return s.root == root && s.waits(); });
+}
+
+void Mounts::add(Served const& served) {
+   served_.push_back(served);
+   waiting_ += served.waits() ? 1 : 0;
+}
+
+void Mounts::leadsIs(Served& served, bool leads) noexcept {
+   waiting_ -= served.waits() ? 1 : 0;
+   served.leads = leads;
+   waiting_ += served.waits() ? 1 : 0;
+}
+
+std::deque<Served> Mounts::takeServed() noexcept {
+   waiting_ = 0;
+   return std::exchange(served_, {});
+}
+
+bool Mount::leads() const noexcept {
+   return complete() && std::any_of(writers_.begin(), writers_.end(), [](Writer const& writer) {
+             return writer.isSelf && writer.leads && claims(writer.mode);
+          });
+}
+
 Mount const* Mounts::followed(Entity const& entity) const noexcept {
    Entity const* const root = rootOf(entity);
    auto const found = std::find_if(own_.begin(), own_.end(), [root](Mount const& m) {

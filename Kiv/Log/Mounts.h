@@ -23,6 +23,12 @@ struct Served {
    bool ended = false;
    /// `replayEnd` waits until everything listed up to this `Backlog::sequence` has been sent.
    U64 endAfter = 0;
+   /// Of a candidate; the smallest leads.
+   U32 priority = 0;
+   /// Whether it is the candidate that leads.
+   bool leads = false;
+   /// Whether it is a candidate that waits for the lead.
+   bool waits() const noexcept { return mode == MountMode::candidate && !leads; }
 };
 
 /// What one session mirrors, in both directions: our roots at the peer, and the peer's roots here.
@@ -46,6 +52,19 @@ public:
    bool isWrittenByPeer(Entity const& entity) const noexcept;
    /// Whether the peer writes to any root.
    bool peerWrites() const noexcept;
+   /// Whether there is a root that the peer may not change now, because another one leads; and
+   /// whether it is the root above the entity.
+   bool peerWaits() const noexcept { return waiting_ != 0; }
+   bool peerWaits(Entity const& entity) const noexcept;
+   /// Serves one more root.
+   void add(Served const& served);
+   void leadsIs(Served& served, bool leads) noexcept;
+   std::deque<Served>::iterator erase(std::deque<Served>::iterator at) noexcept {
+      waiting_ -= at->waits() ? 1 : 0;
+      return served_.erase(at);
+   }
+   /// Takes out all that are served.
+   std::deque<Served> takeServed() noexcept;
 
    /// The mount, replaying or complete, whose mirror contains the entity; null if there is none.
    Mount const* followed(Entity const& entity) const noexcept;
@@ -62,6 +81,13 @@ public:
    static void reasonIs(Mount& mount, Sarn::String reason) noexcept {
       mount.reason_ = std::move(reason);
    }
+   static void priorityIs(Mount& mount, U32 priority) noexcept { mount.priority_ = priority; }
+   static void writersAre(Mount& mount, bool stale, U64 since,
+                          std::vector<Writer> writers) noexcept {
+      mount.stale_ = stale;
+      mount.staleSince_ = since;
+      mount.writers_ = std::move(writers);
+   }
    static void tornIs(Mount& mount, bool torn) noexcept { mount.torn_ = torn; }
    /// Sets whether the hub holds the root for this mount; returns the previous value.
    static bool adoptedIs(Mount& mount, bool adopted) noexcept {
@@ -71,6 +97,8 @@ public:
 private:
    std::deque<Served> served_;
    std::deque<Mount> own_;
+   /// Served roots whose peer waits for the lead.
+   std::size_t waiting_ = 0;
 };
 
 }  // namespace Kiv::NboAttrLog

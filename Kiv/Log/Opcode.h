@@ -76,7 +76,10 @@ enum class Opcode : U8 {
    commit = 30,
    /// U32 token, reason: the batch was refused; applied, if the reason is empty.
    decided = 31,
-   last_ = decided,
+   /// U32 mount, U8: 1 if it is stale, U64 since when, U32 count, then each writer: who writes the
+   /// root.
+   writers = 32,
+   last_ = writers,
 };
 
 /// The name of an opcode as above, or "?" for a number that is none.
@@ -114,6 +117,7 @@ constexpr std::string_view opcodeName(Opcode opcode) noexcept {
          "begin",
          "commit",
          "decided",
+         "writers",
    };
    static_assert(std::size(names) == static_cast<std::size_t>(Opcode::last_) + 1);
    auto const number = static_cast<std::size_t>(opcode);

@@ -26,6 +26,9 @@ public:
    void enqueue(Opcode opcode, U32 token = 0, Sarn::String text = {}, U64 after = 0,
                 U64 confirmed = 0);
    void confirmedIs(U64 upTo) noexcept { confirmed_ = upTo; }
+   /// Tells who writes the root with this mount, as it is when there is space; once, however often
+   /// it is called before.
+   void enqueueWriters(U32 mount);
    /// Removes the last one.
    void withdraw() noexcept { waiting_.pop_back(); }
    std::size_t size() const noexcept { return waiting_.size(); }
@@ -47,6 +50,7 @@ private:
    bool writeMount(Mount const& mount);
    bool writeRoots();
    bool writeSessions();
+   bool writeWriters(U32 mount);
 
    Session const& session_;
    Hub& hub_;

@@ -49,7 +49,7 @@ void Session::Impl::hello() {
    });
 }
 
-Mount& Session::Impl::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
+Mount& Session::Impl::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode, U32 priority) {
    if (root->nameString().size() > longestName) {
       throw Exception("a root's name of " + std::to_string(root->nameString().size()) +
                       " bytes exceeds the bound of " + std::to_string(longestName));
@@ -69,6 +69,7 @@ Mount& Session::Impl::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode
       }
    };
    Mount& mount = mounts_.add(root, mode);
+   Mounts::priorityIs(mount, priority);
    Undo undo{mounts_, teller_.replies()};
    if (closing_.closed()) {
       Mounts::stateIs(mount, Mount::State::lost);
@@ -145,6 +146,9 @@ void Session::Impl::boundSessionsOfUid() {
 
 void Session::Impl::received(U8 const* bytes, std::size_t size) {
    used_ = true;
+   if (claimsAny_) [[unlikely]] {
+      heard();
+   }
    inbound_.take(bytes, size);
    pump();
 }
@@ -225,11 +229,13 @@ void Session::Impl::close(Sarn::String const& reason, bool tell) {
 }
 
 void Session::Impl::unsubscribe() {
-   for (Served const& served : mounts_.served()) {
+   for (Served const& served : mounts_.takeServed()) {
       served.watcher->unsubscribe(teller_);
+      if (writesBack(served.mode)) {
+         hub_.elect(*served.watcher, true);
+      }
       hub_.release(*served.watcher);
    }
-   mounts_.served().clear();
    for (U32 id = 1; Mount* const mount = mounts_.mount(id); ++id) {
       if (Mounts::adoptedIs(*mount, false)) {
          RootWatcher& watcher =
@@ -260,7 +266,7 @@ void Session::Impl::rootGone(RootWatcher& watcher) noexcept {
       });
       watcher.unsubscribe(teller_);
       hub_.release(watcher);  // the offer still holds it
-      at = served.erase(at);
+      at = mounts_.erase(at);
    }
    teller_.walk().fill();
 }
@@ -344,6 +350,7 @@ SessionStatus Session::Impl::status() const {
       told.root.type = served.root->kivType().name;
       told.root.name = served.root->nameString();
       told.mode = served.mode;
+      told.leads = served.leads;
       told.complete = served.ended;
    }
    status.leftOut = teller_.leftOut().names();
@@ -370,8 +377,8 @@ Session::~Session() {
    impl_->end();
 }
 
-Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode) {
-   return impl_->mountIs(root, mode);
+Mount& Session::mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode, U32 priority) {
+   return impl_->mountIs(root, mode, priority);
 }
 std::deque<Mount> const& Session::mounts() const noexcept {
    return impl_->mounted().own();
@@ -387,6 +394,9 @@ U32 Session::transactionBegin() {
 }
 void Session::transactionCommit() {
    impl_->transactionCommit();
+}
+bool Session::knowsTransactions() const noexcept {
+   return impl_->teller().walk().bracket().understood();
 }
 bool Session::inTransaction() const noexcept {
    return impl_->inTransaction();

@@ -90,11 +90,16 @@ void Session::Impl::onControl(Header const& header, In& in) {
       case Opcode::synced: {
          U32 const token = in.nextU32();
          in.expectEnd();
-         callListener([&](SessionListener& listener) { listener.onSynced(self_, token); });
+         if (!isSignOfLife(token)) {
+            callListener([&](SessionListener& listener) { listener.onSynced(self_, token); });
+         }
          return;
       }
       case Opcode::decided:
          applyDecided(in);
+         return;
+      case Opcode::writers:
+         applyWriters(in);
          return;
       case Opcode::refused:
       case Opcode::replayBegin:
@@ -166,11 +171,12 @@ void Session::Impl::applyBye(In& in) {
 void Session::Impl::applyMount(In& in) {
    U32 const id = in.nextU32();
    U8 const mode = in.nextU8();
-   if (mode > static_cast<U8>(MountMode::owner)) {
+   if (mode > static_cast<U8>(MountMode::candidate)) {
       in.fault("there is no mount mode " + std::to_string(mode), 1);
    }
    OfferedRoot asked{Sarn::String(in.nextValidString(longestName)), {}};
    asked.name = in.nextValidString(longestName);
+   U32 const priority = mode == static_cast<U8>(MountMode::candidate) ? in.nextU32() : 0;
    in.expectEnd();
    Replies& replies = teller_.replies();
    U32 const most = hub_.limits().nesting;
@@ -198,8 +204,19 @@ void Session::Impl::applyMount(In& in) {
       teller_.cursor().leave();
    }
    teller_.outbox().hasMount();
-   mounts_.served().push_back({watcher, &watcher->root(), id, static_cast<MountMode>(mode)});
+   Served served{watcher, &watcher->root(), id, static_cast<MountMode>(mode)};
+   served.priority = priority;
+   mounts_.add(served);
    hub_.hold(*watcher);
+   if (claims(served.mode)) {
+      claimsAny_ = true;
+      heard();
+   }
+   if (writesBack(served.mode)) {
+      hub_.elect(*watcher, true);
+   } else if (hub_.claim(watcher->root())->ever) {
+      tellWriters(*watcher);
+   }
 }
 
 /// Why a mount is refused; empty if it is allowed.
@@ -220,8 +237,7 @@ Sarn::String Session::Impl::refusal(RootWatcher const* watcher, OfferedRoot cons
    }
    if (Session const* const other = hub_.inTheWay(*watcher, mode)) {
       return asked.name +
-             (mode == MountMode::owner ? " cannot be claimed: it is written by "
-                                       : " is claimed by ") +
+             (claims(mode) ? " cannot be claimed: it is written by " : " is claimed by ") +
              peerText(other->peer());
    }
    return {};
@@ -347,6 +363,14 @@ void Session::Impl::applyRoots(In& in) {
       Sarn::String type(in.nextString());
       Sarn::String name(in.nextString());
       roots.push_back({std::move(type), std::move(name)});
+   }
+   while (in.readableBytes() != 0) {  // those that are stale
+      U32 const at = in.nextU32();
+      if (at >= count) {
+         in.fault("there is no root " + std::to_string(at), 4);
+      }
+      roots[at].stale = true;
+      roots[at].staleSince = in.nextU64();
    }
    in.expectEnd();
    --rootsAsked_;

@@ -35,7 +35,7 @@ public:
    Mounts const& mounted() const noexcept { return mounts_; }
 
    // See `Session`.
-   Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode);
+   Mount& mountIs(Sarn::Ptr<NamedEntity> const& root, MountMode mode, U32 priority);
    void syncIs(U32 token);
    void confirmedIs(U64 upTo);
    U32 transactionBegin();
@@ -57,6 +57,18 @@ public:
    }
 
    std::span<Sarn::String const> lacking() const noexcept;
+   // For the hub: who writes its roots, in SessionWriters.cpp.
+   Served* served(RootWatcher const& watcher) noexcept;
+   void leadsIs(Served& served, bool leads) noexcept { mounts_.leadsIs(served, leads); }
+   /// Tells the peer who writes the root, if it mirrors it.
+   void tellWriters(RootWatcher const& watcher) noexcept;
+   /// Whether it has lost the lead because it did not answer, and has not been heard since.
+   bool silent() const noexcept { return silent_; }
+   /// When `askForLife` has something to do.
+   U64 lifeDeadline() const noexcept;
+   /// Asks the peer for a sign of life, if it has not been heard for a while. True once it has not
+   /// answered in time.
+   bool askForLife(U64 time);
 
    // For the hub.
    /// A root of ours is no longer offered.
@@ -84,6 +96,11 @@ private:
    void onCommitted(U32 token, bool torn) override;
    void tornIs(bool torn) noexcept;
    void applyDecided(In& in);
+   void applyWriters(In& in);
+   /// The peer has been heard, while it claims a root.
+   void heard();
+   /// Whether `synced` with this token is the sign of life that it was asked for.
+   bool isSignOfLife(U32 token) noexcept;
    void applyHello(In& in);
    void applyTypes(In& in);
    void expectTypesKnown(In const& in) const;
@@ -136,6 +153,12 @@ private:
    /// The last transaction here, and whether it is still to be committed.
    U32 transaction_ = 0;
    bool inTransaction_ = false;
+   /// When the peer was last heard, and asked for a sign of life that has not come; 0 if it was not
+   /// asked.
+   U64 heardAt_ = 0;
+   U64 askedAt_ = 0;
+   bool claimsAny_ = false;
+   bool silent_ = false;
    /// Whether mirrors here show a part of a batch.
    bool torn_ = false;
 };

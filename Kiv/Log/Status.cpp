@@ -11,6 +11,8 @@ constexpr U8 askingFlag = 1;
 constexpr U8 leftOutFlag = 2;
 /// What the peer lacks follows those.
 constexpr U8 lackingFlag = 4;
+/// In the byte of the mode: it is the candidate that leads.
+constexpr U8 leadsBit = 0x80;
 /// Two lengths, the mode, and whether it is complete.
 constexpr std::size_t fixedRootSize = 4 + 4 + 1 + 1;
 
@@ -71,7 +73,7 @@ void encode(Out& out, SessionStatus const& status) {
    for (ServedRoot const& served : status.roots) {
       out.writeString(served.root.type);
       out.writeString(served.root.name);
-      out.writeU8(static_cast<U8>(served.mode));
+      out.writeU8(static_cast<U8>(static_cast<U8>(served.mode) | (served.leads ? leadsBit : 0)));
       out.writebool(served.complete);
    }
    if (leftOut) {
@@ -119,8 +121,10 @@ SessionStatus decodeSessionStatus(In& in) {
       ServedRoot served;
       served.root.type = in.nextValidString(longestName);
       served.root.name = in.nextValidString(longestName);
-      U8 const mode = in.nextU8();
-      if (mode > static_cast<U8>(MountMode::owner)) {
+      U8 const told = in.nextU8();
+      U8 const mode = told & static_cast<U8>(~leadsBit);
+      served.leads = mode != told;
+      if (mode > static_cast<U8>(MountMode::candidate)) {
          in.fault("there is no mount mode " + std::to_string(mode), 1);
       }
       served.mode = static_cast<MountMode>(mode);

@@ -60,6 +60,7 @@ public:
    void release(U32 token) noexcept;
    bool held() const noexcept { return progress_.held != 0; }
    Bracket& bracket() noexcept { return bracket_; }
+   Bracket const& bracket() const noexcept { return bracket_; }
    /// Writes what there is space for. Does nothing when called from inside itself.
    void fill() noexcept;
    /// Starts the walk of a child that the peer has just been sent. A `fresh` child has only the
