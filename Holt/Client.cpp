@@ -3,11 +3,13 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 #include "Holt/Failure.h"
 #include "Holt/Listener.h"
 #include "Kiv/Module.h"
+#include "Kiv/NboAttrLogTransaction.h"
 #include "Kiv/Types.h"
 
 namespace Holt {
@@ -44,6 +46,7 @@ Client::Client(Sarn::String const& socket, milliseconds patience)
 Client::~Client() {
    onMountState = nullptr;
    onSessionsTold = nullptr;
+   onWritersTold = nullptr;
    connection_->close("done");
 }
 
@@ -76,6 +79,17 @@ void Client::onSessions(Kiv::NboAttrLog::Session&,
    if (onSessionsTold) {
       onSessionsTold(sessions);
    }
+}
+
+void Client::onWriters(Kiv::NboAttrLog::Session&, Mount& mount) {
+   if (onWritersTold) {
+      onWritersTold(mount);
+   }
+}
+
+void Client::onDecided(Kiv::NboAttrLog::Session&, U32 transaction, Sarn::String const& reason) {
+   decided_ = transaction;
+   refusal_ = reason;
 }
 
 bool Client::turn(int otherFd, milliseconds timeout) {
@@ -164,8 +178,8 @@ Mount& Client::mountIs(OfferedRoot const& root, MountMode mode) {
    return mountIs(newRoot(root.type, root.name), mode);
 }
 
-Mount& Client::mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode) {
-   return connection_->session().mountIs(mirror, mode);
+Mount& Client::mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode, U32 priority) {
+   return connection_->session().mountIs(mirror, mode, priority);
 }
 
 bool Client::crowded() const noexcept {
@@ -207,6 +221,23 @@ Kiv::NboAttrLog::Compared Client::compare(Mount& mount) {
                     Exit::connection);
    }
    return *compared_;
+}
+
+void Client::asOne(std::function<void()> const& change) {
+   Kiv::NboAttrLog::Session& session = connection_->session();
+   std::optional<Kiv::NboAttrLog::Transaction> together;
+   if (session.knowsTransactions()) {
+      together.emplace(session);
+   }
+   change();
+   if (together) {
+      together->commit();
+      waitFor("asked it to make all changes", [&] { return decided_ == together->number(); });
+      if (!refusal_.empty()) {
+         throw Failure("the server has refused all of the changes: " + refusal_);
+      }
+   }
+   sync();
 }
 
 void Client::sync() {

@@ -54,7 +54,9 @@ public:
    /// Begins to mirror a root. The mount lives as long as the client.
    Mount& mountIs(OfferedRoot const& root, MountMode mode);
    /// The same with an existing mirror, which is brought up to date.
-   Mount& mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode);
+   /// `priority`: of a candidate.
+   Mount& mountIs(Sarn::Ptr<Kiv::NamedEntity> const& mirror, MountMode mode,
+                  U32 priority = Kiv::NboAttrLog::usualPriority);
    /// Waits until a mirror is complete. Throws `Failure` if the server refuses it.
    void waitComplete(Mount const& mount);
    /// Waits until the server has applied every change made here, and every change that it made
@@ -65,6 +67,10 @@ public:
    /// Compares a complete mirror with the server, by digests, and has repaired what differs. Waits;
    /// see `Kiv::NboAttrLog::Session::compareAsk`. Throws `Failure` if the root goes meanwhile.
    Kiv::NboAttrLog::Compared compare(Mount& mount);
+   /// Makes the changes of the mirrors that `change` makes as one: the server applies all of them,
+   /// or none; see `Kiv::NboAttrLog::Transaction`. Waits for its answer, and throws `Failure` if
+   /// they are refused. A server of a release without transactions gets them one by one.
+   void asOne(std::function<void()> const& change);
    /// Whether so much is waiting to be sent that the caller should wait for the server.
    bool crowded() const noexcept;
 
@@ -81,6 +87,8 @@ public:
 
    /// Called when the state of a mount changes, in order with the changes of its root.
    std::function<void(Mount&)> onMountState;
+   /// Called when who writes a root, or whether it is stale, has changed; see `Mount::writers`.
+   std::function<void(Mount&)> onWritersTold;
    /// Called with the server's answer to `sessionsAsk`.
    std::function<void(std::vector<Kiv::NboAttrLog::SessionStatus> const&)> onSessionsTold;
    /// What a call waits for, the bytes that have arrived since, and for how long.
@@ -106,6 +114,10 @@ private:
    void onCompared(Kiv::NboAttrLog::Session& session, Mount& mount,
                    Kiv::NboAttrLog::Compared const& result) override;
 
+   void onWriters(Kiv::NboAttrLog::Session& session, Mount& mount) override;
+   void onDecided(Kiv::NboAttrLog::Session& session, U32 transaction,
+                  Sarn::String const& reason) override;
+
    template <class Done>
    void waitFor(char const* what, Done&& done);
 
@@ -124,6 +136,9 @@ private:
    U32 synced_ = 0;
    /// What was not sent since the last `sync`, as far as it is named.
    std::vector<Sarn::String> unsent_;
+   /// The last transaction that was decided, and why it was refused.
+   U32 decided_ = 0;
+   Sarn::String refusal_;
 };
 
 }  // namespace Holt

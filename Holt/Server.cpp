@@ -31,7 +31,7 @@ Server::Server(Options options)
                         ? Listener(options_.listening)
                         : Listener(options_.socket, options_.mode, options_.owner)),
         hub_(options_.limits) {
-   hub_.clockIs(options_.clock);
+   hub_.clockIs(options_.clock, &wallNow);
 }
 
 Server::~Server() {

@@ -77,6 +77,10 @@ public:
    void rootIs(Sarn::Ptr<Kiv::NamedEntity> const& root) { hub_.rootIs(root); }
    /// Offers a root that others may change than `Options::writers`.
    void rootIs(Sarn::Ptr<Kiv::NamedEntity> const& root, Writers writers);
+   /// See `Kiv::NboAttrLog::Hub::staleIs`: for a root that was restored after a restart.
+   void staleIs(Kiv::NamedEntity const& root, bool stale, U64 since) {
+      hub_.staleIs(root, stale, since);
+   }
    std::vector<Kiv::NamedEntity*> roots() const { return hub_.roots(); }
 
    /// Serves until `stopFd` is readable, in a loop of its own.

@@ -1,5 +1,6 @@
 #include "Holt/Times.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -139,6 +140,18 @@ Sarn::String durationText(U64 nanoseconds) {
                     static_cast<unsigned>(seconds / 60 % 60), static_cast<unsigned>(seconds % 60));
    }
    return text;
+}
+
+Sarn::String staleText(U64 since, U64 now) {
+   if (since == 0) {
+      return "stale";
+   }
+   constexpr U64 halfDay = 43'200'000'000'000;
+   U64 const age = now - std::min(since, now);
+   Sarn::String const date = timeText(since, TimeForm::date);
+   return "stale since " +
+          (age > halfDay ? date.substr(0, date.rfind('.')) : timeText(since, TimeForm::seconds)) +
+          " (" + durationText(age) + ")";
 }
 
 U64 wallNow() noexcept {

@@ -24,6 +24,10 @@ Sarn::String timeText(U64 wall, TimeForm form = TimeForm::date);
 /// A duration, given in nanoseconds: "3.204 s"; "2:03:04" from a minute on.
 Sarn::String durationText(U64 nanoseconds);
 
+/// Since when a root has no writer: "stale since 14:03:59 (5:02:11)", with the date if that was
+/// more than half a day ago. `since`: nanoseconds since 1970; 0 if it is not known: "stale".
+Sarn::String staleText(U64 since, U64 now);
+
 /// Nanoseconds since 1970; nanoseconds of a clock that never goes back.
 U64 wallNow() noexcept;
 U64 steadyNow() noexcept;

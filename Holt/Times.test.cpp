@@ -57,5 +57,15 @@ TEST(Times, DurationsAreSecondsUpToAMinute) {
    EXPECT_EQ(durationText(7384'000'000'000), "2:03:04");
 }
 
+TEST(Times, ARootIsStaleSinceATimeOfTheDayOrADate) {
+   Zone const zone("XYZ-2");
+   U64 const since = 1'795'269'839'120'999'999;
+   EXPECT_EQ(staleText(since, since + 305'000'000'000), "stale since 16:03:59 (0:05:05)");
+   EXPECT_EQ(staleText(since, since + 50'000'000'000'000),
+             "stale since 2026-11-21 16:03:59 (13:53:20)");
+   EXPECT_EQ(staleText(since, since - 1), "stale since 16:03:59 (0.000 s)") << "another clock";
+   EXPECT_EQ(staleText(0, since), "stale");
+}
+
 }  // namespace
 }  // namespace Holt

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <iostream>
 #include <list>
+#include <map>
 #include <optional>
 #include <system_error>
 
@@ -124,9 +125,22 @@ Holt::Writers writersOf(CommandLine const& line) {
 
 /// Has a peer that changes the configuration wait until the daemon has taken the change.
 void waitForDaemon(ConfigFill& config, Holt::Server& server) {
-   config.onAsked = [&server] {
-      return [&server, asker = server.asker()](Sarn::String const& refusal) {
-         server.decided(asker, refusal);
+   struct Open {
+      std::size_t count = 0;
+      Sarn::String refusal;
+   };
+   // A transaction may contain several changes: its peer waits for all of them.
+   config.onAsked = [&server, open = std::make_shared<std::map<U64, Open>>()] {
+      U64 const asker = server.asker();
+      ++(*open)[asker].count;
+      return [&server, open, asker](Sarn::String const& refusal) {
+         Open& own = (*open)[asker];
+         own.refusal = own.refusal.empty() ? refusal : own.refusal;
+         if (--own.count == 0) {
+            Sarn::String const first = own.refusal;
+            open->erase(asker);
+            server.decided(asker, first);
+         }
       };
    };
    config.onUndecided = [&server] {

@@ -25,6 +25,7 @@ struct LoadOptions : ClientOptions {
    bool openconfig = false;
    bool notes = false;
    bool dryRun = false;
+   bool oneByOne = false;
 };
 
 struct DiffOptions : ClientOptions {
@@ -235,10 +236,17 @@ Exit load(LoadOptions const& options) {
       refuse(options.file, errors, "not loaded, nothing was changed");
    }
    if (!options.dryRun) {
-      for (DocPlace const& place : doc.places) {
-         loadPlace(Sarn::Ptr<Kiv::Entity>(&roots.of(place)), place, errors);
+      auto const loadAll = [&] {
+         for (DocPlace const& place : doc.places) {
+            loadPlace(Sarn::Ptr<Kiv::Entity>(&roots.of(place)), place, errors);
+         }
+      };
+      if (options.oneByOne) {
+         loadAll();
+         client.sync();
+      } else {
+         client.asOne(loadAll);
       }
-      client.sync();
    }
    std::cout << Kiv::printable(options.file) << ": " << changes
              << (changes == 1 ? " change" : " changes") << (options.dryRun ? ", not applied" : "")
@@ -331,8 +339,12 @@ void addLoad(Command const& program, Run& run) {
          "only these. If the dump has a collection, elements that it does not name are "
          "removed. A child whose constant arguments differ is replaced.\n"
          "\n"
-         "If the connection is lost while changes are being sent, some may have been "
-         "applied; load again. Computed attributes are not loaded: they follow from the "
+         "The changes are one transaction: the server applies either all of them or none, and "
+         "nobody sees a part. It refuses one that is too long; then use --no-transaction, which "
+         "sends change by change: if the connection is lost meanwhile, some may have been "
+         "applied, so load again.\n"
+         "\n"
+         "Computed attributes are not loaded: they follow from the "
          "others. A queue numbers its elements itself, so only their values are loaded.");
    command.footerIs(
          "Examples:\n"
@@ -354,6 +366,8 @@ void addLoad(Command const& program, Run& run) {
    command.flag("--notes", options->notes,
                 "With --openconfig, list the members that are not loaded, since the state has no "
                 "place for them, instead of only counting them");
+   command.flag("--no-transaction", options->oneByOne,
+                "Send change by change, which has no limit of length");
    command.flag("--dry-run", options->dryRun,
                 "Print the changes that it would make, as watch does, and make none");
    command.onChosen([options, &run] { run = [options] { return load(*options); }; });

@@ -147,9 +147,12 @@ public:
          apply([](Tried const& tried) { return tried.copy; });
          refuseIfWrong();
       }
-      apply([](Tried const& tried) { return Sarn::Ptr<Kiv::NamedEntity>(&tried.mount->root()); });
+      client_.asOne([this] {
+         apply([](Tried const& tried) {
+            return Sarn::Ptr<Kiv::NamedEntity>(&tried.mount->root());
+         });
+      });
       refuseIfWrong();
-      client_.sync();
    }
 
 private:
@@ -246,7 +249,8 @@ void addSet(Command const& program, Run& run) {
          "\n"
          "The values are first set in a local mirror: one that is out of range is refused at "
          "once, and nothing is sent. Of several, all are checked first, and all errors are "
-         "printed. The command ends when the server has applied the changes.\n"
+         "printed. They are one transaction: the server applies either all of them or none, and "
+         "nobody sees a part. The command ends when the server has applied them.\n"
          "\n"
          "With - for PATH, reads lines PATH VALUE from standard input, and applies either all "
          "of them or none. PATH = VALUE, as dump prints it, is also accepted. Empty lines and "

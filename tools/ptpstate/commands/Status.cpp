@@ -29,8 +29,15 @@ char const* modeText(MountMode mode) {
          return "writer";
       case MountMode::owner:
          return "owner";
+      case MountMode::candidate:
+         return "candidate";
    }
    return "?";
+}
+
+/// Whether what the peer changes there is applied, and nobody else may change it.
+bool leads(ServedRoot const& served) {
+   return served.leads || served.mode == MountMode::owner;
 }
 
 Sarn::String counted(U64 count, char const* one, char const* many) {
@@ -47,6 +54,7 @@ void print(std::ostream& out, SessionStatus const& session) {
    row("connected", durationText(session.age));
    for (ServedRoot const& served : session.roots) {
       row("mirrors", served.root.name + " (" + served.root.type + ") as " + modeText(served.mode) +
+                           (served.leads ? ", leads" : "") +
                            (served.complete ? ", complete" : ", not complete yet"));
    }
    row("received", counted(session.stats.messagesIn, "message, ", "messages, ") +
@@ -91,6 +99,7 @@ Json sessionJson(SessionStatus const& session) {
       roots.push_back({{"type", served.root.type},
                        {"name", served.root.name},
                        {"mode", modeText(served.mode)},
+                       {"leads", leads(served)},
                        {"complete", served.complete}});
    }
    return {{"connection", session.number},
@@ -128,6 +137,12 @@ Exit status(StatusOptions const& options) {
       std::cout << jsonLine(all, 3) << '\n';
       return Exit::ok;
    }
+   for (OfferedRoot const& root : client.roots()) {
+      if (root.stale) {
+         std::cout << "root " << Kiv::printable(root.name + " (" + root.type + ")") << ": "
+                   << staleText(root.staleSince, wallNow()) << '\n';
+      }
+   }
    for (SessionStatus const& session : sessions) {
       print(std::cout, session);
    }
@@ -148,9 +163,13 @@ void addStatus(Command const& program, Run& run) {
          "first. Everybody who may connect may ask.\n"
          "\n"
          "\"coalesced\" counts deferred changes that the peer will never see, because a "
-         "later change replaced them. \"untold\" counts what is yet to be written to the "
+         "later change replaced them; changes of a transaction are deferred to its end. \"untold\" "
+         "counts what is yet to be written to the "
          "buffer. \"behind\" is the time since the peer last had everything. \"lacks\" is what "
-         "the peer's version of a module does not have, so that it is not sent.");
+         "the peer's version of a module does not have, so that it is not sent.\n"
+         "\n"
+         "A root whose writer had claimed it and is gone comes first, as \"stale since\": it shows "
+         "what its writer left.");
    command.footerIs(
          "Examples:\n"
          "  $ ptpstate status --socket /tmp/ptp\n"

@@ -58,7 +58,8 @@ TEST_F(StatusTest, TellsWhoMirrorsWhatAndHowMuchWasSaid) {
    EXPECT_EQ(all[0]["peer"]["program"], "ptpstate");
    EXPECT_EQ(all[0]["roots"],
              nlohmann::json::parse(R"([{"type": "Ptp::Config", "name": "ptp/config",
-                                        "mode": "reader", "complete": true}])"));
+                                        "mode": "reader", "leads": false,
+                                        "complete": true}])"));
    EXPECT_EQ(all[0]["thisCommand"], false);
    EXPECT_EQ(all[0]["behindNs"], 0);
    EXPECT_EQ(all[0]["bufferedBytes"], 0);
