@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <ctime>
 
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
@@ -66,10 +67,19 @@ private:
    std::vector<Root> roots_;
    /// The numbers of those that are kept, else 0.
    std::vector<S64> numbers_;
+   /// When what was restored last changed, in nanoseconds since 1970; else 0.
+   std::vector<U64> changed_;
    std::size_t entities_ = 0;
    std::size_t values_ = 0;
    std::size_t kept_ = 0;
 };
+
+/// Of a time as the database has it; 0 if it is none.
+U64 momentOf(std::string const& universal) {
+   std::tm parts{};
+   bool const read = ::strptime(universal.c_str(), "%Y-%m-%dT%H:%M:%S", &parts) != nullptr;
+   return read ? static_cast<U64>(::timegm(&parts)) * 1'000'000'000 : 0;
+}
 
 bool Service::isKept(Kiv::NamedEntity const& root, std::vector<StoredRoot> const& stored) const {
    bool const asked = std::any_of(
@@ -109,6 +119,7 @@ void Service::makeRoots() {
    checkKept(options_, roots_);
    for (Root const& root : roots_) {
       numbers_.push_back(0);
+      changed_.push_back(0);
       if (isKept(*root, stored)) {
          restoreRoot(root);
       }
@@ -147,6 +158,7 @@ void Service::loadInto(std::vector<Root> const& fresh, Holt::StateDoc& loaded) {
 void Service::restoreRoot(Root const& root) {
    Kept const kept = file_->database().keep(*root);
    numbers_.back() = kept.number;
+   changed_.back() = momentOf(kept.written);
    ++kept_;
    entities_ += kept.entities;
    values_ += kept.values;
@@ -193,6 +205,9 @@ void Service::serve() {
       }
       if (numbers_[i] != 0) {
          store.rootIs(roots_[i], numbers_[i]);
+      }
+      if (changed_[i] != 0 && !isConfiguration(roots_[i]->kivType())) {
+         server.staleIs(*roots_[i], true, changed_[i]);  // until its writer claims it
       }
       log_.info("serving " + nameOf(*roots_[i]) +
                 (given ? " at the socket that was given" : " at " + options_.socket));

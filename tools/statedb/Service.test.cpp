@@ -115,6 +115,19 @@ TEST_F(ServiceTest, AStatusIsKeptOnlyOnRequest) {
              "statedb: --keep ptp/nothing: there is no such root; add --root TYPE=ptp/nothing\n");
 }
 
+TEST_F(ServiceTest, AStatusThatWasRestoredIsStaleSinceItWasWritten) {
+   std::vector<std::string> const options{"--root", "Ptp::HwStatus=ptp/hwStatus", "--root",
+                                          "Ptp::Config=ptp/config", "--keep", "ptp/hwStatus"};
+   start(options);
+   set("ptp/config.priority1", "100");
+   EXPECT_FALSE(has(client({"status"}).out, "stale"));
+   stop();
+   start(options);
+   std::string const status = client({"status"}).out;
+   EXPECT_TRUE(has(status, "root ptp/hwStatus (Ptp::HwStatus): stale since ")) << status;
+   EXPECT_FALSE(has(status, "root ptp/config")) << "whoever sets it need not stay";
+}
+
 TEST_F(ServiceTest, IntervalsAndNoSyncsLoseNothingAtAnOrderlyEnd) {
    for (char const* const sync : {"interval", "never"}) {
       start({"--sync", sync, "--interval", "3600"});
