@@ -216,8 +216,8 @@ Kiv::NboAttrLog::Compared Client::compare(Mount& mount) {
    waitFor("asked for digests", [&] { return compared_.has_value() || !asked; });
    if (!compared_ || !compared_->finished) {
       throw Failure(mount.root().nameString() +
-                          ": the mirror is not complete, so that it cannot be "
-                          "compared with the server",
+                          ": the mirror cannot be compared: it is not complete, or the server has "
+                          "another version of a module",
                     Exit::connection);
    }
    return *compared_;

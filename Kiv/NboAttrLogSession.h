@@ -67,7 +67,8 @@ public:
    /// Compares the mirror of a mount with its source, entity by entity, by digests that the source
    /// computes at a definite place among its changes; so it may change meanwhile. With `repair`,
    /// entities that differ are sent again, each once, and are compared again. `onCompared` gets the
-   /// result. False, with no effect, if the mount is not complete, or a comparison is in progress.
+   /// result. False, with no effect, if the mount is not complete, a comparison is in progress, or
+   /// the peer has another version of a module, so that its digests are of other members.
    /// It waits while this end is behind with the source's changes: then there is nothing to
    /// compare.
    bool compareAsk(Mount const& mount, bool repair = true);

@@ -34,6 +34,9 @@ void DigestAnswers::ask(In& in) {
    if (depth > static_cast<U8>(DigestDepth::tree)) {
       in.fault("there is no digest of depth " + std::to_string(depth), 1);
    }
+   if (teller_.peerTypes() != nullptr) {
+      in.fault("digests of two versions of a module cannot be compared", 1);
+   }
    if (!asked_.empty()) {
       in.fault("the last question for digests has not been answered", 1);
    }

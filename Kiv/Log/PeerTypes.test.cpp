@@ -239,6 +239,15 @@ TEST_F(OtherVersions, SendAReaderAllThatItHas) {
    EXPECT_FALSE(mirror.session->closed());
 }
 
+TEST_F(OtherVersions, AreNotCompared) {
+   mount();
+   EXPECT_FALSE(mirror.session->compareAsk(mirror.session->mounts().front()));
+   source.receive(message(Opcode::digestAsk, 0, 0, concat(Bytes{0, 0}, u32(0x01000000))));
+   EXPECT_EQ(source.session->closeReason(),
+             "message 26 for entity 0, attribute 0: digests of two versions of a module cannot be "
+             "compared at offset 0");
+}
+
 TEST_F(OtherVersions, DoNotFollowTheRing) {
    mount();
    root->u8Is(7);

@@ -122,7 +122,8 @@ void Session::Impl::sessionsAsk() {
 }
 
 bool Session::Impl::compareAsk(Mount const& mount, bool repair) {
-   if (closing_.closed() || !mount.complete() || teller_.comparison().inProgress()) {
+   if (closing_.closed() || !mount.complete() || teller_.comparison().inProgress() ||
+       teller_.peerTypes() != nullptr) {
       return false;
    }
    teller_.comparison().start(*mounts_.mount(Mounts::idOf(mount)), repair);
