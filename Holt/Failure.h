@@ -17,6 +17,8 @@ enum class Exit : U8 {
    usage = 2,
    /// No server, no answer, a lost connection, or the socket cannot be created.
    connection = 3,
+   /// A fleet has no such switch. 4 is an internal error.
+   noSwitch = 5,
    // Of a comparison, as in diff(1).
    differs = 1,
    trouble = 2,

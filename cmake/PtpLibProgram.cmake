@@ -1,12 +1,15 @@
-# ptplib_program(name DIR dir [SOURCES source...] [LINK library...] [PACKAGES package...]
-#    [PRIVATE_TO_THE_BUILD])
+# ptplib_program(name DIR dir [WITHOUT subdirectory] [SOURCES source...] [LINK library...]
+#    [PACKAGES package...] [PRIVATE_TO_THE_BUILD])
 # A program: main.cpp in the directory, and the library <name>_objects with everything else there,
-# so that tests can link the code of the program. SOURCES: additional sources. It is installed
-# unless it is private.
+# so that tests can link the code of the program. WITHOUT: except what is below there. SOURCES:
+# additional sources. It is installed unless it is private.
 function(ptplib_program name)
-   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "DIR" "SOURCES;LINK;PACKAGES")
+   cmake_parse_arguments(PARSE_ARGV 1 arg "PRIVATE_TO_THE_BUILD" "DIR;WITHOUT" "SOURCES;LINK;PACKAGES")
    set(main "${PROJECT_SOURCE_DIR}/${arg_DIR}/main.cpp")
    ptplib_sources(sources ${arg_DIR})
+   if(arg_WITHOUT)
+      list(FILTER sources EXCLUDE REGEX "/${arg_DIR}/${arg_WITHOUT}/")
+   endif()
    set(libraries ${arg_LINK})
    foreach(package IN LISTS arg_PACKAGES)
       find_package(${package} REQUIRED)

@@ -39,18 +39,21 @@ Fleet/Impl: $libraries Holt Fleet
 tests of Fleet: tools/demoAgent
 tools/cli: Sarn
 tools/shared: $libraries Holt tools/cli
-tools/ptpstate: $libraries Holt tools/cli tools/shared
+tools/ptpstate: $libraries Holt tools/cli tools/shared tools/fleet
+tools/ptpstate/fleet: $libraries Holt Fleet tools/cli tools/shared tools/fleet tools/ptpstate
 tools/ptpports: $libraries Holt tools/cli tools/shared
 tools/ptp4lAgent: $libraries Holt tools/cli tools/shared
 tests of tools/statedb: tools/ptpstate
 tools/ptpsnmp: $libraries Holt tools/cli tools/shared
 tools/statedb: $libraries Holt tools/cli tools/shared
 tools/ptp4lCapture: tools/ptp4lAgent
-tools/ptpexport: $libraries Holt tools/cli tools/shared
+tools/ptpexport: $libraries Holt tools/cli tools/shared tools/fleet
+tools/ptpexport/fleet: $libraries Holt Fleet tools/cli tools/shared tools/fleet tools/ptpexport
 tests of tools/ptpexport: tools/ptp4lAgent tools/demoAgent
 tools/fleet: $libraries Holt Fleet tools/cli tools/shared
 tools/ptpfleet: $libraries Holt Fleet tools/cli tools/shared tools/fleet
 tests of tools/ptpfleet: Fleet/Fixture.test.h Fleet/NatsServer.test.h
+tests of tools/ptpstate/fleet: Fleet/NatsServer.test.h
 tools/ptpgnmi: $libraries Holt tools/cli tools/shared
 tools/demoAgent: $libraries Holt tools/cli tools/shared
 python: $libraries Holt

@@ -4,27 +4,30 @@
 
 namespace Tools {
 
-void addNatsOptions(Command const& command, NatsOptions& options, std::string const& urlOption) {
+void addNatsOptions(Command const& command, NatsOptions& options, std::string const& urlOption,
+                    std::string const& prefix) {
    command
          .option(urlOption, options.urls,
                  "A server of the NATS cluster, such as nats://127.0.0.1:4222, which is the "
                  "default; the others are found through it. Repeatable: they are tried in turn")
          .placeholder("URL");
-   command.option("--creds", options.credentials, "File with the credentials of a NATS user")
+   command.option(prefix + "creds", options.credentials, "File with the credentials of a NATS user")
          .placeholder("FILE");
-   command.option("--user", options.user, "Name of a NATS user with a password")
+   command.option(prefix + "user", options.user, "Name of a NATS user with a password")
          .placeholder("NAME");
    command
-         .option("--password-file", options.passwordFile,
+         .option(prefix + "password-file", options.passwordFile,
                  "File whose first line is that user's password")
          .placeholder("FILE");
-   command.flag("--tls", options.tls,
+   command.flag(prefix + "tls", options.tls,
                 "Require TLS, and a certificate that the system trusts; implied by the others");
-   command.option("--tls-ca", options.tlsCa, "Trust the certificates in this file instead, as PEM")
+   command
+         .option(prefix + "tls-ca", options.tlsCa,
+                 "Trust the certificates in this file instead, as PEM")
          .placeholder("FILE");
-   command.option("--tls-cert", options.tlsCertificate, "Own certificate, as PEM")
+   command.option(prefix + "tls-cert", options.tlsCertificate, "Own certificate, as PEM")
          .placeholder("FILE");
-   command.option("--tls-key", options.tlsKey, "The private key of that certificate, as PEM")
+   command.option(prefix + "tls-key", options.tlsKey, "The private key of that certificate, as PEM")
          .placeholder("FILE");
 }
 

@@ -21,9 +21,10 @@ struct NatsOptions {
    std::string tlsKey;
 };
 
-/// Adds `--nats` and what belongs to it. `urlOption`: another name for `--nats`.
+/// Adds `--nats` and what belongs to it. `urlOption`: another name for `--nats`. `prefix`: what the
+/// names of the others begin with.
 void addNatsOptions(Command const& command, NatsOptions& options,
-                    std::string const& urlOption = "--nats");
+                    std::string const& urlOption = "--nats", std::string const& prefix = "--");
 
 /// The options of a connection. `name`: what the server shows. Throws `Holt::Failure` if the file
 /// of the password cannot be read.

@@ -33,8 +33,13 @@ Reply stateReply(Feed const& feed, Request const& request) {
    if (roots.empty()) {
       return refusal(503, feed.status().reason);
    }
+   return stateReply(roots, feed.status().current, request.rest);
+}
+
+Reply stateReply(std::vector<Kiv::NamedEntity*> const& roots, bool current,
+                 std::string const& path) {
    std::vector<StateBody::At> places;
-   if (request.rest.empty()) {
+   if (path.empty()) {
       for (Kiv::NamedEntity* const root : roots) {
          addPlaces(places, *root, {offered(*root), {}});
       }
@@ -43,16 +48,16 @@ Reply stateReply(Feed const& feed, Request const& request) {
       for (Kiv::NamedEntity const* const root : roots) {
          known.push_back(offered(*root));
       }
-      Holt::Path const path = Holt::parsePath(request.rest, known);
+      Holt::Path const wanted = Holt::parsePath(path, known);
       for (std::size_t i = 0; i != roots.size(); ++i) {
-         if (Holt::isSame(known[i], path.root)) {
-            addPlaces(places, *roots[i], path);
+         if (Holt::isSame(known[i], wanted.root)) {
+            addPlaces(places, *roots[i], wanted);
          }
       }
    }
    Reply reply;
    reply.contentType = "application/json";
-   if (!feed.status().current) {
+   if (!current) {
       reply.headers.emplace_back("Warning", staleWarning);
    }
    reply.body = std::make_unique<StateBody>(std::move(places));

@@ -12,4 +12,8 @@ using Tools::Feed;
 /// the state is known at all. While the state is old, the header `Warning` says so.
 Reply stateReply(Feed const& feed, Request const& request);
 
+/// The same of other roots, of which there is at least one. `path`: empty for all of them.
+Reply stateReply(std::vector<Kiv::NamedEntity*> const& roots, bool current,
+                 std::string const& path);
+
 }  // namespace Ptpexport

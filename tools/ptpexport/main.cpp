@@ -7,6 +7,7 @@
 #include "Holt/Loop.h"
 #include "Holt/StopSignals.h"
 #include "tools/ptpexport/Events.h"
+#include "tools/ptpexport/FleetExport.h"
 #include "tools/ptpexport/Health.h"
 #include "tools/ptpexport/HistoryReply.h"
 #include "tools/ptpexport/Http/HttpServer.h"
@@ -23,6 +24,7 @@ using namespace Ptpexport;
 
 struct CommandLine {
    std::string socket;
+   FleetOptions fleet;
    std::vector<std::string> listen;
    std::string certificate;
    std::string key;
@@ -52,10 +54,35 @@ HttpServer::Options serverOptions(CommandLine const& line) {
    return options;
 }
 
+void logAddresses(HttpServer const& server, Holt::LogOutput& log) {
+   for (std::string const& address : server.addresses()) {
+      log.line(std::string("listening at http") + (server.isTls() ? "s" : "") + "://" + address +
+               "/");
+   }
+}
+
+void runFleet(CommandLine const& line, int stopFd, Holt::LogOutput& log) {
+   std::unique_ptr<FleetExport> const fleet = FleetExport::make(line.fleet);
+   HttpServer server(serverOptions(line));
+   fleet->answersAt(server);
+   logAddresses(server, log);
+   Holt::Loop loop;
+   fleet->joins(loop);
+   loop.add(server);
+   loop.run(stopFd);
+}
+
 void run(CommandLine const& line) {
    std::signal(SIGPIPE, SIG_IGN);  // a reader of the log, or a client, may leave
    Holt::StopSignals const stop;
    Holt::LogOutput log(STDOUT_FILENO);
+   if (line.fleet.areGiven()) {
+      runFleet(line, stop.fd(), log);
+      return;
+   }
+   if (line.socket.empty()) {
+      throw Tools::UsageError("--socket is required");
+   }
    Feed feed(line.socket);
    Events events(feed);
    History history(feed);
@@ -73,10 +100,7 @@ void run(CommandLine const& line) {
                   [&feed](Request const& request) { return openconfigReply(feed, request); });
    server.routeIs("/state/", [&feed](Request const& request) { return stateReply(feed, request); });
    server.routeIs("/", &pageReply);
-   for (std::string const& address : server.addresses()) {
-      log.line(std::string("listening at http") + (server.isTls() ? "s" : "") + "://" + address +
-               "/");
-   }
+   logAddresses(server, log);
    Holt::Loop loop;
    loop.add(feed);
    loop.add(history);
@@ -86,7 +110,8 @@ void run(CommandLine const& line) {
 }
 
 void addOptions(Tools::Command const& command, CommandLine& line) {
-   Tools::addSocketOption(command, line.socket);
+   Tools::addSocketOption(command, line.socket, false);
+   addFleetOptions(command, line.fleet);
    command
          .option("--listen", line.listen,
                  "Where to listen; 127.0.0.1:9979 by default, which only this machine reaches. "
@@ -124,6 +149,7 @@ void addOptions(Tools::Command const& command, CommandLine& line) {
          "  $ curl http://127.0.0.1:9979/metrics\n"
          "  $ curl http://127.0.0.1:9979/state/ptp/status.currentDS\n"
          "  $ curl -gN 'http://127.0.0.1:9979/events?path=ptp/status.portDS[*].portState'\n"
+         "  $ ptpexport --fleet nats://nats1 --switch 'edge-*'\n"
          "  $ ptpexport --listen '[::]:9979' --tls-cert cert.pem --tls-key key.pem\n"
          "\n"
          "Exit status:\n"
@@ -142,7 +168,10 @@ int main(int argc, char** argv) {
                           "It mirrors every root that the server at a socket offers, such as "
                           "ptp4lAgent, and follows it through restarts. Nothing can be changed "
                           "through it. There is no authentication: whoever reaches the address "
-                          "reads the state.");
+                          "reads the state.\n"
+                          "\n"
+                          "With --fleet, it shows the switches of a fleet instead: /metrics with a "
+                          "label 'switch', /state/SWITCH/PATH, and /healthz.");
    CommandLine line;
    addOptions(program.command(), line);
    return Tools::runProgram(program, argc, argv, [&line] { run(line); });

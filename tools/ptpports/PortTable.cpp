@@ -9,6 +9,7 @@
 
 #include "Holt/Table.h"
 #include "Kiv/Printable.h"
+#include "tools/shared/PortRemarks.h"
 
 namespace Ptpports {
 
@@ -39,34 +40,6 @@ std::vector<PortDS const*> portsInOrder(Status const& status) {
    std::sort(ports.begin(), ports.end(),
              [](PortDS const* a, PortDS const* b) { return a->portDSKey() < b->portDSKey(); });
    return ports;
-}
-
-std::vector<Ptp::PortDisabledReason> reasonsOf(PortDS const& port) {
-   std::vector<Ptp::PortDisabledReason> reasons;
-   for (auto const& [reason, holds] : port.disabledReasonAll()) {
-      if (holds) {
-         reasons.push_back(reason);
-      }
-   }
-   std::sort(reasons.begin(), reasons.end());
-   return reasons;
-}
-
-bool isInactive(Ptp::IntfStatus const* intf) {
-   return intf != nullptr && intf->mpassEnabled() &&
-          intf->mpassStatus() == Ptp::Mpass::Status::inactive;
-}
-
-/// Why the port does not work as it should, if it says so.
-std::string remarks(PortDS const& port, Ptp::IntfStatus const* intf) {
-   std::string all = port.faultyFlag() ? "fault" : "";
-   for (Ptp::PortDisabledReason const reason : reasonsOf(port)) {
-      all += (all.empty() ? "" : ", ") + Kiv::strRep(reason);
-   }
-   if (isInactive(intf)) {
-      all += std::string(all.empty() ? "" : ", ") + "MPASS inactive";
-   }
-   return all;
 }
 
 /// What a row computes from more than one attribute.
@@ -121,7 +94,7 @@ std::vector<std::string> rowOf(Status const& status, PortDS const& port) {
          std::to_string(port.lostResponsesPeerDelay()),
          std::to_string(figures.discards),
          std::to_string(figures.grants),
-         remarks(port, status.intfStatus(port.portDSKey()).get()),
+         Tools::portRemarks(port, status.intfStatus(port.portDSKey()).get()),
    };
 }
 
@@ -183,7 +156,7 @@ Holt::Json jsonOf(std::optional<Number> const& number) {
 Holt::Json jsonOf(Status const& status, PortDS const& port) {
    Figures const figures = figuresOf(status, port);
    Holt::Json reasons = Holt::Json::array();
-   for (Ptp::PortDisabledReason const reason : reasonsOf(port)) {
+   for (Ptp::PortDisabledReason const reason : Tools::disabledReasons(port)) {
       reasons.push_back(Kiv::strRep(reason));
    }
    return {
@@ -201,7 +174,7 @@ Holt::Json jsonOf(Status const& status, PortDS const& port) {
          {"grants", figures.grants},
          {"faulty", port.faultyFlag()},
          {"disabledReasons", reasons},
-         {"mpassInactive", isInactive(status.intfStatus(port.portDSKey()).get())},
+         {"mpassInactive", Tools::isMpassInactive(status.intfStatus(port.portDSKey()).get())},
    };
 }
 

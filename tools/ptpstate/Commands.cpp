@@ -22,6 +22,24 @@ bool isNegativeNumber(std::string const& argument) {
            argument.compare(1, std::string::npos, "inf") == 0);
 }
 
+/// Whether the user names a fleet for a command that does not read one.
+bool asksForFleet(std::vector<std::string> const& args, Tools::Program const& program) {
+   auto const isFleet = [](std::string const& word) {
+      return word == "--fleet" || word.starts_with("--fleet=");
+   };
+   if (std::none_of(args.begin(), args.end(), isFleet)) {
+      return false;
+   }
+   for (Command const& each : program.command().commands()) {
+      if ("ptpstate " + each.name() == program.chosen()) {
+         std::vector<Option> const options = each.options();
+         return std::none_of(options.begin(), options.end(),
+                             [](Option const& option) { return option.isNamed("--fleet"); });
+      }
+   }
+   return false;
+}
+
 }  // namespace
 
 std::string plainArgument(std::string const& argument) {
@@ -47,6 +65,7 @@ void addCommands(Command const& program, Run& run) {
    addDiff(program, run);
    addDigest(program, run);
    addExport(program, run);
+   addFleet(program, run);
    addTypes(program, run);
    addComplete(program, run);
 }
@@ -68,6 +87,7 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
          "     For diff: there are differences. For wait: the time is over\n"
          "  2  the command line is wrong. For diff: any error\n"
          "  3  no server, no answer, a lost connection, or the socket cannot be created\n"
+         "  5  the fleet has no such switch\n"
          "\n"
          "An error is one line on standard error that begins with the program's name and\n"
          "says what to do.");
@@ -90,6 +110,11 @@ Exit runCommandLine(std::vector<std::string> const& args, std::ostream& out, std
    } catch (Tools::UsageError const& error) {
       std::string message = error.what();
       std::erase(message, guard);
+      if (asksForFleet(args, program)) {
+         message =
+               "a fleet can only be read, with get, dump, watch, top, diff and fleet; connect "
+               "to the switch's own server with --socket";
+      }
       return Tools::refuse(program, message, errors);
    } catch (Failure const& error) {
       errors << "ptpstate: " << error.what() << std::endl;
@@ -105,22 +130,15 @@ Opened::Opened(ClientOptions const& options, std::string const& text, MountMode 
    client.waitComplete(*mount);
 }
 
-OpenedPlaces::OpenedPlaces(ClientOptions const& options, std::vector<std::string> const& texts)
-      : client_(options.socket, options.patience()), single_(texts.size() == 1) {
-   Tools::showWaiting(client_);
-   std::vector<std::pair<OfferedRoot, Mount*>> mounts;
+OpenedPlaces::OpenedPlaces(RootSource& state, std::vector<std::string> const& texts)
+      : single_(texts.size() == 1) {
+   std::vector<OfferedRoot> const offered = state.roots();
    for (std::string const& text : texts) {
-      Path const path = parsePath(plainArgument(text), client_.roots());
-      auto at = std::find_if(mounts.begin(), mounts.end(),
-                             [&path](auto const& each) { return isSame(each.first, path.root); });
-      if (at == mounts.end()) {
-         at = mounts.insert(at, {path.root, &client_.mountIs(path.root, MountMode::reader)});
-         client_.waitComplete(*at->second);
-         mounts_.push_back(at->second);
-      }
+      Path const path = parsePath(plainArgument(text), offered);
+      Sarn::Ptr<Kiv::Entity> const root = state.mirror(path.root);
+      state.waitComplete();
       bool const pattern = isPattern(path);
       single_ = single_ && !pattern;
-      Sarn::Ptr<Kiv::Entity> const root(&at->second->root());
       for (Path const& match : matchesOf(root, path)) {
          Place place(root, path.root.name, match.steps);
          // An absent child is nothing to show, but no error either.

@@ -9,6 +9,7 @@
 #include "Holt/Client.h"
 #include "Holt/Failure.h"
 #include "Holt/State/Place.h"
+#include "tools/ptpstate/Reader.h"
 #include "tools/shared/CommandLine.h"
 
 namespace Ptpstate {
@@ -39,6 +40,7 @@ void addLoad(Command const& program, Run& run);
 void addDiff(Command const& program, Run& run);
 void addDigest(Command const& program, Run& run);
 void addExport(Command const& program, Run& run);
+void addFleet(Command const& program, Run& run);
 void addComplete(Command const& program, Run& run);
 
 /// Adds all commands to the program.
@@ -57,24 +59,18 @@ struct Opened {
    Opened(ClientOptions const& options, std::string const& path, Holt::MountMode mode);
 };
 
-/// A connection with complete mirrors of the roots that paths begin with, and the places that they
-/// lead to.
+/// Complete mirrors of the roots that paths begin with, and the places that they lead to.
 class OpenedPlaces {
 public:
    /// Throws `Failure` if a path is invalid, leads to nothing, or if nothing fits a pattern.
-   OpenedPlaces(ClientOptions const& options, std::vector<std::string> const& paths);
+   OpenedPlaces(RootSource& state, std::vector<std::string> const& paths);
 
    /// The places, in the order of the paths, and of dumps where a path is a pattern.
    std::vector<std::pair<Holt::Path, Holt::Place>> const& places() const { return places_; }
    /// Whether exactly one place was asked for.
    bool isSingle() const { return single_; }
-   /// The mirrors, in the order in which the paths first name their roots.
-   std::vector<Holt::Mount*> const& mounts() const { return mounts_; }
-   Holt::Client& client() { return client_; }
 
 private:
-   Holt::Client client_;
-   std::vector<Holt::Mount*> mounts_;
    std::vector<std::pair<Holt::Path, Holt::Place>> places_;
    bool single_;
 };

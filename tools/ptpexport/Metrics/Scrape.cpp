@@ -45,27 +45,46 @@ Scrape::Scrape(std::span<Sarn::Ptr<Kiv::NamedEntity> const> roots, MetricFormat 
                SourceHealth const& health, Counters& counters)
       : format_(format), counters_(counters), created_(counters.begin(health.start, health.now)) {
    if (health.connected) {
-      std::vector<std::pair<std::string, Sarn::Ptr<Kiv::Entity>>> statuses;
-      for (Sarn::Ptr<Kiv::NamedEntity> const& root : roots) {
-         if (root->kivType().isA(Kiv::typeOf<Ptp::Status>())) {
-            statuses.emplace_back(root->nameString(), root);
-         }
-      }
-      std::sort(statuses.begin(), statuses.end(),
-                [](auto const& a, auto const& b) { return a.first < b.first; });
-      std::vector<std::string> names;
-      for (auto const& status : statuses) {
-         names.push_back(status.first);
-      }
-      std::vector<std::string> const labels = clockLabels(names);
-      for (std::size_t i = 0; i != statuses.size(); ++i) {
-         clocks_.push_back({statuses[i].second, {}});
-         if (!labels[i].empty()) {
-            appendLabel(clocks_.back().label, "clock", labels[i]);
-         }
-      }
+      addClocks(roots, {});
    }
    renderHealth(health);
+}
+
+Scrape::Scrape(std::span<ScrapedSwitch const> switches, MetricFormat format,
+               SourceHealth const& health, Counters& counters)
+      : format_(format), counters_(counters), created_(counters.begin(health.start, health.now)) {
+   for (ScrapedSwitch const& each : switches) {
+      if (each.current) {
+         std::string label;
+         appendLabel(label, "switch", each.name);
+         addClocks(each.roots, label);
+      }
+   }
+   renderHealth(switches, health);
+}
+
+/// Adds the statuses among roots, with a label before that of the clock.
+void Scrape::addClocks(std::span<Sarn::Ptr<Kiv::NamedEntity> const> roots,
+                       std::string const& label) {
+   std::vector<std::pair<std::string, Sarn::Ptr<Kiv::Entity>>> statuses;
+   for (Sarn::Ptr<Kiv::NamedEntity> const& root : roots) {
+      if (root->kivType().isA(Kiv::typeOf<Ptp::Status>())) {
+         statuses.emplace_back(root->nameString(), root);
+      }
+   }
+   std::sort(statuses.begin(), statuses.end(),
+             [](auto const& a, auto const& b) { return a.first < b.first; });
+   std::vector<std::string> names;
+   for (auto const& status : statuses) {
+      names.push_back(status.first);
+   }
+   std::vector<std::string> const labels = clockLabels(names);
+   for (std::size_t i = 0; i != statuses.size(); ++i) {
+      clocks_.push_back({statuses[i].second, label});
+      if (!labels[i].empty()) {
+         appendLabel(clocks_.back().label, "clock", labels[i]);
+      }
+   }
 }
 
 std::size_t Scrape::read(std::span<char> into) {

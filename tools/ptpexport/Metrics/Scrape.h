@@ -28,6 +28,15 @@ struct SourceHealth {
    double now = 0;
 };
 
+/// A switch of a fleet, with its roots.
+struct ScrapedSwitch {
+   std::string name;
+   /// Whether its state is current, and since when that is so, in seconds since 1970.
+   bool current = false;
+   double since = 0;
+   std::vector<Sarn::Ptr<Kiv::NamedEntity>> roots = {};
+};
+
 /// Renders the metrics of statuses, piece by piece:
 ///
 ///     Scrape scrape(roots, MetricFormat::openMetrics, health, counters);
@@ -52,6 +61,10 @@ public:
    /// the program; they must live until the end.
    Scrape(std::span<Sarn::Ptr<Kiv::NamedEntity> const> roots, MetricFormat format,
           SourceHealth const& health, Counters& counters);
+   /// Of many switches, whose samples have a first label `switch`; those that are not current have
+   /// none but that. `health`: that of the fleet; `connected` is not used, and `since` neither.
+   Scrape(std::span<ScrapedSwitch const> switches, MetricFormat format, SourceHealth const& health,
+          Counters& counters);
    Scrape(Scrape const&) = delete;
    Scrape& operator=(Scrape const&) = delete;
 
@@ -63,7 +76,7 @@ public:
 private:
    struct Clock {
       Sarn::Ptr<Kiv::Entity> status;
-      /// `clock="name"`, or nothing.
+      /// `switch="name",clock="name"`, or part of that, or nothing.
       std::string label;
    };
    /// What samples are made of: a status, or one of its ports.
@@ -82,7 +95,10 @@ private:
    void labelsAre(Item& item);
    Kiv::Entity const* entityOf(MetricPlace const& place, Item const& item) const;
 
+   void addClocks(std::span<Sarn::Ptr<Kiv::NamedEntity> const> roots, std::string const& label);
    void renderHealth(SourceHealth const& health);
+   void renderHealth(std::span<ScrapedSwitch const> switches, SourceHealth const& health);
+   void headerOfHealth(std::size_t family);
    void header(std::string_view name, MetricKind kind, std::string_view unit, char const* help);
    void render(BoundFamily const& family, Kiv::Entity const& entity);
    void renderInfo(BoundFamily const& family, Kiv::Entity const& entity);

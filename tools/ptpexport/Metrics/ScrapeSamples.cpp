@@ -295,14 +295,46 @@ std::span<MetricFamily const> healthFamilies() {
    return all;
 }
 
+void Scrape::headerOfHealth(std::size_t family) {
+   MetricFamily const& row = healthFamilies()[family];
+   header(row.name, row.kind, unitOf(row), row.help);
+}
+
 void Scrape::renderHealth(SourceHealth const& health) {
    static_assert(std::size(healthValues) == 5);
    for (std::size_t i = 0; i != std::size(healthValues); ++i) {
-      MetricFamily const& family = healthFamilies()[i];
-      header(family.name, family.kind, unitOf(family), family.help);
-      text_ += sampleName(family);
+      headerOfHealth(i);
+      text_ += sampleName(healthFamilies()[i]);
       healthValues[i](text_, health);
       text_ += '\n';
+   }
+}
+
+/// Of each switch, whether it is current and since when; the rest as of a single source, except
+/// its start, which nobody knows.
+void Scrape::renderHealth(std::span<ScrapedSwitch const> switches, SourceHealth const& health) {
+   constexpr std::size_t connected = 1;
+   constexpr std::size_t since = 2;
+   constexpr std::size_t start = 3;
+   for (std::size_t i = 0; i != std::size(healthValues); ++i) {
+      if (i == start || ((i == connected || i == since) && switches.empty())) {
+         continue;
+      }
+      headerOfHealth(i);
+      std::string const name = sampleName(healthFamilies()[i]);
+      if (i != connected && i != since) {
+         text_ += name;
+         healthValues[i](text_, health);
+         text_ += '\n';
+         continue;
+      }
+      for (ScrapedSwitch const& each : switches) {
+         more_.clear();
+         appendLabel(more_, "switch", each.name);
+         text_ += name + '{' + more_ + '}';
+         healthValues[i](text_, {.connected = each.current, .since = each.since});
+         text_ += '\n';
+      }
    }
 }
 

@@ -4,6 +4,7 @@
 #include "Kiv/Digest.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/ServerRoots.h"
 #include "tools/shared/Progress.h"
 
 namespace Ptpstate {
@@ -55,10 +56,11 @@ Exit digestAll(DigestOptions const& options) {
 }
 
 Exit digestPaths(DigestOptions const& options) {
-   OpenedPlaces opened(options, options.paths);
+   ServerRoots state(options);
+   OpenedPlaces const opened(state, options.paths);
    bool equal = true;
-   for (Mount* const mount : opened.mounts()) {
-      equal = check(opened.client(), *mount) && equal;
+   for (Mount* const mount : state.mounts()) {
+      equal = check(state.client(), *mount) && equal;
    }
    for (auto const& [path, place] : opened.places()) {
       if (place.entity() == nullptr) {

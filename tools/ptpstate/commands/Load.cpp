@@ -1,4 +1,5 @@
 // load, diff
+#include <algorithm>
 #include <iostream>
 #include <list>
 #include <nlohmann/json.hpp>
@@ -28,7 +29,7 @@ struct LoadOptions : ClientOptions {
    bool oneByOne = false;
 };
 
-struct DiffOptions : ClientOptions {
+struct DiffOptions : ReaderOptions {
    std::string first;
    std::string second;
    bool json = false;
@@ -40,6 +41,11 @@ struct DiffOptions : ClientOptions {
       std::cerr << "ptpstate: " << error << '\n';
    }
    throw Failure(file + ": " + outcome + "; correct the errors above");
+}
+
+Failure noRoot(OfferedRoot const& root) {
+   return Failure("the server has no root " + root.type + "=" + root.name +
+                  "; start the server with it");
 }
 
 /// Mirrors of the roots in which a document has places.
@@ -56,8 +62,7 @@ public:
                }
             }
             if (mounts_.back().second == nullptr) {
-               throw Failure("the server has no root " + place.path.root.type + "=" +
-                             place.path.root.name + "; start the server with it");
+               throw noRoot(place.path.root);
             }
          }
       }
@@ -255,14 +260,26 @@ Exit load(LoadOptions const& options) {
 }
 
 /// The same places of a live state; those that do not exist are left out.
-StateDoc liveOf(Client& client, StateDoc const& doc) {
-   LoadedRoots const roots(client, doc, MountMode::reader);
+StateDoc liveOf(DiffOptions const& options, StateDoc const& doc) {
+   std::unique_ptr<RootSource> const opened = openState(options);
+   RootSource& state = *opened;
+   std::vector<OfferedRoot> const offered = state.roots();
+   for (DocPlace const& place : doc.places) {
+      auto const isIts = [&place](auto const& root) { return isSame(root, place.path.root); };
+      if (std::none_of(offered.begin(), offered.end(), isIts)) {
+         throw options.fleet.areGiven() ? Failure(options.fleet.switches + " has no root " +
+                                                  place.path.root.type + "=" + place.path.root.name)
+                                        : noRoot(place.path.root);
+      }
+      state.mirror(place.path.root);
+   }
+   state.waitComplete();
    StateDoc live;
    for (DocPlace const& place : doc.places) {
       try {
-         live.places.push_back(docOf(Place(Sarn::Ptr<Kiv::Entity>(&roots.of(place)),
-                                           place.path.root.name, place.path.steps),
-                                     place.path));
+         Sarn::Ptr<Kiv::Entity> const root = state.mirror(place.path.root);
+         live.places.push_back(
+               docOf(Place(root, place.path.root.name, place.path.steps), place.path));
       } catch (Failure const&) {
          continue;  // nothing exists there
       }
@@ -306,12 +323,10 @@ Exit diff(DiffOptions const& options) {
       StateDoc const first = readWhole(options.first);
       StateDoc second;
       if (options.second.empty()) {
-         if (options.socket.empty()) {
+         if (options.socket.empty() && !options.fleet.areGiven()) {
             throw Failure("nothing to compare with; give a second dump, or a server with --socket");
          }
-         Client client(options.socket, options.patience());
-         Tools::showWaiting(client);
-         second = liveOf(client, first);
+         second = liveOf(options, first);
       } else {
          second = readWhole(options.second);
       }
@@ -377,15 +392,16 @@ void addDiff(Command const& program, Run& run) {
    auto const options = std::make_shared<DiffOptions>();
    Command const command = program.command(
          "diff",
-         "Compares two JSON dumps, or a dump with the state of a server. Of a server's "
-         "state, only the places in the dump are compared.\n"
+         "Compares two JSON dumps, or a dump with the state of a server or of a switch of a fleet. "
+         "Of such a state, only the places in the dump are compared.\n"
          "\n"
          "Its exit status is that of diff(1): 0 no differences, 1 differences, 2 an error.");
    command.footerIs(
          "Examples:\n"
          "  $ ptpstate diff before.json after.json\n"
-         "  $ ptpstate diff --socket /tmp/ptp before.json");
-   addClientOptions(command, *options, false);
+         "  $ ptpstate diff --socket /tmp/ptp before.json\n"
+         "  $ ptpstate diff --fleet nats://nats1 --switch edge-7 before.json");
+   addReaderOptions(command, *options);
    command.option("file", options->first).placeholder("FILE").required();
    command.option("other", options->second).placeholder("FILE");
    command.flag("--json", options->json,

@@ -1,6 +1,7 @@
 // dump, get
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "Holt/State/Changed.h"
 #include "Holt/State/Diff.h"
@@ -8,7 +9,6 @@
 #include "Holt/State/Dump.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
-#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -16,22 +16,12 @@ using namespace Holt;
 
 namespace {
 
-struct ReadOptions : ClientOptions {
+struct ReadOptions : ReaderOptions {
    std::vector<std::string> paths;
    bool summary = false;
    bool json = false;
    bool changed = false;
 };
-
-/// Writes what differs from the defaults.
-void writeChanged(StateDoc doc, bool json) {
-   keepChanged(doc);
-   if (json) {
-      std::cout << jsonText(jsonOf(doc));
-   } else {
-      writeLines(std::cout, linesOf(doc));
-   }
-}
 
 StateDoc docOfPlaces(OpenedPlaces const& opened) {
    StateDoc doc;
@@ -41,76 +31,127 @@ StateDoc docOfPlaces(OpenedPlaces const& opened) {
    return doc;
 }
 
-Exit dumpPaths(ReadOptions const& options) {
-   OpenedPlaces const opened(options, options.paths);
-   if (options.changed) {
-      writeChanged(docOfPlaces(opened), options.json);
-      return Exit::ok;
+StateDoc docOfPaths(RootSource& state, std::vector<std::string> const& paths) {
+   return docOfPlaces(OpenedPlaces(state, paths));
+}
+
+std::vector<Kiv::NamedEntity*> allRoots(RootSource& state) {
+   std::vector<Kiv::NamedEntity*> roots;
+   for (OfferedRoot const& root : state.roots()) {
+      roots.push_back(&*state.mirror(root));
+      state.waitComplete();
    }
-   if (options.json) {
-      std::cout << jsonText(jsonOf(docOfPlaces(opened)));
-      return Exit::ok;
+   return roots;
+}
+
+StateDoc docOfAll(RootSource& state) {
+   return docOf(allRoots(state));
+}
+
+/// Writes documents as one: that of a server or of a single switch as it is, those of a pattern
+/// as `{"format": ..., "switches": {NAME: DOCUMENT}}`.
+void writeJson(ReadOptions const& options, std::vector<NamedState> const& states,
+               std::function<StateDoc(RootSource&)> const& read) {
+   Json switches = Json::object();
+   std::optional<Failure> failed;
+   for (NamedState const& state : states) {
+      try {
+         StateDoc doc = read(*state.source);
+         if (options.changed) {
+            keepChanged(doc);
+         }
+         Json json = jsonOf(doc);
+         if (!options.fleet.isPattern()) {
+            std::cout << jsonText(json);
+            return;
+         }
+         switches[Kiv::printable(state.name)] = std::move(json);
+      } catch (Failure const& failure) {
+         failed = failure;
+      }
    }
-   Dump dump = options.summary ? Dump() : Dump(std::cout);
+   if (switches.empty() && failed) {
+      throw Failure(*failed);
+   }
+   std::cout << jsonText(
+         Json{{"format", "ptpstate fleet dump 1"}, {"switches", std::move(switches)}});
+}
+
+void writePlaces(OpenedPlaces const& opened, std::ostream& out) {
+   Dump dump(out);
    for (auto const& [path, place] : opened.places()) {
       dump.place(place);
    }
+}
+
+Exit dump(ReadOptions const& options) {
+   std::vector<NamedState> const states = openStates(options);
+   auto const read = [&options](RootSource& state) {
+      return options.paths.empty() ? docOfAll(state) : docOfPaths(state, options.paths);
+   };
+   if (options.json) {
+      writeJson(options, states, read);
+      return Exit::ok;
+   }
+   Dump summary;
+   printStates(states, options.fleet.isPattern(), [&](RootSource& state, std::ostream& out) {
+      if (options.changed) {
+         StateDoc doc = read(state);
+         keepChanged(doc);
+         writeLines(out, linesOf(doc));
+      } else if (!options.paths.empty()) {
+         OpenedPlaces const opened(state, options.paths);
+         if (!options.summary) {
+            writePlaces(opened, out);
+            return;
+         }
+         for (auto const& [path, place] : opened.places()) {
+            summary.place(place);
+         }
+      } else if (!options.summary) {
+         dumpRoots(out, allRoots(state));
+      } else {
+         for (Kiv::NamedEntity const* const root : allRoots(state)) {
+            summary.entity(*root, root->nameString());
+         }
+      }
+   });
    if (options.summary) {
-      printSummary(std::cout, dump);
+      printSummary(std::cout, summary);
    }
    return Exit::ok;
 }
 
-Exit dumpAll(ReadOptions const& options) {
-   Client client(options.socket, options.patience());
-   Tools::showWaiting(client);
-   std::vector<Kiv::NamedEntity*> roots;
-   for (OfferedRoot const& root : client.roots()) {
-      Mount& mount = client.mountIs(root, MountMode::reader);
-      client.waitComplete(mount);
-      roots.push_back(&mount.root());
+/// Writes what paths lead to: a single value without its path.
+void writeGot(OpenedPlaces const& opened, std::ostream& out) {
+   auto const& [path, place] = opened.places().front();
+   if (!opened.isSingle() || place.isCollection() || place.entity() != nullptr) {
+      writePlaces(opened, out);
+   } else {
+      out << Kiv::printable(place.text()) << '\n';
    }
-   if (options.changed) {
-      writeChanged(docOf(roots), options.json);
-      return Exit::ok;
-   }
-   if (options.json) {
-      std::cout << jsonText(jsonOf(docOf(roots)));
-      return Exit::ok;
-   }
-   if (!options.summary) {
-      dumpRoots(std::cout, roots);
-      return Exit::ok;
-   }
-   Dump dump;
-   for (Kiv::NamedEntity const* const root : roots) {
-      dump.entity(*root, root->nameString());
-   }
-   printSummary(std::cout, dump);
-   return Exit::ok;
 }
 
 Exit get(ReadOptions const& options) {
-   OpenedPlaces const opened(options, options.paths);
-   if (!opened.isSingle()) {
-      if (options.json) {
-         std::cout << jsonText(jsonOf(docOfPlaces(opened)));
-      } else {
-         Dump dump(std::cout);
-         for (auto const& [path, place] : opened.places()) {
-            dump.place(place);
-         }
-      }
+   std::vector<NamedState> const states = openStates(options);
+   bool const several = options.fleet.isPattern();
+   if (!options.json) {
+      printStates(states, several, [&](RootSource& state, std::ostream& out) {
+         OpenedPlaces const opened(state, options.paths);
+         several ? writePlaces(opened, out) : writeGot(opened, out);
+      });
       return Exit::ok;
    }
-   auto const& [path, place] = opened.places().front();
-   if (options.json) {
-      std::cout << jsonText(jsonOf(docOf(place, path)));
-   } else if (place.isCollection() || place.entity() != nullptr) {
-      Dump(std::cout).place(place);
-   } else {
-      std::cout << Kiv::printable(place.text()) << '\n';
+   if (!several) {
+      OpenedPlaces const opened(*states.front().source, options.paths);
+      if (opened.isSingle()) {
+         auto const& [path, place] = opened.places().front();
+         std::cout << jsonText(jsonOf(docOf(place, path)));
+         return Exit::ok;
+      }
    }
+   writeJson(options, states,
+             [&options](RootSource& state) { return docOfPaths(state, options.paths); });
    return Exit::ok;
 }
 
@@ -133,8 +174,9 @@ void addDump(Command const& program, Run& run) {
          "  $ ptpstate dump --socket /tmp/ptp\n"
          "  $ ptpstate dump --socket /tmp/ptp ptp/config.intfConfig[Ethernet1]\n"
          "  $ ptpstate dump --socket /tmp/ptp --changed\n"
-         "  $ ptpstate dump --socket /tmp/ptp --json >state.json");
-   addClientOptions(command, *options);
+         "  $ ptpstate dump --socket /tmp/ptp --json >state.json\n"
+         "  $ ptpstate dump --fleet nats://nats1 --switch edge-7 >edge-7.txt");
+   addReaderOptions(command, *options);
    command.option("path", options->paths).placeholder("PATH");
    Option const summary = command.flag("--summary", options->summary,
                                        "Count entities and attributes by type instead");
@@ -144,9 +186,7 @@ void addDump(Command const& program, Run& run) {
                "Print only what differs from the defaults: attributes with other values, elements, "
                "and children")
          .excludes(summary);
-   command.onChosen([options, &run] {
-      run = [options] { return options->paths.empty() ? dumpAll(*options) : dumpPaths(*options); };
-   });
+   command.onChosen([options, &run] { run = [options] { return dump(*options); }; });
 }
 
 void addGet(Command const& program, Run& run) {
@@ -160,8 +200,10 @@ void addGet(Command const& program, Run& run) {
          "Examples:\n"
          "  $ ptpstate get --socket /tmp/ptp ptp/config.priority1\n"
          "  $ ptpstate get --socket /tmp/ptp ptp/config.clockQuality.clockClass\n"
-         "  $ ptpstate get --socket /tmp/ptp 'ptp/status.portDS[*].portState'");
-   addClientOptions(command, *options);
+         "  $ ptpstate get --socket /tmp/ptp 'ptp/status.portDS[*].portState'\n"
+         "  $ ptpstate get --fleet nats://nats1 --switch 'edge-*' "
+         "ptp/status.currentDS.offsetFromMaster");
+   addReaderOptions(command, *options);
    command.option("path", options->paths).placeholder("PATH").required();
    command.flag("--json", options->json, "Print the value as JSON");
    command.onChosen([options, &run] { run = [options] { return get(*options); }; });

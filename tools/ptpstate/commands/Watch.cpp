@@ -17,6 +17,7 @@
 #include "Kiv/Module.h"
 #include "Kiv/Printable.h"
 #include "tools/ptpstate/Commands.h"
+#include "tools/ptpstate/FleetWatch.h"
 #include "tools/shared/Progress.h"
 
 namespace Ptpstate {
@@ -26,15 +27,6 @@ using namespace Holt;
 namespace {
 
 using std::chrono::milliseconds;
-
-struct WatchOptions : ClientOptions {
-   std::vector<std::string> paths;
-   U64 count = 0;
-   double seconds = 0;
-   std::string dump;
-   bool json = false;
-   bool noReconnect = false;
-};
 
 /// A root with its mirror and the observer of its changes. The mirror outlives connections.
 struct Watched {
@@ -339,6 +331,11 @@ Exit Watch::run() {
    return Exit::ok;
 }
 
+Exit watch(WatchOptions const& options) {
+   requireState(options);
+   return options.fleet.areGiven() ? watchFleet(options) : Watch(options).run();
+}
+
 }  // namespace
 
 void addWatch(Command const& program, Run& run) {
@@ -353,6 +350,10 @@ void addWatch(Command const& program, Run& run) {
          "line says how many changes were left out. When the connection is lost, watch "
          "tries again until the server is back, and then shows what changed meanwhile.\n"
          "\n"
+         "Of switches of a fleet, it shows what the fleet tells of: each change once, only the "
+         "last "
+         "of several within a moment, and an event whenever a switch becomes current or old.\n"
+         "\n"
          "Before it ends, it receives what the server still has to send, so that no earlier "
          "change is missing. A second interrupt ends that wait, too.");
    command.footerIs(
@@ -360,8 +361,9 @@ void addWatch(Command const& program, Run& run) {
          "  $ ptpstate watch --socket /tmp/ptp\n"
          "  $ ptpstate watch --socket /tmp/ptp ptp/config.intfConfig --for 60\n"
          "  $ ptpstate watch --socket /tmp/ptp 'ptp/status.portDS[*].portState'\n"
-         "  $ ptpstate watch --socket /tmp/ptp --json --count 1 ptp/config.domainNumber");
-   addClientOptions(command, *options);
+         "  $ ptpstate watch --socket /tmp/ptp --json --count 1 ptp/config.domainNumber\n"
+         "  $ ptpstate watch --fleet nats://nats1 --switch '*' 'ptp/status.portDS[*].portState'");
+   addReaderOptions(command, *options);
    command.option("path", options->paths).placeholder("PATH");
    command.option("--count", options->count, "End after this many changes")
          .placeholder("N")
@@ -378,10 +380,11 @@ void addWatch(Command const& program, Run& run) {
          "--json", options->json,
          "Print a JSON object per line: a change, \"set\", \"created\" or \"deleted\", or an "
          "event, "
-         "\"complete\", \"coalesced\", \"lost\", \"connected\" or \"gone\"; times in UTC");
+         "\"complete\", \"coalesced\", \"lost\", \"connected\" or \"gone\", of a fleet \"switch\", "
+         "\"current\", \"old\" or \"gone\"; times in UTC");
    command.flag("--no-reconnect", options->noReconnect,
                 "End when the connection is lost, with status 3");
-   command.onChosen([options, &run] { run = [options] { return Watch(*options).run(); }; });
+   command.onChosen([options, &run] { run = [options] { return watch(*options); }; });
 }
 
 }  // namespace Ptpstate

@@ -16,7 +16,6 @@
 #include "tools/ptpstate/top/Preset.h"
 #include "tools/ptpstate/top/Screen.h"
 #include "tools/ptpstate/top/Settings.h"
-#include "tools/shared/Progress.h"
 
 namespace Ptpstate {
 
@@ -26,7 +25,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-struct TopOptions : ClientOptions {
+struct TopOptions : ReaderOptions {
    std::string path;
    std::vector<std::string> head;
    std::vector<std::string> columns;
@@ -47,7 +46,6 @@ struct TopRoot {
    /// The part of it that is shown above the table: one row with these columns.
    TopTable head;
    std::vector<TopColumn> headColumns;
-   Mount const* mount = nullptr;
 };
 
 /// Notices whether anything has changed in any of several trees.
@@ -100,17 +98,15 @@ public:
          : options_(options), ascii_(!isUtf8Environment()), table_(ascii_) {}
 
    Exit run() {
-      connect();
+      state_ = openState(options_, stop_.fd());
       choose();
-      waitComplete();
+      state_->waitComplete();
       columns();
       return options_.batch ? batch() : live();
    }
 
 private:
-   void connect();
    void choose();
-   void waitComplete();
    void columns();
    TopRoot& rootFor(OfferedRoot const& root);
    void headFor(Sarn::String const& text);
@@ -118,8 +114,6 @@ private:
    Exit batch();
    Exit live();
    bool handleKeys(TopScreen& screen, TopView& view);
-   bool turn(int inputFd, milliseconds time);
-   void mount();
    std::vector<std::pair<Sarn::String, TopCell>> headCells() const;
    std::vector<Sarn::String> headItems() const;
    bool isList() const;
@@ -142,22 +136,8 @@ private:
    TopTable table_;
    AnyChange changes_;
    std::size_t rows_ = 0;
-   std::unique_ptr<Client> client_;
-   Sarn::String lost_;
+   std::unique_ptr<RootSource> state_;
 };
-
-void Top::connect() {
-   client_.reset();
-   client_ = std::make_unique<Client>(options_.socket, options_.patience());
-   Tools::showWaiting(*client_);
-   client_->interruptFd = stop_.fd();
-}
-
-void Top::mount() {
-   for (TopRoot& root : roots_) {
-      root.mount = &client_->mountIs(root.mirror, MountMode::reader);
-   }
-}
 
 TopRoot& Top::rootFor(OfferedRoot const& root) {
    for (TopRoot& known : roots_) {
@@ -165,7 +145,7 @@ TopRoot& Top::rootFor(OfferedRoot const& root) {
          return known;
       }
    }
-   roots_.push_back({root, newRoot(root.type, root.name), TopTable(ascii_), {}, nullptr});
+   roots_.push_back({root, state_->mirror(root), TopTable(ascii_), {}});
    return roots_.back();
 }
 
@@ -174,7 +154,7 @@ void Top::headFor(Sarn::String const& text) {
    Sarn::String plain = text;
    Sarn::String const behind = text.ends_with("/s") ? "/s" : text.ends_with("~") ? "~" : "";
    plain.resize(plain.size() - behind.size());
-   Path const path = parsePath(plain, client_->roots());
+   Path const path = parsePath(plain, state_->roots());
    TopRoot& root = rootFor(path.root);
    Destination const to = destinationOf(root.mirror->kivType(), path);
    TopColumn column = topColumn((path.steps.empty() ? "none" : path.steps.back().name) + behind);
@@ -190,7 +170,7 @@ void Top::headFor(Sarn::String const& text) {
 }
 
 void Top::choose() {
-   path_ = parsePath(options_.path, client_->roots());
+   path_ = parsePath(options_.path, state_->roots());
    TopRoot const& root = rootFor(path_.root);
    pathText_ = Kiv::printable(destinationOf(root.mirror->kivType(), path_).path);
    topEntities(root.mirror, path_);  // throws if there can be no rows
@@ -200,13 +180,6 @@ void Top::choose() {
    for (TopRoot& each : roots_) {
       each.head.columnsAre(each.headColumns);
       changes_.add(Sarn::Ptr<Kiv::Entity>(each.mirror.get()));
-   }
-   mount();
-}
-
-void Top::waitComplete() {
-   for (TopRoot const& root : roots_) {
-      client_->waitComplete(*root.mount);
    }
 }
 
@@ -320,40 +293,10 @@ void Top::write(bool first) {
 }
 
 Sarn::String Top::title(TopView const* view) const {
+   Sarn::String const trouble = state_->trouble();
    return timeText(wallNow(), TimeForm::seconds) + "  " + pathText_ + ": " + std::to_string(rows_) +
-          (rows_ == 1 ? " row" : " rows") + (lost_.empty() ? "" : "  -- " + lost_) +
+          (rows_ == 1 ? " row" : " rows") + (trouble.empty() ? "" : "  -- " + trouble) +
           (view != nullptr && view->paused() ? "  -- paused" : "");
-}
-
-/// Runs the connection until the time is over or `inputFd` is readable, and tries to connect again
-/// if it is lost. Returns whether there is input.
-bool Top::turn(int inputFd, milliseconds time) {
-   if (client_ != nullptr && client_->over()) {
-      lost_ = "connection lost: " + Kiv::printable(client_->closeReason());
-      client_.reset();
-   }
-   if (client_ == nullptr) {
-      try {
-         connect();
-         mount();
-      } catch (Failure const&) {  // the server is not back yet
-         pollfd polled{inputFd, POLLIN, 0};
-         return ::poll(&polled, 1, static_cast<int>(std::min(time, milliseconds(200)).count())) > 0;
-      }
-   }
-   bool const input = client_->turn(inputFd, time);
-   bool complete = true;
-   for (TopRoot const& root : roots_) {
-      if (root.mount->state() == Mount::State::refused) {
-         throw Failure(root.root.name + ": the server refused the mirror: " + root.mount->reason(),
-                       Exit::connection);
-      }
-      complete = complete && root.mount->complete();
-   }
-   if (complete && !client_->over()) {
-      lost_.clear();
-   }
-   return input;
 }
 
 Exit Top::batch() {
@@ -361,12 +304,11 @@ Exit Top::batch() {
       Clock::time_point const until = Clock::now() + interval();
       while (done != 0 && Clock::now() < until) {
          auto const left = std::chrono::duration_cast<milliseconds>(until - Clock::now());
-         if (client_->turn(stop_.fd(), left + milliseconds(1))) {
+         if (state_->turn(stop_.fd(), left + milliseconds(1))) {
             return Exit::ok;
          }
-         if (client_->over()) {
-            throw Failure(options_.socket + ": the connection is lost: " + client_->closeReason(),
-                          Exit::connection);
+         if (Sarn::String const lost = state_->lostText(); !lost.empty()) {
+            throw Failure(lost, Exit::connection);
          }
       }
       sample();
@@ -416,7 +358,7 @@ Exit Top::live() {
          auto const left = std::chrono::duration_cast<milliseconds>(next - Clock::now());
          std::size_t const width = screen.width();
          std::size_t const height = screen.height();
-         pressed = turn(input.fd(), left + milliseconds(1));
+         pressed = state_->turn(input.fd(), left + milliseconds(1));
          if (stop_.taken() || !handleKeys(screen, view)) {
             return Exit::ok;
          }
@@ -457,8 +399,9 @@ void addTop(Command const& program, Run& run) {
          "  $ ptpstate top --socket /tmp/ptp ptp/status.portDS --columns "
          "portState,peerMeanPathDelay~,syncMessageReceived/s --head "
          "ptp/status.currentDS.offsetFromMaster --head ptp/status.currentDS.offsetFromMaster~\n"
-         "  $ ptpstate top --socket /tmp/ptp ptp/status.portDS --batch --count 1 --sort portState");
-   addClientOptions(command, *options);
+         "  $ ptpstate top --socket /tmp/ptp ptp/status.portDS --batch --count 1 --sort portState\n"
+         "  $ ptpstate top --fleet nats://nats1 --switch edge-7 ptp/status.portDS");
+   addReaderOptions(command, *options);
    command.option("path", options->path).placeholder("PATH").required();
    command
          .option("--head", options->head,
