@@ -61,6 +61,7 @@ examples: $libraries Holt
 bench: $libraries $for_tests
 fuzz: $libraries $for_tests Holt Fleet tools/ptp4lAgent tools/ptpexport
 tests: $libraries $for_tests
+tests/fleet: $libraries Holt Fleet tools/cli tools/shared tools/fleet tools/demoAgent
 "
 
 own_files '*.h' '*.cpp' | xargs -r grep -HnE '^[[:space:]]*#[[:space:]]*include' |
