@@ -45,7 +45,10 @@ bool readPosition(std::string_view reply, Position& position) {
 }  // namespace
 
 Consumer::Consumer(Connection& connection, Options options, Reader& reader)
-      : connection_(connection), options_(std::move(options)), reader_(reader) {
+      : connection_(connection),
+        options_(std::move(options)),
+        reader_(reader),
+        patience_(options_.patience) {
    connection_.listenerAdd(*this);
    if (connection_.status().connected) {
       onConnected();
@@ -100,11 +103,21 @@ void Consumer::failed(std::string const& why, U64 pause) {
    reader_.onReading(why_);
 }
 
+void Consumer::unanswered() {
+   patience_ = std::min(2 * patience_, std::max(options_.patience, options_.longestPatience));
+}
+
+/// Nanoseconds without a message after which the server counts as silent.
+U64 Consumer::silence() const noexcept {
+   return std::max(3 * options_.heartbeat, patience_ - options_.patience);
+}
+
 void Consumer::onTurn(std::span<pollfd const>) {
    if (due_ == 0 || connection_.now() < due_) {
       return;
    }
    if (!subject_.empty()) {
+      unanswered();
       failed("the server is silent", options_.pause);
    } else {
       due_ = 0;
@@ -113,7 +126,7 @@ void Consumer::onTurn(std::span<pollfd const>) {
 }
 
 void Consumer::askStream() {
-   question_ = connection_.ask("$JS.API.STREAM.INFO." + options_.stream, {}, apiPatience,
+   question_ = connection_.ask("$JS.API.STREAM.INFO." + options_.stream, {}, patience_,
                                [this](Arrived const* answer) { onStream(answer); });
 }
 
@@ -123,13 +136,16 @@ void Consumer::onStream(Arrived const* answer) {
       return;
    }
    StreamState state;
+   if (answer == nullptr) {
+      unanswered();
+   }
    if (std::string const wrong = readStreamState(answer, options_.stream, options_.prefix, state);
        !wrong.empty()) {
       failed(wrong, options_.pause);
       return;
    }
    // The same stream has kept everything behind the last message, except what was deleted.
-   fromBeginning_ = created_ != state.created || state.last < last_ || !caughtUp_ || options_.once;
+   fromBeginning_ = created_ != state.created || state.last < last_ || !caughtUp_;
    created_ = state.created;
    target_ = state.last;
    create();
@@ -162,7 +178,7 @@ void Consumer::create() {
    }
    question_ = connection_.ask(
          "$JS.API.CONSUMER.CREATE." + options_.stream,
-         Json{{"stream_name", options_.stream}, {"config", std::move(config)}}.dump(), apiPatience,
+         Json{{"stream_name", options_.stream}, {"config", std::move(config)}}.dump(), patience_,
          [this](Arrived const* answer) { onCreated(answer); });
 }
 
@@ -170,6 +186,9 @@ void Consumer::onCreated(Arrived const* answer) {
    question_ = 0;
    if (subject_.empty()) {
       return;
+   }
+   if (answer == nullptr) {
+      unanswered();
    }
    Json reply;
    if (std::string const wrong = readApiReply(answer, options_.stream, reply); !wrong.empty()) {
@@ -179,7 +198,7 @@ void Consumer::onCreated(Arrived const* answer) {
    if (auto const name = reply.find("name"); name != reply.end() && name->is_string()) {
       name_ = name->get<std::string>();
    }
-   later(3 * options_.heartbeat);
+   later(silence());
    if (!why_.empty()) {
       why_.clear();
       reader_.onReading(why_);
@@ -207,7 +226,7 @@ void Consumer::onMessage(Arrived const& message) {
       failed("messages were lost on the way", 1);
       return;
    }
-   later(3 * options_.heartbeat);
+   later(silence());
    lastOwn_ = position.own;
    last_ = position.number;
    std::string const subject = subject_;
@@ -223,7 +242,7 @@ void Consumer::onStatus(Arrived const& message) {
       failed("the server has ended the consumer", options_.pause);
       return;
    }
-   later(3 * options_.heartbeat);
+   later(silence());
    if (!message.reply.empty()) {
       // Everything before has been handled: the server may send on.
       connection_.publish(std::string(message.reply), {});
@@ -243,9 +262,7 @@ void Consumer::caughtUpIf(bool all) {
       return;
    }
    caughtUp_ = true;
-   if (options_.once) {
-      stop();
-   }
+   patience_ = options_.patience;
    reader_.onCaughtUp();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Fleet/Connection.h"
+#include "Fleet/StreamApi.h"
 
 namespace Fleet {
 
@@ -28,8 +29,11 @@ public:
       U64 heartbeat = 2'000'000'000;
       /// Nanoseconds from a failure to the next attempt.
       U64 pause = 500'000'000;
-      /// Whether it ends when the last values have been read.
-      bool once = false;
+      /// Nanoseconds for an answer at first; twice as many after each that did not come. A cluster
+      /// works on what it was asked even if nobody waits for it any more: who asks again too early
+      /// only adds to its work.
+      U64 patience = apiPatience;
+      U64 longestPatience = 120'000'000'000;
    };
 
    struct Entry {
@@ -87,6 +91,8 @@ private:
    void caughtUpIf(bool all);
    void failed(std::string const& why, U64 pause);
    void stop();
+   void unanswered();
+   U64 silence() const noexcept;
    void later(U64 pause) { due_ = connection_.now() + pause; }
 
    Connection& connection_;
@@ -97,6 +103,7 @@ private:
    /// The consumer's name on the server.
    std::string name_;
    U64 question_ = 0;
+   U64 patience_;
    /// When something is overdue; 0: nothing is.
    U64 due_ = 0;
    /// What identifies the stream, and its last message when this consumer was made.

@@ -37,13 +37,19 @@ class NatsServer {
 public:
    static bool isInstalled() { return ::access(path, X_OK) == 0; }
 
+   enum class JetStream { no, yes };
+
    /// `more`: lines of its configuration.
-   explicit NatsServer(std::string const& more = {}) : port_(freePort()) {
+   explicit NatsServer(std::string const& more = {}, JetStream jetStream = JetStream::yes)
+         : port_(freePort()) {
       std::string name = std::filesystem::temp_directory_path() / "fleet-XXXXXX";
       directory_ = ::mkdtemp(name.data());
       std::ofstream(directory_ + "/conf")
-            << "listen: 127.0.0.1:" << port_ << "\nserver_name: test\njetstream { store_dir: \""
-            << directory_ << "/store\" }\nlog_file: \"" << directory_ << "/log\"\n"
+            << "listen: 127.0.0.1:" << port_ << "\nserver_name: test\n"
+            << (jetStream == JetStream::yes
+                      ? "jetstream { store_dir: \"" + directory_ + "/store\" }\n"
+                      : "")
+            << "log_file: \"" << directory_ << "/log\"\n"
             << more;
       start();
    }

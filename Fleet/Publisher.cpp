@@ -38,7 +38,7 @@ bool isChild(FieldDescriptor const& field) {
 Publisher::Publisher(Connection& connection, Options options)
       : connection_(connection),
         options_(std::move(options)),
-        window_(options_.window),
+        pace_(options_.window, options_.patience),
         sourceSince_(Holt::wallNow()) {
    if (options_.session.empty()) {
       options_.session = newSession();
@@ -90,6 +90,7 @@ void Publisher::onDisconnected() {
    status_.reason = connection_.status().reason;
    prepareAt_ = metaAt_ = sendAt_ = 0;
    inFlight_ = inFlightBytes_ = 0;
+   pace_ = Pace(options_.window, options_.patience);
    for (Node& node : records_) {
       if (std::exchange(node.second.inFlight, false)) {
          node.second.unsure = true;
@@ -110,7 +111,7 @@ void Publisher::refused(std::string const& why) {
 
 void Publisher::prepare() {
    prepareAt_ = 0;
-   connection_.ask("$JS.API.STREAM.INFO." + options_.stream.name, {}, apiPatience,
+   connection_.ask("$JS.API.STREAM.INFO." + options_.stream.name, {}, streamPatience_,
                    [this, held = epoch_, epoch = *epoch_](Arrived const* answer) {
                       if (*held == epoch) {
                          onStream(answer, false);
@@ -121,7 +122,7 @@ void Publisher::prepare() {
 void Publisher::onStream(Arrived const* answer, bool created) {
    if (isMissingStream(answer) && !created) {
       connection_.ask("$JS.API.STREAM.CREATE." + options_.stream.name,
-                      streamConfig(options_.stream, options_.prefix).dump(), apiPatience,
+                      streamConfig(options_.stream, options_.prefix).dump(), streamPatience_,
                       [this, held = epoch_, epoch = *epoch_](Arrived const* reply) {
                          if (*held == epoch) {
                             onStream(reply, true);
@@ -129,6 +130,8 @@ void Publisher::onStream(Arrived const* answer, bool created) {
                       });
       return;
    }
+   constexpr U64 longest = 120 * second;
+   streamPatience_ = answer == nullptr ? std::min(2 * streamPatience_, longest) : apiPatience;
    StreamState state;
    if (std::string const wrong =
              readStreamState(answer, options_.stream.name, options_.prefix, state);
@@ -140,13 +143,78 @@ void Publisher::onStream(Arrived const* answer, bool created) {
       refused("stream '" + options_.stream.name + "': " + state.unsuitable);
       return;
    }
+   if (state.created == stream_ && stored_ != 0) {
+      askStream("$JS.API.STREAM.MSG.GET." + options_.stream.name,
+                Holt::Json{{"seq", stored_}}.dump(), &Publisher::onLastStored);
+   } else {
+      stream_ = state.created;
+      findHeartbeat();
+   }
+}
+
+void Publisher::askStream(std::string subject, std::string data,
+                          void (Publisher::*then)(Arrived const*)) {
+   connection_.ask(std::move(subject), std::move(data), streamPatience_,
+                   [this, then, held = epoch_, epoch = *epoch_](Arrived const* answer) {
+                      if (*held == epoch) {
+                         (this->*then)(answer);
+                      }
+                   });
+}
+
+/// If the stream still has the last message that it has acknowledged, it has lost nothing before
+/// it: all that it may lack is what was in flight. Else it is read.
+void Publisher::onLastStored(Arrived const* answer) {
+   Holt::Json reply;
+   if (readApiReply(answer, options_.stream.name, reply).empty()) {
+      auto const message = reply.find("message");
+      if (message != reply.end() && message->is_object() &&
+          message->value("subject", std::string()) == subjectOf(storedPlace_)) {
+         begin();
+         return;
+      }
+   }
+   findHeartbeat();
+}
+
+void Publisher::findHeartbeat() {
+   stored_ = 0;
    status_.reason = "reading what the stream has";
-   reader_ = std::make_unique<Consumer>(connection_,
-                                        Consumer::Options{.stream = options_.stream.name,
-                                                          .prefix = options_.prefix,
-                                                          .filter = subjects_ + ">",
-                                                          .once = true},
-                                        static_cast<Consumer::Reader&>(*this));
+   askStream("$JS.API.STREAM.MSG.GET." + options_.stream.name,
+             Holt::Json{{"last_by_subj", subjectOf(metaToken)}}.dump(), &Publisher::onHeartbeat);
+}
+
+/// A switch without a heartbeat is a new one: nothing is stored before its first heartbeat is. To
+/// read what the stream has of a switch costs a server time for each subject of the whole stream.
+void Publisher::onHeartbeat(Arrived const* answer) {
+   Holt::Json reply;
+   std::string const wrong = readApiReply(answer, options_.stream.name, reply);
+   if (wrong.empty()) {
+      readStream();
+   } else if (isError(reply, messageNotFound)) {
+      askStream(subjectOf(metaToken), ownMeta(false), &Publisher::onFirstHeartbeat);
+   } else {
+      refused(wrong);
+   }
+}
+
+void Publisher::onFirstHeartbeat(Arrived const* answer) {
+   Holt::Json reply;
+   std::string const wrong = readApiReply(answer, options_.stream.name, reply);
+   if (wrong.empty()) {
+      found_.clear();
+      compareDue_ = true;
+   } else {
+      refused(wrong);
+   }
+}
+
+void Publisher::readStream() {
+   reader_ = std::make_unique<LastValues>(
+         connection_,
+         LastValues::Options{
+               .stream = options_.stream.name, .filter = subjects_ + ">", .patience = apiPatience},
+         static_cast<Consumer::Reader&>(*this));
 }
 
 void Publisher::onEntry(Consumer::Entry const& entry) {
@@ -204,6 +272,10 @@ void Publisher::compare() {
       }
    }
    found_.clear();
+   begin();
+}
+
+void Publisher::begin() {
    status_.publishing = true;
    status_.reason.clear();
    metaWhenDone_ = true;

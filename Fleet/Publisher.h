@@ -8,9 +8,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Fleet/Consumer.h"
 #include "Fleet/EntityText.h"
+#include "Fleet/LastValues.h"
 #include "Fleet/Message.h"
+#include "Fleet/Pace.h"
 #include "Fleet/StreamApi.h"
 #include "Kiv/Entity.h"
 
@@ -43,7 +44,7 @@ public:
       U64 heartbeat = 2'000'000'000;
       /// Nanoseconds for which a deletion stays in the stream, for those who read it.
       U64 deletions = 60'000'000'000;
-      /// What may be in flight.
+      /// What may be in flight, at most: less while the cluster takes its time.
       U32 window = 1024;
       std::size_t windowBytes = 512 * 1024;
       /// Nanoseconds after which a message that is not acknowledged is sent again.
@@ -137,6 +138,14 @@ private:
    U64 now() const noexcept { return connection_.now(); }
    void prepare();
    void onStream(Arrived const* answer, bool created);
+   void onLastStored(Arrived const* answer);
+   void onHeartbeat(Arrived const* answer);
+   void onFirstHeartbeat(Arrived const* answer);
+   void findHeartbeat();
+   void readStream();
+   void askStream(std::string subject, std::string data, void (Publisher::*then)(Arrived const*));
+   std::string ownMeta(bool ended) const;
+   void begin();
    void refused(std::string const& why);
    void compare();
 
@@ -171,13 +180,19 @@ private:
    /// What the stream has, while it is being read: a digest for each place, 0 for a deletion, and
    /// its number.
    std::map<std::string, std::pair<U64, U64>, std::less<>> found_;
-   std::unique_ptr<Consumer> reader_;
+   /// The stream that was compared, and the last message that is known to be in it: its place and
+   /// its number; 0 if none is.
+   std::string stream_;
+   std::string storedPlace_;
+   U64 stored_ = 0;
+   std::unique_ptr<LastValues> reader_;
    U32 walks_ = 0;
    U64 sequence_ = 0;
    std::size_t inFlight_ = 0;
    std::size_t inFlightBytes_ = 0;
-   /// 1 after something was not acknowledged, else that of the options.
-   U32 window_;
+   Pace pace_;
+   /// For an answer about the stream.
+   U64 streamPatience_ = apiPatience;
    /// Questions of an earlier connection are of no use.
    std::shared_ptr<U64> epoch_ = std::make_shared<U64>(0);
    /// When to ask for the stream again, to send on, to send a heartbeat; 0: not.

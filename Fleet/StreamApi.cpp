@@ -92,6 +92,10 @@ std::string readStreamState(Arrived const* answer, std::string const& stream,
    return {};
 }
 
+bool isError(Json const& reply, U64 code) {
+   return errorCode(reply) == code;
+}
+
 bool isMissingStream(Arrived const* answer) {
    return errorCode(parsed(answer)) == streamNotFound;
 }

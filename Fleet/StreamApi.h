@@ -12,6 +12,9 @@ namespace Fleet {
 /// Nanoseconds for the answer to a request.
 inline constexpr U64 apiPatience = 5'000'000'000;
 
+/// The error that there is no such message.
+inline constexpr U64 messageNotFound = 10037;
+
 /// How a fleet's stream is kept.
 struct StreamOptions {
    std::string name = "PTP";
@@ -38,6 +41,8 @@ std::string readStreamState(Arrived const* answer, std::string const& stream,
                             std::string const& prefix, StreamState& state);
 /// A member that is a whole number, else 0.
 S64 numberIn(Holt::Json const& object, char const* name);
+/// Whether a reply that `readApiReply` has read is the error of this number.
+bool isError(Holt::Json const& reply, U64 code);
 /// Whether the answer says that there is no such stream.
 bool isMissingStream(Arrived const* answer);
 

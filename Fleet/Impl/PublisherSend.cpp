@@ -42,7 +42,7 @@ U64 Publisher::deadline() const {
    }
    if (status_.publishing) {
       earlier(metaAt_);
-      if (!dirty_.empty() && inFlight_ < window_ && inFlightBytes_ < options_.windowBytes) {
+      if (!dirty_.empty() && inFlight_ < pace_.window() && inFlightBytes_ < options_.windowBytes) {
          earlier(std::max({dirty_.begin()->first, sendAt_, U64{1}}));
       }
       if (!purges_.empty()) {
@@ -66,7 +66,7 @@ void Publisher::onTurn(std::span<pollfd const> polled) {
 
 void Publisher::pump() {
    U64 const time = now();
-   while (!dirty_.empty() && inFlight_ < window_ && inFlightBytes_ < options_.windowBytes &&
+   while (!dirty_.empty() && inFlight_ < pace_.window() && inFlightBytes_ < options_.windowBytes &&
           dirty_.begin()->first <= time && sendAt_ <= time) {
       Node& node = *dirty_.begin()->second;
       dirty_.erase(dirty_.begin());
@@ -139,7 +139,7 @@ void Publisher::ask(Node& node, std::string message) {
    ++inFlight_;
    inFlightBytes_ += size;
    connection_.ask(
-         subjectOf(node.first), std::move(message), options_.patience,
+         subjectOf(node.first), std::move(message), pace_.patience(),
          [this, held = epoch_, epoch = *epoch_, place = node.first, size](Arrived const* answer) {
             if (*held == epoch) {
                answered(place, size, answer);
@@ -157,8 +157,10 @@ void Publisher::answered(std::string const& place, std::size_t size, Arrived con
    Holt::Json reply;
    std::string const wrong = readApiReply(answer, options_.stream.name, reply);
    if (wrong.empty()) {
-      window_ = options_.window;
+      pace_.acknowledged(now() - record.sent, now());
       record.unsure = false;
+      stored_ = static_cast<U64>(std::max<S64>(0, numberIn(reply, "seq")));
+      storedPlace_ = place;
       status_.reason.clear();
       if (record.entity == nullptr && record.digest == 0) {
          purges_.push_back(
@@ -175,7 +177,7 @@ void Publisher::answered(std::string const& place, std::size_t size, Arrived con
    ++status_.repeated;
    status_.reason = Kiv::printable(wrong);
    record.unsure = true;
-   window_ = 1;
+   pace_.failed();
    if (answer != nullptr) {
       sendAt_ = now() + afterRefusal;
    }
@@ -198,7 +200,7 @@ void Publisher::purge() {
    });
 }
 
-void Publisher::sendMeta(bool ended) {
+std::string Publisher::ownMeta(bool ended) const {
    Meta meta;
    meta.session = options_.session;
    meta.sequence = sequence_;
@@ -214,7 +216,11 @@ void Publisher::sendMeta(bool ended) {
       meta.roots.push_back(
             {root.root->nameString(), root.root->kivType().name, root.entities, root.digest});
    }
-   connection_.publish(subjectOf(metaToken), metaText(meta));
+   return metaText(meta);
+}
+
+void Publisher::sendMeta(bool ended) {
+   connection_.publish(subjectOf(metaToken), ownMeta(ended));
    ++status_.heartbeats;
    metaAt_ = now() + options_.heartbeat;
    metaWhenDone_ = metaWhenDone_ && !dirty_.empty();
