@@ -40,7 +40,7 @@ NATS_CONF = """\
 port: {port}
 host: 127.0.0.1
 server_name: kills
-jetstream {{ store_dir: "{store}", sync_interval: "100ms" }}
+jetstream {{ store_dir: "{store}" }}
 """
 
 
@@ -80,9 +80,9 @@ class Supervised:
     def review(self):
         if not self.running() and time.monotonic() >= self.start_at:
             code = self.process.returncode
-            if code not in (-9, None):
-                # Its address may still be taken, or its source away for too long: that is no loss.
-                self.start_at = time.monotonic() + 0.2
+            if code != -9:
+                self.lab.problem(f"{self.name} has ended by itself, with status {code}; see its log")
+                self.start_at = time.monotonic() + 5
             self.start()
 
 
