@@ -70,7 +70,7 @@ mirror-values: 8 messages
 reader-changes: 2 messages
 script-120: 3 messages, message 3 for entity 16777223, attribute 279: there is no mount mode 220 at offset 4
 script-3: 2 messages
-script-300: 3 messages, message 29 for entity 16777217, attribute 290: there is no message of this kind at offset 0
+script-300: 2 messages, message 29 for entity 16777217, attribute 290: the beginning of a batch has 6 bytes instead of 4
 script-40: 2 messages, message 107 for entity 3353149924, attribute 34933: a message of 3209486 bytes exceeds the bound of 1024
 source-sessions: 5 messages, message 23 for entity 0, attribute 257: nobody has asked for the sessions at offset 0
 stopped-changes: 2 messages
