@@ -138,6 +138,33 @@ TEST_F(ScrapeTest, EveryPieceIsFullExceptTheLast) {
    EXPECT_EQ(scrape.read(piece), 0u);
 }
 
+TEST_F(ScrapeTest, SamplesOfAFleetBeginWithTheSwitch) {
+   port(key("Ethernet1"));
+   status->currentDSIs()->offsetFromMasterIs(-3);
+   Sarn::Ptr<Ptp::Status> const other = Ptp::statusFactory("b/status");
+   other->currentDSIs()->offsetFromMasterIs(9);
+   Sarn::Ptr<Ptp::Status> const old = Ptp::statusFactory("ptp/status");
+   old->currentDSIs()->offsetFromMasterIs(1000);
+   std::vector<ScrapedSwitch> const switches{{"edge-1", true, 100, {status, other}},
+                                             {"edge \"2\"", false, 200.5, {old}}};
+   SourceHealth health = connectedHealth();
+   Scrape scrape(switches, MetricFormat::prometheus, health, counters);
+   std::string const text = readAll(scrape);
+   EXPECT_THAT(samples(text, "ptp_source_connected"),
+               testing::ElementsAre("ptp_source_connected{switch=\"edge-1\"} 1",
+                                    "ptp_source_connected{switch=\"edge \\\"2\\\"\"} 0"));
+   EXPECT_THAT(samples(text, "ptp_source_since"),
+               testing::ElementsAre(
+                     "ptp_source_since_timestamp_seconds{switch=\"edge-1\"} 100",
+                     "ptp_source_since_timestamp_seconds{switch=\"edge \\\"2\\\"\"} 200.5"));
+   EXPECT_EQ(samples(text, "ptp_source_start"), std::vector<std::string>());
+   EXPECT_THAT(samples(text, "ptp_offset_from_master_seconds"),
+               testing::UnorderedElementsAre(
+                     "ptp_offset_from_master_seconds{switch=\"edge-1\"} -0.000000003",
+                     "ptp_offset_from_master_seconds{switch=\"edge-1\",clock=\"b\"} 0.000000009"));
+   EXPECT_THAT(text, HasSubstr("ptp_port_state{switch=\"edge-1\",interface=\"Ethernet1\",state="));
+}
+
 TEST_F(ScrapeTest, WithoutASourceThereIsOnlyTheProgram) {
    fill();
    SourceHealth health = connectedHealth();

@@ -215,6 +215,8 @@ TEST_F(FleetCommands, WhatAFleetCannotDoIsRefused) {
 TEST_F(FleetCommands, AllSwitchesAreATable) {
    local(two, {"add", "ptp/status.currentDS"});
    local(two, {"set", "ptp/status.currentDS.offsetFromMaster", "-40"});
+   EXPECT_EQ(fleetUntil("edge-2", {"get", "ptp/status.currentDS.offsetFromMaster"}, "-40\n").out,
+             "-40\n");
    two.publisher->signal(SIGTERM);
    two.publisher->finish();
    Outcome const table = fleet("", {"fleet"});
