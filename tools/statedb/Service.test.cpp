@@ -116,8 +116,9 @@ TEST_F(ServiceTest, AStatusIsKeptOnlyOnRequest) {
 }
 
 TEST_F(ServiceTest, AStatusThatWasRestoredIsStaleSinceItWasWritten) {
-   std::vector<std::string> const options{"--root", "Ptp::HwStatus=ptp/hwStatus", "--root",
-                                          "Ptp::Config=ptp/config", "--keep", "ptp/hwStatus"};
+   std::vector<std::string> const options{"--root", "Ptp::HwStatus=ptp/hwStatus",
+                                          "--root", "Ptp::Config=ptp/config",
+                                          "--keep", "ptp/hwStatus"};
    start(options);
    set("ptp/config.priority1", "100");
    EXPECT_FALSE(has(client({"status"}).out, "stale"));
