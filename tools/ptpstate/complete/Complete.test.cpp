@@ -72,7 +72,7 @@ protected:
 };
 
 TEST_F(CompleteTest, OffersCommandsAndOptionsWithoutAServer) {
-   EXPECT_THAT(at("ptpstate d"), ElementsAre("dump ", "del ", "diff "));
+   EXPECT_THAT(at("ptpstate d"), ElementsAre("dump ", "del ", "diff ", "digest "));
    EXPECT_THAT(at("ptpstate "), AllOf(Contains("watch "), Not(Contains("complete "))));
    EXPECT_THAT(at("ptpstate watch --"),
                AllOf(Contains("--json "), Contains("--count "), Contains("--help ")));
