@@ -379,7 +379,7 @@ TEST_F(TransactionOfWriter, OfAPeerThatChecksNothingIsRefusedForAValueOutOfRange
 }
 
 TEST_F(TransactionOfWriter, ThatIsMisusedEndsTheConnection) {
-   auto const reason = [this](Bytes const& bytes) {
+   auto const reason = [](Bytes const& bytes) {
       StreamTesting::End end;
       Sarn::Ptr<Stem> const other = KivTest::stemFactory("test");
       end.hub.rootIs(other);
