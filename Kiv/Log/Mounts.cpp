@@ -46,7 +46,7 @@ void Mounts::leadsIs(Served& served, bool leads) noexcept {
    waiting_ += served.waits() ? 1 : 0;
 }
 
-std::deque<Served> Mounts::takeServed() noexcept {
+std::list<Served> Mounts::takeServed() noexcept {
    waiting_ = 0;
    return std::exchange(served_, {});
 }

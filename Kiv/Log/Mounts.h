@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <list>
 #include <utility>
 
 #include "Kiv/NboAttrLogMount.h"
@@ -39,8 +40,8 @@ struct Served {
 /// Invariants: a root is served at most once; a mount of ours keeps its number and its address.
 class Mounts {
 public:
-   std::deque<Served>& served() noexcept { return served_; }
-   std::deque<Served> const& served() const noexcept { return served_; }
+   std::list<Served>& served() noexcept { return served_; }
+   std::list<Served> const& served() const noexcept { return served_; }
    std::deque<Mount> const& own() const noexcept { return own_; }
    bool any() const noexcept { return !served_.empty() || !own_.empty(); }
 
@@ -59,12 +60,12 @@ public:
    /// Serves one more root.
    void add(Served const& served);
    void leadsIs(Served& served, bool leads) noexcept;
-   std::deque<Served>::iterator erase(std::deque<Served>::iterator at) noexcept {
+   std::list<Served>::iterator erase(std::list<Served>::iterator at) noexcept {
       waiting_ -= at->waits() ? 1 : 0;
       return served_.erase(at);
    }
    /// Takes out all that are served.
-   std::deque<Served> takeServed() noexcept;
+   std::list<Served> takeServed() noexcept;
 
    /// The mount, replaying or complete, whose mirror contains the entity; null if there is none.
    Mount const* followed(Entity const& entity) const noexcept;
@@ -95,7 +96,8 @@ public:
    }
 
 private:
-   std::deque<Served> served_;
+   /// A list, so that taking all out needs no memory.
+   std::list<Served> served_;
    std::deque<Mount> own_;
    /// Served roots whose peer waits for the lead.
    std::size_t waiting_ = 0;
