@@ -11,7 +11,11 @@ database=$1/compile_commands.json
 }
 # Programs that are built only where their packages are installed.
 left_out='^tests/install/'
-grep -qs '/tools/ptpgnmi/' "$database" || left_out="$left_out|^tools/ptpgnmi/"
+for directory in tools/ptpgnmi tools/statedb python/core Fleet; do
+   grep -qs "/$directory/" "$database" || left_out="$left_out|^$directory/"
+done
+grep -qs '/Fleet/' "$database" ||
+   left_out="$left_out|^tools/(ptp)?fleet/|^tools/ptp(state|export)/fleet/|^tests/fleet/|^fuzz/Fleet"
 own_files '*.cpp' | grep -vE "$left_out" | while IFS= read -r file; do
    grep -qF "\"$PWD/$file\"" "$database" "$1"/CMakeFiles/*/Unity/*.cxx || echo "$file:1: is not built"
 done | fail_if_any
