@@ -53,8 +53,9 @@ private:
    /// The bytes that were mixed in.
    U64 mixed_ = 0;
    std::size_t fill_ = 0;
-   /// One block more than promised: less than a block may be left after mixing.
-   U8 room_[roomSize + blockSize];  // NOLINT(cppcoreguidelines-pro-type-member-init)
+   /// One block more than promised: less than a block may be left after mixing. Only the first
+   /// `fill_` bytes are ever read, so it is left as it is.
+   U8 room_[roomSize + blockSize];  // NOLINT(cppcoreguidelines-pro-type-member-init): see above
 };
 
 }  // namespace Kiv
